@@ -1,0 +1,13 @@
+#include "Diagnostics/Devices/DeviceFile.h"
+
+#include "platform/Files.h"
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+void* OpenDeviceFile(const std::wstring& path, long mode, long creation) {
+    constexpr long kReadWrite = 3;
+    constexpr long kLargeFile = 0100000;
+    return _open_file_helper(path.c_str(), kReadWrite, mode, creation, kLargeFile);
+}
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,66 @@
+/// Every object that the library builds at load, in the order of construction; they end in reverse order at
+/// unload. Nothing else of the library runs then: devices and shared memory come with their first use.
+///
+/// The end of the process is the delicate part, since other threads may still be tracing. The slots turn late
+/// callers away (`StaticSlot`); table and lock of the registry stay usable for good, because the default
+/// log is given back after nearly everything else has gone and its last lines have to reach the file.
+
+#include "Diagnostics/TraceImpl.h"
+#include "Diagnostics/TraceRegistry.h"
+#include "Diagnostics/TraceServicesImpl.h"
+#include "platform/Clock.h"
+#include "platform/StaticSlot.h"
+
+#include <new>
+
+#include <Diagnostics/TraceApi.h>
+
+// Before any object of a host that the library is linked into, whatever the order of the object files.
+#define NIMA_BUILT_AT_LOAD __attribute__((init_priority(101)))
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+constinit StaticSlot<TraceSet> traceSet;
+constinit StaticSlot<TraceServicesImpl> gConfigHelper;
+constinit StaticLockStruct g_TraceMapLock;
+constinit StaticSlot<NimaTrace> _TraceFactory;
+
+constinit std::int64_t CStopwatch::sFrequency = 0;
+constinit std::int64_t g_TSFrequency = 0;
+
+namespace {
+
+alignas(TraceMap) constinit unsigned char g_TraceMap[sizeof(TraceMap)]{};
+
+/// Brings the device table into being, and at the end writes out what devices still hold back: a host that
+/// ends without giving its handles back loses nothing.
+class DeviceTableKeeper {
+  public:
+    DeviceTableKeeper() { new (g_TraceMap) TraceMap; }
+    DeviceTableKeeper(const DeviceTableKeeper&) = delete;
+    DeviceTableKeeper& operator=(const DeviceTableKeeper&) = delete;
+    ~DeviceTableKeeper() { TraceDeviceFlushAll(false); }
+};
+
+struct FrequencyReading {
+    FrequencyReading() {
+        _LARGE_INTEGER frequency;
+        _query_performance_frequency_helper(&frequency);
+        CStopwatch::sFrequency = frequency.QuadPart;
+        g_TSFrequency = frequency.QuadPart;
+    }
+};
+
+NIMA_BUILT_AT_LOAD StaticSlotKeeper<TraceSet> traceSetKeeper(traceSet);
+NIMA_BUILT_AT_LOAD StaticSlotKeeper<TraceServicesImpl> configHelperKeeper(gConfigHelper);
+NIMA_BUILT_AT_LOAD DeviceTableKeeper deviceTableKeeper;
+NIMA_BUILT_AT_LOAD FrequencyReading frequencyReading;
+NIMA_BUILT_AT_LOAD StaticSlotKeeper<NimaTrace> traceFactoryKeeper(_TraceFactory, "Nima.Common.System.OS");
+
+} // namespace
+
+TraceMap& Devices() {
+    return *std::launder(static_cast<TraceMap*>(static_cast<void*>(g_TraceMap)));
+}
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include <Diagnostics/Types.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// Text composed without a trip through printf, with printf's own results: what fits is stored and
+/// zero-terminated, the length counts on beyond the end.
+class TextComposer {
+  public:
+    TextComposer(char* buffer, std::size_t size) : buffer_(buffer), size_(size) {}
+    /// Terminates the text, as far as there is any room.
+    ~TextComposer();
+    TextComposer(const TextComposer&) = delete;
+    TextComposer& operator=(const TextComposer&) = delete;
+
+    /// The whole text's length, whether or not it fitted.
+    int length() const { return static_cast<int>(length_); }
+
+    void Add(char c);
+    void Add(const char* text, std::size_t length);
+    void Add(const char* text);
+    /// "%lld"
+    void AddDecimal(long long value);
+    /// "%0<width>d"
+    void AddPadded(int value, int width);
+    /// "%8.8x"
+    void AddHex8(std::uint32_t value);
+
+  private:
+    char* buffer_;
+    std::size_t size_;
+    std::size_t length_ = 0;
+};
+
+/// "%lld <0x%8.8x:%03d> "; returns the header's length.
+int ComposeCounterHeader(char* buffer, std::size_t size, long long counter, std::uint32_t threadId,
+                         int priority);
+
+/// "%04d%02d%02d%02d%02d%02d.%03d <0x%8.8x:%03d> "; returns the header's length.
+int ComposeDateHeader(char* buffer, std::size_t size, const _SYSTEMTIME& time, std::uint32_t threadId,
+                      int priority);
+
+/// "%04d%02d%02d%02d%02d%02d.%03d", each field read as a signed 16-bit number and the day of the week
+/// left out.
+void ComposeDate(TextComposer& text, const _SYSTEMTIME& time);
+
+/// "<%s> <%s> " with the level's name and the component's; returns its length.
+int ComposePrefix(char* buffer, std::size_t size, int level, const char* name);
+
+} // namespace Nima::Common::System::OS::Diagnostics

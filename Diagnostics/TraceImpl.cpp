@@ -1,0 +1,261 @@
+#include "Diagnostics/TraceImpl.h"
+
+#include "Diagnostics/Guarded.h"
+#include "Diagnostics/TraceFormat.h"
+#include "Diagnostics/TraceLevel.h"
+#include "platform/Handles.h"
+#include "platform/Text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <new>
+
+#include <Diagnostics/TraceApi.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+namespace {
+
+constexpr int kBufferSize = 1024;
+/// What a buffer holds beside its terminating zero.
+constexpr int kMaxLine = kBufferSize - 1;
+constexpr int kFormatterFailed = -1;
+
+class SetGuard {
+  public:
+    explicit SetGuard(const TraceSet& set) : set_(set) { set_.Enter(); }
+    SetGuard(const SetGuard&) = delete;
+    SetGuard& operator=(const SetGuard&) = delete;
+    ~SetGuard() { set_.Leave(); }
+
+  private:
+    const TraceSet& set_;
+};
+
+char* CopyOf(const char* text) {
+    char* copy = ::strdup(text != nullptr ? text : "");
+    if (copy == nullptr) {
+        throw std::bad_alloc();
+    }
+    return copy;
+}
+
+ITraceDevice* FindDefaultLog() {
+    ITraceDevice* device = nullptr;
+    TraceDeviceFind(kDefaultLogName, &device);
+    return device;
+}
+
+} // namespace
+
+TraceSet::TraceSet() {
+    _create_critical_section_helper(&lock_);
+}
+
+TraceSet::~TraceSet() {
+    Enter();
+    tracers_.clear();
+    Leave();
+    _delete_critical_section_helper(&lock_);
+}
+
+void TraceSet::Enter() const {
+    _enter_critical_section_helper(lock_);
+}
+
+void TraceSet::Leave() const {
+    _leave_critical_section_helper(lock_);
+}
+
+void InitTracers() {
+    const StaticSlot<TraceSet>::Use set(traceSet);
+    if (!set) {
+        return;
+    }
+    const SetGuard guard(*set);
+    for (NimaTrace* tracer : set->tracers()) {
+        tracer->Initialize();
+    }
+}
+
+NimaTrace::NimaTrace(const char* name)
+    : lock_(new void*), name_(CopyOf(name)), buffer_(new char[kBufferSize]()) {
+    _create_critical_section_helper(lock_);
+}
+
+NimaTrace::~NimaTrace() {
+    if (initialized_.load() == 1) {
+        const StaticSlot<TraceSet>::Use set(traceSet);
+        if (set) {
+            const SetGuard guard(*set);
+            set->Remove(this);
+        }
+    }
+    _delete_critical_section_helper(lock_);
+    delete lock_;
+    if (ITraceDevice* device = device_.exchange(nullptr)) {
+        TraceDeviceFlush(device);
+        TraceDeviceRelease(device);
+    }
+    std::free(name_);
+    delete[] buffer_;
+}
+
+void NimaTrace::lock() {
+    _enter_critical_section_helper(*lock_);
+}
+
+void NimaTrace::unlock() {
+    _leave_critical_section_helper(*lock_);
+}
+
+// Takes over the reference. A host that asks `Initialized` without the lock may have been overtaken by
+// another thread: whichever device is replaced gives its reference back.
+void NimaTrace::Bind(ITraceDevice* device) {
+    if (ITraceDevice* replaced = device_.exchange(device)) {
+        TraceDeviceRelease(replaced);
+    }
+}
+
+bool NimaTrace::Initialized() {
+    if (initialized_.load(std::memory_order_acquire) == 1) {
+        return device_.load(std::memory_order_relaxed) != nullptr;
+    }
+    Bind(FindDefaultLog());
+    {
+        const StaticSlot<TraceSet>::Use set(traceSet);
+        if (set) {
+            // Marked while inside the set: re-binding must never find a tracer there that would still join.
+            const SetGuard guard(*set);
+            set->Insert(this);
+            initialized_.store(1, std::memory_order_release);
+        }
+    }
+    if (device_.load() == nullptr) {
+        // A log created since the look-up has bound only those that were in the set.
+        if (ITraceDevice* device = FindDefaultLog()) {
+            Bind(device);
+        }
+    }
+    return device_.load() != nullptr;
+}
+
+void NimaTrace::Initialize() {
+    const std::lock_guard guard(*this);
+    if (Initialized()) {
+        Bind(nullptr);
+    }
+    Bind(FindDefaultLog());
+}
+
+void NimaTrace::Flush(bool final) {
+    GuardedCall([=, this] {
+        const std::lock_guard guard(*this);
+        if (Initialized()) {
+            device_.load()->Flush(final);
+        }
+    });
+}
+
+void NimaTrace::_WriteImpl(int level, const char* format, va_list arguments) {
+    if (format == nullptr) {
+        return;
+    }
+    const int prefixLength = ComposePrefix(buffer_, kBufferSize, level, name_);
+    const int stored = std::min(prefixLength, kMaxLine);
+    char* const message = buffer_ + stored;
+    const auto room = static_cast<std::size_t>(kBufferSize - stored);
+    va_list again;
+    va_copy(again, arguments);
+    const int messageLength = std::vsnprintf(message, room, format, arguments);
+    if (messageLength > 0) {
+        const long long whole = static_cast<long long>(prefixLength) + messageLength;
+        TraceDeviceWrite(device_.load(std::memory_order_relaxed), buffer_,
+                         static_cast<int>(std::min<long long>(whole, kMaxLine)));
+    } else if (messageLength == kFormatterFailed) {
+        // The whole buffer goes out; what the formatter did not get to is zero, never an earlier line.
+        std::memset(message, 0, room);
+        std::vsnprintf(message, room, format, again);
+        TraceDeviceWrite(device_.load(std::memory_order_relaxed), buffer_, kBufferSize);
+    }
+    va_end(again);
+}
+
+void NimaTrace::_WriteImplNoFmt(int level, const char* tag, const unsigned char* data, int length) {
+    ITraceDevice* const device = device_.load(std::memory_order_relaxed);
+    if (device == nullptr || data == nullptr || length <= 0) {
+        return;
+    }
+    const auto failedIfCut = [](int result, int room) { return result >= room ? kFormatterFailed : result; };
+    int headerLength = failedIfCut(TraceFormatHeader(buffer_, kBufferSize, level, 0, name_), kBufferSize);
+    if (tag != nullptr && headerLength > 0) {
+        const int room = kBufferSize - headerLength;
+        const auto size = static_cast<std::size_t>(room);
+        const int appended =
+            failedIfCut(_snprintf_s_helper(buffer_ + headerLength, size, size, "%s::", tag), room);
+        headerLength = appended > 0 ? headerLength + appended : appended;
+    }
+    if (headerLength > 0) {
+        device->WritePreFormattedMessage(buffer_, headerLength, const_cast<unsigned char*>(data), length);
+    } else if (headerLength == kFormatterFailed) {
+        device->WriteData(reinterpret_cast<unsigned char*>(buffer_), kBufferSize);
+    }
+}
+
+void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments) {
+    GuardedCall([&] {
+        const std::lock_guard guard(*this);
+        if (Initialized()) {
+            _WriteImpl(level, format, arguments);
+        }
+    });
+}
+
+void NimaTrace::WriteRaw(int level, const char* tag, const unsigned char* data, int length) {
+    GuardedCall([=, this] {
+        const std::lock_guard guard(*this);
+        if (Initialized()) {
+            _WriteImplNoFmt(level, tag, data, length);
+        }
+    });
+}
+
+// The four writers of a level. The threshold comes before everything else: a line that is filtered out
+// touches neither lock nor arguments.
+#define NIMA_LEVEL_WRITERS(Level, index, threshold)                                        \
+    void NimaTrace::Write##Level##V(const char* format, ...) {                             \
+        if (IsLevelWritten(threshold)) {                                                   \
+            va_list arguments;                                                             \
+            va_start(arguments, format);                                                   \
+            WriteFormatted(index, format, arguments);                                      \
+            va_end(arguments);                                                             \
+        }                                                                                  \
+    }                                                                                      \
+    void NimaTrace::Write##Level(const char* format, va_list arguments) {                  \
+        if (IsLevelWritten(threshold)) {                                                   \
+            WriteFormatted(index, format, arguments);                                      \
+        }                                                                                  \
+    }                                                                                      \
+    void NimaTrace::Write##Level(const unsigned char* data, int length) {                  \
+        if (IsLevelWritten(threshold)) {                                                   \
+            WriteRaw(index, nullptr, data, length);                                        \
+        }                                                                                  \
+    }                                                                                      \
+    void NimaTrace::Write##Level(const char* tag, const unsigned char* data, int length) { \
+        if (IsLevelWritten(threshold)) {                                                   \
+            WriteRaw(index, tag, data, length);                                            \
+        }                                                                                  \
+    }
+
+NIMA_LEVEL_WRITERS(Fatal, kLevelFatal, TRACE_THRESHOLD_FATAL)
+NIMA_LEVEL_WRITERS(Error, kLevelError, TRACE_THRESHOLD_ERROR)
+NIMA_LEVEL_WRITERS(Warn, kLevelWarn, TRACE_THRESHOLD_WARN)
+NIMA_LEVEL_WRITERS(Perf, kLevelPerf, TRACE_THRESHOLD_PERF)
+NIMA_LEVEL_WRITERS(Info, kLevelInfo, TRACE_THRESHOLD_INFO)
+NIMA_LEVEL_WRITERS(Debug, kLevelDebug, TRACE_THRESHOLD_DEBUG)
+#undef NIMA_LEVEL_WRITERS
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,85 @@
+/// What a call of the text trace costs. The files go to the working directory.
+
+#include <cstdio>
+
+#include <benchmark/benchmark.h>
+
+#include <Diagnostics/NimaTrace.h>
+#include <Diagnostics/TraceApi.h>
+#include <Diagnostics/TraceServices.h>
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+namespace {
+
+/// The size limit is far away for every run: the file starts anew with each.
+void OpenLog() {
+    std::remove("bench.log");
+    TraceServices::ConfigureDefaultLog(L"bench.log", 0x7fffffff, 0, true);
+}
+
+NimaTrace& SharedTracer() {
+    static NimaTrace trace("Bench");
+    return trace;
+}
+
+void FilteredOut(benchmark::State& state) {
+    NimaTrace& trace = SharedTracer();
+    for (auto _ : state) {
+        trace.WriteDebugV("page %d of %s", 3, "job");
+    }
+}
+BENCHMARK(FilteredOut);
+
+void LineToLogSharedTracer(benchmark::State& state) {
+    if (state.thread_index() == 0) {
+        OpenLog();
+    }
+    NimaTrace& trace = SharedTracer();
+    for (auto _ : state) {
+        trace.WriteWarnV("page %d of %s", 3, "job");
+    }
+}
+BENCHMARK(LineToLogSharedTracer)->Threads(1)->Threads(4)->UseRealTime();
+
+void LineToLogOwnTracer(benchmark::State& state) {
+    if (state.thread_index() == 0) {
+        OpenLog();
+    }
+    NimaTrace trace("Bench");
+    for (auto _ : state) {
+        trace.WriteWarnV("page %d of %s", 3, "job");
+    }
+}
+BENCHMARK(LineToLogOwnTracer)->Threads(1)->Threads(4)->UseRealTime();
+
+void RawBytesToLog(benchmark::State& state) {
+    OpenLog();
+    const unsigned char data[] = "thirty-two bytes of raw content\n";
+    NimaTrace& trace = SharedTracer();
+    for (auto _ : state) {
+        trace.WriteWarn(data, sizeof(data) - 1);
+    }
+}
+BENCHMARK(RawBytesToLog);
+
+void LineToMemoryQueue(benchmark::State& state) {
+    _TraceConfig config{};
+    config.type = TRACE_DEVICE_MEMORY_QUEUE;
+    config.name = L"Queue";
+    config.settings.memoryQueue.fileName = L"bench.queue";
+    TRACE_DEVICE_HANDLE queue = nullptr;
+    if (TraceDeviceCreate(&config, &queue) != 0) {
+        state.SkipWithError("no queue");
+        return;
+    }
+    for (auto _ : state) {
+        TraceDeviceWrite(queue, "page 3 of job", 13);
+    }
+    TraceDeviceRelease(queue);
+}
+BENCHMARK(LineToMemoryQueue);
+
+} // namespace
+
+BENCHMARK_MAIN();

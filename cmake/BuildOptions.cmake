@@ -1,0 +1,16 @@
+# How the project's own targets are compiled. None of this reaches a host that links the library.
+add_library(nima_build_options INTERFACE)
+target_compile_features(nima_build_options INTERFACE cxx_std_20 c_std_11)
+target_compile_options(nima_build_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wcast-align -Wformat=2 -Wundef
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
+    -fno-omit-frame-pointer
+    $<$<BOOL:${NIMA_WERROR}>:-Werror>)
+
+# A host cancels threads and unwinds through C callers.
+target_compile_options(nima_build_options INTERFACE $<$<COMPILE_LANGUAGE:C>:-fexceptions>)
+
+if(NIMA_SANITIZE)
+    target_compile_options(nima_build_options INTERFACE -fsanitize=${NIMA_SANITIZE} -fno-sanitize-recover=all)
+    target_link_options(nima_build_options INTERFACE -fsanitize=${NIMA_SANITIZE})
+endif()

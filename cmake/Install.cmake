@@ -1,0 +1,22 @@
+# What a host finds after `cmake --install`: headers, library, a CMake package and a pkg-config file.
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/NimaDiagnostics)
+
+install(TARGETS NimaDiagnostics EXPORT NimaDiagnosticsTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY include/Diagnostics DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(EXPORT NimaDiagnosticsTargets NAMESPACE Nima:: DESTINATION ${package_dir})
+
+configure_package_config_file(cmake/NimaDiagnosticsConfig.cmake.in
+    ${PROJECT_BINARY_DIR}/NimaDiagnosticsConfig.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/NimaDiagnosticsConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/NimaDiagnosticsConfig.cmake
+    ${PROJECT_BINARY_DIR}/NimaDiagnosticsConfigVersion.cmake
+    DESTINATION ${package_dir})
+
+# The installed tree may be moved: the file finds its prefix from where it stands itself.
+file(RELATIVE_PATH pc_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/nima-diagnostics.pc.in ${PROJECT_BINARY_DIR}/nima-diagnostics.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/nima-diagnostics.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

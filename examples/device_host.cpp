@@ -1,0 +1,266 @@
+/// A model of a device: the components of a multifunction printer, each on a thread of its own, trace through
+/// the default log while another thread changes the level, flushes, and moves the log to a new file under
+/// way. The components are fed the lines of a text file; at the end every one of them is looked for in the
+/// logs.
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <getopt.h>
+
+#include <Diagnostics/NimaTrace.h>
+#include <Diagnostics/RollingLogFile.h>
+#include <Diagnostics/TraceApi.h>
+#include <Diagnostics/TraceServices.h>
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+namespace {
+
+constexpr const char* kDayLog = "device.log";
+constexpr const char* kNightLog = "device-night.log";
+constexpr const char* kNightLogBackup = "device-night.log.1";
+constexpr const char* kHistoryFile = "engine-history.txt";
+/// Header, level, component and line end, roughly: what a line takes beside its message.
+constexpr std::size_t kLineOverhead = 90;
+
+struct Work {
+    std::vector<std::string> lines;
+    std::atomic<std::size_t> done{0};
+
+    /// What the lines still to be written will take in a log.
+    std::size_t RemainingBytes() const {
+        std::size_t sum = 0;
+        for (std::size_t i = done.load(); i < lines.size(); ++i) {
+            sum += lines[i].size() + kLineOverhead;
+        }
+        return sum;
+    }
+};
+
+/// One component of the device. It takes every n-th line of the work and writes it as a warning, which no
+/// level set by this program filters out, amid chatter of its own at every level. A log file ends each line
+/// by itself; the console takes text as it is, so there the messages bring their own line ends.
+class Component {
+  public:
+    Component(const char* name, bool console) : trace_(name), end_(console ? "\n" : "") {}
+
+    void Run(Work& work, std::size_t first, std::size_t step) {
+        for (std::size_t i = first; i < work.lines.size(); i += step) {
+            trace_.WriteWarnV("input %zu: %s%s", i, work.lines[i].c_str(), end_);
+            work.done.fetch_add(1);
+            if (i / step % kChatterInterval == 0) {
+                Chatter(i);
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            }
+        }
+    }
+
+  private:
+    static constexpr std::size_t kChatterInterval = 50;
+
+    void Chatter(std::size_t page) {
+        trace_.WriteDebugV("buffer %p holds page %zu%s", static_cast<void*>(this), page, end_);
+        trace_.WriteInfoV("page %zu done%s", page, end_);
+        char tag[128];
+        const int length =
+            TraceFormatPerfTag(tag, sizeof(tag), "Page", true, "End", "Raster", "12", "ms", nullptr);
+        trace_.WritePerf(reinterpret_cast<const unsigned char*>(tag), length);
+        trace_.WriteErrorV("paper low after page %zu (%d sheets left)%s", page, 7, end_);
+        const unsigned char status[] = {'o', 'k', '\n'};
+        trace_.WriteFatal("status", status, sizeof(status));
+    }
+
+    NimaTrace trace_;
+    const char* end_;
+};
+
+/// Waits until that many lines have been written.
+void AwaitProgress(const Work& work, std::size_t lines) {
+    while (work.done.load() < lines) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+    }
+}
+
+void SweepLevels() {
+    for (const int level :
+         {TRACE_THRESHOLD_DEBUG, TRACE_THRESHOLD_INFO, TRACE_THRESHOLD_PERF, TRACE_THRESHOLD_WARN}) {
+        TraceSetEffectiveLevel(level);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+}
+
+/// Moves the default log to a smaller file that is kept once as a backup when it is full.
+int MoveToNightLog(const Work& work) {
+    TRACE_DEVICE_HANDLE log = nullptr;
+    if (TraceDeviceFind(L"LogFile", &log) < 0) {
+        return -1;
+    }
+    // A property: the name that a roll renames. The day log is far from rolling, so nobody reads it
+    // meanwhile.
+    static_cast<CRollingLogFile*>(log)->SetFileName(L"device-night.log");
+    TraceDeviceRelease(log);
+    const auto size = static_cast<unsigned>(work.RemainingBytes() * 6 / 10);
+    return TraceServices::ConfigureDefaultLog(L"device-night.log", size, 1, true);
+}
+
+/// The last lines of the engine, kept in memory and written out once.
+int KeepHistory(const Work& work) {
+    _TraceConfig config{};
+    config.type = TRACE_DEVICE_MEMORY_QUEUE;
+    config.name = L"EngineHistory";
+    config.settings.memoryQueue.fileName = L"engine-history.txt";
+    TRACE_DEVICE_HANDLE history = nullptr;
+    const int result = TraceDeviceCreate(&config, &history);
+    if (result != 0) {
+        return result;
+    }
+    const std::size_t first = work.lines.size() > 3 ? work.lines.size() - 3 : 0;
+    for (std::size_t i = first; i < work.lines.size(); ++i) {
+        TraceDeviceWrite(history, (work.lines[i] + "\n").c_str(), -1);
+    }
+    TraceDeviceFlush(history);
+    TraceDeviceRelease(history);
+    return 0;
+}
+
+/// Counts in `seen` the lines of the work that a log holds.
+std::size_t CountInputLines(const char* file, std::vector<int>& seen) {
+    std::ifstream in(file);
+    std::string line;
+    std::size_t count = 0;
+    while (std::getline(in, line)) {
+        const std::size_t mark = line.find("> input ");
+        if (mark != std::string::npos) {
+            const std::size_t number = std::strtoul(line.c_str() + mark + 8, nullptr, 10);
+            if (number < seen.size()) {
+                ++seen[number];
+                ++count;
+            }
+        }
+    }
+    return count;
+}
+
+bool AccountForLines(const Work& work) {
+    std::vector<int> seen(work.lines.size());
+    for (const char* file : {kDayLog, kNightLogBackup, kNightLog}) {
+        std::printf("%8zu input lines in %s\n", CountInputLines(file, seen), file);
+    }
+    const auto once = static_cast<std::size_t>(std::count(seen.begin(), seen.end(), 1));
+    std::printf("%8zu of %zu input lines found exactly once\n", once, work.lines.size());
+    return once == work.lines.size();
+}
+
+int Usage(FILE* out) {
+    std::fputs(
+        "usage: device_host [--console] [--input FILE] [--lines N]\n"
+        "  --console     trace to standard output instead of log files\n"
+        "  --input FILE  the text whose lines the components trace (default /var/log/dpkg.log)\n"
+        "  --lines N     take at most N lines of it\n"
+        "Writes device.log, device-night.log with its backup and engine-history.txt into the working\n"
+        "directory. Exit status: 0 when every line was accounted for, 1 otherwise, 2 for bad usage.\n",
+        out);
+    return out == stdout ? 0 : 2;
+}
+
+struct Options {
+    bool console = false;
+    std::string input = "/var/log/dpkg.log";
+    std::size_t maxLines = static_cast<std::size_t>(-1);
+};
+
+bool LoadWork(const Options& options, Work& work) {
+    std::ifstream in(options.input);
+    std::string line;
+    while (work.lines.size() < options.maxLines && std::getline(in, line)) {
+        work.lines.push_back(line);
+    }
+    return !work.lines.empty();
+}
+
+void RunComponents(Work& work, bool console) {
+    std::array<Component, 4> components{Component("Scanner", console), Component("Engine", console),
+                                        Component("Fax", console), Component("Copier", console)};
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < components.size(); ++i) {
+        threads.emplace_back([&, i] { components[i].Run(work, i, components.size()); });
+    }
+    AwaitProgress(work, work.lines.size() / 4);
+    SweepLevels();
+    TraceDeviceFlushAll(false);
+    AwaitProgress(work, work.lines.size() / 2);
+    if (!console && MoveToNightLog(work) != 0) {
+        std::fputs("cannot move the log\n", stderr);
+    }
+    SweepLevels();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+int Run(const Options& options) {
+    Work work;
+    if (!LoadWork(options, work)) {
+        std::fprintf(stderr, "nothing to read in %s\n", options.input.c_str());
+        return 2;
+    }
+    if (options.console) {
+        const int result = TraceServices::ConfigureDefaultLog();
+        RunComponents(work, true);
+        return result == 0 ? 0 : 1;
+    }
+    for (const char* file : {kDayLog, kNightLog, kNightLogBackup, kHistoryFile}) {
+        std::remove(file);
+    }
+    const int result = TraceServices::ConfigureDefaultLog(L"device.log", 64U << 20, 0, true);
+    if (result != 0) {
+        std::fprintf(stderr, "cannot open device.log: error %d\n", result);
+        return 1;
+    }
+    RunComponents(work, false);
+    TraceTest(0, "at the end of the run");
+    TraceDeviceFlushAll(false);
+    return KeepHistory(work) == 0 && AccountForLines(work) ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const option longOptions[] = {{"console", no_argument, nullptr, 'c'},
+                                  {"input", required_argument, nullptr, 'i'},
+                                  {"lines", required_argument, nullptr, 'n'},
+                                  {"help", no_argument, nullptr, 'h'},
+                                  {nullptr, 0, nullptr, 0}};
+    Options options;
+    for (int option = 0; (option = ::getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
+        switch (option) {
+            case 'c':
+                options.console = true;
+                break;
+            case 'i':
+                options.input = optarg;
+                break;
+            case 'n':
+                options.maxLines = std::strtoul(optarg, nullptr, 10);
+                break;
+            case 'h':
+                return Usage(stdout);
+            default:
+                return Usage(stderr);
+        }
+    }
+    if (optind != argc) {
+        return Usage(stderr);
+    }
+    return Run(options);
+}

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <atomic>
+#include <cstdarg>
+#include <cstdint>
+
+#include <Diagnostics/Export.h>
+#include <Diagnostics/TraceDevice.h>
+#include <Diagnostics/Types.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// A tracer: what a component writes its text lines through.
+///
+///     static NimaTrace trace("Scanner");
+///     trace.WriteWarnV("jam at %d", 3);     // ... <WARN> <Scanner> jam at 3
+///
+/// A tracer binds itself to the device registered as "LogFile" with its first line, and to every
+/// later device of that name when one is created; until there is one, lines are dropped. A line is written
+/// while the process-wide effective level is at most the level's threshold (`TraceSetEffectiveLevel`). A line
+/// that is filtered out costs one load and one comparison.
+///
+/// Any thread may write through any tracer, but not from a signal handler. Writers return nothing and
+/// report nothing. The owner must not destroy a tracer that another thread writes through.
+///
+/// Every level has the same four writers:
+/// - `Write<Level>V(format, ...)`: a printf-style line;
+/// - `Write<Level>(format, arguments)`: the same with an argument list;
+/// - `Write<Level>(data, length)`: raw bytes behind a header;
+/// - `Write<Level>(tag, data, length)`: raw bytes behind a header and "tag::".
+/// A formatted line is cut to 1023 characters, prefix included. A null format, an empty message, null data
+/// and a length of 0 or less write nothing. A tag that does not fit writes the cut header and drops the
+/// data.
+class NIMA_DIAGNOSTICS_API NimaTrace {
+  public:
+    /// `name` is the component's name and is copied; null counts as empty.
+    explicit NimaTrace(const char* name);
+    NimaTrace(const NimaTrace&) = delete;
+    NimaTrace& operator=(const NimaTrace&) = delete;
+    /// Flushes the bound device and gives up the reference to it.
+    virtual ~NimaTrace();
+
+    /// Take and give back the tracer's lock, which every writer holds while it writes. It is not
+    /// recursive: the holder must not write through this tracer, only call `Initialized`.
+    void lock();
+    void unlock();
+
+    /// Binds the tracer on the first call and returns whether a device is bound. May be called with or
+    /// without the tracer's lock.
+    bool Initialized();
+    /// Gives up the bound device and binds to the device now registered as "LogFile", if any.
+    void Initialize();
+    /// Flushes the bound device; `final` is handed on to it.
+    void Flush(bool final);
+    void Flush() { Flush(false); }
+
+    void WriteFatalV(const char* format, ...) NIMA_PRINTF_FORMAT(2, 3);
+    void WriteFatal(const char* format, va_list arguments) NIMA_PRINTF_FORMAT(2, 0);
+    void WriteFatal(const unsigned char* data, int length);
+    void WriteFatal(const char* tag, const unsigned char* data, int length);
+
+    void WriteErrorV(const char* format, ...) NIMA_PRINTF_FORMAT(2, 3);
+    void WriteError(const char* format, va_list arguments) NIMA_PRINTF_FORMAT(2, 0);
+    void WriteError(const unsigned char* data, int length);
+    void WriteError(const char* tag, const unsigned char* data, int length);
+
+    void WriteWarnV(const char* format, ...) NIMA_PRINTF_FORMAT(2, 3);
+    void WriteWarn(const char* format, va_list arguments) NIMA_PRINTF_FORMAT(2, 0);
+    void WriteWarn(const unsigned char* data, int length);
+    void WriteWarn(const char* tag, const unsigned char* data, int length);
+
+    void WritePerfV(const char* format, ...) NIMA_PRINTF_FORMAT(2, 3);
+    void WritePerf(const char* format, va_list arguments) NIMA_PRINTF_FORMAT(2, 0);
+    void WritePerf(const unsigned char* data, int length);
+    void WritePerf(const char* tag, const unsigned char* data, int length);
+
+    void WriteInfoV(const char* format, ...) NIMA_PRINTF_FORMAT(2, 3);
+    void WriteInfo(const char* format, va_list arguments) NIMA_PRINTF_FORMAT(2, 0);
+    void WriteInfo(const unsigned char* data, int length);
+    void WriteInfo(const char* tag, const unsigned char* data, int length);
+
+    void WriteDebugV(const char* format, ...) NIMA_PRINTF_FORMAT(2, 3);
+    void WriteDebug(const char* format, va_list arguments) NIMA_PRINTF_FORMAT(2, 0);
+    void WriteDebug(const unsigned char* data, int length);
+    void WriteDebug(const char* tag, const unsigned char* data, int length);
+
+  private:
+    void WriteFormatted(int level, const char* format, va_list arguments) NIMA_PRINTF_FORMAT(3, 0);
+    void WriteRaw(int level, const char* tag, const unsigned char* data, int length);
+    void _WriteImpl(int level, const char* format, va_list arguments) NIMA_PRINTF_FORMAT(3, 0);
+    void _WriteImplNoFmt(int level, const char* tag, const unsigned char* data, int length);
+    void Bind(ITraceDevice* device);
+
+    std::atomic<ITraceDevice*> device_{nullptr}; ///< null while unbound; carries one reference
+    void** lock_;                                ///< the heap cell that holds the critical section
+    std::atomic<std::int32_t> initialized_{0};
+    char* name_;
+    char* buffer_; ///< 1024 bytes, the line being written; guarded by the lock
+    [[maybe_unused]] std::int32_t reserved_ = 0;
+};
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,113 @@
+#pragma once
+
+/// The text trace for C callers: named devices, direct writes, levels, the counter. A C program that logs:
+///
+///     TRACE_DEVICE_HANDLE log;
+///     _TraceConfig config = {TRACE_DEVICE_ROLLING_LOG_FILE, L"LogFile"};
+///     config.settings.rollingLogFile.maxFileSize = 1 << 20;
+///     config.settings.rollingLogFile.fileName = L"device.log";
+///     config.settings.rollingLogFile.append = true;
+///     if (TraceDeviceCreate(&config, &log) == 0) {
+///         TraceDeviceWrite(log, "ready", -1);
+///         TraceDeviceRelease(log);
+///     }
+///
+/// Every function may be called from any thread; none may be called from a signal handler. No exception
+/// leaves any of them. Wide strings hold 32-bit code points; paths are converted by the C library's current
+/// locale into at most 255 bytes.
+
+#include <Diagnostics/Export.h>
+#include <Diagnostics/Types.h>
+
+NIMA_EXTERN_C_BEGIN
+
+/// Creates the device that `config` describes and registers it under its name, or, where the name is taken,
+/// gives the registered device the new settings (its class stays; whether they took is not reported).
+/// When a new device has been registered, every tracer binds itself anew to the device "LogFile".
+///
+/// Returns 0 and in `*device` a handle with one reference of the caller's; 22 (EINVAL), with nothing
+/// created, for a null argument, a null name or an unknown type; 12 (ENOMEM) without memory; otherwise the
+/// error number that the device's initialisation left (a log file: that of the failed open). `*device`
+/// is null after a failure, and untouched where an argument was null or the type 0.
+NIMA_DIAGNOSTICS_API int TraceDeviceCreate(_TraceConfig* config, TRACE_DEVICE_HANDLE* device);
+
+/// Looks a device up by its exact name. Returns its new reference count and a handle, or -1 and a null
+/// handle for an unknown name. A null argument finds nothing: -1.
+NIMA_DIAGNOSTICS_API int TraceDeviceFind(const wchar_t* name, TRACE_DEVICE_HANDLE* device);
+
+/// Gives a handle's reference back. Returns how many remain; when only the registry's own would, the device
+/// is removed and destroyed and the result is 0. 22 (EINVAL) for a null handle.
+NIMA_DIAGNOSTICS_API int TraceDeviceRelease(TRACE_DEVICE_HANDLE device);
+
+/// Flushes every registered device in the order of their names; `final` is handed on, and makes a log file
+/// write every later line at once. A memory queue is not written out by this.
+NIMA_DIAGNOSTICS_API void TraceDeviceFlushAll(bool final);
+
+/// How many device objects are alive, of any class, registered or not.
+NIMA_DIAGNOSTICS_API int GetTraceDeviceCount(void);
+
+/// Reads a section of an INI file and drops it again: nothing is installed and nothing reported.
+NIMA_DIAGNOSTICS_API void CreateTraceFilter(const wchar_t* iniPath, const wchar_t* section);
+
+/// Writes one line to a device, whatever the effective level. A negative length stands for the text's
+/// string length. Returns 1; 0 for a length of 0, with nothing written. A null handle gives 1 and a null
+/// text writes nothing.
+NIMA_DIAGNOSTICS_API int TraceDeviceWrite(TRACE_DEVICE_HANDLE device, const char* text, int length);
+
+/// Writes bytes to a device as they are. Returns as `TraceDeviceWrite`; a negative length writes nothing.
+NIMA_DIAGNOSTICS_API int TraceDeviceWriteRaw(TRACE_DEVICE_HANDLE device, const void* bytes, int length);
+
+/// Gives a device new settings and opens it anew. A null record, or one of another type, keeps the settings
+/// in force. Returns 1, whatever came of it; 0 for a null handle.
+NIMA_DIAGNOSTICS_API int TraceDeviceReInit(_TraceConfig* config, TRACE_DEVICE_HANDLE device);
+
+/// Brings what a device holds back to its output. Returns 1; 0 for a null handle.
+NIMA_DIAGNOSTICS_API int TraceDeviceFlush(TRACE_DEVICE_HANDLE device);
+
+/// Sets the process-wide level: a line is written while it is at most the line's threshold
+/// (`TraceThreshold`), so a larger value writes less. Any value is accepted; every thread sees it with its
+/// next line.
+NIMA_DIAGNOSTICS_API void TraceSetEffectiveLevel(int level);
+
+/// The process-wide level, 60000 (FATAL, ERROR and WARN) until it is set.
+NIMA_DIAGNOSTICS_API int TraceGetEffectiveLevel(void);
+
+/// Formats the header of a line, "%lld <0x%8.8x:%03d> " (counter, calling thread, its priority) and behind it
+/// "<%s> <%s> " with the level's name and `name`, or "<%s> <ch:%d> " with the channel where `name` is null.
+/// `size` is the buffer's, in bytes; a level outside 0 (OFF) to 6 (DEBUG) is named like the nearest. The
+/// text is cut to fit and zero-terminated. Returns the length of the whole header, which is more than
+/// was stored where it did not fit; 0, with nothing written, for a size below 176 or a null buffer.
+NIMA_DIAGNOSTICS_API int TraceFormatHeader(char* buffer, int size, int level, int channel, const char* name);
+
+/// Formats a performance tag: " ::%s::%s::%s::%s::%s::%s::%s::\n" with `f1`, "True" or "False", `f2` to `f6`;
+/// a null `f6` leaves the last field empty. Returns the formatter's result, the whole length even where it
+/// was cut to `size`. A null `f1` or `f2` gives 0; otherwise a null buffer, `f3` or `f4` gives 1 (the two
+/// differ on purpose); nothing is written then.
+NIMA_DIAGNOSTICS_API int TraceFormatPerfTag(char* buffer, int size, const char* f1, bool flag, const char* f2,
+                                            const char* f3, const char* f4, const char* f5, const char* f6);
+
+/// Writes one line a level, FATAL, ERROR, WARN, INFO, PERF, DEBUG, with `text` in it, through the library's
+/// own tracer, each subject to the effective level. The first argument is ignored.
+NIMA_DIAGNOSTICS_API void TraceTest(int ignored, const char* text);
+
+/// Stores the counter's frequency as the library read it at load, in counts per second. Null is ignored.
+NIMA_DIAGNOSTICS_API void GetRTSCDFrequency(int64_t* frequency);
+
+/// Stores the counter that stamps trace lines: the seconds plus the nanoseconds of the monotonic clock,
+/// unscaled. Only differences of readings within one second are nanoseconds. Null is ignored.
+NIMA_DIAGNOSTICS_API void GetRTSCDValue(int64_t* counter);
+
+/// Fills 16 bytes with a new version-4 identifier and returns 0. Two calls within one second give the same.
+/// 22 (EINVAL), with nothing written, for a size other than 16 or a null buffer.
+NIMA_DIAGNOSTICS_API int CreateUUID(void* buffer, int size);
+
+/// Reopens standard error, then standard output, onto files that are created or emptied. Returns true only
+/// if both succeeded. A failure of the first does not stop the second; each failure writes an ERROR line to
+/// the trace. A stream whose reopening failed is closed, as the C library leaves it.
+NIMA_DIAGNOSTICS_API bool RedirectStdio(const wchar_t* standardOutput, const wchar_t* standardError);
+
+/// Prints a message of at most 1023 characters straight to standard output, bypassing every device, unless
+/// the effective level is above 70000. A percent sign in it has to be doubled. Null is ignored.
+NIMA_DIAGNOSTICS_API void WriteCriticalDbgMsg(const wchar_t* message);
+
+NIMA_EXTERN_C_END

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <Diagnostics/Export.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// Sets up the default log, the device named "LogFile" that every tracer writes to.
+///
+///     TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 2, true);
+///
+/// All functions may be called from any thread. A host that configures a log, writes, and returns from
+/// `main` without flushing finds every line in the file.
+class NIMA_DIAGNOSTICS_API TraceServices {
+  public:
+    /// The default log becomes a rolling log file of at most `maxFileSize` bytes, give or take a buffer
+    /// and a line, with `maxRollCount` backups (0 overwrites the file from its start); without `append` an
+    /// existing file is rolled away first. A null file name counts as empty. If there is a default log
+    /// already it takes the new settings, and one more reference is held on it: it then outlives a
+    /// `ReleaseDefaultLog`. Returns 0 or an error number, as `TraceDeviceCreate`.
+    static int ConfigureDefaultLog(const wchar_t* fileName, unsigned int maxFileSize,
+                                   unsigned int maxRollCount, bool append);
+    /// The default log becomes the console. A default log that exists keeps its class.
+    static int ConfigureDefaultLog();
+    /// Gives the held reference back. Returns how many references to the device remain (0: it is gone; each
+    /// bound tracer holds one); 22 (EINVAL) if none is held.
+    static int ReleaseDefaultLog();
+    /// Closes every registered device. They stay registered until a creation under their name opens them
+    /// anew; until then a log file drops what is written to it, while a console prints on and a memory
+    /// queue collects on. The flag is not used.
+    static void ShutdownTrace(bool flag);
+};
+
+} // namespace Nima::Common::System::OS::Diagnostics

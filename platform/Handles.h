@@ -1,0 +1,121 @@
+#pragma once
+
+/// Win32-style handles over POSIX. A handle is a `void*` that points to an object of the `handle_helper`
+/// family. Null is what a failed creation returns; no operation returns the all-ones value, which owners use
+/// for "nothing open". Time-outs, names, sharing and security arguments are accepted and ignored. The
+/// results are not uniform, and callers test them exactly as they are told here. `errno` is left as the
+/// POSIX call set it. Nothing here is signal-safe.
+
+#include <cstdint>
+
+#include <pthread.h>
+
+class handle_helper {
+  public:
+    handle_helper() = default;
+    handle_helper(const handle_helper&) = delete;
+    handle_helper& operator=(const handle_helper&) = delete;
+
+    /// Blocks until the object is signalled, whatever the time-out. 0 when the wait completed.
+    virtual int wait(int timeout) = 0;
+    /// Releases the system's resource. 0 on success.
+    virtual int close() = 0;
+    virtual ~handle_helper() = default;
+};
+
+/// Signalled once its flag is set, and from then on for good: a wait never clears it. The owner signals it
+/// with `Set`.
+class event_helper final : public handle_helper {
+  public:
+    explicit event_helper(bool signalled) : signalled_(signalled) {}
+    int wait(int timeout) override;
+    int close() override;
+    void Set();
+
+  private:
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+    pthread_cond_t condition_ = PTHREAD_COND_INITIALIZER;
+    bool signalled_;
+};
+
+/// A binary lock: a wait takes it.
+class semaphore_helper final : public handle_helper {
+  public:
+    int wait(int timeout) override;
+    int close() override;
+
+  private:
+    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
+};
+
+/// Not recursive.
+class critical_section_helper final : public handle_helper {
+  public:
+    critical_section_helper() = default;
+    int Create() { return pthread_mutex_init(&mutex_, nullptr); }
+    int wait(int timeout) override;
+    int close() override;
+    int leave() { return pthread_mutex_unlock(&mutex_); }
+
+  private:
+    pthread_mutex_t mutex_{};
+};
+
+/// A wait joins the thread and returns the join's result. Closing neither joins nor detaches it.
+class thread_helper final : public handle_helper {
+  public:
+    thread_helper(void* (*start)(void*), void* argument);
+    int wait(int timeout) override;
+    int close() override;
+    pthread_t id() const { return id_; }
+    bool started() const { return started_; }
+
+  private:
+    pthread_t id_{};
+    bool started_;
+};
+
+/// The value that stands for "nothing open" with the owners of handles.
+inline void* InvalidHandle() {
+    return reinterpret_cast<void*>(~std::uintptr_t{0}); // NOLINT(performance-no-int-to-ptr)
+}
+
+/// Whether an owner's handle refers to an object: neither null nor the all-ones value.
+inline bool IsValidHandle(const void* handle) {
+    return handle != nullptr && handle != InvalidHandle();
+}
+
+/// Closes and deletes the object. 0 on success; 1 where its `close` reported anything else, which a
+/// thread's always does. 1 for a handle that refers to nothing.
+int _close_handle_helper(void* handle);
+
+/// Blocks until the handle is signalled and returns the result of its wait: 0, or a thread's join error.
+int _wait_handle_helper(void* handle, long timeout);
+
+/// Never null. Always a manual-reset event, never shared with other processes.
+void* _create_event_helper(bool manualReset, bool initialState, const wchar_t* name);
+
+/// Never null. With an initial count of 0 the creating thread holds it at once.
+void* _create_semaphore_helper(int security, int initialCount, int maximumCount, const wchar_t* name);
+
+/// The critical-section helpers return 0 or an error number of the threads library.
+int _create_critical_section_helper(void** out);
+int _enter_critical_section_helper(void* criticalSection);
+int _leave_critical_section_helper(void* criticalSection);
+/// Destroys the object and sets `*criticalSection` to null.
+void _delete_critical_section_helper(void** criticalSection);
+
+/// Starts a thread with default attributes. Never null, even where no thread could be started; waiting for
+/// such a one fails with ESRCH.
+void* _create_thread_helper(void* (*start)(void*), void* argument);
+
+/// The scheduling priority of a thread handle's thread, 0 if it cannot be had. Null, or a kernel thread
+/// identifier in the handle's place, stands for the calling thread: a heap object never has so low an
+/// address, and asking for the identifier would cost a system call a line.
+int _get_thread_priority_helper(void* thread);
+
+/// The calling thread's identifier in the threads library, cut to 32 bits, as headers and records show it.
+inline std::uint32_t CurrentThreadId() {
+    return static_cast<std::uint32_t>(
+        reinterpret_cast<std::uintptr_t>(reinterpret_cast<void*>(pthread_self())));
+}

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <atomic>
+#include <new>
+#include <utility>
+
+#include <sched.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// A place for an object that is built at load and torn down at unload while other threads may still be
+/// calling in. Users go through `Use`: before the object is built, and once its end has begun, they find
+/// nothing and give up in silence; the end waits for the users that are inside.
+///
+/// The slot itself needs no construction and has no destructor, so asking it is safe at any time.
+template <class T>
+class StaticSlot {
+  public:
+    constexpr StaticSlot() = default;
+
+    class Use {
+      public:
+        explicit Use(StaticSlot& slot) : slot_(slot) {
+            slot_.users_.fetch_add(1);
+            object_ = slot_.live_.load() ? slot_.Object() : nullptr;
+        }
+        Use(const Use&) = delete;
+        Use& operator=(const Use&) = delete;
+        ~Use() { slot_.users_.fetch_sub(1); }
+
+        explicit operator bool() const { return object_ != nullptr; }
+        T* operator->() const { return object_; }
+        T& operator*() const { return *object_; }
+
+      private:
+        StaticSlot& slot_;
+        T* object_;
+    };
+
+    template <class... Arguments>
+    void Build(Arguments&&... arguments) {
+        new (storage_) T(std::forward<Arguments>(arguments)...);
+        live_.store(true);
+    }
+
+    /// Waits for users to leave, but not for ever: the thread that ends the process may be one of them, out
+    /// of a signal handler. The object then stays as it is.
+    void End() {
+        live_.store(false);
+        for (int turn = 0; users_.load() != 0; ++turn) {
+            if (turn == kPatience) {
+                return;
+            }
+            sched_yield();
+        }
+        Object()->~T();
+    }
+
+  private:
+    static constexpr int kPatience = 100000;
+
+    T* Object() { return std::launder(static_cast<T*>(static_cast<void*>(storage_))); }
+
+    std::atomic<bool> live_{false};
+    std::atomic<int> users_{0};
+    alignas(T) unsigned char storage_[sizeof(T)]{};
+};
+
+/// Builds the object of a slot at load and ends it at unload. Every one of them stands in one source file,
+/// where the order of definition is the order of construction.
+template <class T>
+class StaticSlotKeeper {
+  public:
+    template <class... Arguments>
+    explicit StaticSlotKeeper(StaticSlot<T>& slot, Arguments&&... arguments) : slot_(slot) {
+        slot_.Build(std::forward<Arguments>(arguments)...);
+    }
+    StaticSlotKeeper(const StaticSlotKeeper&) = delete;
+    StaticSlotKeeper& operator=(const StaticSlotKeeper&) = delete;
+    ~StaticSlotKeeper() { slot_.End(); }
+
+  private:
+    StaticSlot<T>& slot_;
+};
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,378 @@
+/// What the devices leave in files and on standard output, byte for byte.
+
+#include "Diagnostics/Devices/Console.h"
+#include "Diagnostics/TraceFormat.h"
+#include "platform/Handles.h"
+#include "tests/support/Sandbox.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <cstdio>
+#include <regex>
+#include <thread>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <Diagnostics/MemoryQueue.h>
+#include <Diagnostics/RollingLogFile.h>
+#include <Diagnostics/TraceApi.h>
+
+namespace Nima::Testing {
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+namespace {
+
+unsigned char* Bytes(const char* text) {
+    return reinterpret_cast<unsigned char*>(const_cast<char*>(text));
+}
+
+void Write(ITraceDevice& device, const std::string& text) {
+    device.WriteData(Bytes(text.c_str()), static_cast<int>(text.size()));
+}
+
+_TraceConfig LogConfig(const wchar_t* file, unsigned size, unsigned rolls, bool append) {
+    _TraceConfig config{};
+    config.type = TRACE_DEVICE_ROLLING_LOG_FILE;
+    config.name = L"log";
+    config.settings.rollingLogFile.maxFileSize = size;
+    config.settings.rollingLogFile.maxRollCount = rolls;
+    config.settings.rollingLogFile.fileName = file;
+    config.settings.rollingLogFile.append = append;
+    return config;
+}
+
+std::string ThreadPart() {
+    char text[32];
+    std::snprintf(text, sizeof(text), "<0x%8.8x:000> ", CurrentThreadId());
+    return text;
+}
+
+/// A regular expression for the counter form of the calling thread's header.
+std::string Header() {
+    return "-?[0-9]+ " + ThreadPart();
+}
+
+const char* const kCalibration =
+    "<CAL> <Trace> Calibration freq=1000000, now=[0-9]{4}[0-9]{2}[0-9]{2}[0-9]{2}[0-9]{2}[0-9]{2}\\."
+    "(-[0-9]{2,5}|[0-9]{3,5}), type=qpc\r\n";
+
+void ExpectMatch(const std::string& text, const std::string& pattern) {
+    EXPECT_TRUE(std::regex_match(text, std::regex(pattern)))
+        << "[" << text << "] against [" << pattern << "]";
+}
+
+const char* const kRollMessage = "DREL Trace!! Failed to roll trace file, seeking to beginning of file!\r\n";
+
+} // namespace
+
+class Devices : public Sandbox {};
+
+TEST_F(Devices, ANewDeviceCountsUntilItsLastReferenceGoes) {
+    const int before = GetTraceDeviceCount();
+    auto* device = new CConsole;
+    EXPECT_EQ(GetTraceDeviceCount(), before + 1);
+    EXPECT_EQ(device->GetName(), L"unknown");
+    EXPECT_FALSE(device->GetEnabled());
+    EXPECT_STREQ(device->GetTimerType(), "qpc");
+    EXPECT_EQ(device->AddRef(), 1);
+    EXPECT_EQ(device->AddRef(), 2);
+    EXPECT_EQ(device->Release(), 1);
+    EXPECT_EQ(device->Release(), 0);
+    EXPECT_EQ(GetTraceDeviceCount(), before);
+}
+
+// Every header is composed by hand; printf says what it has to be.
+TEST_F(Devices, HeadersAreWhatPrintfWouldMakeOfThem) {
+    const int priorities[] = {0, 5, 99, 100, 12345, -1, -5, -99, INT32_MIN};
+    const long long counters[] = {0, 7, -7, 1234567890123LL, INT64_MAX, INT64_MIN};
+    for (const int priority : priorities) {
+        for (const long long counter : counters) {
+            char ours[256];
+            char printfs[256];
+            const int length = ComposeCounterHeader(ours, sizeof(ours), counter, 0xabcU, priority);
+            EXPECT_EQ(length, std::snprintf(printfs, sizeof(printfs), "%lld <0x%8.8x:%03d> ", counter, 0xabcU,
+                                            priority));
+            EXPECT_STREQ(ours, printfs);
+        }
+    }
+    for (const int sub : {7, 57920, 65535, 32767, 32768, 999}) {
+        const _SYSTEMTIME time{124, 2, 2, 5, 14, 7, 9, static_cast<std::uint16_t>(sub)};
+        char ours[256];
+        char printfs[256];
+        ComposeDateHeader(ours, sizeof(ours), time, 0xf0000001U, 5);
+        std::snprintf(printfs, sizeof(printfs), "%04d%02d%02d%02d%02d%02d.%03d <0x%8.8x:%03d> ", 124, 2, 5,
+                      14, 7, 9, static_cast<std::int16_t>(sub), 0xf0000001U, 5);
+        EXPECT_STREQ(ours, printfs);
+    }
+    char cut[8];
+    EXPECT_EQ(ComposePrefix(cut, sizeof(cut), 3, "Scanner"), 17);
+    EXPECT_STREQ(cut, "<WARN> ");
+}
+
+TEST_F(Devices, TheConsolePrintsWhetherOrNotItIsOpen) {
+    auto* console = new CConsole;
+    console->AddRef();
+    const std::string output = CapturedOutput([&] {
+        Write(*console, "closed;");
+        console->Init(nullptr);
+        console->WriteDataRaw(Bytes("raw;"), 4);
+        console->WritePreFormattedMessage(const_cast<char*>("H "), 2, Bytes("m\n"), 2);
+        console->WritePreFormattedMessage(const_cast<char*>("H "), 2, Bytes("m\r"), 2);
+        console->WritePreFormattedMessage(const_cast<char*>("H "), 2, Bytes("none"), 0);
+        console->WriteData(nullptr, 5);
+        console->WriteData(Bytes("negative"), -1);
+        console->WriteDataRaw(Bytes("negative"), -1);
+    });
+    ExpectMatch(output, Header() + "closed;raw;H m\nH m\r\r\n");
+    console->Release();
+}
+
+TEST_F(Devices, ALogHoldsItsCalibrationLineAndEveryLineEnded) {
+    CRollingLogFile log;
+    _TraceConfig config = LogConfig(L"log", 1 << 20, 0, true);
+    log.Init(&config);
+    ASSERT_TRUE(log.IsOpen());
+    Write(log, "ends by itself\n");
+    Write(log, "is ended");
+    log.WriteDataRaw(Bytes("raw"), 3);
+    log.WritePreFormattedMessage(const_cast<char*>("head\n"), 5, Bytes("body"), 4);
+    log.WritePreFormattedMessage(const_cast<char*>("head"), 0, Bytes("body"), 4);
+    log.WritePreFormattedMessage(nullptr, 4, Bytes("body"), 4);
+    log.WriteData(nullptr, 4);
+    log.WriteData(Bytes("x"), 0);
+    log.WriteDataRaw(Bytes("x"), -3);
+    EXPECT_EQ(CountOf(ReadFile("log"), "\n"), 1U) << "only the calibration line goes past the buffer";
+    log.Flush();
+    ExpectMatch(ReadFile("log"), Header() + kCalibration + Header() + "ends by itself\n" + Header() +
+                                     "is ended\r\nraw\r\nhead\nbody\r\n");
+    // Opening it again appends, whatever the record's type.
+    _TraceConfig console{};
+    console.type = TRACE_DEVICE_CONSOLE;
+    log.Init(&console);
+    log.Close();
+    Write(log, "dropped");
+    EXPECT_EQ(Lines(ReadFile("log")).size(), 7U);
+    EXPECT_EQ(CountOf(ReadFile("log"), "dropped"), 0U);
+}
+
+TEST_F(Devices, TheOrderOfLinesHoldsAtEveryLengthAroundTheBuffer) {
+    CRollingLogFile log;
+    _TraceConfig config = LogConfig(L"log", 1 << 24, 0, true);
+    log.Init(&config);
+    std::string expected;
+    for (int length = 4080; length < 4110; ++length) {
+        for (const bool ended : {false, true}) {
+            std::string text(static_cast<std::size_t>(length), static_cast<char>('a' + length % 26));
+            text.back() = ended ? '\n' : 'z';
+            log.WriteDataRaw(Bytes(text.c_str()), length);
+            log.WriteDataRaw(Bytes("short\n"), 6);
+            expected += text + (ended ? "" : "\r\n") + "short\n";
+        }
+    }
+    log.Close();
+    const std::string content = ReadFile("log");
+    EXPECT_EQ(content.substr(content.find('\n') + 1), expected);
+}
+
+TEST_F(Devices, AFinalFlushEndsTheBufferingForGood) {
+    CRollingLogFile log;
+    _TraceConfig config = LogConfig(L"log", 1 << 20, 0, true);
+    log.Init(&config);
+    log.WriteDataRaw(Bytes("held back\n"), 10);
+    log.Flush(true);
+    log.WriteDataRaw(Bytes("at once\n"), 8);
+    EXPECT_EQ(CountOf(ReadFile("log"), "held back\nat once\n"), 1U);
+    log.Init(&config);
+    log.WriteDataRaw(Bytes("still\n"), 6);
+    EXPECT_EQ(CountOf(ReadFile("log"), "still\n"), 1U);
+}
+
+TEST_F(Devices, AFullLogWithoutBackupsIsOverwrittenFromItsStart) {
+    CRollingLogFile log;
+    WriteFile("log", std::string(6000, 'o'));
+    _TraceConfig config = LogConfig(L"log", 5000, 0, false);
+    // Without the append flag the existing file is rolled first: rewound, here, and never truncated.
+    log.Init(&config);
+    const std::string content = ReadFile("log");
+    EXPECT_EQ(content.size(), 6000U);
+    ExpectMatch(content.substr(0, content.find('\n') + 1), Header() + kCalibration);
+    EXPECT_EQ(content.back(), 'o');
+    log.Flush(true);
+    const std::string line(1000, 'n');
+    for (int i = 0; i < 5; ++i) {
+        log.WriteDataRaw(Bytes(line.c_str()), 1000);
+    }
+    // The fifth line reaches the maximum: the next stands at the start, after a calibration line.
+    log.WriteDataRaw(Bytes("again\n"), 6);
+    ExpectMatch(ReadFile("log").substr(0, 150), Header() + kCalibration + "again\n[^]*");
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"log"});
+}
+
+TEST_F(Devices, ARollNeedsThePropertyFileName) {
+    WriteFile(".10", "a stranger's");
+    const std::string line(2000, 'x');
+    const std::string output = CapturedOutput([&] {
+        CRollingLogFile log;
+        _TraceConfig config = LogConfig(L"log", 3000, 2, true);
+        log.Init(&config);
+        log.Flush(true);
+        for (int i = 0; i < 4; ++i) {
+            log.WriteDataRaw(Bytes(line.c_str()), 2000);
+        }
+    });
+    // The count of bytes stays, so every line from the second on rolls and reports.
+    EXPECT_EQ(output, std::string(kRollMessage) + kRollMessage + kRollMessage);
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"log"}) << ".10 belongs to the backups of an empty name";
+}
+
+TEST_F(Devices, ALogNamedByItsPropertyRollsIntoOneBackup) {
+    CRollingLogFile log;
+    log.SetFileName(L"log");
+    _TraceConfig config = LogConfig(L"log", 3000, 5, true);
+    log.Init(&config);
+    log.Flush(true);
+    WriteFile("log.10", "older");
+    const std::string output = CapturedOutput([&] {
+        for (int i = 0; i < 5; ++i) {
+            log.WriteDataRaw(Bytes(std::string(1500, static_cast<char>('a' + i)).c_str()), 1500);
+        }
+    });
+    log.Close();
+    EXPECT_EQ(output, "");
+    EXPECT_EQ(Listing("."), (std::vector<std::string>{"log", "log.1"}));
+    const std::string header = Header() + kCalibration;
+    ExpectMatch(ReadFile("log.1"), header + "c{1500}\r\nd{1500}\r\n");
+    ExpectMatch(ReadFile("log"), header + "e{1500}\r\n");
+}
+
+TEST_F(Devices, AFailedOpenLeavesItsOwnErrorNumber) {
+    CRollingLogFile log;
+    _TraceConfig config = LogConfig(L"no/such/folder/log", 1000, 0, true);
+    errno = 0;
+    log.Init(&config);
+    EXPECT_FALSE(log.IsOpen());
+    EXPECT_EQ(errno, ENOENT);
+    Write(log, "dropped");
+    log.Flush();
+    ::rmdir("log");
+    ASSERT_EQ(::system("mkdir log"), 0);
+    config = LogConfig(L"log", 1000, 0, true);
+    log.Init(&config);
+    EXPECT_FALSE(log.IsOpen());
+    EXPECT_EQ(errno, EISDIR);
+    config.settings.rollingLogFile.fileName = nullptr;
+    log.Init(&config);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(Devices, AFullDiskCostsTheNewLinesOnly) {
+    const TinyDisk disk("tiny", 64);
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "cannot mount a file system here";
+    }
+    CRollingLogFile log;
+    _TraceConfig config = LogConfig(L"tiny/log", 1 << 20, 0, true);
+    log.Init(&config);
+    const std::string line = std::string(99, 'l') + "\n";
+    log.WriteDataRaw(Bytes(line.c_str()), 100);
+    log.Flush();
+    const std::string before = ReadFile("tiny/log");
+    disk.Fill();
+    for (int i = 0; i < 500; ++i) {
+        log.WriteDataRaw(Bytes(line.c_str()), 100);
+    }
+    log.Flush();
+    EXPECT_TRUE(log.IsOpen());
+    EXPECT_EQ(ReadFile("tiny/log").substr(0, before.size()), before);
+    ::unlink("tiny/filler");
+    log.WriteDataRaw(Bytes("room again\n"), 11);
+    log.Close();
+    EXPECT_EQ(CountOf(ReadFile("tiny/log"), "room again\n"), 1U);
+}
+
+class MemoryQueues : public Sandbox {
+  protected:
+    void Configure(const wchar_t* file, int depth, int mode) {
+        _TraceConfig config{};
+        config.type = TRACE_DEVICE_MEMORY_QUEUE;
+        config.name = L"queue";
+        config.settings.memoryQueue.queueDepth = depth;
+        config.settings.memoryQueue.fileName = file;
+        config.settings.memoryQueue.mode = mode;
+        queue_.Init(&config);
+    }
+    void WriteAll(const std::vector<std::string>& lines) {
+        for (const std::string& line : lines) {
+            Write(queue_, line);
+        }
+    }
+    std::string Flushed() {
+        queue_.Flush();
+        return ReadFile("out");
+    }
+    static std::string DateHeader() { return "[0-9]{14}\\.(-[0-9]{2,5}|[0-9]{3,5}) " + ThreadPart(); }
+
+    CMemoryQueue queue_;
+};
+
+TEST_F(MemoryQueues, KeepsTheLatestLinesAndWritesThemOnce) {
+    Configure(L"out", 1, 0);
+    queue_.SetQueueDepth(3);
+    WriteAll({"A", "B", "C", std::string(600, 'D')});
+    queue_.WritePreFormattedMessage(const_cast<char*>("no"), 2, Bytes("no"), 2);
+    ExpectMatch(Flushed(), DateHeader() + "B" + DateHeader() + "C" + DateHeader() + "D{600}");
+    EXPECT_EQ(Flushed(), "") << "every flush replaces the file";
+    queue_.WriteDataRaw(Bytes("raw as it is"), 12);
+    queue_.WriteData(Bytes("x"), 0);
+    queue_.WriteData(Bytes("x"), -1);
+    queue_.WriteData(nullptr, 3);
+    EXPECT_EQ(Flushed(), "raw as it is");
+    queue_.SetQueueDepth(0);
+    WriteAll({"nothing", "is", "kept"});
+    EXPECT_EQ(Flushed(), "");
+}
+
+TEST_F(MemoryQueues, TheStampIsThatOfTheWriter) {
+    Configure(L"out", 0, 0);
+    std::string writer;
+    std::thread([&] {
+        writer = ThreadPart();
+        Write(queue_, "elsewhere");
+    }).join();
+    EXPECT_EQ(CountOf(Flushed(), writer + "elsewhere"), 1U);
+}
+
+TEST_F(MemoryQueues, ModeSaysWhatBecomesOfTheQueue) {
+    Configure(L"out", 0, 0);
+    WriteAll({"discarded"});
+    queue_.Close();
+    EXPECT_FALSE(Exists("out"));
+    Configure(L"", 0, 1);
+    WriteAll({"written by close"});
+    queue_.Close();
+    ExpectMatch(ReadFile("out"), DateHeader() + "written by close");
+    WriteAll({"written by init"});
+    Configure(L"other", 0, 2);
+    ExpectMatch(ReadFile("out"), DateHeader() + "written by init");
+    // A depth lowered under the fill finds the queue full: with mode bit 2 the rest is written out.
+    WriteAll({"1", "2", "3", "4"});
+    queue_.SetQueueDepth(2);
+    WriteAll({"5"});
+    ExpectMatch(ReadFile("other"), DateHeader() + "2" + DateHeader() + "3" + DateHeader() + "4");
+    queue_.Flush();
+    ExpectMatch(ReadFile("other"), DateHeader() + "5");
+}
+
+TEST_F(MemoryQueues, AFileThatCannotBeOpenedCostsNothing) {
+    Configure(L"no/such/folder", 0, 0);
+    WriteAll({"kept"});
+    queue_.Flush();
+    ASSERT_EQ(::system("mkdir no && mkdir no/such"), 0);
+    queue_.Flush();
+    ExpectMatch(ReadFile("no/such/folder"), DateHeader() + "kept");
+}
+
+} // namespace Nima::Testing

@@ -1,0 +1,265 @@
+/// The layer of Win32-style helpers: their own result conventions, which every caller tests exactly.
+
+#include "platform/Handles.h"
+
+#include "Diagnostics/Files/FileRolling.h"
+#include "ini/IniFile.h"
+#include "platform/Clock.h"
+#include "platform/Files.h"
+#include "platform/Identifiers.h"
+#include "platform/Text.h"
+#include "tests/support/Sandbox.h"
+
+#include <atomic>
+#include <cerrno>
+#include <clocale>
+#include <cstring>
+#include <ctime>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Nima::Testing {
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+class Handles : public Sandbox {};
+
+TEST_F(Handles, FilesKeepTheirOwnResultConventions) {
+    EXPECT_EQ(_open_file_helper(L"absent", 3, 4, 0, 0), nullptr);
+    EXPECT_EQ(errno, ENOENT);
+    ::umask(0);
+    void* file = _open_file_helper(L"file", 3, 4, O_CREAT, 0100000);
+    ASSERT_NE(file, nullptr);
+    struct stat status {};
+    ::stat("file", &status);
+    EXPECT_EQ(status.st_mode & 0777, 0774U);
+    EXPECT_EQ(_wait_handle_helper(file, 5), 0);
+
+    long written = -7;
+    EXPECT_EQ(_write_file_helper(file, "0123456789", 10, &written), 1);
+    EXPECT_EQ(written, 10);
+    EXPECT_EQ(_write_file_helper(file, "x", -1, &written), 0);
+    EXPECT_EQ(written, 10);
+    EXPECT_EQ(_set_file_pointer_helper(file, 4, SEEK_SET), 4);
+    EXPECT_EQ(_set_end_of_file_helper(file), 0);
+    EXPECT_EQ(_get_file_size_helper(file), 4);
+    // A negative offset is a large positive one: from 4 it ends at 2^32 + 3, of which the low 32 bits remain.
+    EXPECT_EQ(_set_file_pointer_helper(file, -1, SEEK_CUR), 3);
+    EXPECT_EQ(_set_file_pointer_helper(file, 0, 77), -1);
+    EXPECT_EQ(_flush_file_helper(file), 0);
+    EXPECT_EQ(_close_handle_helper(file), 0);
+    EXPECT_EQ(ReadFile("file"), "0123");
+
+    EXPECT_EQ(_get_file_attributes_helper(L"file"), 1UL);
+    EXPECT_EQ(_get_file_attributes_helper(L"."), 1UL);
+    EXPECT_EQ(_get_file_attributes_helper(L"absent"), 0UL);
+    EXPECT_EQ(_move_file_helper(L"file", L"moved"), 0);
+    EXPECT_EQ(_move_file_helper(L"file", L"moved"), 1);
+    EXPECT_EQ(_delete_file_helper(L"moved"), 0);
+    EXPECT_EQ(_delete_file_helper(L"moved"), 1);
+
+    int accessModes[4];
+    for (int i = 0; i < 4; ++i) {
+        accessModes[i] = _get_access(i | 0x100);
+    }
+    EXPECT_EQ(accessModes[0], O_RDONLY);
+    EXPECT_EQ(accessModes[1], O_RDONLY);
+    EXPECT_EQ(accessModes[2], O_WRONLY);
+    EXPECT_EQ(accessModes[3], O_RDWR);
+}
+
+TEST_F(Handles, NothingHappensUnderPartOfAName) {
+    WriteFile("a", "keep");
+    EXPECT_EQ(_delete_file_helper(L"a\x4e2d"), 1);
+    EXPECT_EQ(errno, EILSEQ);
+    EXPECT_EQ(_open_file_helper(L"a\x4e2d", 3, 4, O_CREAT | O_TRUNC, 0), nullptr);
+    EXPECT_EQ(errno, EILSEQ);
+    EXPECT_EQ(ReadFile("a"), "keep");
+    // 300 characters are cut at 255 bytes: the system still refuses the name, and nothing is overrun.
+    const std::wstring longName(300, L'n');
+    void* file = _open_file_helper(longName.c_str(), 3, 4, O_CREAT, 0);
+    ASSERT_NE(file, nullptr);
+    EXPECT_EQ(_close_handle_helper(file), 0);
+    EXPECT_TRUE(Exists(std::string(255, 'n')));
+}
+
+TEST_F(Handles, AMappingMakesItsFileOneByteShorterThanTheView) {
+    void* mapping = _create_file_mapping_helper(L"segment", O_RDWR);
+    ASSERT_NE(mapping, nullptr);
+    auto* view = static_cast<char*>(_map_view_file_helper(mapping, PROT_READ | PROT_WRITE, 9, 0, 4096));
+    ASSERT_NE(view, nullptr);
+    std::strcpy(view, "survives");
+    EXPECT_EQ(_unmap_view_of_file_helper(view), 0);
+    EXPECT_STREQ(view, "survives") << "the view lives until its mapping is closed";
+    EXPECT_EQ(_close_handle_helper(mapping), 0);
+    const std::string content = ReadFile("segment");
+    EXPECT_EQ(content.size(), 4095U);
+    EXPECT_EQ(content.substr(0, 9), std::string("survives\0", 9));
+
+    mapping = _create_file_mapping_helper(L"unmapped", O_RDWR);
+    EXPECT_EQ(_map_view_file_helper(mapping, PROT_READ, 0, 0, 0), nullptr);
+    EXPECT_EQ(_close_handle_helper(mapping), 0);
+    EXPECT_EQ(_create_file_mapping_helper(L"no/such/folder", O_RDWR), nullptr);
+}
+
+TEST_F(Handles, AFullDiskIsAFailedViewAndNoBusError) {
+    const TinyDisk disk("tiny", 64);
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "cannot mount a file system here";
+    }
+    void* mapping = _create_file_mapping_helper(L"tiny/segment", O_RDWR);
+    ASSERT_NE(mapping, nullptr);
+    EXPECT_EQ(_map_view_file_helper(mapping, PROT_READ | PROT_WRITE, 0, 0, 1 << 20), nullptr);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(_close_handle_helper(mapping), 0);
+}
+
+TEST_F(Handles, WaitsIgnoreTheirTimeOut) {
+    void* event = _create_event_helper(false, false, L"name");
+    std::atomic<bool> passed{false};
+    struct Context {
+        void* event;
+        std::atomic<bool>* passed;
+    } context{event, &passed};
+    void* thread = _create_thread_helper(
+        [](void* argument) -> void* {
+            const auto* own = static_cast<Context*>(argument);
+            _wait_handle_helper(own->event, 1);
+            own->passed->store(true);
+            return nullptr;
+        },
+        &context);
+    ::usleep(50000);
+    EXPECT_FALSE(passed.load());
+    static_cast<event_helper*>(static_cast<handle_helper*>(event))->Set();
+    EXPECT_EQ(_wait_handle_helper(thread, 0), 0);
+    EXPECT_TRUE(passed.load());
+    EXPECT_EQ(_wait_handle_helper(event, 0), 0) << "a wait does not clear the flag";
+    EXPECT_EQ(_close_handle_helper(event), 0);
+    EXPECT_EQ(_close_handle_helper(thread), 1);
+
+    void* semaphore = _create_semaphore_helper(0, 1, 1, nullptr);
+    EXPECT_EQ(_wait_handle_helper(semaphore, 0), 0);
+    void* section = nullptr;
+    EXPECT_EQ(_create_critical_section_helper(&section), 0);
+    EXPECT_EQ(_enter_critical_section_helper(section), 0);
+    EXPECT_EQ(_leave_critical_section_helper(section), 0);
+    _delete_critical_section_helper(&section);
+    EXPECT_EQ(section, nullptr);
+}
+
+TEST_F(Handles, PriorityIsTheCallersForAKernelThreadIdentifier) {
+    EXPECT_EQ(_get_thread_priority_helper(nullptr), 0);
+    EXPECT_EQ(_get_thread_priority_helper(reinterpret_cast<void*>(static_cast<std::uintptr_t>(::getpid()))),
+              0);
+}
+
+TEST_F(Handles, NumbersAndTexts) {
+    wchar_t text[8];
+    for (const int radix : {10, 16, 8}) {
+        EXPECT_STREQ(_itow(5, text, radix), L"10");
+    }
+    EXPECT_STREQ(_itow(5, text, 2), L"0");
+    EXPECT_EQ(_wtoi64(L"123abc"), 123);
+    EXPECT_EQ(_wtoi64(L" -42"), -42);
+    EXPECT_EQ(_wtoi64(L""), 0);
+    EXPECT_EQ(_wtoi64(L"0000000000000000000123"), 1) << "twenty characters count";
+    char narrow[4];
+    EXPECT_EQ(_snprintf_s_helper(narrow, sizeof(narrow), 99, "%s", "abcdef"), 6);
+    EXPECT_STREQ(narrow, "abc");
+}
+
+TEST_F(Handles, IdentifiersAreVersionFour) {
+    _GUID identifier{};
+    EXPECT_EQ(_create_guid_helper(&identifier), 0);
+    EXPECT_EQ(identifier.words[3] & 0xF000, 0x4000);
+    EXPECT_EQ(identifier.words[4] & 0xC000, 0x8000);
+}
+
+TEST_F(Handles, ClocksDeliverRawFields) {
+    _SYSTEMTIME now{};
+    std::time_t before = 0;
+    std::time_t after = 0;
+    do {
+        before = std::time(nullptr);
+        _get_local_time_helper(&now);
+        after = std::time(nullptr);
+    } while (before != after);
+    std::tm local{};
+    ::localtime_r(&before, &local);
+    EXPECT_EQ(now.wYear, local.tm_year);
+    EXPECT_EQ(now.wMonth, local.tm_mon);
+    EXPECT_EQ(now.wDayOfWeek, local.tm_wday);
+    EXPECT_EQ(now.wDay, local.tm_mday);
+    EXPECT_EQ(now.wSecond, local.tm_sec);
+    timespec raw{};
+    _LARGE_INTEGER counter{};
+    ::clock_gettime(CLOCK_MONOTONIC, &raw);
+    _query_performance_counter_helper(&counter);
+    EXPECT_LT(std::llabs(counter.QuadPart - (raw.tv_sec + raw.tv_nsec)), 1000000000LL);
+    _query_performance_frequency_helper(&counter);
+    EXPECT_EQ(counter.QuadPart, 1000000);
+}
+
+TEST_F(Handles, ARollKeepsOneBackup) {
+    WriteFile("B", "new");
+    WriteFile("B.10", "old");
+    RollFileBackupsEx(L"B", 5, true);
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"B.10"});
+    EXPECT_EQ(ReadFile("B.10"), "new");
+
+    WriteFile("B", "newer");
+    RollFileBackups(L"B", 0);
+    EXPECT_EQ(Listing(".").size(), 2U);
+    RollFileBackups(L"B", -3);
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"B"});
+    RollFileBackupsEx(L"B", INT32_MIN, true);
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"B.10"});
+    WriteFile("B", "last");
+    RollFileBackupsEx(L"B", 0, true);
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"B.10"});
+
+    long attributes = 7;
+    EXPECT_TRUE(FileExists(L"absent"));
+    EXPECT_TRUE(FileExists(L"absent", attributes));
+    EXPECT_EQ(attributes, 0);
+    EXPECT_TRUE(FileExists(L"B.10", attributes));
+    EXPECT_EQ(attributes, 1);
+}
+
+TEST_F(Handles, AWholeBufferIsFlushedOrItsFailureReported) {
+    void* file = _open_file_helper(L"out", 3, 6, O_CREAT, 0);
+    unsigned char bytes[] = "0123456789";
+    EXPECT_EQ(FlushBufferToFile(file, bytes, 0), 1);
+    EXPECT_EQ(FlushBufferToFile(file, bytes, 10), 1);
+    _close_handle_helper(file);
+    EXPECT_EQ(ReadFile("out"), "0123456789");
+    file = _open_file_helper(L"out", 0, 6, 0, 0);
+    EXPECT_EQ(FlushBufferToFile(file, bytes, 10), 0) << "opened for reading only";
+    _close_handle_helper(file);
+}
+
+TEST_F(Handles, AnIniFileLivesInMemoryOnly) {
+    CIniFile ini;
+    EXPECT_TRUE(ini.Open(L"no such file"));
+    EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 7U);
+    ini.WriteValue(L"s", L"k", L"42x");
+    EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 42U);
+    EXPECT_EQ(ini.ReadValue(L"S", L"k", 7U), 7U);
+    ini.WriteValue(L"s", L"k", L"-1");
+    EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 0xFFFFFFFFU);
+    ini.WriteValue(L"s", L"k", L"");
+    EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 7U);
+    EXPECT_EQ(ini.ReadValue(L"s", L"absent", std::wstring(L"default")), L"");
+    ini.DeleteSection(L"s");
+    EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 7U);
+    ini.Open(L"again");
+    ini.WriteValue(L"", L"k", L"v");
+    EXPECT_EQ(ini.ReadValue(L"", L"k", std::wstring()), L"v");
+    EXPECT_TRUE(Listing(".").empty());
+}
+
+} // namespace Nima::Testing

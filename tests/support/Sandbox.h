@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace Nima::Testing {
+
+/// Every test runs in a fresh working directory of its own, since logs and segments are files of the working
+/// directory. It is removed afterwards.
+class Sandbox : public ::testing::Test {
+  protected:
+    Sandbox();
+    ~Sandbox() override;
+
+    const std::string& directory() const { return directory_; }
+
+  private:
+    std::string directory_;
+};
+
+std::string ReadFile(const std::string& path);
+void WriteFile(const std::string& path, const std::string& content);
+bool Exists(const std::string& path);
+/// The names in a directory, sorted.
+std::vector<std::string> Listing(const std::string& directory);
+std::vector<std::string> Lines(const std::string& text);
+std::size_t CountOf(const std::string& text, const std::string& part);
+
+/// What the action prints to standard output, down to the file descriptor.
+std::string CapturedOutput(const std::function<void()>& action);
+
+/// Runs the action in a child process, which then exits in the ordinary way, destructors included. Returns
+/// the wait status.
+int InChild(const std::function<void()>& action);
+/// The same, asserting that the child ended with status 0.
+void InGoodChild(const std::function<void()>& action);
+
+/// Mounts a small tmpfs on a directory made for it and unmounts it at the end; `mounted()` is false where the
+/// machine does not allow that.
+class TinyDisk {
+  public:
+    TinyDisk(const std::string& path, int kilobytes);
+    TinyDisk(const TinyDisk&) = delete;
+    TinyDisk& operator=(const TinyDisk&) = delete;
+    ~TinyDisk();
+    bool mounted() const { return mounted_; }
+    /// Takes up what room is left.
+    void Fill() const;
+
+  private:
+    std::string path_;
+    bool mounted_;
+};
+
+} // namespace Nima::Testing

@@ -1,0 +1,522 @@
+/// Tracers, the registry and the services, seen through the public interface.
+
+#include "tests/support/Sandbox.h"
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <thread>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <Diagnostics/MemoryQueue.h>
+#include <Diagnostics/NimaTrace.h>
+#include <Diagnostics/RollingLogFile.h>
+#include <Diagnostics/TraceApi.h>
+#include <Diagnostics/TraceServices.h>
+
+namespace Nima::Testing {
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+namespace {
+
+int ConfigureLog(const wchar_t* file = L"log", unsigned size = 1 << 24) {
+    return TraceServices::ConfigureDefaultLog(file, size, 0, true);
+}
+
+/// The default log's lines from the level on, calibration lines left out.
+std::vector<std::string> Logged(const std::string& file = "log") {
+    TraceDeviceFlushAll(false);
+    std::vector<std::string> texts;
+    for (std::string line : Lines(ReadFile(file))) {
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
+        const std::size_t text = line.find("> <");
+        if (text != std::string::npos && line.find("<CAL>") == std::string::npos) {
+            texts.push_back(line.substr(text + 2));
+        }
+    }
+    return texts;
+}
+
+using Texts = std::vector<std::string>;
+
+_TraceConfig Config(std::int32_t type, const wchar_t* name) {
+    _TraceConfig config{};
+    config.type = type;
+    config.name = name;
+    return config;
+}
+
+const unsigned char* Raw(const char* text) {
+    return reinterpret_cast<const unsigned char*>(text);
+}
+
+void WriteWarnList(NimaTrace& trace, const char* format, ...) __attribute__((format(printf, 2, 3)));
+void WriteWarnList(NimaTrace& trace, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    trace.WriteWarn(format, arguments);
+    va_end(arguments);
+}
+
+void WriteNullFormat(NimaTrace& trace, ...) {
+    va_list arguments;
+    va_start(arguments, trace);
+    // Through a pointer, since the compiler refuses a null format that it can see.
+    void (NimaTrace::*const writer)(const char*, va_list) = &NimaTrace::WriteDebug;
+    (trace.*writer)(nullptr, arguments);
+    va_end(arguments);
+}
+
+void WriteAtEveryLevel(NimaTrace& trace) {
+    trace.WriteFatalV("f");
+    trace.WriteErrorV("e");
+    trace.WriteWarnV("w");
+    trace.WritePerfV("p");
+    trace.WriteInfoV("i");
+    trace.WriteDebugV("d");
+}
+
+} // namespace
+
+class Tracers : public Sandbox {};
+
+TEST_F(Tracers, TheEffectiveLevelSaysWhatIsWritten) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    NimaTrace trace("T");
+    const std::map<int, std::string> written = {{110001, ""},      {110000, "f"},    {70001, "f"},
+                                                {70000, "fe"},     {60000, "few"},   {55001, "few"},
+                                                {55000, "fewp"},   {40000, "fewpi"}, {30001, "fewpi"},
+                                                {30000, "fewpid"}, {-5, "fewpid"}};
+    EXPECT_EQ(TraceGetEffectiveLevel(), 60000);
+    std::size_t seen = 0;
+    for (const auto& [level, expected] : written) {
+        TraceSetEffectiveLevel(level);
+        EXPECT_EQ(TraceGetEffectiveLevel(), level);
+        WriteAtEveryLevel(trace);
+        const Texts all = Logged();
+        std::string letters;
+        for (; seen < all.size(); ++seen) {
+            letters += all[seen].back();
+        }
+        EXPECT_EQ(letters, expected) << level;
+    }
+}
+
+TEST_F(Tracers, LinesReadAsDocumented) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    TraceSetEffectiveLevel(0);
+    NimaTrace trace("Scanner");
+    trace.WriteWarnV("jam at %d", 3);
+    WriteWarnList(trace, "%s", "list");
+    trace.WritePerf(Raw("raw bytes"), 9);
+    trace.WriteInfo("tag", Raw("tagged\n"), 7);
+    WriteNullFormat(trace, 1);
+    trace.WriteDebugV("%s", "");
+    trace.WriteFatal(nullptr, 5);
+    trace.WriteFatal(Raw("x"), 0);
+    trace.WriteFatal("tag", Raw("x"), -2);
+    EXPECT_EQ(Logged(), (Texts{"<WARN> <Scanner> jam at 3", "<WARN> <Scanner> list",
+                               "<PERF> <Scanner> raw bytes", "<INFO> <Scanner> tag::tagged"}));
+}
+
+TEST_F(Tracers, LongLinesAreCutToTheBuffer) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    NimaTrace trace("T");
+    const std::string body(1500, 'b');
+    trace.WriteErrorV("%s", body.c_str());
+    trace.WriteError(body.c_str(), Raw("dropped"), 7);
+    NimaTrace longNamed(std::string(1500, 'n').c_str());
+    longNamed.WriteErrorV("%s", "x");
+    longNamed.WriteError(Raw("dropped"), 7);
+    const Texts lines = Logged();
+    ASSERT_EQ(lines.size(), 4U);
+    EXPECT_EQ(lines[0], ("<ERROR> <T> " + body).substr(0, 1023));
+    // The whole buffer, its own header and its terminating zero included, is written as one line.
+    EXPECT_EQ(lines[1].substr(0, 20), "<ERROR> <T> bbbbbbbb");
+    EXPECT_EQ(lines[1].back(), '\0');
+    EXPECT_EQ(CountOf(lines[1] + lines[3], "dropped"), 0U);
+    EXPECT_EQ(lines[2], ("<ERROR> <" + std::string(1500, 'n')).substr(0, 1023));
+    EXPECT_EQ(lines[3].back(), '\0');
+    EXPECT_EQ(CountOf(ReadFile("log"), std::string(1, '\0')), 2U);
+}
+
+TEST_F(Tracers, AFailingFormatterLeaksNoEarlierLine) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    NimaTrace trace("T");
+    trace.WriteErrorV("%s", std::string(900, 's').c_str());
+    trace.WriteErrorV("half %ls", L"\x4e2d");
+    const Texts lines = Logged();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[1].size(), 1024U);
+    EXPECT_EQ(lines[1].substr(0, 16), "<ERROR> <T> half");
+    EXPECT_EQ(lines[1].find('s'), std::string::npos);
+}
+
+TEST_F(Tracers, ATracerBindsToALogThatComesLater) {
+    NimaTrace early("early");
+    early.WriteErrorV("dropped");
+    EXPECT_FALSE(early.Initialized());
+    ASSERT_EQ(ConfigureLog(), 0);
+    EXPECT_TRUE(early.Initialized());
+    early.WriteErrorV("one");
+    early.Flush();
+    EXPECT_EQ(CountOf(ReadFile("log"), "<ERROR> <early> one\r\n"), 1U);
+    // Holder and tracer hold a reference each, beside the registry's.
+    EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 2);
+    early.WriteErrorV("two");
+    EXPECT_EQ(Logged(), (Texts{"<ERROR> <early> one", "<ERROR> <early> two"}));
+}
+
+TEST_F(Tracers, ADestroyedTracerHasFlushedItsDevice) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    {
+        NimaTrace trace("T");
+        trace.WriteErrorV("last words");
+    }
+    EXPECT_EQ(CountOf(ReadFile("log"), "last words"), 1U);
+    EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 0);
+    EXPECT_EQ(GetTraceDeviceCount(), 0);
+}
+
+TEST_F(Tracers, TheSelfTestUsesTheLibrarysOwnTracer) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    TraceTest(7, "x");
+    TraceSetEffectiveLevel(0);
+    TraceTest(7, "y");
+    const std::string own = "<Nima.Common.System.OS> Trace Test of ";
+    EXPECT_EQ(Logged(), (Texts{"<FATAL> " + own + "FATAL level x", "<ERROR> " + own + "ERROR level x",
+                               "<WARN> " + own + "WARN level x", "<FATAL> " + own + "FATAL level y",
+                               "<ERROR> " + own + "ERROR level y", "<WARN> " + own + "WARN level y",
+                               "<INFO> " + own + "INFO level y", "<PERF> " + own + "PERF level y",
+                               "<DEBUG> " + own + "DEBUG level y"}));
+}
+
+// Concurrent first writes, creations, releases and re-binding, and every line of the steady writers in the
+// file.
+TEST_F(Tracers, ThreadsLoseNoLine) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    constexpr int kThreads = 8;
+    constexpr int kLines = 400;
+    NimaTrace shared("shared");
+    std::atomic<int> running{kThreads};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            auto own = std::make_unique<NimaTrace>(("own" + std::to_string(t)).c_str());
+            for (int i = 0; i < kLines; ++i) {
+                own->WriteErrorV("%d", i);
+                shared.WriteErrorV("%d of %d", i, t);
+            }
+            own.reset();
+            --running;
+        });
+    }
+    std::thread churn([&] {
+        for (int i = 0; running.load() > 0; ++i) {
+            _TraceConfig config = Config(TRACE_DEVICE_MEMORY_QUEUE, L"Other");
+            TRACE_DEVICE_HANDLE other = nullptr;
+            EXPECT_EQ(TraceDeviceCreate(&config, &other), 0);
+            NimaTrace late("late");
+            EXPECT_TRUE(late.Initialized());
+            TraceSetEffectiveLevel(i % 2 == 0 ? 60000 : 30000);
+            TraceDeviceFlushAll(false);
+            EXPECT_EQ(TraceDeviceRelease(other), 0);
+        }
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    churn.join();
+    std::map<std::string, int> next;
+    for (const std::string& line : Logged()) {
+        char tracer[16];
+        int number = 0;
+        int of = -1;
+        ASSERT_GE(std::sscanf(line.c_str(), "<ERROR> <%15[^>]> %d of %d", tracer, &number, &of), 2) << line;
+        const std::string stream = tracer + std::to_string(of);
+        EXPECT_EQ(number, next[stream]++) << stream;
+    }
+    EXPECT_EQ(next.size(), 2U * kThreads);
+    for (const auto& [stream, count] : next) {
+        EXPECT_EQ(count, kLines) << stream;
+    }
+}
+
+// A tracer that first writes while the log is being created is bound by one or the other, whoever comes
+// first.
+TEST_F(Tracers, NoTracerIsForgottenWhenTheLogComesUp) {
+    for (int round = 0; round < 50; ++round) {
+        std::vector<std::unique_ptr<NimaTrace>> tracers;
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 4; ++t) {
+            tracers.push_back(std::make_unique<NimaTrace>("T"));
+            threads.emplace_back([trace = tracers.back().get(), t] {
+                if (t % 2 == 0) {
+                    trace->WriteErrorV("first");
+                } else {
+                    trace->Initialized();
+                }
+            });
+        }
+        ASSERT_EQ(ConfigureLog(), 0);
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        for (const auto& trace : tracers) {
+            EXPECT_TRUE(trace->Initialized());
+        }
+        TraceServices::ReleaseDefaultLog();
+        tracers.clear();
+        EXPECT_EQ(GetTraceDeviceCount(), 0);
+    }
+}
+
+class Registry : public Sandbox {};
+
+TEST_F(Registry, ReferencesAreCountedAsDocumented) {
+    _TraceConfig config = Config(TRACE_DEVICE_CONSOLE, L"A");
+    TRACE_DEVICE_HANDLE first = nullptr;
+    TRACE_DEVICE_HANDLE second = nullptr;
+    ASSERT_EQ(TraceDeviceCreate(&config, &first), 0);
+    // An existing name keeps its device and its class.
+    config.type = TRACE_DEVICE_ROLLING_LOG_FILE;
+    EXPECT_EQ(TraceDeviceCreate(&config, &second), 0);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ(GetTraceDeviceCount(), 1);
+    EXPECT_EQ(TraceDeviceFind(L"A", &second), 4);
+    EXPECT_EQ(TraceDeviceRelease(first), 3);
+    EXPECT_EQ(TraceDeviceRelease(first), 2);
+    EXPECT_EQ(TraceDeviceRelease(first), 0);
+    EXPECT_EQ(GetTraceDeviceCount(), 0);
+    EXPECT_EQ(TraceDeviceFind(L"A", &second), -1);
+    EXPECT_EQ(second, nullptr);
+}
+
+TEST_F(Registry, BadArgumentsAreRefusedAndLeaveNothing) {
+    TRACE_DEVICE_HANDLE device = nullptr;
+    _TraceConfig config = Config(2, L"A");
+    EXPECT_EQ(TraceDeviceCreate(nullptr, &device), 22);
+    EXPECT_EQ(TraceDeviceCreate(&config, nullptr), 22);
+    for (const int type : {0, 2, 5, -1, 1 << 30}) {
+        config.type = type;
+        EXPECT_EQ(TraceDeviceCreate(&config, &device), 22) << type;
+    }
+    config = Config(TRACE_DEVICE_CONSOLE, nullptr);
+    EXPECT_EQ(TraceDeviceCreate(&config, &device), 22);
+    config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"A");
+    config.settings.rollingLogFile.fileName = L"no/such/folder/log";
+    EXPECT_EQ(TraceDeviceCreate(&config, &device), ENOENT);
+    EXPECT_EQ(device, nullptr);
+    EXPECT_EQ(TraceDeviceFind(L"A", &device), -1);
+    EXPECT_EQ(TraceDeviceFind(nullptr, &device), -1);
+    EXPECT_EQ(TraceDeviceFind(L"A", nullptr), -1);
+    EXPECT_EQ(TraceDeviceRelease(nullptr), 22);
+    EXPECT_EQ(GetTraceDeviceCount(), 0);
+    CreateTraceFilter(L"absent.ini", L"section");
+    CreateTraceFilter(nullptr, nullptr);
+    EXPECT_TRUE(Listing(".").empty());
+}
+
+TEST_F(Registry, ShutDownClosesAndACreationOpensAgain) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    NimaTrace trace("T");
+    trace.WriteErrorV("before");
+    TraceServices::ShutdownTrace(true);
+    trace.WriteErrorV("while closed");
+    TraceDeviceFlushAll(true);
+    ASSERT_EQ(ConfigureLog(), 0);
+    trace.WriteErrorV("after");
+    EXPECT_EQ(Logged(), (Texts{"<ERROR> <T> before", "<ERROR> <T> after"}));
+}
+
+TEST_F(Registry, PlainCallsTakeNullAndEmptyAsDocumented) {
+    EXPECT_EQ(TraceDeviceWrite(nullptr, "x", 1), 1);
+    EXPECT_EQ(TraceDeviceWriteRaw(nullptr, "x", 1), 1);
+    EXPECT_EQ(TraceDeviceReInit(nullptr, nullptr), 0);
+    EXPECT_EQ(TraceDeviceFlush(nullptr), 0);
+    _TraceConfig config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"A");
+    config.settings.rollingLogFile = {1 << 20, 0, L"log", true};
+    TRACE_DEVICE_HANDLE log = nullptr;
+    ASSERT_EQ(TraceDeviceCreate(&config, &log), 0);
+    EXPECT_EQ(TraceDeviceFlush(log), 1);
+    const std::size_t start = ReadFile("log").size();
+    EXPECT_EQ(TraceDeviceWriteRaw(log, "raw", 3), 1);
+    EXPECT_EQ(TraceDeviceWriteRaw(log, "raw", 0), 0);
+    EXPECT_EQ(TraceDeviceWriteRaw(log, "raw", -1), 1);
+    EXPECT_EQ(TraceDeviceWriteRaw(log, nullptr, 3), 1);
+    EXPECT_EQ(TraceDeviceWrite(log, "x", 0), 0);
+    EXPECT_EQ(TraceDeviceWrite(log, nullptr, -1), 1);
+    EXPECT_EQ(TraceDeviceWrite(log, "", -1), 1);
+    EXPECT_EQ(TraceDeviceWrite(log, "abc", -1), 1);
+    EXPECT_EQ(TraceDeviceWrite(log, "abc", 2), 1);
+    EXPECT_EQ(TraceDeviceFlush(log), 1);
+    const Texts lines = Lines(ReadFile("log").substr(start));
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_EQ(lines[0], "raw\r");
+    EXPECT_EQ(lines[1].substr(lines[1].find("> ")), "> abc\r");
+    EXPECT_EQ(lines[2].substr(lines[2].find("> ")), "> ab\r");
+    config.settings.rollingLogFile.fileName = L"no/such/folder";
+    EXPECT_EQ(TraceDeviceReInit(&config, log), 1);
+    EXPECT_EQ(TraceDeviceWrite(log, "dropped", -1), 1);
+    EXPECT_EQ(TraceDeviceRelease(log), 0);
+}
+
+TEST_F(Registry, HeadersAndPerformanceTags) {
+    char buffer[200];
+    std::memset(buffer, 'u', sizeof(buffer));
+    EXPECT_EQ(TraceFormatHeader(buffer, 175, 2, 7, nullptr), 0);
+    EXPECT_EQ(TraceFormatHeader(nullptr, 200, 2, 7, nullptr), 0);
+    EXPECT_EQ(buffer[0], 'u');
+    const int length = TraceFormatHeader(buffer, sizeof(buffer), 2, 7, nullptr);
+    EXPECT_EQ(std::strlen(buffer), static_cast<std::size_t>(length));
+    EXPECT_STREQ(std::strstr(buffer, "> ") + 2, "<ERROR> <ch:7> ");
+    TraceFormatHeader(buffer, sizeof(buffer), 99, -1, "N");
+    EXPECT_STREQ(std::strstr(buffer, "> ") + 2, "<DEBUG> <N> ");
+    EXPECT_GT(TraceFormatHeader(buffer, 176, -99, 0, std::string(300, 'n').c_str()), 300);
+    EXPECT_EQ(std::strlen(buffer), 175U);
+
+    EXPECT_EQ(TraceFormatPerfTag(buffer, 200, "Job", true, "Begin", "Stage", "12", "ms", nullptr), 39);
+    EXPECT_STREQ(buffer, " ::Job::True::Begin::Stage::12::ms::::\n");
+    TraceFormatPerfTag(buffer, 200, "Job", false, "Begin", "Stage", "12", "ms", "more");
+    EXPECT_STREQ(buffer, " ::Job::False::Begin::Stage::12::ms::more::\n");
+    EXPECT_EQ(TraceFormatPerfTag(buffer, 200, nullptr, true, "b", "c", "d", "e", "f"), 0);
+    EXPECT_EQ(TraceFormatPerfTag(nullptr, 200, "a", true, nullptr, "c", "d", "e", "f"), 0);
+    EXPECT_EQ(TraceFormatPerfTag(nullptr, 200, "a", true, "b", "c", "d", "e", "f"), 1);
+    EXPECT_EQ(TraceFormatPerfTag(buffer, 200, "a", true, "b", nullptr, "d", "e", "f"), 1);
+    EXPECT_EQ(TraceFormatPerfTag(buffer, 200, "a", true, "b", "c", nullptr, "e", "f"), 1);
+    std::memset(buffer, 'u', sizeof(buffer));
+    TraceFormatPerfTag(buffer, -5, "a", true, "b", "c", "d", "e", "f");
+    EXPECT_EQ(buffer[0], 'u');
+
+    unsigned char identifier[16] = {};
+    EXPECT_EQ(CreateUUID(identifier, 15), 22);
+    EXPECT_EQ(CreateUUID(nullptr, 16), 22);
+    EXPECT_EQ(CreateUUID(identifier, 16), 0);
+    EXPECT_EQ(identifier[7] & 0xF0, 0x40);
+    std::int64_t frequency = 0;
+    GetRTSCDFrequency(&frequency);
+    GetRTSCDFrequency(nullptr);
+    GetRTSCDValue(nullptr);
+    EXPECT_EQ(frequency, 1000000);
+}
+
+class Services : public Sandbox {};
+
+TEST_F(Services, TheHolderReplacesItsHandleWithoutGivingItBack) {
+    EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 22);
+    ASSERT_EQ(ConfigureLog(), 0);
+    EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 0);
+    ASSERT_EQ(ConfigureLog(), 0);
+    ASSERT_EQ(ConfigureLog(L"second"), 0);
+    EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 2);
+    EXPECT_EQ(GetTraceDeviceCount(), 1);
+    EXPECT_EQ(TraceServices::ConfigureDefaultLog(nullptr, 0, 0, true), 0)
+        << "an existing device is only re-opened";
+}
+
+TEST_F(Services, TheConsoleCanBeTheDefaultLog) {
+    const std::string output = CapturedOutput([] {
+        EXPECT_EQ(TraceServices::ConfigureDefaultLog(), 0);
+        NimaTrace trace("T");
+        trace.WriteWarnV("hello\n");
+    });
+    EXPECT_EQ(CountOf(output, "> <WARN> <T> hello\n"), 1U);
+}
+
+TEST_F(Services, CriticalMessagesBypassEveryDevice) {
+    const auto print = [](const wchar_t* message) {
+        return CapturedOutput([=] { WriteCriticalDbgMsg(message); });
+    };
+    EXPECT_EQ(print(L"disk full"), "disk full");
+    EXPECT_EQ(print(L"100%% full, %s %n %"), "100% full, %s %n %");
+    EXPECT_EQ(print(nullptr), "");
+    EXPECT_EQ(print(std::wstring(3000, L'x').c_str()), std::string(1023, 'x'));
+    TraceSetEffectiveLevel(70000);
+    EXPECT_EQ(print(L"x"), "x");
+    TraceSetEffectiveLevel(70001);
+    EXPECT_EQ(print(L"x"), "");
+}
+
+TEST_F(Services, StandardStreamsAreRedirectedOrTheFailureTraced) {
+    InGoodChild([] {
+        ASSERT_EQ(ConfigureLog(), 0);
+        ASSERT_TRUE(RedirectStdio(L"out", L"err"));
+        std::printf("to out");
+        std::fputs("to err", stderr);
+        ASSERT_FALSE(RedirectStdio(L"out2", L"no/such/folder"));
+        std::printf("to out2");
+        ASSERT_FALSE(RedirectStdio(nullptr, nullptr));
+    });
+    EXPECT_EQ(ReadFile("out"), "to out");
+    EXPECT_EQ(ReadFile("err"), "to err");
+    EXPECT_EQ(ReadFile("out2"), "to out2");
+    const std::string tracer = "<ERROR> <Nima.Common.System.OS> ";
+    EXPECT_EQ(Logged(), (Texts{tracer + "Failed to redirect stderr!", tracer + "Failed to redirect stderr!",
+                               tracer + "Failed to redirect stdout!"}));
+}
+
+// What a process leaves behind that ends without flushing, releasing or destroying anything.
+TEST_F(Services, AProcessThatJustReturnsLosesNoLine) {
+    InGoodChild([] {
+        ASSERT_EQ(ConfigureLog(), 0);
+        auto* leaked = new NimaTrace("leaked"); // NOLINT(clang-analyzer-cplusplus.NewDeleteLeaks)
+        leaked->WriteErrorV("through a tracer that is never destroyed");
+        static NimaTrace global("global");
+        global.WriteErrorV("through a static tracer");
+        TraceTest(0, "own");
+        _TraceConfig config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"Other");
+        config.settings.rollingLogFile = {1 << 20, 0, L"other", true};
+        static TRACE_DEVICE_HANDLE other = nullptr;
+        ASSERT_EQ(TraceDeviceCreate(&config, &other), 0);
+        TraceDeviceWrite(other, "never released", -1);
+        static NimaTrace* late = leaked;
+        std::atexit([] { late->WriteErrorV("from an exit handler"); });
+    });
+    EXPECT_EQ(Logged().size(), 6U);
+    EXPECT_EQ(CountOf(ReadFile("other"), "never released\r\n"), 1U);
+}
+
+TEST_F(Services, ThreadsMayTraceWhileTheProcessExits) {
+    for (int round = 0; round < 10; ++round) {
+        InGoodChild([] {
+            ASSERT_EQ(ConfigureLog(), 0);
+            for (int t = 0; t < 4; ++t) {
+                std::thread([] {
+                    for (int i = 0;; ++i) {
+                        auto* trace = new NimaTrace("T"); // leaked when the process ends
+                        trace->WriteErrorV("%d", i);
+                        TraceTest(0, "x");
+                        delete trace;
+                    }
+                }).detach();
+            }
+            ::usleep(5000);
+        });
+    }
+}
+
+TEST_F(Services, CancellingAThreadThatTracesLeavesNoLockHeld) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    NimaTrace trace("T");
+    TraceDeviceFlushAll(true); // every line is a system call now, and each of those a cancellation point
+    std::thread victim([&] {
+        for (;;) {
+            trace.WriteErrorV("x");
+        }
+    });
+    ::usleep(10000);
+    ASSERT_EQ(::pthread_cancel(victim.native_handle()), 0);
+    victim.join();
+    trace.WriteErrorV("still works");
+    EXPECT_EQ(Logged().back(), "<ERROR> <T> still works");
+}
+
+} // namespace Nima::Testing
