@@ -86,9 +86,9 @@ int ComposeCounterHeader(char* buffer, std::size_t size, long long counter, std:
     return text.length();
 }
 
-void ComposeDate(TextComposer& text, const _SYSTEMTIME& time) {
-    const auto field = [&text](std::uint16_t value, int width) {
-        text.AddPadded(static_cast<std::int16_t>(value), width);
+void ComposeDate(TextComposer& text, const _SYSTEMTIME& time, DateFields fields) {
+    const auto field = [&text, fields](std::uint16_t value, int width) {
+        text.AddPadded(fields == DateFields::kSigned ? static_cast<std::int16_t>(value) : value, width);
     };
     field(time.wYear, 4);
     field(time.wMonth, 2);
@@ -103,7 +103,7 @@ void ComposeDate(TextComposer& text, const _SYSTEMTIME& time) {
 int ComposeDateHeader(char* buffer, std::size_t size, const _SYSTEMTIME& time, std::uint32_t threadId,
                       int priority) {
     TextComposer text(buffer, size);
-    ComposeDate(text, time);
+    ComposeDate(text, time, DateFields::kSigned);
     AddThread(text, threadId, priority);
     return text.length();
 }

@@ -40,13 +40,15 @@ class TextComposer {
 int ComposeCounterHeader(char* buffer, std::size_t size, long long counter, std::uint32_t threadId,
                          int priority);
 
-/// "%04d%02d%02d%02d%02d%02d.%03d <0x%8.8x:%03d> "; returns the header's length.
+/// "%04d%02d%02d%02d%02d%02d.%03d <0x%8.8x:%03d> " with signed fields; returns the header's length.
 int ComposeDateHeader(char* buffer, std::size_t size, const _SYSTEMTIME& time, std::uint32_t threadId,
                       int priority);
 
-/// "%04d%02d%02d%02d%02d%02d.%03d", each field read as a signed 16-bit number and the day of the week
-/// left out.
-void ComposeDate(TextComposer& text, const _SYSTEMTIME& time);
+/// How the 16-bit fields of a time are read.
+enum class DateFields { kSigned, kAsTheyAre };
+
+/// "%04d%02d%02d%02d%02d%02d.%03d", without the day of the week.
+void ComposeDate(TextComposer& text, const _SYSTEMTIME& time, DateFields fields);
 
 /// "<%s> <%s> " with the level's name and the component's; returns its length.
 int ComposePrefix(char* buffer, std::size_t size, int level, const char* name);

@@ -120,41 +120,47 @@ void NimaTrace::Bind(ITraceDevice* device) {
     }
 }
 
-bool NimaTrace::Initialized() {
+// The first use joins the set and binds, all inside the set: a log created meanwhile either is found here or
+// finds the tracer there. No writer holds the tracer's lock while it waits for the set, so re-binding, which
+// holds the set and waits for each tracer, always gets on.
+void NimaTrace::JoinSet() {
     if (initialized_.load(std::memory_order_acquire) == 1) {
-        return device_.load(std::memory_order_relaxed) != nullptr;
+        return;
     }
-    Bind(FindDefaultLog());
-    {
-        const StaticSlot<TraceSet>::Use set(traceSet);
-        if (set) {
-            // Marked while inside the set: re-binding must never find a tracer there that would still join.
-            const SetGuard guard(*set);
-            set->Insert(this);
-            initialized_.store(1, std::memory_order_release);
-        }
+    const StaticSlot<TraceSet>::Use set(traceSet);
+    if (!set) {
+        Bind(FindDefaultLog()); // the library is coming or going; nobody will bind this tracer anew
+        return;
     }
-    if (device_.load() == nullptr) {
-        // A log created since the look-up has bound only those that were in the set.
-        if (ITraceDevice* device = FindDefaultLog()) {
-            Bind(device);
-        }
+    const SetGuard guard(*set);
+    if (initialized_.load(std::memory_order_relaxed) == 0) {
+        Bind(FindDefaultLog());
+        set->Insert(this);
+        initialized_.store(1, std::memory_order_release);
     }
-    return device_.load() != nullptr;
+}
+
+bool NimaTrace::IsBound() const {
+    return device_.load(std::memory_order_relaxed) != nullptr;
+}
+
+bool NimaTrace::Initialized() {
+    GuardedCall([this] { JoinSet(); });
+    return IsBound();
 }
 
 void NimaTrace::Initialize() {
+    JoinSet();
     const std::lock_guard guard(*this);
-    if (Initialized()) {
-        Bind(nullptr);
-    }
+    Bind(nullptr);
     Bind(FindDefaultLog());
 }
 
 void NimaTrace::Flush(bool final) {
     GuardedCall([=, this] {
+        JoinSet();
         const std::lock_guard guard(*this);
-        if (Initialized()) {
+        if (IsBound()) {
             device_.load()->Flush(final);
         }
     });
@@ -207,8 +213,9 @@ void NimaTrace::_WriteImplNoFmt(int level, const char* tag, const unsigned char*
 
 void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments) {
     GuardedCall([&] {
+        JoinSet();
         const std::lock_guard guard(*this);
-        if (Initialized()) {
+        if (IsBound()) {
             _WriteImpl(level, format, arguments);
         }
     });
@@ -216,8 +223,9 @@ void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments)
 
 void NimaTrace::WriteRaw(int level, const char* tag, const unsigned char* data, int length) {
     GuardedCall([=, this] {
+        JoinSet();
         const std::lock_guard guard(*this);
-        if (Initialized()) {
+        if (IsBound()) {
             _WriteImplNoFmt(level, tag, data, length);
         }
     });

@@ -36,9 +36,8 @@ extern StaticSlot<TraceSet> traceSet;
 /// The library's own tracer, "Nima.Common.System.OS".
 extern StaticSlot<NimaTrace> _TraceFactory;
 
-/// Binds every tracer in use to the device now registered as the default log. A tracer joins the set as the
-/// last step of its first use and never waits for the set afterwards, so this cannot wait for a tracer that
-/// waits for it.
+/// Binds every tracer in use to the device now registered as the default log. It holds the set and waits for
+/// each tracer's lock in turn; no tracer waits for the set while it holds its own lock.
 void InitTracers();
 
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -25,7 +25,7 @@ NimaTrace& SharedTracer() {
 
 void FilteredOut(benchmark::State& state) {
     NimaTrace& trace = SharedTracer();
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         trace.WriteDebugV("page %d of %s", 3, "job");
     }
 }
@@ -36,7 +36,7 @@ void LineToLogSharedTracer(benchmark::State& state) {
         OpenLog();
     }
     NimaTrace& trace = SharedTracer();
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         trace.WriteWarnV("page %d of %s", 3, "job");
     }
 }
@@ -47,7 +47,7 @@ void LineToLogOwnTracer(benchmark::State& state) {
         OpenLog();
     }
     NimaTrace trace("Bench");
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         trace.WriteWarnV("page %d of %s", 3, "job");
     }
 }
@@ -57,7 +57,7 @@ void RawBytesToLog(benchmark::State& state) {
     OpenLog();
     const unsigned char data[] = "thirty-two bytes of raw content\n";
     NimaTrace& trace = SharedTracer();
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         trace.WriteWarn(data, sizeof(data) - 1);
     }
 }
@@ -73,7 +73,7 @@ void LineToMemoryQueue(benchmark::State& state) {
         state.SkipWithError("no queue");
         return;
     }
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         TraceDeviceWrite(queue, "page 3 of job", 13);
     }
     TraceDeviceRelease(queue);

@@ -10,7 +10,7 @@ int main(void) {
     config.settings.rollingLogFile.fileName = L"minimal.log";
     config.settings.rollingLogFile.append = true;
 
-    TRACE_DEVICE_HANDLE log;
+    TRACE_DEVICE_HANDLE log = NULL;
     const int result = TraceDeviceCreate(&config, &log);
     if (result != 0) {
         fprintf(stderr, "cannot open minimal.log: error %d\n", result);

@@ -38,11 +38,12 @@ class event_helper final : public handle_helper {
     bool signalled_;
 };
 
-/// A binary lock: a wait takes it.
+/// A binary lock: a wait takes it, its holder gives it back with `Release`.
 class semaphore_helper final : public handle_helper {
   public:
     int wait(int timeout) override;
     int close() override;
+    void Release() { pthread_mutex_unlock(&mutex_); }
 
   private:
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;

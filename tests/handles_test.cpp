@@ -91,7 +91,7 @@ TEST_F(Handles, AMappingMakesItsFileOneByteShorterThanTheView) {
     ASSERT_NE(mapping, nullptr);
     auto* view = static_cast<char*>(_map_view_file_helper(mapping, PROT_READ | PROT_WRITE, 9, 0, 4096));
     ASSERT_NE(view, nullptr);
-    std::strcpy(view, "survives");
+    std::memcpy(view, "survives", 9);
     EXPECT_EQ(_unmap_view_of_file_helper(view), 0);
     EXPECT_STREQ(view, "survives") << "the view lives until its mapping is closed";
     EXPECT_EQ(_close_handle_helper(mapping), 0);
@@ -143,6 +143,8 @@ TEST_F(Handles, WaitsIgnoreTheirTimeOut) {
 
     void* semaphore = _create_semaphore_helper(0, 1, 1, nullptr);
     EXPECT_EQ(_wait_handle_helper(semaphore, 0), 0);
+    static_cast<semaphore_helper*>(static_cast<handle_helper*>(semaphore))->Release();
+    EXPECT_EQ(_close_handle_helper(semaphore), 0);
     void* section = nullptr;
     EXPECT_EQ(_create_critical_section_helper(&section), 0);
     EXPECT_EQ(_enter_critical_section_helper(section), 0);

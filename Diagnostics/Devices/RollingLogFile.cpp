@@ -246,7 +246,7 @@ void CRollingLogFile::RecordCalibration() {
         text.Add("<CAL> <Trace> Calibration freq=");
         text.AddDecimal(counterFrequency_);
         text.Add(", now=");
-        ComposeDate(text, now);
+        ComposeDate(text, now, DateFields::kAsTheyAre);
         text.Add(", type=");
         text.Add(GetTimerType());
         length = text.length();

@@ -89,6 +89,8 @@ class NIMA_DIAGNOSTICS_API NimaTrace {
     void WriteRaw(int level, const char* tag, const unsigned char* data, int length);
     void _WriteImpl(int level, const char* format, va_list arguments) NIMA_PRINTF_FORMAT(3, 0);
     void _WriteImplNoFmt(int level, const char* tag, const unsigned char* data, int length);
+    void JoinSet();
+    bool IsBound() const;
     void Bind(ITraceDevice* device);
 
     std::atomic<ITraceDevice*> device_{nullptr}; ///< null while unbound; carries one reference

@@ -2,7 +2,7 @@
 
 /// The text trace for C callers: named devices, direct writes, levels, the counter. A C program that logs:
 ///
-///     TRACE_DEVICE_HANDLE log;
+///     TRACE_DEVICE_HANDLE log = NULL;
 ///     _TraceConfig config = {TRACE_DEVICE_ROLLING_LOG_FILE, L"LogFile"};
 ///     config.settings.rollingLogFile.maxFileSize = 1 << 20;
 ///     config.settings.rollingLogFile.fileName = L"device.log";

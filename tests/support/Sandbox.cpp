@@ -16,13 +16,13 @@ namespace Nima::Testing {
 
 namespace fs = std::filesystem;
 
-Sandbox::Sandbox() {
+void Sandbox::SetUp() {
     char name[] = "/tmp/nimaXXXXXX";
     directory_ = ::mkdtemp(name);
     fs::current_path(directory_);
 }
 
-Sandbox::~Sandbox() {
+void Sandbox::TearDown() {
     fs::current_path("/");
     std::error_code ignored;
     fs::remove_all(directory_, ignored);

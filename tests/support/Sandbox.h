@@ -12,8 +12,8 @@ namespace Nima::Testing {
 /// directory. It is removed afterwards.
 class Sandbox : public ::testing::Test {
   protected:
-    Sandbox();
-    ~Sandbox() override;
+    void SetUp() override;
+    void TearDown() override;
 
     const std::string& directory() const { return directory_; }
 
