@@ -1,22 +1,25 @@
 #pragma once
 
+#include <exception>
 #include <utility>
-
-#include <cxxabi.h>
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Runs what an exported function does and lets no exception out of it: any becomes the result given. A
-/// thread's cancellation is passed on, since the language runtime ends a process that swallows it; the
-/// runtime binds the handler's reference to no object then, which the check for null references must not trip
-/// over.
+/// Inside a handler for anything: whether a thread is being cancelled. That is no exception of the language
+/// and has to be passed on, since the runtime ends a process that swallows it.
+inline bool IsCancellation() {
+    return std::current_exception() == nullptr;
+}
+
+/// Runs what an exported function does and lets no exception out of it: any becomes the result given.
 template <class Result, class Action>
-__attribute__((no_sanitize("null"))) Result Guarded(Result onException, Action&& action) {
+Result Guarded(Result onException, Action&& action) {
     try {
         return std::forward<Action>(action)();
-    } catch (abi::__forced_unwind&) {
-        throw;
     } catch (...) {
+        if (IsCancellation()) {
+            throw;
+        }
         return onException;
     }
 }
