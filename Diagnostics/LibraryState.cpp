@@ -5,9 +5,13 @@
 /// callers away (`StaticSlot`); table and lock of the registry stay usable for good, because the default
 /// log is given back after nearly everything else has gone and its last lines have to reach the file.
 
+#include "Diagnostics/RealTime/RealTimeTrace.h"
+#include "Diagnostics/RealTime/TimerHardware.h"
+#include "Diagnostics/RealTime/TraceMemory.h"
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/TraceRegistry.h"
 #include "Diagnostics/TraceServicesImpl.h"
+#include "platform/Cancellation.h"
 #include "platform/Clock.h"
 #include "platform/StaticSlot.h"
 
@@ -20,6 +24,10 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
+constinit StaticLockStruct g_SysTraceLock;
+NIMA_BUILT_AT_LOAD TarnTraceHardware gTarnTraceHardware;
+NIMA_BUILT_AT_LOAD UserModeTimerHw g_UserModeTimer;
+constinit StaticLockStruct g_TraceMemoryLock;
 constinit StaticSlot<TraceSet> traceSet;
 constinit StaticSlot<TraceServicesImpl> gConfigHelper;
 constinit StaticLockStruct g_TraceMapLock;
@@ -39,7 +47,10 @@ class DeviceTableKeeper {
     DeviceTableKeeper() { new (g_TraceMap) TraceMap; }
     DeviceTableKeeper(const DeviceTableKeeper&) = delete;
     DeviceTableKeeper& operator=(const DeviceTableKeeper&) = delete;
-    ~DeviceTableKeeper() { TraceDeviceFlushAll(false); }
+    ~DeviceTableKeeper() {
+        const CancellationDelay delay;
+        TraceDeviceFlushAll(false);
+    }
 };
 
 struct FrequencyReading {

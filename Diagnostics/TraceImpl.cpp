@@ -3,6 +3,7 @@
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/TraceFormat.h"
 #include "Diagnostics/TraceLevel.h"
+#include "platform/Cancellation.h"
 #include "platform/Handles.h"
 #include "platform/Text.h"
 
@@ -87,6 +88,7 @@ NimaTrace::NimaTrace(const char* name)
 }
 
 NimaTrace::~NimaTrace() {
+    const CancellationDelay delay;
     if (initialized_.load() == 1) {
         const StaticSlot<TraceSet>::Use set(traceSet);
         if (set) {

@@ -2,6 +2,7 @@
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/TraceRegistry.h"
 #include "Diagnostics/TraceServicesImpl.h"
+#include "platform/Cancellation.h"
 #include "platform/Files.h"
 
 #include <cerrno>
@@ -34,6 +35,7 @@ void ReportFailedRedirection(const char* message) {
 } // namespace
 
 TraceServicesImpl::~TraceServicesImpl() {
+    const CancellationDelay delay;
     ReleaseHeld();
 }
 

@@ -51,7 +51,11 @@ int mapped_file_helper::close() {
 }
 
 bool mapped_file_helper::ReserveBlocks(long length) const {
-    return ::fallocate(descriptor(), 0, 0, length) == 0 || errno != ENOSPC;
+    int result = 0;
+    do {
+        result = ::fallocate(descriptor(), 0, 0, length);
+    } while (result != 0 && errno == EINTR);
+    return result == 0 || errno == EOPNOTSUPP || errno == ENOSYS;
 }
 
 void* mapped_file_helper::Map(long protection, long offset, long length) {

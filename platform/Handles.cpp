@@ -1,5 +1,7 @@
 #include "platform/Handles.h"
 
+#include "platform/Cancellation.h"
+
 #include <cerrno>
 
 namespace {
@@ -17,6 +19,8 @@ critical_section_helper* AsCriticalSection(void* handle) {
 }
 
 } // namespace
+
+using Nima::Common::System::OS::Diagnostics::CancellationDelay;
 
 int event_helper::wait(int /*timeout*/) {
     pthread_mutex_lock(&mutex_);
@@ -67,6 +71,11 @@ int thread_helper::wait(int /*timeout*/) {
 
 int thread_helper::close() {
     return 1;
+}
+
+HandleGuard::~HandleGuard() {
+    const CancellationDelay delay;
+    _close_handle_helper(handle_);
 }
 
 int _close_handle_helper(void* handle) {
@@ -121,8 +130,8 @@ void* _create_thread_helper(void* (*start)(void*), void* argument) {
 }
 
 int _get_thread_priority_helper(void* thread) {
-    // The kernel's thread identifiers end at 2^22, far below any object.
-    constexpr std::uintptr_t kMaxKernelThreadId = std::uintptr_t{1} << 22;
+    // Where the kernel's thread identifiers end. No object lies so low.
+    constexpr std::uintptr_t kMaxKernelThreadId = sizeof(void*) == 4 ? 0x8000 : 0x400000;
     pthread_t id = pthread_self();
     if (reinterpret_cast<std::uintptr_t>(thread) > kMaxKernelThreadId) {
         const auto* helper = static_cast<thread_helper*>(AsHandle(thread));

@@ -86,6 +86,18 @@ inline bool IsValidHandle(const void* handle) {
     return handle != nullptr && handle != InvalidHandle();
 }
 
+/// Closes a handle at the end of its scope, however that is left.
+class HandleGuard {
+  public:
+    explicit HandleGuard(void* handle) : handle_(handle) {}
+    HandleGuard(const HandleGuard&) = delete;
+    HandleGuard& operator=(const HandleGuard&) = delete;
+    ~HandleGuard();
+
+  private:
+    void* handle_;
+};
+
 /// Closes and deletes the object. 0 on success; 1 where its `close` reported anything else, which a
 /// thread's always does. 1 for a handle that refers to nothing.
 int _close_handle_helper(void* handle);
@@ -111,8 +123,8 @@ void _delete_critical_section_helper(void** criticalSection);
 void* _create_thread_helper(void* (*start)(void*), void* argument);
 
 /// The scheduling priority of a thread handle's thread, 0 if it cannot be had. Null, or a kernel thread
-/// identifier in the handle's place, stands for the calling thread: a heap object never has so low an
-/// address, and asking for the identifier would cost a system call a line.
+/// identifier in the handle's place, stands for the calling thread, and neither needs a system call to ask
+/// for that identifier with every line.
 int _get_thread_priority_helper(void* thread);
 
 /// The calling thread's identifier in the threads library, cut to 32 bits, as headers and records show it.

@@ -27,8 +27,9 @@ wchar_t* _itow(long long /*value*/, wchar_t* buffer, int radix) {
 
 long long _wtoi64(const wchar_t* text) {
     char digits[21] = {};
-    if (text == nullptr || std::wcstombs(digits, text, sizeof(digits) - 1) == static_cast<std::size_t>(-1)) {
-        return 0;
+    if (text != nullptr) {
+        // Digits in front of a character that does not convert have been stored by then.
+        std::wcstombs(digits, text, sizeof(digits) - 1);
     }
     return std::strtoll(digits, nullptr, 10);
 }

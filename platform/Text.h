@@ -6,7 +6,7 @@
 
 /// A path as the operating system takes it: the first 255 bytes of the wide path's multibyte form. A
 /// path that does not convert in the current locale leaves `text()` null and `errno` at EILSEQ, a null path
-/// EINVAL, so that nothing is ever done under a name that is only part of the one asked for.
+/// EINVAL, so that nothing is done under the name that its convertible head happens to be.
 class NarrowPath {
   public:
     explicit NarrowPath(const wchar_t* path);

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include <pthread.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <Diagnostics/MemoryQueue.h>
@@ -112,6 +113,25 @@ TEST_F(Devices, HeadersAreWhatPrintfWouldMakeOfThem) {
     EXPECT_STREQ(cut, "<WARN> ");
 }
 
+// A device class of a host's own reaches the headers through the base.
+class HeaderProbe : public CRollingLogFile {
+  public:
+    std::string DateTime() {
+        const auto length = static_cast<std::size_t>(WriteHeaderDateTime());
+        return std::string(headerBuffer_, length);
+    }
+    std::string Of(long long counter, long thread) {
+        const auto length = static_cast<std::size_t>(WriteHeader(counter, thread));
+        return std::string(headerBuffer_, length);
+    }
+};
+
+TEST_F(Devices, AHostsDeviceHasTheHeadersOfTheBase) {
+    HeaderProbe probe;
+    ExpectMatch(probe.DateTime(), "[0-9]{14}\\.(-[0-9]{2,5}|[0-9]{3,5}) " + ThreadPart());
+    EXPECT_EQ(probe.Of(-5, 0x1F), "-5 <0x0000001f:000> ");
+}
+
 TEST_F(Devices, TheConsolePrintsWhetherOrNotItIsOpen) {
     auto* console = new CConsole;
     console->AddRef();
@@ -127,6 +147,9 @@ TEST_F(Devices, TheConsolePrintsWhetherOrNotItIsOpen) {
         console->WriteDataRaw(Bytes("negative"), -1);
     });
     ExpectMatch(output, Header() + "closed;raw;H m\nH m\r\r\n");
+    EXPECT_TRUE(console->IsOpen());
+    console->Close();
+    EXPECT_FALSE(console->IsOpen());
     console->Release();
 }
 
@@ -148,13 +171,16 @@ TEST_F(Devices, ALogHoldsItsCalibrationLineAndEveryLineEnded) {
     log.Flush();
     ExpectMatch(ReadFile("log"), Header() + kCalibration + Header() + "ends by itself\n" + Header() +
                                      "is ended\r\nraw\r\nhead\nbody\r\n");
-    // Opening it again appends, whatever the record's type.
+    // Opening it again appends, with a record of another type as with none.
     _TraceConfig console{};
     console.type = TRACE_DEVICE_CONSOLE;
     log.Init(&console);
+    EXPECT_TRUE(log.IsOpen());
+    log.Init(nullptr);
+    EXPECT_TRUE(log.IsOpen());
     log.Close();
     Write(log, "dropped");
-    EXPECT_EQ(Lines(ReadFile("log")).size(), 7U);
+    EXPECT_EQ(Lines(ReadFile("log")).size(), 8U);
     EXPECT_EQ(CountOf(ReadFile("log"), "dropped"), 0U);
 }
 
@@ -172,9 +198,14 @@ TEST_F(Devices, TheOrderOfLinesHoldsAtEveryLengthAroundTheBuffer) {
             expected += text + (ended ? "" : "\r\n") + "short\n";
         }
     }
+    const std::size_t shortest = ReadFile("log").size();
+    log.WriteDataRaw(Bytes(std::string(4093, 'b').c_str()), 4093);
+    EXPECT_EQ(ReadFile("log").size(), shortest + 6) << "one line less than 4094 bytes is still buffered";
+    log.WriteDataRaw(Bytes(std::string(4094, 'b').c_str()), 4094);
+    EXPECT_EQ(ReadFile("log").size(), shortest + 6 + 4095 + 4096) << "one of 4094 goes past the buffer";
     log.Close();
     const std::string content = ReadFile("log");
-    EXPECT_EQ(content.substr(content.find('\n') + 1), expected);
+    EXPECT_EQ(content.substr(content.find('\n') + 1, expected.size()), expected);
 }
 
 TEST_F(Devices, AFinalFlushEndsTheBufferingForGood) {
@@ -234,6 +265,11 @@ TEST_F(Devices, ALogNamedByItsPropertyRollsIntoOneBackup) {
     _TraceConfig config = LogConfig(L"log", 3000, 5, true);
     log.Init(&config);
     log.Flush(true);
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"log"});
+    config.settings.rollingLogFile.append = false;
+    log.Init(&config);
+    EXPECT_EQ(Listing("."), (std::vector<std::string>{"log", "log.1"}))
+        << "rolled at once without the append flag";
     WriteFile("log.10", "older");
     const std::string output = CapturedOutput([&] {
         for (int i = 0; i < 5; ++i) {
@@ -266,6 +302,20 @@ TEST_F(Devices, AFailedOpenLeavesItsOwnErrorNumber) {
     config.settings.rollingLogFile.fileName = nullptr;
     log.Init(&config);
     EXPECT_EQ(errno, ENOENT);
+    ASSERT_EQ(::mkfifo("pipe", 0700), 0);
+    config.settings.rollingLogFile.fileName = L"pipe";
+    EXPECT_EQ(CapturedOutput([&] { log.Init(&config); }),
+              "HOLD IT!!! Failed to seek to the end of the trace log, trace is disabled!\r\n");
+    EXPECT_FALSE(log.IsOpen());
+    EXPECT_EQ(errno, ESPIPE);
+    WriteFile("target", "");
+    ASSERT_EQ(::symlink("target", "link"), 0);
+    config.settings.rollingLogFile.fileName = L"link";
+    log.Init(&config);
+#ifdef __arm__
+    EXPECT_EQ(errno, ELOOP) << "the flag has another meaning there";
+#endif
+    EXPECT_EQ(log.IsOpen(), sizeof(void*) == 8);
 }
 
 TEST_F(Devices, AFullDiskCostsTheNewLinesOnly) {
@@ -330,9 +380,22 @@ TEST_F(MemoryQueues, KeepsTheLatestLinesAndWritesThemOnce) {
     queue_.WriteData(Bytes("x"), -1);
     queue_.WriteData(nullptr, 3);
     EXPECT_EQ(Flushed(), "raw as it is");
+    struct stat status {};
+    ::stat("out", &status);
+    EXPECT_EQ(status.st_mode & 0111, 0110U & ~0022U) << "0776 under the usual mask";
     queue_.SetQueueDepth(0);
     WriteAll({"nothing", "is", "kept"});
     EXPECT_EQ(Flushed(), "");
+}
+
+TEST_F(MemoryQueues, HoldsAThousandUnlessTold) {
+    Configure(L"out", 1, 0);
+    for (int i = 0; i < 1001; ++i) {
+        Write(queue_, std::to_string(i) + "\n");
+    }
+    const auto lines = Lines(Flushed());
+    EXPECT_EQ(lines.size(), 1000U);
+    EXPECT_EQ(lines.front().substr(lines.front().rfind(' ')), " 1");
 }
 
 TEST_F(MemoryQueues, TheStampIsThatOfTheWriter) {

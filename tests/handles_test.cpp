@@ -78,7 +78,7 @@ TEST_F(Handles, NothingHappensUnderPartOfAName) {
     EXPECT_EQ(_open_file_helper(L"a\x4e2d", 3, 4, O_CREAT | O_TRUNC, 0), nullptr);
     EXPECT_EQ(errno, EILSEQ);
     EXPECT_EQ(ReadFile("a"), "keep");
-    // 300 characters are cut at 255 bytes: the system still refuses the name, and nothing is overrun.
+    // 300 characters are cut at 255 bytes.
     const std::wstring longName(300, L'n');
     void* file = _open_file_helper(longName.c_str(), 3, 4, O_CREAT, 0);
     ASSERT_NE(file, nullptr);
@@ -153,10 +153,41 @@ TEST_F(Handles, WaitsIgnoreTheirTimeOut) {
     EXPECT_EQ(section, nullptr);
 }
 
-TEST_F(Handles, PriorityIsTheCallersForAKernelThreadIdentifier) {
+TEST_F(Handles, PriorityIsTheThreadsOwnOrTheCallers) {
     EXPECT_EQ(_get_thread_priority_helper(nullptr), 0);
-    EXPECT_EQ(_get_thread_priority_helper(reinterpret_cast<void*>(static_cast<std::uintptr_t>(::getpid()))),
-              0);
+    void* event = _create_event_helper(true, false, nullptr);
+    const auto waitFor = [](void* handle) -> void* {
+        _wait_handle_helper(handle, 0);
+        return nullptr;
+    };
+    void* thread = _create_thread_helper(waitFor, event);
+    auto* helper = static_cast<thread_helper*>(static_cast<handle_helper*>(thread));
+    const sched_param real{5};
+    if (::pthread_setschedparam(helper->id(), SCHED_FIFO, &real) == 0) {
+        EXPECT_EQ(_get_thread_priority_helper(thread), 5);
+        void* const kernelId = reinterpret_cast<void*>(static_cast<std::uintptr_t>(::getpid()));
+        EXPECT_EQ(_get_thread_priority_helper(kernelId), 0) << "the caller's";
+    }
+    static_cast<event_helper*>(static_cast<handle_helper*>(event))->Set();
+    EXPECT_EQ(_wait_handle_helper(thread, 0), 0);
+    _close_handle_helper(thread);
+    _close_handle_helper(event);
+    event = _create_event_helper(true, true, nullptr);
+    EXPECT_EQ(_wait_handle_helper(event, 0), 0) << "created signalled";
+    _close_handle_helper(event);
+}
+
+TEST_F(Handles, PositionsAndSizesAreTheirLow32Bits) {
+    void* file = _open_file_helper(L"large", 3, 4, O_CREAT, 0);
+    ASSERT_EQ(::truncate64("large", (5LL << 30) + 7), 0);
+    EXPECT_EQ(_get_file_size_helper(file), (1L << 30) + 7);
+    EXPECT_EQ(_set_file_pointer_helper(file, 0, SEEK_END), (1L << 30) + 7);
+    EXPECT_EQ(_set_end_of_file_helper(file), 0);
+    EXPECT_EQ(_set_file_pointer_helper(file, 0, SEEK_END), (1L << 30) + 7);
+    struct stat64 status {};
+    ::stat64("large", &status);
+    EXPECT_EQ(status.st_size, (1L << 30) + 7);
+    _close_handle_helper(file);
 }
 
 TEST_F(Handles, NumbersAndTexts) {
@@ -166,6 +197,7 @@ TEST_F(Handles, NumbersAndTexts) {
     }
     EXPECT_STREQ(_itow(5, text, 2), L"0");
     EXPECT_EQ(_wtoi64(L"123abc"), 123);
+    EXPECT_EQ(_wtoi64(L"42\x20ac"), 42);
     EXPECT_EQ(_wtoi64(L" -42"), -42);
     EXPECT_EQ(_wtoi64(L""), 0);
     EXPECT_EQ(_wtoi64(L"0000000000000000000123"), 1) << "twenty characters count";
@@ -176,32 +208,48 @@ TEST_F(Handles, NumbersAndTexts) {
 
 TEST_F(Handles, IdentifiersAreVersionFour) {
     _GUID identifier{};
-    EXPECT_EQ(_create_guid_helper(&identifier), 0);
+    _GUID second{};
+    std::time_t before = 0;
+    do {
+        before = std::time(nullptr);
+        EXPECT_EQ(_create_guid_helper(&identifier), 0);
+        EXPECT_EQ(_create_guid_helper(&second), 0);
+    } while (before != std::time(nullptr));
+    EXPECT_EQ(std::memcmp(&identifier, &second, sizeof(second)), 0) << "within one second";
     EXPECT_EQ(identifier.words[3] & 0xF000, 0x4000);
     EXPECT_EQ(identifier.words[4] & 0xC000, 0x8000);
 }
 
 TEST_F(Handles, ClocksDeliverRawFields) {
     _SYSTEMTIME now{};
-    std::time_t before = 0;
-    std::time_t after = 0;
+    timespec before{};
+    timespec after{};
     do {
-        before = std::time(nullptr);
+        ::clock_gettime(CLOCK_REALTIME, &before);
         _get_local_time_helper(&now);
-        after = std::time(nullptr);
-    } while (before != after);
+        ::clock_gettime(CLOCK_REALTIME, &after);
+    } while (before.tv_sec != after.tv_sec || after.tv_nsec - before.tv_nsec > 50000000);
     std::tm local{};
-    ::localtime_r(&before, &local);
+    ::localtime_r(&before.tv_sec, &local);
     EXPECT_EQ(now.wYear, local.tm_year);
     EXPECT_EQ(now.wMonth, local.tm_mon);
     EXPECT_EQ(now.wDayOfWeek, local.tm_wday);
     EXPECT_EQ(now.wDay, local.tm_mday);
+    EXPECT_EQ(now.wHour, local.tm_hour);
+    EXPECT_EQ(now.wMinute, local.tm_min);
     EXPECT_EQ(now.wSecond, local.tm_sec);
-    timespec raw{};
+    // Microseconds cut to 16 bits, which may wrap between two readings.
+    const auto sinceBefore = static_cast<std::uint16_t>(now.wMilliseconds - before.tv_nsec / 1000);
+    EXPECT_LE(sinceBefore, (after.tv_nsec - before.tv_nsec) / 1000 + 1);
+
     _LARGE_INTEGER counter{};
-    ::clock_gettime(CLOCK_MONOTONIC, &raw);
-    _query_performance_counter_helper(&counter);
-    EXPECT_LT(std::llabs(counter.QuadPart - (raw.tv_sec + raw.tv_nsec)), 1000000000LL);
+    do {
+        ::clock_gettime(CLOCK_MONOTONIC, &before);
+        _query_performance_counter_helper(&counter);
+        ::clock_gettime(CLOCK_MONOTONIC, &after);
+    } while (before.tv_sec != after.tv_sec);
+    EXPECT_GE(counter.QuadPart, before.tv_sec + before.tv_nsec);
+    EXPECT_LE(counter.QuadPart, after.tv_sec + after.tv_nsec);
     _query_performance_frequency_helper(&counter);
     EXPECT_EQ(counter.QuadPart, 1000000);
 }
@@ -242,11 +290,23 @@ TEST_F(Handles, AWholeBufferIsFlushedOrItsFailureReported) {
     file = _open_file_helper(L"out", 0, 6, 0, 0);
     EXPECT_EQ(FlushBufferToFile(file, bytes, 10), 0) << "opened for reading only";
     _close_handle_helper(file);
+
+    // A short write is gone on with, which here meets the full disk.
+    const TinyDisk disk("tiny", 16);
+    if (disk.mounted()) {
+        std::vector<unsigned char> many(40000, 'x');
+        file = _open_file_helper(L"tiny/out", 3, 6, O_CREAT, 0);
+        EXPECT_EQ(FlushBufferToFile(file, many.data(), 40000), 0);
+        _close_handle_helper(file);
+        EXPECT_EQ(ReadFile("tiny/out").size(), 16384U);
+    }
 }
 
 TEST_F(Handles, AnIniFileLivesInMemoryOnly) {
     CIniFile ini;
+    ini.WriteValue(L"before", L"k", L"v");
     EXPECT_TRUE(ini.Open(L"no such file"));
+    EXPECT_TRUE(ini.CopySection(L"before").empty()) << "opening empties the table";
     EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 7U);
     ini.WriteValue(L"s", L"k", L"42x");
     EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 42U);

@@ -508,14 +508,24 @@ TEST_F(Services, CancellingAThreadThatTracesLeavesNoLockHeld) {
     ASSERT_EQ(ConfigureLog(), 0);
     NimaTrace trace("T");
     TraceDeviceFlushAll(true); // every line is a system call now, and each of those a cancellation point
-    std::thread victim([&] {
-        for (;;) {
-            trace.WriteErrorV("x");
-        }
-    });
-    ::usleep(10000);
-    ASSERT_EQ(::pthread_cancel(victim.native_handle()), 0);
-    victim.join();
+    for (int round = 0; round < 20; ++round) {
+        std::thread victim([&] {
+            for (;;) {
+                trace.WriteErrorV("x");
+                NimaTrace own("own"); // its end flushes
+                own.WriteErrorV("x");
+                _TraceConfig config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"Other");
+                config.settings.rollingLogFile = {1 << 20, 0, L"other", true};
+                TRACE_DEVICE_HANDLE other = nullptr;
+                TraceDeviceCreate(&config, &other);
+                TraceDeviceWrite(other, "x", 1);
+                TraceDeviceRelease(other);
+            }
+        });
+        ::usleep(2000);
+        ASSERT_EQ(::pthread_cancel(victim.native_handle()), 0);
+        victim.join();
+    }
     trace.WriteErrorV("still works");
     TraceDeviceFlushAll(false);
     EXPECT_EQ(CountOf(ReadFile("log"), "<ERROR> <T> still works\r\n"), 1U) << "the line before may be torn";

@@ -1,4 +1,4 @@
-#include "Diagnostics/Devices/DeviceFile.h"
+#include "Diagnostics/Files/OutputFile.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
 
@@ -128,15 +128,15 @@ void CMemoryQueue::WriteRecord(void* file, const Record& record) {
 }
 
 void CMemoryQueue::FlushLocked() {
-    void* file = OpenDeviceFile(fileName_, kMemoryQueueMode, O_CREAT | O_TRUNC);
+    void* file = OpenOutputFile(fileName_, kDumpMode, O_CREAT | O_TRUNC);
     if (!IsValidHandle(file)) {
         return;
     }
+    const HandleGuard guard(file);
     while (!queue_.empty()) {
         WriteRecord(file, queue_.front());
         queue_.pop_front();
     }
-    _close_handle_helper(file);
 }
 
 void CMemoryQueue::CloseLocked() {

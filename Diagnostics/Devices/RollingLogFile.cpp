@@ -1,6 +1,7 @@
-#include "Diagnostics/Devices/DeviceFile.h"
 #include "Diagnostics/Files/FileRolling.h"
+#include "Diagnostics/Files/OutputFile.h"
 #include "Diagnostics/TraceFormat.h"
+#include "platform/Cancellation.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
 
@@ -29,6 +30,7 @@ constexpr const char* kLineEnd = "\r\n";
 CRollingLogFile::CRollingLogFile() : writeBuffer_(new unsigned char[kBufferSize]), file_(InvalidHandle()) {}
 
 CRollingLogFile::~CRollingLogFile() {
+    const CancellationDelay delay;
     InternalClose();
     delete[] writeBuffer_;
 }
@@ -72,7 +74,7 @@ bool CRollingLogFile::HasFile() const {
 }
 
 bool CRollingLogFile::InternalInit() {
-    file_ = OpenDeviceFile(activeFileName_, kRollingLogMode, O_CREAT);
+    file_ = OpenOutputFile(activeFileName_, kRollingLogMode, O_CREAT);
     if (!HasFile()) {
         file_ = InvalidHandle();
         SetOpen(false);
@@ -80,8 +82,10 @@ bool CRollingLogFile::InternalInit() {
     }
     bytesWritten_ = static_cast<std::int32_t>(_get_file_size_helper(file_));
     if (_set_file_pointer_helper(file_, 0, SEEK_END) == -1) {
+        const int seekError = errno;
         InternalClose();
         WriteCriticalDbgMsg(L"HOLD IT!!! Failed to seek to the end of the trace log, trace is disabled!\r\n");
+        errno = seekError; // what a failed creation reports
         return IsOpen();
     }
     SetOpen(true);

@@ -1,7 +1,7 @@
 #pragma once
 
 /// Marks what the library offers to its hosts. Everything else in the library is hidden, so that its
-/// internal names can never clash with a host's.
+/// internal names never clash with a host's.
 #if defined(__GNUC__)
 #define NIMA_DIAGNOSTICS_API __attribute__((visibility("default")))
 /// Lets the compiler check the arguments of a printf-like function; positions count from 1, and a

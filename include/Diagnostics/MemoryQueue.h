@@ -37,7 +37,7 @@ class NIMA_DIAGNOSTICS_API CMemoryQueue final : public CBaseTraceDevice {
     using CBaseTraceDevice::Flush;
     /// Replaces the file's content with the queue, oldest record first, and empties the queue. A text
     /// record gets the date form of the header in front and no line end. When the file cannot be
-    /// opened the records stay queued.
+    /// opened (on ARM: also where it is a symbolic link) the records stay queued.
     void Flush() override;
 
     /// No accessor takes the lock.

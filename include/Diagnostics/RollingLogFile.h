@@ -18,7 +18,9 @@ namespace Nima::Common::System::OS::Diagnostics {
 ///     auto* log = static_cast<CRollingLogFile*>(handle);   // a handle of a device of type 1
 ///     log->SetFileName(L"device.log");
 ///
-/// While it is empty a full log is overwritten from its start.
+/// While it is empty a log with 0 backups is overwritten from its start when it is full. With backups
+/// configured it then reports on every line that it failed to roll and writes each at the file's start, so
+/// that only the newest survives: set the name, or configure 0 backups.
 class NIMA_DIAGNOSTICS_API CRollingLogFile : public CBaseTraceDevice {
   public:
     CRollingLogFile();
@@ -27,8 +29,9 @@ class NIMA_DIAGNOSTICS_API CRollingLogFile : public CBaseTraceDevice {
     ~CRollingLogFile() override;
 
     /// Closes the file, takes the settings of a record of type 1 (any other record, or none, keeps those
-    /// in force), opens the file at its end and writes a calibration line. Without the append flag an
-    /// existing file is rolled first. On failure the device is closed and `errno` is that of the open.
+    /// in force), opens the file at its end and writes a calibration line. Without the append flag it is
+    /// rolled first, as a full one is. On failure the device is closed and `errno` tells why. On ARM the path
+    /// must not be a symbolic link (ELOOP).
     void Init(_TraceConfig* config) override;
     void Close() override;
     /// The writers ignore a null pointer, a length of 0 or less and a closed device. A line whose last

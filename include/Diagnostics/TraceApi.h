@@ -3,7 +3,7 @@
 /// The text trace for C callers: named devices, direct writes, levels, the counter. A C program that logs:
 ///
 ///     TRACE_DEVICE_HANDLE log = NULL;
-///     _TraceConfig config = {TRACE_DEVICE_ROLLING_LOG_FILE, L"LogFile"};
+///     _TraceConfig config = {TRACE_DEVICE_ROLLING_LOG_FILE, L"LogFile", {{0}}};
 ///     config.settings.rollingLogFile.maxFileSize = 1 << 20;
 ///     config.settings.rollingLogFile.fileName = L"device.log";
 ///     config.settings.rollingLogFile.append = true;
@@ -103,7 +103,8 @@ NIMA_DIAGNOSTICS_API int CreateUUID(void* buffer, int size);
 
 /// Reopens standard error, then standard output, onto files that are created or emptied. Returns true only
 /// if both succeeded. A failure of the first does not stop the second; each failure writes an ERROR line to
-/// the trace. A stream whose reopening failed is closed, as the C library leaves it.
+/// the trace. A stream whose file could not be opened is closed, as the C library leaves it; one whose name
+/// is null or does not convert stays as it was.
 NIMA_DIAGNOSTICS_API bool RedirectStdio(const wchar_t* standardOutput, const wchar_t* standardError);
 
 /// Prints a message of at most 1023 characters straight to standard output, bypassing every device, unless

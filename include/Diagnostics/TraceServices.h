@@ -6,17 +6,18 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 /// Sets up the default log, the device named "LogFile" that every tracer writes to.
 ///
-///     TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 2, true);
+///     TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 0, true);
 ///
 /// All functions may be called from any thread. A host that configures a log, writes, and returns from
 /// `main` without flushing finds every line in the file.
 class NIMA_DIAGNOSTICS_API TraceServices {
   public:
     /// The default log becomes a rolling log file of at most `maxFileSize` bytes, give or take a buffer
-    /// and a line, with `maxRollCount` backups (0 overwrites the file from its start); without `append` an
-    /// existing file is rolled away first. A null file name counts as empty. If there is a default log
-    /// already it takes the new settings, and one more reference is held on it: it then outlives a
-    /// `ReleaseDefaultLog`. Returns 0 or an error number, as `TraceDeviceCreate`.
+    /// and a line. With a `maxRollCount` of 0 a full file is overwritten from its start; with more it is kept
+    /// as a backup, provided that the device has been told its name (`CRollingLogFile::SetFileName`).
+    /// Without `append` an existing file is treated as full. A null file name counts as empty. If there is a
+    /// default log already it takes the new settings, and one more reference is held on it: it then outlives
+    /// a `ReleaseDefaultLog`. Returns 0 or an error number, as `TraceDeviceCreate`.
     static int ConfigureDefaultLog(const wchar_t* fileName, unsigned int maxFileSize,
                                    unsigned int maxRollCount, bool append);
     /// The default log becomes the console. A default log that exists keeps its class.

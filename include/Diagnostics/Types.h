@@ -48,7 +48,7 @@ typedef struct _TraceConfig {
             uint32_t maxFileSize;    ///< bytes; kept as a signed 32-bit number
             uint32_t maxRollCount;   ///< number of backups; 0 rewinds the file instead of rolling it
             const wchar_t* fileName; ///< the log's path
-            bool append;             ///< true keeps an existing file, false rolls it away first
+            bool append;             ///< true goes on behind an existing file, false rolls it first
         } rollingLogFile;
         struct {
             int32_t queueDepth;      ///< stored, but the depth in force is that of `SetQueueDepth`

@@ -1,5 +1,7 @@
 # Installs the library to a fresh prefix and builds and runs a consumer against it, through the CMake package and,
 # where the consumer's compiler is the machine's own, through pkg-config.
+cmake_policy(VERSION 3.25)
+
 function(run)
     execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
     if(NOT result EQUAL 0)
@@ -37,8 +39,7 @@ if(NOT TOOLCHAIN)
     run(pkg-config --cflags --libs nima-diagnostics)
     separate_arguments(flags UNIX_COMMAND "${output} ${FLAGS}")
     run(c++ -std=c++20 ${SOURCE}/consumer.cpp -o ${WORK}/by-pkg-config ${flags})
-    run(pkg-config --variable=libdir nima-diagnostics)
-    string(STRIP "${output}" libdir)
+    get_filename_component(libdir ${pc_dir} DIRECTORY)
     run(${CMAKE_COMMAND} -E chdir ${WORK} ${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir} ${WORK}/by-pkg-config)
     expect_line(${WORK}/consumer.log)
 endif()

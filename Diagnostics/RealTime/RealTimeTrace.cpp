@@ -1,0 +1,152 @@
+#include "Diagnostics/RealTime/RealTimeTrace.h"
+
+#include "Diagnostics/Guarded.h"
+#include "Diagnostics/RealTime/TraceMemory.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+constinit std::atomic<SysTraceBuffer*> g_RTTrace{nullptr};
+
+namespace {
+
+template <class... Words>
+inline void Trace(unsigned long id, Words... arguments) {
+    SysTraceBuffer* const buffer = g_RTTrace.load(std::memory_order_acquire);
+    const auto word = static_cast<std::uint32_t>(id);
+    if (buffer != nullptr && buffer->FilterTrace(word)) {
+        buffer->Record(word, static_cast<std::uint32_t>(arguments)...);
+    }
+}
+
+void ConfigureFromSegment(unsigned char** out) {
+    SysTraceBuffer* live = g_RTTrace.load(std::memory_order_acquire);
+    if (live == nullptr) {
+        const std::lock_guard guard(g_SysTraceLock);
+        live = g_RTTrace.load(std::memory_order_relaxed);
+        if (live == nullptr) {
+            const TraceMemory* memory = TraceMemory::GetInstance();
+            if (memory == nullptr || memory->buffer() == nullptr) {
+                return;
+            }
+            live = new SysTraceBuffer(memory->buffer(), memory->size(), true);
+            g_RTTrace.store(live, std::memory_order_release);
+        }
+    }
+    if (out != nullptr) {
+        live->GetBuffer(out);
+    }
+}
+
+bool IsUsableBlock(const unsigned char* buffer, long size) {
+    return buffer != nullptr && reinterpret_cast<std::uintptr_t>(buffer) % alignof(SysTraceEntry) == 0 &&
+           size <= INT32_MAX && size >= 0 && SysTraceBuffer::CalculateMaxEntries(static_cast<int>(size)) > 0;
+}
+
+/// Applies an operation to the live buffer, or to a temporary one over the segment.
+template <class Operation>
+int WithBuffer(Operation operation) {
+    constexpr int kAppliedToLiveBuffer = 19;
+    return Guarded(ENOMEM, [&] {
+        if (SysTraceBuffer* live = g_RTTrace.load(std::memory_order_acquire)) {
+            operation(*live);
+            return kAppliedToLiveBuffer;
+        }
+        const TraceMemory* memory = TraceMemory::GetInstance();
+        if (memory == nullptr || memory->buffer() == nullptr) {
+            return ENOMEM;
+        }
+        SysTraceBuffer temporary(memory->buffer(), memory->size(), false);
+        operation(temporary);
+        return 0;
+    });
+}
+
+} // namespace
+
+} // namespace Nima::Common::System::OS::Diagnostics
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+void RTTrace(unsigned long id) {
+    Trace(id);
+}
+
+void RTTrace_1(unsigned long id, unsigned long a1) {
+    Trace(id, a1);
+}
+
+void RTTrace_2(unsigned long id, unsigned long a1, unsigned long a2) {
+    Trace(id, a1, a2);
+}
+
+void RTTrace_3(unsigned long id, unsigned long a1, unsigned long a2, unsigned long a3) {
+    Trace(id, a1, a2, a3);
+}
+
+void RTTrace_4(unsigned long id, unsigned long a1, unsigned long a2, unsigned long a3, unsigned long a4) {
+    Trace(id, a1, a2, a3, a4);
+}
+
+void RTTrace_5(unsigned long id, unsigned long a1, unsigned long a2, unsigned long a3, unsigned long a4,
+               unsigned long a5) {
+    Trace(id, a1, a2, a3, a4, a5);
+}
+
+void GetRTTraceBuffer(unsigned char** out) {
+    GuardedCall([=] { ConfigureFromSegment(out); });
+}
+
+void SetRTTraceConfig(unsigned char* buffer, long size) {
+    if (!IsUsableBlock(buffer, size)) {
+        errno = EINVAL;
+        return;
+    }
+    GuardedCall([=] {
+        const std::lock_guard guard(g_SysTraceLock);
+        auto fresh = std::make_unique<SysTraceBuffer>(buffer, size, true);
+        // Destroyed only after the new one is in place.
+        const std::unique_ptr<SysTraceBuffer> replaced(g_RTTrace.exchange(fresh.release()));
+    });
+}
+
+int SysTraceConfigure(void) {
+    GetRTTraceBuffer(nullptr);
+    return g_RTTrace.load() != nullptr ? 1 : 0;
+}
+
+void* ConfigureSysTrace(void) {
+    return Guarded<void*>(nullptr, [] { return static_cast<void*>(TraceMemory::GetInstance()); });
+}
+
+void ReleaseSysTrace(void) {
+    TraceMemory::Shutdown();
+}
+
+int DumpSysTrace(const wchar_t* path, int backups) {
+    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(path, backups); });
+}
+
+int DumpSysTraceEx(SysTraceDumpCallback callback, void* context) {
+    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(callback, context); });
+}
+
+int ClearSysTrace(void) {
+    return WithBuffer([](SysTraceBuffer& buffer) { buffer.Clear(); });
+}
+
+void SysTraceSetComponentLevel(unsigned char component, unsigned char level) {
+    if (SysTraceBuffer* live = g_RTTrace.load(std::memory_order_acquire)) {
+        live->SetComponentLevel(component, level);
+    }
+}
+
+void SysTraceSetAllLevel(unsigned char level, bool on) {
+    if (SysTraceBuffer* live = g_RTTrace.load(std::memory_order_acquire)) {
+        live->SetAllLevel(level, on);
+    }
+}

@@ -1,0 +1,140 @@
+#include "Diagnostics/Files/DumpFile.h"
+#include "Diagnostics/Guarded.h"
+#include "Diagnostics/RealTime/RingBufferMgr.h"
+#include "Diagnostics/RealTime/TraceMemory.h"
+#include "platform/Files.h"
+#include "platform/Modules.h"
+#include "platform/Text.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+namespace {
+
+constexpr const char* kBegin = "\r\nBEGIN RING BUFFER DUMP\r\n\r\n";
+constexpr const char* kEnd = "\r\nEND RING BUFFER DUMP\r\n";
+constexpr const char* kFileTitle = "Current";
+constexpr int kTextSize = 255;
+constexpr long kMapReadWrite = 3;
+
+void WriteFormatted(char* buffer, int bufferLength, void* file, const char* text) {
+    const auto size = static_cast<std::size_t>(bufferLength);
+    std::memset(buffer, 0, size);
+    _snprintf_s_helper(buffer, size, size, "%s", text);
+    _WriteSingleLine(file, buffer);
+}
+
+/// A mapped segment, closed at the end. `errno` stays that of the step before.
+class Segment {
+  public:
+    Segment() { CreateMemorySegment(L"System Ring Buffers", RING_DIRECTORY_SIZE, &handle_, &view_); }
+    Segment(const Segment&) = delete;
+    Segment& operator=(const Segment&) = delete;
+    ~Segment() {
+        const int error = errno;
+        if (IsValidHandle(handle_)) {
+            _close_handle_helper(handle_);
+        }
+        errno = error;
+    }
+
+    const RingDirectory* directory() const { return static_cast<const RingDirectory*>(view_); }
+    bool Unmap() { return _unmap_view_of_file_helper(view_) != 0; }
+    bool Map(std::uint32_t size) {
+        view_ = _map_view_file_helper(handle_, kMapReadWrite, 0, 0, static_cast<long>(size));
+        return view_ != nullptr;
+    }
+
+  private:
+    void* handle_ = nullptr;
+    void* view_ = nullptr;
+};
+
+void WriteSegmentRings(const RingDirectory* directory, std::uint32_t size, void* file) {
+    const void* const start = directory + 1;
+    const auto* records = static_cast<const RingBufferData*>(start);
+    std::uint32_t room = (size - RING_DIRECTORY_SIZE) / RING_RECORD_SIZE;
+    for (int i = 0; i < RING_COUNT; ++i) {
+        char text[kTextSize] = {};
+        _snprintf_s_helper(text, sizeof(text), sizeof(text), "######## Ring Buffer %d ########\r\n", i);
+        _WriteSingleLine(file, text);
+        // Whatever the directory says, the rings end with the segment.
+        const std::uint32_t count = std::min(directory->entryCounts[i], room);
+        WriteRecordsAsText(records, count, file);
+        records += count;
+        room -= count;
+    }
+}
+
+} // namespace
+
+void _DumpRingBuffersUnformatted(char* buffer, int bufferLength, void* file) {
+    if (buffer == nullptr || bufferLength <= 0) {
+        return;
+    }
+    try {
+        WriteFormatted(buffer, bufferLength, file, kBegin);
+        for (int i = 0; i < RING_COUNT; ++i) {
+            CRingBuffer* ring = nullptr;
+            if (GetRingBufferMgr().GetRingBuffer(i, &ring) == 0) {
+                ring->Dump(file);
+            }
+        }
+        WriteFormatted(buffer, bufferLength, file, kEnd);
+    } catch (...) {
+        if (IsCancellation()) {
+            throw;
+        }
+        RecordInternalDiagnosticEvent(kFaultInDiagnostics, _get_exception_code_helper(), 0, 0, 0);
+    }
+}
+
+} // namespace Nima::Common::System::OS::Diagnostics
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+void DumpRingBuffersUnformatted(const wchar_t* path, int backups) {
+    GuardedCall([=] {
+        void* const file = _CreateFileAndRollBackup(path, backups);
+        if (!IsValidHandle(file)) {
+            return;
+        }
+        const HandleGuard guard(file);
+        char text[kTextSize];
+        WriteDiagnosticsFileHeader(text, kTextSize, file, kFileTitle);
+        _DumpRingBuffersUnformatted(text, kTextSize, file);
+    });
+}
+
+int DumpRingBuffersUnformattedEx(const wchar_t* path, int backups) {
+    return Guarded(ENOMEM, [=] {
+        Segment segment;
+        if (segment.directory() == nullptr) {
+            return errno;
+        }
+        const std::uint32_t size = segment.directory()->segmentSize;
+        if (size <= RING_DIRECTORY_SIZE) {
+            return ENOSPC;
+        }
+        // Views are unmapped with their mapping on this platform, so this reports failure and the dump ends
+        // here.
+        if (!segment.Unmap() || !segment.Map(size)) {
+            return errno;
+        }
+        void* const file = _CreateFileAndRollBackup(path, backups);
+        if (!IsValidHandle(file)) {
+            return 0;
+        }
+        const HandleGuard guard(file);
+        char text[kTextSize];
+        WriteDiagnosticsFileHeader(text, kTextSize, file, kFileTitle);
+        _WriteSingleLine(file, kBegin);
+        GuardedCall([&] { WriteSegmentRings(segment.directory(), size, file); });
+        _WriteSingleLine(file, kEnd);
+        _flush_file_helper(file);
+        return 0;
+    });
+}

@@ -1,0 +1,57 @@
+#pragma once
+
+#include "Diagnostics/RealTime/RingBuffer.h"
+
+#include <atomic>
+#include <vector>
+
+#include <Diagnostics/RingBufferApi.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// The library's own events, recorded in ring 5; the words behind the code are told beside each.
+enum _OSDiagnosticEvents : int {
+    kModuleListingStarts = 0,   ///< 2, 0, 0, 0
+    kModuleSnapshotFailed = 1,  ///< errno, 0, 0, 0
+    kModuleListingEnds = 3,     ///< 0, 0, 0, 0
+    kFirstModuleFailed = 4,     ///< errno, 0, 0, 0
+    kFaultInDiagnostics = 8,    ///< exception code, 0, 0, 0
+    kEventLogCallbackCalled = 9 ///< event type, second argument, 0 before or 1 after, exception code
+};
+
+/// Builds the rings over the shared segment, once in a process. Rings, storage and segment stay to the very
+/// end of the process, since exit handlers and late threads still write and dump.
+class CRingBufferMgr {
+  public:
+    CRingBufferMgr();
+    CRingBufferMgr(const CRingBufferMgr&) = delete;
+    CRingBufferMgr& operator=(const CRingBufferMgr&) = delete;
+
+    /// 0, or 22 for an index out of range.
+    int GetRingBuffer(int index, CRingBuffer** out) const;
+    /// 0, or 22 for an unknown name.
+    int GetRingBufferId(const wchar_t* name, int* id) const;
+
+  private:
+    void Init();
+
+    RingBufferData* recordsBase_ = nullptr;
+    std::vector<CRingBuffer*> rings_;
+    void* handle_;
+    void* view_ = nullptr;
+};
+
+/// The process's manager, built on the first call.
+CRingBufferMgr& GetRingBufferMgr();
+
+/// Ring 5; null until the manager is built.
+extern constinit std::atomic<CRingBuffer*> g_OSRing;
+
+/// Records an event of the library's own. Does not build the manager: before that the event is dropped, and
+/// the result is 22.
+int RecordInternalDiagnosticEvent(_OSDiagnosticEvents code, int a, int b, int c, int d);
+
+/// Writes this process's rings as text into an open file, formatting in `buffer`.
+void _DumpRingBuffersUnformatted(char* buffer, int bufferLength, void* file);
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,153 @@
+#pragma once
+
+#include "platform/Handles.h"
+
+#include <atomic>
+#include <cstdint>
+
+#include <Diagnostics/Formats.h>
+#include <Diagnostics/RealTimeTraceApi.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// A 32-bit word of memory that other threads and processes write to as well.
+using SharedWord = std::atomic_ref<std::uint32_t>;
+
+/// States of the capture word. The library writes neither of the last two; other processes may.
+enum class SysTraceState : std::uint32_t {
+    kTracing = 1,
+    kTriggered = 2,
+    kTriggerPending = 3,
+    kCapturing = 4
+};
+
+/// A block of 8-byte entries behind a 256-byte header (doc/systrace.md). Writers claim entries by one atomic
+/// increment each and take no lock; header, filter and state are shared by every process that maps the block.
+/// All its words are accessed atomically. A block whose header is not marked as formatted is formatted by the
+/// constructor.
+class SysTraceBuffer {
+  public:
+    /// A private block of 33,024 bytes, freed at the end.
+    SysTraceBuffer();
+    /// A block of the caller's, of at least 256 bytes and 4-byte aligned; writers need at least 512. The
+    /// index mask comes from `size`, never from an adopted header, so no header can lead a writer out of the
+    /// block.
+    SysTraceBuffer(unsigned char* buffer, long size, bool useHardware);
+    SysTraceBuffer(const SysTraceBuffer&) = delete;
+    SysTraceBuffer& operator=(const SysTraceBuffer&) = delete;
+    ~SysTraceBuffer();
+
+    /// The largest power of two of entries that fits, 0 below 512 bytes.
+    static int CalculateMaxEntries(int size);
+    void GetBuffer(unsigned char** out) const { *out = memory_; }
+
+    /// Whether the id's component traces at the id's level. Bit 31 plays no part.
+    bool FilterTrace(std::uint32_t id) const {
+        const std::uint32_t level = id >> SYSTRACE_LEVEL_SHIFT & SYSTRACE_LEVEL_MASK;
+        const std::uint32_t component = id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK;
+        const std::uint32_t word =
+            SharedWord(filter_[level * 4 + component / 32]).load(std::memory_order_relaxed);
+        return (word & ComponentBit(component)) != 0;
+    }
+
+    /// Writes a record, whatever the filter: the id with its time, the arguments, the thread.
+    template <class... Words>
+    void Record(std::uint32_t id, Words... arguments) {
+        SysTraceEntry& first = Claim();
+        Store(first.id, id & ~SYSTRACE_CONTINUATION);
+        Store(first.value, Timestamp());
+        const std::uint32_t continued = id | SYSTRACE_CONTINUATION;
+        (StoreEntry(continued, arguments), ...);
+        if (threadRecords_) {
+            StoreEntry(continued, CurrentThreadId());
+        }
+    }
+
+    /// Results in `errno`: 0, or EINVAL for a level above 4. Level 4 reaches the saved filter, and a
+    /// component of 128 or more the next level's words.
+    void SetComponentLevel(unsigned char component, unsigned char level);
+    void SetAllLevel(unsigned char level, bool on);
+
+    /// 0; does nothing.
+    int Trigger(SysTraceState state);
+    /// Ends a capture by trigger: state 2 becomes 1 with the saved filter live again. Otherwise false with
+    /// `errno` EOPNOTSUPP; state 1 has become 2 then.
+    bool ResetTrigger();
+    /// Pauses tracing in state 1 by saving and clearing the filter. False with `errno` EOPNOTSUPP where
+    /// capture cannot begin; a state of 4 has become 1 then. Begin and end are paired on the same object.
+    bool BeginTraceCapture();
+    bool EndTraceCapture();
+
+    /// Stops all tracing by moving the live filter into the saved one.
+    void Disable();
+    /// Empties the buffer by its indices; entries stay.
+    void ResetBuffer();
+    void Clear();
+
+    /// Dumps to a file or a callback, see `DumpSysTrace`. Defined beside the other entry points, which they
+    /// trace with.
+    void Dump(const wchar_t* path, int backups);
+    void Dump(SysTraceDumpCallback callback, void* context);
+
+  private:
+    static std::uint32_t ComponentBit(std::uint32_t component) {
+        return UINT32_C(0x80000000) >> (component % 32);
+    }
+    static void Store(std::uint32_t& word, std::uint32_t value) {
+        SharedWord(word).store(value, std::memory_order_relaxed);
+    }
+    static std::uint32_t Load(std::uint32_t& word) {
+        return SharedWord(word).load(std::memory_order_relaxed);
+    }
+
+    SysTraceEntry& Claim() {
+        const std::uint32_t slot = (SharedWord(*writeIndex_).fetch_add(1) + 1) & mask_;
+        if (slot == 0) {
+            CountWrap();
+        }
+        return entries_[slot];
+    }
+    void StoreEntry(std::uint32_t id, std::uint32_t value) {
+        SysTraceEntry& entry = Claim();
+        Store(entry.id, id);
+        Store(entry.value, value);
+    }
+    std::uint32_t Timestamp() const { return timerRegister_ != nullptr ? *timerRegister_ : ReadQPC32(); }
+
+    void CountWrap();
+    void CommonSetup();
+    void SetupHeader();
+    void AdoptHeader();
+    void LoadFilterData();
+    void RecalculateBufferSize();
+    void FetchHardwareRegisters();
+    std::uint32_t& WrapCount();
+    bool SwapState(std::uint32_t from, std::uint32_t to, std::uint32_t expectedResult);
+    void SaveFilter();
+    void RestoreFilter();
+    long long DumpLength();
+    SysTraceDumpHeader DumpHeader() const;
+    void WriteBlock(void* file, const wchar_t* path);
+    void PassBlock(SysTraceDumpCallback callback, void* context);
+
+    SysTraceEntry* entries_ = nullptr;
+    unsigned char* memory_ = nullptr;
+    std::uint32_t* writeIndex_ = nullptr;
+    SysTraceHeader* header_ = nullptr;
+    std::int32_t bufferSize_ = 0;
+    std::int32_t entryCount_ = 0;
+    std::uint32_t mask_ = 0;
+    const volatile std::uint32_t* timerRegister_ = nullptr;
+    std::uint32_t hardwareRegister1_ = 0;
+    std::uint32_t hardwareRegister2_ = 0;
+    bool threadRecords_ = false;
+    std::uint32_t* filter_ = nullptr; ///< the live filter's words, the saved filter's behind them
+    std::int32_t reservedWord_ = -1;
+    unsigned char reservedByte_ = 0;
+    bool restoreStateOnEnd_ = false;
+    bool filterSaved_ = false;
+    bool ownsMemory_ = false;
+    std::int32_t memorySize_ = 0; ///< what may be read of the block, whatever its header says
+};
+
+} // namespace Nima::Common::System::OS::Diagnostics

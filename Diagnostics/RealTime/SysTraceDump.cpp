@@ -1,0 +1,135 @@
+#include "Diagnostics/Files/DumpFile.h"
+#include "Diagnostics/RealTime/RealTimeTrace.h"
+#include "Diagnostics/RealTime/WideMessage.h"
+#include "platform/Files.h"
+
+#include <algorithm>
+#include <cerrno>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+namespace {
+
+/// Single writes stay bounded.
+constexpr long long kPieceSize = 1048576;
+
+constexpr const wchar_t* kCannotBegin = L"ERROR!! SysTrace::Dump() BeginTraceCapture() failed! \r\n";
+
+} // namespace
+
+SysTraceDumpHeader SysTraceBuffer::DumpHeader() const {
+    SysTraceDumpHeader header{};
+    header.size = sizeof(header);
+    header.word1 = 1;
+    header.word2 = 2;
+    header.bufferSize = static_cast<std::uint32_t>(bufferSize_);
+    header.magic = SYSTRACE_DUMP_MAGIC;
+    return header;
+}
+
+// Up to the last entry while the entries have not wrapped, which a wrap count of exactly 0 says; else
+// everything. An adopted header may say anything: never more than there is.
+long long SysTraceBuffer::DumpLength() {
+    long long length = bufferSize_;
+    if (Load(WrapCount()) == 0) {
+        const std::uint32_t used = Load(*writeIndex_) + 1;
+        length = SYSTRACE_HEADER_SIZE +
+                 static_cast<long long>(used) * static_cast<long long>(sizeof(SysTraceEntry));
+    }
+    return std::min<long long>(length, memorySize_);
+}
+
+void SysTraceBuffer::WriteBlock(void* file, const wchar_t* path) {
+    const SysTraceDumpHeader fileHeader = DumpHeader();
+    if (_write_file_helper(file, reinterpret_cast<const char*>(&fileHeader), sizeof(fileHeader), nullptr) ==
+        0) {
+        return;
+    }
+    const char* data = reinterpret_cast<const char*>(memory_);
+    for (long long remaining = DumpLength(); remaining > 0;) {
+        long written = 0;
+        if (_write_file_helper(file, data, static_cast<long>(std::min(remaining, kPieceSize)), &written) ==
+            0) {
+            PrintWideMessage(L"ERROR!!  Failed to write SysTrace to %s, err=%d.\r\n", path, errno);
+            return;
+        }
+        if (written == 0) {
+            PrintWideMessage(L"ERROR!!  Failed to write SysTrace to %s, zero bytes written.\r\n", path);
+            return;
+        }
+        data += written;
+        remaining -= written;
+    }
+}
+
+void SysTraceBuffer::Dump(const wchar_t* path, int backups) {
+    RTTrace(kFileDumpStarts);
+    if (!BeginTraceCapture()) {
+        PrintWideMessage(kCannotBegin);
+        RTTrace(kFileDumpRefused);
+        RTTrace(kFileDumpEnds);
+        return;
+    }
+    void* const file = _CreateFileAndRollBackup(path, backups);
+    if (IsValidHandle(file)) {
+        WriteBlock(file, path);
+        _close_handle_helper(file);
+    }
+    EndTraceCapture();
+    RTTrace(kFileDumpEnds);
+}
+
+void SysTraceBuffer::PassBlock(SysTraceDumpCallback callback, void* context) {
+    const SysTraceDumpHeader fileHeader = DumpHeader();
+    int written = 0;
+    if (callback(reinterpret_cast<const char*>(&fileHeader), sizeof(fileHeader), &written, context) == 0) {
+        return;
+    }
+    const char* data = reinterpret_cast<const char*>(memory_);
+    for (long long remaining = DumpLength(); remaining > 0;) {
+        const int piece = static_cast<int>(std::min(remaining, kPieceSize));
+        written = 0;
+        if (callback(data, piece, &written, context) == 0) {
+            PrintWideMessage(L"ERROR!!  Failed to write SysTrace to callback, err=%d.\r\n", errno);
+            return;
+        }
+        if (written == 0) {
+            PrintWideMessage(L"ERROR!!  Failed to write SysTrace to callback, zero bytes written.\r\n");
+            return;
+        }
+        // A callback cannot have taken more than it was offered, nor give anything back.
+        const int taken = std::clamp(written, 0, piece);
+        if (taken == 0) {
+            return;
+        }
+        data += taken;
+        remaining -= taken;
+    }
+}
+
+void SysTraceBuffer::Dump(SysTraceDumpCallback callback, void* context) {
+    if (callback == nullptr) {
+        PrintWideMessage(L"ERROR!!  SysTrace::Dump() callback is NULL\r\n");
+        RTTrace(kCallbackDumpWithoutCallback);
+        return;
+    }
+    RTTrace(kCallbackDumpStarts);
+    if (!BeginTraceCapture()) {
+        PrintWideMessage(kCannotBegin);
+        RTTrace(kCallbackDumpRefused);
+        RTTrace(kCallbackDumpEnds);
+        return;
+    }
+    try {
+        PassBlock(callback, context);
+    } catch (...) {
+        // A host's callback that throws must not leave tracing paused.
+        EndTraceCapture();
+        RTTrace(kCallbackDumpEnds);
+        throw;
+    }
+    EndTraceCapture();
+    RTTrace(kCallbackDumpEnds);
+}
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include <Diagnostics/Lock.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// Creates or opens the named segment, a file of the working directory, and maps `size` bytes of it. Returns
+/// an error number: on success that which the opening left, which callers ignore. On failure `*handle` is
+/// null.
+int CreateMemorySegment(const wchar_t* name, int size, void** handle, void** view);
+
+/// The one segment that the SysTrace buffer lives in. Never zeroed: what an earlier process left stays.
+class TraceMemory {
+  public:
+    TraceMemory(const TraceMemory&) = delete;
+    TraceMemory& operator=(const TraceMemory&) = delete;
+    ~TraceMemory();
+
+    /// The instance, made on first use; null when the segment cannot be had, and the next call tries again.
+    static TraceMemory* GetInstance();
+    /// Unmaps the segment. Takes no lock: nobody else may be using it.
+    static void Shutdown();
+
+    unsigned char* buffer() const { return buffer_; }
+    std::int32_t size() const { return size_; }
+
+  private:
+    TraceMemory() = default;
+    int AllocateMemory();
+    static int AllocateTraceMemory(unsigned char** buffer, unsigned long* size, void** handle);
+
+    static std::atomic<TraceMemory*> g_Instance;
+
+    std::int32_t reserved1_ = 0;
+    std::int32_t reserved2_ = 0;
+    unsigned char* buffer_ = nullptr;
+    std::int32_t size_ = 0;
+    unsigned char* view_ = nullptr;
+    std::int32_t viewSize_ = 0;
+    void* handle_ = nullptr;
+};
+
+extern constinit StaticLockStruct g_TraceMemoryLock;
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,284 @@
+/// The rings: records and directory in the segment, text dumps, and what other processes find.
+
+#include "Diagnostics/Files/DumpFile.h"
+#include "Diagnostics/RealTime/RingBufferMgr.h"
+#include "platform/Files.h"
+#include "tests/support/Sandbox.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <regex>
+#include <thread>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <Diagnostics/RingBufferApi.h>
+
+namespace Nima::Testing {
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+namespace {
+
+constexpr std::size_t kSegmentSize = 503808;
+
+TRACE_RING_HANDLE Ring(int index) {
+    TRACE_RING_HANDLE ring = nullptr;
+    EXPECT_EQ(GetTraceRingBuffer(index, &ring), 0);
+    return ring;
+}
+
+RingBufferData RecordAt(const std::string& bytes, std::size_t slot) {
+    RingBufferData record{};
+    std::memcpy(&record, bytes.data() + slot * sizeof(record), sizeof(record));
+    return record;
+}
+
+/// The first ring's records in the segment's file.
+std::string SegmentRecords() {
+    return ReadFile("System Ring Buffers").substr(RING_DIRECTORY_SIZE);
+}
+
+void Fill(TRACE_RING_HANDLE ring, std::uint32_t count) {
+    for (std::uint32_t i = 1; i <= count; ++i) {
+        const RingBufferData record{i, 7, {i, 0, 0, 0, 0}};
+        ASSERT_EQ(WriteDataToRingBuffer(ring, &record), 0);
+    }
+}
+
+} // namespace
+
+class Rings : public Sandbox {};
+
+TEST_F(Rings, TheDirectoryIsLaidOutToTheByte) {
+    Ring(0);
+    const std::string segment = ReadFile("System Ring Buffers");
+    EXPECT_EQ(segment.size(), kSegmentSize - 1) << "a byte short of its 503,808, which are mapped";
+    const std::uint32_t counts[] = {256, 1024, 512, 256, 512, 512, 512, 2048, 1024, 512, 256,
+                                    512, 512,  256, 512, 256, 512, 512, 256,  256,  512, 256,
+                                    512, 256,  512, 256, 256, 512, 256, 1024, 256};
+    RingDirectory directory{};
+    std::memcpy(&directory, segment.data(), sizeof(directory));
+    EXPECT_EQ(directory.processId, static_cast<std::uint32_t>(::getpid()));
+    EXPECT_EQ(directory.segmentSize, kSegmentSize);
+    for (int i = 0; i < RING_COUNT; ++i) {
+        EXPECT_EQ(directory.entryCounts[i], counts[i]) << i;
+    }
+    EXPECT_EQ(segment.find_first_not_of('\0', 132), std::string::npos);
+    int id = -1;
+    EXPECT_EQ(GetTraceRingBufferId(L"Platform", &id), 0);
+    EXPECT_EQ(id, 5);
+    EXPECT_EQ(GetTraceRingBufferId(L"Consumables", &id), 0);
+    EXPECT_EQ(id, 30);
+    EXPECT_EQ(GetTraceRingBufferId(L"platform", &id), 22);
+    EXPECT_EQ(GetTraceRingBufferId(nullptr, &id), 22);
+    EXPECT_EQ(GetTraceRingBufferId(L"Platform", nullptr), 22);
+    TRACE_RING_HANDLE ring = nullptr;
+    EXPECT_EQ(GetTraceRingBuffer(31, &ring), 22);
+    EXPECT_EQ(GetTraceRingBuffer(-1, &ring), 22);
+    EXPECT_EQ(GetTraceRingBuffer(0, nullptr), 22);
+    EXPECT_EQ(ring, nullptr);
+}
+
+TEST_F(Rings, TheNewestRecordOverwritesTheOldest) {
+    Fill(Ring(0), 257);
+    const std::string records = SegmentRecords();
+    EXPECT_EQ(RecordAt(records, 0).timestamp, 257);
+    for (std::uint32_t slot = 1; slot < 256; ++slot) {
+        EXPECT_EQ(RecordAt(records, slot).words[0], slot + 1);
+    }
+    unsigned char bytes[10000];
+    unsigned long copied = 0;
+    EXPECT_EQ(GetTraceData(Ring(0), bytes, 101, &copied), 0);
+    EXPECT_EQ(copied, 101U);
+    EXPECT_EQ(std::memcmp(bytes, records.data(), 101), 0);
+    EXPECT_EQ(GetTraceData(Ring(0), bytes, sizeof(bytes), &copied), 0);
+    EXPECT_EQ(copied, 8192U);
+    EXPECT_EQ(std::memcmp(bytes, records.data(), 8192), 0);
+    EXPECT_EQ(GetTraceData(Ring(0), bytes, sizeof(bytes), nullptr), 0);
+    EXPECT_EQ(GetTraceData(Ring(7), nullptr, 5, &copied), 0);
+    EXPECT_EQ(copied, 65536U);
+    EXPECT_EQ(GetTraceData(Ring(7), bytes, 0, nullptr), 0);
+    EXPECT_EQ(EmptyRingBuffer(Ring(0)), 0);
+    EXPECT_EQ(RecordAt(SegmentRecords(), 255).timestamp, 0);
+    Fill(Ring(0), 1);
+    EXPECT_EQ(RecordAt(SegmentRecords(), 0).timestamp, 1) << "emptied, it starts at slot 0";
+    EXPECT_EQ(EmptyAllRingBuffers(), 0);
+
+    const RingBufferData record{};
+    EXPECT_EQ(WriteDataToRingBuffer(nullptr, &record), 22);
+    EXPECT_EQ(WriteDataToRingBuffer(Ring(0), nullptr), 22);
+    EXPECT_EQ(WriteEventToRingBuffer(nullptr, 0, 0, 0, 0, 0, 0), 22);
+    EXPECT_EQ(EmptyRingBuffer(nullptr), 22);
+    EXPECT_EQ(GetTraceData(nullptr, bytes, 1, &copied), 22);
+    EXPECT_EQ(IsARM(), 0);
+}
+
+TEST_F(Rings, EventsCarryTimeAndThread) {
+    WriteEventToRingBuffer(Ring(0), 0, 7, 1, 2, 3, 4);
+    WriteEventToRingBuffer(Ring(0), 99, static_cast<unsigned long>(-1), 1, 2, 3, 4);
+    const RingBufferData own = RecordAt(SegmentRecords(), 0);
+    EXPECT_NE(own.timestamp, 0);
+    EXPECT_EQ(own.threadId, CurrentThreadId());
+    EXPECT_EQ(std::vector<std::uint32_t>(own.words, own.words + 5),
+              (std::vector<std::uint32_t>{7, 1, 2, 3, 4}));
+    EXPECT_EQ(RecordAt(SegmentRecords(), 1).threadId, 99U);
+    EXPECT_EQ(RecordAt(SegmentRecords(), 1).words[0], 0xFFFFFFFFU);
+}
+
+TEST_F(Rings, InternalEventsGoToTheLibrarysOwnRing) {
+    EXPECT_EQ(RecordInternalDiagnosticEvent(kFaultInDiagnostics, 1, 2, 3, 4), 22)
+        << "nobody has built the rings";
+    EXPECT_TRUE(Listing(".").empty());
+    Ring(0);
+    EXPECT_EQ(RecordInternalDiagnosticEvent(kFaultInDiagnostics, 1, 2, 3, 4), 0);
+    RingBufferData record{};
+    unsigned long copied = 0;
+    GetTraceData(Ring(RING_PLATFORM), reinterpret_cast<unsigned char*>(&record), sizeof(record), &copied);
+    EXPECT_EQ(record.words[0], 8U);
+    EXPECT_EQ(record.words[4], 4U);
+}
+
+TEST_F(Rings, TheTextDumpStopsAtTheFirstEmptySlot) {
+    const RingBufferData records[] = {
+        {-5, 0xAB, {1, 2, 3, 4, 5}}, {0, 1, {1, 1, 1, 1, 1}}, {9, 1, {1, 1, 1, 1, 1}}};
+    for (const RingBufferData& record : records) {
+        WriteDataToRingBuffer(Ring(3), &record);
+    }
+    WriteFile("rings.txt", "old");
+    DumpRingBuffersUnformatted(L"rings.txt", 1);
+    EXPECT_EQ(ReadFile("rings.txt.1"), "old");
+    const std::string dump = ReadFile("rings.txt");
+    const std::regex head(
+        "Current Date/Time: [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3,5}\r\n"
+        "Ticks: [0-9]+\r\nFrequency: 1000000\r\n\r\n");
+    const std::size_t start = dump.find("\r\nBEGIN RING BUFFER DUMP\r\n\r\n");
+    ASSERT_NE(start, std::string::npos);
+    EXPECT_TRUE(std::regex_match(dump.substr(0, start), head)) << dump.substr(0, start);
+    const std::string ring3 =
+        "######## Ring Buffer Assurance ########\r\n"
+        "-000000000000000005 0x000000ab 0x00000001 : 0x00000002 0x00000003 0x00000004 0x00000005\r\n"
+        "######## Ring Buffer PageLang ########\r\n";
+    EXPECT_EQ(CountOf(dump, ring3), 1U);
+    EXPECT_EQ(CountOf(dump, "######## Ring Buffer "), 31U);
+    const std::string tail = "######## Ring Buffer Consumables ########\r\n\r\nEND RING BUFFER DUMP\r\n";
+    EXPECT_EQ(dump.substr(dump.size() - tail.size()), tail);
+    DumpRingBuffersUnformatted(L"no/such/folder", 0);
+    DumpRingBuffersUnformatted(nullptr, 0);
+}
+
+TEST_F(Rings, ConcurrentWritersShareOneRing) {
+    constexpr std::uint32_t kThreads = 8;
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    TRACE_RING_HANDLE ring = Ring(RING_ENGINE_LINK);
+    for (std::uint32_t t = 0; t < kThreads; ++t) {
+        threads.emplace_back([=] {
+            for (std::uint32_t i = 0; i < 256; ++i) {
+                WriteEventToRingBuffer(ring, t + 1, i, t, i, t, i);
+            }
+        });
+    }
+    std::thread reader([] { DumpRingBuffersUnformatted(L"meanwhile.txt", 0); });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    reader.join();
+    std::string bytes(65536, '\0');
+    unsigned long copied = 0;
+    GetTraceData(ring, reinterpret_cast<unsigned char*>(bytes.data()), bytes.size(), &copied);
+    std::vector<std::uint32_t> next(kThreads + 1);
+    for (std::size_t slot = 0; slot < 2048; ++slot) {
+        const RingBufferData record = RecordAt(bytes, slot);
+        ASSERT_LE(record.threadId, kThreads);
+        EXPECT_EQ(record.words[0], next[record.threadId]++);
+        EXPECT_EQ(record.words[1] + 1, record.threadId);
+    }
+}
+
+TEST_F(Rings, ALaterProcessFindsWhatAKilledOneWrote) {
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        TRACE_RING_HANDLE ring = Ring(0);
+        for (std::uint32_t i = 1;; ++i) {
+            WriteEventToRingBuffer(ring, 1, i, i, i, i, i);
+            if (i == 100) {
+                [[maybe_unused]] const auto count = ::write(ready[1], "x", 1);
+            }
+        }
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(ready[0]);
+    ::close(ready[1]);
+    // Building the rings anew keeps the records and starts writing at slot 0.
+    EXPECT_NE(RecordAt(SegmentRecords(), 99).timestamp, 0);
+    WriteEventToRingBuffer(Ring(0), 2, 0xAAAA, 0, 0, 0, 0);
+    EXPECT_EQ(RecordAt(SegmentRecords(), 0).words[0], 0xAAAAU);
+    const RingBufferData kept = RecordAt(SegmentRecords(), 99);
+    EXPECT_EQ(kept.words[0], kept.words[4]);
+    EXPECT_EQ(kept.threadId, 1U);
+}
+
+TEST_F(Rings, WithoutASegmentTheRingsLiveInPrivateMemory) {
+    ASSERT_EQ(::mkdir("System Ring Buffers", 0700), 0);
+    Fill(Ring(0), 3);
+    DumpRingBuffersUnformatted(L"rings.txt", 0);
+    EXPECT_EQ(CountOf(ReadFile("rings.txt"), "0000000000000000003 0x00000007 0x00000003 : "), 1U);
+    EXPECT_EQ(DumpRingBuffersUnformattedEx(L"segment.txt", 0), EISDIR);
+    EXPECT_FALSE(Exists("segment.txt"));
+}
+
+// The dump of the segment ends at its unmapping step, and has cut the segment by then. In a process of its
+// own, on a segment that nobody has mapped.
+TEST_F(Rings, TheSegmentDumpEndsAtItsUnmappingStep) {
+    InGoodChild([] { Fill(Ring(0), 3); });
+    InGoodChild([] {
+        errno = 0;
+        EXPECT_EQ(DumpRingBuffersUnformattedEx(L"segment.txt", 0), 0);
+        struct stat status {};
+        ::stat("System Ring Buffers", &status);
+        EXPECT_EQ(status.st_size, 4095);
+        EXPECT_FALSE(Exists("segment.txt"));
+        ::unlink("System Ring Buffers");
+        EXPECT_EQ(DumpRingBuffersUnformattedEx(L"segment.txt", 0), 28) << "no rings were ever laid out";
+    });
+}
+
+TEST_F(Rings, ADumpFileIsOpenedEmptyWhateverStandsThere) {
+    const auto create = [](int backups) {
+        void* file = _CreateFileAndRollBackup(L"d", backups);
+        EXPECT_TRUE(IsValidHandle(file));
+        _write_file_helper(file, "new", 3, nullptr);
+        _close_handle_helper(file);
+        return ReadFile("d");
+    };
+    EXPECT_EQ(_CreateFileAndRollBackup(nullptr, 1), InvalidHandle());
+    EXPECT_EQ(create(2), "new");
+    WriteFile("d", "a longer old text");
+    EXPECT_EQ(create(0), "new");
+    EXPECT_EQ(Listing("."), std::vector<std::string>{"d"});
+    WriteFile("d", "a longer old text");
+    WriteFile("d.10", "older");
+    EXPECT_EQ(create(-1), "new");
+    EXPECT_EQ(ReadFile("d.10"), "older");
+    WriteFile("d", "a longer old text");
+    EXPECT_EQ(create(1), "new");
+    EXPECT_EQ(ReadFile("d.1"), "a longer old text");
+    EXPECT_FALSE(Exists("d.10"));
+    // A backup that cannot be replaced: the file is emptied and used again.
+    ::unlink("d.1");
+    ASSERT_EQ(::system("mkdir d.1 && touch d.1/x"), 0);
+    WriteFile("d", "a longer old text");
+    EXPECT_EQ(create(1), "new");
+}
+
+} // namespace Nima::Testing

@@ -1,0 +1,547 @@
+/// The SysTrace buffer: its block byte for byte, its filter and capture states, its dumps, and its life
+/// across processes.
+
+#include "Diagnostics/RealTime/RealTimeTrace.h"
+#include "Diagnostics/RealTime/TraceMemory.h"
+#include "tests/support/Sandbox.h"
+
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <new>
+#include <numeric>
+#include <thread>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
+
+namespace {
+
+// Counts what the hot paths allocate. Not inlined, since the compiler then takes the pairs for mismatched.
+std::atomic<std::size_t> g_Allocations{0};
+
+} // namespace
+
+__attribute__((noinline)) void* operator new(std::size_t size) {
+    ++g_Allocations;
+    if (void* block = std::malloc(size != 0 ? size : 1)) {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+__attribute__((noinline)) void operator delete(void* block) noexcept {
+    std::free(block);
+}
+__attribute__((noinline)) void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
+
+namespace Nima::Testing {
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+namespace {
+
+constexpr std::size_t kEntries = 4096;
+
+/// A block of the smallest size that a host uses, live or not.
+struct Block {
+    alignas(SysTraceHeader) unsigned char bytes[33024] = {};
+
+    SysTraceHeader& header() {
+        void* const start = bytes;
+        return *static_cast<SysTraceHeader*>(start);
+    }
+    SysTraceEntry& entry(std::size_t slot) {
+        void* const start = bytes + sizeof(SysTraceHeader);
+        return static_cast<SysTraceEntry*>(start)[slot];
+    }
+    void MakeLive() { SetRTTraceConfig(bytes, sizeof(bytes)); }
+};
+
+Block& LiveBlock() {
+    static Block block;
+    block.MakeLive();
+    return block;
+}
+
+std::uint32_t ThisThread() {
+    return CurrentThreadId();
+}
+
+std::uint32_t WordAt(const std::string& bytes, std::size_t offset) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes.data() + offset, sizeof(word));
+    return word;
+}
+
+constexpr const char* kSettingUp = "SysTrace (Drel) not setup...setting up\r\n";
+constexpr const char* kNoRegisters = "Failed to get TARN registers.\r\n";
+
+struct Sink {
+    std::string taken;
+    std::size_t calls = 0;
+    std::size_t refuseAt = 0;
+    int take = 0; ///< 0: all; negative: nothing
+};
+
+int Take(const char* data, int length, int* written, void* context) {
+    auto& sink = *static_cast<Sink*>(context);
+    if (++sink.calls == sink.refuseAt) {
+        errno = EIO;
+        return 0;
+    }
+    *written = sink.take < 0 ? 0 : sink.take > 0 ? std::min(sink.take, length) : length;
+    sink.taken.append(data, static_cast<std::size_t>(*written));
+    return 1;
+}
+
+} // namespace
+
+class SysTrace : public Sandbox {};
+
+TEST_F(SysTrace, NothingIsTracedOrMadeBeforeConfiguration) {
+    RTTrace_5(1, 1, 2, 3, 4, 5);
+    SysTraceSetComponentLevel(1, 1);
+    SysTraceSetAllLevel(1, true);
+    EXPECT_TRUE(Listing(".").empty());
+}
+
+TEST_F(SysTrace, AFreshBlockIsFormattedToTheByte) {
+    Block block;
+    EXPECT_EQ(CapturedOutput([&] { block.MakeLive(); }), std::string(kSettingUp) + kNoRegisters);
+    std::string expected(sizeof(block.bytes), '\0');
+    const auto put = [&expected](std::size_t offset, std::uint32_t word) {
+        std::memcpy(&expected[offset], &word, 4);
+    };
+    std::memcpy(expected.data(), "strc", 4);
+    put(4, 256);
+    put(8, 0xFFFFFFFF);
+    put(12, 33024);
+    put(16, 2);
+    put(20, kEntries);
+    put(24, 0xFFFFFFFF);
+    put(28, 3);
+    put(32, 1000000);
+    put(36, 0xFFFFFFFF);
+    put(40, 1);
+    std::memset(&expected[44], 0xFF, 32);
+    put(172, kEntries - 1);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(block.bytes), sizeof(block.bytes)), expected);
+    EXPECT_EQ(CapturedOutput([&] { block.MakeLive(); }), kNoRegisters) << "adopted the second time";
+    EXPECT_EQ(SysTraceBuffer::CalculateMaxEntries(511), 0);
+    EXPECT_EQ(SysTraceBuffer::CalculateMaxEntries(512), 32);
+    EXPECT_EQ(SysTraceBuffer::CalculateMaxEntries(33024), 4096);
+    EXPECT_EQ(SysTraceBuffer::CalculateMaxEntries(SYSTRACE_SEGMENT_SIZE), 1048576);
+    static Block kept; // the live buffer must outlive this test's block
+    kept.MakeLive();
+}
+
+TEST_F(SysTrace, ARecordIsItsIdArgumentsAndThread) {
+    Block& block = LiveBlock();
+    const std::uint32_t before = ReadQPC32();
+    const unsigned long id = SYSTRACE_ID(12, 1, 345) | SYSTRACE_CONTINUATION;
+    RTTrace_3(id, 0x11111111, 0x22222222, static_cast<unsigned long>(-1));
+    RTTrace(SYSTRACE_ID(12, 2, 1));
+    RTTrace(SYSTRACE_ID(127, 0, 0x3FFFFF));
+    EXPECT_EQ(block.header().writeIndex, 6U);
+    EXPECT_EQ(block.header().wrapCount, 0);
+    const std::uint32_t expectedIds[] = {0x23000159, 0xA3000159, 0xA3000159, 0xA3000159,
+                                         0xA3000159, 0x1FFFFFFF, 0x9FFFFFFF};
+    for (std::size_t i = 0; i < 7; ++i) {
+        EXPECT_EQ(block.entry(i).id, expectedIds[i]) << i;
+    }
+    EXPECT_LT(block.entry(0).value - before, 1000000000U);
+    EXPECT_EQ(block.entry(1).value, 0x11111111U);
+    EXPECT_EQ(block.entry(2).value, 0x22222222U);
+    EXPECT_EQ(block.entry(3).value, 0xFFFFFFFFU);
+    EXPECT_EQ(block.entry(4).value, ThisThread());
+    EXPECT_EQ(block.entry(6).value, ThisThread());
+}
+
+TEST_F(SysTrace, TheFilterIsPerComponentAndLevel) {
+    Block& block = LiveBlock();
+    SysTraceHeader& header = block.header();
+    SysTraceSetComponentLevel(5, 2);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(header.liveFilter[8], 0x04000000U);
+    RTTrace(SYSTRACE_ID(5, 2, 1));
+    RTTrace(SYSTRACE_ID(4, 2, 1));
+    RTTrace(SYSTRACE_ID(5, 3, 1));
+    EXPECT_EQ(header.writeIndex, 1U);
+    SysTraceSetAllLevel(0, false);
+    RTTrace(SYSTRACE_ID(5, 0, 1));
+    EXPECT_EQ(header.writeIndex, 1U);
+    SysTraceSetAllLevel(0, true);
+    SysTraceSetAllLevel(4, true);
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(header.savedFilter[0] & header.savedFilter[3], 0xFFFFFFFFU);
+    EXPECT_EQ(header.savedFilter[4], 0U);
+    SysTraceSetComponentLevel(255, 4);
+    EXPECT_EQ(header.savedFilter[7], 1U) << "components beyond 127 reach into the next level";
+    const SysTraceHeader unchanged = header;
+    SysTraceSetComponentLevel(1, 5);
+    EXPECT_EQ(errno, EINVAL);
+    errno = 0;
+    SysTraceSetAllLevel(5, true);
+    EXPECT_EQ(errno, EINVAL);
+    EXPECT_EQ(std::memcmp(&unchanged, &header, sizeof(header)), 0);
+}
+
+TEST_F(SysTrace, CaptureSwapsExactlyItsStates) {
+    Block block;
+    SysTraceBuffer buffer(block.bytes, sizeof(block.bytes), false);
+    SysTraceHeader& header = block.header();
+    const SysTraceHeader fresh = header;
+
+    ASSERT_TRUE(buffer.BeginTraceCapture());
+    EXPECT_EQ(std::accumulate(header.liveFilter, header.liveFilter + 16, 0ULL), 0U);
+    EXPECT_EQ(header.savedFilter[0], 0xFFFFFFFFU);
+    EXPECT_EQ(header.savedState, 1U);
+    EXPECT_TRUE(buffer.EndTraceCapture());
+    EXPECT_EQ(std::memcmp(header.liveFilter, fresh.liveFilter, sizeof(fresh.liveFilter)), 0);
+    EXPECT_EQ(header.state, 1U);
+
+    struct Case {
+        std::uint32_t state;
+        bool begins;
+        std::uint32_t during;
+        std::uint32_t after;
+    };
+    // The saved state is 1 from above where capture does not note one.
+    for (const Case& c : {Case{2, true, 2, 2}, Case{3, true, 3, 3}, Case{4, false, 1, 3},
+                          Case{0, false, 0, 3}, Case{77, false, 77, 3}}) {
+        header.state = c.state;
+        errno = 0;
+        EXPECT_EQ(buffer.BeginTraceCapture(), c.begins) << c.state;
+        EXPECT_EQ(errno, c.begins ? 0 : EOPNOTSUPP);
+        EXPECT_EQ(header.state, c.during) << c.state;
+        EXPECT_EQ(header.liveFilter[0], 0xFFFFFFFFU) << c.state;
+        EXPECT_TRUE(buffer.EndTraceCapture());
+        EXPECT_EQ(header.state, c.after) << c.state;
+    }
+
+    header.state = 1;
+    EXPECT_FALSE(buffer.ResetTrigger());
+    EXPECT_EQ(errno, EOPNOTSUPP);
+    EXPECT_EQ(header.state, 2U);
+    buffer.Disable();
+    EXPECT_EQ(header.liveFilter[0], 0U);
+    EXPECT_TRUE(buffer.ResetTrigger());
+    EXPECT_EQ(header.state, 1U);
+    EXPECT_EQ(header.liveFilter[0], 0xFFFFFFFFU);
+    EXPECT_EQ(header.savedFilter[0], 0U);
+
+    header.writeIndex = 5;
+    header.state = 0;
+    buffer.Clear();
+    EXPECT_EQ(header.writeIndex, 0xFFFFFFFFU) << "whether or not capture could begin";
+    EXPECT_EQ(header.wrapCount, -1);
+}
+
+TEST_F(SysTrace, NoHeaderLeadsAWriterOrADumpOutOfTheBlock) {
+    struct {
+        Block block;
+        unsigned char fence[4096] = {};
+    } guarded;
+    SysTraceBuffer first(guarded.block.bytes, 512, false);
+    SysTraceHeader& header = guarded.block.header();
+    EXPECT_EQ(header.entryCount, 32U);
+    // Adopted with another size: the header's count, the constructor's mask.
+    SysTraceBuffer adopted(guarded.block.bytes, sizeof(guarded.block.bytes), false);
+    header.writeIndex = 40;
+    adopted.Record(1);
+    EXPECT_EQ(guarded.block.entry(41).id, 1U);
+
+    header.entryCount = 0x7FFFFFFF;
+    header.bufferSize = 0xFFFFFFF0;
+    header.writeIndex = 0x7FFFFFF0;
+    std::memcpy(header.magic, "what", 4);
+    SysTraceBuffer absurd(guarded.block.bytes, sizeof(guarded.block.bytes), false);
+    for (const std::int32_t wraps : {0, 5}) {
+        header.wrapCount = wraps;
+        Sink sink;
+        absurd.Dump(Take, &sink);
+        EXPECT_LE(sink.taken.size(), 256 + sizeof(guarded.block.bytes));
+    }
+    for (int i = 0; i < 5000; ++i) {
+        absurd.Record(2, 3, 4);
+    }
+    EXPECT_EQ(std::count(guarded.fence, guarded.fence + sizeof(guarded.fence), 0), 4096);
+
+    for (const long size : {0L, 511L, -1L}) {
+        errno = 0;
+        SetRTTraceConfig(guarded.block.bytes, size);
+        EXPECT_EQ(errno, EINVAL) << size;
+    }
+    SetRTTraceConfig(nullptr, 33024);
+    SetRTTraceConfig(guarded.block.bytes + 1, 33000);
+    EXPECT_EQ(g_RTTrace.load(), nullptr);
+}
+
+TEST_F(SysTrace, DumpsReportAsTheyAlwaysHave) {
+    Block& block = LiveBlock();
+    RTTrace_1(SYSTRACE_ID(1, 0, 7), 8);
+    EXPECT_EQ(DumpSysTrace(L"dump", 1), 19);
+    // The dump's own first event is in it, as two entries.
+    const std::string dump = ReadFile("dump");
+    ASSERT_EQ(dump.size(), 256U + 256 + 5 * 8);
+    EXPECT_EQ(WordAt(dump, 0), 256U);
+    EXPECT_EQ(WordAt(dump, 4), 1U);
+    EXPECT_EQ(WordAt(dump, 8), 2U);
+    EXPECT_EQ(WordAt(dump, 12), 33024U);
+    EXPECT_EQ(WordAt(dump, 16), 0x08675309U);
+    EXPECT_EQ(dump.substr(20, 236), std::string(236, '\0'));
+    EXPECT_EQ(dump.substr(256, 4), "strc");
+    EXPECT_EQ(WordAt(dump, 512), 0x00400007U);
+    EXPECT_EQ(WordAt(dump, 512 + 3 * 8), 0x1FC07532U);
+    EXPECT_EQ(block.header().liveFilter[0], 0xFFFFFFFFU) << "tracing goes on";
+    EXPECT_EQ(block.entry(5).id, 0x1FC07534U);
+
+    // Wrapped: everything. The file before is kept as .1, and .10 belongs to the rolling.
+    for (std::size_t i = 0; i < kEntries; ++i) {
+        RTTrace(SYSTRACE_ID(1, 0, 7));
+    }
+    WriteFile("dump.10", "old");
+    EXPECT_EQ(DumpSysTrace(L"dump", 3), 19);
+    EXPECT_EQ(ReadFile("dump").size(), 256U + 33024);
+    EXPECT_EQ(Listing("."), (std::vector<std::string>{"dump", "dump.1"}));
+    EXPECT_EQ(ReadFile("dump.1"), dump);
+    EXPECT_EQ(DumpSysTrace(L"dump", 0), 19);
+    EXPECT_EQ(DumpSysTrace(L"no/such/folder", 0), 19);
+    EXPECT_EQ(DumpSysTrace(nullptr, 0), 19);
+    EXPECT_EQ(block.header().liveFilter[0], 0xFFFFFFFFU);
+    EXPECT_EQ(ClearSysTrace(), 19);
+    EXPECT_EQ(block.header().writeIndex, 0xFFFFFFFFU);
+
+    // Nothing traced and the events filtered out: the wrap count is still -1, so the whole block is dumped.
+    SysTraceSetAllLevel(0, false);
+    EXPECT_EQ(DumpSysTrace(L"dump", 0), 19);
+    EXPECT_EQ(ReadFile("dump").size(), 256U + 33024);
+}
+
+TEST_F(SysTrace, ADumpThatCannotBeginOrWriteSaysSo) {
+    Block& block = LiveBlock();
+    block.header().state = 0;
+    EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(DumpSysTrace(L"dump", 0), 19); }),
+              "ERROR!! SysTrace::Dump() BeginTraceCapture() failed! \r\n");
+    EXPECT_FALSE(Exists("dump"));
+    EXPECT_EQ(block.entry(0).id, 0x1FC07532U);
+    EXPECT_EQ(block.entry(2).id, 0x1FC07533U);
+    EXPECT_EQ(block.entry(4).id, 0x1FC07534U);
+    Sink sink;
+    EXPECT_EQ(CapturedOutput([&] { DumpSysTraceEx(Take, &sink); }),
+              "ERROR!! SysTrace::Dump() BeginTraceCapture() failed! \r\n");
+    EXPECT_EQ(sink.calls, 0U);
+    block.header().state = 1;
+
+    const TinyDisk disk("tiny", 16);
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "cannot mount a file system here";
+    }
+    SysTraceSetAllLevel(0, false);
+    ClearSysTrace();
+    // The path is wide and the message's format reads it as narrow: its first character remains.
+    EXPECT_EQ(CapturedOutput([] { DumpSysTrace(L"tiny/dump", 0); }),
+              "ERROR!!  Failed to write SysTrace to t, err=28.\r\n");
+    EXPECT_EQ(ReadFile("tiny/dump").substr(256, 4), "strc");
+    EXPECT_EQ(block.header().state, 1U);
+}
+
+TEST_F(SysTrace, ACallbackMayRefuseOrTakeLess) {
+    Block& block = LiveBlock();
+    SysTraceSetAllLevel(0, false);
+    Sink whole;
+    EXPECT_EQ(DumpSysTraceEx(Take, &whole), 19);
+    EXPECT_EQ(whole.calls, 2U);
+    Sink partial;
+    partial.take = 1000;
+    EXPECT_EQ(DumpSysTraceEx(Take, &partial), 19);
+    EXPECT_EQ(partial.calls, 1U + 34);
+    EXPECT_EQ(partial.taken, whole.taken);
+    const auto output = [](Sink sink) { return CapturedOutput([&] { DumpSysTraceEx(Take, &sink); }); };
+    EXPECT_EQ(output({{}, 0, 1, 0}), "") << "a refused file header just ends it";
+    EXPECT_EQ(output({{}, 0, 2, 0}), "ERROR!!  Failed to write SysTrace to callback, err=5.\r\n");
+    EXPECT_EQ(output({{}, 0, 0, -1}),
+              "ERROR!!  Failed to write SysTrace to callback, zero bytes written.\r\n");
+    EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(DumpSysTraceEx(nullptr, nullptr), 19); }),
+              "ERROR!!  SysTrace::Dump() callback is NULL\r\n");
+    const auto throwing = [](const char*, int, int*, void*) -> int { throw 1; };
+    EXPECT_EQ(DumpSysTraceEx(throwing, nullptr), ENOMEM);
+    EXPECT_EQ(block.header().liveFilter[4], 0xFFFFFFFFU) << "tracing goes on after each";
+}
+
+TEST_F(SysTrace, HardwareIsAbsentAsDocumented) {
+    TarnRegisterData registers{{1, 2, 3, 4}};
+    NimaTimerHwStruct timer{{1, 2, 3, 4, 5}};
+    unsigned long address = 5;
+    EXPECT_EQ(GetRTTraceRegisters(&registers), 0);
+    EXPECT_EQ(registers.words[2], 0U);
+    GetRTTraceTimer(&address);
+    EXPECT_EQ(errno, EOPNOTSUPP);
+    EXPECT_EQ(address, 0U);
+    errno = 0;
+    EXPECT_EQ(GetRTTraceTimerInfo(&timer), 0);
+    EXPECT_EQ(errno, EOPNOTSUPP);
+    EXPECT_EQ(timer.words[4], 0U);
+    for (const auto& call : std::vector<std::function<void()>>{[] { GetRTTraceRegisters(nullptr); },
+                                                               [] { GetRTTraceTimer(nullptr); },
+                                                               [] { GetRTTraceTimerInfo(nullptr); }}) {
+        errno = 0;
+        call();
+        EXPECT_EQ(errno, EINVAL);
+    }
+}
+
+// Whatever the interleaving, each record can be put together again from continuation, id and thread.
+TEST_F(SysTrace, ConcurrentRecordsAreAllThere) {
+    Block& block = LiveBlock();
+    constexpr std::uint32_t kThreads = 8;
+    constexpr std::uint32_t kRecords = 100;
+    std::vector<std::thread> threads;
+    threads.reserve(kThreads);
+    for (std::uint32_t t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            for (std::uint32_t i = 0; i < kRecords; ++i) {
+                RTTrace_2(SYSTRACE_ID(t, 0, i), i, ~i);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    ASSERT_EQ(block.header().writeIndex, kThreads * kRecords * 4 - 1);
+    std::map<std::uint32_t, std::vector<std::uint32_t>> records;
+    for (std::size_t slot = 0; slot <= block.header().writeIndex; ++slot) {
+        records[block.entry(slot).id & ~SYSTRACE_CONTINUATION].push_back(block.entry(slot).value);
+    }
+    EXPECT_EQ(records.size(), kThreads * kRecords);
+    for (const auto& [id, values] : records) {
+        const std::uint32_t i = id & SYSTRACE_EVENT_MASK;
+        ASSERT_EQ(values.size(), 4U);
+        EXPECT_EQ(values[1], i);
+        EXPECT_EQ(values[2], ~i);
+    }
+}
+
+TEST_F(SysTrace, HotPathsAllocateNothing) {
+    Block& block = LiveBlock();
+    TRACE_RING_HANDLE ring = nullptr;
+    ASSERT_EQ(GetTraceRingBuffer(RING_TIMING, &ring), 0);
+    const std::size_t before = g_Allocations.load();
+    for (std::size_t i = 0; i < 2 * kEntries; ++i) {
+        RTTrace(SYSTRACE_ID(1, 0, 1));
+        RTTrace_5(SYSTRACE_ID(1, 1, 1), 1, 2, 3, 4, 5);
+        RTTrace(SYSTRACE_ID(1, 3, 1));
+        WriteEventToRingBuffer(ring, 0, 1, 2, 3, 4, 5);
+    }
+    EXPECT_EQ(g_Allocations.load(), before);
+    EXPECT_EQ(block.header().wrapCount, 17);
+}
+
+TEST_F(SysTrace, AnotherProcessAdoptsTheSegment) {
+    InGoodChild([] {
+        CapturedOutput([] { EXPECT_EQ(SysTraceConfigure(), 1); });
+        SysTraceSetComponentLevel(3, 3);
+        RTTrace_1(SYSTRACE_ID(3, 3, 33), 44);
+    });
+    struct stat status {};
+    ASSERT_EQ(::stat("SysTrace Buffer", &status), 0);
+    EXPECT_EQ(status.st_size, SYSTRACE_SEGMENT_SIZE - 1);
+    // Without a live buffer the segment itself is dumped.
+    EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(DumpSysTrace(L"dump", 0), 0); }), "");
+    const std::string dump = ReadFile("dump");
+    ASSERT_EQ(dump.size(), 512U + 24);
+    EXPECT_EQ(WordAt(dump, 12), 8388864U);
+    EXPECT_EQ(WordAt(dump, 512), 0x60C00021U);
+    EXPECT_EQ(WordAt(dump, 524), 44U);
+    unsigned char* memory = nullptr;
+    EXPECT_EQ(CapturedOutput([&] { GetRTTraceBuffer(&memory); }), kNoRegisters);
+    ASSERT_NE(memory, nullptr);
+    RTTrace(SYSTRACE_ID(3, 3, 34)); // the first process's filter is in force
+    EXPECT_EQ(DumpSysTrace(L"dump", 0), 19);
+    EXPECT_EQ(WordAt(ReadFile("dump"), 512 + 24), 0x60C00022U);
+    EXPECT_NE(ConfigureSysTrace(), nullptr);
+}
+
+TEST_F(SysTrace, AKilledProcessLeavesItsRecords) {
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::freopen("/dev/null", "w", stdout);
+        SysTraceConfigure();
+        for (std::uint32_t i = 0;; ++i) {
+            RTTrace_1(SYSTRACE_ID(9, 0, 1), i);
+            if (i == 1000) {
+                [[maybe_unused]] const auto count = ::write(ready[1], "x", 1);
+            }
+        }
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(ready[0]);
+    ::close(ready[1]);
+    EXPECT_EQ(DumpSysTrace(L"dump", 0), 0);
+    const std::string dump = ReadFile("dump");
+    ASSERT_GE(dump.size(), 512U + 1000 * 24);
+    for (std::size_t i = 0; i < 1000; ++i) {
+        ASSERT_EQ(WordAt(dump, 512 + i * 24), 0x02400001U);
+        ASSERT_EQ(WordAt(dump, 512 + i * 24 + 12), i);
+    }
+}
+
+TEST_F(SysTrace, WithoutASegmentTheCallsSayTwelve) {
+    ASSERT_EQ(::mkdir("SysTrace Buffer", 0700), 0);
+    EXPECT_EQ(SysTraceConfigure(), 0);
+    unsigned char untouched = 0;
+    unsigned char* memory = &untouched;
+    GetRTTraceBuffer(&memory);
+    EXPECT_EQ(memory, &untouched);
+    EXPECT_EQ(DumpSysTrace(L"dump", 0), 12);
+    EXPECT_EQ(DumpSysTraceEx(nullptr, nullptr), 12);
+    EXPECT_EQ(ClearSysTrace(), 12);
+    EXPECT_EQ(ConfigureSysTrace(), nullptr);
+    ReleaseSysTrace();
+    ASSERT_EQ(::rmdir("SysTrace Buffer"), 0);
+    // The next call tries again; a truncated or zeroed segment is simply formatted.
+    WriteFile("SysTrace Buffer", std::string(100, '\0'));
+    EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(ClearSysTrace(), 0); }), kSettingUp);
+    ReleaseSysTrace();
+    EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(ClearSysTrace(), 0); }), "")
+        << "mapped anew, the contents are still there";
+}
+
+TEST_F(SysTrace, ThreadsConfigureOneBuffer) {
+    std::vector<std::thread> threads;
+    std::atomic<unsigned char*> first{nullptr};
+    threads.reserve(8);
+    for (int t = 0; t < 8; ++t) {
+        threads.emplace_back([&first] {
+            unsigned char* memory = nullptr;
+            GetRTTraceBuffer(&memory);
+            unsigned char* expected = nullptr;
+            if (!first.compare_exchange_strong(expected, memory)) {
+                EXPECT_EQ(expected, memory);
+            }
+            RTTrace(SYSTRACE_ID(1, 0, 1));
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    void* const start = first.load();
+    EXPECT_EQ(static_cast<SysTraceHeader*>(start)->writeIndex, 15U);
+}
+
+} // namespace Nima::Testing
