@@ -5,12 +5,14 @@
 #include "Diagnostics/TraceLevel.h"
 #include "platform/Cancellation.h"
 #include "platform/Handles.h"
+#include "platform/Pause.h"
 #include "platform/Text.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <new>
 
@@ -25,12 +27,13 @@ constexpr int kBufferSize = 1024;
 constexpr int kMaxLine = kBufferSize - 1;
 constexpr int kFormatterFailed = -1;
 
-class SetGuard {
+/// Leaves a set that has been entered.
+class SetExit {
   public:
-    explicit SetGuard(const TraceSet& set) : set_(set) { set_.Enter(); }
-    SetGuard(const SetGuard&) = delete;
-    SetGuard& operator=(const SetGuard&) = delete;
-    ~SetGuard() { set_.Leave(); }
+    explicit SetExit(const TraceSet& set) : set_(set) {}
+    SetExit(const SetExit&) = delete;
+    SetExit& operator=(const SetExit&) = delete;
+    ~SetExit() { set_.Leave(); }
 
   private:
     const TraceSet& set_;
@@ -67,6 +70,10 @@ void TraceSet::Enter() const {
     _enter_critical_section_helper(lock_);
 }
 
+bool TraceSet::TryEnter() const {
+    return TryEnterCriticalSection(lock_);
+}
+
 void TraceSet::Leave() const {
     _leave_critical_section_helper(lock_);
 }
@@ -76,15 +83,20 @@ void InitTracers() {
     if (!set) {
         return;
     }
-    const SetGuard guard(*set);
+    set->Enter();
+    const SetExit exit(*set);
     for (NimaTrace* tracer : set->tracers()) {
         tracer->Initialize();
     }
 }
 
-NimaTrace::NimaTrace(const char* name)
-    : lock_(new void*), name_(CopyOf(name)), buffer_(new char[kBufferSize]()) {
-    _create_critical_section_helper(lock_);
+NimaTrace::NimaTrace(const char* name) {
+    auto cell = std::make_unique<void*>(nullptr);
+    auto buffer = std::make_unique<char[]>(kBufferSize);
+    name_ = CopyOf(name);
+    _create_critical_section_helper(cell.get());
+    lock_ = cell.release();
+    buffer_ = buffer.release();
 }
 
 NimaTrace::~NimaTrace() {
@@ -92,7 +104,8 @@ NimaTrace::~NimaTrace() {
     if (initialized_.load() == 1) {
         const StaticSlot<TraceSet>::Use set(traceSet);
         if (set) {
-            const SetGuard guard(*set);
+            set->Enter();
+            const SetExit exit(*set);
             set->Remove(this);
         }
     }
@@ -123,9 +136,9 @@ void NimaTrace::Bind(ITraceDevice* device) {
 }
 
 // The first use joins the set and binds, all inside the set: a log created meanwhile either is found here or
-// finds the tracer there. No writer holds the tracer's lock while it waits for the set, so re-binding, which
-// holds the set and waits for each tracer, always gets on.
-void NimaTrace::JoinSet() {
+// finds the tracer there. Writers come here before they take the tracer's lock, so re-binding, which holds
+// the set and waits for each tracer, always gets on.
+void NimaTrace::JoinSet(bool mayHoldLock) {
     if (initialized_.load(std::memory_order_acquire) == 1) {
         return;
     }
@@ -134,7 +147,19 @@ void NimaTrace::JoinSet() {
         Bind(FindDefaultLog()); // the library is coming or going; nobody will bind this tracer anew
         return;
     }
-    const SetGuard guard(*set);
+    if (mayHoldLock) {
+        // Another thread's first use may put the tracer into the set meanwhile, and whoever is inside may
+        // then be waiting for the very lock that the caller holds.
+        while (!set->TryEnter()) {
+            BriefPause();
+            if (initialized_.load(std::memory_order_acquire) == 1) {
+                return;
+            }
+        }
+    } else {
+        set->Enter();
+    }
+    const SetExit exit(*set);
     if (initialized_.load(std::memory_order_relaxed) == 0) {
         Bind(FindDefaultLog());
         set->Insert(this);
@@ -147,20 +172,22 @@ bool NimaTrace::IsBound() const {
 }
 
 bool NimaTrace::Initialized() {
-    GuardedCall([this] { JoinSet(); });
+    GuardedCall([this] { JoinSet(true); });
     return IsBound();
 }
 
 void NimaTrace::Initialize() {
-    JoinSet();
-    const std::lock_guard guard(*this);
-    Bind(nullptr);
-    Bind(FindDefaultLog());
+    GuardedCall([this] {
+        JoinSet(false);
+        const std::lock_guard guard(*this);
+        Bind(nullptr);
+        Bind(FindDefaultLog());
+    });
 }
 
 void NimaTrace::Flush(bool final) {
     GuardedCall([=, this] {
-        JoinSet();
+        JoinSet(false);
         const std::lock_guard guard(*this);
         if (IsBound()) {
             device_.load()->Flush(final);
@@ -215,7 +242,7 @@ void NimaTrace::_WriteImplNoFmt(int level, const char* tag, const unsigned char*
 
 void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments) {
     GuardedCall([&] {
-        JoinSet();
+        JoinSet(false);
         const std::lock_guard guard(*this);
         if (IsBound()) {
             _WriteImpl(level, format, arguments);
@@ -225,7 +252,7 @@ void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments)
 
 void NimaTrace::WriteRaw(int level, const char* tag, const unsigned char* data, int length) {
     GuardedCall([=, this] {
-        JoinSet();
+        JoinSet(false);
         const std::lock_guard guard(*this);
         if (IsBound()) {
             _WriteImplNoFmt(level, tag, data, length);

@@ -20,6 +20,7 @@ class TraceSet {
     ~TraceSet();
 
     void Enter() const;
+    bool TryEnter() const;
     void Leave() const;
     // These expect the caller to be inside.
     void Insert(NimaTrace* tracer) { tracers_.insert(tracer); }
@@ -37,7 +38,7 @@ extern StaticSlot<TraceSet> traceSet;
 extern StaticSlot<NimaTrace> _TraceFactory;
 
 /// Binds every tracer in use to the device now registered as the default log. It holds the set and waits for
-/// each tracer's lock in turn; no tracer waits for the set while it holds its own lock.
+/// each tracer's lock in turn; nobody who holds a tracer's lock waits for the set unconditionally.
 void InitTracers();
 
 } // namespace Nima::Common::System::OS::Diagnostics

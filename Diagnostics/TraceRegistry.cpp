@@ -66,7 +66,7 @@ int CreateOrReinitialise(_TraceConfig* config, ITraceDevice** device, bool* crea
     }
     const std::lock_guard guard(g_TraceMapLock);
     if (_InternalDeviceFind(config->name, device) != -1) {
-        (*device)->Init(config);
+        GuardedCall([=] { (*device)->Init(config); }); // whatever comes of it
         return 0;
     }
     auto fresh = BuildDevice(config->type);
@@ -112,13 +112,14 @@ int TraceDeviceFind(const wchar_t* name, TRACE_DEVICE_HANDLE* device) {
 }
 
 int TraceDeviceRelease(TRACE_DEVICE_HANDLE device) {
-    return Guarded(EINVAL, [=] {
+    return Guarded(ENOMEM, [=] {
         const std::lock_guard guard(g_TraceMapLock);
         if (device == nullptr) {
             return EINVAL;
         }
+        const std::wstring name = device->GetName(); // before anything changes, since it takes memory
         const int remaining = device->Release();
-        return remaining == 1 ? _InternalTraceDeviceUnregister(device->GetName()) : remaining;
+        return remaining == 1 ? _InternalTraceDeviceUnregister(name) : remaining;
     });
 }
 

@@ -1,7 +1,7 @@
 /// A model of a device: the components of a multifunction printer, each on a thread of its own, trace through
-/// the default log while another thread changes the level, flushes, and moves the log to a new file under
-/// way. The components are fed the lines of a text file; at the end every one of them is looked for in the
-/// logs.
+/// the default log, the binary trace and the rings, while another thread changes the level, flushes, and
+/// moves the log to a new file under way. The components are fed the lines of a text file; at the end every
+/// one of them is looked for in the logs, and the binary trace and the rings are dumped.
 
 #include <algorithm>
 #include <array>
@@ -18,6 +18,8 @@
 #include <getopt.h>
 
 #include <Diagnostics/NimaTrace.h>
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
 #include <Diagnostics/RollingLogFile.h>
 #include <Diagnostics/TraceApi.h>
 #include <Diagnostics/TraceServices.h>
@@ -30,8 +32,11 @@ constexpr const char* kDayLog = "device.log";
 constexpr const char* kNightLog = "device-night.log";
 constexpr const char* kNightLogBackup = "device-night.log.1";
 constexpr const char* kHistoryFile = "engine-history.txt";
+constexpr const char* kRingDump = "rings.txt";
 /// Header, level, component and line end, roughly: what a line takes beside its message.
 constexpr std::size_t kLineOverhead = 90;
+
+constexpr std::size_t kMinLogSize = 16384;
 
 struct Work {
     std::vector<std::string> lines;
@@ -48,15 +53,22 @@ struct Work {
 };
 
 /// One component of the device. It takes every n-th line of the work and writes it as a warning, which no
-/// level set by this program filters out, amid chatter of its own at every level. A log file ends each line
-/// by itself; the console takes text as it is, so there the messages bring their own line ends.
+/// level set by this program filters out, with a binary record and a ring event beside it, amid chatter of
+/// its own at every level. A log file ends each line by itself; the console takes text as it is, so there the
+/// messages bring their own line ends.
 class Component {
   public:
-    Component(const char* name, bool console) : trace_(name), end_(console ? "\n" : "") {}
+    Component(const char* name, unsigned number, RING_BUFFERS ring, bool console)
+        : trace_(name), number_(number), end_(console ? "\n" : "") {
+        GetTraceRingBuffer(ring, &ring_);
+    }
 
     void Run(Work& work, std::size_t first, std::size_t step) {
         for (std::size_t i = first; i < work.lines.size(); i += step) {
-            trace_.WriteWarnV("input %zu: %s%s", i, work.lines[i].c_str(), end_);
+            const std::string& line = work.lines[i];
+            trace_.WriteWarnV("input %zu: %s%s", i, line.c_str(), end_);
+            RTTrace_2(SYSTRACE_ID(number_, 0, kEventLine), i, line.size());
+            WriteEventToRingBuffer(ring_, 0, kEventLine, i, line.size(), 0, 0);
             work.done.fetch_add(1);
             if (i / step % kChatterInterval == 0) {
                 Chatter(i);
@@ -67,6 +79,8 @@ class Component {
 
   private:
     static constexpr std::size_t kChatterInterval = 50;
+    static constexpr unsigned kEventLine = 1;
+    static constexpr unsigned kEventPage = 2;
 
     void Chatter(std::size_t page) {
         trace_.WriteDebugV("buffer %p holds page %zu%s", static_cast<void*>(this), page, end_);
@@ -78,10 +92,13 @@ class Component {
         trace_.WriteErrorV("paper low after page %zu (%d sheets left)%s", page, 7, end_);
         const unsigned char status[] = {'o', 'k', '\n'};
         trace_.WriteFatal("status", status, sizeof(status));
+        RTTrace_3(SYSTRACE_ID(number_, 1, kEventPage), page, 7, 12);
     }
 
     NimaTrace trace_;
+    unsigned number_;
     const char* end_;
+    TRACE_RING_HANDLE ring_ = nullptr;
 };
 
 /// Waits until that many lines have been written.
@@ -95,7 +112,7 @@ void SweepLevels() {
     for (const int level :
          {TRACE_THRESHOLD_DEBUG, TRACE_THRESHOLD_INFO, TRACE_THRESHOLD_PERF, TRACE_THRESHOLD_WARN}) {
         TraceSetEffectiveLevel(level);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
     }
 }
 
@@ -109,7 +126,7 @@ int MoveToNightLog(const Work& work) {
     // meanwhile.
     static_cast<CRollingLogFile*>(log)->SetFileName(L"device-night.log");
     TraceDeviceRelease(log);
-    const auto size = static_cast<unsigned>(work.RemainingBytes() * 6 / 10);
+    const auto size = static_cast<unsigned>(std::max(kMinLogSize, work.RemainingBytes() * 6 / 10));
     return TraceServices::ConfigureDefaultLog(L"device-night.log", size, 1, true);
 }
 
@@ -166,9 +183,10 @@ int Usage(FILE* out) {
         "usage: device_host [--console] [--input FILE] [--lines N]\n"
         "  --console     trace to standard output instead of log files\n"
         "  --input FILE  the text whose lines the components trace (default /var/log/dpkg.log)\n"
-        "  --lines N     take at most N lines of it\n"
-        "Writes device.log, device-night.log with its backup and engine-history.txt into the working\n"
-        "directory. Exit status: 0 when every line was accounted for, 1 otherwise, 2 for bad usage.\n",
+        "  --lines N     take at most N lines of it, at least 1\n"
+        "Leaves in the working directory: device.log, device-night.log with its backup,\n"
+        "engine-history.txt, SysTrace.bin, rings.txt and the two shared segments.\n"
+        "Exit status: 0 when every line was accounted for, 1 otherwise, 2 for bad usage or input.\n",
         out);
     return out == stdout ? 0 : 2;
 }
@@ -179,18 +197,36 @@ struct Options {
     std::size_t maxLines = static_cast<std::size_t>(-1);
 };
 
+/// A whole number of at least 1; 0 for anything else.
+std::size_t ParseCount(const char* text) {
+    char* end = nullptr;
+    const long long value = std::strtoll(text, &end, 10);
+    return *text != '\0' && *end == '\0' && value > 0 ? static_cast<std::size_t>(value) : 0;
+}
+
 bool LoadWork(const Options& options, Work& work) {
     std::ifstream in(options.input);
+    if (!in) {
+        std::fprintf(stderr, "device_host: cannot open %s\n", options.input.c_str());
+        return false;
+    }
     std::string line;
     while (work.lines.size() < options.maxLines && std::getline(in, line)) {
         work.lines.push_back(line);
     }
-    return !work.lines.empty();
+    if (work.lines.empty()) {
+        std::fprintf(stderr, "device_host: %s has no lines\n", options.input.c_str());
+        return false;
+    }
+    return true;
 }
 
 void RunComponents(Work& work, bool console) {
-    std::array<Component, 4> components{Component("Scanner", console), Component("Engine", console),
-                                        Component("Fax", console), Component("Copier", console)};
+    SysTraceConfigure();
+    std::array<Component, 4> components{Component("Scanner", 1, RING_SCAN_ENGINE, console),
+                                        Component("Engine", 2, RING_PRINT_ENGINE, console),
+                                        Component("Fax", 3, RING_FACSIMILE, console),
+                                        Component("Copier", 4, RING_COPIER, console)};
     std::vector<std::thread> threads;
     for (std::size_t i = 0; i < components.size(); ++i) {
         threads.emplace_back([&, i] { components[i].Run(work, i, components.size()); });
@@ -211,7 +247,6 @@ void RunComponents(Work& work, bool console) {
 int Run(const Options& options) {
     Work work;
     if (!LoadWork(options, work)) {
-        std::fprintf(stderr, "nothing to read in %s\n", options.input.c_str());
         return 2;
     }
     if (options.console) {
@@ -219,7 +254,7 @@ int Run(const Options& options) {
         RunComponents(work, true);
         return result == 0 ? 0 : 1;
     }
-    for (const char* file : {kDayLog, kNightLog, kNightLogBackup, kHistoryFile}) {
+    for (const char* file : {kDayLog, kNightLog, kNightLogBackup, kHistoryFile, kRingDump}) {
         std::remove(file);
     }
     const int result = TraceServices::ConfigureDefaultLog(L"device.log", 64U << 20, 0, true);
@@ -230,6 +265,8 @@ int Run(const Options& options) {
     RunComponents(work, false);
     TraceTest(0, "at the end of the run");
     TraceDeviceFlushAll(false);
+    DumpSysTrace(L"SysTrace.bin", 2);
+    DumpRingBuffersUnformatted(L"rings.txt", 2);
     return KeepHistory(work) == 0 && AccountForLines(work) ? 0 : 1;
 }
 
@@ -251,7 +288,10 @@ int main(int argc, char** argv) {
                 options.input = optarg;
                 break;
             case 'n':
-                options.maxLines = std::strtoul(optarg, nullptr, 10);
+                options.maxLines = ParseCount(optarg);
+                if (options.maxLines == 0) {
+                    return Usage(stderr);
+                }
                 break;
             case 'h':
                 return Usage(stdout);

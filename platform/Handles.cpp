@@ -115,6 +115,10 @@ int _enter_critical_section_helper(void* criticalSection) {
     return AsCriticalSection(criticalSection)->wait(0);
 }
 
+bool TryEnterCriticalSection(void* criticalSection) {
+    return AsCriticalSection(criticalSection)->try_enter();
+}
+
 int _leave_critical_section_helper(void* criticalSection) {
     return AsCriticalSection(criticalSection)->leave();
 }

@@ -56,6 +56,7 @@ class critical_section_helper final : public handle_helper {
     int Create() { return pthread_mutex_init(&mutex_, nullptr); }
     int wait(int timeout) override;
     int close() override;
+    bool try_enter() { return pthread_mutex_trylock(&mutex_) == 0; }
     int leave() { return pthread_mutex_unlock(&mutex_); }
 
   private:
@@ -115,6 +116,8 @@ void* _create_semaphore_helper(int security, int initialCount, int maximumCount,
 int _create_critical_section_helper(void** out);
 int _enter_critical_section_helper(void* criticalSection);
 int _leave_critical_section_helper(void* criticalSection);
+/// Enters only if nobody is inside.
+bool TryEnterCriticalSection(void* criticalSection);
 /// Destroys the object and sets `*criticalSection` to null.
 void _delete_critical_section_helper(void** criticalSection);
 

@@ -1,10 +1,10 @@
 #pragma once
 
+#include "platform/Pause.h"
+
 #include <atomic>
 #include <new>
 #include <utility>
-
-#include <sched.h>
 
 namespace Nima::Common::System::OS::Diagnostics {
 
@@ -51,13 +51,13 @@ class StaticSlot {
             if (turn == kPatience) {
                 return;
             }
-            sched_yield();
+            BriefPause();
         }
         Object()->~T();
     }
 
   private:
-    static constexpr int kPatience = 100000;
+    static constexpr int kPatience = 10000;
 
     T* Object() { return std::launder(static_cast<T*>(static_cast<void*>(storage_))); }
 

@@ -1,8 +1,11 @@
-/* The whole C interface of the text trace from a plain C program: it has to compile as C11 and to link. */
+/* The C interface from a plain C program: every header compiles as C11, every function links and does its
+ * work. */
 
 #include <stdio.h>
 #include <string.h>
 
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
 #include <Diagnostics/TraceApi.h>
 
 static int failures = 0;
@@ -28,8 +31,58 @@ static void CheckLog(void) {
     CHECK(strstr(text, "> <FATAL> <Nima.Common.System.OS> Trace Test of FATAL level c\r\n") != NULL);
 }
 
+static void CheckFormatting(void) {
+    char text[256];
+    unsigned char identifier[16];
+    int64_t value = 0;
+    CHECK(TraceFormatHeader(text, sizeof text, 3, 1, "C") > 0);
+    CHECK(strstr(text, "> <WARN> <C> ") != NULL);
+    CHECK(TraceFormatPerfTag(text, sizeof text, "a", false, "b", "c", "d", "e", NULL) > 0);
+    CHECK(CreateUUID(identifier, 16) == 0);
+    GetRTSCDFrequency(&value);
+    CHECK(value == 1000000);
+    CreateTraceFilter(L"absent.ini", L"section");
+    WriteCriticalDbgMsg(L"critical\n");
+}
+
+static int Count(const char* data, int length, int* written, void* context) {
+    (void)data;
+    *(int*)context += length;
+    *written = length;
+    return 1;
+}
+
+static void CheckBinaryTrace(void) {
+    static uint32_t block[8256];
+    int dumped = 0;
+    SetRTTraceConfig((unsigned char*)block, sizeof block);
+    CHECK(SysTraceConfigure() == 1);
+    RTTrace(SYSTRACE_ID(1, 0, 1));
+    RTTrace_1(SYSTRACE_ID(1, 0, 2), 1);
+    RTTrace_2(SYSTRACE_ID(1, 0, 3), 1, 2);
+    RTTrace_3(SYSTRACE_ID(1, 0, 4), 1, 2, 3);
+    RTTrace_4(SYSTRACE_ID(1, 0, 5), 1, 2, 3, 4);
+    RTTrace_5(SYSTRACE_ID(1, 0, 6), 1, 2, 3, 4, 5);
+    CHECK(((SysTraceHeader*)block)->writeIndex == 2 + 3 + 4 + 5 + 6 + 7 - 1);
+    CHECK(DumpSysTraceEx(Count, &dumped) == 19);
+    CHECK(dumped == 256 + 256 + (27 + 2) * 8);
+    CHECK(ClearSysTrace() == 19);
+
+    TRACE_RING_HANDLE ring = NULL;
+    RingBufferData record = {0};
+    unsigned long copied = 0;
+    CHECK(GetTraceRingBuffer(RING_PANEL, &ring) == 0);
+    CHECK(WriteEventToRingBuffer(ring, 0, 7, 1, 2, 3, 4) == 0);
+    CHECK(GetTraceData(ring, (unsigned char*)&record, sizeof record, &copied) == 0);
+    CHECK(copied == sizeof record && record.words[0] == 7 && record.words[4] == 4);
+    CHECK(EmptyRingBuffer(ring) == 0);
+    remove("System Ring Buffers");
+}
+
 int main(void) {
     remove("c_api.log");
+    CheckFormatting();
+    CheckBinaryTrace();
     _TraceConfig config = {TRACE_DEVICE_ROLLING_LOG_FILE, L"LogFile", {{0}}};
     config.settings.rollingLogFile.maxFileSize = 1 << 20;
     config.settings.rollingLogFile.fileName = L"c_api.log";

@@ -125,6 +125,7 @@ TEST_F(Tracers, LinesReadAsDocumented) {
     trace.WriteFatal("tag", Raw("x"), -2);
     EXPECT_EQ(Logged(), (Texts{"<WARN> <Scanner> jam at 3", "<WARN> <Scanner> list",
                                "<PERF> <Scanner> raw bytes", "<INFO> <Scanner> tag::tagged"}));
+    EXPECT_EQ(CountOf(ReadFile("log"), "<0x"), 5U) << "one header a line, the calibration line's included";
 }
 
 TEST_F(Tracers, LongLinesAreCutToTheBuffer) {
@@ -173,6 +174,40 @@ TEST_F(Tracers, ATracerBindsToALogThatComesLater) {
     EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 2);
     early.WriteErrorV("two");
     EXPECT_EQ(Logged(), (Texts{"<ERROR> <early> one", "<ERROR> <early> two"}));
+}
+
+// A creation under any name binds every tracer anew, and that gives its reference back before it looks up.
+TEST_F(Tracers, ATracerAloneDoesNotKeepTheLogThroughACreation) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    NimaTrace trace("T");
+    trace.WriteErrorV("one");
+    EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 2);
+    _TraceConfig config = Config(TRACE_DEVICE_CONSOLE, L"Other");
+    TRACE_DEVICE_HANDLE other = nullptr;
+    ASSERT_EQ(TraceDeviceCreate(&config, &other), 0);
+    EXPECT_EQ(GetTraceDeviceCount(), 1);
+    EXPECT_FALSE(trace.Initialized());
+    EXPECT_EQ(TraceDeviceRelease(other), 0);
+}
+
+// A host may ask under the tracer's lock, while other threads use the tracer for the first time and create
+// logs.
+TEST_F(Tracers, AskingUnderTheLockNeverWaitsForGood) {
+    for (int round = 0; round < 200; ++round) {
+        NimaTrace trace("T");
+        std::thread asker([&] {
+            trace.lock();
+            trace.Initialized();
+            trace.unlock();
+        });
+        std::thread writer([&] { trace.WriteErrorV("x"); });
+        ASSERT_EQ(ConfigureLog(), 0);
+        asker.join();
+        writer.join();
+        trace.Initialize();
+        EXPECT_TRUE(trace.Initialized());
+        TraceServices::ReleaseDefaultLog();
+    }
 }
 
 TEST_F(Tracers, ADestroyedTracerHasFlushedItsDevice) {
@@ -308,15 +343,20 @@ TEST_F(Registry, BadArgumentsAreRefusedAndLeaveNothing) {
     EXPECT_EQ(TraceDeviceCreate(&config, nullptr), 22);
     for (const int type : {0, 2, 5, -1, 1 << 30}) {
         config.type = type;
+        device = reinterpret_cast<TRACE_DEVICE_HANDLE>(&config);
         EXPECT_EQ(TraceDeviceCreate(&config, &device), 22) << type;
+        EXPECT_EQ(device == nullptr, type != 0) << "untouched only where nothing was looked up";
     }
     config = Config(TRACE_DEVICE_CONSOLE, nullptr);
     EXPECT_EQ(TraceDeviceCreate(&config, &device), 22);
     config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"A");
     config.settings.rollingLogFile.fileName = L"no/such/folder/log";
+    device = reinterpret_cast<TRACE_DEVICE_HANDLE>(&config);
     EXPECT_EQ(TraceDeviceCreate(&config, &device), ENOENT);
     EXPECT_EQ(device, nullptr);
+    device = reinterpret_cast<TRACE_DEVICE_HANDLE>(&config);
     EXPECT_EQ(TraceDeviceFind(L"A", &device), -1);
+    EXPECT_EQ(device, nullptr);
     EXPECT_EQ(TraceDeviceFind(nullptr, &device), -1);
     EXPECT_EQ(TraceDeviceFind(L"A", nullptr), -1);
     EXPECT_EQ(TraceDeviceRelease(nullptr), 22);
@@ -506,6 +546,7 @@ TEST_F(Services, ThreadsMayTraceWhileTheProcessExits) {
 
 TEST_F(Services, CancellingAThreadThatTracesLeavesNoLockHeld) {
     ASSERT_EQ(ConfigureLog(), 0);
+    TraceSetEffectiveLevel(TRACE_THRESHOLD_WARN);
     NimaTrace trace("T");
     TraceDeviceFlushAll(true); // every line is a system call now, and each of those a cancellation point
     for (int round = 0; round < 20; ++round) {

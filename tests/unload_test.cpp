@@ -19,11 +19,16 @@ TEST_F(Unloading, TheLastLinesReachTheFileAndNothingStays) {
     const auto release =
         reinterpret_cast<decltype(&TraceDeviceRelease)>(::dlsym(library, "TraceDeviceRelease"));
     const auto test = reinterpret_cast<decltype(&TraceTest)>(::dlsym(library, "TraceTest"));
+    // TraceServices::ConfigureDefaultLog; nobody ever gives back what its holder holds.
+    const auto configure = reinterpret_cast<int (*)(const wchar_t*, unsigned, unsigned, bool)>(::dlsym(
+        library, "_ZN4Nima6Common6System2OS11Diagnostics13TraceServices19ConfigureDefaultLogEPKwjjb"));
+    ASSERT_TRUE(configure != nullptr);
     ASSERT_TRUE(create != nullptr && write != nullptr && release != nullptr && test != nullptr);
     _TraceConfig config{};
     config.type = TRACE_DEVICE_ROLLING_LOG_FILE;
     config.name = L"LogFile";
     config.settings.rollingLogFile = {1 << 20, 0, L"log", true};
+    ASSERT_EQ(configure(L"log", 1 << 20, 0, true), 0);
     TRACE_DEVICE_HANDLE log = nullptr;
     ASSERT_EQ(create(&config, &log), 0);
     write(log, "the last line", -1);

@@ -28,9 +28,10 @@ namespace Nima::Common::System::OS::Diagnostics {
 /// - `Write<Level>(format, arguments)`: the same with an argument list;
 /// - `Write<Level>(data, length)`: raw bytes behind a header;
 /// - `Write<Level>(tag, data, length)`: raw bytes behind a header and "tag::".
-/// A formatted line is cut to 1023 characters, prefix included. A null format, an empty message, null data
-/// and a length of 0 or less write nothing. A tag that does not fit writes the cut header and drops the
-/// data.
+/// A formatted line is cut to 1023 characters, prefix included; one that the C library fails to format (a
+/// wide argument that does not convert) goes out as 1024 bytes, zeros behind what was formatted. A null
+/// format, an empty message, null data and a length of 0 or less write nothing. A tag that does not fit
+/// writes the cut header and drops the data.
 class NIMA_DIAGNOSTICS_API NimaTrace {
   public:
     /// `name` is the component's name and is copied; null counts as empty.
@@ -89,15 +90,15 @@ class NIMA_DIAGNOSTICS_API NimaTrace {
     void WriteRaw(int level, const char* tag, const unsigned char* data, int length);
     void _WriteImpl(int level, const char* format, va_list arguments) NIMA_PRINTF_FORMAT(3, 0);
     void _WriteImplNoFmt(int level, const char* tag, const unsigned char* data, int length);
-    void JoinSet();
+    void JoinSet(bool mayHoldLock);
     bool IsBound() const;
     void Bind(ITraceDevice* device);
 
     std::atomic<ITraceDevice*> device_{nullptr}; ///< null while unbound; carries one reference
-    void** lock_;                                ///< the heap cell that holds the critical section
+    void** lock_ = nullptr;                      ///< the heap cell that holds the critical section
     std::atomic<std::int32_t> initialized_{0};
-    char* name_;
-    char* buffer_; ///< 1024 bytes, the line being written; guarded by the lock
+    char* name_ = nullptr;
+    char* buffer_ = nullptr; ///< 1024 bytes, the line being written; guarded by the lock
     [[maybe_unused]] std::int32_t reserved_ = 0;
 };
 

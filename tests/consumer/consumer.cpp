@@ -5,7 +5,7 @@
 using namespace Nima::Common::System::OS::Diagnostics;
 
 int main() {
-    if (TraceServices::ConfigureDefaultLog(L"consumer.log", 1 << 20, 2, true) != 0) {
+    if (TraceServices::ConfigureDefaultLog(L"consumer.log", 1 << 20, 0, true) != 0) {
         return 1;
     }
     NimaTrace trace("Consumer");
