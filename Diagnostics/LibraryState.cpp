@@ -11,11 +11,12 @@
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/TraceRegistry.h"
 #include "Diagnostics/TraceServicesImpl.h"
+#include "Diagnostics/Triage/CrashPolicy.h"
+#include "Diagnostics/Triage/StandardTriageCallback.h"
 #include "platform/Cancellation.h"
 #include "platform/Clock.h"
+#include "platform/NeverDestroyed.h"
 #include "platform/StaticSlot.h"
-
-#include <new>
 
 #include <Diagnostics/TraceApi.h>
 
@@ -28,6 +29,8 @@ constinit StaticLockStruct g_SysTraceLock;
 NIMA_BUILT_AT_LOAD TarnTraceHardware gTarnTraceHardware;
 NIMA_BUILT_AT_LOAD UserModeTimerHw g_UserModeTimer;
 constinit StaticLockStruct g_TraceMemoryLock;
+constinit StaticLockStruct g_CrashLock;
+constinit NeverDestroyed<StandardExceptionTriageCallback> g_StandardExceptionTriageCallback;
 constinit StaticSlot<TraceSet> traceSet;
 constinit StaticSlot<TraceServicesImpl> gConfigHelper;
 constinit StaticLockStruct g_TraceMapLock;
@@ -38,13 +41,13 @@ constinit std::int64_t g_TSFrequency = 0;
 
 namespace {
 
-alignas(TraceMap) constinit unsigned char g_TraceMap[sizeof(TraceMap)]{};
+constinit NeverDestroyed<TraceMap> g_TraceMap;
 
 /// Brings the device table into being, and at the end writes out what devices still hold back: a host that
 /// ends without giving its handles back loses nothing.
 class DeviceTableKeeper {
   public:
-    DeviceTableKeeper() { new (g_TraceMap) TraceMap; }
+    DeviceTableKeeper() { g_TraceMap.Build(); }
     DeviceTableKeeper(const DeviceTableKeeper&) = delete;
     DeviceTableKeeper& operator=(const DeviceTableKeeper&) = delete;
     ~DeviceTableKeeper() {
@@ -62,6 +65,27 @@ struct FrequencyReading {
     }
 };
 
+struct CrashSemaphoreKeeper {
+    CrashSemaphoreKeeper() { CrashHandles::BuildSemaphore(); }
+    CrashSemaphoreKeeper(const CrashSemaphoreKeeper&) = delete;
+    CrashSemaphoreKeeper& operator=(const CrashSemaphoreKeeper&) = delete;
+    ~CrashSemaphoreKeeper() { CrashHandles::EndSemaphore(); }
+};
+
+struct StandardCallbackBuilder {
+    StandardCallbackBuilder() { g_StandardExceptionTriageCallback.Build(); }
+};
+
+struct CrashEventKeeper {
+    CrashEventKeeper() { CrashHandles::BuildEvent(); }
+    CrashEventKeeper(const CrashEventKeeper&) = delete;
+    CrashEventKeeper& operator=(const CrashEventKeeper&) = delete;
+    ~CrashEventKeeper() { CrashHandles::EndEvent(); }
+};
+
+NIMA_BUILT_AT_LOAD CrashSemaphoreKeeper crashSemaphoreKeeper;
+NIMA_BUILT_AT_LOAD StandardCallbackBuilder standardCallbackBuilder;
+NIMA_BUILT_AT_LOAD CrashEventKeeper crashEventKeeper;
 NIMA_BUILT_AT_LOAD StaticSlotKeeper<TraceSet> traceSetKeeper(traceSet);
 NIMA_BUILT_AT_LOAD StaticSlotKeeper<TraceServicesImpl> configHelperKeeper(gConfigHelper);
 NIMA_BUILT_AT_LOAD DeviceTableKeeper deviceTableKeeper;
@@ -71,7 +95,7 @@ NIMA_BUILT_AT_LOAD StaticSlotKeeper<NimaTrace> traceFactoryKeeper(_TraceFactory,
 } // namespace
 
 TraceMap& Devices() {
-    return *std::launder(static_cast<TraceMap*>(static_cast<void*>(g_TraceMap)));
+    return g_TraceMap.get();
 }
 
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -4,6 +4,8 @@ target_compile_features(nima_build_options INTERFACE cxx_std_20 c_std_11)
 target_compile_options(nima_build_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wcast-align -Wformat=2 -Wundef
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
+    # GCC 12 sees overlapping copies in its own std::string.
+    $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>
     -fno-omit-frame-pointer
     $<$<BOOL:${NIMA_WERROR}>:-Werror>)
 

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include <Diagnostics/Lock.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// Serialises all crash handling. Has no end, since the thread that ends the process holds it.
+extern constinit StaticLockStruct g_CrashLock;
+
+/// The crash semaphore, which nobody waits on, and the event that lets a process go on that waits for a
+/// debugger. Built at load, ended at unload, unless somebody is still waiting then.
+class CrashHandles {
+  public:
+    static void BuildSemaphore();
+    static void BuildEvent();
+    static void EndSemaphore();
+    static void EndEvent();
+};
+
+extern void* g_UMCrashSemaphore;
+extern void* g_CrashedHandle;
+
+/// Set by the first handling of a failure and never cleared.
+extern constinit std::atomic<bool> g_FatalConditionHandled;
+
+/// Sets "DrelCrashContinue". Meant to be called from a debugger.
+void ContinueAfterCrash();
+
+} // namespace Nima::Common::System::OS::Diagnostics

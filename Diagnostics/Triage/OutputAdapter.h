@@ -1,0 +1,10 @@
+#pragma once
+
+#include <Diagnostics/TriageCallback.h>
+
+namespace Nima::Common::System::OS::Diagnostics {
+
+/// Writes a zero-terminated text; the adapter's result.
+int _WriteSingleLineOutput(OutputAdapter& adapter, const char* text);
+
+} // namespace Nima::Common::System::OS::Diagnostics

@@ -1,0 +1,279 @@
+/// The native crash handler: every handled signal, unhandled exceptions and a host's own report, by what a
+/// child that dies of them leaves behind.
+
+#include "crashHandler/crashHandler.h"
+#include "tests/support/Sandbox.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <regex>
+#include <stdexcept>
+#include <thread>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <Diagnostics/CrashApi.h>
+
+// The handler's demangler allocates, which is the one thing it is allowed; the thread sanitizer would end the
+// process.
+extern "C" const char* __tsan_default_options() {
+    return "report_signal_unsafe=0";
+}
+
+namespace Nima::Testing {
+
+namespace {
+
+/// The notification service.
+class Mosk {
+  public:
+    Mosk() : socket_(::socket(AF_INET, SOCK_DGRAM, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(65429);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        EXPECT_EQ(::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0)
+            << std::strerror(errno);
+    }
+    Mosk(const Mosk&) = delete;
+    Mosk& operator=(const Mosk&) = delete;
+    ~Mosk() { ::close(socket_); }
+
+    std::vector<std::string> Received() const {
+        std::vector<std::string> texts;
+        char buffer[512];
+        for (ssize_t count = 0; (count = ::recv(socket_, buffer, sizeof(buffer), MSG_DONTWAIT)) >= 0;) {
+            texts.emplace_back(buffer, static_cast<std::size_t>(count));
+        }
+        return texts;
+    }
+
+  private:
+    int socket_;
+};
+
+struct Death {
+    pid_t pid = 0;
+    int status = 0;
+
+    bool ByAbort() const { return WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT; }
+    std::string File(int number) const {
+        return "stacktrace" + std::to_string(pid) + "-" + std::to_string(number) + ".txt";
+    }
+};
+
+Death DieOf(const std::function<void()>& action) {
+    Death death;
+    death.pid = ::fork();
+    if (death.pid == 0) {
+        ::dup2(::open("out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+        ::dup2(::open("err", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+        InstallCrashHandler(0);
+        action();
+        ::_exit(0);
+    }
+    ::waitpid(death.pid, &death.status, 0);
+    return death;
+}
+
+std::string CoreDirectory() {
+    char directory[kCoreDirectorySize];
+    coreDirectory("/proc/sys/kernel/core_pattern", directory);
+    return directory;
+}
+
+std::string Notification(const std::string& path) {
+    return "crash-notification\r\nfile: " + path + "\r\ndir:" + CoreDirectory() + "\r\n";
+}
+
+void ExpectFrames(const std::string& text) {
+    EXPECT_FALSE(text.empty());
+    const std::regex frame(
+        "0x[0-9a-f]+:( \\(.*\\+0x[0-9a-f]+\\)| -- error: unable to obtain symbol name for this frame|.*)");
+    for (const std::string& line : Lines(text)) {
+        EXPECT_TRUE(std::regex_match(line, frame)) << line;
+        EXPECT_LE(line.size(), 98U);
+    }
+    EXPECT_EQ(text.back(), '\n');
+}
+
+volatile int g_Depth = 0;
+
+/// An address that nothing is mapped at. Not null, which a sanitizer would see before the processor does.
+volatile int* Nowhere() {
+    return reinterpret_cast<volatile int*>(static_cast<std::uintptr_t>(0x1000));
+}
+
+/// Faults a few instructions into the function.
+__attribute__((noinline)) void WriteToNowhere(volatile int* target) {
+    g_Depth = g_Depth + 1;
+    *target = g_Depth;
+    g_Depth = g_Depth + 1;
+}
+
+} // namespace
+
+class CrashHandler : public Sandbox {};
+
+TEST_F(CrashHandler, EverySignalLeavesItsFilesAndEndsInAbort) {
+    const Mosk mosk;
+    for (const int signal :
+         {SIGSEGV, SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSYS, SIGPIPE, SIGXCPU, SIGXFSZ, SIGABRT}) {
+        const Death death = DieOf([=] { ::raise(signal); });
+        EXPECT_TRUE(death.ByAbort()) << signal << ": " << death.status;
+        const bool twice = signal != SIGABRT;
+        ExpectFrames(ReadFile(death.File(1)));
+        EXPECT_EQ(Exists(death.File(2)), twice) << signal;
+        EXPECT_FALSE(Exists(death.File(3))) << signal;
+        std::vector<std::string> expected{Notification(directory() + "/" + death.File(1))};
+        std::string errors = "Error: signal " + std::to_string(signal) + "\n";
+        if (twice) {
+            expected.push_back(Notification(directory() + "/" + death.File(2)));
+            errors += "Error: signal 6\n";
+        }
+        EXPECT_EQ(mosk.Received(), expected) << signal;
+        EXPECT_EQ(ReadFile("err").substr(0, errors.size()), errors);
+        const std::string sent = "sent " + std::to_string(expected[0].size()) + " bytes to mosk\n";
+        EXPECT_EQ(ReadFile("out"), twice ? sent + sent : sent);
+    }
+}
+
+TEST_F(CrashHandler, AFaultIsTracedToItsFunction) {
+    const Death death = DieOf([] { WriteToNowhere(Nowhere()); });
+    EXPECT_TRUE(death.ByAbort());
+    const std::string frames = ReadFile(death.File(1));
+    ExpectFrames(frames);
+    EXPECT_EQ(CountOf(frames, "WriteToNowhere(int volatile*"), 1U) << frames;
+    EXPECT_LT(frames.find("signalHandler(int)"), frames.find("WriteToNowhere"));
+}
+
+TEST_F(CrashHandler, AnUnhandledExceptionIsOneFileAndTheAbortAnother) {
+    const Mosk mosk;
+    const Death death =
+        DieOf([] { std::thread([] { throw std::runtime_error("nobody catches this"); }).join(); });
+    EXPECT_TRUE(death.ByAbort());
+    ExpectFrames(ReadFile(death.File(1)));
+    ExpectFrames(ReadFile(death.File(2)));
+    EXPECT_FALSE(Exists(death.File(3)));
+    EXPECT_EQ(mosk.Received().size(), 2U);
+    EXPECT_EQ(CountOf(ReadFile("err"), "Error: signal"), 1U);
+}
+
+TEST_F(CrashHandler, AHostsReportIsToTheByte) {
+    Death death =
+        DieOf([] { HandleFatalCrash("out of %s", "frame one\nframe two\n", 0xFFFFFFFF, "host.cpp", 12); });
+    EXPECT_TRUE(death.ByAbort());
+    EXPECT_EQ(ReadFile(death.File(1)),
+              "host.cpp, line 12: Message: [out of %s]\r\nhost.cpp, line 12: Code: -1, 0xffffffff\r\n"
+              "crashHandler/crashHandler, line 258: File: host.cpp, line 12\r\n"
+              "crashHandler/crashHandler, line 260: Callstack:\r\nframe one\nframe two\n");
+    ExpectFrames(ReadFile(death.File(2)));
+    EXPECT_FALSE(Exists(death.File(3)));
+
+    death = DieOf([] { HandleFatalCrash(nullptr, nullptr, 0, nullptr, 0); });
+    EXPECT_TRUE(death.ByAbort());
+    const std::string report = ReadFile(death.File(1));
+    const std::string last = "crashHandler/crashHandler, line 260: Callstack:\r\n";
+    EXPECT_EQ(report.substr(0, report.find(last)),
+              ", line 0: Message: []\r\n, line 0: Code: 0, 0x00000000\r\n"
+              "crashHandler/crashHandler, line 258: File: , line 0\r\n");
+    ExpectFrames(report.substr(report.find(last) + last.size()));
+
+    const std::string longText(500, 'm');
+    death = DieOf([&] { HandleFatalCrash(longText.c_str(), "x", 1, longText.c_str(), 1); });
+    const std::string cut = ReadFile(death.File(1));
+    EXPECT_EQ(cut.substr(0, 198), std::string(198, 'm')) << "each line is cut at 99 characters";
+    EXPECT_TRUE(death.ByAbort());
+    // A host that ignores the signal dies all the same.
+    death = DieOf([] {
+        ::signal(SIGABRT, SIG_IGN);
+        HandleFatalCrash("x", "x", 1, "x", 1);
+    });
+    EXPECT_TRUE(death.ByAbort());
+    EXPECT_FALSE(Exists(death.File(2)));
+}
+
+TEST_F(CrashHandler, ATakenNumberIsPassedOver) {
+    const Death death = DieOf([] {
+        const std::string taken = "stacktrace" + std::to_string(::getpid()) + "-1.txt";
+        WriteFile(taken, "taken");
+        ::raise(SIGABRT);
+    });
+    EXPECT_EQ(ReadFile(death.File(1)), "taken");
+    ExpectFrames(ReadFile(death.File(2)));
+    EXPECT_FALSE(Exists(death.File(3)));
+}
+
+TEST_F(CrashHandler, ALongOrVanishedWorkingDirectoryIsCut) {
+    const Mosk mosk;
+    const std::string deep = directory() + "/a-folder-with-quite-a-long-name";
+    std::filesystem::create_directory(deep);
+    std::filesystem::current_path(deep);
+    Death death = DieOf([] { ::raise(SIGABRT); });
+    EXPECT_TRUE(death.ByAbort());
+    EXPECT_EQ(mosk.Received(),
+              std::vector<std::string>{Notification(deep.substr(0, 29) + "/" + death.File(1))});
+    ExpectFrames(ReadFile(death.File(1)));
+}
+
+TEST_F(CrashHandler, TheCoreDirectoryComesFromThePattern) {
+    const auto of = [](const std::string& pattern) {
+        WriteFile("pattern", pattern);
+        char directory[kCoreDirectorySize];
+        coreDirectory("pattern", directory);
+        return std::string(directory);
+    };
+    EXPECT_EQ(of("/var/core/core.%e.%p\n"), "/var/core");
+    EXPECT_EQ(of("core\n"), "/");
+    EXPECT_EQ(of("/core\n"), "/");
+    EXPECT_EQ(of(""), "/var/log");
+    EXPECT_EQ(of("|/usr/lib/systemd/systemd-coredump %P"), "|/usr/lib/systemd");
+    EXPECT_EQ(of("/" + std::string(100, 'x')), "/");
+    char directory[kCoreDirectorySize];
+    coreDirectory("absent", directory);
+    EXPECT_STREQ(directory, "/var/log");
+}
+
+TEST_F(CrashHandler, TheCoreLimitIsTheSmallerOfWishAndHardLimit) {
+    InGoodChild([] {
+        rlimit limit{};
+        rlimit hard{4096, 4096};
+        ASSERT_EQ(::setrlimit(RLIMIT_CORE, &hard), 0);
+        for (const auto& [wish, soft] :
+             {std::pair<int, rlim_t>{0, 0}, {100, 100}, {-1, 4096}, {5000, 4096}}) {
+            InstallCrashHandler(wish);
+            ::getrlimit(RLIMIT_CORE, &limit);
+            EXPECT_EQ(limit.rlim_cur, soft);
+            EXPECT_EQ(limit.rlim_max, 4096U);
+        }
+    });
+}
+
+// Threads that fail together: each writes its own file, and the process is dead in the end.
+TEST_F(CrashHandler, ThreadsMayCrashTogether) {
+    for (int round = 0; round < 5; ++round) {
+        const Death death = DieOf([] {
+            std::vector<std::thread> threads;
+            threads.reserve(4);
+            for (int t = 0; t < 4; ++t) {
+                threads.emplace_back([] { WriteToNowhere(Nowhere()); });
+            }
+            for (std::thread& thread : threads) {
+                thread.join();
+            }
+        });
+        EXPECT_TRUE(death.ByAbort()) << death.status;
+        EXPECT_TRUE(Exists(death.File(1)));
+    }
+}
+
+} // namespace Nima::Testing
