@@ -3,6 +3,8 @@
 /// moves the log to a new file under way. The components are fed the lines of a text file; at the end every
 /// one of them is looked for in the logs, and the binary trace and the rings are dumped.
 
+#include "ways_to_die.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -180,10 +182,13 @@ bool AccountForLines(const Work& work) {
 
 int Usage(FILE* out) {
     std::fputs(
-        "usage: device_host [--console] [--input FILE] [--lines N]\n"
+        "usage: device_host [--console] [--input FILE] [--lines N] [--die HOW]\n"
         "  --console     trace to standard output instead of log files\n"
         "  --input FILE  the text whose lines the components trace (default /var/log/dpkg.log)\n"
         "  --lines N     take at most N lines of it, at least 1\n"
+        "  --die HOW     after the work die by fatal, exception, exit, segv, abort, terminate or report, in "
+        "a\n"
+        "                child process, and print the crash notifications and how it ended\n"
         "Leaves in the working directory: device.log, device-night.log with its backup,\n"
         "engine-history.txt, SysTrace.bin, rings.txt and the two shared segments.\n"
         "Exit status: 0 when every line was accounted for, 1 otherwise, 2 for bad usage or input.\n",
@@ -195,6 +200,7 @@ struct Options {
     bool console = false;
     std::string input = "/var/log/dpkg.log";
     std::size_t maxLines = static_cast<std::size_t>(-1);
+    std::string death; ///< how to die after the work, empty for not at all
 };
 
 /// A whole number of at least 1; 0 for anything else.
@@ -273,11 +279,10 @@ int Run(const Options& options) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const option longOptions[] = {{"console", no_argument, nullptr, 'c'},
-                                  {"input", required_argument, nullptr, 'i'},
-                                  {"lines", required_argument, nullptr, 'n'},
-                                  {"help", no_argument, nullptr, 'h'},
-                                  {nullptr, 0, nullptr, 0}};
+    const option longOptions[] = {
+        {"console", no_argument, nullptr, 'c'},     {"input", required_argument, nullptr, 'i'},
+        {"lines", required_argument, nullptr, 'n'}, {"die", required_argument, nullptr, 'd'},
+        {"help", no_argument, nullptr, 'h'},        {nullptr, 0, nullptr, 0}};
     Options options;
     for (int option = 0; (option = ::getopt_long(argc, argv, "", longOptions, nullptr)) != -1;) {
         switch (option) {
@@ -293,6 +298,12 @@ int main(int argc, char** argv) {
                     return Usage(stderr);
                 }
                 break;
+            case 'd':
+                options.death = optarg;
+                if (!IsWayToDie(options.death)) {
+                    return Usage(stderr);
+                }
+                break;
             case 'h':
                 return Usage(stdout);
             default:
@@ -302,5 +313,12 @@ int main(int argc, char** argv) {
     if (optind != argc) {
         return Usage(stderr);
     }
-    return Run(options);
+    if (options.death.empty()) {
+        return Run(options);
+    }
+    return WatchOver([&options] {
+        PrepareForCrashes();
+        Run(options);
+        Die(options.death);
+    });
 }

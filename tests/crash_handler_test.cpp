@@ -4,6 +4,7 @@
 #include "crashHandler/crashHandler.h"
 #include "tests/support/Sandbox.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -106,18 +107,18 @@ void ExpectFrames(const std::string& text) {
     EXPECT_EQ(text.back(), '\n');
 }
 
-volatile int g_Depth = 0;
+std::atomic<int> g_Depth{0};
 
 /// An address that nothing is mapped at. Not null, which a sanitizer would see before the processor does.
-volatile int* Nowhere() {
-    return reinterpret_cast<volatile int*>(static_cast<std::uintptr_t>(0x1000));
+volatile int* Nowhere(int page = 1) {
+    return reinterpret_cast<volatile int*>(static_cast<std::uintptr_t>(page) * 0x1000);
 }
 
 /// Faults a few instructions into the function.
 __attribute__((noinline)) void WriteToNowhere(volatile int* target) {
-    g_Depth = g_Depth + 1;
-    *target = g_Depth;
-    g_Depth = g_Depth + 1;
+    ++g_Depth;
+    *target = g_Depth.load();
+    ++g_Depth;
 }
 
 } // namespace
@@ -265,7 +266,7 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
             std::vector<std::thread> threads;
             threads.reserve(4);
             for (int t = 0; t < 4; ++t) {
-                threads.emplace_back([] { WriteToNowhere(Nowhere()); });
+                threads.emplace_back([t] { WriteToNowhere(Nowhere(t + 1)); });
             }
             for (std::thread& thread : threads) {
                 thread.join();

@@ -5,10 +5,12 @@
 #include "platform/Files.h"
 #include "tests/support/Sandbox.h"
 
+#include <barrier>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <regex>
+#include <set>
 #include <thread>
 
 #include <sys/stat.h>
@@ -68,11 +70,19 @@ TEST_F(Rings, TheDirectoryIsLaidOutToTheByte) {
         EXPECT_EQ(directory.entryCounts[i], counts[i]) << i;
     }
     EXPECT_EQ(segment.find_first_not_of('\0', 132), std::string::npos);
+    const wchar_t* const names[] = {
+        L"Tracing",        L"RasterCtl",       L"PrintEngine",  L"Assurance",      L"PageLang",
+        L"Platform",       L"Timing",          L"EngineLink",   L"DataStore",      L"PeerLink",
+        L"Panel",          L"PanelState",      L"JobTrack",     L"AssuranceStrip", L"HwAccel",
+        L"ModuleHub",      L"Copier",          L"Facsimile",    L"ScanEngine",     L"GraphicsFilter",
+        L"PrintFrontPipe", L"WebSvc",          L"ScanToDest",   L"ImageStore",     L"ManagedAssurance",
+        L"ImageBridge",    L"PrintPipeStatus", L"FacsimileCmd", L"PreviewJob",     L"ManagedVm",
+        L"Consumables"};
     int id = -1;
-    EXPECT_EQ(GetTraceRingBufferId(L"Platform", &id), 0);
-    EXPECT_EQ(id, 5);
-    EXPECT_EQ(GetTraceRingBufferId(L"Consumables", &id), 0);
-    EXPECT_EQ(id, 30);
+    for (int i = 0; i < RING_COUNT; ++i) {
+        EXPECT_EQ(GetTraceRingBufferId(names[i], &id), 0);
+        EXPECT_EQ(id, i);
+    }
     EXPECT_EQ(GetTraceRingBufferId(L"platform", &id), 22);
     EXPECT_EQ(GetTraceRingBufferId(nullptr, &id), 22);
     EXPECT_EQ(GetTraceRingBufferId(L"Platform", nullptr), 22);
@@ -106,7 +116,9 @@ TEST_F(Rings, TheNewestRecordOverwritesTheOldest) {
     EXPECT_EQ(RecordAt(SegmentRecords(), 255).timestamp, 0);
     Fill(Ring(0), 1);
     EXPECT_EQ(RecordAt(SegmentRecords(), 0).timestamp, 1) << "emptied, it starts at slot 0";
+    Fill(Ring(30), 3);
     EXPECT_EQ(EmptyAllRingBuffers(), 0);
+    EXPECT_EQ(SegmentRecords().find_first_not_of('\0'), std::string::npos);
 
     const RingBufferData record{};
     EXPECT_EQ(WriteDataToRingBuffer(nullptr, &record), 22);
@@ -153,8 +165,8 @@ TEST_F(Rings, TheTextDumpStopsAtTheFirstEmptySlot) {
     EXPECT_EQ(ReadFile("rings.txt.1"), "old");
     const std::string dump = ReadFile("rings.txt");
     const std::regex head(
-        "Current Date/Time: [0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3,5}\r\n"
-        "Ticks: [0-9]+\r\nFrequency: 1000000\r\n\r\n");
+        "Current Date/Time: 01[0-9]{2}-[01][0-9]-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3,5}\r\n"
+        "Ticks: [1-9][0-9]+\r\nFrequency: 1000000\r\n\r\n");
     const std::size_t start = dump.find("\r\nBEGIN RING BUFFER DUMP\r\n\r\n");
     ASSERT_NE(start, std::string::npos);
     EXPECT_TRUE(std::regex_match(dump.substr(0, start), head)) << dump.substr(0, start);
@@ -170,14 +182,18 @@ TEST_F(Rings, TheTextDumpStopsAtTheFirstEmptySlot) {
     DumpRingBuffersUnformatted(nullptr, 0);
 }
 
+// The last 2048 records are in the ring, whoever wrote them: of each thread the latest, without a gap.
 TEST_F(Rings, ConcurrentWritersShareOneRing) {
     constexpr std::uint32_t kThreads = 8;
+    constexpr std::uint32_t kRecords = 20000;
     std::vector<std::thread> threads;
     threads.reserve(kThreads);
     TRACE_RING_HANDLE ring = Ring(RING_ENGINE_LINK);
+    std::barrier together(kThreads);
     for (std::uint32_t t = 0; t < kThreads; ++t) {
-        threads.emplace_back([=] {
-            for (std::uint32_t i = 0; i < 256; ++i) {
+        threads.emplace_back([&together, ring, t] {
+            together.arrive_and_wait();
+            for (std::uint32_t i = 0; i < kRecords; ++i) {
                 WriteEventToRingBuffer(ring, t + 1, i, t, i, t, i);
             }
         });
@@ -190,13 +206,21 @@ TEST_F(Rings, ConcurrentWritersShareOneRing) {
     std::string bytes(65536, '\0');
     unsigned long copied = 0;
     GetTraceData(ring, reinterpret_cast<unsigned char*>(bytes.data()), bytes.size(), &copied);
-    std::vector<std::uint32_t> next(kThreads + 1);
+    std::vector<std::set<std::uint32_t>> seen(kThreads + 1);
+    std::size_t torn = 0;
     for (std::size_t slot = 0; slot < 2048; ++slot) {
         const RingBufferData record = RecordAt(bytes, slot);
         ASSERT_LE(record.threadId, kThreads);
-        EXPECT_EQ(record.words[0], next[record.threadId]++);
-        EXPECT_EQ(record.words[1] + 1, record.threadId);
+        torn += record.words[1] + 1 != record.threadId || record.words[0] != record.words[4] ? 1 : 0;
+        seen[record.threadId].insert(record.words[0]);
     }
+    // A writer that is held up for a whole round may overwrite a newer record, and rarely.
+    std::size_t missing = 0;
+    for (const auto& records : seen) {
+        missing += records.empty() ? 0 : kRecords - *records.begin() - records.size();
+    }
+    EXPECT_LE(torn, kThreads);
+    EXPECT_LE(missing, kThreads);
 }
 
 TEST_F(Rings, ALaterProcessFindsWhatAKilledOneWrote) {
@@ -223,6 +247,10 @@ TEST_F(Rings, ALaterProcessFindsWhatAKilledOneWrote) {
     EXPECT_NE(RecordAt(SegmentRecords(), 99).timestamp, 0);
     WriteEventToRingBuffer(Ring(0), 2, 0xAAAA, 0, 0, 0, 0);
     EXPECT_EQ(RecordAt(SegmentRecords(), 0).words[0], 0xAAAAU);
+    const std::string segment = ReadFile("System Ring Buffers");
+    std::uint32_t owner = 0;
+    std::memcpy(&owner, segment.data(), sizeof(owner));
+    EXPECT_EQ(owner, static_cast<std::uint32_t>(::getpid()));
     const RingBufferData kept = RecordAt(SegmentRecords(), 99);
     EXPECT_EQ(kept.words[0], kept.words[4]);
     EXPECT_EQ(kept.threadId, 1U);
@@ -250,6 +278,10 @@ TEST_F(Rings, TheSegmentDumpEndsAtItsUnmappingStep) {
         EXPECT_FALSE(Exists("segment.txt"));
         ::unlink("System Ring Buffers");
         EXPECT_EQ(DumpRingBuffersUnformattedEx(L"segment.txt", 0), 28) << "no rings were ever laid out";
+        const std::uint32_t directory[2] = {1, RING_DIRECTORY_SIZE};
+        WriteFile("System Ring Buffers",
+                  std::string(reinterpret_cast<const char*>(directory), sizeof(directory)));
+        EXPECT_EQ(DumpRingBuffersUnformattedEx(L"segment.txt", 0), 28) << "a directory and nothing else";
     });
 }
 

@@ -6,6 +6,7 @@
 #include "tests/support/Sandbox.h"
 
 #include <atomic>
+#include <barrier>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -89,7 +90,9 @@ struct Sink {
     std::string taken;
     std::size_t calls = 0;
     std::size_t refuseAt = 0;
-    int take = 0; ///< 0: all; negative: nothing
+    int take = 0;  ///< 0: all; negative: nothing
+    int claim = 0; ///< what is reported instead, unless 0
+    int largest = 0;
 };
 
 int Take(const char* data, int length, int* written, void* context) {
@@ -100,6 +103,10 @@ int Take(const char* data, int length, int* written, void* context) {
     }
     *written = sink.take < 0 ? 0 : sink.take > 0 ? std::min(sink.take, length) : length;
     sink.taken.append(data, static_cast<std::size_t>(*written));
+    sink.largest = std::max(sink.largest, length);
+    if (sink.claim != 0) {
+        *written = sink.claim;
+    }
     return 1;
 }
 
@@ -116,6 +123,7 @@ TEST_F(SysTrace, NothingIsTracedOrMadeBeforeConfiguration) {
 
 TEST_F(SysTrace, AFreshBlockIsFormattedToTheByte) {
     Block block;
+    std::memset(block.bytes, 0xAA, sizeof(SysTraceHeader)); // leftovers with the formatted flag clear
     EXPECT_EQ(CapturedOutput([&] { block.MakeLive(); }), std::string(kSettingUp) + kNoRegisters);
     std::string expected(sizeof(block.bytes), '\0');
     const auto put = [&expected](std::size_t offset, std::uint32_t word) {
@@ -234,10 +242,19 @@ TEST_F(SysTrace, CaptureSwapsExactlyItsStates) {
     EXPECT_EQ(header.state, 2U);
     buffer.Disable();
     EXPECT_EQ(header.liveFilter[0], 0U);
+    header.savedState = 3;
     EXPECT_TRUE(buffer.ResetTrigger());
+    EXPECT_EQ(errno, 0);
+    EXPECT_EQ(header.savedState, 0U);
     EXPECT_EQ(header.state, 1U);
     EXPECT_EQ(header.liveFilter[0], 0xFFFFFFFFU);
     EXPECT_EQ(header.savedFilter[0], 0U);
+
+    header.flags = 1;
+    SysTraceBuffer withoutThreads(block.bytes, sizeof(block.bytes), false);
+    header.writeIndex = 0xFFFFFFFF;
+    withoutThreads.Record(1, 2);
+    EXPECT_EQ(header.writeIndex, 1U) << "no thread entry";
 
     header.writeIndex = 5;
     header.state = 0;
@@ -340,6 +357,11 @@ TEST_F(SysTrace, ADumpThatCannotBeginOrWriteSaysSo) {
     EXPECT_EQ(CapturedOutput([&] { DumpSysTraceEx(Take, &sink); }),
               "ERROR!! SysTrace::Dump() BeginTraceCapture() failed! \r\n");
     EXPECT_EQ(sink.calls, 0U);
+    EXPECT_EQ(block.entry(6).id, 0x1FC07536U);
+    EXPECT_EQ(block.entry(8).id, 0x1FC07537U);
+    EXPECT_EQ(block.entry(10).id, 0x1FC07538U);
+    CapturedOutput([] { DumpSysTraceEx(nullptr, nullptr); });
+    EXPECT_EQ(block.entry(12).id, 0x1FC07535U);
     block.header().state = 1;
 
     const TinyDisk disk("tiny", 16);
@@ -367,9 +389,13 @@ TEST_F(SysTrace, ACallbackMayRefuseOrTakeLess) {
     EXPECT_EQ(partial.calls, 1U + 34);
     EXPECT_EQ(partial.taken, whole.taken);
     const auto output = [](Sink sink) { return CapturedOutput([&] { DumpSysTraceEx(Take, &sink); }); };
-    EXPECT_EQ(output({{}, 0, 1, 0}), "") << "a refused file header just ends it";
-    EXPECT_EQ(output({{}, 0, 2, 0}), "ERROR!!  Failed to write SysTrace to callback, err=5.\r\n");
-    EXPECT_EQ(output({{}, 0, 0, -1}),
+    EXPECT_EQ(output({{}, 0, 1, 0, 0, 0}), "") << "a refused file header just ends it";
+    EXPECT_EQ(output({{}, 0, 2, 0, 0, 0}), "ERROR!!  Failed to write SysTrace to callback, err=5.\r\n");
+    Sink greedy;
+    greedy.claim = 1 << 30;
+    EXPECT_EQ(DumpSysTraceEx(Take, &greedy), 19);
+    EXPECT_EQ(greedy.calls, 2U) << "more than was offered is all that was offered";
+    EXPECT_EQ(output({{}, 0, 0, -1, 0, 0}),
               "ERROR!!  Failed to write SysTrace to callback, zero bytes written.\r\n");
     EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(DumpSysTraceEx(nullptr, nullptr), 19); }),
               "ERROR!!  SysTrace::Dump() callback is NULL\r\n");
@@ -402,13 +428,17 @@ TEST_F(SysTrace, HardwareIsAbsentAsDocumented) {
 
 // Whatever the interleaving, each record can be put together again from continuation, id and thread.
 TEST_F(SysTrace, ConcurrentRecordsAreAllThere) {
-    Block& block = LiveBlock();
     constexpr std::uint32_t kThreads = 8;
-    constexpr std::uint32_t kRecords = 100;
+    constexpr std::uint32_t kRecords = 5000;
+    static std::vector<std::uint32_t> memory(2 * 262144 + 64);
+    void* const start = memory.data();
+    SetRTTraceConfig(static_cast<unsigned char*>(start), static_cast<long>(memory.size() * 4));
+    std::barrier together(kThreads);
     std::vector<std::thread> threads;
     threads.reserve(kThreads);
     for (std::uint32_t t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
+        threads.emplace_back([t, &together] {
+            together.arrive_and_wait();
             for (std::uint32_t i = 0; i < kRecords; ++i) {
                 RTTrace_2(SYSTRACE_ID(t, 0, i), i, ~i);
             }
@@ -417,10 +447,13 @@ TEST_F(SysTrace, ConcurrentRecordsAreAllThere) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    ASSERT_EQ(block.header().writeIndex, kThreads * kRecords * 4 - 1);
+    const auto* header = static_cast<const SysTraceHeader*>(start);
+    ASSERT_EQ(header->writeIndex, kThreads * kRecords * 4 - 1);
+    void* const behind = memory.data() + sizeof(SysTraceHeader) / 4;
+    const auto* entries = static_cast<const SysTraceEntry*>(behind);
     std::map<std::uint32_t, std::vector<std::uint32_t>> records;
-    for (std::size_t slot = 0; slot <= block.header().writeIndex; ++slot) {
-        records[block.entry(slot).id & ~SYSTRACE_CONTINUATION].push_back(block.entry(slot).value);
+    for (std::size_t slot = 0; slot <= header->writeIndex; ++slot) {
+        records[entries[slot].id & ~SYSTRACE_CONTINUATION].push_back(entries[slot].value);
     }
     EXPECT_EQ(records.size(), kThreads * kRecords);
     for (const auto& [id, values] : records) {
@@ -471,6 +504,30 @@ TEST_F(SysTrace, AnotherProcessAdoptsTheSegment) {
     EXPECT_NE(ConfigureSysTrace(), nullptr);
 }
 
+TEST_F(SysTrace, TheWholeSegmentIsDumpedInBoundedPieces) {
+    CapturedOutput([] { SysTraceConfigure(); });
+    unsigned char* memory = nullptr;
+    GetRTTraceBuffer(&memory);
+    void* const start = memory;
+    for (std::uint32_t i = 0; i < (1U << 20); ++i) {
+        RTTrace(i & SYSTRACE_EVENT_MASK);
+    }
+    EXPECT_EQ(static_cast<SysTraceHeader*>(start)->wrapCount, 1);
+    const auto openFiles = [] { return Listing("/proc/self/fd").size(); };
+    const std::size_t before = openFiles();
+    SysTraceSetAllLevel(0, false);
+    Sink sink;
+    EXPECT_EQ(DumpSysTraceEx(Take, &sink), 19);
+    EXPECT_EQ(sink.largest, 1048576);
+    EXPECT_EQ(sink.taken.size(), 256U + 8388864);
+    EXPECT_EQ(DumpSysTrace(L"dump", 0), 19);
+    EXPECT_EQ(ReadFile("dump"), sink.taken);
+    EXPECT_EQ(openFiles(), before);
+    delete g_RTTrace.exchange(nullptr);
+    ReleaseSysTrace();
+    EXPECT_EQ(openFiles(), before - 1);
+}
+
 TEST_F(SysTrace, AKilledProcessLeavesItsRecords) {
     int ready[2];
     ASSERT_EQ(::pipe(ready), 0);
@@ -514,6 +571,16 @@ TEST_F(SysTrace, WithoutASegmentTheCallsSayTwelve) {
     EXPECT_EQ(ConfigureSysTrace(), nullptr);
     ReleaseSysTrace();
     ASSERT_EQ(::rmdir("SysTrace Buffer"), 0);
+    {
+        const TinyDisk disk("tiny", 100);
+        if (disk.mounted()) {
+            ASSERT_EQ(::chdir("tiny"), 0);
+            const std::size_t before = Listing("/proc/self/fd").size();
+            EXPECT_EQ(ClearSysTrace(), 12) << "no room for the segment";
+            EXPECT_EQ(Listing("/proc/self/fd").size(), before);
+            ASSERT_EQ(::chdir(".."), 0);
+        }
+    }
     // The next call tries again; a truncated or zeroed segment is simply formatted.
     WriteFile("SysTrace Buffer", std::string(100, '\0'));
     EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(ClearSysTrace(), 0); }), kSettingUp);
@@ -525,9 +592,17 @@ TEST_F(SysTrace, WithoutASegmentTheCallsSayTwelve) {
 TEST_F(SysTrace, ThreadsConfigureOneBuffer) {
     std::vector<std::thread> threads;
     std::atomic<unsigned char*> first{nullptr};
+    std::atomic<void*> segment{nullptr};
+    std::barrier together(8);
     threads.reserve(8);
     for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&first] {
+        threads.emplace_back([&] {
+            together.arrive_and_wait();
+            void* const mapped = ConfigureSysTrace();
+            void* none = nullptr;
+            if (!segment.compare_exchange_strong(none, mapped)) {
+                EXPECT_EQ(none, mapped);
+            }
             unsigned char* memory = nullptr;
             GetRTTraceBuffer(&memory);
             unsigned char* expected = nullptr;

@@ -91,7 +91,7 @@ void CRingBuffer::Dump(unsigned char* out, unsigned long length, unsigned long* 
     *copied = count;
 }
 
-bool WriteRecordsAsText(const RingBufferData* records, std::uint32_t count, void* file) {
+void WriteRecordsAsText(const RingBufferData* records, std::uint32_t count, void* file) {
     char text[kTextSize];
     for (std::uint32_t i = 0; i < count; ++i) {
         const RingBufferData record = LoadRecord(&records[i]);
@@ -103,11 +103,8 @@ bool WriteRecordsAsText(const RingBufferData* records, std::uint32_t count, void
         _snprintf_s_helper(
             text, sizeof(text), sizeof(text), "%019lld 0x%8.8x 0x%8.8x : 0x%8.8x 0x%8.8x 0x%8.8x 0x%8.8x\r\n",
             static_cast<long long>(record.timestamp), record.threadId, w[0], w[1], w[2], w[3], w[4]);
-        if (!WriteText(file, text)) {
-            return false;
-        }
+        WriteText(file, text);
     }
-    return true;
 }
 
 void CRingBuffer::Dump(void* file) {

@@ -42,8 +42,8 @@ class CRingBuffer {
     std::wstring name_;
 };
 
-/// Writes the records of a ring as text, at most `count`, up to the first empty slot. False when a write
-/// failed.
-bool WriteRecordsAsText(const RingBufferData* records, std::uint32_t count, void* file);
+/// Writes the records of a ring as text, at most `count`, up to the first empty slot. Failed writes are
+/// passed over.
+void WriteRecordsAsText(const RingBufferData* records, std::uint32_t count, void* file);
 
 } // namespace Nima::Common::System::OS::Diagnostics

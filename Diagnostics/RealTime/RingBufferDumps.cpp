@@ -2,6 +2,7 @@
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/RealTime/RingBufferMgr.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
+#include "platform/Cancellation.h"
 #include "platform/Files.h"
 #include "platform/Modules.h"
 #include "platform/Text.h"
@@ -34,6 +35,7 @@ class Segment {
     Segment(const Segment&) = delete;
     Segment& operator=(const Segment&) = delete;
     ~Segment() {
+        const CancellationDelay delay;
         const int error = errno;
         if (IsValidHandle(handle_)) {
             _close_handle_helper(handle_);

@@ -120,26 +120,26 @@ void SysTraceBuffer::SetupHeader() {
         Store(word, 0);
     }
     std::memset(header_->reserved, 0, sizeof(header_->reserved));
-    Store(header_->flags, SYSTRACE_FLAG_FORMATTED | SYSTRACE_FLAG_THREAD_RECORDS);
     Store(header_->version, SYSTRACE_VERSION);
     Store(header_->entryCount, static_cast<std::uint32_t>(entryCount_));
     Store(header_->bufferSize, static_cast<std::uint32_t>(bufferSize_));
     ResetBuffer();
 
+    std::uint32_t flags = SYSTRACE_FLAG_FORMATTED | SYSTRACE_FLAG_THREAD_RECORDS;
     long first = 0;
     long second = 0;
     if (GetUserModeTimerData(&first, &second) == 0) {
         Store(header_->timerWord2, kNone);
         Store(header_->timerWord1, kDefaultTimerWord1);
-        return;
-    }
-    Store(header_->timerWord1, static_cast<std::uint32_t>(first));
-    if (second != 0) {
-        Store(header_->timerWord2, static_cast<std::uint32_t>(second));
     } else {
-        Store(header_->timerWord2, kNone);
-        Store(header_->flags, Load(header_->flags) | SYSTRACE_FLAG_TIMER_WORD_2_UNKNOWN);
+        Store(header_->timerWord1, static_cast<std::uint32_t>(first));
+        Store(header_->timerWord2, second != 0 ? static_cast<std::uint32_t>(second) : kNone);
+        if (second == 0) {
+            flags |= SYSTRACE_FLAG_TIMER_WORD_2_UNKNOWN;
+        }
     }
+    // Last: a process that is killed in the middle leaves a block that the next one formats.
+    SharedWord(header_->flags).store(flags);
 }
 
 void SysTraceBuffer::LoadFilterData() {

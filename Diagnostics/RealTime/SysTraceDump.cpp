@@ -13,6 +13,23 @@ namespace {
 /// Single writes stay bounded.
 constexpr long long kPieceSize = 1048576;
 
+/// Ends a capture that has begun, however its scope is left: a dump that is cancelled or runs out of memory
+/// must not leave tracing paused for every process on the block.
+class CaptureEnd {
+  public:
+    CaptureEnd(SysTraceBuffer& buffer, unsigned long event) : buffer_(buffer), event_(event) {}
+    CaptureEnd(const CaptureEnd&) = delete;
+    CaptureEnd& operator=(const CaptureEnd&) = delete;
+    ~CaptureEnd() {
+        buffer_.EndTraceCapture();
+        RTTrace(event_);
+    }
+
+  private:
+    SysTraceBuffer& buffer_;
+    unsigned long event_;
+};
+
 constexpr const wchar_t* kCannotBegin = L"ERROR!! SysTrace::Dump() BeginTraceCapture() failed! \r\n";
 
 } // namespace
@@ -70,13 +87,12 @@ void SysTraceBuffer::Dump(const wchar_t* path, int backups) {
         RTTrace(kFileDumpEnds);
         return;
     }
+    const CaptureEnd end(*this, kFileDumpEnds);
     void* const file = _CreateFileAndRollBackup(path, backups);
     if (IsValidHandle(file)) {
+        const HandleGuard guard(file);
         WriteBlock(file, path);
-        _close_handle_helper(file);
     }
-    EndTraceCapture();
-    RTTrace(kFileDumpEnds);
 }
 
 void SysTraceBuffer::PassBlock(SysTraceDumpCallback callback, void* context) {
@@ -120,16 +136,8 @@ void SysTraceBuffer::Dump(SysTraceDumpCallback callback, void* context) {
         RTTrace(kCallbackDumpEnds);
         return;
     }
-    try {
-        PassBlock(callback, context);
-    } catch (...) {
-        // A host's callback that throws must not leave tracing paused.
-        EndTraceCapture();
-        RTTrace(kCallbackDumpEnds);
-        throw;
-    }
-    EndTraceCapture();
-    RTTrace(kCallbackDumpEnds);
+    const CaptureEnd end(*this, kCallbackDumpEnds);
+    PassBlock(callback, context);
 }
 
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -1,5 +1,6 @@
 #include "Diagnostics/RealTime/TraceMemory.h"
 
+#include "platform/Cancellation.h"
 #include "platform/Files.h"
 
 #include <cerrno>
@@ -59,6 +60,7 @@ void TraceMemory::Shutdown() {
 
 TraceMemory::~TraceMemory() {
     if (handle_ != nullptr) {
+        const CancellationDelay delay;
         reserved1_ = 0;
         buffer_ = nullptr;
         _unmap_view_of_file_helper(view_);

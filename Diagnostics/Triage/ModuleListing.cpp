@@ -103,7 +103,7 @@ int TriageCallback::ListProcessModules(char* scratch, int size, int processId, O
     return ListProcessModules(scratch, size, processId, adapter, nullptr);
 }
 
-void TriageCallback::RecordFaultingModule(_MODULEENTRY32& module) {
+void TriageCallback::RecordFaultingModule(_MODULEENTRY32& module) const {
     const StaticSlot<NimaTrace>::Use tracer(_TraceFactory);
     if (tracer) {
         tracer->WriteFatalV("FATAL ERROR!!! Found Potential Fault: exception 0x%8.8x in %ls @ 0x%8.8x!",

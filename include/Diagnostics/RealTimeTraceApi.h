@@ -33,7 +33,7 @@ typedef struct NimaTimerHwStruct {
 } NimaTimerHwStruct;
 
 /// Takes the dump in pieces of at most 1,048,576 bytes. Returns nonzero on success with the number of bytes
-/// taken in `*written`; 0, or 0 bytes taken, ends the dump.
+/// taken in `*written`; 0, or no bytes taken, ends the dump.
 typedef int (*SysTraceDumpCallback)(const char* data, int length, int* written, void* context);
 
 NIMA_EXTERN_C_BEGIN
@@ -72,7 +72,8 @@ NIMA_DIAGNOSTICS_API void ReleaseSysTrace(void);
 
 /// Dumps the live buffer, or where there is none the shared segment, to a file. With `backups` above 0 the
 /// file before is kept as `path` with ".1" appended. Tracing is paused meanwhile by clearing the filter: two
-/// overlapping dumps of one block save a cleared filter and lose it, so dump from one place at a time.
+/// overlapping dumps of one block save a cleared filter and lose it, so dump from one place at a time. A
+/// process that is killed in the middle of one leaves the filter cleared for all: switch the levels on again.
 /// Returns 19 after a dump of the live buffer and 0 after one of the segment, whatever became of the file
 /// (trouble is reported on standard output); 12 without a segment.
 NIMA_DIAGNOSTICS_API int DumpSysTrace(const wchar_t* path, int backups);

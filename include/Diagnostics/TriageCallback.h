@@ -97,7 +97,7 @@ class NIMA_DIAGNOSTICS_API TriageCallback {
     static long GetBootCycle();
     static void SetBootCycle(long bootCycle);
 
-    void RecordFaultingModule(_MODULEENTRY32& module);
+    void RecordFaultingModule(_MODULEENTRY32& module) const;
     /// Cut to 255 bytes; null empties it.
     void SetFileName(const char* name);
     void EmptyScratch();
