@@ -249,6 +249,11 @@ void InstallCrashHandler(int coreSizeLimit) {
     // The one dependable way to unwind there: the default follows frame pointers that are none, and faults.
     ::setenv("UNW_ARM_UNWIND_METHOD", "4", 0);
 #endif
+    // The unwinder's first use sets up its tables and takes memory: better now than in a process that is
+    // dying.
+    const int nowhere = ::open("/dev/null", O_WRONLY);
+    saveStackTrace(nowhere, "");
+    ::close(nowhere);
     for (const int number : {SIGSEGV, SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSEGV, SIGSYS, SIGPIPE, SIGXCPU,
                              SIGXFSZ, SIGABRT, SIGBUS}) {
         InstallHandler(number);

@@ -272,7 +272,7 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
                 thread.join();
             }
         });
-        EXPECT_TRUE(death.ByAbort()) << death.status;
+        EXPECT_TRUE(death.ByAbort()) << death.status << ReadFile("err");
         EXPECT_TRUE(Exists(death.File(1)));
     }
 }
