@@ -5,6 +5,7 @@
 /// callers away (`StaticSlot`); table and lock of the registry stay usable for good, because the default
 /// log is given back after nearly everything else has gone and its last lines have to reach the file.
 
+#include "Diagnostics/EventLog/EventLogState.h"
 #include "Diagnostics/RealTime/RealTimeTrace.h"
 #include "Diagnostics/RealTime/TimerHardware.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
@@ -35,6 +36,7 @@ constinit StaticSlot<TraceSet> traceSet;
 constinit StaticSlot<TraceServicesImpl> gConfigHelper;
 constinit StaticLockStruct g_TraceMapLock;
 constinit StaticSlot<NimaTrace> _TraceFactory;
+constinit StaticLockStruct g_EventLogCallbackLock;
 
 constinit std::int64_t CStopwatch::sFrequency = 0;
 constinit std::int64_t g_TSFrequency = 0;

@@ -3,7 +3,7 @@
 cmake_policy(VERSION 3.25)
 execute_process(COMMAND ${NM} -D --defined-only --format=posix ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[^\n]+" lines "${output}")
-set(classes "ITraceDevice|CBaseTraceDevice|CRollingLogFile|CMemoryQueue|NimaTrace|TraceServices|TriageCallback|StandardExceptionTriageCallback|OutputAdapter|FileHandleOutputAdapter|BufferOutputAdapter|CaptureTriageData")
+set(classes "ITraceDevice|CBaseTraceDevice|CRollingLogFile|CMemoryQueue|NimaTrace|TraceServices|TriageCallback|StandardExceptionTriageCallback|OutputAdapter|FileHandleOutputAdapter|BufferOutputAdapter|CaptureTriageData|EventLog|EventLogPayload|SimpleDiagnosticPayload")
 set(plain "")
 foreach(line IN LISTS lines)
     string(REGEX MATCH "^[^ @]+" name "${line}")

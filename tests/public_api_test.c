@@ -4,8 +4,11 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <Diagnostics/CrashApi.h>
+#include <Diagnostics/EventLogApi.h>
 #include <Diagnostics/RealTimeTraceApi.h>
 #include <Diagnostics/RingBufferApi.h>
+#include <Diagnostics/TestHooksApi.h>
 #include <Diagnostics/TraceApi.h>
 
 static int failures = 0;
@@ -79,10 +82,43 @@ static void CheckBinaryTrace(void) {
     remove("System Ring Buffers");
 }
 
+static unsigned long OnEvent(EventTypes type, const wchar_t* source, unsigned long id, const wchar_t* file,
+                             int line, const wchar_t* payload) {
+    CHECK(type == 1 && id == 2 && line == 3);
+    CHECK(wcscmp(source, L"source") == 0 && wcscmp(file, L"file.c") == 0);
+    CHECK(wcscmp(payload, L"<key>value</key>") == 0);
+    return 0;
+}
+
+static unsigned long OnVantorEvent(EventTypes type, unsigned long size, unsigned char* record) {
+    const VantorEntry* entry = (const VantorEntry*)(record + sizeof(VantorCallbackStruct));
+    CHECK(type == 4 && size == 56 + 2 * 256 && ((const VantorCallbackStruct*)record)->eventId == 5);
+    CHECK(strcmp(entry->text, "Context,hashed") == 0);
+    return 0;
+}
+
+static void CheckEvents(void) {
+    const PayloadEntry entries[] = {{L"key", L"value"}};
+    CHECK(LogEvent(1, L"source", 2, L"file.c", 3, entries, 1) == 0);
+    SetupEventLogCallbacks(OnEvent, OnVantorEvent);
+    CHECK(LogEvent(1, L"source", 2, L"file.c", 3, entries, 1) == 1);
+    CHECK(XXX_TestNativeEventVantorLogFeature(4, 5, L"source", L"hashed", L"other") == 1);
+    SetupEventLogCallbacks(NULL, NULL);
+}
+
+static void CheckSnapshot(void) {
+    SetBootCycleForProcess(1);
+    CHECK(GatherTriageSnapshot(L"./c_api_crash.txt", 0, 9, 1, 0, 0, 0, 0, false) == 1);
+    CHECK(remove("c_api_crash.txt") == 0);
+    CHECK(remove("./\\SysTrace.bin") == 0);
+}
+
 int main(void) {
     remove("c_api.log");
+    CheckEvents();
     CheckFormatting();
     CheckBinaryTrace();
+    CheckSnapshot();
     _TraceConfig config = {TRACE_DEVICE_ROLLING_LOG_FILE, L"LogFile", {{0}}};
     config.settings.rollingLogFile.maxFileSize = 1 << 20;
     config.settings.rollingLogFile.fileName = L"c_api.log";

@@ -123,5 +123,45 @@ NIMA_FORMAT_ASSERT(sizeof(RingBufferData) == RING_RECORD_SIZE);
 NIMA_FORMAT_OFFSET(RingBufferData, threadId, 8);
 NIMA_FORMAT_OFFSET(RingBufferData, words, 12);
 
+/* ---- The flat event record, doc/event-record.md: this head, then an entry for each pair. ---- */
+
+enum {
+    VANTOR_RECORD_VERSION = 1,
+    VANTOR_SOURCE_SIZE = 32,
+    VANTOR_ENTRY_SIZE = 256,
+    VANTOR_TEXT_SIZE = 244,
+    VANTOR_ENTRY_HASHED = 1,
+    VANTOR_ENTRY_NON_HASHED = 2
+};
+
+typedef struct VantorCallbackStruct {
+    uint32_t totalSize; ///< bytes: 56 + 256 * number of entries
+    uint32_t version;   ///< 1
+    uint32_t eventType;
+    uint32_t eventId;
+    uint32_t sourceSize;             ///< 32
+    uint32_t entryAreaSize;          ///< bytes: 256 * number of entries
+    char source[VANTOR_SOURCE_SIZE]; ///< 8-bit text, zero-padded
+} VantorCallbackStruct;
+
+typedef struct VantorEntry {
+    uint32_t size;               ///< 256
+    uint32_t type;               ///< VANTOR_ENTRY_HASHED or VANTOR_ENTRY_NON_HASHED
+    uint32_t textLength;         ///< of the whole text, before any cut
+    char text[VANTOR_TEXT_SIZE]; ///< "key,value", cut to 243 characters, zero-terminated
+} VantorEntry;
+
+NIMA_FORMAT_ASSERT(sizeof(VantorCallbackStruct) == 56);
+NIMA_FORMAT_OFFSET(VantorCallbackStruct, version, 4);
+NIMA_FORMAT_OFFSET(VantorCallbackStruct, eventType, 8);
+NIMA_FORMAT_OFFSET(VantorCallbackStruct, eventId, 12);
+NIMA_FORMAT_OFFSET(VantorCallbackStruct, sourceSize, 16);
+NIMA_FORMAT_OFFSET(VantorCallbackStruct, entryAreaSize, 20);
+NIMA_FORMAT_OFFSET(VantorCallbackStruct, source, 24);
+NIMA_FORMAT_ASSERT(sizeof(VantorEntry) == VANTOR_ENTRY_SIZE);
+NIMA_FORMAT_OFFSET(VantorEntry, type, 4);
+NIMA_FORMAT_OFFSET(VantorEntry, textLength, 8);
+NIMA_FORMAT_OFFSET(VantorEntry, text, 12);
+
 #undef NIMA_FORMAT_OFFSET
 #undef NIMA_FORMAT_ASSERT
