@@ -1,7 +1,7 @@
 /// A model of a device: the components of a multifunction printer, each on a thread of its own, trace through
-/// the default log, the binary trace and the rings, while another thread changes the level, flushes, and
-/// moves the log to a new file under way. The components are fed the lines of a text file; at the end every
-/// one of them is looked for in the logs, and the binary trace and the rings are dumped.
+/// the default log, the binary trace and the rings and log events, while another thread changes the level,
+/// flushes, and moves the log to a new file under way. The components are fed the lines of a text file; at
+/// the end every one of them is looked for in the logs, and the binary trace and the rings are dumped.
 
 #include "ways_to_die.h"
 
@@ -19,6 +19,7 @@
 
 #include <getopt.h>
 
+#include <Diagnostics/EventLog.h>
 #include <Diagnostics/NimaTrace.h>
 #include <Diagnostics/RealTimeTraceApi.h>
 #include <Diagnostics/RingBufferApi.h>
@@ -95,6 +96,17 @@ class Component {
         const unsigned char status[] = {'o', 'k', '\n'};
         trace_.WriteFatal("status", status, sizeof(status));
         RTTrace_3(SYSTRACE_ID(number_, 1, kEventPage), page, 7, 12);
+        LogEvents(page);
+    }
+
+    void LogEvents(std::size_t page) const {
+        const std::wstring number = std::to_wstring(page);
+        const PayloadEntry entries[] = {{L"Page", number.c_str()}, {L"Tray", L"2"}};
+        LogEvent(EVENT_TYPE_ERROR, L"DeviceHost", kEventPage, L"device_host.cpp", __LINE__, entries, 2);
+        EventLogPayload payload;
+        payload.AddHashedData("User", "someone");
+        payload.AddNonHashedData("Page", std::to_string(page).c_str());
+        EventLog::LogEvent(EVENT_TYPE_ERROR, "DeviceHost", number_, payload);
     }
 
     NimaTrace trace_;
@@ -102,6 +114,42 @@ class Component {
     const char* end_;
     TRACE_RING_HANDLE ring_ = nullptr;
 };
+
+/// What the host's callbacks received. They are called one at a time, so it needs no lock.
+struct ReceivedEvents {
+    std::size_t wide = 0;
+    std::size_t records = 0;
+    std::wstring firstPayload;
+    std::string firstRecord;
+};
+
+ReceivedEvents& Received() {
+    static ReceivedEvents events;
+    return events;
+}
+
+unsigned long OnEvent(EventTypes /*type*/, const wchar_t* /*source*/, unsigned long /*id*/,
+                      const wchar_t* /*file*/, int /*line*/, const wchar_t* payloadXml) {
+    if (Received().wide++ == 0 && payloadXml != nullptr) {
+        Received().firstPayload = payloadXml;
+    }
+    return 0;
+}
+
+unsigned long OnVantorEvent(EventTypes /*type*/, unsigned long size, unsigned char* record) {
+    if (Received().records++ == 0) {
+        Received().firstRecord.assign(reinterpret_cast<const char*>(record), size);
+    }
+    return 0;
+}
+
+void PrintReceivedEvents() {
+    const ReceivedEvents& events = Received();
+    std::printf("%8zu wide events received, the first with %ls\n", events.wide, events.firstPayload.c_str());
+    std::printf("%8zu flat records received, the first of %zu bytes\n", events.records,
+                events.firstRecord.size());
+    std::ofstream("event-record.bin", std::ios::binary) << events.firstRecord;
+}
 
 /// Waits until that many lines have been written.
 void AwaitProgress(const Work& work, std::size_t lines) {
@@ -190,7 +238,7 @@ int Usage(FILE* out) {
         "a\n"
         "                child process, and print the crash notifications and how it ended\n"
         "Leaves in the working directory: device.log, device-night.log with its backup,\n"
-        "engine-history.txt, SysTrace.bin, rings.txt and the two shared segments.\n"
+        "engine-history.txt, SysTrace.bin, rings.txt, event-record.bin and the two shared segments.\n"
         "Exit status: 0 when every line was accounted for, 1 otherwise, 2 for bad usage or input.\n",
         out);
     return out == stdout ? 0 : 2;
@@ -229,6 +277,7 @@ bool LoadWork(const Options& options, Work& work) {
 
 void RunComponents(Work& work, bool console) {
     SysTraceConfigure();
+    SetupEventLogCallbacks(OnEvent, OnVantorEvent);
     std::array<Component, 4> components{Component("Scanner", 1, RING_SCAN_ENGINE, console),
                                         Component("Engine", 2, RING_PRINT_ENGINE, console),
                                         Component("Fax", 3, RING_FACSIMILE, console),
@@ -271,6 +320,7 @@ int Run(const Options& options) {
     RunComponents(work, false);
     TraceTest(0, "at the end of the run");
     TraceDeviceFlushAll(false);
+    PrintReceivedEvents();
     DumpSysTrace(L"SysTrace.bin", 2);
     DumpRingBuffersUnformatted(L"rings.txt", 2);
     return KeepHistory(work) == 0 && AccountForLines(work) ? 0 : 1;

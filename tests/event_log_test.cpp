@@ -67,7 +67,8 @@ std::vector<RingBufferData> InternalEvents() {
     GetTraceRingBuffer(RING_PLATFORM, &ring);
     std::vector<RingBufferData> records(512);
     unsigned long copied = 0;
-    GetTraceData(ring, reinterpret_cast<unsigned char*>(records.data()), 512 * 32, &copied);
+    GetTraceData(ring, reinterpret_cast<unsigned char*>(records.data()),
+                 records.size() * sizeof(RingBufferData), &copied);
     std::erase_if(records, [](const RingBufferData& record) { return record.timestamp == 0; });
     return records;
 }
@@ -278,7 +279,7 @@ TEST_F(Events, EventsComeOneAtATimeWhileCallbacksAreExchanged) {
 TEST_F(Events, ACancelledCallbackGivesTheLockBack) {
     const auto sleeping = [](EventTypes, const wchar_t*, unsigned long, const wchar_t*, int, const wchar_t*) {
         for (;;) {
-            ::usleep(1000);
+            ::pthread_testcancel();
         }
         return 0UL;
     };

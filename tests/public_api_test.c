@@ -90,9 +90,13 @@ static unsigned long OnEvent(EventTypes type, const wchar_t* source, unsigned lo
     return 0;
 }
 
+/* NOLINTNEXTLINE(readability-non-const-parameter): the callback's type */
 static unsigned long OnVantorEvent(EventTypes type, unsigned long size, unsigned char* record) {
-    const VantorEntry* entry = (const VantorEntry*)(record + sizeof(VantorCallbackStruct));
-    CHECK(type == 4 && size == 56 + 2 * 256 && ((const VantorCallbackStruct*)record)->eventId == 5);
+    const void* start = record;
+    const VantorCallbackStruct* head = start;
+    const void* behind = head + 1;
+    const VantorEntry* entry = behind;
+    CHECK(type == 4 && size == 56 + 2 * 256 && head->eventId == 5);
     CHECK(strcmp(entry->text, "Context,hashed") == 0);
     return 0;
 }

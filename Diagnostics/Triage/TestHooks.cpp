@@ -49,13 +49,14 @@ void* TestFailureThread(void* /*unused*/) {
     DeviceFatalErrorExtra(kTestFailureCode, "Diagnostics/TraceImpl", 58, 16, words);
     // Only where the fatal error comes back.
     LogTestEvents();
-    do {
+    if (interactive) {
         _GenerateAccessViolation(nullptr);
-        if (!interactive) {
-            LogTestEvents();
-        }
-    } while (!interactive);
-    return nullptr;
+        return nullptr;
+    }
+    for (;;) {
+        _GenerateAccessViolation(nullptr);
+        LogTestEvents();
+    }
 }
 
 /// Converts a wide text into a zeroed buffer. The formatter's result: the whole length, negative where it
