@@ -122,14 +122,21 @@ void AppendFunction(unw_cursor_t& cursor, char (&line)[kFrameLineSize]) {
     }
 }
 
-/// The working directory, cut to its buffer; empty if it cannot be had.
+/// The working directory, cut to its buffer; empty if it cannot be had. Unlike `getcwd` the link is read as
+/// far as there is room.
 void WorkingDirectory(char (&directory)[kWorkingDirectorySize]) {
-    char whole[1024] = {};
-    if (::getcwd(whole, sizeof(whole)) == nullptr) {
-        whole[0] = '\0';
-    }
     std::memset(directory, 0, sizeof(directory));
-    std::memcpy(directory, whole, ::strnlen(whole, sizeof(directory) - 1));
+    if (::readlink("/proc/self/cwd", directory, sizeof(directory) - 1) <= 0 &&
+        ::getcwd(directory, sizeof(directory)) == nullptr) {
+        directory[0] = '\0';
+    }
+}
+
+/// A thread that is being cancelled would be unwound out of the handler by its first system call, and the
+/// crash be lost.
+void PutOffCancellation() {
+    int before = 0;
+    ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
 }
 
 void SendToMosk(const char* text) {
@@ -214,6 +221,7 @@ void notifyMoskAboutCrash(const char* name) {
 }
 
 void signalHandler(int signal) {
+    PutOffCancellation();
     if (signal == SIGABRT) {
         if (g_HasLastEntry.load() && ::pthread_equal(g_LastEntry.load(), ::pthread_self()) != 0) {
             EndByAbort();
@@ -235,6 +243,7 @@ void signalHandler(int signal) {
 }
 
 void terminateHandler() {
+    PutOffCancellation();
     int file = -1;
     char name[kStackFileNameSize];
     getFileName(&file, name);
@@ -269,6 +278,7 @@ void InstallCrashHandler(int coreSizeLimit) {
 
 void HandleFatalCrash(const char* message, const char* callStack, unsigned code, const char* file,
                       unsigned line) {
+    PutOffCancellation();
     const auto orEmpty = [](const char* text) { return text != nullptr ? text : ""; };
     message = orEmpty(message);
     callStack = orEmpty(callStack);

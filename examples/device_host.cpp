@@ -239,7 +239,10 @@ int Usage(FILE* out) {
         "                child process, and print the crash notifications and how it ended\n"
         "Leaves in the working directory: device.log, device-night.log with its backup,\n"
         "engine-history.txt, SysTrace.bin, rings.txt, event-record.bin and the two shared segments.\n"
-        "Exit status: 0 when every line was accounted for, 1 otherwise, 2 for bad usage or input.\n",
+        "and with --die what the death leaves: crash.txt, stack-trace files, a SysTrace.bin with a "
+        "backslash.\n"
+        "Exit status: 0 when every line was accounted for, 1 otherwise, 2 for bad usage or input;\n"
+        "with --die 0 when the device did die.\n",
         out);
     return out == stdout ? 0 : 2;
 }

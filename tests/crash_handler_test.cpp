@@ -99,9 +99,10 @@ std::string Notification(const std::string& path) {
 void ExpectFrames(const std::string& text) {
     EXPECT_FALSE(text.empty());
     const std::regex frame(
-        "0x[0-9a-f]+:( \\(.*\\+0x[0-9a-f]+\\)| -- error: unable to obtain symbol name for this frame|.*)");
+        "0x[0-9a-f]+:( \\(.*\\+0x[0-9a-f]+\\)| -- error: unable to obtain symbol name for this frame)");
     for (const std::string& line : Lines(text)) {
-        EXPECT_TRUE(std::regex_match(line, frame)) << line;
+        // A line that fills its buffer has been cut.
+        EXPECT_TRUE(line.size() == 98 || std::regex_match(line, frame)) << line;
         EXPECT_LE(line.size(), 98U);
     }
     EXPECT_EQ(text.back(), '\n');
@@ -203,6 +204,19 @@ TEST_F(CrashHandler, AHostsReportIsToTheByte) {
     EXPECT_FALSE(Exists(death.File(2)));
 }
 
+TEST_F(CrashHandler, AThreadThatIsBeingCancelledDiesAllTheSame) {
+    const auto cancelled = [](const std::function<void()>& action) {
+        return DieOf([&] {
+            std::thread([&] {
+                ::pthread_cancel(::pthread_self());
+                action();
+            }).join();
+        });
+    };
+    EXPECT_TRUE(cancelled([] { WriteToNowhere(Nowhere()); }).ByAbort());
+    EXPECT_TRUE(cancelled([] { HandleFatalCrash("x", "x", 1, "x", 1); }).ByAbort());
+}
+
 TEST_F(CrashHandler, ATakenNumberIsPassedOver) {
     const Death death = DieOf([] {
         const std::string taken = "stacktrace" + std::to_string(::getpid()) + "-1.txt";
@@ -214,7 +228,7 @@ TEST_F(CrashHandler, ATakenNumberIsPassedOver) {
     EXPECT_FALSE(Exists(death.File(3)));
 }
 
-TEST_F(CrashHandler, ALongOrVanishedWorkingDirectoryIsCut) {
+TEST_F(CrashHandler, ALongWorkingDirectoryIsCut) {
     const Mosk mosk;
     const std::string deep = directory() + "/a-folder-with-quite-a-long-name";
     std::filesystem::create_directory(deep);
@@ -224,6 +238,15 @@ TEST_F(CrashHandler, ALongOrVanishedWorkingDirectoryIsCut) {
     EXPECT_EQ(mosk.Received(),
               std::vector<std::string>{Notification(deep.substr(0, 29) + "/" + death.File(1))});
     ExpectFrames(ReadFile(death.File(1)));
+    std::string deeper = deep;
+    while (deeper.size() < 2000) {
+        deeper += "/" + std::string(200, 'd');
+        std::filesystem::create_directory(deeper);
+    }
+    std::filesystem::current_path(deeper);
+    death = DieOf([] { ::raise(SIGABRT); });
+    EXPECT_EQ(mosk.Received(),
+              std::vector<std::string>{Notification(deep.substr(0, 29) + "/" + death.File(1))});
 }
 
 TEST_F(CrashHandler, TheCoreDirectoryComesFromThePattern) {

@@ -11,6 +11,7 @@
 #include <regex>
 #include <thread>
 
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -36,6 +37,9 @@ extern "C" int IsOkToAutoRecover(long code, long faultAddress, std::uint32_t* ac
     std::snprintf(text, sizeof(text), "recover %lx %lx %x\n", code, faultAddress, *action);
     Note(text);
     *action = 0x55;
+    if (g_Decision < 0) {
+        throw g_Decision;
+    }
     return g_Decision;
 }
 
@@ -112,6 +116,7 @@ TEST_F(FatalErrors, TheWholeRoadInOrder) {
     EXPECT_EQ(ReadFile("hooks"), "dump C:\\logs\\ForcedUserCrashDump.dmp 3 0\nrecover 5 0 c0430001\n");
     EXPECT_EQ(CountOf(ReadFile("crash.txt"), "Error Code: 5\r\n"), 1U);
     EXPECT_EQ(Markers(".\\SysTrace.bin", 0x1FC0EACF), 1U) << "the folder, a backslash, the name";
+    EXPECT_EQ(Markers("SysTrace Buffer", 0x1FC0EAD5), 1U);
 }
 
 TEST_F(FatalErrors, ArgumentsReachTheLogAsTheyAre) {
@@ -166,6 +171,24 @@ TEST_F(FatalErrors, WithoutPathsTheRestIsStillDone) {
               8);
     EXPECT_EQ(CountOf(Trace(), notCaptured), 2U);
     EXPECT_TRUE(Exists(".\\SysTrace.bin"));
+}
+
+TEST_F(FatalErrors, NeitherAThrowingHookNorACancelledThreadKeepsTheProcessAlive) {
+    EXPECT_EQ(ExitOf([] {
+                  g_Decision = -1;
+                  EnableExitTraps();
+                  DeviceFatalError(21, "f", 1);
+              }),
+              21);
+    EXPECT_EQ(CountOf(Output(), "AutoRecover: OkToAutoRecover=0, Action=0x55\r\n"), 1U);
+    EXPECT_EQ(ExitOf([] {
+                  std::thread([] {
+                      ::pthread_cancel(::pthread_self());
+                      DeviceFatalError(22, "f", 1);
+                  }).join();
+              }),
+              22);
+    EXPECT_EQ(CountOf(ReadFile("crash.txt"), "Error Code: 16\r\n"), 1U);
 }
 
 TEST_F(FatalErrors, OfSixThreadsOneIsHandled) {
@@ -249,7 +272,6 @@ TEST_F(FatalErrors, PolicyWords) {
     EXPECT_EQ(ReleaseCrashHandler(), 0);
     EXPECT_EQ(LockCrashHandler(), 1);
     EXPECT_EQ(ReleaseCrashHandler(), 0);
-    EXPECT_EQ(RebootAfterCrash(), 0);
 }
 
 } // namespace Nima::Testing

@@ -7,14 +7,12 @@
 
 #include <barrier>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <regex>
 #include <set>
 #include <thread>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <Diagnostics/RingBufferApi.h>
@@ -224,25 +222,15 @@ TEST_F(Rings, ConcurrentWritersShareOneRing) {
 }
 
 TEST_F(Rings, ALaterProcessFindsWhatAKilledOneWrote) {
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
+    KilledMidway([](const std::function<void()>& underWay) {
         TRACE_RING_HANDLE ring = Ring(0);
         for (std::uint32_t i = 1;; ++i) {
             WriteEventToRingBuffer(ring, 1, i, i, i, i, i);
             if (i == 100) {
-                [[maybe_unused]] const auto count = ::write(ready[1], "x", 1);
+                underWay();
             }
         }
-    }
-    char byte = 0;
-    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ::close(ready[0]);
-    ::close(ready[1]);
+    });
     // Building the rings anew keeps the records and starts writing at slot 0.
     EXPECT_NE(RecordAt(SegmentRecords(), 99).timestamp, 0);
     WriteEventToRingBuffer(Ring(0), 2, 0xAAAA, 0, 0, 0, 0);

@@ -8,7 +8,6 @@
 #include <atomic>
 #include <barrier>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -17,7 +16,6 @@
 #include <thread>
 
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <Diagnostics/RealTimeTraceApi.h>
@@ -529,26 +527,16 @@ TEST_F(SysTrace, TheWholeSegmentIsDumpedInBoundedPieces) {
 }
 
 TEST_F(SysTrace, AKilledProcessLeavesItsRecords) {
-    int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
+    KilledMidway([](const std::function<void()>& underWay) {
         ::freopen("/dev/null", "w", stdout);
         SysTraceConfigure();
         for (std::uint32_t i = 0;; ++i) {
             RTTrace_1(SYSTRACE_ID(9, 0, 1), i);
             if (i == 1000) {
-                [[maybe_unused]] const auto count = ::write(ready[1], "x", 1);
+                underWay();
             }
         }
-    }
-    char byte = 0;
-    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ::close(ready[0]);
-    ::close(ready[1]);
+    });
     EXPECT_EQ(DumpSysTrace(L"dump", 0), 0);
     const std::string dump = ReadFile("dump");
     ASSERT_GE(dump.size(), 512U + 1000 * 24);

@@ -1,6 +1,7 @@
 /// What triage callbacks, adapters and the capture write, section by section.
 
 #include "Diagnostics/RealTime/RingBufferMgr.h"
+#include "Diagnostics/Triage/CrashPolicy.h"
 #include "Diagnostics/Triage/ModuleListing.h"
 #include "Diagnostics/Triage/StandardTriageCallback.h"
 #include "Diagnostics/Triage/TriageCapture.h"
@@ -11,8 +12,10 @@
 #include <climits>
 #include <cstring>
 #include <regex>
+#include <thread>
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <Diagnostics/RealTimeTraceApi.h>
 #include <Diagnostics/RingBufferApi.h>
@@ -302,6 +305,17 @@ TEST_F(Triage, WideTextIsWrittenPieceByPiece) {
     EXPECT_EQ(write(300, text.c_str()), std::string(1000, 'w'));
     EXPECT_EQ(write(7, text.c_str()), std::string(1000, 'w'));
     EXPECT_EQ(write(7, nullptr) + write(7, L"") + write(0, L"x"), "");
+}
+
+TEST_F(Triage, ASignalEndsTheWaitForADebugger) {
+    WaitForDebug(); // not asked for
+    WaitForDebugSetup(1);
+    std::thread debugger([] {
+        ::usleep(20000);
+        ContinueAfterCrash();
+    });
+    WaitForDebug();
+    debugger.join();
 }
 
 TEST_F(Triage, PathsAreSplitAtTheirLastSeparator) {

@@ -72,11 +72,12 @@ int LockCrashHandler(void) {
 }
 
 int ReleaseCrashHandler(void) {
-    const std::int32_t before = g_CrashCount.fetch_sub(1);
-    if (before <= 0) {
-        g_CrashCount.fetch_add(1);
-        return EPERM; // nobody holds it
-    }
+    std::int32_t before = g_CrashCount.load();
+    do {
+        if (before <= 0) {
+            return EPERM; // nobody holds it
+        }
+    } while (!g_CrashCount.compare_exchange_weak(before, before - 1));
     return before > 1 ? 0 : g_CrashLock.unlock();
 }
 

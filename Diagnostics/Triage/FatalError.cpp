@@ -2,6 +2,7 @@
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/Triage/CrashPolicy.h"
 #include "Diagnostics/Triage/StandardTriageCallback.h"
+#include "platform/Cancellation.h"
 #include "platform/Text.h"
 
 #include <algorithm>
@@ -53,7 +54,8 @@ void FlushWithForce() {
 
 void Recover(const TriageCallback& callback) {
     std::uint32_t action = kActionReboot;
-    const int decision = IsOkToAutoRecover(callback.errorCode(), callback.faultAddress(), &action);
+    const int decision =
+        Guarded(0, [&] { return IsOkToAutoRecover(callback.errorCode(), callback.faultAddress(), &action); });
     wchar_t line[100] = {};
     _snwprintf_s_helper(line, std::size(line) - 1, std::size(line) - 1,
                         L"AutoRecover: OkToAutoRecover=%d, Action=0x%x\r\n", decision, action);
@@ -75,18 +77,21 @@ void _HandleFatalCondition(TriageCallback* callback) {
         WaitForDebug();
         return;
     }
-    callback->LogFailure();
+    GuardedCall([=] { callback->LogFailure(); });
     const int captured = CaptureTriageData(g_CrashLogFile, kBackups, callback, g_TriageFilePath);
     TraceFatal(captured != 0 ? kCaptured : kNotCaptured);
-    if (callback->GetDump() != 0) {
-        GenerateCrashDump(g_CrashDumpFile != nullptr ? g_CrashDumpFile : kDefaultDumpFile, 3, 0);
-    }
+    GuardedCall([=] {
+        if (callback->GetDump() != 0) {
+            GenerateCrashDump(g_CrashDumpFile != nullptr ? g_CrashDumpFile : kDefaultDumpFile, 3, 0);
+        }
+    });
     WaitForDebug();
     Recover(*callback);
 }
 
 int _DeviceFatalErrorImpl(long code, const char* file, int line, _EXCEPTION_POINTERS* pointers,
                           long extraCount, long* extraData) {
+    const CancellationDelay delay; // a thread that is being cancelled dies of its failure all the same
     const auto code32 = static_cast<std::uint32_t>(code);
     {
         const StaticSlot<NimaTrace>::Use tracer(_TraceFactory);
@@ -105,6 +110,7 @@ int _DeviceFatalErrorImpl(long code, const char* file, int line, _EXCEPTION_POIN
         callback.SetAssertInfo(code, file, line, pointers, extraCount, extraData);
         _HandleFatalCondition(&callback);
     });
+    DisableExitTraps();
     TraceServices::ShutdownTrace(true);
     std::exit(static_cast<int>(code));
 }
@@ -123,6 +129,7 @@ void OnExit() {
     if (!g_ExitTrapsEnabled.load()) {
         return;
     }
+    const CancellationDelay delay;
     RTTrace(kMarkerExitTrapped);
     if (LockCrashHandler() == 0) {
         return;

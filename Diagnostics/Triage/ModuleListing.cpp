@@ -62,7 +62,6 @@ int WriteModules(ModuleSource& source, int snapshot, char* scratch, int size, Ou
             break;
         }
     } while (source.Next(snapshot, &module) != 0);
-    RecordInternalDiagnosticEvent(kModuleListingEnds, 0, 0, 0, 0);
     return first;
 }
 
@@ -71,7 +70,11 @@ int WriteModules(ModuleSource& source, int snapshot, char* scratch, int size, Ou
 int ListModulesOf(ModuleSource& source, char* scratch, int size, int processId, OutputAdapter& adapter,
                   TriageCallback* callback) {
     int snapshot = kNoSnapshot;
-    int result = 0;
+    const auto close = [&] {
+        if (snapshot != kNoSnapshot) {
+            source.Close(snapshot);
+        }
+    };
     try {
         RecordInternalDiagnosticEvent(kModuleListingStarts, 2, 0, 0, 0);
         snapshot = source.Create(kSnapshotOfModules, processId);
@@ -79,18 +82,21 @@ int ListModulesOf(ModuleSource& source, char* scratch, int size, int processId, 
             RecordInternalDiagnosticEvent(kModuleSnapshotFailed, errno, 0, 0, 0);
             return 0;
         }
-        result = WriteModules(source, snapshot, scratch, size, adapter, callback);
+        const int first = WriteModules(source, snapshot, scratch, size, adapter, callback);
+        close();
+        if (first != 0) {
+            RecordInternalDiagnosticEvent(kModuleListingEnds, 0, 0, 0, 0);
+        }
+        return first;
     } catch (...) {
         if (IsCancellation()) {
             throw;
         }
         _WriteSingleLineOutput(adapter, "Fault getting list of modules.");
+        GuardedCall(close);
         RecordInternalDiagnosticEvent(kFaultInDiagnostics, _get_exception_code_helper(), 0, 0, 0);
+        return 0;
     }
-    if (snapshot != kNoSnapshot) {
-        source.Close(snapshot);
-    }
-    return result;
 }
 
 int TriageCallback::ListProcessModules(char* scratch, int size, int processId, OutputAdapter& adapter,

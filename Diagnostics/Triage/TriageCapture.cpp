@@ -4,6 +4,7 @@
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/Triage/StandardTriageCallback.h"
+#include "platform/Cancellation.h"
 #include "platform/Files.h"
 #include "platform/Text.h"
 
@@ -39,8 +40,8 @@ void DumpTraceInto(const wchar_t* folder, unsigned long backups) {
         TraceError("Failed to dump trace data, not enough memory to allocate a file path.\r\n");
         return;
     }
-    _snwprintf_s_helper(path.get(), kPathSize, kPathSize, L"%ls\\SysTrace.bin", folder);
-    if (path[0] != L'\0') {
+    // A folder that is too long would be cut to the name of something else.
+    if (_snwprintf_s_helper(path.get(), kPathSize, kPathSize, L"%ls\\SysTrace.bin", folder) >= 1) {
         DumpSysTrace(path.get(), static_cast<int>(backups));
     }
 }
@@ -53,6 +54,7 @@ int CaptureTriageData(const wchar_t* crashLogPath, unsigned long backups, Triage
     if (crashLogPath == nullptr || callback == nullptr) {
         return 0;
     }
+    const CancellationDelay delay;
     return Guarded(0, [=] {
         void* const file = _CreateFileAndRollBackup(crashLogPath, static_cast<int>(backups));
         if (!IsValidHandle(file)) {

@@ -12,8 +12,8 @@
 ///     DeviceFatalError(0x31AC01, __FILE__, __LINE__);
 ///
 /// doc/crash-log.md and doc/stack-trace.md tell what is left behind. Values that a `long` carries are cut to
-/// 32 bits. Any thread may call anything here; nothing may be called from a signal handler. No exception
-/// leaves.
+/// 32 bits. Any thread may call anything here; nothing but `HandleFatalCrash` may be called from a signal
+/// handler. No exception leaves.
 
 #include <Diagnostics/Export.h>
 #include <Diagnostics/Types.h>

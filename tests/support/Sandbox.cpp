@@ -1,6 +1,7 @@
 #include "tests/support/Sandbox.h"
 
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -101,6 +102,23 @@ void InGoodChild(const std::function<void()>& action) {
     const int status = InChild(action);
     ASSERT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
     ASSERT_EQ(WEXITSTATUS(status), 0);
+}
+
+void KilledMidway(const std::function<void(const std::function<void()>& underWay)>& action) {
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        action([&ready] { [[maybe_unused]] const auto count = ::write(ready[1], "x", 1); });
+        ::_exit(1);
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+    ::kill(child, SIGKILL);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    ::close(ready[0]);
+    ::close(ready[1]);
 }
 
 TinyDisk::TinyDisk(const std::string& path, int kilobytes) : path_(path) {

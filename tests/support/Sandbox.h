@@ -38,6 +38,10 @@ int InChild(const std::function<void()>& action);
 /// The same, asserting that the child ended with status 0.
 void InGoodChild(const std::function<void()>& action);
 
+/// Runs an endless action in a child process, and kills it with signal 9 some time after it has called what
+/// it is given.
+void KilledMidway(const std::function<void(const std::function<void()>& underWay)>& action);
+
 /// Mounts a small tmpfs on a directory made for it and unmounts it at the end; `mounted()` is false where the
 /// machine does not allow that.
 class TinyDisk {
