@@ -6,6 +6,7 @@
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,6 +25,7 @@ std::atomic<unsigned> g_Slept{0};
 // The failure thread's long sleep, which nobody has time for.
 extern "C" unsigned sleep(unsigned seconds) {
     g_Slept += seconds;
+    std::ofstream("slept") << seconds;
     return 0;
 }
 
@@ -66,6 +68,7 @@ TEST_F(Hooks, TheAsynchronousFailureNeedsCrashModeOne) {
         ::pause();
     });
     ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(ReadFile("slept"), "500");
     EXPECT_EQ(WEXITSTATUS(status), 0x45) << "the low 8 bits of 0x00492345";
     EXPECT_EQ(CountOf(ReadFile("crash.txt"),
                       "Error Code: 492345\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\n"
@@ -109,7 +112,8 @@ TEST_F(Hooks, EventsOfBothKindsAreLogged) {
     EXPECT_EQ(g_LastRecord.substr(56 + 12, 15), std::string("Context,hashed") + '\0');
     EXPECT_EQ(g_LastRecord.substr(312 + 12, 14), std::string("Context,other") + '\0');
     EXPECT_EQ(XXX_TestNativeEventVantorLogFeature(4, 5, nullptr, nullptr, nullptr), 1);
-    EXPECT_EQ(g_LastRecord.size(), 56U);
+    EXPECT_EQ(g_LastRecord.size(), 56U + 512);
+    EXPECT_EQ(g_LastRecord.substr(56 + 12, 9), std::string("Context,") + '\0');
     XXX_HardwareBreakpoint(7);
 }
 

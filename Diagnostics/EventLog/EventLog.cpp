@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <memory>
@@ -21,8 +22,8 @@ namespace {
 constexpr unsigned long kNoCallback = 19;
 constexpr int kPayloadChars = 1024;
 
-EventLogCallback g_EventLogCallback = nullptr;
-EventLogVantorCallback g_EventLogVantorCallback = nullptr;
+constinit EventLogCallback g_EventLogCallback = nullptr;
+constinit EventLogVantorCallback g_EventLogVantorCallback = nullptr;
 
 /// Calls the host's code between two internal events and keeps in what it throws. The lock is held.
 template <class Call>
@@ -30,7 +31,7 @@ unsigned long CallBracketed(EventTypes type, unsigned long id, Call call) {
     const int id32 = static_cast<int>(id);
     RecordInternalDiagnosticEvent(kEventLogCallbackCalled, type, id32, 0, 0);
     try {
-        const unsigned long result = call();
+        const auto result = static_cast<std::uint32_t>(call());
         RecordInternalDiagnosticEvent(kEventLogCallbackCalled, type, id32, 1, 0);
         return result;
     } catch (...) {
@@ -107,7 +108,7 @@ int EventLog::LogEvent(EventTypes type, const wchar_t* source, long id, const wc
         length =
             static_cast<int>(::wcsnlen(text, kPayloadChars)); // no memory for the text: what there is of it
     }
-    const unsigned long result = DoEventLogCallback(type, source, static_cast<unsigned long>(id), file, line,
+    const unsigned long result = DoEventLogCallback(type, source, static_cast<std::uint32_t>(id), file, line,
                                                     length != 0 ? text : nullptr);
     errno = static_cast<int>(result);
     return result == 0 ? 1 : 0;
@@ -116,7 +117,7 @@ int EventLog::LogEvent(EventTypes type, const wchar_t* source, long id, const wc
 int EventLog::LogEvent(EventTypes type, const char* source, unsigned long id, EventLogPayload& payload) {
     const int size = payload.SerializeToCallback(nullptr);
     RecordMemory memory;
-    VantorCallbackStruct* const record = MakeRecord(memory, size, type, source, id);
+    VantorCallbackStruct* const record = size != 0 ? MakeRecord(memory, size, type, source, id) : nullptr;
     if (record == nullptr) {
         errno = ENOMEM;
         return 0;

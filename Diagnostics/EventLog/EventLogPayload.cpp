@@ -1,6 +1,8 @@
+#include "Diagnostics/Guarded.h"
 #include "platform/Text.h"
 
 #include <cerrno>
+#include <climits>
 
 #include <Diagnostics/EventLogPayload.h>
 
@@ -10,7 +12,7 @@ namespace {
 
 void Append(EventLogPayload::Pairs& pairs, const char* key, const char* value) {
     if (key != nullptr && value != nullptr) {
-        pairs.emplace_back(key, value);
+        GuardedCall([&] { pairs.emplace_back(key, value); });
     }
 }
 
@@ -58,14 +60,19 @@ void EventLogPayload::SerializeToXml(std::stringstream& out) const {
 }
 
 int EventLogPayload::SerializeToCallback(VantorCallbackStruct* record) const {
-    const int entryArea = GetNumberOfDataElements() * VANTOR_ENTRY_SIZE;
-    const int size = static_cast<int>(sizeof(VantorCallbackStruct)) + entryArea;
+    const long long wanted = static_cast<long long>(hashed_.size() + nonHashed_.size()) * VANTOR_ENTRY_SIZE +
+                             static_cast<long long>(sizeof(VantorCallbackStruct));
+    if (wanted > INT_MAX) {
+        errno = ENOMEM;
+        return 0;
+    }
+    const int size = static_cast<int>(wanted);
     if (record != nullptr) {
         if (static_cast<std::uint32_t>(size) > record->totalSize) {
             errno = ENOMEM;
             return size;
         }
-        record->entryAreaSize = static_cast<std::uint32_t>(entryArea);
+        record->entryAreaSize = static_cast<std::uint32_t>(size) - sizeof(VantorCallbackStruct);
         void* const entries = record + 1;
         VantorEntry* const next =
             FillEntries(static_cast<VantorEntry*>(entries), VANTOR_ENTRY_HASHED, hashed_);

@@ -18,7 +18,7 @@ volatile std::uint32_t* volatile g_Null = nullptr;
 } // namespace
 
 NIMA_FAULTS_ON_PURPOSE void ForceAccessViolation() {
-    g_Value = *g_Null;
+    static_cast<void>(*g_Null);
     __builtin_trap();
 }
 

@@ -81,8 +81,9 @@ void WriteAtAllLevels(NimaTrace& trace, const char* tag, const unsigned char* da
 } // namespace
 
 int XXX_TestAsyncFail(bool interactive) {
-    if (GetCrashMode() != kArmed) {
-        return GetCrashMode();
+    const int mode = GetCrashMode();
+    if (mode != kArmed) {
+        return mode;
     }
     return Guarded(0, [=] {
         void* const replaced = g_TestFailureEvent.exchange(_create_event_helper(false, false, nullptr));
@@ -147,8 +148,7 @@ int XXX_TestNativeEventVantorLogFeature(EventTypes type, unsigned long id, const
     Narrow(nonHashed, sizeof(nonHashed), nonHashedContext);
     Narrow(narrowSource, sizeof(narrowSource), source);
     return Guarded(0, [&] {
-        SimpleDiagnosticPayload payload(hashedContext != nullptr ? hashed : nullptr,
-                                        nonHashedContext != nullptr ? nonHashed : nullptr);
+        SimpleDiagnosticPayload payload(hashed, nonHashed);
         return EventLog::LogEvent(type, narrowSource, id, payload);
     });
 }

@@ -17,7 +17,7 @@ class NIMA_DIAGNOSTICS_API EventLogPayload {
   public:
     using Pairs = std::vector<std::pair<std::string, std::string>>;
 
-    /// Append a pair; nothing for a null key or value.
+    /// Append a pair; nothing for a null key or value, or without memory.
     void AddHashedData(const char* key, const char* value);
     void AddNonHashedData(const char* key, const char* value);
     /// All pairs of both lists.
@@ -30,7 +30,8 @@ class NIMA_DIAGNOSTICS_API EventLogPayload {
     static void AddDataToSection(std::stringstream& out, const char* sectionName, const Pairs& pairs);
     /// The size in bytes of the record, 56 + 256 for each pair. Fills size of the entry area and entries of a
     /// record that is given, provided that its `totalSize` says it is large enough; otherwise it is left
-    /// alone and `errno` is ENOMEM. `errno` is 0 in all other cases.
+    /// alone and `errno` is ENOMEM. `errno` is 0 in all other
+    /// cases, but for a record of 2 GiB and more: 0 with `errno` ENOMEM.
     int SerializeToCallback(VantorCallbackStruct* record) const;
 
   private:

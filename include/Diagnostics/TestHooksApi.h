@@ -28,7 +28,8 @@ NIMA_DIAGNOSTICS_API int XXX_TestEzLargeTraceWrites(const wchar_t* name, const w
 /// Logs a wide event without payload.
 NIMA_DIAGNOSTICS_API int XXX_TestNativeEventLogFeature(EventTypes type, const wchar_t* source, long id,
                                                        const wchar_t* file, int line);
-/// Logs an 8-bit event with a context in each list, cut to 255 bytes; a null context adds none.
+/// Logs an 8-bit event with a context in each list, cut to 255 bytes; one that is null or
+/// does not convert is empty.
 NIMA_DIAGNOSTICS_API int XXX_TestNativeEventVantorLogFeature(EventTypes type, unsigned long id,
                                                              const wchar_t* source,
                                                              const wchar_t* hashedContext,
