@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fstream>
 #include <regex>
+#include <stdexcept>
 #include <thread>
 
 #include <pthread.h>
@@ -38,7 +39,7 @@ extern "C" int IsOkToAutoRecover(long code, long faultAddress, std::uint32_t* ac
     Note(text);
     *action = 0x55;
     if (g_Decision < 0) {
-        throw g_Decision;
+        throw std::runtime_error("the host's trouble");
     }
     return g_Decision;
 }
