@@ -402,28 +402,6 @@ TEST_F(SysTrace, ACallbackMayRefuseOrTakeLess) {
     EXPECT_EQ(block.header().liveFilter[4], 0xFFFFFFFFU) << "tracing goes on after each";
 }
 
-TEST_F(SysTrace, HardwareIsAbsentAsDocumented) {
-    TarnRegisterData registers{{1, 2, 3, 4}};
-    NimaTimerHwStruct timer{{1, 2, 3, 4, 5}};
-    unsigned long address = 5;
-    EXPECT_EQ(GetRTTraceRegisters(&registers), 0);
-    EXPECT_EQ(registers.words[2], 0U);
-    GetRTTraceTimer(&address);
-    EXPECT_EQ(errno, EOPNOTSUPP);
-    EXPECT_EQ(address, 0U);
-    errno = 0;
-    EXPECT_EQ(GetRTTraceTimerInfo(&timer), 0);
-    EXPECT_EQ(errno, EOPNOTSUPP);
-    EXPECT_EQ(timer.words[4], 0U);
-    for (const auto& call : std::vector<std::function<void()>>{[] { GetRTTraceRegisters(nullptr); },
-                                                               [] { GetRTTraceTimer(nullptr); },
-                                                               [] { GetRTTraceTimerInfo(nullptr); }}) {
-        errno = 0;
-        call();
-        EXPECT_EQ(errno, EINVAL);
-    }
-}
-
 // Whatever the interleaving, each record can be put together again from continuation, id and thread.
 TEST_F(SysTrace, ConcurrentRecordsAreAllThere) {
     constexpr std::uint32_t kThreads = 8;

@@ -30,7 +30,15 @@ class CaptureEnd {
     unsigned long event_;
 };
 
-constexpr const wchar_t* kCannotBegin = L"ERROR!! SysTrace::Dump() BeginTraceCapture() failed! \r\n";
+bool BeginCapture(SysTraceBuffer& buffer, unsigned long refusedEvent, unsigned long endEvent) {
+    if (buffer.BeginTraceCapture()) {
+        return true;
+    }
+    PrintWideMessage(L"ERROR!! SysTrace::Dump() BeginTraceCapture() failed! \r\n");
+    RTTrace(refusedEvent);
+    RTTrace(endEvent);
+    return false;
+}
 
 } // namespace
 
@@ -81,10 +89,7 @@ void SysTraceBuffer::WriteBlock(void* file, const wchar_t* path) {
 
 void SysTraceBuffer::Dump(const wchar_t* path, int backups) {
     RTTrace(kFileDumpStarts);
-    if (!BeginTraceCapture()) {
-        PrintWideMessage(kCannotBegin);
-        RTTrace(kFileDumpRefused);
-        RTTrace(kFileDumpEnds);
+    if (!BeginCapture(*this, kFileDumpRefused, kFileDumpEnds)) {
         return;
     }
     const CaptureEnd end(*this, kFileDumpEnds);
@@ -130,10 +135,7 @@ void SysTraceBuffer::Dump(SysTraceDumpCallback callback, void* context) {
         return;
     }
     RTTrace(kCallbackDumpStarts);
-    if (!BeginTraceCapture()) {
-        PrintWideMessage(kCannotBegin);
-        RTTrace(kCallbackDumpRefused);
-        RTTrace(kCallbackDumpEnds);
+    if (!BeginCapture(*this, kCallbackDumpRefused, kCallbackDumpEnds)) {
         return;
     }
     const CaptureEnd end(*this, kCallbackDumpEnds);
