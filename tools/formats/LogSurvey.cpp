@@ -1,0 +1,183 @@
+#include "tools/formats/LogSurvey.h"
+
+#include "tools/time/CounterClock.h"
+
+#include <algorithm>
+#include <array>
+#include <unordered_map>
+
+namespace NimaPost {
+
+namespace {
+
+/// A file passes its maximum by less than a buffer and a line, so rounds end within this of each other.
+constexpr std::uint64_t kRoundsDiffer = 4096 + 2048;
+/// A roll follows the line that caused it at once, in the same call.
+constexpr std::int64_t kRollDelay = kSecond / 50;
+constexpr std::int64_t kDisorder = kSecond / 10;
+
+/// A place where a line's stamp steps far ahead of the one before, or could not have followed it.
+struct Step {
+    std::int64_t width = -1;
+    std::uint64_t offset = 0; ///< where the lines behind it begin, a torn one included
+    bool torn = false;        ///< a line without header stands between
+    bool cutHeader = false;   ///< and it looks like the rest of a line that had one
+};
+
+/// What one reading of a file tells about rounds in it.
+class RoundDetector {
+  public:
+    void Line(const LogLine& line, std::string_view text, std::uint64_t offset) {
+        if (!line.hasHeader) {
+            if (headerless_ == 0) {
+                headerlessOffset_ = offset;
+                headerlessIsCut_ = LooksLikeCutLine(text);
+            }
+            ++headerless_;
+            return;
+        }
+        if (const auto date = CalibrationDate(line)) {
+            if (!first_ && offset == 0) {
+                first_ = line.counter;
+                firstThread_ = line.thread;
+                firstDate_ = date;
+            } else if (firstDate_ && date->second < firstDate_->second && !dateFellAt_) {
+                dateFellAt_ = offset;
+            }
+        }
+        Consider(line, offset);
+        previous_ = line.counter;
+        lastOfThread_[line.thread] = line.counter;
+        headerless_ = 0;
+    }
+
+    std::optional<RewoundFile> Judge(const InputFile& file) const {
+        if (!first_) {
+            return std::nullopt;
+        }
+        RewoundFile rewound;
+        rewound.tailEnd = file.Size();
+        const bool closed = FindTailEnd(file, rewound.tailEnd);
+        const Step* best = nullptr;
+        for (const Step& step : widest_) {
+            if (step.width >= 0 && step.offset < rewound.tailEnd &&
+                (!dateFellAt_ || step.offset <= *dateFellAt_) &&
+                (best == nullptr || Rank(step) > Rank(*best))) {
+                best = &step;
+            }
+        }
+        // Without the tie between the tail's end and the file's first line only a cut header or an older date
+        // is proof.
+        if (best == nullptr || (!closed && !best->cutHeader && !dateFellAt_)) {
+            return std::nullopt;
+        }
+        rewound.newestEnd = best->offset;
+        return rewound;
+    }
+
+  private:
+    static int Rank(const Step& step) { return step.cutHeader ? 2 : step.torn ? 1 : 0; }
+
+    void Consider(const LogLine& line, std::uint64_t offset) {
+        if (!previous_) {
+            return;
+        }
+        Step step;
+        step.width = Modulo(line.counter - *previous_, kCounterPeriod);
+        if (step.width > kCounterPeriod - kDisorder) {
+            // A small fall is a line that came late, unless its own thread had been further.
+            const auto last = lastOfThread_.find(line.thread);
+            const bool possible =
+                last == lastOfThread_.end() ||
+                Modulo(line.counter - last->second, kCounterPeriod) < kCounterPeriod - kDisorder;
+            step.width = possible ? 0 : step.width;
+        }
+        step.torn = headerless_ > 0;
+        step.cutHeader = step.torn && headerless_ == 1 && headerlessIsCut_;
+        step.offset = step.torn ? headerlessOffset_ : offset;
+        auto* narrowest = std::min_element(widest_.begin(), widest_.end(), [](const Step& a, const Step& b) {
+            return std::pair(Rank(a) == 2, a.width) < std::pair(Rank(b) == 2, b.width);
+        });
+        if (std::pair(Rank(step) == 2, step.width) > std::pair(Rank(*narrowest) == 2, narrowest->width)) {
+            *narrowest = step;
+        }
+    }
+
+    /// The line that made the writer start over stands at the end of the round before: by the same thread,
+    /// and a moment before the calibration line at the file's start.
+    bool FindTailEnd(const InputFile& file, std::uint64_t& tailEnd) const {
+        const std::uint64_t begin = file.Size() > 2 * kRoundsDiffer ? file.Size() - 2 * kRoundsDiffer : 1;
+        LineReader reader(file, LogKind::kLines, begin, file.Size());
+        bool found = false;
+        for (std::string_view text; reader.Next(text);) {
+            const LogLine line = ParseLogLine(text);
+            if (line.hasHeader && line.thread == firstThread_ && line.level != "CAL" &&
+                Modulo(*first_ - line.counter, kCounterPeriod) < kRollDelay) {
+                tailEnd = reader.Offset() + text.size();
+                found = true;
+            }
+        }
+        return found;
+    }
+
+    std::optional<std::int64_t> first_; ///< counter of the calibration line at the file's start
+    std::uint32_t firstThread_ = 0;
+    std::optional<RawDate> firstDate_;
+    std::optional<std::uint64_t> dateFellAt_;
+    std::optional<std::int64_t> previous_;
+    std::unordered_map<std::uint32_t, std::int64_t> lastOfThread_;
+    std::array<Step, 3> widest_;
+    std::uint64_t headerless_ = 0;
+    std::uint64_t headerlessOffset_ = 0;
+    bool headerlessIsCut_ = false;
+};
+
+} // namespace
+
+std::optional<RewoundFile> FindRewound(const InputFile& file) {
+    RoundDetector detector;
+    LineReader reader(file, LogKind::kLines, 0, file.Size());
+    for (std::string_view text; reader.Next(text);) {
+        detector.Line(ParseLogLine(text), text, reader.Offset());
+    }
+    return detector.Judge(file);
+}
+
+std::vector<LogPart> DivideAtCalibrations(const InputFile& file, std::uint64_t begin, std::uint64_t end,
+                                          std::uint64_t& lines) {
+    std::vector<LogPart> parts;
+    LogPart part;
+    part.begin = begin;
+    CounterClock clock;
+    const auto close = [&](std::uint64_t at) {
+        part.end = at;
+        part.length = clock.Frontier();
+        part.lastCounter = clock.FrontierCounter();
+        part.clockBreaks = clock.Breaks();
+        if (part.end > part.begin) {
+            parts.push_back(part);
+        }
+        part = LogPart();
+        part.begin = at;
+        clock = CounterClock();
+    };
+    LineReader reader(file, LogKind::kLines, begin, end);
+    for (std::string_view text; reader.Next(text); ++lines) {
+        const LogLine line = ParseLogLine(text);
+        if (!line.hasHeader) {
+            continue;
+        }
+        if (const auto date = CalibrationDate(line)) {
+            close(reader.Offset());
+            part.date = date;
+        }
+        if (part.stamped++ == 0) {
+            part.firstCounter = line.counter;
+        }
+        clock.Next(line.counter, line.thread);
+    }
+    close(end);
+    return parts;
+}
+
+} // namespace NimaPost
