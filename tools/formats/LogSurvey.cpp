@@ -24,6 +24,12 @@ struct Step {
     bool cutHeader = false;   ///< and it looks like the rest of a line that had one
 };
 
+/// Where the stretches of a rewound file meet.
+struct RewoundFile {
+    std::uint64_t newestEnd = 0; ///< the newest lines stand before this offset
+    std::uint64_t tailEnd = 0;   ///< from here on lines of a still older round, which was longer
+};
+
 /// What one reading of a file tells about rounds in it.
 class RoundDetector {
   public:
@@ -132,52 +138,84 @@ class RoundDetector {
     bool headerlessIsCut_ = false;
 };
 
-} // namespace
+/// Divides a range of lines at calibration lines and runs the clock over each part.
+class Divider {
+  public:
+    explicit Divider(std::uint64_t begin) { part_.begin = begin; }
 
-std::optional<RewoundFile> FindRewound(const InputFile& file) {
-    RoundDetector detector;
-    LineReader reader(file, LogKind::kLines, 0, file.Size());
-    for (std::string_view text; reader.Next(text);) {
-        detector.Line(ParseLogLine(text), text, reader.Offset());
-    }
-    return detector.Judge(file);
-}
-
-std::vector<LogPart> DivideAtCalibrations(const InputFile& file, std::uint64_t begin, std::uint64_t end,
-                                          std::uint64_t& lines) {
-    std::vector<LogPart> parts;
-    LogPart part;
-    part.begin = begin;
-    CounterClock clock;
-    const auto close = [&](std::uint64_t at) {
-        part.end = at;
-        part.length = clock.Frontier();
-        part.lastCounter = clock.FrontierCounter();
-        part.clockBreaks = clock.Breaks();
-        if (part.end > part.begin) {
-            parts.push_back(part);
-        }
-        part = LogPart();
-        part.begin = at;
-        clock = CounterClock();
-    };
-    LineReader reader(file, LogKind::kLines, begin, end);
-    for (std::string_view text; reader.Next(text); ++lines) {
-        const LogLine line = ParseLogLine(text);
+    void Line(const LogLine& line, std::uint64_t offset) {
         if (!line.hasHeader) {
-            continue;
+            return;
         }
         if (const auto date = CalibrationDate(line)) {
-            close(reader.Offset());
-            part.date = date;
+            Close(offset);
+            part_.date = date;
         }
-        if (part.stamped++ == 0) {
-            part.firstCounter = line.counter;
+        if (part_.stamped++ == 0) {
+            part_.firstCounter = line.counter;
         }
-        clock.Next(line.counter, line.thread);
+        clock_.Next(line.counter, line.thread);
     }
-    close(end);
-    return parts;
+
+    /// The parts, the last one ending at `end`.
+    std::vector<LogPart> Finish(std::uint64_t end) {
+        Close(end);
+        return std::move(parts_);
+    }
+
+  private:
+    void Close(std::uint64_t at) {
+        part_.end = at;
+        part_.length = clock_.Frontier();
+        part_.lastCounter = clock_.FrontierCounter();
+        part_.clockBreaks = clock_.Breaks();
+        if (part_.end > part_.begin) {
+            parts_.push_back(part_);
+        }
+        part_ = LogPart();
+        part_.begin = at;
+        clock_ = CounterClock();
+    }
+
+    std::vector<LogPart> parts_;
+    LogPart part_;
+    CounterClock clock_;
+};
+
+void AppendParts(const InputFile& file, std::uint64_t begin, std::uint64_t end, bool overwritten,
+                 std::vector<LogPart>& parts) {
+    Divider divider(begin);
+    LineReader reader(file, LogKind::kLines, begin, end);
+    for (std::string_view text; reader.Next(text);) {
+        divider.Line(ParseLogLine(text), reader.Offset());
+    }
+    for (LogPart& part : divider.Finish(end)) {
+        part.overwritten = overwritten;
+        parts.push_back(part);
+    }
+}
+
+} // namespace
+
+LogSurvey SurveyLog(const InputFile& file) {
+    LogSurvey survey;
+    RoundDetector detector;
+    Divider divider(0);
+    LineReader reader(file, LogKind::kLines, 0, file.Size());
+    for (std::string_view text; reader.Next(text); ++survey.lines) {
+        const LogLine line = ParseLogLine(text);
+        detector.Line(line, text, reader.Offset());
+        divider.Line(line, reader.Offset());
+    }
+    if (const auto rewound = detector.Judge(file)) {
+        survey.newestEnd = rewound->newestEnd;
+        AppendParts(file, rewound->tailEnd, file.Size(), true, survey.parts);
+        AppendParts(file, rewound->newestEnd, rewound->tailEnd, true, survey.parts);
+        AppendParts(file, 0, rewound->newestEnd, false, survey.parts);
+    } else {
+        survey.parts = divider.Finish(file.Size());
+    }
+    return survey;
 }
 
 } // namespace NimaPost

@@ -8,18 +8,18 @@
 
 namespace NimaPost {
 
-/// Where the stretches of a rewound file meet.
-struct RewoundFile {
-    std::uint64_t newestEnd = 0; ///< the newest lines stand before this offset
-    std::uint64_t tailEnd = 0;   ///< from here on lines of a still older round, which was longer
+/// What one reading of a log's file tells.
+struct LogSurvey {
+    std::uint64_t lines = 0;
+    /// In the order of time.
+    std::vector<LogPart> parts;
+    /// Where the newest lines end and those of an earlier round follow, if the writer went on at the file's
+    /// start.
+    std::optional<std::uint64_t> newestEnd;
 };
 
-/// Reads a log once and finds out whether its writer went on at its start, doc/clock.md. Empty where nothing
-/// says so.
-std::optional<RewoundFile> FindRewound(const InputFile& file);
-
-/// Divides a range of a file at its calibration lines and runs the clock over each part.
-std::vector<LogPart> DivideAtCalibrations(const InputFile& file, std::uint64_t begin, std::uint64_t end,
-                                          std::uint64_t& lines);
+/// Divides a log at its calibration lines, runs the clock over each part, and finds out whether its writer
+/// went on at the file's start (doc/clock.md).
+LogSurvey SurveyLog(const InputFile& file);
 
 } // namespace NimaPost

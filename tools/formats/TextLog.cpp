@@ -85,39 +85,29 @@ void LogSet::Arrange() {
 void LogSet::Survey(std::size_t index) {
     Source& source = sources_[index];
     const std::uint64_t size = source.file.Size();
-    const auto rewound = FindRewound(source.file);
-    std::vector<LogPart> parts;
-    const auto take = [&](std::uint64_t begin, std::uint64_t end, bool overwritten) {
-        for (LogPart& part : DivideAtCalibrations(source.file, begin, end, source.lines)) {
-            part.file = index;
-            part.overwritten = overwritten;
-            parts.push_back(part);
-        }
-    };
-    if (rewound) {
-        take(rewound->tailEnd, size, true);
-        take(rewound->newestEnd, rewound->tailEnd, true);
-        take(0, rewound->newestEnd, false);
-        source.overwrittenBytes = size - rewound->newestEnd;
+    LogSurvey survey = SurveyLog(source.file);
+    source.lines = survey.lines;
+    for (LogPart& part : survey.parts) {
+        part.file = index;
+    }
+    if (survey.newestEnd) {
+        source.overwrittenBytes = size - *survey.newestEnd;
         source.findings.Remark("The writer went on at the file's start: from byte " +
-                               std::to_string(rewound->newestEnd) +
-                               " on stand older lines, the first of them "
-                               "perhaps torn.");
-    } else {
-        take(0, size, false);
+                               std::to_string(*survey.newestEnd) +
+                               " on stand older lines, the first of them perhaps torn.");
     }
     std::array<char, 1> last{};
     if (size > 0 && source.file.ReadAt(size - 1, last) == 1 && last[0] != '\n') {
         source.findings.Remark("The last line has no end: the file was cut, or a writer did not finish.");
     }
-    for (const LogPart& part : parts) {
+    for (const LogPart& part : survey.parts) {
         if (part.clockBreaks > 0) {
             source.findings.Remark("From byte " + std::to_string(part.begin) +
                                    " on the stamps do not fit one run of the clock in " +
                                    Counted(part.clockBreaks, "place") + ".");
         }
     }
-    parts_.insert(parts_.end(), parts.begin(), parts.end());
+    parts_.insert(parts_.end(), survey.parts.begin(), survey.parts.end());
 }
 
 void LogSet::SurveyQueue(std::size_t index) {
