@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     AddRingsCommand(app, context, run);
     AddLogCommand(app, context, run);
     AddCrashCommand(app, context, run);
-    // AddTimelineCommand(app, context, run);
+    AddTimelineCommand(app, context, run);
     // AddReportCommand(app, context, run);
     // AddWatchCommand(app, context, run);
     // AddListenCommand(app, context, run);
