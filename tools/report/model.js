@@ -38,17 +38,17 @@ function element(tag, className, text) {
   return node;
 }
 
-// Characters that would be invisible, or turn the direction of what stands beside them, stand in for themselves by picture
-// or number.
+// Characters that would be invisible, or turn the direction of what stands beside them, are shown by their number.
 const UNSEEN = /[\u0000-\u0008\u000b-\u001f\u007f-\u009f\u00ad\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]/g;
+
+function hex(number, digits) {
+  return number.toString(16).padStart(digits, "0");
+}
 
 function visible(text) {
   return text.replace(UNSEEN, (character) => {
     const code = character.codePointAt(0);
-    if (code < 0x20) {
-      return String.fromCharCode(0x2400 + code);
-    }
-    return code === 0x7f ? "\u2421" : `[U+${code.toString(16).toUpperCase().padStart(4, "0")}]`;
+    return code < 0x100 ? `\\x${hex(code, 2)}` : `\\u${hex(code, 4)}`;
   });
 }
 

@@ -4,6 +4,10 @@ const OVERSCAN = 6;
 const ALL = -2;
 const NONE = -1;
 
+function wholeRows(top) {
+  return Math.round(top / ROW_HEIGHT) * ROW_HEIGHT;
+}
+
 function option(value, text) {
   const node = element("option", "", text);
   node.value = String(value);
@@ -48,6 +52,7 @@ class RecordLine {
     this.node.setAttribute("aria-rowindex", String(position + 2));
     this.node.setAttribute("aria-selected", String(isSelected));
     this.node.classList.toggle("selected", isSelected);
+    this.node.style.setProperty("--mark", `var(--m-${model.paintName(row)})`);
     cells.time.textContent = model.timeLabel(row);
     cells.time.title = model.hasTime(row) ? `Time: ${SURE_WORDS[model.sure[row]]}` : "";
     cells.level.textContent = visibleLine(model.levelName(row) || (model.kind[row] === KIND_RING ? "ring" : ""));
@@ -138,8 +143,9 @@ class RecordTable {
 
   listen() {
     const form = byId("filters");
-    form.addEventListener("input", () => this.filterLater());
-    form.addEventListener("reset", () => this.filterLater());
+    for (const name of ["input", "change", "reset"]) {
+      form.addEventListener(name, () => this.filterLater());
+    }
     form.addEventListener("submit", (event) => event.preventDefault());
     byId("search").addEventListener("keydown", (event) => {
       if (event.key === "Enter") {
@@ -214,7 +220,7 @@ class RecordTable {
       const near = Math.abs(top - this.grid.scrollTop - room / 2) < room;
       const middle = top - room / 2 + ROW_HEIGHT / 2;
       const edge = top < this.grid.scrollTop ? top : top + ROW_HEIGHT - room;
-      this.grid.scrollTop = near ? edge : middle;
+      this.grid.scrollTop = near ? edge : wholeRows(middle);
     }
   }
 
@@ -225,7 +231,7 @@ class RecordTable {
       return;
     }
     const position = upperBound(model.times, model.timed, model.crash);
-    this.grid.scrollTop = position * ROW_HEIGHT - (this.grid.clientHeight - HEAD_HEIGHT) * 0.7;
+    this.grid.scrollTop = wholeRows(position * ROW_HEIGHT - (this.grid.clientHeight - HEAD_HEIGHT) * 0.7);
   }
 
   readFilter() {

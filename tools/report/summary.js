@@ -107,16 +107,25 @@ function showClock(model) {
   byId("clock").append(...lines.map((line) => element("li", "", line)));
 }
 
+function stateBadge(file) {
+  const known = ["ok", "damaged", "unusable", "skipped"].includes(file.state);
+  return element("span", known ? `badge ${file.state}` : "badge", file.state);
+}
+
 function unreadItem(file, note) {
   const item = element("li");
-  item.append(element("span", "source", file.name), document.createTextNode(" "), element("span", "", note));
+  item.append(element("span", "source", file.name), document.createTextNode("  "));
+  if (file.state !== "ok") {
+    item.append(stateBadge(file), document.createTextNode("  "));
+  }
+  item.append(element("span", "", note));
   return item;
 }
 
 function showUnread(model) {
   const items = (model.data.files ?? []).flatMap((file) => {
     const notes = file.notes ?? [];
-    const silent = file.state !== "ok" && notes.length === 0 ? [file.state] : [];
+    const silent = file.state !== "ok" && notes.length === 0 ? [""] : [];
     return [...notes, ...silent].map((note) => unreadItem(file, note));
   });
   byId("unread").append(...(items.length ? items : [element("li", "", "Every file was read to its end.")]));
@@ -129,7 +138,7 @@ function cell(className, text) {
 function fileRow(file) {
   const row = element("tr");
   const state = cell("nowrap");
-  state.append(element("span", `badge ${/^[a-z]+$/.test(file.state) ? file.state : ""}`, file.state));
+  state.append(stateBadge(file));
   const notes = cell("notes");
   notes.append(...(file.notes ?? []).map((note) => element("p", "", note)));
   row.append(cell("name", file.name), cell("nowrap", file.kind),

@@ -90,6 +90,7 @@ class Buckets {
     this.paint = new Int8Array(width);
     this.row = new Int32Array(width);
     this.dim = new Uint8Array(width);
+    this.tally = new Uint32Array(width * PAINTS.length);
   }
 
   clear(width) {
@@ -99,6 +100,7 @@ class Buckets {
     }
     this.count.fill(0);
     this.dim.fill(0);
+    this.tally.fill(0);
   }
 
   add(x, row, paint) {
@@ -107,6 +109,26 @@ class Buckets {
       this.row[x] = row;
     }
     this.count[x] += 1;
+    this.tally[x * PAINTS.length + paint] += 1;
+  }
+
+  // A bar of all that is in a pixel, the worst at its foot and never too thin to be seen.
+  drawStack(context, x, left, bottom, wide, tall, colours) {
+    const worst = this.paint[x];
+    const at = x * PAINTS.length;
+    const foot = Math.max(Math.min(2.5, tall), (tall * this.tally[at + worst]) / this.count[x]);
+    context.fillStyle = colours[worst];
+    context.fillRect(left, bottom - foot, wide, foot);
+    const others = this.count[x] - this.tally[at + worst];
+    let y = bottom - foot;
+    for (let paint = worst - 1; paint >= 0 && others > 0; --paint) {
+      const high = ((tall - foot) * this.tally[at + paint]) / others;
+      if (high > 0) {
+        context.fillStyle = colours[paint];
+        context.fillRect(left, y - high, wide, high);
+        y -= high;
+      }
+    }
   }
 
   isLonely(x) {
@@ -209,7 +231,8 @@ class Timeline {
   setFull() {
     const {first, last} = this.model;
     const margin = last > first ? (last - first) * 0.02 : NS_PER_S / 2;
-    this.full = {from: first - margin, to: last + margin, span: last - first + 2 * margin};
+    this.full = {from: first - margin, to: last + margin};
+    this.full.span = this.full.to - this.full.from;
   }
 
   start() {
@@ -251,7 +274,7 @@ class Timeline {
     const centre = Math.min(Math.max((from + to) / 2, this.full.from), this.full.to);
     this.from = centre - span / 2;
     this.to = centre + span / 2;
-    if (span >= this.full.span) {
+    if (span > this.full.span * (1 - 1e-6)) {
       this.from = this.full.from;
       this.to = this.full.to;
     }
@@ -444,8 +467,7 @@ class Timeline {
       const count = buckets.count[x];
       if (count > 0 && !buckets.isLonely(x)) {
         const half = Math.min(SUBROW_HEIGHT / 2 - 1, 3.5 + Math.log2(count));
-        context.fillStyle = colours.marks[buckets.paint[x]];
-        context.fillRect(this.gutter + x - 0.5, y - half, count > 0 && buckets.count[x + 1] ? 1 : 2, 2 * half);
+        buckets.drawStack(context, x, this.gutter + x, y + half, buckets.count[x + 1] ? 1 : 2, 2 * half, colours.marks);
       }
     }
   }
@@ -498,14 +520,18 @@ class Timeline {
     context.fillStyle = colours.line;
     context.fillRect(this.gutter - 8, 0, 1, this.height);
     context.textBaseline = "middle";
-    this.lanes.filter((lane) => this.isOnScreen(lane)).forEach((lane, index) => this.drawLabel(lane, index));
+    this.lanes.forEach((lane, index) => {
+      if (this.isOnScreen(lane)) {
+        this.drawLabel(lane, index);
+      }
+    });
   }
 
-  drawLabel(lane) {
+  drawLabel(lane, index) {
     const {context, colours} = this;
     const top = this.y(lane.top);
     const room = this.gutter - 22 - (this.gutter > 120 ? 34 : 0);
-    if (this.lanes.indexOf(lane) % 2 === 1) {
+    if (index % 2 === 1) {
       context.fillStyle = colours.raised;
       context.fillRect(0, top, this.gutter - 8, lane.height);
     }
@@ -581,39 +607,45 @@ class Timeline {
     context.textAlign = "center";
     context.textBaseline = "middle";
     context.font = `12px ${colours.sans}`;
+    const flag = this.crashFlag();
     for (const tick of this.ticks()) {
       context.fillStyle = colours.muted;
       context.fillRect(tick.x, AXIS_HEIGHT - 6, 1, 5);
       const half = context.measureText(tick.label).width / 2;
-      if (tick.x - half > this.gutter - 8 && tick.x + half < this.width) {
+      const isCovered = flag && tick.x + half > flag.left - 4 && tick.x - half < flag.left + flag.width + 4;
+      if (!isCovered && tick.x - half > this.gutter - 8 && tick.x + half < this.width) {
         context.fillText(tick.label, tick.x, 11);
       }
     }
-    this.label(this.model.clock.wall ? "Local time" : "Since the first record", `12px ${colours.sans}`, colours.muted,
-      this.axisTitleLeft(), 11, this.gutter - 20);
-    this.drawCrashFlag();
+    context.textAlign = "left";
+    this.label(this.model.clock.wall ? "Local time" : "Since first record", `12px ${colours.sans}`, colours.muted, 10, 11,
+      this.gutter - 20);
+    this.drawCrashFlag(flag);
   }
 
-  axisTitleLeft() {
-    this.context.textAlign = "left";
-    return 10;
-  }
-
-  drawCrashFlag() {
+  crashFlag() {
     const {crash} = this.model;
     if (crash === null || crash < this.from || crash > this.to) {
+      return null;
+    }
+    const width = 44;
+    return {width, left: Math.min(Math.max(this.x(crash) - width / 2, this.gutter), this.width - width - 2)};
+  }
+
+  drawCrashFlag(flag) {
+    if (!flag) {
       return;
     }
     const {context, colours} = this;
+    const {crash} = this.model;
+    const {left, width} = flag;
     context.font = `600 11.5px ${colours.sans}`;
-    const width = context.measureText("crash").width + 12;
-    const left = Math.min(Math.max(this.x(crash) - width / 2, this.gutter), this.width - width - 2);
     context.fillStyle = colours.crash;
     context.fillRect(left, 3, width, 17);
     context.fillRect(Math.round(this.x(crash)) - 1, 19, 2, AXIS_HEIGHT - 19);
     context.fillStyle = colours.surface;
-    context.textAlign = "left";
-    context.fillText("crash", left + 6, 12);
+    context.textAlign = "center";
+    context.fillText("crash", left + width / 2, 12);
   }
 
   drawNothing() {
@@ -656,11 +688,11 @@ class Timeline {
       }
     }
     const most = buckets.count.reduce((a, b) => Math.max(a, b), 1);
+    const colours = ["cal", "warn", "error", "fatal"].map((name) => this.colours.marks[PAINTS.indexOf(name)]);
     for (let x = 0; x < buckets.width; ++x) {
       if (buckets.count[x] > 0) {
         const tall = 5 + (height - 9) * (Math.log2(buckets.count[x] + 1) / Math.log2(most + 1));
-        context.fillStyle = this.overviewColour(buckets.paint[x]);
-        context.fillRect(this.gutter + x - 0.5, height - tall, buckets.count[x + 1] ? 1 : 1.5, tall);
+        buckets.drawStack(context, x, this.gutter + x, height, buckets.count[x + 1] ? 1 : 1.5, tall, colours);
       }
     }
     return image;
@@ -669,11 +701,6 @@ class Timeline {
   // Only what went wrong has a colour here.
   overviewRank(row) {
     return Math.max(0, ["warn", "error", "fatal"].indexOf(this.model.paintName(row)) + 1);
-  }
-
-  overviewColour(rank) {
-    const names = ["debug", "warn", "error", "fatal"];
-    return this.colours.marks[PAINTS.indexOf(names[rank])];
   }
 
   drawWindow(context, width, height) {
