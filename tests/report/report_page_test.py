@@ -254,6 +254,7 @@ class Page:
         self.zooms(whole)
         self.keys(whole, timed)
         self.drags()
+        self.touches()
         self.pick()
         self.key("#lanes", Keys.HOME, Keys.ESCAPE)
 
@@ -322,6 +323,28 @@ class Page:
         _, width = self.plot()
         moved = (after[0] - before[0]) / (before[1] - before[0]) * width
         self.check("dragging moves the time with the pointer", abs(moved - 120) < 2, moved)
+        self.click("#zoom-fit")
+
+    def touches(self):
+        box = self.run("const b = document.getElementById('chart').getBoundingClientRect(); return [b.left, b.top];")
+        def send(kind, *places):
+            self.browser.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": kind, "touchPoints": [
+                {"x": box[0] + x, "y": box[1] + 40, "id": index} for index, x in enumerate(places)]})
+        before = self.span()
+        send("touchStart", 500)
+        send("touchStart", 500, 600)
+        for step in range(1, 6):
+            send("touchMove", 500 - 20 * step, 600 + 20 * step)
+        send("touchEnd")
+        self.settle()
+        self.check("two fingers zoom", abs(before / self.span() - 3) < 0.3, before / self.span())
+        begin = self.view()[0]
+        send("touchStart", 600)
+        for step in range(1, 6):
+            send("touchMove", 600 - 20 * step)
+        send("touchEnd")
+        self.settle()
+        self.check("one finger moves", self.view()[0] > begin)
         self.click("#zoom-fit")
 
     def pick(self):

@@ -42,5 +42,5 @@ std::string_view PageHead() { return R\"nimaPage(${head})nimaPage\"; }
 
 std::string_view PageTail() { return R\"nimaPage(${tail})nimaPage\"; }
 
-}  // namespace NimaPost
+} // namespace NimaPost
 ")

@@ -189,6 +189,11 @@ function showRings(model) {
   showEmptyRings(empty, false);
 }
 
+function writtenAt(generated) {
+  const moment = /^(\d{4}-\d{2}-\d{2})T(\d{2}:\d{2}:\d{2})Z$/.exec(generated ?? "");
+  return moment ? `${moment[1]} ${moment[2]} UTC` : generated ?? "";
+}
+
 function showHeading(model) {
   const {data} = model;
   const folder = data.folder || "Report";
@@ -198,7 +203,7 @@ function showHeading(model) {
     ? [`${model.clock.full(model.first, 3)} to ${model.clock.wall && !model.clock.severalDays
       ? model.clock.time(model.last, 3) : model.clock.full(model.last, 3)}`] : [];
   const parts = [plural((data.files ?? []).length, "file"), plural(model.count, "record"), ...span,
-    `written ${data.generated ?? ""} by ${data.tool ?? "nima-post"}`];
+    `written ${writtenAt(data.generated)} by ${data.tool ?? "nima-post"}`];
   byId("about").textContent = visibleLine(parts.join(" · "));
 }
 

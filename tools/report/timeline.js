@@ -4,6 +4,7 @@ const LANE_PAD = 5;
 const GLYPH = 4.5;
 const LONELY = 5;
 const REACH = 6;
+const TOUCH_REACH = 14;
 const MIN_SPAN = 1e3;
 const TICK_STEPS = tickSteps();
 
@@ -879,7 +880,7 @@ class Timeline {
     this.forget(event);
     if (press && !press.moved) {
       const at = this.position(event);
-      const hit = this.hit(at);
+      const hit = this.hit(at, event.pointerType === "touch" ? TOUCH_REACH : REACH);
       if (hit) {
         this.setSelected(hit.row, false);
         this.onSelect(hit.row);
@@ -910,12 +911,12 @@ class Timeline {
   }
 
   // The nearest record, and of several on the same pixel the one that is seen; how many others share its pixel.
-  hit({x, y}) {
-    const subRow = x >= this.gutter - REACH ? this.subRowAt(y) : null;
+  hit({x, y}, reach) {
+    const subRow = x >= this.gutter - reach ? this.subRowAt(y) : null;
     if (!subRow) {
       return null;
     }
-    const [low, high] = subRow.within(this.timeAt(x - REACH), this.timeAt(x + REACH));
+    const [low, high] = subRow.within(this.timeAt(x - reach), this.timeAt(x + reach));
     let best = null;
     for (let index = low; index < high; ++index) {
       const row = subRow.rows[index];
@@ -935,7 +936,7 @@ class Timeline {
   }
 
   hover(event, at) {
-    const hit = event.pointerType === "touch" ? null : this.hit(at);
+    const hit = event.pointerType === "touch" ? null : this.hit(at, REACH);
     this.host.classList.toggle("pointing", Boolean(hit));
     if (hit) {
       this.showTip(hit, event);
