@@ -298,6 +298,7 @@ class RecordTable {
     byId("count").textContent = isFiltered ? `${formatCount(this.shownCount)} of ${total} match` : total;
     byId("count").dataset.matches = String(this.shownCount);
     byId("grid-empty").hidden = this.shownCount > 0;
+    byId("grid-empty").textContent = this.model.count > 0 ? "No record matches." : "There are no records.";
   }
 
   setShownTime(from, to) {

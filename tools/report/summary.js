@@ -128,7 +128,8 @@ function showUnread(model) {
     const silent = file.state !== "ok" && notes.length === 0 ? [""] : [];
     return [...notes, ...silent].map((note) => unreadItem(file, note));
   });
-  byId("unread").append(...(items.length ? items : [element("li", "", "Every file was read to its end.")]));
+  const otherwise = (model.data.files ?? []).length ? "Every file was read to its end." : "There is no file that could be read.";
+  byId("unread").append(...(items.length ? items : [element("li", "", otherwise)]));
 }
 
 function cell(className, text) {

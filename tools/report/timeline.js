@@ -581,6 +581,9 @@ class Timeline {
 
   ticks() {
     const {context, colours} = this;
+    if (this.model.timed === 0) {
+      return [];
+    }
     context.font = `12px ${colours.sans}`;
     const step = TICK_STEPS.find((candidate) => {
       const width = context.measureText(this.tickLabel(this.from, candidate)).width + 28;
