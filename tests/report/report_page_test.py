@@ -211,8 +211,7 @@ class Page:
             self.filter(index, column)
 
     def samples(self):
-        places = {0, len(self.rows) // 2, len(self.rows) - 1}
-        return [index for index in sorted(places)]
+        return sorted({0, len(self.rows) // 2, len(self.rows) - 1})
 
     def filter(self, name, column):
         select = Select(self.find(f"#filter-{name}"))
@@ -349,7 +348,9 @@ class Page:
 
     def pick(self):
         """Finds a record with the pointer alone and clicks it."""
-        index = next((i for i in range(len(self.rows) // 3, len(self.rows)) if self.rows[i][0] is not None), 0)
+        index = next((i for i in range(len(self.rows) // 3, len(self.rows)) if self.stands_alone(i)), None)
+        if index is None:
+            return
         self.select_from_table(index)
         for _ in range(60):
             self.run("document.getElementById('zoom-in').click();")
@@ -370,6 +371,12 @@ class Page:
             self.check("a click selects it and shows all of it", self.shows(index), self.details()[:200])
             line = self.selected_line()
             self.check("the table has gone to it", line is not None and line.startswith(visible_line(self.rows[index][6])), line)
+
+    def stands_alone(self, index):
+        """Nothing else is near enough to be hit in its place."""
+        t, text = self.rows[index][0], self.rows[index][6]
+        near = [self.rows[i][0] for i in (index - 1, index + 1) if 0 <= i < len(self.rows)]
+        return t is not None and text and all(other is None or abs(other - t) > 50 for other in near)
 
     def hover_for(self, x, index):
         wanted = visible(self.rows[index][6])[:200]

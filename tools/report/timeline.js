@@ -54,6 +54,7 @@ function readColours() {
     marks: PAINTS.map((paint) => read(`m-${paint}`)),
     surface: read("surface"), raised: read("raised"), text: read("text"), muted: read("muted"), line: read("line"),
     soft: read("line-soft"), accent: read("accent"), crash: read("crash"), dim: read("m-dim"),
+    mass: read("m-mass"),
     sans: read("sans"), mono: read("mono"),
   };
 }
@@ -692,7 +693,8 @@ class Timeline {
       }
     }
     const most = buckets.count.reduce((a, b) => Math.max(a, b), 1);
-    const colours = ["cal", "warn", "error", "fatal"].map((name) => this.colours.marks[PAINTS.indexOf(name)]);
+    const wrong = ["warn", "error", "fatal"].map((name) => this.colours.marks[PAINTS.indexOf(name)]);
+    const colours = [this.colours.mass, ...wrong];
     for (let x = 0; x < buckets.width; ++x) {
       if (buckets.count[x] > 0) {
         const tall = 5 + (height - 9) * (Math.log2(buckets.count[x] + 1) / Math.log2(most + 1));
