@@ -84,9 +84,14 @@ bool Timeline::AnythingRead() const {
     });
 }
 
-bool Timeline::AnyDamage() const {
-    return std::any_of(files_.begin(), files_.end(),
-                       [](const FolderFile& file) { return !file.findings.damage.empty(); });
+Findings Timeline::AllFindings() const {
+    Findings all;
+    for (const FolderFile& file : files_) {
+        for (const std::string& sentence : file.findings.damage) {
+            all.Damage(file.name + ": " + sentence);
+        }
+    }
+    return all;
 }
 
 void Timeline::ReadFile(std::size_t index, const Names& names) {

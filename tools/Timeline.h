@@ -77,8 +77,8 @@ class Timeline {
     };
     const std::vector<PlacedRings>& Rings() const { return rings_; }
 
-    bool AnythingRead() const;
-    bool AnyDamage() const;
+    /// What is damaged, with the files' names.
+    Findings AllFindings() const;
 
   private:
     struct PlacedTrace {
@@ -93,6 +93,7 @@ class Timeline {
         std::int64_t time;
     };
 
+    bool AnythingRead() const;
     void ReadFile(std::size_t index, const Names& names);
     void ReadLogs();
     void PlaceUndatedRuns();

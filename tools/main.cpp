@@ -41,7 +41,7 @@ int main(int argc, char** argv) {
     AddLogCommand(app, context, run);
     AddCrashCommand(app, context, run);
     AddTimelineCommand(app, context, run);
-    // AddReportCommand(app, context, run);
+    AddReportCommand(app, context, run);
     // AddWatchCommand(app, context, run);
     // AddListenCommand(app, context, run);
     try {

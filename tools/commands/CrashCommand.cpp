@@ -1,4 +1,4 @@
-#include "tools/RingOrder.h"
+#include "tools/CrashSummary.h"
 #include "tools/commands/Commands.h"
 #include "tools/formats/CrashLog.h"
 #include "tools/support/Text.h"
@@ -13,62 +13,12 @@ namespace {
 constexpr std::uint64_t kMostCrashLog = 64 << 20;
 constexpr std::size_t kMostActive = 8;
 
-/// A ring that was written to, with its newest record's distance from the crash.
-struct ActiveRing {
-    const Ring* ring;
-    std::int64_t newest;
-};
-
-std::vector<ActiveRing> ActiveRings(const RingSet& set) {
-    std::vector<ActiveRing> active;
-    for (const MergedRecord& each : MergeRings(set)) {
-        const auto known = std::find_if(active.begin(), active.end(),
-                                        [&](const ActiveRing& other) { return other.ring == each.ring; });
-        if (known != active.end()) {
-            known->newest = each.time;
-        } else {
-            active.push_back({each.ring, each.time});
-        }
-    }
-    std::stable_sort(active.begin(), active.end(),
-                     [](const ActiveRing& a, const ActiveRing& b) { return a.newest > b.newest; });
-    return active;
-}
-
 void PrintCrash(Output& out, const CrashLog& log, const Findings& findings) {
     out.Line(log.Title());
-    if (log.date) {
-        std::string line = "  when         ";
-        AppendWallTime(line, log.date->Earliest());
-        out.Line(line + ", perhaps later within the second" +
-                 (log.ticks ? "; counter " + std::to_string(*log.ticks) : std::string()));
-    }
-    const auto field = [&](std::string_view label, std::string_view shown, std::string_view prefix = "") {
-        const std::string_view value = log.Field(label);
-        if (!value.empty()) {
-            std::string line = "  ";
-            line += shown;
-            line.append(shown.size() < 13 ? 13 - shown.size() : 1, ' ');
-            line += prefix;
-            line += value;
-            out.Line(line);
-        }
-    };
-    field("Error Code", "error code", "0x");
-    if (!log.Field("File Name").empty()) {
-        out.Line("  where        " + std::string(log.Field("File Name")) + ":" +
-                 std::string(log.Field("Line Numbr")));
-    }
-    field("Excpt Code", "exception", "0x");
-    field("Fault Addr", "address", "0x");
-    field("Boot Cycle", "boot cycle");
-    if (!log.extraData.empty()) {
-        std::string line = "  extra words ";
-        for (const std::string& word : log.extraData) {
-            line += ' ';
-            line += word;
-        }
-        out.Line(line);
+    for (const auto& [label, value] : FailureInWords(log)) {
+        std::string line = "  " + label;
+        line.append(15 - std::min<std::size_t>(line.size(), 14), ' ');
+        out.Line(line + value);
     }
     for (const auto& [label, value] : log.exception) {
         out.Line("  record       " + label + " " + value);

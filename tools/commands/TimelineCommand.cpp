@@ -35,10 +35,11 @@ const char* SurenessName(Sureness sureness) {
 
 /// Microseconds with three places; a floating-point number would lose the nanoseconds.
 std::string Microseconds(std::int64_t nanoseconds) {
+    std::string places;
+    AppendSeconds(places, Modulo(nanoseconds, 1000));
     std::string text;
-    AppendSeconds(text, nanoseconds * 1000);
-    text.resize(text.size() - 6);
-    return text.substr(text.front() == '+' ? 1 : 0);
+    AppendDecimal(text, (nanoseconds - Modulo(nanoseconds, 1000)) / 1000);
+    return text + '.' + places.substr(places.size() - 3);
 }
 
 /// Tracks are numbered in the order in which threads appear, and named after the tracer that used them first.
@@ -52,7 +53,8 @@ class Tracks {
             return 0;
         }
         Track& track = tracks_.try_emplace(*event.thread, Track{tracks_.size() + 1, {}}).first->second;
-        if (track.tracer.empty() && event.kind == EventKind::kText) {
+        // The library itself calibrates the log on whichever thread comes along.
+        if (track.tracer.empty() && event.kind == EventKind::kText && event.level != "CAL") {
             track.tracer = ToUtf8(event.name);
         }
         return track.number;
@@ -227,12 +229,7 @@ int RunTimeline(Context& context, const Options& options) {
     if (!file.Finish(problem)) {
         return ReportUnusable(context, problem);
     }
-    Findings findings;
-    for (const FolderFile& each : timeline.Files()) {
-        for (const std::string& sentence : each.findings.damage) {
-            findings.Damage(each.name + ": " + sentence);
-        }
-    }
+    const Findings findings = timeline.AllFindings();
     if (context.json) {
         context.out.WriteJson(Json{{"output", ToUtf8(options.output)},
                                    {"events", writer.Count()},
