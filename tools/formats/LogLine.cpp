@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::string_view kThreadMark = " <0x";
 constexpr std::string_view kCalibration = "CAL";
+constexpr std::size_t kLongestLevel = 5;
 /// "01261024150926." and up to six characters, then the thread mark.
 constexpr std::size_t kDateDigits = 14;
 constexpr std::size_t kLongestDate = kDateDigits + 7;
@@ -51,7 +52,7 @@ void ReadBody(std::string_view body, LogLine& line) {
     if (!body.starts_with('<')) {
         return;
     }
-    const std::size_t levelEnd = body.substr(0, 8).find("> <");
+    const std::size_t levelEnd = body.substr(0, kLongestLevel + 4).find("> <");
     if (levelEnd == std::string_view::npos || !IsLevel(body.substr(1, levelEnd - 1))) {
         return;
     }
@@ -121,6 +122,10 @@ std::optional<RawDate> CalibrationDate(const LogLine& line) {
     return TakeCompactDate(rest);
 }
 
+std::optional<std::uint32_t> OrderedThread(const LogLine& line) {
+    return line.level == kCalibration ? std::nullopt : std::optional(line.thread);
+}
+
 bool LooksLikeCutLine(std::string_view text) {
     // Behind the cut stands what is left of a header: of a thread with its priority, or of a level.
     const std::size_t at = text.substr(0, 64).find("> <");
@@ -134,9 +139,10 @@ bool LooksLikeCutLine(std::string_view text) {
     if (colon != std::string_view::npos) {
         return before.find_first_not_of("0123456789abcdefx") == colon && at - colon < 16;
     }
-    return std::any_of(kLevelNames.begin(), kLevelNames.end(), [&](std::string_view level) {
+    const auto isRestOf = [&](std::string_view level) {
         return open == std::string_view::npos ? level.ends_with(before) : level == before;
-    });
+    };
+    return isRestOf(kCalibration) || std::any_of(kLevelNames.begin(), kLevelNames.end(), isRestOf);
 }
 
 std::optional<LogKind> LogKindOf(std::string_view front) {

@@ -35,6 +35,10 @@ LogLine ParseQueueRecord(std::string_view record);
 /// The date of a calibration line.
 std::optional<RawDate> CalibrationDate(const LogLine& line);
 
+/// The thread, of a line that stands behind all earlier ones of its thread. A calibration line does not: the line that
+/// made a log roll is stamped before it and stored behind it.
+std::optional<std::uint32_t> OrderedThread(const LogLine& line);
+
 /// Whether a line that has no header of its own looks like the rest of one that had.
 bool LooksLikeCutLine(std::string_view line);
 

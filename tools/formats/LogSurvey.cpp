@@ -15,6 +15,7 @@ constexpr std::uint64_t kRoundsDiffer = 4096 + 2048;
 /// A roll follows the line that caused it at once, in the same call.
 constexpr std::int64_t kRollDelay = kSecond / 50;
 constexpr std::int64_t kDisorder = kSecond / 10;
+constexpr std::int64_t kTornCounts = 4;
 
 /// A place where a line's stamp steps far ahead of the one before, or could not have followed it.
 struct Step {
@@ -53,7 +54,9 @@ class RoundDetector {
         }
         Consider(line, offset);
         previous_ = line.counter;
-        lastOfThread_[line.thread] = line.counter;
+        if (line.level != "CAL") {
+            lastOfThread_[line.thread] = line.counter;
+        }
         headerless_ = 0;
     }
 
@@ -68,7 +71,7 @@ class RoundDetector {
         for (const Step& step : widest_) {
             if (step.width >= 0 && step.offset < rewound.tailEnd &&
                 (!dateFellAt_ || step.offset <= *dateFellAt_) &&
-                (best == nullptr || Rank(step) > Rank(*best))) {
+                (best == nullptr || Weight(step) > Weight(*best))) {
                 best = &step;
             }
         }
@@ -82,7 +85,10 @@ class RoundDetector {
     }
 
   private:
-    static int Rank(const Step& step) { return step.cutHeader ? 2 : step.torn ? 1 : 0; }
+    /// A cut header outweighs any width; a torn line without one makes up for some.
+    static std::pair<bool, std::int64_t> Weight(const Step& step) {
+        return {step.cutHeader, step.torn ? step.width * kTornCounts : step.width};
+    }
 
     void Consider(const LogLine& line, std::uint64_t offset) {
         if (!previous_) {
@@ -101,11 +107,10 @@ class RoundDetector {
         step.torn = headerless_ > 0;
         step.cutHeader = step.torn && headerless_ == 1 && headerlessIsCut_;
         step.offset = step.torn ? headerlessOffset_ : offset;
-        auto* narrowest = std::min_element(widest_.begin(), widest_.end(), [](const Step& a, const Step& b) {
-            return std::pair(Rank(a) == 2, a.width) < std::pair(Rank(b) == 2, b.width);
-        });
-        if (std::pair(Rank(step) == 2, step.width) > std::pair(Rank(*narrowest) == 2, narrowest->width)) {
-            *narrowest = step;
+        auto* lightest = std::min_element(widest_.begin(), widest_.end(),
+                                          [](const Step& x, const Step& y) { return Weight(x) < Weight(y); });
+        if (Weight(step) > Weight(*lightest)) {
+            *lightest = step;
         }
     }
 
@@ -154,7 +159,7 @@ class Divider {
         if (part_.stamped++ == 0) {
             part_.firstCounter = line.counter;
         }
-        clock_.Next(line.counter, line.thread);
+        clock_.Next(line.counter, OrderedThread(line));
     }
 
     /// The parts, the last one ending at `end`.

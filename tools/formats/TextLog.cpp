@@ -249,7 +249,7 @@ void LogSet::ForEach(const std::function<bool(const LogEntry&)>& visitor) const 
             entry.continued = !entry.line.hasHeader;
             if (entry.line.hasHeader) {
                 entry.time = queue ? queueClock.Next(*entry.line.date)
-                                   : origin + clock.Next(entry.line.counter, entry.line.thread);
+                                   : origin + clock.Next(entry.line.counter, OrderedThread(entry.line));
                 entry.hasTime = true;
             }
             if (!visitor(entry)) {
