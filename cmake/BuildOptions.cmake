@@ -9,6 +9,11 @@ target_compile_options(nima_build_options INTERFACE
     -fno-omit-frame-pointer
     $<$<BOOL:${NIMA_WERROR}>:-Werror>)
 
+# Everything is built by one compiler, so how older ones passed parameters is of no interest.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "arm" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(nima_build_options INTERFACE -Wno-psabi)
+endif()
+
 # A host cancels threads and unwinds through C callers.
 target_compile_options(nima_build_options INTERFACE $<$<COMPILE_LANGUAGE:C>:-fexceptions>)
 

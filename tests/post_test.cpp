@@ -144,6 +144,43 @@ TEST_F(PostMortem, ReadsWhatThreadsWroteIntoTheBinaryTraceInTheSegmentAndInADump
     EXPECT_EQ(Post({"systrace", "trace.bin", "--level", "4"}).code, 2);
 }
 
+TEST_F(PostMortem, ReadsTheSegmentOfAProcessThatWasKilledWhileItWrote) {
+    KilledMidway([](const std::function<void()>& underWay) {
+        SysTraceConfigure();
+        std::vector<std::thread> writers;
+        for (std::uint32_t writer = 0; writer < 2; ++writer) {
+            writers.emplace_back([writer, &underWay] {
+                for (std::uint32_t i = 0;; ++i) {
+                    RTTrace_2(SYSTRACE_ID(10 + writer, 0, 7), i, ~i);
+                    if (writer == 0 && i == 5000) {
+                        underWay();
+                    }
+                }
+            });
+        }
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+    });
+    const Result result = Post({"systrace", "SysTrace Buffer", "--json"});
+    ASSERT_TRUE(result.code == 0 || result.code == 1) << result.output;
+    const Json json = result.Parsed();
+    std::array<std::uint32_t, 2> last{};
+    std::size_t whole = 0;
+    for (const Json& record : json["records"]) {
+        if (record["state"] == "whole") {
+            const std::uint32_t i = record["arguments"][0];
+            ASSERT_EQ(Arguments(record), (std::vector<std::uint32_t>{i, ~i}));
+            std::uint32_t& before = last.at(record["component"].get<std::uint32_t>() - 10);
+            ASSERT_TRUE(before == 0 || i == before + 1) << i << " after " << before;
+            before = i;
+            ++whole;
+        }
+    }
+    EXPECT_GT(whole, 5000U);
+    EXPECT_LE(json["records"].size() - whole, 4U); // What was under way, at either end of the block.
+}
+
 TEST_F(PostMortem, PutsInterleavedRecordsTogetherAndNeverGuessesAtTornOnes) {
     constexpr std::uint32_t kA = 0x00800001;
     constexpr std::uint32_t kB = 0x00C00002;

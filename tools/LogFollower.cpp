@@ -3,10 +3,11 @@
 #include "tools/support/Text.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace NimaPost {
 
-LogFollower::LogFollower(const std::string& path) : path_(path) {
+LogFollower::LogFollower(std::string path) : path_(std::move(path)) {
     if (Reopen()) {
         position_ = file_->Size();
         // The rest of a line that is only half there is handed over with its other half.

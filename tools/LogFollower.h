@@ -15,7 +15,7 @@ namespace NimaPost {
 class LogFollower {
   public:
     /// Begins behind what is there now, or at the start when the file is not there yet.
-    explicit LogFollower(const std::string& path);
+    explicit LogFollower(std::string path);
 
     using Visitor = std::function<void(std::string_view line)>;
     /// Hands over the lines, without their ends, that have come since the last call. True if there were any.

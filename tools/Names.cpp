@@ -11,7 +11,6 @@ namespace NimaPost {
 namespace {
 
 constexpr std::uint64_t kMostNamesBytes = 16 << 20;
-constexpr std::uint32_t kLibrary = 127;
 constexpr std::string_view kBlanks = " \t";
 
 void SkipBlanks(std::string_view& text) {
@@ -193,7 +192,7 @@ bool Names::Load(const std::string& path, std::string& problem) {
     for (int number = 1; !rest.empty(); ++number) {
         const std::size_t end = std::min(rest.find('\n'), rest.size() - 1) + 1;
         if (!AddLine(WithoutLineEnd(rest.substr(0, end)), problem)) {
-            problem = path + ":" + std::to_string(number) + ": " + problem;
+            problem.insert(0, path + ":" + std::to_string(number) + ": ");
             return false;
         }
         rest.remove_prefix(end);

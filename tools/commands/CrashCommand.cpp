@@ -16,9 +16,11 @@ constexpr std::size_t kMostActive = 8;
 void PrintCrash(Output& out, const CrashLog& log, const Findings& findings) {
     out.Line(log.Title());
     for (const auto& [label, value] : FailureInWords(log)) {
-        std::string line = "  " + label;
+        std::string line("  ");
+        line += label;
         line.append(15 - std::min<std::size_t>(line.size(), 14), ' ');
-        out.Line(line + value);
+        line += value;
+        out.Line(line);
     }
     for (const auto& [label, value] : log.exception) {
         out.Line("  record       " + label + " " + value);

@@ -28,19 +28,19 @@ struct LogLine {
 constexpr std::array<std::string_view, 6> kLevelNames{"FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG"};
 
 /// Takes a line apart, given with or without its end. A line without a header is all message.
-LogLine ParseLogLine(std::string_view line);
+LogLine ParseLogLine(std::string_view text);
 /// The same for a record of the memory queue's file.
-LogLine ParseQueueRecord(std::string_view record);
+LogLine ParseQueueRecord(std::string_view text);
 
 /// The date of a calibration line.
 std::optional<RawDate> CalibrationDate(const LogLine& line);
 
-/// The thread, of a line that stands behind all earlier ones of its thread. A calibration line does not: the line that
-/// made a log roll is stamped before it and stored behind it.
+/// The thread, of a line that stands behind all earlier ones of its thread. A calibration line does not: the
+/// line that made a log roll is stamped before it and stored behind it.
 std::optional<std::uint32_t> OrderedThread(const LogLine& line);
 
 /// Whether a line that has no header of its own looks like the rest of one that had.
-bool LooksLikeCutLine(std::string_view line);
+bool LooksLikeCutLine(std::string_view text);
 
 /// How lines are told apart in a file.
 enum class LogKind : unsigned char { kLines, kQueue };

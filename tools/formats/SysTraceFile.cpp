@@ -268,8 +268,8 @@ class Assembler {
                 ++counts[length];
             }
         }
-        const auto most = std::max_element(counts.begin(), counts.end());
-        return *most == 0 ? kNone : static_cast<std::uint32_t>(most - counts.begin());
+        const auto* most = std::max_element(counts.begin(), counts.end());
+        return *most == 0 ? kNone : static_cast<std::uint32_t>(most - counts.data());
     }
 
     void JudgeAll() {

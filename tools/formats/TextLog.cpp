@@ -211,7 +211,7 @@ void LogSet::PlaceParts() {
         } else {
             part.start = 0;
             part.run = runs_.size();
-            runs_.push_back({WallOffset(*part.date, 0)});
+            runs_.emplace_back(LogRun{WallOffset(*part.date, 0)});
         }
         const LogPart* next = &part;
         for (std::size_t k = undated.size(); k-- > 0;) {

@@ -99,8 +99,8 @@ class LogSet {
     std::optional<Anchor> LastAnchor() const;
 
   private:
-    void Survey(std::size_t source);
-    void SurveyQueue(std::size_t source);
+    void Survey(std::size_t index);
+    void SurveyQueue(std::size_t index);
     void OrderFiles();
     void PlaceParts();
 
