@@ -60,7 +60,7 @@ class Block {
         entries_.push_back({id, value});
         return *this;
     }
-    Block& Record(std::uint32_t id, std::uint32_t time, std::vector<std::uint32_t> rest) {
+    Block& Record(std::uint32_t id, std::uint32_t time, const std::vector<std::uint32_t>& rest) {
         Add(id, time);
         for (const std::uint32_t value : rest) {
             Add(id | SYSTRACE_CONTINUATION, value);
@@ -413,8 +413,11 @@ TEST_F(PostMortem, TellsWhatADeadDeviceLeft) {
     const Result timeline = Post({"timeline", ".", "-o", "out.json"});
     ASSERT_EQ(timeline.code, 0) << timeline.output;
     const Json trace = Json::parse(ReadFile("out.json"));
-    std::size_t hot = 0, binary = 0, ring = 0;
-    double crashTime = -1, hotTime = -1;
+    std::size_t hot = 0;
+    std::size_t binary = 0;
+    std::size_t ring = 0;
+    double crashTime = -1;
+    double hotTime = -1;
     for (const Json& event : trace["traceEvents"]) {
         const std::string text = event.dump();
         if (event["ph"] != "i") {
