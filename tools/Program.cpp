@@ -43,7 +43,7 @@ int RunProgram(int argc, const char* const* argv) {
     AddTimelineCommand(app, context, run);
     AddReportCommand(app, context, run);
     // AddWatchCommand(app, context, run);
-    // AddListenCommand(app, context, run);
+    AddListenCommand(app, context, run);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
