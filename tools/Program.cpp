@@ -42,7 +42,7 @@ int RunProgram(int argc, const char* const* argv) {
     AddCrashCommand(app, context, run);
     AddTimelineCommand(app, context, run);
     AddReportCommand(app, context, run);
-    // AddWatchCommand(app, context, run);
+    AddWatchCommand(app, context, run);
     AddListenCommand(app, context, run);
     try {
         app.parse(argc, argv);

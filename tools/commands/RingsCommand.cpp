@@ -1,4 +1,5 @@
 #include "tools/RingOrder.h"
+#include "tools/Wording.h"
 #include "tools/commands/Commands.h"
 #include "tools/formats/Rings.h"
 #include "tools/support/Text.h"
@@ -33,20 +34,7 @@ void AppendRecord(std::string& text, const Ring& ring, const RingRecord& record,
     text += "  ";
     AppendHex32(text, record.data.threadId);
     text += "  ";
-    const EventName* event = names.RingEvent(ring.name, record.data.words[0]);
-    if (event != nullptr) {
-        AppendPrintable(text, event->name);
-        text += event->format.empty() ? "" : ": ";
-        // Behind the code a record always holds four words; what the format does not take is no argument.
-        const std::size_t count = event->arguments ? std::min<std::size_t>(*event->arguments, 4) : 4;
-        AppendFormatted(text, *event, std::span(record.data.words).subspan(1, count));
-    } else {
-        for (const std::uint32_t word : record.data.words) {
-            AppendHex32(text, word);
-            text += ' ';
-        }
-        text.pop_back();
-    }
+    AppendRingWords(text, ring.name, record.data, names);
     text += '\n';
 }
 

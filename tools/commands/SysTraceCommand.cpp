@@ -1,3 +1,4 @@
+#include "tools/Wording.h"
 #include "tools/commands/Commands.h"
 #include "tools/formats/SysTraceFile.h"
 #include "tools/support/Text.h"
@@ -59,27 +60,6 @@ bool MakeFilter(const Options& options, const Names& names, Filter& filter, std:
     return true;
 }
 
-const char* StateName(std::uint32_t state) {
-    switch (state) {
-        case 0:
-            return "none";
-        case 1:
-            return "tracing";
-        case 2:
-            return "triggered";
-        case 3:
-            return "trigger pending";
-        case 4:
-            return "capturing";
-        default:
-            return "unknown";
-    }
-}
-
-std::string_view RecordStateName(RecordState state) {
-    return state == RecordState::kTorn ? "torn" : state == RecordState::kEntangled ? "entangled" : "whole";
-}
-
 /// While a dump is taken the live filter and state stand under "saved".
 bool TakenUnderCapture(const SysTraceHeader& header) {
     return header.savedState != 0 && std::all_of(std::begin(header.liveFilter), std::end(header.liveFilter),
@@ -91,8 +71,9 @@ void PrintHeader(Output& out, const SysTraceFile& trace, const Names& names) {
     out.Line(std::string(trace.isDump ? "SysTrace dump" : "SysTrace segment") + ", " +
              Counted(trace.bytes, "byte"));
     out.Line("  version       " + std::to_string(header.version));
-    out.Line("  state         " + std::to_string(header.state) + " (" + StateName(header.state) +
-             "), saved " + std::to_string(header.savedState) + " (" + StateName(header.savedState) + ")");
+    out.Line("  state         " + std::to_string(header.state) + " (" + CaptureStateName(header.state) +
+             "), saved " + std::to_string(header.savedState) + " (" + CaptureStateName(header.savedState) +
+             ")");
     out.Line("  entries       " + std::to_string(trace.entryCount) + " of 8 bytes, " +
              std::to_string(trace.entriesRead) + " of them in use, write index " + Hex(header.writeIndex));
     out.Line("  wraps         " + std::to_string(header.wrapCount) +
@@ -112,71 +93,18 @@ void PrintRecord(Output& out, const SysTraceFile& trace, const SysTraceRecord& r
     std::string& text = out.Text();
     AppendSeconds(text, record.elapsed);
     text += "  ";
-    if (record.hasThread) {
-        AppendHex32(text, record.thread);
-    } else {
-        text += "-         ";
-    }
-    text += "  ";
-    AppendPrintable(text, names.Component(record.Component()));
-    text += "  ";
-    AppendPrintable(text, names.Level(record.Level()));
-    text += "  ";
-    const auto values = trace.ValuesOf(record);
-    const EventName* event = names.Event(record.Component(), record.Event());
-    if (event != nullptr) {
-        AppendPrintable(text, event->name);
-    } else {
-        text += "event ";
-        AppendHex(text, record.Event());
-    }
-    if (event != nullptr && record.state == RecordState::kWhole) {
-        text += event->format.empty() ? "" : ": ";
-        AppendFormatted(text, *event, values);
-    } else {
-        for (const std::uint32_t value : values) {
-            text += ' ';
-            AppendHex(text, value);
-        }
-    }
-    if (record.state != RecordState::kWhole) {
-        text += "  [";
-        text += RecordStateName(record.state);
-        text += ']';
-    }
+    AppendRecord(text, trace, record, names);
     text += '\n';
     out.Pace();
-}
-
-Json RecordJson(const SysTraceFile& trace, const SysTraceRecord& record, const Names& names) {
-    const auto values = trace.ValuesOf(record);
-    Json json{{"slot", record.slot},
-              {"elapsed_ns", record.elapsed},
-              {"stamp", record.stamp},
-              {"component", record.Component()},
-              {"level", record.Level()},
-              {"event", record.Event()},
-              {"arguments", std::vector<std::uint32_t>(values.begin(), values.end())},
-              {"thread", record.hasThread ? Json(Hex32(record.thread)) : Json()},
-              {"state", RecordStateName(record.state)}};
-    if (const EventName* event = names.Event(record.Component(), record.Event())) {
-        json["name"] = ToUtf8(event->name);
-        if (record.state == RecordState::kWhole) {
-            std::string text;
-            AppendFormatted(text, *event, values);
-            json["text"] = ToUtf8(text);
-        }
-    }
-    return json;
 }
 
 Json HeaderJson(const SysTraceFile& trace, const Names& names) {
     const SysTraceHeader& header = trace.header;
     return {{"version", header.version},
             {"state", header.state},
-            {"state_name", StateName(header.state)},
+            {"state_name", CaptureStateName(header.state)},
             {"saved_state", header.savedState},
-            {"saved_state_name", StateName(header.savedState)},
+            {"saved_state_name", CaptureStateName(header.savedState)},
             {"entry_count", header.entryCount},
             {"write_index", header.writeIndex},
             {"wrap_count", header.wrapCount},

@@ -442,6 +442,18 @@ std::optional<SysTraceFile> ReadSysTrace(const InputFile& file, const Names& nam
     return trace;
 }
 
+SysTraceFile AssembleSysTrace(const SysTraceHeader& header, std::vector<SysTraceEntry> entries,
+                              std::uint32_t firstSlot, const Names& names) {
+    SysTraceFile trace;
+    trace.header = header;
+    trace.entryCount = header.entryCount;
+    trace.entriesRead = entries.size();
+    const ClaimedEntries claimed{std::move(entries), firstSlot, header.entryCount, true};
+    Assembler(trace, claimed, names).Run();
+    RecoverTimes(trace);
+    return trace;
+}
+
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names) {
     std::string text;
     for (std::uint32_t level = 0; level < 4; ++level) {

@@ -69,6 +69,11 @@ bool LooksLikeSysTrace(std::string_view front);
 /// findings then say so. `names` tells how many arguments an event has.
 std::optional<SysTraceFile> ReadSysTrace(const InputFile& file, const Names& names, Findings& findings);
 
+/// Puts together the records of entries that were claimed one after the other, the first of them in
+/// `firstSlot` of a block with this header, whose entry count has to be right.
+SysTraceFile AssembleSysTrace(const SysTraceHeader& header, std::vector<SysTraceEntry> entries,
+                              std::uint32_t firstSlot, const Names& names);
+
 /// "levels 0 and 1: every component; level 2: Engine, component 7".
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
 
