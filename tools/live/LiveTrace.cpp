@@ -12,6 +12,8 @@ namespace {
 constexpr std::uint64_t kTail = 1024;
 /// And no more than this, 512 KB, at one look.
 constexpr std::uint64_t kMostEntries = 1 << 16;
+/// Of these the last may have been claimed and not be stored yet.
+constexpr std::uint32_t kUnsettled = 64;
 constexpr std::uint32_t kMostSlots = 1 << 24;
 /// A record has eight entries at most; one that is not whole so near the end is still being written.
 constexpr std::uint32_t kBeingWritten = 16;
@@ -46,12 +48,14 @@ const TraceLook& LiveTrace::Look(const Names& names, std::vector<std::string>& n
         if (generation_ != file_.Generation()) {
             generation_ = file_.Generation();
             claimed_.reset();
+            unsettled_.clear();
         }
         CountClaims(notices);
         ReadEntries(*file, names);
         return look_;
     }
     claimed_.reset();
+    unsettled_.clear();
     return look_;
 }
 
@@ -88,6 +92,7 @@ void LiveTrace::CountClaims(std::vector<std::string>& notices) {
         const bool cleared = header.wrapCount < wrapCount_ || more > 0x80000000U;
         look_.newEntries = cleared ? claimed : more;
         if (cleared) {
+            unsettled_.clear();
             notices.push_back(file_.Name() + " was cleared or formatted anew.");
         }
     }
@@ -106,12 +111,7 @@ void LiveTrace::ReadEntries(const InputFile& file, const Names& names) {
     auto entries = ReadSlots(file, header.entryCount, first, count);
     const auto looked = static_cast<std::uint32_t>(std::min<std::uint64_t>(fresh, count));
     look_.notLookedAt = fresh - looked;
-    for (const SysTraceEntry& entry : std::span(entries).last(looked)) {
-        if ((entry.id & SYSTRACE_CONTINUATION) == 0 && (entry.id != 0 || entry.value != 0)) {
-            ++look_.newRecords;
-            ++look_.newOfComponent[entry.id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK];
-        }
-    }
+    CountRecords(entries, looked);
     const auto tail = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, kTail));
     entries.erase(entries.begin(), entries.end() - static_cast<std::ptrdiff_t>(tail));
     look_.newest = AssembleSysTrace(header, std::move(entries), (*claimed_ - tail) & header.indexMask, names);
@@ -120,6 +120,28 @@ void LiveTrace::ReadEntries(const InputFile& file, const Names& names) {
            ((*claimed_ - records.back().slot) & header.indexMask) <= kBeingWritten) {
         records.pop_back();
     }
+}
+
+void LiveTrace::CountRecords(std::span<const SysTraceEntry> entries, std::uint32_t fresh) {
+    std::array<std::int64_t, 128> counts{};
+    const auto count = [&](std::span<const SysTraceEntry> some, std::int64_t one) {
+        for (const SysTraceEntry& entry : some) {
+            if ((entry.id & SYSTRACE_CONTINUATION) == 0 && (entry.id != 0 || entry.value != 0)) {
+                counts[entry.id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK] += one;
+            }
+        }
+    };
+    count(entries.last(fresh), 1);
+    const auto before = entries.first(entries.size() - fresh);
+    const std::size_t settled = std::min(unsettled_.size(), before.size());
+    count(before.last(settled), 1);
+    count(std::span(unsettled_).last(settled), -1);
+    for (std::size_t i = 0; look_.newEntries && i < counts.size(); ++i) {
+        look_.newOfComponent[i] = static_cast<std::uint64_t>(std::max<std::int64_t>(counts[i], 0));
+        look_.newRecords += look_.newOfComponent[i];
+    }
+    const auto last = entries.last(std::min<std::size_t>(entries.size(), kUnsettled));
+    unsettled_.assign(last.begin(), last.end());
 }
 
 } // namespace NimaPost

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -36,10 +37,13 @@ class LiveTrace {
     bool ReadHeader(const InputFile& file);
     void CountClaims(std::vector<std::string>& notices);
     void ReadEntries(const InputFile& file, const Names& names);
+    void CountRecords(std::span<const SysTraceEntry> entries, std::uint32_t fresh);
 
     LiveFile file_;
     TraceLook look_;
     unsigned generation_ = 0;
+    /// The last entries of the look before: those that were claimed and not yet stored then are now.
+    std::vector<SysTraceEntry> unsettled_;
     /// Entries claimed at the last look, modulo 2^32, and the wrap count then.
     std::optional<std::uint32_t> claimed_;
     std::int32_t wrapCount_ = -1;
