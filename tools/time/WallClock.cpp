@@ -16,6 +16,11 @@ constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 /// of what an unseen second shifts the cut microseconds by (16.96 ms) would be too much.
 constexpr std::int64_t kTolerance = 5'000'000;
 
+/// Since 1900: from the last evening of 1969, which is where a clock without a battery begins west of
+/// Greenwich, to 2200.
+constexpr std::int64_t kLeastYear = 69;
+constexpr std::int64_t kMostYear = 300;
+
 /// Days since 1970 of a date of the Gregorian calendar, month from 1.
 std::int64_t DaysSince1970(std::int64_t year, std::int64_t month, std::int64_t day) {
     year -= month <= 2 ? 1 : 0;
@@ -117,9 +122,11 @@ std::vector<std::int64_t> Candidates(const RawDate& date) {
 
 std::optional<RawDate> MakeRawDate(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,
                                    std::int64_t minute, std::int64_t second, std::int64_t subsecond) {
-    // 60 is a leap second. The memory queue prints the sub-second field as a signed number.
-    if (year < 0 || year > 8000 || month < 0 || month > 11 || day < 1 || day > 31 || hour < 0 || hour > 23 ||
-        minute < 0 || minute > 59 || second < 0 || second > 60 || subsecond < -32768 || subsecond > 65535) {
+    // 60 is a leap second. The memory queue prints the sub-second field as a signed number. Distances between
+    // any two dates of these years, in nanoseconds, fit 64 bits.
+    if (year < kLeastYear || year > kMostYear || month < 0 || month > 11 || day < 1 || day > 31 || hour < 0 ||
+        hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 60 || subsecond < -32768 ||
+        subsecond > 65535) {
         return std::nullopt;
     }
     RawDate date;
