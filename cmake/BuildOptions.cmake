@@ -5,7 +5,7 @@ target_compile_options(nima_build_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wcast-align -Wformat=2 -Wundef
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
     # GCC 12 sees overlapping copies in its own std::string.
-    $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict>
     -fno-omit-frame-pointer
     $<$<BOOL:${NIMA_WERROR}>:-Werror>)
 
@@ -19,7 +19,8 @@ target_compile_options(nima_build_options INTERFACE $<$<COMPILE_LANGUAGE:C>:-fex
 
 if(NIMA_SANITIZE)
     # With its checks inserted GCC 12 sees uninitialised members in the standard library's own headers.
-    target_compile_options(nima_build_options INTERFACE -Wno-maybe-uninitialized)
+    target_compile_options(nima_build_options INTERFACE
+        $<$<OR:$<COMPILE_LANG_AND_ID:CXX,GNU>,$<COMPILE_LANG_AND_ID:C,GNU>>:-Wno-maybe-uninitialized>)
     target_compile_options(nima_build_options INTERFACE -fsanitize=${NIMA_SANITIZE} -fno-sanitize-recover=all)
     target_link_options(nima_build_options INTERFACE -fsanitize=${NIMA_SANITIZE})
 endif()

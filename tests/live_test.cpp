@@ -118,6 +118,7 @@ class Program {
         std::vector<std::string> words{NIMA_POST};
         words.insert(words.end(), arguments.begin(), arguments.end());
         std::vector<char*> pointers;
+        pointers.reserve(words.size() + 1);
         for (std::string& word : words) {
             pointers.push_back(word.data());
         }

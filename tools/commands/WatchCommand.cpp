@@ -285,7 +285,9 @@ class Watch {
             std::string dated;
             AppendWallTime(dated, tick_.time, false);
             dated.resize(dated.size() - 6);
-            notices_.push_back(dated + "  " + notice);
+            dated += "  ";
+            dated += notice;
+            notices_.push_back(std::move(dated));
         }
         while (notices_.size() > kNotices) {
             notices_.pop_front();

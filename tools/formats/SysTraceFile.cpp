@@ -17,6 +17,8 @@ constexpr std::string_view kBlockMagic = "strc";
 constexpr std::uint64_t kMostEntries = std::uint64_t{1} << 24;
 /// A held-up writer's next entry is claimed after a few others, not after thousands.
 constexpr std::uint32_t kLongestOverlap = 64;
+/// As many writers of the same event at the same moment are believed in.
+constexpr int kMostWriters = 64;
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
 
 template <typename Struct>
@@ -308,8 +310,9 @@ class Assembler {
         std::uint64_t have = trace_.records[first].values;
         std::uint64_t wanted = length;
         std::uint32_t last = first;
+        int writers = 1;
         for (std::uint32_t i = drafts_[first].nextOfEvent; i != kNone; i = drafts_[i].nextOfEvent) {
-            if (drafts_[i].position - drafts_[last].position > kLongestOverlap) {
+            if (drafts_[i].position - drafts_[last].position > kLongestOverlap || ++writers > kMostWriters) {
                 return false;
             }
             last = i;
