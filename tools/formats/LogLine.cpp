@@ -211,7 +211,8 @@ bool LineReader::Fill() {
         return false;
     }
     if (buffer_.empty()) {
-        buffer_.resize(kBlock + kLongestLine);
+        buffer_.resize(
+            static_cast<std::size_t>(std::min<std::uint64_t>(kBlock + kLongestLine, end_ - next_)));
     }
     std::memmove(buffer_.data(), buffer_.data() + from_, to_ - from_);
     to_ -= from_;
