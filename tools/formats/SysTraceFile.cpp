@@ -107,19 +107,19 @@ void ReadEntries(const InputFile& file, std::uint64_t offset, std::uint32_t coun
     std::vector<char> bytes(static_cast<std::size_t>(std::min<std::uint64_t>(present, claimed.slots)) *
                             sizeof(SysTraceEntry));
     const std::size_t inFile = file.ReadAt(offset, bytes) / sizeof(SysTraceEntry);
-    claimed.entries.reserve(std::min<std::size_t>(count, inFile));
-    std::uint32_t missing = 0;
-    std::uint32_t position = 0;
-    for (; position < count; ++position) {
-        const std::uint32_t slot = claimed.SlotOf(position);
-        if (slot >= inFile) {
-            ++missing;
-            continue;
+    const std::uint32_t upToEnd = std::min(count, claimed.slots - claimed.firstSlot);
+    // From the oldest slot to the block's end and on from its front, as far as the file has them.
+    for (const auto& [first, slots] : {std::pair(claimed.firstSlot, upToEnd), {0U, count - upToEnd}}) {
+        const std::size_t begin = std::min<std::size_t>(first, inFile);
+        const std::size_t end = std::min<std::size_t>(std::size_t{first} + slots, inFile);
+        const std::size_t before = claimed.entries.size();
+        if (end > begin) {
+            claimed.entries.resize(before + end - begin);
+            std::memcpy(claimed.entries.data() + before, bytes.data() + begin * sizeof(SysTraceEntry),
+                        (end - begin) * sizeof(SysTraceEntry));
         }
-        SysTraceEntry entry{};
-        std::memcpy(&entry, bytes.data() + std::size_t{slot} * sizeof(entry), sizeof(entry));
-        claimed.entries.push_back(entry);
     }
+    const std::size_t missing = count - claimed.entries.size();
     if (missing > 0) {
         findings.Damage("The file is cut: " + Counted(missing, "claimed entry") + " of " +
                         std::to_string(count) + " are not in it.");
