@@ -24,6 +24,8 @@ constexpr std::string_view kBegin = "BEGIN RING BUFFER DUMP";
 constexpr std::string_view kEnd = "END RING BUFFER DUMP";
 /// Far more records than any text dump of the library holds.
 constexpr std::size_t kMostTextRecords = 1 << 20;
+/// Headings are 31 in a dump; an index or a name may be wrong, and a text hold several dumps.
+constexpr std::size_t kMostTextRings = 1024;
 /// A step that stands out among a ring's steps does so by this factor.
 constexpr std::int64_t kStandsOut = 8;
 
@@ -251,6 +253,7 @@ void ReadDumpHead(std::string_view text, std::optional<RawDate>& date, std::opti
 
 void ReadRingLines(std::string_view text, RingSet& set, Findings& findings) {
     Ring* ring = nullptr;
+    const std::size_t firstRing = set.rings.size();
     std::size_t records = 0;
     std::uint64_t strange = 0;
     bool ended = false;
@@ -261,7 +264,7 @@ void ReadRingLines(std::string_view text, RingSet& set, Findings& findings) {
         RingRecord record;
         if (line == kEnd) {
             ended = true;
-        } else if (ReadHeading(line, heading)) {
+        } else if (set.rings.size() < kMostTextRings && ReadHeading(line, heading)) {
             set.rings.push_back(std::move(heading));
             ring = &set.rings.back();
         } else if (ring != nullptr && !lastLine && ReadRecordLine(line, record.data)) {
@@ -272,8 +275,8 @@ void ReadRingLines(std::string_view text, RingSet& set, Findings& findings) {
             ++strange;
         }
     }
-    for (Ring& each : set.rings) {
-        FinishTextRing(each);
+    for (std::size_t i = firstRing; i < set.rings.size(); ++i) {
+        FinishTextRing(set.rings[i]);
     }
     if (strange > 0) {
         findings.Damage(Counted(strange, "line") + " of the ring dump cannot be read.");
