@@ -17,6 +17,9 @@ constexpr std::int64_t kRollDelay = kSecond / 50;
 constexpr std::int64_t kDisorder = kSecond / 10;
 constexpr std::int64_t kTornCounts = 4;
 
+/// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
+constexpr std::size_t kMostParts = 1 << 18;
+
 /// A place where a line's stamp steps far ahead of the one before, or could not have followed it.
 struct Step {
     std::int64_t width = -1;
@@ -55,6 +58,9 @@ class RoundDetector {
         Consider(line, offset);
         previous_ = line.counter;
         if (line.level != "CAL") {
+            if (lastOfThread_.size() >= CounterClock::kMostThreads) {
+                lastOfThread_.clear();
+            }
             lastOfThread_[line.thread] = line.counter;
         }
         headerless_ = 0;
@@ -152,7 +158,8 @@ class Divider {
         if (!line.hasHeader) {
             return;
         }
-        if (const auto date = CalibrationDate(line)) {
+        const auto date = CalibrationDate(line);
+        if (date && parts_.size() < kMostParts) {
             Close(offset);
             part_.date = date;
         }

@@ -28,6 +28,9 @@ std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_
     std::int64_t floor = frontier_ - disorder_.acrossThreads;
     std::int64_t* last = nullptr;
     if (thread) {
+        if (lastOfThread_.size() >= kMostThreads) {
+            lastOfThread_.clear();
+        }
         // A thread's own stamps stand in order, which tells a late writer from a second that has passed.
         const auto [found, fresh] = lastOfThread_.try_emplace(*thread, floor);
         last = &found->second;

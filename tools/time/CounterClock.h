@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <unordered_map>
@@ -28,6 +29,10 @@ class CounterClock {
         /// Stamps of one thread. Not zero where threads of several processes may share an identifier.
         std::int64_t withinThread = 0;
     };
+
+    /// No device has more threads; where the input claims to, what is known of each is given up, so that
+    /// memory stays bounded.
+    static constexpr std::size_t kMostThreads = 1 << 16;
 
     CounterClock() = default;
     explicit CounterClock(Disorder disorder) : disorder_(disorder) {}
