@@ -227,6 +227,19 @@ TEST_F(LogTimes, AFollowerSeesEveryLineOnceWhateverBecomesOfTheFile) {
         WriteFile("a.log", content);
         look(follower, seen);
     }
+    // Full: the last line of the round at the end, and on at the start, between two looks.
+    content.replace(0, over.size(), over);
+    while (over.size() < content.size()) {
+        over += text(number);
+        expected += text(number++);
+    }
+    expected += "begin D\r\n" + text(number);
+    content = "begin D\r\n" + text(number++);
+    over.replace(0, content.size(), content);
+    WriteFile("a.log", over);
+    look(follower, seen);
+    EXPECT_EQ(seen, expected);
+    over.swap(content);
     // Beyond the old end it grows again.
     while (over.size() < content.size() + 100) {
         over += text(number);

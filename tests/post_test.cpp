@@ -343,6 +343,23 @@ TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
     }
 }
 
+TEST_F(PostMortem, LeavesALogAsItIsThatWasNeverRewound) {
+    InGoodChild([] {
+        TraceServices::ConfigureDefaultLog(L"slow.log", 1 << 20, 0, true);
+        NimaTrace trace("Feeder");
+        for (int i = 0; i < 80; ++i) {
+            trace.WriteWarnV("sheet %06d", i);
+            std::this_thread::sleep_for(std::chrono::milliseconds(11));
+        }
+    });
+    const Json json = Post({"log", "slow.log", "--json", "--tracer", "Feeder"}).Parsed();
+    ASSERT_EQ(json["lines"].size(), 80U);
+    for (std::size_t i = 0; i < 80; ++i) {
+        EXPECT_EQ(std::stoul(json["lines"][i]["message"].get<std::string>().substr(6)), i);
+        EXPECT_FALSE(json["lines"][i]["overwritten"].get<bool>());
+    }
+}
+
 TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     WriteFile(
         "a.log.1",
@@ -368,6 +385,7 @@ TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     EXPECT_EQ(messages({"--level", "WARN+"}), "first|more of it|third|");
     EXPECT_EQ(messages({"--tracer", "Two", "--thread", "0x2"}), "second|third|");
     EXPECT_EQ(messages({"--text", "THIRD", "-i"}), "third|");
+    EXPECT_EQ(messages({"--text", "more of"}), "first|more of it|");
     EXPECT_EQ(messages({"--alone", "--text", "second"}), "");
     const Result text = Post({"log", "a.log", "--level", "DEBUG"});
     EXPECT_NE(text.output.find("2026-11-24 15:09:26.046886200 = 300 <0x00000002:-02> <DEBUG> <Two> second\n"),

@@ -35,14 +35,18 @@ bool LogFilter::AddThread(std::string_view text) {
 
 void LogFilter::SetText(const std::string& text, bool ignoreCase) {
     text_ = text;
-    ignoreCase_ = ignoreCase;
+    if (ignoreCase) {
+        anyCase_.emplace(text_.cbegin(), text_.cend(), AnyCaseHash(), AnyCaseEqual());
+    }
 }
 
-bool LogFilter::Admits(const LogLine& line, std::string_view text) {
+LogFilter::Fate LogFilter::Judge(const LogLine& line, std::string_view text) {
     if (line.hasHeader) {
-        previous_ = AdmitsHeader(line) && HoldsText(text);
+        message_ = !AdmitsHeader(line) ? Fate::kHide : HoldsText(text) ? Fate::kShow : Fate::kUndecided;
+    } else if (message_ == Fate::kUndecided && HoldsText(text)) {
+        message_ = Fate::kShow;
     }
-    return previous_;
+    return message_;
 }
 
 bool LogFilter::AdmitsHeader(const LogLine& line) const {
@@ -53,12 +57,24 @@ bool LogFilter::AdmitsHeader(const LogLine& line) const {
 }
 
 bool LogFilter::HoldsText(std::string_view text) const {
-    if (!ignoreCase_) {
-        return text.find(text_) != std::string_view::npos;
-    }
-    return std::search(text.begin(), text.end(), text_.begin(), text_.end(), [](char a, char b) {
-               return EqualNoCase({&a, 1}, {&b, 1});
-           }) != text.end();
+    return anyCase_ ? std::search(text.begin(), text.end(), *anyCase_) != text.end()
+                    : text.find(text_) != std::string_view::npos;
+}
+
+namespace {
+
+unsigned char LowerCase(char c) {
+    return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
+}
+
+} // namespace
+
+std::size_t LogFilter::AnyCaseHash::operator()(char c) const {
+    return LowerCase(c);
+}
+
+bool LogFilter::AnyCaseEqual::operator()(char a, char b) const {
+    return LowerCase(a) == LowerCase(b);
 }
 
 } // namespace NimaPost

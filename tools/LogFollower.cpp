@@ -24,12 +24,16 @@ bool LogFollower::Poll(const Visitor& visitor) {
     const bool same = file_->Refresh();
     bool any = false;
     if (BeginsAnew()) {
+        // Before a log goes on at its start the rest of the round is written where it belongs.
+        const auto known = static_cast<std::size_t>(std::min<std::uint64_t>(position_, front_.size()));
+        any = rewritten_ ? ReadRewritten(visitor) : ReadAppended(visitor);
+        // What stood there before: up to the position as it was kept, behind it as it has just been read.
+        ahead_ = front_.substr(0, known);
+        ahead_ += Read(known, kWindow - known);
         position_ = 0;
-        // What stood there before is the copy that was kept.
-        ahead_ = front_;
         rewritten_ = true;
     }
-    any = rewritten_ ? ReadRewritten(visitor) : ReadAppended(visitor);
+    any = (rewritten_ ? ReadRewritten(visitor) : ReadAppended(visitor)) || any;
     front_ = Read(0, kWindow);
     if (!same && Reopen()) {
         any = Poll(visitor) || any;

@@ -213,10 +213,11 @@ void Timeline::PlaceUndatedRuns() {
 }
 
 void Timeline::PlaceRings() {
-    // What was dumped as text says when; the segment is what remained after that.
-    std::stable_sort(rings_.begin(), rings_.end(), [](const PlacedRings& a, const PlacedRings& b) {
-        return std::pair(a.set.isText, b.set.date ? b.set.date->second : 0) <
-               std::pair(b.set.isText, a.set.date ? a.set.date->second : 0);
+    // What was dumped as text says when, so it comes first, the newest in front; the segment adds what came
+    // after.
+    std::stable_sort(rings_.begin(), rings_.end(), [](const PlacedRings& x, const PlacedRings& y) {
+        return std::pair(x.set.isText, x.set.date ? x.set.date->second : 0) >
+               std::pair(y.set.isText, y.set.date ? y.set.date->second : 0);
     });
     for (PlacedRings& placed : rings_) {
         std::optional<Tie> tie = tie_;

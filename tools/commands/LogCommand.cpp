@@ -7,7 +7,8 @@
 #include "tools/time/CounterClock.h"
 
 #include <chrono>
-#include <csignal>
+#include <deque>
+#include <functional>
 #include <memory>
 #include <thread>
 
@@ -134,19 +135,71 @@ Findings Summary(const LogSet& logs) {
     return findings;
 }
 
+/// Hands on the lines that a filter shows, a message's first lines also when only a later one decides.
+class ShownLines {
+  public:
+    using Show = std::function<void(const LogEntry&)>;
+    ShownLines(LogFilter& filter, Show show) : filter_(filter), show_(std::move(show)) {}
+
+    void Take(const LogEntry& entry) {
+        const LogFilter::Fate fate = filter_.Judge(entry.line, entry.text);
+        if (!entry.continued) {
+            waiting_ = 0;
+        }
+        if (fate == LogFilter::Fate::kUndecided) {
+            Keep(entry);
+        } else if (fate == LogFilter::Fate::kShow) {
+            for (std::size_t i = 0; i < waiting_; ++i) {
+                show_(kept_[i].entry);
+            }
+            waiting_ = 0;
+            show_(entry);
+        }
+    }
+
+  private:
+    /// Beyond so many lines a message's later ones are shown without those in front.
+    static constexpr std::size_t kMostWaiting = 256;
+
+    /// An entry with a text of its own.
+    struct Kept {
+        LogEntry entry;
+        std::string text;
+    };
+
+    void Keep(const LogEntry& entry) {
+        if (waiting_ == kMostWaiting) {
+            return;
+        }
+        if (waiting_ == kept_.size()) {
+            kept_.emplace_back();
+        }
+        Kept& kept = kept_[waiting_++];
+        kept.text = entry.text;
+        kept.entry = entry;
+        kept.entry.text = kept.text;
+        kept.entry.line = entry.line.date ? ParseQueueRecord(kept.text) : ParseLogLine(kept.text);
+    }
+
+    LogFilter& filter_;
+    Show show_;
+    std::deque<Kept> kept_; ///< not moved when it grows: entries look at their texts
+    std::size_t waiting_ = 0;
+};
+
 void PrintText(Context& context, const LogSet& logs, LogFilter& filter) {
     TimePrinter times;
-    const bool all = filter.Empty();
+    ShownLines shown(filter, [&](const LogEntry& entry) {
+        std::string& text = context.out.Text();
+        times.Append(text, entry);
+        text += ' ';
+        AppendMarks(text, entry);
+        AppendPrintable(text, entry.text);
+        text += '\n';
+        context.out.Pace();
+    });
     logs.ForEach([&](const LogEntry& entry) {
-        if (all || filter.Admits(entry.line, entry.text)) {
-            std::string& text = context.out.Text();
-            times.Append(text, entry);
-            text += ' ';
-            AppendMarks(text, entry);
-            AppendPrintable(text, entry.text);
-            text += '\n';
-            context.out.Pace();
-        }
+        shown.Take(entry);
         return true;
     });
 }
@@ -155,40 +208,46 @@ void PrintJson(Context& context, const LogSet& logs, LogFilter& filter, const Fi
     JsonDocument document(context.out);
     document.Member("findings", FindingsJson(findings));
     document.BeginArray("lines");
+    ShownLines shown(filter, [&](const LogEntry& entry) { document.Element(EntryJson(entry, logs)); });
     logs.ForEach([&](const LogEntry& entry) {
-        if (filter.Admits(entry.line, entry.text)) {
-            document.Element(EntryJson(entry, logs));
-        }
+        shown.Take(entry);
         return true;
     });
     document.EndArray();
     document.End();
 }
 
+Json FollowedJson(const std::string& path, const LogLine& line) {
+    Json json{{"file", ToUtf8(path)}};
+    if (line.hasHeader) {
+        json["counter"] = line.counter;
+        json["thread"] = Hex32(line.thread);
+        json["level"] = line.level;
+        json["tracer"] = ToUtf8(line.tracer);
+    }
+    json["message"] = ToUtf8(line.message);
+    return json;
+}
+
 /// Prints the lines as they come, until an interrupt.
 void Follow(Context& context, const std::string& path, LogFilter& filter) {
     Interrupt interrupt;
     LogFollower follower(path);
+    ShownLines shown(filter, [&](const LogEntry& entry) {
+        if (context.json) {
+            context.out.WriteJson(FollowedJson(path, entry.line));
+        } else {
+            AppendPrintable(context.out.Text(), entry.text);
+        }
+        context.out.Write("\n");
+    });
     while (!interrupt.Requested()) {
         const bool any = follower.Poll([&](std::string_view text) {
-            const LogLine line = ParseLogLine(text);
-            if (!filter.Admits(line, text)) {
-                return;
-            }
-            if (context.json) {
-                Json json{{"file", ToUtf8(path)}};
-                if (line.hasHeader) {
-                    json["counter"] = line.counter;
-                    json["thread"] = Hex32(line.thread);
-                    json["level"] = line.level;
-                    json["tracer"] = ToUtf8(line.tracer);
-                }
-                json["message"] = ToUtf8(line.message);
-                context.out.WriteJson(json);
-            } else {
-                AppendPrintable(context.out.Text(), text);
-            }
-            context.out.Write("\n");
+            LogEntry entry;
+            entry.line = ParseLogLine(text);
+            entry.text = text;
+            entry.continued = !entry.line.hasHeader;
+            shown.Take(entry);
         });
         if (any && !context.out.Flush()) {
             return;
@@ -246,7 +305,7 @@ void AddLogCommand(CLI::App& app, Context& context, Run& run) {
     command->add_option("--tracer", options->tracers, "Only lines of these tracers");
     command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
         ->delimiter(',');
-    command->add_option("--text", options->text, "Only lines that hold this");
+    command->add_option("--text", options->text, "Only messages that hold this");
     command->add_flag("-i,--ignore-case", options->ignoreCase,
                       "--text takes upper and lower case alike (ASCII)");
     command->add_flag("--alone", options->alone, "Leave the backups out");

@@ -205,8 +205,9 @@ int RunRings(Context& context, const Options& options) {
     for (const Ring& ring : set->rings) {
         if (ring.seam == Seam::kUncertain) {
             findings.Remark(ring.name +
-                            ": nothing recorded tells where its newest record meets the oldest; the widest "
-                            "step in time was taken.");
+                            ": nothing recorded tells for sure where its newest record meets the oldest, or "
+                            "those of an earlier "
+                            "process.");
         }
         if (ring.clockBreaks > 0) {
             findings.Remark(ring.name + ": the counters do not fit one run of the clock in " +
@@ -240,7 +241,8 @@ void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
     command->add_flag("--merge", options->merge, "All rings in one order of time");
     command
         ->add_option("--last", options->last, "Only the last N records, of each ring or of the merged order")
-        ->type_name("N");
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber);
     command->callback([&run, options] { run = [options](Context& c) { return RunRings(c, *options); }; });
 }
 

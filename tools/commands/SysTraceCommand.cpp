@@ -210,7 +210,9 @@ void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
     command->add_option("--level", options->levels, "Only these levels, 0 to 3")->delimiter(',');
     command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
         ->delimiter(',');
-    command->add_option("--last", options->last, "Only the last N of them")->type_name("N");
+    command->add_option("--last", options->last, "Only the last N of them")
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber);
     command->callback([&run, options] { run = [options](Context& c) { return RunSysTrace(c, *options); }; });
 }
 

@@ -29,7 +29,7 @@ const char* SurenessName(Sureness sureness) {
         case Sureness::kShifted:
             return "perhaps whole seconds off";
         default:
-            return "assumed within a second";
+            return "assumed, counted back from the newest record";
     }
 }
 
@@ -49,7 +49,6 @@ class Tracks {
 
     std::size_t Of(const TimelineEvent& event) {
         if (!event.thread) {
-            noThread_ = true;
             return 0;
         }
         Track& track = tracks_.try_emplace(*event.thread, Track{tracks_.size() + 1, {}}).first->second;
@@ -61,9 +60,7 @@ class Tracks {
     }
 
     void ForEach(const std::function<void(std::size_t, const std::string&)>& visitor) const {
-        if (noThread_) {
-            visitor(0, "no thread");
-        }
+        visitor(0, "no thread");
         for (const auto& [id, track] : tracks_) {
             const std::string name = names_.Thread(id);
             const std::string& shown = name.empty() ? track.tracer : name;
@@ -78,7 +75,6 @@ class Tracks {
     };
     const Names& names_;
     std::map<std::uint32_t, Track> tracks_;
-    bool noThread_ = false;
 };
 
 /// Entries of each kind in each second.

@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <unordered_map>
+#include <vector>
 
 namespace NimaPost {
 
@@ -12,26 +14,51 @@ namespace {
 
 /// A file passes its maximum by less than a buffer and a line, so rounds end within this of each other.
 constexpr std::uint64_t kRoundsDiffer = 4096 + 2048;
-/// A roll follows the line that caused it at once, in the same call.
-constexpr std::int64_t kRollDelay = kSecond / 50;
+/// From the stamp of the line that filled the log to the calibration line that it caused: a write of the
+/// buffer.
+constexpr std::int64_t kRollTakes = kSecond / 200;
+/// The same on a device that is busy; too long to be proof by itself.
+constexpr std::int64_t kSlowRollTakes = kSecond / 10;
+/// From the last line of a log without a buffer to the calibration line.
+constexpr std::int64_t kUnbufferedRollTakes = kSecond / 1000;
+constexpr std::size_t kUnbufferedLines = 2;
 constexpr std::int64_t kDisorder = kSecond / 10;
-constexpr std::int64_t kTornCounts = 4;
 
 /// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
 constexpr std::size_t kMostParts = 1 << 18;
+/// Lines without a header beyond these are the way of this log, and no sign of anything.
+constexpr std::size_t kMostTorn = 64;
 
-/// A place where a line's stamp steps far ahead of the one before, or could not have followed it.
+/// A place between two stamped lines.
 struct Step {
-    std::int64_t width = -1;
+    std::int64_t width = -1;  ///< from one stamp to the next, read as a step forward
     std::uint64_t offset = 0; ///< where the lines behind it begin, a torn one included
-    bool torn = false;        ///< a line without header stands between
+    bool torn = false;        ///< one line without header stands between
     bool cutHeader = false;   ///< and it looks like the rest of a line that had one
 };
 
-/// Where the stretches of a rewound file meet.
-struct RewoundFile {
-    std::uint64_t newestEnd = 0; ///< the newest lines stand before this offset
-    std::uint64_t tailEnd = 0;   ///< from here on lines of a still older round, which was longer
+/// How wide steps are in a log, by powers of two.
+class StepWidths {
+  public:
+    void Add(std::int64_t width) {
+        ++counts_[static_cast<std::size_t>(std::bit_width(static_cast<std::uint64_t>(width)))];
+        ++sum_;
+    }
+    /// What hardly any step exceeds.
+    std::int64_t Usual() const {
+        std::uint64_t below = 0;
+        for (std::size_t bits = 0; bits < counts_.size(); ++bits) {
+            below += counts_[bits];
+            if (below * 100 >= sum_ * 99) {
+                return std::int64_t{1} << bits;
+            }
+        }
+        return kSecond;
+    }
+
+  private:
+    std::array<std::uint64_t, 65> counts_{};
+    std::uint64_t sum_ = 0;
 };
 
 /// What one reading of a file tells about rounds in it.
@@ -47,13 +74,16 @@ class RoundDetector {
             return;
         }
         if (const auto date = CalibrationDate(line)) {
-            if (!first_ && offset == 0) {
+            if (offset == 0) {
                 first_ = line.counter;
                 firstThread_ = line.thread;
                 firstDate_ = date;
             } else if (firstDate_ && date->second < firstDate_->second && !dateFellAt_) {
                 dateFellAt_ = offset;
             }
+        } else if (first_ && !behindFirst_) {
+            behindFirst_ =
+                line.thread == firstThread_ ? Modulo(*first_ - line.counter, kCounterPeriod) : kSecond;
         }
         Consider(line, offset);
         previous_ = line.counter;
@@ -62,38 +92,73 @@ class RoundDetector {
                 lastOfThread_.clear();
             }
             lastOfThread_[line.thread] = line.counter;
+            last_[lines_++ % last_.size()] = {line.counter, line.thread};
         }
         headerless_ = 0;
     }
 
-    std::optional<RewoundFile> Judge(const InputFile& file) const {
-        if (!first_) {
-            return std::nullopt;
+    /// Where rounds meet, in the order of the file: newer lines stand before each place and older ones behind
+    /// it. Empty where nothing says that the writer went on at the file's start.
+    std::vector<std::uint64_t> Judge(std::uint64_t size) const {
+        std::vector<std::uint64_t> seams;
+        if (!first_ || !IsProven()) {
+            return seams;
         }
-        RewoundFile rewound;
-        rewound.tailEnd = file.Size();
-        const bool closed = FindTailEnd(file, rewound.tailEnd);
-        const Step* best = nullptr;
-        for (const Step& step : widest_) {
-            if (step.width >= 0 && step.offset < rewound.tailEnd &&
-                (!dateFellAt_ || step.offset <= *dateFellAt_) &&
-                (best == nullptr || Weight(step) > Weight(*best))) {
-                best = &step;
+        const std::int64_t usual = widths_.Usual();
+        for (const Step& step : torn_) {
+            const bool sure = step.cutHeader || (torn_.size() < kMostTorn && step.width > usual);
+            const bool follows = !seams.empty() && !step.cutHeader && step.offset + 2 * kRoundsDiffer < size;
+            if (sure && !follows) {
+                seams.push_back(step.offset);
             }
         }
-        // Without the tie between the tail's end and the file's first line only a cut header or an older date
-        // is proof.
-        if (best == nullptr || (!closed && !best->cutHeader && !dateFellAt_)) {
-            return std::nullopt;
+        if (seams.empty() || (dateFellAt_ && seams.front() > *dateFellAt_)) {
+            if (const Step* best = Best()) {
+                seams.insert(seams.begin(), best->offset);
+            }
         }
-        rewound.newestEnd = best->offset;
-        return rewound;
+        return seams;
     }
 
   private:
-    /// A cut header outweighs any width; a torn line without one makes up for some.
-    static std::pair<bool, std::int64_t> Weight(const Step& step) {
-        return {step.cutHeader, step.torn ? step.width * kTornCounts : step.width};
+    struct Stamp {
+        std::int64_t counter = 0;
+        std::uint32_t thread = 0;
+    };
+
+    /// The line that fills a log waits in the buffer while the log goes on at its start. So it stands behind
+    /// the calibration line there, by the same thread and stamped a moment before it; behind one that was
+    /// written at an opening all lines are later.
+    bool IsProven() const {
+        const bool anyCut =
+            std::any_of(torn_.begin(), torn_.end(), [](const Step& step) { return step.cutHeader; });
+        const bool early = behindFirst_ && *behindFirst_ > 0 && *behindFirst_ < kRollTakes;
+        const bool slow = behindFirst_ && *behindFirst_ > 0 && *behindFirst_ < kSlowRollTakes &&
+                          !torn_.empty() && torn_.size() < kMostTorn;
+        return anyCut || dateFellAt_ || early || slow || EndsAtFirst();
+    }
+
+    /// Without a buffer the line that filled the log is the last one of its round, or nearly.
+    bool EndsAtFirst() const {
+        return lines_ > last_.size() && std::any_of(last_.begin(), last_.end(), [&](const Stamp& stamp) {
+                   return stamp.thread == firstThread_ &&
+                          Modulo(*first_ - stamp.counter, kCounterPeriod) < kUnbufferedRollTakes;
+               });
+    }
+
+    /// The most likely place when none stands out: a torn line, or else the widest step.
+    const Step* Best() const {
+        const Step* best = nullptr;
+        for (const auto* steps : {&torn_, &widest_}) {
+            for (const Step& step : *steps) {
+                if (step.width >= 0 && (!dateFellAt_ || step.offset <= *dateFellAt_) &&
+                    (best == nullptr ||
+                     std::pair(step.torn, step.width) > std::pair(best->torn, best->width))) {
+                    best = &step;
+                }
+            }
+        }
+        return best;
     }
 
     void Consider(const LogLine& line, std::uint64_t offset) {
@@ -110,40 +175,33 @@ class RoundDetector {
                 Modulo(line.counter - last->second, kCounterPeriod) < kCounterPeriod - kDisorder;
             step.width = possible ? 0 : step.width;
         }
-        step.torn = headerless_ > 0;
-        step.cutHeader = step.torn && headerless_ == 1 && headerlessIsCut_;
-        step.offset = step.torn ? headerlessOffset_ : offset;
-        auto* lightest = std::min_element(widest_.begin(), widest_.end(),
-                                          [](const Step& x, const Step& y) { return Weight(x) < Weight(y); });
-        if (Weight(step) > Weight(*lightest)) {
+        widths_.Add(step.width);
+        step.torn = headerless_ == 1;
+        step.cutHeader = step.torn && headerlessIsCut_;
+        step.offset = headerless_ > 0 ? headerlessOffset_ : offset;
+        if (step.torn && (torn_.size() < kMostTorn || step.cutHeader) && torn_.size() < 2 * kMostTorn) {
+            torn_.push_back(step);
+        }
+        const auto lightest = std::min_element(
+            widest_.begin(), widest_.end(), [](const Step& x, const Step& y) { return x.width < y.width; });
+        if (step.width > lightest->width) {
             *lightest = step;
         }
-    }
-
-    /// The line that made the writer start over stands at the end of the round before: by the same thread,
-    /// and a moment before the calibration line at the file's start.
-    bool FindTailEnd(const InputFile& file, std::uint64_t& tailEnd) const {
-        const std::uint64_t begin = file.Size() > 2 * kRoundsDiffer ? file.Size() - 2 * kRoundsDiffer : 1;
-        LineReader reader(file, LogKind::kLines, begin, file.Size());
-        bool found = false;
-        for (std::string_view text; reader.Next(text);) {
-            const LogLine line = ParseLogLine(text);
-            if (line.hasHeader && line.thread == firstThread_ && line.level != "CAL" &&
-                Modulo(*first_ - line.counter, kCounterPeriod) < kRollDelay) {
-                tailEnd = reader.Offset() + text.size();
-                found = true;
-            }
-        }
-        return found;
     }
 
     std::optional<std::int64_t> first_; ///< counter of the calibration line at the file's start
     std::uint32_t firstThread_ = 0;
     std::optional<RawDate> firstDate_;
+    /// By how much the line behind it is stamped earlier; a second when another thread wrote it.
+    std::optional<std::int64_t> behindFirst_;
     std::optional<std::uint64_t> dateFellAt_;
     std::optional<std::int64_t> previous_;
     std::unordered_map<std::uint32_t, std::int64_t> lastOfThread_;
-    std::array<Step, 3> widest_;
+    std::array<Stamp, kUnbufferedLines> last_;
+    std::uint64_t lines_ = 0;
+    std::vector<Step> torn_;
+    std::vector<Step> widest_ = std::vector<Step>(3);
+    StepWidths widths_;
     std::uint64_t headerless_ = 0;
     std::uint64_t headerlessOffset_ = 0;
     bool headerlessIsCut_ = false;
@@ -219,14 +277,18 @@ LogSurvey SurveyLog(const InputFile& file) {
         detector.Line(line, text, reader.Offset());
         divider.Line(line, reader.Offset());
     }
-    if (const auto rewound = detector.Judge(file)) {
-        survey.newestEnd = rewound->newestEnd;
-        AppendParts(file, rewound->tailEnd, file.Size(), true, survey.parts);
-        AppendParts(file, rewound->newestEnd, rewound->tailEnd, true, survey.parts);
-        AppendParts(file, 0, rewound->newestEnd, false, survey.parts);
-    } else {
+    const std::vector<std::uint64_t> seams = detector.Judge(file.Size());
+    if (seams.empty()) {
         survey.parts = divider.Finish(file.Size());
+        return survey;
     }
+    survey.newestEnd = seams.front();
+    std::uint64_t end = file.Size();
+    for (auto seam = seams.rbegin(); seam != seams.rend(); ++seam) {
+        AppendParts(file, *seam, end, true, survey.parts);
+        end = *seam;
+    }
+    AppendParts(file, 0, end, false, survey.parts);
     return survey;
 }
 

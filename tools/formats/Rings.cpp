@@ -34,53 +34,89 @@ std::int64_t StepBetween(const RingRecord& a, const RingRecord& b) {
                   kCounterPeriod);
 }
 
-/// The place after which no thread from before writes again: another process took the ring over there.
-std::optional<std::size_t> ChangeOfThreads(const std::vector<RingRecord>& records) {
+/// Threads of one process lie closer together than this in its address space, and so do their identifiers.
+constexpr std::uint32_t kOneProcess = 1U << 29;
+/// The head of a dump is written before the rings are, and the device goes on meanwhile.
+constexpr std::int64_t kDumpTakes = kSecond / 5;
+
+/// The places that no thread writes on both sides of: perhaps another process took the ring over there and
+/// began at slot 0 again.
+std::vector<std::size_t> ChangesOfThreads(const std::vector<RingRecord>& records) {
     std::unordered_map<std::uint32_t, std::size_t> last;
     for (std::size_t i = 0; i < records.size(); ++i) {
         last[records[i].data.threadId] = i;
     }
     std::size_t reach = 0;
-    std::optional<std::size_t> place;
+    std::vector<std::size_t> places;
     for (std::size_t i = 0; i + 1 < records.size(); ++i) {
         reach = std::max(reach, last[records[i].data.threadId]);
         if (reach == i) {
-            if (place) {
-                return std::nullopt; // Threads that come and go, not a change of all of them.
-            }
-            place = i + 1;
+            places.push_back(i + 1);
         }
     }
-    return place;
+    return places;
 }
 
-/// Turns slot order into time order. `full`: every slot of the ring has been written at some time.
-void FindSeam(Ring& ring, bool full) {
-    auto& records = ring.records;
-    if (!full || records.size() < 2) {
-        return;
-    }
-    // The step from newest to oldest leads back in time, so nothing ties it to the others: in a busy ring it
-    // is by far the widest when read as a step forward.
-    std::size_t widestAt = 0;
+bool AreOfOneProcess(const RingRecord& a, const RingRecord& b) {
+    const std::uint32_t apart = a.data.threadId - b.data.threadId;
+    return std::min(apart, 0 - apart) < kOneProcess;
+}
+
+/// How long before the head of a dump the record in front of a place was written, at the least.
+std::int64_t BeforeHead(const std::vector<RingRecord>& records, std::size_t place, std::int64_t ticks) {
+    const RingRecord& newest = records[(place + records.size() - 1) % records.size()];
+    const std::int64_t step =
+        Modulo(Modulo(ticks, kCounterPeriod) - Modulo(newest.data.timestamp, kCounterPeriod), kCounterPeriod);
+    return step > kCounterPeriod - kDumpTakes ? 0 : step;
+}
+
+/// The step from newest to oldest leads back in time, so nothing ties it to the others: in a busy ring it is
+/// by far the widest when read as a step forward.
+std::size_t WidestStep(const std::vector<RingRecord>& records, bool& standsOut) {
+    std::size_t place = 0;
     std::int64_t widest = -1;
     std::int64_t second = -1;
     for (std::size_t i = 0; i < records.size(); ++i) {
-        const std::int64_t step = StepBetween(records[i], records[(i + 1) % records.size()]);
+        const std::size_t next = (i + 1) % records.size();
+        const std::int64_t step = StepBetween(records[i], records[next]);
         if (step > widest) {
             second = widest;
             widest = step;
-            widestAt = (i + 1) % records.size();
+            place = next;
         } else {
             second = std::max(second, step);
         }
     }
-    const auto change = ChangeOfThreads(records);
-    ring.seam = widest > kStandsOut * std::max<std::int64_t>(second, 1) ? Seam::kLikely : Seam::kUncertain;
-    if (ring.seam == Seam::kUncertain && change) {
-        widestAt = *change;
+    standsOut = widest > kStandsOut * std::max<std::int64_t>(second, 1);
+    return place;
+}
+
+/// Turns slot order into time order. `full`: every slot of the ring has been written at some time. `ticks`:
+/// when the dump that the ring stands in was begun.
+void FindSeam(Ring& ring, bool full, std::optional<std::int64_t> ticks) {
+    auto& records = ring.records;
+    if (records.size() < 2) {
+        return;
     }
-    std::rotate(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(widestAt), records.end());
+    bool standsOut = false;
+    std::size_t place = full ? WidestStep(records, standsOut) : 0;
+    ring.seam = !full ? Seam::kNone : standsOut ? Seam::kLikely : Seam::kUncertain;
+    const auto changes = standsOut ? std::vector<std::size_t>() : ChangesOfThreads(records);
+    if (ticks) {
+        for (const std::size_t change : changes) {
+            if (BeforeHead(records, change, *ticks) < BeforeHead(records, place, *ticks)) {
+                place = change;
+                ring.seam = Seam::kLikely;
+            }
+        }
+    } else if (!changes.empty()) {
+        ring.seam = Seam::kUncertain;
+        const auto farApart = std::find_if(changes.begin(), changes.end(), [&](std::size_t change) {
+            return !AreOfOneProcess(records[change - 1], records[change]);
+        });
+        place = farApart != changes.end() ? *farApart : full && changes.size() == 1 ? changes.front() : place;
+    }
+    std::rotate(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(place), records.end());
 }
 
 void RecoverTimes(Ring& ring) {
@@ -104,7 +140,7 @@ void TakeSlots(std::string_view bytes, Ring& ring) {
             ++used;
         }
     }
-    FindSeam(ring, used == ring.entries);
+    FindSeam(ring, used == ring.entries, std::nullopt);
     RecoverTimes(ring);
 }
 
@@ -157,9 +193,9 @@ constexpr std::array<std::uint32_t, RING_COUNT> kRingEntries{
     256, 1024, 512, 256, 512, 512, 512, 2048, 1024, 512, 256, 512, 512, 256,  512, 256,
     512, 512,  256, 256, 512, 256, 512, 256,  512,  256, 256, 512, 256, 1024, 256};
 
-void FinishTextRing(Ring& ring) {
+void FinishTextRing(Ring& ring, std::optional<std::int64_t> ticks) {
     ring.entries = ring.index < RING_COUNT ? kRingEntries[ring.index] : 0;
-    FindSeam(ring, ring.entries != 0 && ring.records.size() == ring.entries);
+    FindSeam(ring, ring.entries != 0 && ring.records.size() == ring.entries, ticks);
     RecoverTimes(ring);
 }
 
@@ -276,7 +312,7 @@ void ReadRingLines(std::string_view text, RingSet& set, Findings& findings) {
         }
     }
     for (std::size_t i = firstRing; i < set.rings.size(); ++i) {
-        FinishTextRing(set.rings[i]);
+        FinishTextRing(set.rings[i], set.ticks);
     }
     if (strange > 0) {
         findings.Damage(Counted(strange, "line") + " of the ring dump cannot be read.");

@@ -28,7 +28,7 @@ struct RingRecord {
 enum class Seam : unsigned char {
     kNone,     ///< the ring has not filled: slot 0 is the oldest
     kLikely,   ///< one place stands out
-    kUncertain ///< nothing recorded tells; the widest step in time was taken
+    kUncertain ///< nothing recorded tells; the likeliest place was taken
 };
 
 struct Ring {

@@ -20,6 +20,8 @@ constexpr std::uint32_t kLongestOverlap = 64;
 /// As many writers of the same event at the same moment are believed in.
 constexpr int kMostWriters = 64;
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
+/// So many records of an event tell what it looks like.
+constexpr std::uint32_t kManyRecords = 20;
 
 template <typename Struct>
 bool ReadStruct(const InputFile& file, std::uint64_t offset, Struct& out) {
@@ -160,6 +162,8 @@ class Assembler {
         std::uint32_t firstRecord = kNone;
         /// Continuations that its records have, if that is known.
         std::uint32_t length = kNone;
+        bool certain = false;   ///< no record of the event has another number
+        bool scattered = false; ///< most of its records do not stand in one piece
     };
 
     void Gather() {
@@ -183,7 +187,7 @@ class Assembler {
             if ((entry.id & SYSTRACE_CONTINUATION) == 0) {
                 Open(*event, at, entry);
             } else if (event->lastRecord == kNone) {
-                CountStray();
+                CountStray(at);
             } else {
                 Draft& draft = drafts_[event->lastRecord];
                 draft.contiguous = draft.contiguous && draft.last + 1 == at;
@@ -206,9 +210,9 @@ class Assembler {
         event.lastRecord = index;
     }
 
-    /// At the front of a wrapped block the record that the wrap has cut is to be expected.
-    void CountStray() {
-        if (claimed_.wrapped && trace_.records.empty()) {
+    /// At the front of a wrapped block the rests of records that the wrap has cut are to be expected.
+    void CountStray(std::uint32_t at) {
+        if (claimed_.wrapped && at < kLongestOverlap) {
             ++trace_.cutOff;
         } else {
             ++trace_.orphans;
@@ -247,12 +251,11 @@ class Assembler {
                                                  trace_.records[event.firstRecord].Event());
             if (name != nullptr && name->arguments) {
                 event.length = static_cast<std::uint32_t>(*name->arguments) + (threadEntries_ ? 1 : 0);
-                known_.push_back(id);
+                event.certain = true;
             } else {
-                event.length = MostFrequentLength(event);
+                LearnLength(event);
             }
         }
-        std::sort(known_.begin(), known_.end());
         if (threadEntries_) {
             for (std::uint32_t i = 0; i < trace_.records.size(); ++i) {
                 if (trace_.records[i].values > 0) {
@@ -262,43 +265,56 @@ class Assembler {
         }
     }
 
-    std::uint32_t MostFrequentLength(const Event& event) const {
+    void LearnLength(Event& event) {
         std::array<std::uint32_t, 16> counts{};
+        std::uint32_t records = 0;
+        std::uint32_t contiguous = 0;
         for (std::uint32_t i = event.firstRecord; i != kNone; i = drafts_[i].nextOfEvent) {
             const std::uint32_t length = trace_.records[i].values;
+            ++records;
+            contiguous += drafts_[i].contiguous ? 1 : 0;
             if (drafts_[i].contiguous && length < counts.size() && (length > 0 || !threadEntries_)) {
                 ++counts[length];
             }
         }
         const auto* most = std::max_element(counts.begin(), counts.end());
-        return *most == 0 ? kNone : static_cast<std::uint32_t>(most - counts.data());
+        event.scattered = records > 1 && contiguous * 2 < records;
+        if (*most > 0 && !event.scattered) {
+            event.length = static_cast<std::uint32_t>(most - counts.data());
+            // An event that always had so many values had as many in the record that seems to have others.
+            event.certain = records >= kManyRecords && *most + records / kManyRecords >= records;
+        }
     }
 
     void JudgeAll() {
         for (const auto& [id, event] : events_) {
-            const bool known = std::binary_search(known_.begin(), known_.end(), id);
             for (std::uint32_t i = event.firstRecord; i != kNone; i = drafts_[i].nextOfEvent) {
                 if (trace_.records[i].state == RecordState::kWhole) {
-                    Judge(i, event.length, known);
+                    Judge(i, event);
                 }
             }
         }
     }
 
-    void Judge(std::uint32_t index, std::uint32_t length, bool known) {
+    void Judge(std::uint32_t index, const Event& event) {
         SysTraceRecord& record = trace_.records[index];
-        const bool tooShort =
-            (threadEntries_ && record.values == 0) || (length != kNone && record.values < length);
-        if (tooShort && MarkEntangled(index, length)) {
+        const bool noThread = threadEntries_ && record.values == 0;
+        const bool tooShort = noThread || (event.length != kNone && record.values < event.length);
+        if (tooShort && MarkEntangled(index, event.length)) {
             return;
         }
-        const bool noThread = threadEntries_ && record.values == 0;
-        const bool wrongLength = known && record.values != length;
-        // Without a dictionary a short record is doubtful only where its end is no thread that anybody else
-        // is.
+        if (event.scattered && !event.certain && !drafts_[index].contiguous) {
+            // Its writers were at it at the same moment all the time, and no one knows how many values it
+            // has.
+            record.state = RecordState::kEntangled;
+            ++trace_.entangled;
+            return;
+        }
+        const bool wrongLength = event.length != kNone && record.values != event.length;
+        // A record of another length than most is doubtful where its end is no thread that anybody else is.
         const bool strangeEnd =
-            tooShort && threadEntries_ && record.values > 0 && threads_[LastValue(index)] < 2;
-        if (noThread || wrongLength || strangeEnd) {
+            wrongLength && threadEntries_ && record.values > 0 && threads_[LastValue(index)] < 2;
+        if (noThread || (wrongLength && event.certain) || strangeEnd) {
             record.state = RecordState::kTorn;
             ++trace_.torn;
         }
@@ -357,7 +373,6 @@ class Assembler {
     std::vector<std::uint32_t> owner_; ///< the record of each continuation
     std::unordered_map<std::uint32_t, Event> events_;
     std::unordered_map<std::uint32_t, std::uint32_t> threads_;
-    std::vector<std::uint32_t> known_; ///< identifiers whose length the dictionary gives
 };
 
 void RecoverTimes(SysTraceFile& trace) {
@@ -391,7 +406,7 @@ void Report(const SysTraceFile& trace, Findings& findings) {
     }
     if (trace.cutOff > 0) {
         findings.Remark(Counted(trace.cutOff, "entry") +
-                        " at the front belong to a record that the wrap has cut.");
+                        " at the front: what the wrap has left of older records.");
     }
     if (trace.clockBreaks > 0) {
         findings.Remark("The stamps do not fit one run of the clock in " +
