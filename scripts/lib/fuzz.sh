@@ -22,15 +22,15 @@ make_seeds() {
         head -c 8 "$run/System Ring Buffers"
         printf '\x04\0\0\0\0\0\0\0\x04\0\0\0'
         head -c 4076 /dev/zero
-        tail -c +45057 "$run/System Ring Buffers" | head -c 256
+        head -c 45312 "$run/System Ring Buffers" | tail -c 256
     } >"$corpus/ring_segment/segment"
     # Two looks: at a short block whose entries are all there, and at it again.
     {
         head -c 20 "$run/SysTrace Buffer"
         printf '\x20\0\0\0'
-        tail -c +25 "$run/SysTrace Buffer" | head -c 148
+        head -c 172 "$run/SysTrace Buffer" | tail -c 148
         printf '\x1f\0\0\0'
-        tail -c +177 "$run/SysTrace Buffer" | head -c 336
+        head -c 512 "$run/SysTrace Buffer" | tail -c 336
     } >"$run/block"
     cat "$run/block" "$run/block" >"$corpus/live_segments/blocks"
     cat "$corpus/ring_segment/segment" "$corpus/ring_segment/segment" >"$corpus/live_segments/rings"
