@@ -23,6 +23,7 @@ constexpr std::int64_t kSlowRollTakes = kSecond / 10;
 constexpr std::int64_t kUnbufferedRollTakes = kSecond / 1000;
 constexpr std::size_t kUnbufferedLines = 2;
 constexpr std::int64_t kDisorder = kSecond / 10;
+constexpr std::int64_t kStandsOut = 8;
 
 /// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
 constexpr std::size_t kMostParts = 1 << 18;
@@ -112,6 +113,7 @@ class RoundDetector {
                 seams.push_back(step.offset);
             }
         }
+        AddAlignedSeams(usual, size, seams);
         if (seams.empty() || (dateFellAt_ && seams.front() > *dateFellAt_)) {
             if (const Step* best = Best()) {
                 seams.insert(seams.begin(), best->offset);
@@ -144,6 +146,32 @@ class RoundDetector {
                    return stamp.thread == firstThread_ &&
                           Modulo(*first_ - stamp.counter, kCounterPeriod) < kUnbufferedRollTakes;
                });
+    }
+
+    /// Rounds may also meet between two whole lines. Then the step there is far wider than others: in front
+    /// of what is torn at the file's end, and among the last lines, where rounds of slightly different
+    /// lengths end.
+    void AddAlignedSeams(std::int64_t usual, std::uint64_t size, std::vector<std::uint64_t>& seams) const {
+        const auto isNearEnd = [&](std::uint64_t offset) { return offset + 2 * kRoundsDiffer >= size; };
+        const std::uint64_t torn = seams.empty() ? size : seams.front();
+        const Step* first = nullptr;
+        for (const Step& step : widest_) {
+            if (step.width > kStandsOut * usual && step.offset < torn &&
+                (first == nullptr || step.width > first->width)) {
+                first = &step;
+            }
+        }
+        if (first != nullptr && isNearEnd(torn)) {
+            seams.push_back(first->offset);
+        }
+        const std::uint64_t newestEnd = seams.empty() ? size : *std::min_element(seams.begin(), seams.end());
+        for (const Step& step : widest_) {
+            if (step.width > kStandsOut * usual && step.offset > newestEnd && isNearEnd(step.offset)) {
+                seams.push_back(step.offset);
+            }
+        }
+        std::sort(seams.begin(), seams.end());
+        seams.erase(std::unique(seams.begin(), seams.end()), seams.end());
     }
 
     /// The most likely place when none stands out: a torn line, or else the widest step.
@@ -200,7 +228,7 @@ class RoundDetector {
     std::array<Stamp, kUnbufferedLines> last_;
     std::uint64_t lines_ = 0;
     std::vector<Step> torn_;
-    std::vector<Step> widest_ = std::vector<Step>(3);
+    std::vector<Step> widest_ = std::vector<Step>(8);
     StepWidths widths_;
     std::uint64_t headerless_ = 0;
     std::uint64_t headerlessOffset_ = 0;
