@@ -10,6 +10,8 @@
 #include <vector>
 
 #include <dlfcn.h>
+#include <pthread.h>
+#include <sched.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -36,6 +38,18 @@ struct Span {
     long allocations = 0;
 };
 
+/// Threads that compete are put on different processors: left to themselves they may share one for a whole
+/// repetition, and then do not compete.
+void PlaceThread(int thread, int threads) {
+    const long processors = ::sysconf(_SC_NPROCESSORS_ONLN);
+    if (threads > 1 && processors > 1) {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        CPU_SET(static_cast<std::size_t>(thread % processors), &set);
+        ::pthread_setaffinity_np(::pthread_self(), sizeof(set), &set);
+    }
+}
+
 /// One thread alone runs in a second one, too: the C library spares a process of one thread its locks.
 std::string Run(const Job& job, int threads, int calls, const std::string& path) {
     if (job.begin) {
@@ -49,6 +63,7 @@ std::string Run(const Job& job, int threads, int calls, const std::string& path)
         for (int i = 0; i < threads; ++i) {
             workers.emplace_back([&, i] {
                 Span& span = spans[static_cast<std::size_t>(i)];
+                PlaceThread(i, threads);
                 job.work(i, 1); // what a thread's first call has to set up
                 start.arrive_and_wait();
                 const long before = Allocations();
