@@ -191,6 +191,12 @@ class Mapping {
         words_ = static_cast<std::uint32_t*>(view);
     }
 
+    /// Where the library's trace has its filter, too: beside the write index.
+    void LetThrough() { Word(words_[11]).store(~0U); }
+    bool IsLetThrough(std::uint32_t id) {
+        return (Word(words_[11]).load(std::memory_order_relaxed) & 0x80000000U >> (id >> 22 & 31)) != 0;
+    }
+
     std::uint32_t Claim(std::uint32_t mask) { return (Word(words_[2]).fetch_add(1) + 1) & mask; }
 
     /// `slot` counts in pieces of `words` words, behind a header of 256 bytes.
@@ -212,6 +218,9 @@ constexpr std::uint32_t kTraceMask = (1U << 20) - 1;
 
 template <class... Words>
 [[gnu::noinline]] void StoreRecord(std::uint32_t id, Words... arguments) {
+    if (!trace.IsLetThrough(id)) {
+        return;
+    }
     std::uint32_t* const first = trace.Slot(trace.Claim(kTraceMask), 2);
     Store(first[0], id);
     Store(first[1], static_cast<std::uint32_t>(Counter()));
@@ -248,6 +257,7 @@ constexpr std::uint32_t kRingMask = 2047;
 
 void OpenTrace(const std::string& path, int) {
     trace.Open(path);
+    trace.LetThrough();
 }
 
 void OpenRings(const std::string& path, int) {
