@@ -55,7 +55,7 @@ int semaphore_helper::close() {
 }
 
 int critical_section_helper::wait(int /*timeout*/) {
-    return pthread_mutex_lock(&mutex_);
+    return enter();
 }
 
 int critical_section_helper::close() {
@@ -112,7 +112,7 @@ int _create_critical_section_helper(void** out) {
 }
 
 int _enter_critical_section_helper(void* criticalSection) {
-    return AsCriticalSection(criticalSection)->wait(0);
+    return AsCriticalSection(criticalSection)->enter();
 }
 
 bool TryEnterCriticalSection(void* criticalSection) {

@@ -141,9 +141,14 @@ void CRollingLogFile::WriteData(unsigned char* text, int length) {
     if (text == nullptr || length <= 0) {
         return;
     }
+    // Under the lock remains what makes the order of the lines that of their counters.
+    const ThreadPart thread = ThreadPart::OfCaller();
     const std::lock_guard guard(lock_);
     if (IsOpen()) {
-        const int headerLength = WriteHeaderCounter();
+        _LARGE_INTEGER counter;
+        _query_performance_counter_helper(&counter);
+        lastCounter_ = counter.QuadPart;
+        const int headerLength = ComposeCounterHeader(headerBuffer_, lastCounter_, thread);
         StoreLine(headerBuffer_, headerLength, text, length);
     }
 }
@@ -188,7 +193,9 @@ void CRollingLogFile::StoreLine(const char* prefix, int prefixLength, const unsi
         }
         AppendToBuffer(prefix, prefixLength);
         AppendToBuffer(payload, payloadLength);
-        AppendToBuffer(kLineEnd, lineEndLength);
+        if (lineEndLength > 0) {
+            AppendToBuffer(kLineEnd, kLineEndLength);
+        }
     } else {
         FlushBigBuffer();
         if (prefixLength > 0) {
