@@ -6,6 +6,7 @@
 #include "Diagnostics/TraceLevel.h"
 #include "platform/Cancellation.h"
 #include "platform/Handles.h"
+#include "platform/PatientLock.h"
 #include "platform/Pause.h"
 #include "platform/Text.h"
 
@@ -247,7 +248,7 @@ void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments)
         if (!HasJoined()) {
             JoinSet(false);
         }
-        const CriticalSectionGuard guard(*lock_);
+        const PatientGuard guard(*AsCriticalSection(*lock_));
         if (IsBound()) {
             _WriteImpl(level, format, arguments);
         }
@@ -259,7 +260,7 @@ void NimaTrace::WriteRaw(int level, const char* tag, const unsigned char* data, 
         if (!HasJoined()) {
             JoinSet(false);
         }
-        const CriticalSectionGuard guard(*lock_);
+        const PatientGuard guard(*AsCriticalSection(*lock_));
         if (IsBound()) {
             _WriteImplNoFmt(level, tag, data, length);
         }

@@ -4,6 +4,7 @@
 #include "platform/Cancellation.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
+#include "platform/PatientLock.h"
 
 #include <cerrno>
 #include <cstring>
@@ -143,7 +144,7 @@ void CRollingLogFile::WriteData(unsigned char* text, int length) {
     }
     // Under the lock remains what makes the order of the lines that of their counters.
     const ThreadPart thread = ThreadPart::OfCaller();
-    const std::lock_guard guard(lock_);
+    const PatientGuard guard(lock_);
     if (IsOpen()) {
         _LARGE_INTEGER counter;
         _query_performance_counter_helper(&counter);
@@ -157,7 +158,7 @@ void CRollingLogFile::WriteDataRaw(unsigned char* data, int length) {
     if (data == nullptr || length <= 0) {
         return;
     }
-    const std::lock_guard guard(lock_);
+    const PatientGuard guard(lock_);
     if (IsOpen()) {
         StoreLine(nullptr, 0, data, length);
     }
@@ -168,7 +169,7 @@ void CRollingLogFile::WritePreFormattedMessage(char* header, int headerLength, u
     if (message == nullptr || messageLength <= 0 || header == nullptr || headerLength <= 0) {
         return;
     }
-    const std::lock_guard guard(lock_);
+    const PatientGuard guard(lock_);
     if (IsOpen()) {
         StoreLine(header, headerLength, message, messageLength);
     }
