@@ -6,6 +6,7 @@
 #include "platform/Text.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstring>
 #include <string_view>
@@ -65,11 +66,18 @@ char* Put(char* out, std::string_view text) {
     return out + text.size();
 }
 
+/// "%8.8x", all digits at once: each in a byte of one number, the first in the lowest.
 char* PutHex8(char* out, std::uint32_t value) {
-    for (int shift = 28; shift >= 0; shift -= 4) {
-        *out++ = "0123456789abcdef"[value >> shift & 0xF];
-    }
-    return out;
+    static_assert(std::endian::native == std::endian::little);
+    std::uint64_t digits = __builtin_bswap32(value);
+    digits = (digits | digits << 16) & 0x0000FFFF0000FFFF;
+    digits = (digits | digits << 8) & 0x00FF00FF00FF00FF;
+    digits = (digits >> 4 & 0x000F000F000F000F) | (digits & 0x000F000F000F000F) << 8;
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    const std::uint64_t letters = (digits + 6 * kOnes) >> 4 & kOnes;
+    digits += '0' * kOnes + letters * ('a' - '0' - 10);
+    std::memcpy(out, &digits, sizeof(digits));
+    return out + sizeof(digits);
 }
 
 /// "%03d"

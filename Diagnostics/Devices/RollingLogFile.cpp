@@ -175,13 +175,6 @@ void CRollingLogFile::WritePreFormattedMessage(char* header, int headerLength, u
     }
 }
 
-void CRollingLogFile::AppendToBuffer(const void* bytes, int length) {
-    if (length > 0) {
-        std::memcpy(writeBuffer_ + writeBufferFill_, bytes, static_cast<std::size_t>(length));
-        writeBufferFill_ += length;
-    }
-}
-
 // The roll is decided after the line is stored, by the bytes that have reached the file: the file may exceed
 // its maximum by a buffer and a line.
 void CRollingLogFile::StoreLine(const char* prefix, int prefixLength, const unsigned char* payload,
@@ -192,11 +185,15 @@ void CRollingLogFile::StoreLine(const char* prefix, int prefixLength, const unsi
         if (total > kLineRoom - writeBufferFill_) {
             FlushBigBuffer();
         }
-        AppendToBuffer(prefix, prefixLength);
-        AppendToBuffer(payload, payloadLength);
-        if (lineEndLength > 0) {
-            AppendToBuffer(kLineEnd, kLineEndLength);
+        unsigned char* out = writeBuffer_ + writeBufferFill_;
+        if (prefixLength > 0) {
+            std::memcpy(out, prefix, static_cast<std::size_t>(prefixLength));
+            out += prefixLength;
         }
+        std::memcpy(out, payload, static_cast<std::size_t>(payloadLength));
+        out += payloadLength;
+        std::memcpy(out, kLineEnd, kLineEndLength); // there is always room for one
+        writeBufferFill_ += static_cast<std::int32_t>(total) + lineEndLength;
     } else {
         FlushBigBuffer();
         if (prefixLength > 0) {
