@@ -149,7 +149,8 @@ TEST_F(Devices, MessagesAreWhatPrintfWouldMakeOfThem) {
     ExpectAsPrintf("%lld %lli %llu %llx", LLONG_MIN, LLONG_MAX, ULLONG_MAX, 0ULL);
     ExpectAsPrintf("%d %5d %d", 1, 2, 3);
     ExpectAsPrintf("%s %-6s| %.2s %s", "a", "b", "cde", "f");
-    ExpectAsPrintf("%d %f %s %hhd %zu %p %X %o", 7, 1.5, "x", 300, sizeof(int), nullptr, 255U, 8U);
+    ExpectAsPrintf("%d %f %s %hhd %zu %X %o", 7, 1.5, "x", static_cast<signed char>(-7), sizeof(int), 255U,
+                   8U);
     ExpectAsPrintf("%+d % d %#x %08ld %ls %lc", 1, 2, 3U, 4L, L"wide", static_cast<wint_t>(L'w'));
     const char* volatile nothing = nullptr; // the compiler would refuse to print it
     ExpectAsPrintf("[%s] %d", nothing, 5);
