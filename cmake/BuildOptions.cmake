@@ -5,16 +5,22 @@ target_compile_options(nima_build_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wcast-align -Wformat=2 -Wundef
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
     # GCC 12 sees overlapping copies in its own std::string.
-    $<$<COMPILE_LANGUAGE:CXX>:-Wno-restrict>
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict>
     -fno-omit-frame-pointer
     $<$<BOOL:${NIMA_WERROR}>:-Werror>)
+
+# Everything is built by one compiler, so how older ones passed parameters is of no interest.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "arm" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(nima_build_options INTERFACE -Wno-psabi)
+endif()
 
 # A host cancels threads and unwinds through C callers.
 target_compile_options(nima_build_options INTERFACE $<$<COMPILE_LANGUAGE:C>:-fexceptions>)
 
 if(NIMA_SANITIZE)
     # With its checks inserted GCC 12 sees uninitialised members in the standard library's own headers.
-    target_compile_options(nima_build_options INTERFACE -Wno-maybe-uninitialized)
+    target_compile_options(nima_build_options INTERFACE
+        $<$<OR:$<COMPILE_LANG_AND_ID:CXX,GNU>,$<COMPILE_LANG_AND_ID:C,GNU>>:-Wno-maybe-uninitialized>)
     target_compile_options(nima_build_options INTERFACE -fsanitize=${NIMA_SANITIZE} -fno-sanitize-recover=all)
     target_link_options(nima_build_options INTERFACE -fsanitize=${NIMA_SANITIZE})
 endif()

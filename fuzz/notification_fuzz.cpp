@@ -1,0 +1,10 @@
+#include "fuzz/support/MemoryFile.h"
+#include "tools/formats/Notification.h"
+
+using namespace NimaPost;
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const auto notification = ParseNotification(TextOf(data, size));
+    StackTraceProcess(notification ? LastComponent(notification->file) : TextOf(data, size));
+    return 0;
+}

@@ -1,0 +1,28 @@
+#include "fuzz/support/MemoryFile.h"
+#include "tools/formats/LogLine.h"
+#include "tools/formats/TextLog.h"
+
+#include <cstdlib>
+
+using namespace NimaPost;
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const MemoryFile file;
+    file.Fill(TextOf(data, size));
+    const InputFile input = FileOf(TextOf(data, size));
+    LineReader reader(input, LogKind::kQueue, 0, input.Size());
+    std::uint64_t bytes = 0;
+    for (std::string_view record; reader.Next(record); bytes += record.size()) {
+        if (reader.Offset() != bytes) {
+            std::abort(); // Records follow each other without a gap.
+        }
+    }
+    if (bytes != size) {
+        std::abort();
+    }
+    LogSet logs;
+    logs.Add(file.Path(), false);
+    logs.Arrange();
+    logs.ForEach([](const LogEntry& /*entry*/) { return true; });
+    return 0;
+}

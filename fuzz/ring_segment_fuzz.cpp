@@ -1,0 +1,23 @@
+#include "fuzz/support/MemoryFile.h"
+#include "tools/RingOrder.h"
+#include "tools/Wording.h"
+#include "tools/support/Text.h"
+
+using namespace NimaPost;
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const InputFile file = FileOf(TextOf(data, size));
+    LooksLikeRingSegment(TextOf(data, size), size);
+    Findings findings;
+    const auto set = ReadRingSegment(file, findings);
+    if (!set) {
+        return 0;
+    }
+    std::string text;
+    for (const MergedRecord& each : MergeRings(*set)) {
+        AppendSeconds(text, each.time);
+        AppendRingWords(text, each.ring->name, each.record->data, SomeNames());
+        text.clear();
+    }
+    return 0;
+}

@@ -1,0 +1,23 @@
+#include "fuzz/support/MemoryFile.h"
+#include "tools/RingOrder.h"
+#include "tools/support/Text.h"
+
+using namespace NimaPost;
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    LooksLikeRingText(TextOf(data, size));
+    Findings findings;
+    const auto set = ReadRingText(TextOf(data, size), findings);
+    if (!set) {
+        return 0;
+    }
+    std::string text;
+    for (const MergedRecord& each : MergeRings(*set)) {
+        AppendSeconds(text, each.time);
+        text.clear();
+    }
+    if (set->date) {
+        AppendWallTime(text, set->date->Earliest());
+    }
+    return 0;
+}

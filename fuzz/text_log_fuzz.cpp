@@ -1,0 +1,35 @@
+#include "fuzz/support/MemoryFile.h"
+#include "tools/LogFilter.h"
+#include "tools/formats/TextLog.h"
+
+using namespace NimaPost;
+
+/// Up to three files of one device, apart from each other by a line of equals signs.
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    static const MemoryFile files[3];
+    constexpr std::string_view kBetween = "\n====\n";
+    std::string_view rest = TextOf(data, size);
+    LogSet logs;
+    for (const MemoryFile& file : files) {
+        const std::size_t end = rest.find(kBetween);
+        file.Fill(rest.substr(0, end));
+        logs.Add(file.Path(), false);
+        if (end == std::string_view::npos) {
+            break;
+        }
+        rest.remove_prefix(end + kBetween.size());
+    }
+    logs.Arrange();
+    LogFilter filter;
+    filter.SetText("page", true);
+    std::string text;
+    logs.ForEach([&](const LogEntry& entry) {
+        filter.Admits(entry.line, entry.text);
+        AppendWallTime(text, entry.time);
+        text.clear();
+        return true;
+    });
+    logs.ClockStatement();
+    logs.LastAnchor();
+    return 0;
+}

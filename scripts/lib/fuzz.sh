@@ -1,0 +1,63 @@
+# shellcheck shell=bash
+# Sourced. Seeds for the fuzz targets, and a run of them.
+
+# make_seeds HOST CORPUS: what the example device leaves when it dies, cut small, besides the seeds of the tree.
+make_seeds() {
+    local host corpus=$2 run target
+    host=$(realpath "$1")
+    run=$(mktemp -d "${TMPDIR:-/tmp}/nima.XXXXXX")
+    printf 'page %d is done\n' $(seq 60) >"$run/input"
+    # It dies on purpose.
+    (cd "$run" && "$host" --input input --die report >/dev/null 2>&1) || true
+    for target in "${fuzz_targets[@]}"; do
+        mkdir -p "$corpus/$target"
+        if [[ -d "fuzz/seeds/$target" ]]; then
+            cp fuzz/seeds/"$target"/* "$corpus/$target"
+        fi
+    done
+    head -c 2048 "$run/SysTrace.bin" >"$corpus/systrace/dump"
+    head -c 2048 "$run/SysTrace Buffer" >"$corpus/systrace/segment"
+    # A directory of eight records, which are those of the first ring that has any.
+    {
+        head -c 8 "$run/System Ring Buffers"
+        printf '\x04\0\0\0\0\0\0\0\x04\0\0\0'
+        head -c 4076 /dev/zero
+        tail -c +45057 "$run/System Ring Buffers" | head -c 256
+    } >"$corpus/ring_segment/segment"
+    # Two looks: at a short block whose entries are all there, and at it again.
+    {
+        head -c 20 "$run/SysTrace Buffer"
+        printf '\x20\0\0\0'
+        tail -c +25 "$run/SysTrace Buffer" | head -c 148
+        printf '\x1f\0\0\0'
+        tail -c +177 "$run/SysTrace Buffer" | head -c 336
+    } >"$run/block"
+    cat "$run/block" "$run/block" >"$corpus/live_segments/blocks"
+    cat "$corpus/ring_segment/segment" "$corpus/ring_segment/segment" >"$corpus/live_segments/rings"
+    head -c 2000 "$run/device.log" >"$corpus/text_log/device.log"
+    head -c 1000 "$run/engine-history.txt" >"$corpus/queue_file/engine-history.txt"
+    head -c 3000 "$run/rings.txt" >"$corpus/ring_text/rings-of-device.txt"
+    head -c 3000 "$run/crash.txt" >"$corpus/crash_log/crash-of-device.txt"
+    head -c 1000 "$run"/stacktrace*-1.txt >"$corpus/stack_trace/stacktrace.txt"
+    rm -rf "$run"
+}
+
+# run_fuzzers BUILD SECONDS: every target for its share of the time. A crash's input stays in BUILD/artifacts.
+run_fuzzers() {
+    local build=$1 share=$(($2 / ${#fuzz_targets[@]})) target log result=0
+    ((share > 0)) || share=1
+    mkdir -p "$build/artifacts"
+    for target in "${fuzz_targets[@]}"; do
+        log="$build/$target.log"
+        if "$build/fuzz/${target}_fuzz" -max_total_time="$share" -rss_limit_mb=1024 -timeout=10 -max_len=16384 \
+            -dict=fuzz/tokens.dict -artifact_prefix="$build/artifacts/$target-" -verbosity=1 \
+            "$build/corpus/$target" >"$log" 2>&1; then
+            printf '%-14s %s\n' "$target" "$(grep -m 1 '^Done' "$log" || true)"
+        else
+            result=1
+            printf '%-14s FAILED, output in %s\n' "$target" "$log"
+            grep -E '^(==.*ERROR|SUMMARY)|runtime error|Test unit written' "$log" || tail -n 5 "$log"
+        fi
+    done
+    return "$result"
+}

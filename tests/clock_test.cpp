@@ -1,0 +1,247 @@
+// The recovery of time against streams whose true times are known.
+
+#include "tests/support/Sandbox.h"
+#include "tools/LogFollower.h"
+#include "tools/formats/TextLog.h"
+#include "tools/time/CounterClock.h"
+#include "tools/time/WallClock.h"
+
+#include <algorithm>
+#include <random>
+#include <string>
+#include <vector>
+
+using namespace NimaPost;
+using namespace Nima::Testing;
+
+namespace {
+
+constexpr std::int64_t kMillisecond = 1'000'000;
+constexpr std::int64_t kBoot = 86'400 * kSecond + 999'000'000;
+
+std::int64_t CounterAt(std::int64_t time) {
+    return time / kSecond + time % kSecond;
+}
+
+struct Stamp {
+    std::int64_t time;
+    std::uint32_t thread;
+};
+
+/// Bursts of several threads with pauses between; `longest` bounds a pause, `heldUp` how late a writer may
+/// store.
+std::vector<Stamp> Stream(std::uint32_t seed, std::int64_t longest, std::int64_t heldUp) {
+    std::mt19937_64 random(seed);
+    const auto below = [&](std::int64_t limit) {
+        return static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(limit));
+    };
+    std::vector<Stamp> stamps;
+    std::int64_t time = kBoot;
+    for (int burst = 0; burst < 60; ++burst) {
+        time += below(longest);
+        for (int i = 0; i < 50; ++i) {
+            time += below(kMillisecond);
+            stamps.push_back({time, static_cast<std::uint32_t>(below(4))});
+        }
+    }
+    if (heldUp > 0) {
+        // A writer that is held up stores behind others, but never behind a later stamp of its own.
+        for (std::size_t i = 0; i + 1 < stamps.size(); ++i) {
+            Stamp& a = stamps[i];
+            Stamp& b = stamps[i + 1];
+            if (a.thread != b.thread && b.time - a.time < heldUp && below(3) == 0) {
+                std::swap(a, b);
+            }
+        }
+    }
+    return stamps;
+}
+
+std::string Line(std::int64_t time, const std::string& body, std::uint32_t thread = 1) {
+    char text[300];
+    std::snprintf(text, sizeof(text), "%lld <0x%08x:000> %s\r\n", static_cast<long long>(CounterAt(time)),
+                  thread, body.c_str());
+    return text;
+}
+
+/// `wall`: nanoseconds since 1970 at the same moment.
+std::string Calibration(std::int64_t time, std::int64_t wall) {
+    const std::int64_t ofDay = wall / kSecond % 86400; // All of it on 24 November 2026.
+    char text[200];
+    std::snprintf(text, sizeof(text),
+                  "<CAL> <Trace> Calibration freq=1000000, now=01261024%02d%02d%02d.%d, type=qpc",
+                  static_cast<int>(ofDay / 3600), static_cast<int>(ofDay / 60 % 60),
+                  static_cast<int>(ofDay % 60), static_cast<int>(wall / 1000 % 1'000'000 & 0xFFFF));
+    return Line(time, text);
+}
+
+constexpr std::int64_t kDay = 1'795'478'400 * kSecond; // 24 November 2026
+
+class LogTimes : public Sandbox {
+  protected:
+    static std::vector<LogEntry> Read(const std::string& content) {
+        WriteFile("a.log", content);
+        LogSet logs;
+        logs.Add("a.log", false);
+        logs.Arrange();
+        std::vector<LogEntry> entries;
+        logs.ForEach([&](const LogEntry& entry) {
+            LogEntry copy = entry;
+            copy.part = nullptr;
+            copy.line = LogLine();
+            copy.text = {};
+            entries.push_back(copy);
+            return true;
+        });
+        return entries;
+    }
+};
+
+} // namespace
+
+TEST(CounterTimes, AreExactWhileNoThreadlessSecondPasses) {
+    for (std::uint32_t seed = 1; seed <= 20; ++seed) {
+        for (const std::int64_t heldUp : {std::int64_t{0}, kMillisecond}) {
+            const auto stamps = Stream(seed, 890 * kMillisecond, heldUp);
+            CounterClock clock;
+            for (const Stamp& stamp : stamps) {
+                ASSERT_EQ(clock.Next(CounterAt(stamp.time), stamp.thread), stamp.time - stamps.front().time);
+            }
+            EXPECT_EQ(clock.Breaks(), 0U);
+        }
+    }
+}
+
+TEST(CounterTimes, OfOneThreadAreExactUpToASecondAndNeverTooLateBeyond) {
+    CounterClock clock;
+    std::int64_t time = kBoot;
+    std::int64_t shown = 0;
+    clock.Next(CounterAt(time), 7);
+    for (const std::int64_t pause : {999'999'998, 1, 500'000'000, 999'000'000, 700'000'000, 300'000'000}) {
+        time += pause;
+        ASSERT_EQ(clock.Next(CounterAt(time), 7), time - kBoot);
+    }
+    for (const std::int64_t pause : {1'200'000'000LL, 17'300'000'000LL, 900'000'000LL, 3'000'000'001LL}) {
+        time += pause;
+        shown = clock.Next(CounterAt(time), 7);
+        ASSERT_LE(shown, time - kBoot);
+        ASSERT_EQ((time - kBoot - shown) % kCounterPeriod, 0);
+    }
+    // A device that started anew may be noticed by seconds that cannot belong to the run before.
+    CounterClock restarted;
+    restarted.Next(CounterAt(100 * kSecond + 999'999'999), 1);
+    restarted.Next(CounterAt(2 * kSecond + 3), 1);
+    EXPECT_GT(restarted.Breaks(), 0U);
+}
+
+TEST_F(LogTimes, AreTiedToTheWallClockAndTellWhatTheyDoNotKnow) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot + 123'456'789;
+    const std::vector<std::int64_t> times{kBoot,
+                                          kBoot + 300 * kMillisecond,
+                                          kBoot + 900 * kMillisecond, // all seen up to here
+                                          kBoot + 1'000 * kMillisecond,
+                                          kBoot + 6'400 * kMillisecond, // five seconds in silence
+                                          kBoot + 6'900 * kMillisecond, // calibrated again
+                                          kBoot + 7'000 * kMillisecond};
+    std::string log;
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        log += i == 0 || i == 3 || i == 5 ? Calibration(times[i], times[i] + offset)
+                                          : Line(times[i], "<WARN> <A> line");
+    }
+    const auto entries = Read(log);
+    ASSERT_EQ(entries.size(), times.size());
+    const auto lateness = [&](std::size_t i) { return times[i] + offset - entries[i].time; };
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        ASSERT_TRUE(entries[i].hasWall);
+        EXPECT_EQ(lateness(i) - lateness(0), i == 4 ? 5 * kCounterPeriod : 0) << i;
+    }
+    EXPECT_GE(lateness(0), 0);
+    EXPECT_LT(lateness(0), kSecond);
+    EXPECT_EQ(entries[1].certainty.later, 0);
+    EXPECT_EQ(entries[4].certainty.later, 5);
+    EXPECT_EQ(entries[6].certainty.later, Certainty::kUnbounded);
+
+    // Calibration lines in different phases of the second narrow down what each cuts off.
+    std::string many;
+    for (int i = 0; i < 12; ++i) {
+        const std::int64_t at = kBoot + i * (770 * kMillisecond);
+        many += Calibration(at, at + offset);
+    }
+    const auto narrowed = Read(many);
+    const std::int64_t late = kBoot + offset - narrowed.front().time;
+    EXPECT_GE(late, 0);
+    EXPECT_LT(late, 300 * kMillisecond);
+
+    // A clock that was set, or a device that started anew, begins a new run instead of inventing seconds.
+    const auto twice = Read(Calibration(kBoot, kBoot + offset) + Line(kBoot + 5, "<WARN> <A> before") +
+                            Calibration(9 * kSecond, kBoot + offset + 90 * kSecond + 7 * kMillisecond) +
+                            Line(9 * kSecond + 5, "<WARN> <A> after"));
+    EXPECT_EQ(twice[3].time - twice[2].time, 5);
+    EXPECT_EQ(twice[2].time / kSecond - twice[0].time / kSecond, 90);
+}
+
+TEST_F(LogTimes, OfAQueueComeFromItsDates) {
+    const auto entries = Read(
+        "01261024150926.100 <0x00000001:000> <WARN> <A> one01261024150926.-30000 <0x00000001:000> two"
+        "01261024150926.50 <0x00000001:000> <INFO> <B> three\n");
+    ASSERT_EQ(entries.size(), 3U);
+    const std::int64_t second = kDay + (15 * 3600 + 9 * 60 + 26) * kSecond;
+    EXPECT_EQ(entries[0].time, second + 100'000);
+    EXPECT_EQ(entries[1].time, second + 35'536'000);
+    EXPECT_EQ(entries[2].time, second + 65'586'000);
+}
+
+TEST_F(LogTimes, AFollowerSeesEveryLineOnceWhateverBecomesOfTheFile) {
+    const auto text = [](int number) { return "line " + std::to_string(number) + " of a log\r\n"; };
+    std::string seen;
+    std::string expected;
+    const auto look = [](LogFollower& follower, std::string& lines) {
+        follower.Poll([&](std::string_view line) { lines += std::string(line) + "\r\n"; });
+    };
+    std::string content = "begin A\r\n";
+    WriteFile("a.log", content);
+    LogFollower follower("a.log");
+    look(follower, seen);
+    EXPECT_EQ(seen, ""); // What is there already has been printed before.
+    int number = 0;
+    for (int i = 0; i < 50; ++i) {
+        content += text(number);
+        expected += text(number++);
+    }
+    WriteFile("a.log", content + "half of");
+    look(follower, seen);
+    EXPECT_EQ(seen, expected);
+    content += "half of a line\r\n";
+    expected += "half of a line\r\n";
+    WriteFile("a.log", content);
+    look(follower, seen);
+    // Gone on at the start, over the old lines, in several goes.
+    std::string over = "begin B\r\n";
+    expected += over;
+    for (int go = 0; go < 4; ++go) {
+        for (int i = 0; i < 8; ++i) {
+            over += text(number);
+            expected += text(number++);
+        }
+        content.replace(0, over.size(), over);
+        WriteFile("a.log", content);
+        look(follower, seen);
+    }
+    // Beyond the old end it grows again.
+    while (over.size() < content.size() + 100) {
+        over += text(number);
+        expected += text(number++);
+    }
+    WriteFile("a.log", over);
+    look(follower, seen);
+    EXPECT_EQ(seen, expected);
+    // Rolled: the rest of the old file, then the new one.
+    over += text(number);
+    expected += text(number++);
+    WriteFile("a.log", over);
+    ASSERT_EQ(std::rename("a.log", "a.log.1"), 0);
+    WriteFile("a.log", "begin C\r\n" + text(number));
+    expected += "begin C\r\n" + text(number);
+    look(follower, seen);
+    EXPECT_EQ(seen, expected);
+}

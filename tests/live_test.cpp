@@ -1,0 +1,426 @@
+/// nima-post beside running processes: `watch` and `listen` as a user sees them, run as programs.
+
+#include "tests/support/Sandbox.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <nlohmann/json.hpp>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
+
+namespace Nima::Testing {
+
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr const char* kTrace = "SysTrace Buffer";
+constexpr const char* kRings = "System Ring Buffers";
+
+/// nima-post as a child whose output is read line by line. What it shows is waited for without a limit: a
+/// program that never shows it runs into the limit of the test.
+class Program {
+  public:
+    explicit Program(const std::vector<std::string>& arguments) {
+        int output[2];
+        EXPECT_EQ(::pipe2(output, O_CLOEXEC), 0);
+        Start(arguments, [&] {
+            ::dup2(output[1], STDOUT_FILENO);
+            ::dup2(output[1], STDERR_FILENO);
+        });
+        ::close(output[1]);
+        from_ = output[0];
+    }
+
+    /// The same on a terminal of that many columns.
+    Program(const std::vector<std::string>& arguments, unsigned short columns) {
+        from_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        EXPECT_EQ(::grantpt(from_), 0);
+        EXPECT_EQ(::unlockpt(from_), 0);
+        const int terminal = ::open(::ptsname(from_), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        SetColumns(columns);
+        Start(arguments, [&] {
+            ::setenv("TERM", "xterm", 1);
+            ::setsid();
+            ::ioctl(terminal, TIOCSCTTY, 0);
+            for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+                ::dup2(terminal, stream);
+            }
+        });
+        ::close(terminal);
+    }
+
+    Program(const Program&) = delete;
+    Program& operator=(const Program&) = delete;
+    ~Program() {
+        if (child_ > 0) {
+            ::kill(child_, SIGKILL);
+            ::waitpid(child_, nullptr, 0);
+        }
+        ::close(from_);
+    }
+
+    std::string Line() {
+        ReadUpTo("\n");
+        const std::size_t end = std::min(read_.find('\n'), read_.size() - 1) + 1;
+        std::string line = read_.substr(0, end);
+        read_.erase(0, end);
+        return line;
+    }
+
+    /// Reads until the text appears; returns everything up to its end.
+    std::string ReadUpTo(const std::string& text) {
+        while (read_.find(text) == std::string::npos && More()) {
+        }
+        const std::size_t at = read_.find(text);
+        return read_.substr(0, at == std::string::npos ? at : at + text.size());
+    }
+
+    /// Everything up to the end of the program, which is waited for.
+    std::string Rest() {
+        while (More()) {
+        }
+        return std::move(read_);
+    }
+
+    void Forget() { read_.clear(); }
+    void Type(char key) const { EXPECT_EQ(::write(from_, &key, 1), 1); }
+    void Signal(int number) const { ::kill(child_, number); }
+    void SetColumns(unsigned short columns) const {
+        const winsize size{10, columns, 0, 0};
+        EXPECT_EQ(::ioctl(from_, TIOCSWINSZ, &size), 0);
+    }
+
+    /// The exit status, or -1 where a signal ended it.
+    int Status() {
+        int status = 0;
+        ::waitpid(child_, &status, 0);
+        child_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+  private:
+    template <typename Prepare>
+    void Start(const std::vector<std::string>& arguments, const Prepare& prepare) {
+        std::vector<std::string> words{NIMA_POST};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char*> pointers;
+        pointers.reserve(words.size() + 1);
+        for (std::string& word : words) {
+            pointers.push_back(word.data());
+        }
+        pointers.push_back(nullptr);
+        child_ = ::fork();
+        if (child_ == 0) {
+            prepare();
+            ::execv(pointers[0], pointers.data());
+            ::_exit(127);
+        }
+    }
+
+    bool More() {
+        char bytes[4096];
+        const ssize_t got = ::read(from_, bytes, sizeof(bytes));
+        if (got > 0) {
+            read_.append(bytes, static_cast<std::size_t>(got));
+        }
+        return got > 0 || (got < 0 && errno == EINTR);
+    }
+
+    pid_t child_ = -1;
+    int from_ = -1;
+    std::string read_;
+};
+
+/// A process that traces on demand, in the working directory.
+class Device {
+  public:
+    Device() {
+        int orders[2];
+        int answers[2];
+        EXPECT_EQ(::pipe2(orders, O_CLOEXEC), 0);
+        EXPECT_EQ(::pipe2(answers, O_CLOEXEC), 0);
+        std::fflush(nullptr);
+        child_ = ::fork();
+        if (child_ == 0) {
+            ::close(orders[1]);
+            Obey(orders[0], answers[1]);
+        }
+        ::close(orders[0]);
+        ::close(answers[1]);
+        orders_ = orders[1];
+        answers_ = answers[0];
+        Write(0);
+    }
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+    ~Device() {
+        End();
+        ::close(answers_);
+    }
+
+    pid_t Process() const { return child_; }
+
+    /// That many records of component 5 and as many ring events, and returns when they are written.
+    void Write(unsigned char count) const {
+        char done = 0;
+        EXPECT_EQ(::write(orders_, &count, 1), 1);
+        EXPECT_EQ(::read(answers_, &done, 1), 1);
+    }
+
+    void End() {
+        if (child_ > 0) {
+            ::close(orders_);
+            ::waitpid(child_, nullptr, 0);
+            child_ = -1;
+        }
+    }
+
+  private:
+    [[noreturn]] static void Obey(int orders, int answers) {
+        TRACE_RING_HANDLE ring = nullptr;
+        SysTraceConfigure();
+        GetTraceRingBuffer(RING_SCAN_ENGINE, &ring);
+        unsigned number = 0;
+        for (unsigned char count = 0; ::read(orders, &count, 1) == 1;) {
+            for (; count > 0; --count, ++number) {
+                RTTrace_2(SYSTRACE_ID(5, 1, 77), number, 1000 + number);
+                WriteEventToRingBuffer(ring, 0, 4, number, 0, 0, 0);
+            }
+            if (::write(answers, "x", 1) != 1) {
+                break;
+            }
+        }
+        ::_exit(0);
+    }
+
+    pid_t child_ = -1;
+    int orders_ = -1;
+    int answers_ = -1;
+};
+
+/// Takes the ticks of `watch --json` one after the other.
+Json NextTick(Program& watch) {
+    return Json::parse(watch.Line(), nullptr, false);
+}
+
+/// Goes on to the first tick that satisfies the condition.
+template <typename Condition>
+Json TickWith(Program& watch, const Condition& condition) {
+    for (;;) {
+        Json tick = NextTick(watch);
+        if (tick.is_discarded() || condition(tick)) {
+            return tick;
+        }
+    }
+}
+
+/// Sends from an own port to a port on loopback.
+void Send(int port, const std::string& datagram) {
+    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(::sendto(socket, datagram.data(), datagram.size(), 0,
+                       reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
+              static_cast<ssize_t>(datagram.size()));
+    ::close(socket);
+}
+
+std::string Notification(const std::string& file) {
+    return "crash-notification\r\nfile: " + file + "\r\ndir:/var/cores\r\n";
+}
+
+class WatchTest : public Sandbox {};
+class ListenTest : public Sandbox {};
+
+} // namespace
+
+TEST_F(WatchTest, SeesWhatAProcessWritesWhileItRuns) {
+    WriteFile("names",
+              "component 5 Scanner\nevent 5 77 step \"step %u of %u\"\nring ScanEngine 4 motor \"at %u\"\n");
+    Program watch({"watch", "--json", "--interval", "20", "--last", "2", "--names", "names"});
+    const Json before = NextTick(watch);
+    EXPECT_NE(before["systrace"]["problem"].get<std::string>().find(kTrace), std::string::npos);
+    EXPECT_NE(before["rings"]["problem"].get<std::string>().find(kRings), std::string::npos);
+
+    Device device;
+    device.Write(3);
+    const auto seesAll = [](std::uint64_t used) {
+        return [used](const Json& tick) {
+            const auto& rings = tick["rings"]["rings"];
+            return rings.is_array() && !rings.empty() && rings[0]["used"] == used;
+        };
+    };
+    const Json first = TickWith(watch, seesAll(3));
+    EXPECT_EQ(first["rings"]["process"], device.Process());
+    EXPECT_EQ(first["rings"]["lives"], true);
+
+    NextTick(watch); // The trace was looked at before the rings.
+    device.Write(200);
+    std::uint64_t records = 0;
+    const Json last = TickWith(watch, [&](const Json& tick) {
+        records += tick["systrace"]["new_records"].get<std::uint64_t>();
+        return records >= 200 && tick["rings"]["rings"][0]["newest"]["text"] == "motor: at 202";
+    });
+    EXPECT_EQ(records, 200U);
+    EXPECT_EQ(last["systrace"]["state_name"], "tracing");
+    ASSERT_EQ(last["systrace"]["records"].size(), 2U);
+    EXPECT_EQ(last["systrace"]["records"][1]["text"], "step 202 of 1202");
+    EXPECT_EQ(last["rings"]["rings"][0]["name"], "ScanEngine");
+
+    // Past the ring's 256 slots the newest stands in front of the oldest.
+    device.Write(100);
+    const Json wrapped = TickWith(watch, [](const Json& tick) {
+        return tick["rings"]["rings"][0]["newest"]["text"] == "motor: at 302";
+    });
+    EXPECT_EQ(wrapped["rings"]["rings"][0]["used"], 256U);
+
+    device.End();
+    TickWith(watch, [](const Json& tick) { return tick["rings"]["lives"] == false; });
+    std::filesystem::resize_file(kTrace, 100);
+    std::filesystem::remove(kRings);
+    const Json cut = TickWith(watch, [](const Json& tick) {
+        return !tick["systrace"]["problem"].is_null() && !tick["rings"]["problem"].is_null();
+    });
+    EXPECT_NE(cut["systrace"]["problem"].get<std::string>().find("100 bytes"), std::string::npos);
+    watch.Signal(SIGINT);
+    watch.Rest();
+    EXPECT_EQ(watch.Status(), 0);
+}
+
+TEST_F(WatchTest, LeavesTheFilesAsTheyAre) {
+    {
+        Device device;
+        device.Write(50);
+    }
+    const std::string trace = ReadFile(kTrace);
+    const std::string rings = ReadFile(kRings);
+    const std::vector<std::string> files = Listing(".");
+    Program watch({"watch", "--count", "3", "--interval", "10"});
+    const std::string output = watch.Rest();
+    EXPECT_EQ(watch.Status(), 0);
+    EXPECT_EQ(CountOf(output, "component 5"), 30U) << output;
+    EXPECT_EQ(output.find('\x1b'), std::string::npos);
+    EXPECT_TRUE(ReadFile(kTrace) == trace);
+    EXPECT_TRUE(ReadFile(kRings) == rings);
+    EXPECT_EQ(Listing("."), files);
+}
+
+TEST_F(WatchTest, RefusesWhatIsNoFolder) {
+    Program watch({"watch", "nowhere"});
+    EXPECT_NE(watch.Rest().find("nowhere"), std::string::npos);
+    EXPECT_EQ(watch.Status(), 2);
+}
+
+TEST_F(WatchTest, GivesTheTerminalBack) {
+    {
+        Device device;
+        device.Write(50);
+    }
+    for (const bool key : {true, false}) {
+        Program watch({"watch", "--interval", "3600000"}, 30);
+        EXPECT_EQ(watch.ReadUpTo("laid out by").find("Ctrl-C ends"), std::string::npos);
+        // The rest of the lines comes with the room for it, without another look.
+        watch.Forget();
+        watch.SetColumns(90);
+        const std::string wide = watch.ReadUpTo("which is gone");
+        EXPECT_NE(wide.find("Ctrl-C ends"), std::string::npos) << wide;
+        key ? watch.Type('\x03') : watch.Signal(SIGTERM);
+        const std::string rest = watch.Rest();
+        EXPECT_EQ(watch.Status(), 0);
+        EXPECT_TRUE(rest.ends_with("\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l")) << rest;
+    }
+}
+
+TEST_F(ListenTest, CopiesEachFileThatIsNamed) {
+    WriteFile("stacktrace42-1.txt", "0x1: (first+0x1)\n");
+    Program listen({"listen", "--json", "--port", "0", "--collect", "kept/traces", "--count", "3"});
+    const int port = Json::parse(listen.Line())["listening"]["port"];
+    const std::string file = directory() + "/stacktrace42-1.txt";
+
+    Send(port, Notification(file));
+    Json heard = Json::parse(listen.Line());
+    EXPECT_EQ(heard["file"], file);
+    EXPECT_EQ(heard["process"], 42);
+    EXPECT_EQ(heard["core_folder"], "/var/cores");
+    EXPECT_EQ(heard["copy"], "kept/traces/stacktrace42-1.txt");
+
+    // A later process of that number has its own file.
+    WriteFile("stacktrace42-1.txt", "0x2: (second+0x1)\n");
+    Send(port, Notification(file));
+    heard = Json::parse(listen.Line());
+    EXPECT_EQ(ReadFile("kept/traces/stacktrace42-1.txt"), "0x1: (first+0x1)\n");
+    EXPECT_EQ(ReadFile(heard["copy"]), "0x2: (second+0x1)\n");
+
+    std::filesystem::resize_file("stacktrace42-1.txt", 1 << 30);
+    Send(port, Notification(file));
+    heard = Json::parse(listen.Line());
+    EXPECT_LE(std::filesystem::file_size(heard["copy"].get<std::string>()), 16U << 20);
+    EXPECT_TRUE(heard["problem"].is_string());
+    EXPECT_EQ(listen.Rest(), "");
+    EXPECT_EQ(listen.Status(), 0);
+}
+
+TEST_F(ListenTest, TrustsNoDatagram) {
+    Program listen({"listen", "--port", "0", "--collect", "kept"});
+    const std::string line = listen.Line();
+    const int port = std::atoi(line.substr(line.rfind(' ')).c_str());
+
+    WriteFile("secret", "secret");
+    std::filesystem::create_symlink(directory() + "/secret", "stacktrace1-1.txt");
+    ASSERT_EQ(::mkfifo("stacktrace2-1.txt", 0600), 0);
+    std::filesystem::create_directory("stacktrace3-1.txt");
+    WriteFile("stacktrace4-1.txt", "0x1: (f+0x1)\n");
+    for (const char* name : {"/stacktrace1-1.txt", "/stacktrace2-1.txt", "/stacktrace3-1.txt", "/secret",
+                             "/stacktrace9-9.txt", "/stacktrace4-1.txt/", "/stacktrace4-1.txt/../secret"}) {
+        Send(port, Notification(directory() + name));
+    }
+    Send(port, Notification("stacktrace4-1.txt"));
+    Send(port, Notification(""));
+    Send(port, Notification(directory() + "/stacktrace4-1.txt") + std::string(4000, 'x'));
+    Send(port, Notification(directory() + "/stacktrace4-1.txt" + std::string(1, '\0')));
+    Send(port, "");
+    Send(port,
+         "\x1b[2J\x9b"
+         "31m crash-notification\r\nfile: \r\n");
+    Send(port, Notification("/\x1b[31m/the last"));
+    const std::string output = listen.ReadUpTo("the last");
+    EXPECT_EQ(CountOf(output, "not copied"), 8U) << output;
+    EXPECT_EQ(CountOf(output, "no notification"), 5U) << output;
+    EXPECT_EQ(output.find_first_of("\x1b\x9b"), std::string::npos);
+    EXPECT_EQ(Listing("kept"), std::vector<std::string>{});
+
+    listen.Signal(SIGTERM);
+    listen.Rest();
+    EXPECT_EQ(listen.Status(), 0);
+}
+
+TEST_F(ListenTest, SaysWhyItCannot) {
+    Program first({"listen", "--json", "--port", "0"});
+    const int port = Json::parse(first.Line())["listening"]["port"];
+    Program second({"listen", "--port", std::to_string(port)});
+    EXPECT_NE(second.Rest().find("in use"), std::string::npos);
+    EXPECT_EQ(second.Status(), 2);
+
+    WriteFile("file", "");
+    Program third({"listen", "--port", "0", "--collect", "file"});
+    EXPECT_NE(third.Rest().find("file: "), std::string::npos);
+    EXPECT_EQ(third.Status(), 2);
+}
+
+} // namespace Nima::Testing

@@ -1,0 +1,448 @@
+// nima-post from outside: the library leaves files, the program reads them, output and exit code are looked
+// at.
+
+#include "tests/support/Sandbox.h"
+#include "tools/Program.h"
+
+#include <array>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <Diagnostics/CrashApi.h>
+#include <Diagnostics/Formats.h>
+#include <Diagnostics/NimaTrace.h>
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
+#include <Diagnostics/RollingLogFile.h>
+#include <Diagnostics/TraceApi.h>
+#include <Diagnostics/TraceServices.h>
+
+using namespace Nima::Common::System::OS::Diagnostics;
+using namespace Nima::Testing;
+using Json = nlohmann::json;
+
+namespace {
+
+struct Result {
+    int code = -1;
+    std::string output;
+
+    Json Parsed() const { return Json::parse(output); }
+};
+
+Result Post(const std::vector<std::string>& arguments) {
+    Result result;
+    result.output = CapturedOutput([&] {
+        const int status = InChild([&] {
+            std::vector<const char*> words{"nima-post"};
+            for (const std::string& argument : arguments) {
+                words.push_back(argument.c_str());
+            }
+            const int code = NimaPost::RunProgram(static_cast<int>(words.size()), words.data());
+            std::exit(code);
+        });
+        result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+    });
+    return result;
+}
+
+class PostMortem : public Sandbox {};
+
+/// A block as a writer would leave it, entry by entry.
+class Block {
+  public:
+    Block& Add(std::uint32_t id, std::uint32_t value) {
+        entries_.push_back({id, value});
+        return *this;
+    }
+    Block& Record(std::uint32_t id, std::uint32_t time, const std::vector<std::uint32_t>& rest) {
+        Add(id, time);
+        for (const std::uint32_t value : rest) {
+            Add(id | SYSTRACE_CONTINUATION, value);
+        }
+        return *this;
+    }
+    void Write(const std::string& path, std::uint32_t entryCount = 64) const {
+        SysTraceHeader header{};
+        std::memcpy(header.magic, "strc", 4);
+        header.headerSize = SYSTRACE_HEADER_SIZE;
+        header.version = SYSTRACE_VERSION;
+        header.entryCount = entryCount;
+        header.indexMask = entryCount - 1;
+        header.bufferSize = entryCount * 8 + SYSTRACE_HEADER_SIZE;
+        header.writeIndex = static_cast<std::uint32_t>(entries_.size()) - 1;
+        header.wrapCount = static_cast<std::int32_t>(header.writeIndex / entryCount);
+        header.flags = 3;
+        header.state = 1;
+        std::vector<SysTraceEntry> slots(entryCount);
+        for (std::size_t i = 0; i < entries_.size(); ++i) {
+            slots[i % entryCount] = entries_[i];
+        }
+        std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
+        bytes.append(reinterpret_cast<const char*>(slots.data()), slots.size() * sizeof(SysTraceEntry));
+        WriteFile(path, bytes);
+    }
+
+  private:
+    std::vector<SysTraceEntry> entries_;
+};
+
+std::vector<std::uint32_t> Arguments(const Json& record) {
+    return record["arguments"];
+}
+
+} // namespace
+
+TEST_F(PostMortem, ReadsWhatThreadsWroteIntoTheBinaryTraceInTheSegmentAndInADump) {
+    constexpr std::uint32_t kEach = 500;
+    InGoodChild([] {
+        SysTraceConfigure();
+        std::vector<std::thread> writers;
+        for (std::uint32_t writer = 0; writer < 3; ++writer) {
+            writers.emplace_back([writer] {
+                for (std::uint32_t i = 0; i < kEach; ++i) {
+                    RTTrace_2(SYSTRACE_ID(10 + writer, writer % 2, 7), i, writer);
+                }
+            });
+        }
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+        std::array<wchar_t, 16> path{L"trace.bin"};
+        DumpSysTrace(path.data(), 0);
+    });
+    for (const char* file : {"trace.bin", "SysTrace Buffer"}) {
+        const Result result = Post({"systrace", file, "--json"});
+        ASSERT_EQ(result.code, 0) << result.output;
+        const Json json = result.Parsed();
+        EXPECT_EQ(json["kind"], file == std::string("trace.bin") ? "dump" : "segment");
+        EXPECT_EQ(json["header"]["version"], 2);
+        std::array<std::uint32_t, 3> next{};
+        for (const Json& record : json["records"]) {
+            if (record["component"] == 127) {
+                continue;
+            }
+            const std::uint32_t writer = record["component"].get<std::uint32_t>() - 10;
+            ASSERT_LT(writer, 3U);
+            EXPECT_EQ(record["state"], "whole");
+            EXPECT_EQ(Arguments(record), (std::vector<std::uint32_t>{next.at(writer)++, writer}));
+        }
+        EXPECT_EQ(next, (std::array<std::uint32_t, 3>{kEach, kEach, kEach}));
+    }
+    EXPECT_NE(Post({"systrace", "trace.bin"}).output.find("saved filter  level 0: every component"),
+              std::string::npos);
+    const Json last =
+        Post({"systrace", "trace.bin", "--json", "--component", "11", "--level", "1", "--last", "3"})
+            .Parsed();
+    ASSERT_EQ(last["records"].size(), 3U);
+    EXPECT_EQ(Arguments(last["records"][2]), (std::vector<std::uint32_t>{kEach - 1, 1}));
+    EXPECT_EQ(Post({"systrace", "trace.bin", "--level", "4"}).code, 2);
+}
+
+TEST_F(PostMortem, ReadsTheSegmentOfAProcessThatWasKilledWhileItWrote) {
+    KilledMidway([](const std::function<void()>& underWay) {
+        SysTraceConfigure();
+        std::vector<std::thread> writers;
+        for (std::uint32_t writer = 0; writer < 2; ++writer) {
+            writers.emplace_back([writer, &underWay] {
+                for (std::uint32_t i = 0;; ++i) {
+                    RTTrace_2(SYSTRACE_ID(10 + writer, 0, 7), i, ~i);
+                    if (writer == 0 && i == 5000) {
+                        underWay();
+                    }
+                }
+            });
+        }
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+    });
+    const Result result = Post({"systrace", "SysTrace Buffer", "--json"});
+    ASSERT_TRUE(result.code == 0 || result.code == 1) << result.output;
+    const Json json = result.Parsed();
+    std::array<std::uint32_t, 2> last{};
+    std::size_t whole = 0;
+    for (const Json& record : json["records"]) {
+        if (record["state"] == "whole") {
+            const std::uint32_t i = record["arguments"][0];
+            ASSERT_EQ(Arguments(record), (std::vector<std::uint32_t>{i, ~i}));
+            std::uint32_t& before = last.at(record["component"].get<std::uint32_t>() - 10);
+            ASSERT_TRUE(before == 0 || i == before + 1) << i << " after " << before;
+            before = i;
+            ++whole;
+        }
+    }
+    EXPECT_GT(whole, 5000U);
+    EXPECT_LE(json["records"].size() - whole, 4U); // What was under way, at either end of the block.
+}
+
+TEST_F(PostMortem, PutsInterleavedRecordsTogetherAndNeverGuessesAtTornOnes) {
+    constexpr std::uint32_t kA = 0x00800001;
+    constexpr std::uint32_t kB = 0x00C00002;
+    Block block;
+    for (std::uint32_t i = 0; i < 4; ++i) {
+        block.Record(kA, 1000 + i * 10, {i, 0x111}).Record(kB, 1005 + i * 10, {i, i, 0x222});
+    }
+    // Two events at the same moment: each finds its own entries.
+    block.Add(kA, 2000).Add(kB, 2001).Add(kA | SYSTRACE_CONTINUATION, 41).Add(kB | SYSTRACE_CONTINUATION, 51);
+    block.Add(kB | SYSTRACE_CONTINUATION, 52).Add(kA | SYSTRACE_CONTINUATION, 0x111);
+    block.Add(kB | SYSTRACE_CONTINUATION, 0x222);
+    // The same event twice at the same moment: nothing tells whose values these are.
+    block.Add(kA, 3000).Add(kA, 3001).Add(kA | SYSTRACE_CONTINUATION, 61).Add(kA | SYSTRACE_CONTINUATION, 62);
+    block.Add(kA | SYSTRACE_CONTINUATION, 0x111).Add(kA | SYSTRACE_CONTINUATION, 0x222);
+    // A writer that was killed, an entry never stored, a continuation of nothing.
+    block.Add(kB, 4000).Add(kB | SYSTRACE_CONTINUATION, 71).Add(0, 0).Add(0x81000003, 9);
+    block.Record(kA, 5000, {80, 0x111});
+    block.Write("block");
+
+    const Result result = Post({"systrace", "block", "--json"});
+    EXPECT_EQ(result.code, 1);
+    const Json json = result.Parsed();
+    const Json& records = json["records"];
+    ASSERT_EQ(records.size(), 14U);
+    EXPECT_EQ(Arguments(records[8]), (std::vector<std::uint32_t>{41}));
+    EXPECT_EQ(Arguments(records[9]), (std::vector<std::uint32_t>{51, 52}));
+    EXPECT_EQ(records[9]["thread"], "0x00000222");
+    EXPECT_EQ(records[10]["state"], "entangled");
+    EXPECT_EQ(records[11]["state"], "entangled");
+    EXPECT_TRUE(records[11]["thread"].is_null());
+    EXPECT_EQ(records[12]["state"], "torn");
+    EXPECT_EQ(Arguments(records[12]), (std::vector<std::uint32_t>{71}));
+    EXPECT_EQ(records[13]["state"], "whole");
+    EXPECT_EQ(json["counts"]["torn"], 1);
+    EXPECT_EQ(json["counts"]["entangled"], 2);
+    EXPECT_EQ(json["counts"]["orphan_entries"], 1);
+    EXPECT_EQ(json["counts"]["never_stored_entries"], 1);
+
+    // A wrapped block begins inside a record; what the wrap cut off is no damage.
+    Block wrapped;
+    for (std::uint32_t i = 0; i < 30; ++i) {
+        wrapped.Record(kB, 1000 + i, {i, i, 0x222});
+    }
+    wrapped.Write("wrapped", 64);
+    const Json afterWrap = Post({"systrace", "wrapped", "--json"}).Parsed();
+    EXPECT_EQ(afterWrap["records"].size(), 16U);
+    wrapped.Add(kA, 1030).Write("wrapped", 64);
+    const Result cut = Post({"systrace", "wrapped", "--json"});
+    EXPECT_EQ(cut.Parsed()["counts"]["cut_off_entries"], 3);
+    EXPECT_EQ(cut.Parsed()["records"].front()["arguments"][0], 15);
+
+    // The dictionary knows how many arguments an event has, and what they mean.
+    WriteFile("names", "# what it prints\ncomponent 3 Engine\nevent Engine 2 page \"page %u of %u\"\n");
+    const Result named = Post({"systrace", "block", "--names", "names", "--component", "engine"});
+    EXPECT_NE(named.output.find("Engine  level 0  page: page 51 of 52\n"), std::string::npos) << named.output;
+    WriteFile("names", "component 3 Engine\nevent Engine 2 page \"page %s\"\n");
+    EXPECT_EQ(Post({"systrace", "block", "--names", "names"}).code, 2);
+}
+
+TEST_F(PostMortem, ReadsFilesThatWereCutAnywhere) {
+    Block block;
+    for (std::uint32_t i = 0; i < 10; ++i) {
+        block.Record(0x00800001, 1000 + i, {i, 0x111});
+    }
+    block.Write("whole", 32);
+    const std::string whole = ReadFile("whole");
+    std::size_t most = 0;
+    for (std::size_t length = 0; length < whole.size(); length += 5) {
+        WriteFile("cut", whole.substr(0, length));
+        const Result result = Post({"systrace", "cut", "--json"});
+        if (length < SYSTRACE_HEADER_SIZE) {
+            EXPECT_EQ(result.code, 2) << length;
+            continue;
+        }
+        ASSERT_TRUE(result.code == 0 || result.code == 1) << length;
+        const Json json = result.Parsed();
+        EXPECT_GE(json["records"].size(), most);
+        most = json["records"].size();
+        EXPECT_EQ(result.code, length < SYSTRACE_HEADER_SIZE + 240 ? 1 : 0) << length;
+    }
+    EXPECT_EQ(most, 10U);
+    EXPECT_EQ(Post({"systrace", "nowhere"}).code, 2);
+    EXPECT_EQ(Post({"systrace", "."}).code, 2);
+    EXPECT_EQ(Post({"nonsense"}).code, 2);
+    EXPECT_EQ(Post({"--help"}).code, 0);
+}
+
+TEST_F(PostMortem, ReadsTheRingsFromTheSegmentAndFromBothTexts) {
+    InGoodChild([] {
+        TRACE_RING_HANDLE panel = nullptr;
+        TRACE_RING_HANDLE copier = nullptr;
+        GetTraceRingBuffer(10, &panel);
+        GetTraceRingBuffer(16, &copier);
+        for (unsigned long i = 0; i < 300; ++i) { // 256 records: it wraps
+            WriteEventToRingBuffer(panel, 0, 5, i, 2, 3, 4);
+        }
+        WriteEventToRingBuffer(copier, 0x77, 6, 1, 2, 3, 4);
+        std::array<wchar_t, 16> path{L"rings.txt"};
+        DumpRingBuffersUnformatted(path.data(), 0);
+    });
+    std::string indexed = ReadFile("rings.txt");
+    indexed.replace(indexed.find("Buffer Panel #"), 13, "Buffer 10 ");
+    WriteFile("indexed.txt", indexed);
+    for (const char* file : {"System Ring Buffers", "rings.txt", "indexed.txt"}) {
+        const Result result = Post({"rings", file, "--json", "--ring", "Panel"});
+        ASSERT_EQ(result.code, 0) << file << result.output;
+        const Json json = result.Parsed();
+        ASSERT_EQ(json["rings"].size(), 1U);
+        EXPECT_EQ(json["rings"][0]["used"], 256);
+        EXPECT_EQ(json["rings"][0]["wrapped"], "probably");
+        ASSERT_EQ(json["records"].size(), 256U);
+        for (std::uint32_t i = 0; i < 256; ++i) {
+            EXPECT_EQ(json["records"][i]["words"], (std::vector<std::uint32_t>{5, 44 + i, 2, 3, 4}));
+        }
+    }
+    const Json merged = Post({"rings", "System Ring Buffers", "--json", "--merge", "--last", "2"}).Parsed();
+    EXPECT_EQ(merged["records"][0]["ring"], "Panel");
+    EXPECT_EQ(merged["records"][1]["ring"], "Copier");
+    EXPECT_EQ(merged["records"][1]["thread"], "0x00000077");
+    EXPECT_EQ(merged["process"].get<int>() > 0, true);
+
+    std::string cut = ReadFile("System Ring Buffers").substr(0, RING_DIRECTORY_SIZE + 40);
+    WriteFile("cut", cut);
+    EXPECT_EQ(Post({"rings", "cut"}).code, 1);
+    WriteFile("cut", cut.substr(0, 100));
+    EXPECT_EQ(Post({"rings", "cut"}).code, 2);
+    WriteFile("cut.txt", indexed.substr(0, indexed.size() / 2));
+    EXPECT_EQ(Post({"rings", "cut.txt"}).code, 1);
+}
+
+TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
+    for (const int padding : {0, 13}) { // Lines of one length meet at a boundary, others are torn there.
+        InGoodChild([padding] {
+            TraceServices::ConfigureDefaultLog(L"rewound.log", 20000, 0, true);
+            NimaTrace trace("Feeder");
+            for (int i = 0; i < 700; ++i) {
+                trace.WriteWarnV("sheet %06d%s", i, std::string(padding == 0 ? 0 : i % 13, 'x').c_str());
+            }
+            TraceServices::ShutdownTrace(true);
+        });
+        const Result result = Post({"log", "rewound.log", "--json", "--tracer", "Feeder"});
+        ASSERT_EQ(result.code, 0) << result.output;
+        int last = -1;
+        std::size_t overwritten = 0;
+        const Json json = result.Parsed();
+        for (const Json& line : json["lines"]) {
+            const std::string message = line["message"];
+            if (!line.contains("continues")) {
+                const int number = std::stoi(message.substr(6, 6));
+                EXPECT_GT(number, last);
+                last = number;
+                overwritten += line["overwritten"].get<bool>() ? 1 : 0;
+            }
+        }
+        EXPECT_EQ(last, 699);
+        EXPECT_GT(overwritten, 5U);
+        EXPECT_LT(overwritten, json["lines"].size());
+        EXPECT_NE(Post({"log", "rewound.log"}).output.find("older lines"), std::string::npos);
+        unlink("rewound.log");
+    }
+}
+
+TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
+    WriteFile(
+        "a.log.1",
+        "100 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=01261024150926.46886, type=qpc\r\n"
+        "200 <0x00000001:000> <WARN> <One> first\r\nmore of it\r\n"
+        "300 <0x00000002:-02> <DEBUG> <Two> second\r\n");
+    WriteFile(
+        "a.log",
+        "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, now=01261024150926.46886, type=qpc\r\n"
+        "500 <0x00000002:000> <FATAL> <Two> third\r\n");
+    const auto messages = [](const std::vector<std::string>& more) {
+        std::vector<std::string> arguments{"log", "a.log", "--json"};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        std::string all;
+        const Json json = Post(arguments).Parsed();
+        for (const Json& line : json["lines"]) {
+            all += line["message"].get<std::string>().substr(0, 11) + "|";
+        }
+        return all;
+    };
+    EXPECT_EQ(messages({}), "Calibration|first|more of it|second|Calibration|third|");
+    EXPECT_EQ(messages({"--level", "warn"}), "first|more of it|");
+    EXPECT_EQ(messages({"--level", "WARN+"}), "first|more of it|third|");
+    EXPECT_EQ(messages({"--tracer", "Two", "--thread", "0x2"}), "second|third|");
+    EXPECT_EQ(messages({"--text", "THIRD", "-i"}), "third|");
+    EXPECT_EQ(messages({"--alone", "--text", "second"}), "");
+    const Result text = Post({"log", "a.log", "--level", "DEBUG"});
+    EXPECT_NE(text.output.find("2026-11-24 15:09:26.046886200 = 300 <0x00000002:-02> <DEBUG> <Two> second\n"),
+              std::string::npos)
+        << text.output;
+    EXPECT_EQ(Post({"log", "a.log", "--level", "LOUD"}).code, 2);
+    EXPECT_EQ(Post({"log", "a.log", "missing.log"}).code, 1);
+    EXPECT_EQ(Post({"log", "missing.log"}).code, 2);
+    WriteFile("escape.log", "1 <0x00000001:000> <WARN> <One> \x1b[31m red \xff\r\n");
+    EXPECT_NE(Post({"log", "escape.log"}).output.find("\\x1b[31m red \\xff"), std::string::npos);
+}
+
+TEST_F(PostMortem, TellsWhatADeadDeviceLeft) {
+    static std::array<wchar_t, 16> crashLog{L"crash.txt"};
+    static std::array<wchar_t, 16> folder{L"triage"};
+    const int status = InChild([] {
+        TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 0, true);
+        SysTraceConfigure();
+        g_CrashLogFile = crashLog.data();
+        g_TriageFilePath = folder.data();
+        TRACE_RING_HANDLE panel = nullptr;
+        GetTraceRingBuffer(10, &panel);
+        WriteEventToRingBuffer(panel, 0, 0x51, 1, 2, 3, 4);
+        RTTrace_1(SYSTRACE_ID(9, 0, 3), 0xabc);
+        NimaTrace trace("Fuser");
+        trace.WriteErrorV("too hot: %d", 250);
+        const std::array<std::int32_t, 2> extra{0x11, -1};
+        DeviceFatalErrorExtra(0x31AC05, "fuser.cpp", 42, 2, extra.data());
+    });
+    EXPECT_EQ(WEXITSTATUS(status), 0x05);
+
+    const Result crash = Post({"crash", "crash.txt", "--json"});
+    ASSERT_EQ(crash.code, 0) << crash.output;
+    const Json json = crash.Parsed();
+    EXPECT_EQ(json["failure"]["Error Code"], "31AC05");
+    EXPECT_EQ(json["failure"]["File Name"], "fuser.cpp");
+    EXPECT_EQ(json["extra_words"][0], "0x11");
+    EXPECT_EQ(json["active_rings"].size(), 2U); // The library's own beside it.
+    WriteFile("cut.txt", ReadFile("crash.txt").substr(0, 700));
+    EXPECT_EQ(Post({"crash", "cut.txt"}).code, 1);
+    unlink("cut.txt");
+
+    const Result timeline = Post({"timeline", ".", "-o", "out.json"});
+    ASSERT_EQ(timeline.code, 0) << timeline.output;
+    const Json trace = Json::parse(ReadFile("out.json"));
+    std::size_t hot = 0;
+    std::size_t binary = 0;
+    std::size_t ring = 0;
+    double crashTime = -1;
+    double hotTime = -1;
+    for (const Json& event : trace["traceEvents"]) {
+        const std::string text = event.dump();
+        if (event["ph"] != "i") {
+            continue;
+        }
+        if (text.find("too hot: 250") != std::string::npos) {
+            ++hot;
+            hotTime = event["ts"];
+        }
+        binary += text.find("0xabc") != std::string::npos ? 1 : 0;
+        ring += text.find("code 0x51") != std::string::npos ? 1 : 0;
+        crashTime = event["cat"] == "crash" ? event["ts"].get<double>() : crashTime;
+    }
+    // Dump, segment and crash log hold the same records; each is told once.
+    EXPECT_EQ(hot, 1U);
+    EXPECT_EQ(binary, 1U);
+    EXPECT_EQ(ring, 1U);
+    EXPECT_GT(crashTime, hotTime);
+    EXPECT_LT(crashTime - hotTime, 60e6);
+
+    const Result report = Post({"report", ".", "-o", "report.html"});
+    ASSERT_EQ(report.code, 0) << report.output;
+    const std::string page = ReadFile("report.html");
+    EXPECT_NE(page.find("too hot: 250"), std::string::npos);
+    EXPECT_EQ(page.find("http://"), std::string::npos);
+    EXPECT_EQ(Post({"report", ".", "-o", "no/such/folder.html"}).code, 2);
+    EXPECT_EQ(Post({"timeline", "no-such-folder", "-o", "out.json"}).code, 2);
+}

@@ -1,0 +1,502 @@
+#!/usr/bin/env python3
+"""Opens report pages in headless Chromium and uses them as a reader does.
+
+    report_page_test.py [--page-program PROGRAM] [FILE.html ...]
+
+Pages that the tool has written get the checks that hold for any page. Without files the samples are tested, put together
+from the sources or, with --page-program, by a program that has the page built in. Needs the packages chromium,
+chromium-driver and python3-selenium.
+"""
+
+import argparse
+import json
+import pathlib
+import re
+import sys
+import tempfile
+import time
+
+from selenium import webdriver
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.by import By
+from selenium.webdriver.common.keys import Keys
+from selenium.webdriver.support.ui import Select, WebDriverWait
+
+sys.dont_write_bytecode = True
+import sample_page  # noqa: E402
+
+FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
+         "--disable-component-update", "--disable-sync", "--window-size=1366,900", "--force-device-scale-factor=1"]
+UNSEEN = re.compile("[\0-\x08\x0b-\x1f\x7f-\x9f\xad\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]")
+OPENING_SECONDS = 10
+FRAME_MS = 100
+
+
+def visible(text):
+    return UNSEEN.sub(lambda m: f"\\x{ord(m[0]):02x}" if ord(m[0]) < 0x100 else f"\\u{ord(m[0]):04x}", text)
+
+
+def visible_line(text):
+    return visible(text).replace("\n", "↵")
+
+
+def data_of(path):
+    page = path.read_text(encoding="utf-8")
+    return json.loads(re.search(r'<script type="application/json" id="data">(.*?)</script>', page, re.S)[1])
+
+
+class Results:
+    def __init__(self):
+        self.passed = self.failed = 0
+
+    def check(self, name, condition, shown=""):
+        self.passed, self.failed = self.passed + bool(condition), self.failed + (not condition)
+        print(f"{'ok  ' if condition else 'FAIL'} {name}" + (f": {shown}" if not condition and shown != "" else ""), flush=True)
+
+
+class Page:
+    def __init__(self, browser, path, results):
+        self.browser, self.path, self.results = browser, path, results
+        self.data = data_of(path)
+        self.rows = sorted(self.data["rows"], key=lambda row: float("inf") if row[0] is None else row[0])
+
+    def check(self, name, condition, shown=""):
+        self.results.check(f"{self.path.stem}: {name}", condition, shown)
+
+    def find(self, selector):
+        return self.browser.find_element(By.CSS_SELECTOR, selector)
+
+    def run(self, script, *args):
+        return self.browser.execute_script(script, *args)
+
+    def settle(self):
+        """Waits until what was asked for has been drawn."""
+        self.browser.execute_async_script(
+            "const done = arguments[0]; requestAnimationFrame(() => requestAnimationFrame(() => setTimeout(done, 0)));")
+
+    def open(self):
+        for kind in ("browser", "performance"):
+            self.browser.get_log(kind)
+        begin = time.monotonic()
+        self.browser.get(self.path.as_uri())
+        WebDriverWait(self.browser, 60).until(lambda b: "loading" not in (self.find("body").get_attribute("class") or ""))
+        self.settle()
+        self.seconds = time.monotonic() - begin
+
+    def view(self):
+        return self.run("const {from, to} = document.getElementById('range').dataset; return [Number(from), Number(to)];")
+
+    def span(self):
+        begin, end = self.view()
+        return end - begin
+
+    def details(self):
+        return self.run("return document.getElementById('details-body').textContent;")
+
+    def detail_text(self):
+        return self.run("return document.querySelector('#details-body .detail-text')?.textContent ?? null;")
+
+    def count(self):
+        return int(self.find("#count").get_attribute("data-matches"))
+
+    def selected_line(self):
+        return self.run("return document.querySelector('#grid .record.selected:not([hidden]) .c-text')?.textContent ?? null;")
+
+    def click(self, selector):
+        self.run("document.querySelector(arguments[0]).scrollIntoView({block: 'center'});", selector)
+        self.find(selector).click()
+        self.settle()
+
+    def key(self, selector, *keys):
+        self.run("document.querySelector(arguments[0]).focus({preventScroll: true});", selector)
+        ActionChains(self.browser).send_keys(*keys).perform()
+        self.settle()
+
+    def search(self, text):
+        self.run("""const box = document.getElementById('search'); box.value = arguments[0];
+                    box.dispatchEvent(new Event('input', {bubbles: true}));""", text)
+        self.settle()
+
+    def reset(self):
+        self.click("#filter-reset")
+
+    def matching(self, needle):
+        names = self.data["names"]
+        def text(row):
+            name = names[row[5]] if 0 <= row[5] < len(names) else ""
+            return "\n".join([row[6], " ".join(row[7] if len(row) > 7 else []), name]).lower()
+        return sum(needle.lower() in text(row) for row in self.rows)
+
+    # ---- The checks ----
+
+    def quiet(self):
+        messages = [entry["message"] for entry in self.browser.get_log("browser")]
+        self.check("the console is silent", not messages, messages[:3])
+        requests = []
+        for entry in self.browser.get_log("performance"):
+            message = json.loads(entry["message"])["message"]
+            if message["method"] == "Network.requestWillBeSent":
+                requests.append(message["params"]["request"]["url"])
+        foreign = [url for url in requests if not url.startswith(("file://" + str(self.path), "data:"))]
+        self.check("nothing but the file itself is asked for", requests and not foreign, foreign[:3] or "no request seen")
+        self.check("no text became markup or script", self.run(
+            "return window.broken === undefined && document.images.length === 0 && document.scripts.length === 3;"))
+
+    def texts(self):
+        shown = self.run("return document.body.innerText;").replace("\xa0", " ")
+        failure = self.data["failure"]
+        title = failure["title"] if failure else "No crash log in this folder"
+        self.check("the failure stands at the top", visible(title) in shown)
+        facts = self.run("return [...document.querySelectorAll('#failure dd, #failure li')].map((node) => node.textContent);")
+        wanted = [value for _, value in (failure or {}).get("summary", [])]
+        self.check("every fact of the failure is shown", all(visible(str(value)) in facts for value in wanted))
+        frames = self.run("return [...document.querySelectorAll('.frames li')].map((node) => node.lastChild.textContent);")
+        expected = [visible(frame) for stack in (failure or {}).get("stacks", []) for frame in stack["frames"]]
+        self.check("every frame is shown", frames == expected)
+        statements = self.run("return [...document.querySelectorAll('#clock li')].map((node) => node.textContent);")
+        self.check("the statements on time are shown",
+                   not self.data["clock"].get("statement") or
+                   statements == [visible(line) for line in self.data["clock"]["statement"]])
+        notes = self.run("return [...document.querySelectorAll('#files-table .notes p')].map((node) => node.textContent);")
+        self.check("the notes of all files are shown",
+                   notes == [visible(note) for file in self.data["files"] for note in file.get("notes", [])])
+        rings = self.run("return document.querySelectorAll('#rings-table tbody tr').length;")
+        self.check("all rings are in their table", rings == len(self.data["rings"]), rings)
+
+    def layout(self):
+        for width in (1366, 820, 390):
+            self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
+                                         {"width": width, "height": 900, "deviceScaleFactor": 1, "mobile": False})
+            self.settle()
+            over = self.run("const e = document.documentElement; return e.scrollWidth - e.clientWidth;")
+            self.check(f"nothing sticks out at a width of {width}", over <= 0, over)
+        self.browser.execute_cdp_cmd("Emulation.clearDeviceMetricsOverride", {})
+        self.settle()
+        unnamed = self.run("""
+            const named = (node) => node.labels?.length || node.getAttribute('aria-label') || node.getAttribute('aria-labelledby') ||
+                node.textContent.trim();
+            return [...document.querySelectorAll('button, select, input, [tabindex]')]
+                .filter((node) => node.getClientRects().length && !named(node))
+                .map((node) => node.outerHTML);""")
+        self.check("every control has a name", not unnamed, unnamed[:2])
+
+    def theme(self):
+        read = "return getComputedStyle(document.body).backgroundColor + getComputedStyle(document.body).color;"
+        pixel = "return document.getElementById('chart').toDataURL();"
+        before = self.run(read), self.run(pixel)
+        self.click("#theme")
+        dark = self.run(read), self.run(pixel)
+        self.check("the button changes the colours of page and timeline", before[0] != dark[0] and before[1] != dark[1])
+        self.click("#theme")
+        self.check("and changes them back", (self.run(read), self.run(pixel)) == before)
+
+    def table(self):
+        self.check("all records are counted", self.count() == len(self.rows), self.count())
+        lines = self.run("return document.querySelectorAll('#grid-rows .record').length;")
+        self.check("only the lines on the screen are in the document", lines < 120, lines)
+        if not self.rows:
+            return
+        for row in self.samples():
+            self.select_from_table(row)
+        needle = next((word for word in self.rows[len(self.rows) // 2][6].split() if word.isalnum()), "a")
+        for asked in (needle.upper(), needle.lower()[:-1] or needle, "no such text anywhere"):
+            self.search(asked)
+            self.check(f"a search for '{asked}' counts its matches", self.count() == self.matching(asked),
+                       (self.count(), self.matching(asked)))
+        self.check("and says that nothing matches", self.find("#grid-empty").is_displayed())
+        self.reset()
+        self.check("reset shows all again", self.count() == len(self.rows))
+        for index, column in (("source", 2), ("level", 4), ("thread", 3), ("name", 5)):
+            self.filter(index, column)
+
+    def samples(self):
+        return sorted({0, len(self.rows) // 2, len(self.rows) - 1})
+
+    def filter(self, name, column):
+        select = Select(self.find(f"#filter-{name}"))
+        value = self.rows[len(self.rows) // 2][column]
+        select.select_by_value(str(value))
+        self.settle()
+        expected = sum(row[column] == value for row in self.rows)
+        self.check(f"the filter by {name} counts its records", self.count() == expected, (self.count(), expected))
+        self.reset()
+
+    def select_from_table(self, index):
+        self.key("#lanes", Keys.ESCAPE)
+        self.run("document.getElementById('grid').scrollTop = arguments[0];", index * 24)
+        self.settle()
+        position = self.run("""const line = [...document.querySelectorAll('#grid-rows .record:not([hidden])')]
+            .find((node) => node.getAttribute('aria-rowindex') === String(arguments[0])); line?.setAttribute('data-test', '1');
+            document.getElementById('grid').scrollIntoView({block: 'center'}); return Boolean(line);""", index + 2)
+        if not position:
+            self.check(f"record {index} is on the screen", False)
+            return
+        line = self.find("#grid-rows [data-test]")
+        self.run("document.querySelectorAll('[data-test]').forEach((node) => node.removeAttribute('data-test'));")
+        ActionChains(self.browser).move_to_element_with_offset(line, -40, 2).click().perform()
+        self.settle()
+        self.check(f"a click on record {index} shows its text and words", self.shows(index), self.details()[:200])
+
+    def shows(self, index):
+        row = self.rows[index]
+        text = self.detail_text()
+        words = self.run("return [...document.querySelectorAll('.argument-table td:nth-child(2)')].map((n) => n.textContent);")
+        return text == (visible(row[6]) or "(no text)") and words == [visible(a) for a in (row[7] if len(row) > 7 else [])]
+
+    def timeline(self):
+        timed = [row for row in self.rows if row[0] is not None]
+        if not timed:
+            return
+        whole = self.view()
+        self.check("the timeline opens with everything", whole[0] < timed[0][0] and whole[1] > timed[-1][0])
+        self.zooms(whole)
+        self.keys(whole, timed)
+        self.drags()
+        self.touches()
+        self.pick()
+        self.key("#lanes", Keys.HOME, Keys.ESCAPE)
+
+    def zooms(self, whole):
+        self.click("#zoom-in")
+        nearer = self.span()
+        self.check("the button zooms in", nearer < (whole[1] - whole[0]) * 0.6)
+        self.click("#zoom-out")
+        self.check("the other zooms out", self.span() > nearer * 1.5)
+        self.click("#zoom-fit")
+        self.check("fit shows all", self.view() == whole)
+        self.wheel(400, -300)
+        begin, end = self.view()
+        self.check("the wheel zooms in", end - begin < (whole[1] - whole[0]) * 0.8)
+        share = self.share(400)
+        before = whole[0] + share * (whole[1] - whole[0])
+        self.check("around the pointer", abs(begin + share * (end - begin) - before) < (end - begin) * 0.01)
+        self.wheel(400, 1000)
+        self.check("and out again", self.view() == whole)
+
+    def plot(self):
+        """Left edge and width of the part of the timeline that shows time."""
+        width = self.run("return document.getElementById('lanes').clientWidth;")
+        gutter = 92 if width < 560 else 168
+        return gutter, width - gutter - 12
+
+    def share(self, x):
+        left, width = self.plot()
+        return (x - left) / width
+
+    def wheel(self, x, by):
+        self.run("""const host = document.getElementById('lanes'); const box = document.getElementById('chart').getBoundingClientRect();
+            host.dispatchEvent(new WheelEvent('wheel', {deltaY: arguments[1], clientX: box.left + arguments[0], clientY: box.top + 40,
+                bubbles: true, cancelable: true}));""", x, by)
+        self.settle()
+
+    def keys(self, whole, timed):
+        self.key("#lanes", "+")
+        begin, end = self.view()
+        self.check("+ zooms in", end - begin < whole[1] - whole[0])
+        self.key("#lanes", Keys.ARROW_RIGHT)
+        self.check("an arrow moves on", self.view()[0] > begin)
+        self.key("#lanes", Keys.ARROW_LEFT, "-")
+        self.check("- zooms out", self.span() > (end - begin) * 1.5)
+        failure = self.data["failure"]
+        crash = failure["time"] if failure and failure.get("time") is not None else timed[-1][0]
+        self.key("#lanes", Keys.END)
+        begin, end = self.view()
+        self.check("End shows the crash, nearer", begin <= crash <= end and end - begin < whole[1] - whole[0])
+        self.key("#lanes", Keys.HOME)
+        self.check("Home shows all", self.view() == whole)
+
+    def chart_at(self, x, y):
+        """A pointer action there, in pixels of the canvas."""
+        size = self.run("const b = document.getElementById('chart').getBoundingClientRect(); return [b.width, b.height];")
+        return ActionChains(self.browser, duration=0).move_to_element_with_offset(
+            self.find("#chart"), int(x - size[0] / 2), int(y - size[1] / 2))
+
+    def drags(self):
+        self.click("#zoom-in")
+        self.run("document.getElementById('timeline').scrollIntoView({block: 'start'});")
+        before = self.view()
+        self.chart_at(600, 40).click_and_hold().move_by_offset(-30, 0).move_by_offset(-90, 0).release().perform()
+        self.settle()
+        after = self.view()
+        _, width = self.plot()
+        moved = (after[0] - before[0]) / (before[1] - before[0]) * width
+        self.check("dragging moves the time with the pointer", abs(moved - 120) < 2, moved)
+        self.click("#zoom-fit")
+
+    def touches(self):
+        box = self.run("const b = document.getElementById('chart').getBoundingClientRect(); return [b.left, b.top];")
+        def send(kind, *places):
+            self.browser.execute_cdp_cmd("Input.dispatchTouchEvent", {"type": kind, "touchPoints": [
+                {"x": box[0] + x, "y": box[1] + 40, "id": index} for index, x in enumerate(places)]})
+        before = self.span()
+        send("touchStart", 500)
+        send("touchStart", 500, 600)
+        for step in range(1, 6):
+            send("touchMove", 500 - 20 * step, 600 + 20 * step)
+        send("touchEnd")
+        self.settle()
+        self.check("two fingers zoom", abs(before / self.span() - 3) < 0.3, before / self.span())
+        begin = self.view()[0]
+        send("touchStart", 600)
+        for step in range(1, 6):
+            send("touchMove", 600 - 20 * step)
+        send("touchEnd")
+        self.settle()
+        self.check("one finger moves", self.view()[0] > begin)
+        self.click("#zoom-fit")
+
+    def pick(self):
+        """Finds a record with the pointer alone and clicks it."""
+        index = next((i for i in range(len(self.rows) // 3, len(self.rows)) if self.stands_alone(i)), None)
+        if index is None:
+            return
+        self.select_from_table(index)
+        for _ in range(60):
+            self.run("document.getElementById('zoom-in').click();")
+        self.settle()
+        self.check("zooming ends at a microsecond, on the selection", abs(self.span() - 1000) < 1 and
+                   self.view()[0] <= self.rows[index][0] <= self.view()[1], self.view())
+        begin, end = self.view()
+        left, width = self.plot()
+        x = left + (self.rows[index][0] - begin) / (end - begin) * width
+        self.key("#lanes", Keys.ESCAPE)
+        self.check("Escape gives the selection up", self.detail_text() is None and self.selected_line() is None)
+        self.run("document.getElementById('timeline').scrollIntoView({block: 'start'}); ")
+        found = self.hover_for(x, index)
+        self.check("hovering tells what is there", found)
+        if found:
+            ActionChains(self.browser).click().perform()
+            self.settle()
+            self.check("a click selects it and shows all of it", self.shows(index), self.details()[:200])
+            line = self.selected_line()
+            self.check("the table has gone to it", line is not None and line.startswith(visible_line(self.rows[index][6])), line)
+
+    def stands_alone(self, index):
+        """Nothing else is near enough to be hit in its place."""
+        t, text = self.rows[index][0], self.rows[index][6]
+        near = [self.rows[i][0] for i in (index - 1, index + 1) if 0 <= i < len(self.rows)]
+        return t is not None and text and all(other is None or abs(other - t) > 50 for other in near)
+
+    def hover_for(self, x, index):
+        wanted = visible(self.rows[index][6])[:200]
+        height = self.run("return document.getElementById('chart').getBoundingClientRect().height;")
+        for y in range(32, int(height) - 4, 8):
+            self.chart_at(x, y).perform()
+            tip = self.run("const t = document.getElementById('tip'); return t.hidden ? '' : t.textContent;")
+            if tip and wanted in tip:
+                return True
+        return False
+
+    def speed(self):
+        self.check(f"{len(self.rows)} records open within {OPENING_SECONDS} seconds", self.seconds < OPENING_SECONDS,
+                   f"{self.seconds:.1f} s")
+        mean = self.browser.execute_async_script("""
+            const done = arguments[0]; let left = 30; const begin = performance.now();
+            const step = () => {
+                if (left-- === 0) { done((performance.now() - begin) / 30); return; }
+                document.getElementById(left % 2 ? 'zoom-in' : 'zoom-out').click();
+                requestAnimationFrame(step);
+            };
+            requestAnimationFrame(step);""")
+        self.check(f"a frame of the timeline takes less than {FRAME_MS} ms", mean < FRAME_MS, f"{mean:.0f} ms")
+        print(f"     opened in {self.seconds:.1f} s, {mean:.0f} ms a frame")
+        self.click("#zoom-fit")
+
+    def shown_time(self):
+        """The box that keeps to the shown time follows the timeline."""
+        self.click("#filter-range")
+        self.key("#lanes", Keys.END)
+        begin, end = self.view()
+        expected = sum(row[0] is not None and begin <= row[0] <= end for row in self.rows)
+        self.check("the table keeps to the shown time where asked", self.count() == expected, (self.count(), expected))
+        self.reset()
+        self.key("#lanes", Keys.HOME)
+
+    def every_row(self):
+        """Each record by the table's own keys."""
+        self.key("#grid", Keys.HOME)
+        wrong = []
+        for index in range(len(self.rows)):
+            if not self.shows(index) or not (self.selected_line() or "").startswith(visible_line(self.rows[index][6])):
+                wrong.append(index)
+            self.key("#grid", Keys.ARROW_DOWN)
+        self.check("every record is shown literally", not wrong, wrong)
+
+    def generic(self):
+        self.open()
+        self.speed()
+        self.texts()
+        self.table()
+        self.timeline()
+        if self.rows:
+            self.shown_time()
+        self.theme()
+        self.layout()
+        self.quiet()
+
+
+def broken_page(browser, folder, results):
+    """A file that was cut short says so."""
+    whole = sample_page.assemble(sample_page.crash())
+    path = folder / "broken.html"
+    path.write_bytes(whole.replace(b'"rows":[[', b'"rows":[[,', 1))
+    browser.get(path.as_uri())
+    text = browser.find_element(By.TAG_NAME, "body").text
+    results.check("broken: data that cannot be read are said to be so", "cannot be read" in text, text[:200])
+    browser.get_log("browser")
+
+
+def samples(browser, folder, program, results):
+    for name, make in sample_page.PAGES.items():
+        path = folder / f"{name}.html"
+        path.write_bytes(sample_page.assemble(make(), program))
+        page = Page(browser, path, results)
+        page.generic()
+        if name == "hostile":
+            page.every_row()
+        if name == "large":
+            page.search("NEEDLE in the")
+            page.check("one record of 200,000 is found", page.count() == 1, page.count())
+            page.key("#search", Keys.ENTER)
+            page.check("and Enter selects it", page.detail_text() == "the needle in the haystack", page.detail_text())
+    broken_page(browser, folder, results)
+    if program:
+        data = sample_page.hostile()
+        results.check("the program's page is the sources' page",
+                      sample_page.assemble(data, program) == sample_page.assemble(data))
+
+
+def start_browser(profile):
+    options = webdriver.ChromeOptions()
+    options.binary_location = "/usr/bin/chromium"
+    for flag in FLAGS + [f"--user-data-dir={profile}"]:
+        options.add_argument(flag)
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
+    browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    # The browser's own first page asks for things too.
+    browser.get("about:blank")
+    return browser
+
+
+def main():
+    arguments = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    arguments.add_argument("--page-program", help="reads data, writes the page")
+    arguments.add_argument("files", nargs="*", type=pathlib.Path)
+    given = arguments.parse_args()
+    results = Results()
+    with tempfile.TemporaryDirectory() as folder:
+        browser = start_browser(pathlib.Path(folder) / "profile")
+        try:
+            for path in given.files:
+                Page(browser, path.resolve(), results).generic()
+            if not given.files:
+                samples(browser, pathlib.Path(folder), given.page_program, results)
+        finally:
+            browser.quit()
+    print(f"{results.passed} passed, {results.failed} failed")
+    return 1 if results.failed or not results.passed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,64 @@
+#include "tools/LogFilter.h"
+
+#include "tools/support/Text.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+bool LogFilter::AddLevel(std::string_view text) {
+    const bool graver = text.ends_with('+');
+    if (graver) {
+        text.remove_suffix(1);
+    }
+    const auto* found = std::find_if(kLevelNames.begin(), kLevelNames.end(),
+                                     [&](std::string_view level) { return EqualNoCase(level, text); });
+    if (found == kLevelNames.end()) {
+        if (!graver && EqualNoCase(text, "CAL")) {
+            levels_.emplace_back("CAL");
+            return true;
+        }
+        return false;
+    }
+    levels_.insert(levels_.end(), graver ? kLevelNames.begin() : found, found + 1);
+    return true;
+}
+
+bool LogFilter::AddThread(std::string_view text) {
+    std::uint64_t thread = 0;
+    if (!ParseNumber(text, thread) || thread > 0xFFFFFFFF) {
+        return false;
+    }
+    threads_.push_back(static_cast<std::uint32_t>(thread));
+    return true;
+}
+
+void LogFilter::SetText(const std::string& text, bool ignoreCase) {
+    text_ = text;
+    ignoreCase_ = ignoreCase;
+}
+
+bool LogFilter::Admits(const LogLine& line, std::string_view text) {
+    if (line.hasHeader) {
+        previous_ = AdmitsHeader(line) && HoldsText(text);
+    }
+    return previous_;
+}
+
+bool LogFilter::AdmitsHeader(const LogLine& line) const {
+    const auto in = [](const auto& wanted, const auto& value) {
+        return wanted.empty() || std::find(wanted.begin(), wanted.end(), value) != wanted.end();
+    };
+    return in(levels_, line.level) && in(tracers_, line.tracer) && in(threads_, line.thread);
+}
+
+bool LogFilter::HoldsText(std::string_view text) const {
+    if (!ignoreCase_) {
+        return text.find(text_) != std::string_view::npos;
+    }
+    return std::search(text.begin(), text.end(), text_.begin(), text_.end(), [](char a, char b) {
+               return EqualNoCase({&a, 1}, {&b, 1});
+           }) != text.end();
+}
+
+} // namespace NimaPost

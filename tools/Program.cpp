@@ -1,0 +1,55 @@
+#include "tools/Program.h"
+
+#include "tools/commands/Commands.h"
+
+#include <exception>
+#include <iostream>
+
+namespace NimaPost {
+
+namespace {
+
+int RunCommand(const Run& run, Context& context) {
+    std::string problem;
+    if (!context.namesFile.empty() && !context.names.Load(context.namesFile, problem)) {
+        return ReportUnusable(context, problem);
+    }
+    int code = kExitUnusable;
+    try {
+        code = run(context);
+    } catch (const std::exception& error) {
+        code = ReportUnusable(context, error.what());
+    }
+    if (!context.out.Flush()) {
+        std::cerr << "nima-post: cannot write the output\n";
+        return kExitUnusable;
+    }
+    return code;
+}
+
+} // namespace
+
+int RunProgram(int argc, const char* const* argv) {
+    CLI::App app("Reads what the diagnostics library left behind.", "nima-post");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "nima-post " NIMA_POST_VERSION);
+    app.footer("Exit status: 0 fine, 1 damaged input of which something was read, 2 nothing usable.");
+    Context context;
+    Run run;
+    AddSysTraceCommand(app, context, run);
+    AddRingsCommand(app, context, run);
+    AddLogCommand(app, context, run);
+    AddCrashCommand(app, context, run);
+    AddTimelineCommand(app, context, run);
+    AddReportCommand(app, context, run);
+    AddWatchCommand(app, context, run);
+    AddListenCommand(app, context, run);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kExitFine : kExitUnusable;
+    }
+    return RunCommand(run, context);
+}
+
+} // namespace NimaPost

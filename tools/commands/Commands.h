@@ -1,0 +1,51 @@
+#pragma once
+
+#include "tools/Names.h"
+#include "tools/support/Findings.h"
+#include "tools/support/Output.h"
+
+#include <functional>
+#include <string>
+
+#include <CLI/CLI.hpp>
+
+namespace NimaPost {
+
+/// What every command gets: the common options and where its result goes.
+struct Context {
+    bool json = false;
+    std::string namesFile;
+    Names names;
+    Output out{stdout};
+};
+
+/// A command adds itself to the program and sets `run` when it is the one that was asked for.
+using Run = std::function<int(Context&)>;
+
+void AddSysTraceCommand(CLI::App& app, Context& context, Run& run);
+void AddRingsCommand(CLI::App& app, Context& context, Run& run);
+void AddLogCommand(CLI::App& app, Context& context, Run& run);
+void AddCrashCommand(CLI::App& app, Context& context, Run& run);
+void AddTimelineCommand(CLI::App& app, Context& context, Run& run);
+void AddReportCommand(CLI::App& app, Context& context, Run& run);
+void AddWatchCommand(CLI::App& app, Context& context, Run& run);
+void AddListenCommand(CLI::App& app, Context& context, Run& run);
+
+/// A subcommand with the options that all of them share.
+CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
+                     const std::string& description);
+
+/// Damage and remarks as lines of text: "damaged: ...", "note: ...".
+void PrintFindings(Output& out, const Findings& findings);
+Json FindingsJson(const Findings& findings);
+
+/// Prints on standard error, and as a JSON object on standard output where JSON was asked for, why nothing
+/// could be read; returns the exit code for that.
+int ReportUnusable(Context& context, const std::string& path, const Findings& findings);
+int ReportUnusable(Context& context, const std::string& problem);
+
+inline int ExitCodeOf(const Findings& findings) {
+    return findings.damage.empty() ? kExitFine : kExitDamaged;
+}
+
+} // namespace NimaPost

@@ -1,0 +1,138 @@
+#include "tools/CrashSummary.h"
+#include "tools/commands/Commands.h"
+#include "tools/formats/CrashLog.h"
+#include "tools/support/Text.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::uint64_t kMostCrashLog = 64 << 20;
+constexpr std::size_t kMostActive = 8;
+
+void PrintCrash(Output& out, const CrashLog& log, const Findings& findings) {
+    out.Line(log.Title());
+    for (const auto& [label, value] : FailureInWords(log)) {
+        std::string line("  ");
+        line += label;
+        line.append(15 - std::min<std::size_t>(line.size(), 14), ' ');
+        line += value;
+        out.Line(line);
+    }
+    for (const auto& [label, value] : log.exception) {
+        out.Line("  record       " + label + " " + value);
+    }
+    const auto active = ActiveRings(log.rings);
+    if (!active.empty()) {
+        out.Line(
+            "  rings active last (newest record before the head was written; perhaps whole seconds more):");
+        for (std::size_t i = 0; i < std::min(active.size(), kMostActive); ++i) {
+            std::string line = "    ";
+            AppendSeconds(line, active[i].newest);
+            line += " s  " + active[i].ring->name + ", " + Counted(active[i].ring->records.size(), "record");
+            out.Line(line);
+        }
+    }
+    if (!log.modules.empty()) {
+        out.Line("  modules      " + std::to_string(log.modules.size() - 1) + " listed");
+    }
+    if (!log.footer.empty()) {
+        out.Line("  footer       " + log.footer.substr(0, log.footer.find('\n')));
+    }
+    PrintFindings(out, findings);
+}
+
+Json PairsJson(const std::vector<std::pair<std::string, std::string>>& pairs) {
+    Json json = Json::object();
+    for (const auto& [label, value] : pairs) {
+        json[ToUtf8(label)] = ToUtf8(value);
+    }
+    return json;
+}
+
+Json CrashJson(const std::string& path, const CrashLog& log, const Findings& findings) {
+    Json rings = Json::array();
+    for (const ActiveRing& active : ActiveRings(log.rings)) {
+        rings.push_back({{"ring", active.ring->name},
+                         {"records", active.ring->records.size()},
+                         {"newest_before_crash_ns", -active.newest}});
+    }
+    return {{"file", ToUtf8(path)},
+            {"title", log.Title()},
+            {"written", log.date ? Json(WallTimeIso(log.date->Earliest())) : Json()},
+            {"ticks", log.ticks ? Json(*log.ticks) : Json()},
+            {"failure", PairsJson(log.failure)},
+            {"extra_words", log.extraData},
+            {"exception_record", log.exception.empty() ? Json() : PairsJson(log.exception)},
+            {"modules", log.modules},
+            {"active_rings", rings},
+            {"complete", log.complete},
+            {"footer", log.footer},
+            {"findings", FindingsJson(findings)}};
+}
+
+void PrintStack(Output& out, const StackTrace& stack, const Findings& findings) {
+    out.Line("Stack trace of the native crash handler");
+    for (const std::string& line : stack.report) {
+        out.Line("  " + line);
+    }
+    for (const std::string& frame : stack.frames) {
+        out.Line("  " + frame);
+    }
+    PrintFindings(out, findings);
+}
+
+int RunStack(Context& context, const std::string& path, std::string_view text) {
+    Findings findings;
+    const StackTrace stack = ReadStackTrace(text, findings);
+    if (context.json) {
+        context.out.WriteJson(Json{{"file", ToUtf8(path)},
+                                   {"title", "Stack trace of the native crash handler"},
+                                   {"report", stack.report},
+                                   {"frames", stack.frames},
+                                   {"findings", FindingsJson(findings)}});
+        context.out.Write("\n");
+    } else {
+        PrintStack(context.out, stack, findings);
+    }
+    return ExitCodeOf(findings);
+}
+
+int RunCrash(Context& context, const std::string& path) {
+    std::string problem;
+    const auto file = InputFile::Open(path, problem);
+    if (!file) {
+        return ReportUnusable(context, problem);
+    }
+    const std::string text = file->ReadAll(kMostCrashLog);
+    if (LooksLikeStackTrace(text)) {
+        return RunStack(context, path, text);
+    }
+    Findings findings;
+    const auto log = ReadCrashLog(text, findings);
+    if (!log) {
+        return ReportUnusable(context, path, findings);
+    }
+    if (context.json) {
+        context.out.WriteJson(CrashJson(path, *log, findings));
+        context.out.Write("\n");
+    } else {
+        PrintCrash(context.out, *log, findings);
+    }
+    return ExitCodeOf(findings);
+}
+
+} // namespace
+
+void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
+    auto path = std::make_shared<std::string>();
+    CLI::App* command =
+        AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
+    command->add_option("FILE", *path, "The crash log, or a stack-trace file")->required();
+    command->callback([&run, path] { run = [path](Context& c) { return RunCrash(c, *path); }; });
+}
+
+} // namespace NimaPost

@@ -1,0 +1,211 @@
+#include "tools/StackTraceCollector.h"
+#include "tools/commands/Commands.h"
+#include "tools/formats/Notification.h"
+#include "tools/support/Interrupt.h"
+#include "tools/support/LocalTime.h"
+#include "tools/support/Text.h"
+#include "tools/time/WallClock.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <memory>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace NimaPost {
+
+namespace {
+
+/// An interrupt that comes between the look for one and the wait is noticed after this many milliseconds.
+constexpr int kLongestWait = 250;
+/// Of a datagram that is no notification as much is shown.
+constexpr std::size_t kMostShown = 256;
+
+struct Options {
+    std::uint16_t port = kNotificationPort;
+    std::string collect;
+    std::uint64_t count = 0;
+};
+
+/// A datagram and where it came from.
+struct Received {
+    std::string bytes;
+    bool cut = false;
+    std::uint16_t port = 0;
+    std::int64_t time = 0;
+};
+
+class Listener {
+  public:
+    Listener() = default;
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+    ~Listener() {
+        if (socket_ >= 0) {
+            close(socket_);
+        }
+    }
+
+    /// Takes the port on loopback, or one that the system chooses for 0. False with `errno` where it cannot.
+    bool Bind(std::uint16_t port) {
+        socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(port);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof(address);
+        if (socket_ < 0 || bind(socket_, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+            getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            return false;
+        }
+        port_ = ntohs(address.sin_port);
+        return true;
+    }
+    std::uint16_t Port() const { return port_; }
+
+    /// False when nothing came for a while, or an interrupt did.
+    bool Receive(Received& received) {
+        pollfd wait{socket_, POLLIN, 0};
+        if (poll(&wait, 1, kLongestWait) <= 0) {
+            return false;
+        }
+        std::array<char, 2048> bytes{};
+        sockaddr_in from{};
+        socklen_t length = sizeof(from);
+        const ssize_t got = recvfrom(socket_, bytes.data(), bytes.size(), MSG_TRUNC,
+                                     reinterpret_cast<sockaddr*>(&from), &length);
+        if (got < 0) {
+            return false;
+        }
+        const auto size = static_cast<std::size_t>(got);
+        received.time = LocalTimeNow();
+        received.cut = size > bytes.size();
+        received.bytes.assign(bytes.data(), std::min(size, bytes.size()));
+        received.port = ntohs(from.sin_port);
+        return true;
+    }
+
+  private:
+    int socket_ = -1;
+    std::uint16_t port_ = 0;
+};
+
+void AppendLine(std::string& text, std::string_view label, std::string_view value) {
+    text += label;
+    AppendPrintable(text, value);
+    text += '\n';
+}
+
+void PrintNotification(Context& context, const Received& received, const CrashNotification& notification,
+                       const std::optional<StackTraceCollector::Copy>& copy) {
+    const auto process = StackTraceProcess(LastComponent(notification.file));
+    if (context.json) {
+        Json json{{"time", WallTimeIso(received.time)},
+                  {"process", process ? Json(*process) : Json()},
+                  {"file", ToUtf8(notification.file)},
+                  {"core_folder", ToUtf8(notification.coreFolder)}};
+        if (copy) {
+            json["copy"] = copy->path.empty() ? Json() : Json(ToUtf8(copy->path));
+            json["bytes"] = copy->bytes;
+            json["problem"] = copy->problem.empty() ? Json() : Json(ToUtf8(copy->problem));
+        }
+        context.out.WriteJson(json);
+        context.out.Write("\n");
+        return;
+    }
+    std::string& text = context.out.Text();
+    AppendWallTime(text, received.time);
+    text += process ? "  process " + std::to_string(*process) + " died\n" : "  a process died\n";
+    AppendLine(text, "  stack trace  ", notification.file);
+    AppendLine(text, "  core files   ", notification.coreFolder);
+    if (copy && !copy->path.empty()) {
+        AppendLine(text, "  copied to    ", copy->path + ", " + Counted(copy->bytes, "byte"));
+    }
+    if (copy && !copy->problem.empty()) {
+        AppendLine(text, copy->path.empty() ? "  not copied:  " : "  not all:     ", copy->problem);
+    }
+}
+
+void PrintStrange(Context& context, const Received& received) {
+    const std::string_view shown = std::string_view(received.bytes).substr(0, kMostShown);
+    const bool cut = received.cut || shown.size() < received.bytes.size();
+    if (context.json) {
+        context.out.WriteJson({{"time", WallTimeIso(received.time)},
+                               {"no_notification", ToUtf8(shown)},
+                               {"cut", cut},
+                               {"from_port", received.port}});
+        context.out.Write("\n");
+        return;
+    }
+    std::string& text = context.out.Text();
+    AppendWallTime(text, received.time);
+    text += "  no notification, from port " + std::to_string(received.port) + ": \"";
+    AppendPrintable(text, shown);
+    text += cut ? "\" ...\n" : "\"\n";
+}
+
+int RunListen(Context& context, const Options& options) {
+    std::string problem;
+    std::optional<StackTraceCollector> collector;
+    if (!options.collect.empty() && !(collector = StackTraceCollector::Open(options.collect, problem))) {
+        return ReportUnusable(context, problem);
+    }
+    Listener listener;
+    if (!listener.Bind(options.port)) {
+        return ReportUnusable(context, "port " + std::to_string(options.port) + ": " + std::strerror(errno));
+    }
+    // A reader that has gone is to be reported like any other failure to write.
+    std::signal(SIGPIPE, SIG_IGN);
+    const Interrupt interrupt;
+    if (context.json) {
+        context.out.WriteJson({{"listening", {{"address", "127.0.0.1"}, {"port", listener.Port()}}}});
+        context.out.Write("\n");
+    } else {
+        context.out.Line("listening on 127.0.0.1, port " + std::to_string(listener.Port()));
+    }
+    std::uint64_t notifications = 0;
+    while (context.out.Flush() && !interrupt.Requested() &&
+           (options.count == 0 || notifications < options.count)) {
+        Received received;
+        if (!listener.Receive(received)) {
+            continue;
+        }
+        const auto notification = received.cut ? std::nullopt : ParseNotification(received.bytes);
+        if (!notification) {
+            PrintStrange(context, received);
+            continue;
+        }
+        std::optional<StackTraceCollector::Copy> copy;
+        if (collector) {
+            copy = collector->Take(notification->file);
+        }
+        PrintNotification(context, received, *notification, copy);
+        ++notifications;
+    }
+    return kExitFine;
+}
+
+} // namespace
+
+void AddListenCommand(CLI::App& app, Context& context, Run& run) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = AddCommand(app, context, "listen",
+                                   "Receives crash notifications as processes send them, until Ctrl-C");
+    command
+        ->add_option(
+            "--port", options->port,
+            "The port on 127.0.0.1 (" + std::to_string(kNotificationPort) + "); 0 lets the system choose one")
+        ->type_name("N");
+    command->add_option("--collect", options->collect, "Copy the stack-trace files into this folder")
+        ->type_name("DIR");
+    command->add_option("--count", options->count, "End after N notifications; 0 never ends")->type_name("N");
+    command->callback([&run, options] { run = [options](Context& c) { return RunListen(c, *options); }; });
+}
+
+} // namespace NimaPost

@@ -1,0 +1,257 @@
+#include "tools/LogFilter.h"
+#include "tools/LogFollower.h"
+#include "tools/commands/Commands.h"
+#include "tools/formats/TextLog.h"
+#include "tools/support/Interrupt.h"
+#include "tools/support/Text.h"
+#include "tools/time/CounterClock.h"
+
+#include <chrono>
+#include <csignal>
+#include <memory>
+#include <thread>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPause(100);
+
+struct Options {
+    std::vector<std::string> files;
+    std::vector<std::string> levels;
+    std::vector<std::string> tracers;
+    std::vector<std::string> threads;
+    std::string text;
+    bool ignoreCase = false;
+    bool alone = false;
+    bool follow = false;
+};
+
+bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem) {
+    for (const std::string& level : options.levels) {
+        if (!filter.AddLevel(level)) {
+            problem = "no level \"" + level +
+                      "\": FATAL, ERROR, WARN, PERF, INFO, DEBUG or CAL, with a + for graver ones too";
+            return false;
+        }
+    }
+    for (const std::string& tracer : options.tracers) {
+        filter.AddTracer(tracer);
+    }
+    for (const std::string& thread : options.threads) {
+        if (!filter.AddThread(thread)) {
+            problem = "no thread \"" + thread + "\": a number such as 0x979fe6c0";
+            return false;
+        }
+    }
+    filter.SetText(options.text, options.ignoreCase);
+    return true;
+}
+
+/// '=' for a time that is certain to the clock's own precision, '~' for the earliest or latest possible; '<'
+/// for lines of a round that was being overwritten.
+void AppendMarks(std::string& text, const LogEntry& entry) {
+    text += entry.certainty.Exact() ? '=' : '~';
+    text += entry.part->overwritten ? '<' : ' ';
+}
+
+/// Formats times; lines of one second share all but the fraction.
+class TimePrinter {
+  public:
+    void Append(std::string& text, const LogEntry& entry) {
+        if (!entry.hasTime) {
+            text.append(29, ' ');
+        } else if (!entry.hasWall) {
+            AppendSeconds(text, entry.time);
+        } else {
+            const std::int64_t fraction = Modulo(entry.time, kSecond);
+            if (entry.time - fraction != second_) {
+                second_ = entry.time - fraction;
+                cached_.clear();
+                AppendWallTime(cached_, second_);
+                cached_.resize(cached_.size() - 9);
+            }
+            text += cached_;
+            std::array<char, 9> digits{};
+            std::int64_t rest = fraction;
+            for (std::size_t i = digits.size(); i-- > 0; rest /= 10) {
+                digits[i] = static_cast<char>('0' + rest % 10);
+            }
+            text.append(digits.data(), digits.size());
+        }
+    }
+
+  private:
+    std::int64_t second_ = INT64_MIN;
+    std::string cached_;
+};
+
+Json SecondsOrOpen(std::int64_t seconds) {
+    return seconds == Certainty::kUnbounded ? Json("unbounded") : Json(seconds);
+}
+
+Json EntryJson(const LogEntry& entry, const LogSet& logs) {
+    Json json{{"file", ToUtf8(logs.Sources()[entry.part->file].file.Path())}, {"offset", entry.offset}};
+    json["time"] = !entry.hasTime ? Json() : entry.hasWall ? Json(WallTimeIso(entry.time)) : Json();
+    if (entry.hasTime && !entry.hasWall) {
+        json["elapsed_ns"] = entry.time;
+    }
+    json["later_by_seconds"] = SecondsOrOpen(entry.certainty.later);
+    json["earlier_by_seconds"] = SecondsOrOpen(entry.certainty.earlier);
+    json["overwritten"] = entry.part->overwritten;
+    if (entry.continued) {
+        json["continues"] = true;
+    } else {
+        if (!entry.line.date) {
+            json["counter"] = entry.line.counter;
+        }
+        json["thread"] = Hex32(entry.line.thread);
+        json["priority"] = entry.line.priority;
+        json["level"] = entry.line.level;
+        json["tracer"] = ToUtf8(entry.line.tracer);
+    }
+    json["message"] = ToUtf8(entry.line.message);
+    return json;
+}
+
+Findings Summary(const LogSet& logs) {
+    Findings findings;
+    for (const std::string& problem : logs.Unusable()) {
+        findings.Damage(problem);
+    }
+    for (const LogSet::Source& source : logs.Sources()) {
+        for (const std::string& sentence : source.findings.damage) {
+            findings.Damage(source.file.Path() + ": " + sentence);
+        }
+        for (const std::string& sentence : source.findings.remarks) {
+            findings.Remark(source.file.Path() + ": " + sentence);
+        }
+    }
+    for (const std::string& sentence : logs.ClockStatement()) {
+        findings.Remark(sentence);
+    }
+    return findings;
+}
+
+void PrintText(Context& context, const LogSet& logs, LogFilter& filter) {
+    TimePrinter times;
+    const bool all = filter.Empty();
+    logs.ForEach([&](const LogEntry& entry) {
+        if (all || filter.Admits(entry.line, entry.text)) {
+            std::string& text = context.out.Text();
+            times.Append(text, entry);
+            text += ' ';
+            AppendMarks(text, entry);
+            AppendPrintable(text, entry.text);
+            text += '\n';
+            context.out.Pace();
+        }
+        return true;
+    });
+}
+
+void PrintJson(Context& context, const LogSet& logs, LogFilter& filter, const Findings& findings) {
+    JsonDocument document(context.out);
+    document.Member("findings", FindingsJson(findings));
+    document.BeginArray("lines");
+    logs.ForEach([&](const LogEntry& entry) {
+        if (filter.Admits(entry.line, entry.text)) {
+            document.Element(EntryJson(entry, logs));
+        }
+        return true;
+    });
+    document.EndArray();
+    document.End();
+}
+
+/// Prints the lines as they come, until an interrupt.
+void Follow(Context& context, const std::string& path, LogFilter& filter) {
+    Interrupt interrupt;
+    LogFollower follower(path);
+    while (!interrupt.Requested()) {
+        const bool any = follower.Poll([&](std::string_view text) {
+            const LogLine line = ParseLogLine(text);
+            if (!filter.Admits(line, text)) {
+                return;
+            }
+            if (context.json) {
+                Json json{{"file", ToUtf8(path)}};
+                if (line.hasHeader) {
+                    json["counter"] = line.counter;
+                    json["thread"] = Hex32(line.thread);
+                    json["level"] = line.level;
+                    json["tracer"] = ToUtf8(line.tracer);
+                }
+                json["message"] = ToUtf8(line.message);
+                context.out.WriteJson(json);
+            } else {
+                AppendPrintable(context.out.Text(), text);
+            }
+            context.out.Write("\n");
+        });
+        if (any && !context.out.Flush()) {
+            return;
+        }
+        if (!any) {
+            std::this_thread::sleep_for(kPause);
+        }
+    }
+}
+
+int RunLog(Context& context, const Options& options) {
+    LogFilter filter;
+    std::string problem;
+    if (!MakeFilter(options, filter, problem)) {
+        return ReportUnusable(context, problem);
+    }
+    if (options.follow) {
+        if (options.files.size() != 1) {
+            return ReportUnusable(context, "--follow takes one file");
+        }
+        Follow(context, options.files.front(), filter);
+        return kExitFine;
+    }
+    LogSet logs;
+    for (const std::string& path : options.files) {
+        logs.Add(path, !options.alone);
+    }
+    if (logs.Sources().empty()) {
+        Findings none;
+        for (const std::string& sentence : logs.Unusable()) {
+            none.Damage(sentence);
+        }
+        return ReportUnusable(context, "nothing to read", none);
+    }
+    logs.Arrange();
+    const Findings findings = Summary(logs);
+    if (context.json) {
+        PrintJson(context, logs, filter, findings);
+    } else {
+        PrintFindings(context.out, findings);
+        PrintText(context, logs, filter);
+    }
+    return ExitCodeOf(findings);
+}
+
+} // namespace
+
+void AddLogCommand(CLI::App& app, Context& context, Run& run) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time");
+    command->add_option("FILE", options->files, "Logs; their backups (FILE.1 ...) are read as well")
+        ->required();
+    command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and graver")
+        ->delimiter(',');
+    command->add_option("--tracer", options->tracers, "Only lines of these tracers");
+    command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
+        ->delimiter(',');
+    command->add_option("--text", options->text, "Only lines that hold this");
+    command->add_flag("-i,--ignore-case", options->ignoreCase,
+                      "--text takes upper and lower case alike (ASCII)");
+    command->add_flag("--alone", options->alone, "Leave the backups out");
+    command->add_flag("-f,--follow", options->follow, "Print lines as they are written, until Ctrl-C");
+    command->callback([&run, options] { run = [options](Context& c) { return RunLog(c, *options); }; });
+}
+
+} // namespace NimaPost

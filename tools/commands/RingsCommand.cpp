@@ -1,0 +1,247 @@
+#include "tools/RingOrder.h"
+#include "tools/Wording.h"
+#include "tools/commands/Commands.h"
+#include "tools/formats/Rings.h"
+#include "tools/support/Text.h"
+
+#include <algorithm>
+#include <memory>
+
+namespace NimaPost {
+
+namespace {
+
+struct Options {
+    std::string file;
+    std::vector<std::string> rings;
+    std::optional<std::uint64_t> last;
+    bool merge = false;
+};
+
+const char* SeamName(Seam seam) {
+    switch (seam) {
+        case Seam::kNone:
+            return "no";
+        case Seam::kLikely:
+            return "probably";
+        default:
+            return "perhaps";
+    }
+}
+
+void AppendRecord(std::string& text, const Ring& ring, const RingRecord& record, const Names& names) {
+    AppendDecimal(text, record.data.timestamp);
+    text += "  ";
+    AppendHex32(text, record.data.threadId);
+    text += "  ";
+    AppendRingWords(text, ring.name, record.data, names);
+    text += '\n';
+}
+
+Json RecordJson(const Ring& ring, const RingRecord& record, const Names& names) {
+    Json json{{"ring", ring.name},
+              {"slot", record.slot},
+              {"elapsed_ns", record.elapsed},
+              {"counter", record.data.timestamp},
+              {"thread", Hex32(record.data.threadId)},
+              {"words", record.data.words}};
+    if (const EventName* event = names.RingEvent(ring.name, record.data.words[0])) {
+        std::string text;
+        const std::size_t count = event->arguments ? std::min<std::size_t>(*event->arguments, 4) : 4;
+        AppendFormatted(text, *event, std::span(record.data.words).subspan(1, count));
+        json["name"] = ToUtf8(event->name);
+        json["text"] = ToUtf8(text);
+    }
+    return json;
+}
+
+Json RingJson(const Ring& ring) {
+    Json json{{"index", ring.index},
+              {"name", ToUtf8(ring.name)},
+              {"entries", ring.entries},
+              {"used", ring.records.size()},
+              {"wrapped", SeamName(ring.seam)}};
+    json["oldest"] = ring.records.empty() ? Json() : Json(ring.records.front().data.timestamp);
+    json["newest"] = ring.records.empty() ? Json() : Json(ring.records.back().data.timestamp);
+    json["spans_at_least_ns"] = ring.records.empty() ? 0 : ring.records.back().elapsed;
+    return json;
+}
+
+bool Wanted(const Options& options, const Ring& ring) {
+    return options.rings.empty() ||
+           std::any_of(options.rings.begin(), options.rings.end(), [&](const std::string& name) {
+               std::uint64_t index = 0;
+               return EqualNoCase(name, ring.name) || (ParseNumber(name, index) && index == ring.index);
+           });
+}
+
+void PrintTable(Output& out, const RingSet& set) {
+    if (set.isText) {
+        out.Line("Text dump of the rings");
+    } else {
+        out.Line("Ring segment, laid out last by process " + std::to_string(*set.processId));
+    }
+    if (set.date) {
+        std::string line = "Written ";
+        AppendWallTime(line, set.date->Earliest());
+        out.Line(line + (set.ticks ? ", counter " + std::to_string(*set.ticks) : std::string()));
+    }
+    out.Line("ring                  used entries  wrapped   oldest        newest        spans at least");
+    for (const Ring& ring : set.rings) {
+        std::array<char, 160> row{};
+        std::string span;
+        if (ring.records.empty()) {
+            std::snprintf(row.data(), row.size(), "%2u %-18.40s %5u %7u", ring.index, ring.name.c_str(), 0U,
+                          ring.entries);
+        } else {
+            AppendSeconds(span, ring.records.back().elapsed);
+            std::snprintf(row.data(), row.size(), "%2u %-18.40s %5zu %7u  %-9s %-13lld %-13lld %s s",
+                          ring.index, ring.name.c_str(), ring.records.size(), ring.entries,
+                          SeamName(ring.seam), static_cast<long long>(ring.records.front().data.timestamp),
+                          static_cast<long long>(ring.records.back().data.timestamp), span.c_str());
+        }
+        out.Line(row.data());
+    }
+}
+
+void PrintRings(Context& context, const Options& options, const RingSet& set) {
+    std::string& text = context.out.Text();
+    for (const Ring& ring : set.rings) {
+        const std::size_t skip =
+            options.last && ring.records.size() > *options.last ? ring.records.size() - *options.last : 0;
+        if (ring.records.empty()) {
+            continue;
+        }
+        text += "\n" + ring.name + "\n";
+        for (std::size_t i = skip; i < ring.records.size(); ++i) {
+            AppendSeconds(text, ring.records[i].elapsed);
+            text += "  ";
+            AppendRecord(text, ring, ring.records[i], context.names);
+            context.out.Pace();
+        }
+    }
+}
+
+void PrintMerged(Context& context, const std::vector<MergedRecord>& merged) {
+    context.out.Line(
+        "\nAll rings in one order; seconds before the newest record. Each ring's newest record is taken to "
+        "stand within the last second; it may be older by whole seconds.");
+    std::string& text = context.out.Text();
+    for (const MergedRecord& each : merged) {
+        AppendSeconds(text, each.time);
+        text += "  ";
+        AppendPrintable(text, each.ring->name);
+        text += "  ";
+        AppendRecord(text, *each.ring, *each.record, context.names);
+        context.out.Pace();
+    }
+}
+
+template <typename Records>
+void KeepLast(Records& records, const Options& options) {
+    if (options.last && records.size() > *options.last) {
+        records.erase(records.begin(), records.end() - static_cast<std::ptrdiff_t>(*options.last));
+    }
+}
+
+void PrintJson(Context& context, const Options& options, RingSet& set, const Findings& findings) {
+    JsonDocument document(context.out);
+    document.Member("file", ToUtf8(options.file));
+    document.Member("kind", set.isText ? "text dump" : "segment");
+    document.Member("process", set.processId ? Json(*set.processId) : Json());
+    document.Member("written", set.date ? Json(WallTimeIso(set.date->Earliest())) : Json());
+    document.Member("ticks", set.ticks ? Json(*set.ticks) : Json());
+    document.Member("findings", FindingsJson(findings));
+    document.BeginArray("rings");
+    for (const Ring& ring : set.rings) {
+        document.Element(RingJson(ring));
+    }
+    document.EndArray();
+    document.BeginArray("records");
+    if (options.merge) {
+        auto merged = MergeRings(set);
+        KeepLast(merged, options);
+        for (const MergedRecord& each : merged) {
+            Json json = RecordJson(*each.ring, *each.record, context.names);
+            json["before_newest_ns"] = each.time;
+            document.Element(json);
+        }
+    } else {
+        for (Ring& ring : set.rings) {
+            KeepLast(ring.records, options);
+            for (const RingRecord& record : ring.records) {
+                document.Element(RecordJson(ring, record, context.names));
+            }
+        }
+    }
+    document.EndArray();
+    document.End();
+}
+
+std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
+    constexpr std::uint64_t kMostText = 64 << 20;
+    const std::string front = file.ReadAll(RING_DIRECTORY_SIZE);
+    if (LooksLikeRingText(front) || front.find("BEGIN RING BUFFER DUMP") != std::string::npos) {
+        return ReadRingText(file.ReadAll(kMostText), findings);
+    }
+    return ReadRingSegment(file, findings);
+}
+
+int RunRings(Context& context, const Options& options) {
+    std::string problem;
+    const auto file = InputFile::Open(options.file, problem);
+    if (!file) {
+        return ReportUnusable(context, problem);
+    }
+    Findings findings;
+    auto set = Read(*file, findings);
+    if (!set) {
+        return ReportUnusable(context, options.file, findings);
+    }
+    std::erase_if(set->rings, [&](const Ring& ring) { return !Wanted(options, ring); });
+    if (set->rings.empty() && !options.rings.empty()) {
+        return ReportUnusable(context, options.file + ": no such ring");
+    }
+    for (const Ring& ring : set->rings) {
+        if (ring.seam == Seam::kUncertain) {
+            findings.Remark(ring.name +
+                            ": nothing recorded tells where its newest record meets the oldest; the widest "
+                            "step in time was taken.");
+        }
+        if (ring.clockBreaks > 0) {
+            findings.Remark(ring.name + ": the counters do not fit one run of the clock in " +
+                            Counted(ring.clockBreaks, "place") + ".");
+        }
+    }
+    if (context.json) {
+        PrintJson(context, options, *set, findings);
+        return ExitCodeOf(findings);
+    }
+    PrintTable(context.out, *set);
+    PrintFindings(context.out, findings);
+    if (options.merge) {
+        auto merged = MergeRings(*set);
+        KeepLast(merged, options);
+        PrintMerged(context, merged);
+    } else {
+        PrintRings(context, options, *set);
+    }
+    return ExitCodeOf(findings);
+}
+
+} // namespace
+
+void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command = AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it");
+    command->add_option("FILE", options->file, "The segment \"System Ring Buffers\", or a text dump")
+        ->required();
+    command->add_option("--ring", options->rings, "Only these rings, by name or index")->delimiter(',');
+    command->add_flag("--merge", options->merge, "All rings in one order of time");
+    command
+        ->add_option("--last", options->last, "Only the last N records, of each ring or of the merged order")
+        ->type_name("N");
+    command->callback([&run, options] { run = [options](Context& c) { return RunRings(c, *options); }; });
+}
+
+} // namespace NimaPost

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include <nlohmann/json.hpp>
+
+namespace NimaPost {
+
+using Json = nlohmann::ordered_json;
+
+/// Text on its way to standard output or a file, gathered in large pieces. A failed write is remembered.
+class Output {
+  public:
+    /// Does not take the stream over.
+    explicit Output(std::FILE* stream) : stream_(stream) {}
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+    ~Output() { Flush(); }
+
+    /// The text being gathered: append to it, then call `Pace`.
+    std::string& Text() { return text_; }
+    void Write(std::string_view text);
+    void Line(std::string_view text);
+    /// One value without line breaks; bytes that are no UTF-8 are replaced.
+    void WriteJson(const Json& value);
+
+    /// Sends what was gathered once it is much.
+    void Pace() {
+        if (text_.size() >= kPiece) {
+            Send();
+        }
+    }
+    /// Sends all of it now. False once anything has failed.
+    bool Flush();
+
+  private:
+    static constexpr std::size_t kPiece = 1 << 16;
+
+    void Send();
+
+    std::FILE* stream_;
+    std::string text_;
+    bool failed_ = false;
+};
+
+/// A JSON object written member by member, so that a long array never stands in memory:
+/// Begin, Member..., BeginArray, Element..., EndArray, End.
+class JsonDocument {
+  public:
+    explicit JsonDocument(Output& out) : out_(out) { out_.Write("{"); }
+
+    void Member(std::string_view name, const Json& value);
+    void BeginArray(std::string_view name);
+    void Element(const Json& value);
+    void EndArray() { out_.Write("\n]"); }
+    void End() { out_.Write("\n}\n"); }
+
+  private:
+    void Name(std::string_view name);
+
+    Output& out_;
+    bool first_ = true;
+    bool firstElement_ = true;
+};
+
+} // namespace NimaPost
