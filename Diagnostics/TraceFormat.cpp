@@ -6,8 +6,10 @@
 #include "platform/Text.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstring>
+#include <string_view>
 
 #include <Diagnostics/TraceApi.h>
 
@@ -57,33 +59,71 @@ void TextComposer::AddPadded(int value, int width) {
     Add(digits, static_cast<std::size_t>(end - digits));
 }
 
-void TextComposer::AddHex8(std::uint32_t value) {
-    char digits[8];
-    for (int i = 7; i >= 0; --i) {
-        digits[i] = "0123456789abcdef"[value & 0xF];
-        value >>= 4;
-    }
-    Add(digits, sizeof(digits));
-}
-
 namespace {
 
-void AddThread(TextComposer& text, std::uint32_t threadId, int priority) {
-    text.Add(" <0x", 4);
-    text.AddHex8(threadId);
-    text.Add(':');
-    text.AddPadded(priority, 3);
-    text.Add("> ", 2);
+char* Put(char* out, std::string_view text) {
+    std::memcpy(out, text.data(), text.size());
+    return out + text.size();
+}
+
+/// "%8.8x", all digits at once: each in a byte of one number, the first in the lowest.
+char* PutHex8(char* out, std::uint32_t value) {
+    static_assert(std::endian::native == std::endian::little);
+    std::uint64_t digits = __builtin_bswap32(value);
+    digits = (digits | digits << 16) & 0x0000FFFF0000FFFF;
+    digits = (digits | digits << 8) & 0x00FF00FF00FF00FF;
+    digits = (digits >> 4 & 0x000F000F000F000F) | (digits & 0x000F000F000F000F) << 8;
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    const std::uint64_t letters = (digits + 6 * kOnes) >> 4 & kOnes;
+    digits += '0' * kOnes + letters * ('a' - '0' - 10);
+    std::memcpy(out, &digits, sizeof(digits));
+    return out + sizeof(digits);
+}
+
+/// "%03d"
+char* PutPriority(char* out, int priority) {
+    constexpr int kThreeDigits = 1000;
+    if (priority < 0 || priority >= kThreeDigits) {
+        TextComposer text(out, ThreadPart::kRoom / 2);
+        text.AddPadded(priority, 3);
+        return out + text.length();
+    }
+    *out++ = static_cast<char>('0' + priority / 100);
+    *out++ = static_cast<char>('0' + priority / 10 % 10);
+    *out++ = static_cast<char>('0' + priority % 10);
+    return out;
 }
 
 } // namespace
 
+ThreadPart::ThreadPart(std::uint32_t threadId, int priority) {
+    char* out = PutHex8(Put(text_, " <0x"), threadId);
+    *out++ = ':';
+    out = Put(PutPriority(out, priority), "> ");
+    length_ = static_cast<std::size_t>(out - text_);
+}
+
+ThreadPart ThreadPart::OfCaller() {
+    return {CurrentThreadId(), _get_thread_priority_helper(nullptr)};
+}
+
+int ComposeCounterHeader(char* buffer, long long counter, const ThreadPart& thread) {
+    constexpr std::size_t kDigits = kCounterHeaderRoom - ThreadPart::kRoom;
+    char* const out = std::to_chars(buffer, buffer + kDigits, counter).ptr;
+    // The part as a whole, which needs no call; its end is in the room for a header.
+    std::memcpy(out, thread.text(), ThreadPart::kRoom);
+    char* const end = out + thread.length();
+    *end = '\0';
+    return static_cast<int>(end - buffer);
+}
+
 int ComposeCounterHeader(char* buffer, std::size_t size, long long counter, std::uint32_t threadId,
                          int priority) {
+    char whole[kCounterHeaderRoom];
+    const int length = ComposeCounterHeader(whole, counter, ThreadPart(threadId, priority));
     TextComposer text(buffer, size);
-    text.AddDecimal(counter);
-    AddThread(text, threadId, priority);
-    return text.length();
+    text.Add(whole, static_cast<std::size_t>(length));
+    return length;
 }
 
 void ComposeDate(TextComposer& text, const _SYSTEMTIME& time, DateFields fields) {
@@ -104,19 +144,33 @@ int ComposeDateHeader(char* buffer, std::size_t size, const _SYSTEMTIME& time, s
                       int priority) {
     TextComposer text(buffer, size);
     ComposeDate(text, time, DateFields::kSigned);
-    AddThread(text, threadId, priority);
+    const ThreadPart thread(threadId, priority);
+    text.Add(thread.text(), thread.length());
     return text.length();
 }
 
 int ComposePrefix(char* buffer, std::size_t size, int level, const char* name) {
     const LevelName& levelName = NameOfLevel(level);
-    TextComposer text(buffer, size);
-    text.Add('<');
-    text.Add(levelName.text, levelName.length);
-    text.Add("> <", 3);
-    text.Add(name);
-    text.Add("> ", 2);
-    return text.length();
+    const std::size_t nameLength = std::strlen(name);
+    constexpr std::string_view kBetween = "> <";
+    constexpr std::string_view kEnd = "> ";
+    const std::size_t length = 1 + levelName.length + kBetween.size() + nameLength + kEnd.size();
+    if (length >= size || sizeof(levelName.text) >= size) {
+        TextComposer text(buffer, size);
+        text.Add('<');
+        text.Add(levelName.text, levelName.length);
+        text.Add(kBetween.data(), kBetween.size());
+        text.Add(name, nameLength);
+        text.Add(kEnd.data(), kEnd.size());
+        return text.length();
+    }
+    char* out = buffer;
+    *out++ = '<';
+    std::memcpy(out, levelName.text, sizeof(levelName.text));
+    out = Put(out + levelName.length, kBetween);
+    out = Put(Put(out, {name, nameLength}), kEnd);
+    *out = '\0';
+    return static_cast<int>(length);
 }
 
 } // namespace Nima::Common::System::OS::Diagnostics

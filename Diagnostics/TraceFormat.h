@@ -27,14 +27,35 @@ class TextComposer {
     void AddDecimal(long long value);
     /// "%0<width>d"
     void AddPadded(int value, int width);
-    /// "%8.8x"
-    void AddHex8(std::uint32_t value);
 
   private:
     char* buffer_;
     std::size_t size_;
     std::size_t length_ = 0;
 };
+
+/// The part of a header that tells of the thread, " <0x%8.8x:%03d> ". It can be composed before the lock
+/// under which the time is read.
+class ThreadPart {
+  public:
+    ThreadPart(std::uint32_t threadId, int priority);
+    /// Of the calling thread, as it is now.
+    static ThreadPart OfCaller();
+
+    const char* text() const { return text_; }
+    std::size_t length() const { return length_; }
+    static constexpr std::size_t kRoom = 32;
+
+  private:
+    char text_[kRoom];
+    std::size_t length_;
+};
+
+/// What a counter header and its terminating zero fit into.
+inline constexpr std::size_t kCounterHeaderRoom = 64;
+
+/// "%lld" and the thread, into at least `kCounterHeaderRoom` bytes; returns the header's length.
+int ComposeCounterHeader(char* buffer, long long counter, const ThreadPart& thread);
 
 /// "%lld <0x%8.8x:%03d> "; returns the header's length.
 int ComposeCounterHeader(char* buffer, std::size_t size, long long counter, std::uint32_t threadId,

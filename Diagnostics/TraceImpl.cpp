@@ -1,10 +1,12 @@
 #include "Diagnostics/TraceImpl.h"
 
 #include "Diagnostics/Guarded.h"
+#include "Diagnostics/MessageFormat.h"
 #include "Diagnostics/TraceFormat.h"
 #include "Diagnostics/TraceLevel.h"
 #include "platform/Cancellation.h"
 #include "platform/Handles.h"
+#include "platform/PatientLock.h"
 #include "platform/Pause.h"
 #include "platform/Text.h"
 
@@ -45,6 +47,11 @@ char* CopyOf(const char* text) {
         throw std::bad_alloc();
     }
     return copy;
+}
+
+/// As `TraceDeviceWrite` does with a device and a text that are there.
+void HandOver(ITraceDevice* device, char* text, int length) {
+    device->WriteData(reinterpret_cast<unsigned char*>(text), length);
 }
 
 ITraceDevice* FindDefaultLog() {
@@ -139,7 +146,7 @@ void NimaTrace::Bind(ITraceDevice* device) {
 // finds the tracer there. Writers come here before they take the tracer's lock, so re-binding, which holds
 // the set and waits for each tracer, always gets on.
 void NimaTrace::JoinSet(bool mayHoldLock) {
-    if (initialized_.load(std::memory_order_acquire) == 1) {
+    if (HasJoined()) {
         return;
     }
     const StaticSlot<TraceSet>::Use set(traceSet);
@@ -152,7 +159,7 @@ void NimaTrace::JoinSet(bool mayHoldLock) {
         // then be waiting for the very lock that the caller holds.
         while (!set->TryEnter()) {
             BriefPause();
-            if (initialized_.load(std::memory_order_acquire) == 1) {
+            if (HasJoined()) {
                 return;
             }
         }
@@ -165,10 +172,6 @@ void NimaTrace::JoinSet(bool mayHoldLock) {
         set->Insert(this);
         initialized_.store(1, std::memory_order_release);
     }
-}
-
-bool NimaTrace::IsBound() const {
-    return device_.load(std::memory_order_relaxed) != nullptr;
 }
 
 bool NimaTrace::Initialized() {
@@ -205,16 +208,16 @@ void NimaTrace::_WriteImpl(int level, const char* format, va_list arguments) {
     const auto room = static_cast<std::size_t>(kBufferSize - stored);
     va_list again;
     va_copy(again, arguments);
-    const int messageLength = std::vsnprintf(message, room, format, arguments);
+    const int messageLength = FormatMessage(message, room, format, arguments);
     if (messageLength > 0) {
         const long long whole = static_cast<long long>(prefixLength) + messageLength;
-        TraceDeviceWrite(device_.load(std::memory_order_relaxed), buffer_,
-                         static_cast<int>(std::min<long long>(whole, kMaxLine)));
+        HandOver(device_.load(std::memory_order_relaxed), buffer_,
+                 static_cast<int>(std::min<long long>(whole, kMaxLine)));
     } else if (messageLength == kFormatterFailed) {
         // The whole buffer goes out; what the formatter did not get to is zero, never an earlier line.
         std::memset(message, 0, room);
         std::vsnprintf(message, room, format, again);
-        TraceDeviceWrite(device_.load(std::memory_order_relaxed), buffer_, kBufferSize);
+        HandOver(device_.load(std::memory_order_relaxed), buffer_, kBufferSize);
     }
     va_end(again);
 }
@@ -242,8 +245,10 @@ void NimaTrace::_WriteImplNoFmt(int level, const char* tag, const unsigned char*
 
 void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments) {
     GuardedCall([&] {
-        JoinSet(false);
-        const std::lock_guard guard(*this);
+        if (!HasJoined()) {
+            JoinSet(false);
+        }
+        const PatientGuard guard(*AsCriticalSection(*lock_));
         if (IsBound()) {
             _WriteImpl(level, format, arguments);
         }
@@ -252,8 +257,10 @@ void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments)
 
 void NimaTrace::WriteRaw(int level, const char* tag, const unsigned char* data, int length) {
     GuardedCall([=, this] {
-        JoinSet(false);
-        const std::lock_guard guard(*this);
+        if (!HasJoined()) {
+            JoinSet(false);
+        }
+        const PatientGuard guard(*AsCriticalSection(*lock_));
         if (IsBound()) {
             _WriteImplNoFmt(level, tag, data, length);
         }

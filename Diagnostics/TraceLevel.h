@@ -17,8 +17,9 @@ enum LevelIndex : int {
     kLevelDebug
 };
 
+/// In place and of a fixed size, so that a name is copied as one word, whatever its length.
 struct LevelName {
-    const char* text;
+    char text[8];
     std::size_t length;
 };
 

@@ -1,4 +1,4 @@
-/// What a call of the text trace costs. The files go to the working directory.
+/// What calls of the text trace cost that the comparison leaves out. The files go to the working directory.
 
 #include <cstdio>
 
@@ -22,36 +22,6 @@ NimaTrace& SharedTracer() {
     static NimaTrace trace("Bench");
     return trace;
 }
-
-void FilteredOut(benchmark::State& state) {
-    NimaTrace& trace = SharedTracer();
-    for ([[maybe_unused]] auto _ : state) {
-        trace.WriteDebugV("page %d of %s", 3, "job");
-    }
-}
-BENCHMARK(FilteredOut);
-
-void LineToLogSharedTracer(benchmark::State& state) {
-    if (state.thread_index() == 0) {
-        OpenLog();
-    }
-    NimaTrace& trace = SharedTracer();
-    for ([[maybe_unused]] auto _ : state) {
-        trace.WriteWarnV("page %d of %s", 3, "job");
-    }
-}
-BENCHMARK(LineToLogSharedTracer)->Threads(1)->Threads(4)->UseRealTime();
-
-void LineToLogOwnTracer(benchmark::State& state) {
-    if (state.thread_index() == 0) {
-        OpenLog();
-    }
-    NimaTrace trace("Bench");
-    for ([[maybe_unused]] auto _ : state) {
-        trace.WriteWarnV("page %d of %s", 3, "job");
-    }
-}
-BENCHMARK(LineToLogOwnTracer)->Threads(1)->Threads(4)->UseRealTime();
 
 void RawBytesToLog(benchmark::State& state) {
     OpenLog();

@@ -17,12 +17,6 @@ void _get_local_time_helper(_SYSTEMTIME* out) {
     out->wMilliseconds = static_cast<std::uint16_t>(now.tv_nsec / 1000);
 }
 
-void _query_performance_counter_helper(_LARGE_INTEGER* out) {
-    timespec now{};
-    ::clock_gettime(CLOCK_MONOTONIC, &now);
-    out->QuadPart = static_cast<std::int64_t>(now.tv_sec) + static_cast<std::int64_t>(now.tv_nsec);
-}
-
 void _query_performance_frequency_helper(_LARGE_INTEGER* out) {
     out->QuadPart = 1000000;
 }

@@ -14,10 +14,6 @@ void* AsVoid(handle_helper* handle) {
     return handle;
 }
 
-critical_section_helper* AsCriticalSection(void* handle) {
-    return static_cast<critical_section_helper*>(AsHandle(handle));
-}
-
 } // namespace
 
 using Nima::Common::System::OS::Diagnostics::CancellationDelay;
@@ -55,7 +51,7 @@ int semaphore_helper::close() {
 }
 
 int critical_section_helper::wait(int /*timeout*/) {
-    return pthread_mutex_lock(&mutex_);
+    return lock();
 }
 
 int critical_section_helper::close() {
@@ -112,15 +108,15 @@ int _create_critical_section_helper(void** out) {
 }
 
 int _enter_critical_section_helper(void* criticalSection) {
-    return AsCriticalSection(criticalSection)->wait(0);
+    return AsCriticalSection(criticalSection)->lock();
 }
 
 bool TryEnterCriticalSection(void* criticalSection) {
-    return AsCriticalSection(criticalSection)->try_enter();
+    return AsCriticalSection(criticalSection)->try_lock();
 }
 
 int _leave_critical_section_helper(void* criticalSection) {
-    return AsCriticalSection(criticalSection)->leave();
+    return AsCriticalSection(criticalSection)->unlock();
 }
 
 void _delete_critical_section_helper(void** criticalSection) {

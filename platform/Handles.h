@@ -56,8 +56,10 @@ class critical_section_helper final : public handle_helper {
     int Create() { return pthread_mutex_init(&mutex_, nullptr); }
     int wait(int timeout) override;
     int close() override;
-    bool try_enter() { return pthread_mutex_trylock(&mutex_) == 0; }
-    int leave() { return pthread_mutex_unlock(&mutex_); }
+    // Named as the standard library's guards ask for it.
+    int lock() { return pthread_mutex_lock(&mutex_); }
+    bool try_lock() { return pthread_mutex_trylock(&mutex_) == 0; }
+    int unlock() { return pthread_mutex_unlock(&mutex_); }
 
   private:
     pthread_mutex_t mutex_{};
@@ -120,6 +122,11 @@ int _leave_critical_section_helper(void* criticalSection);
 bool TryEnterCriticalSection(void* criticalSection);
 /// Destroys the object and sets `*criticalSection` to null.
 void _delete_critical_section_helper(void** criticalSection);
+
+/// The object behind a critical section's handle.
+inline critical_section_helper* AsCriticalSection(void* handle) {
+    return static_cast<critical_section_helper*>(static_cast<handle_helper*>(handle));
+}
 
 /// Starts a thread with default attributes. Never null, even where no thread could be started; waiting for
 /// such a one fails with ESRCH.

@@ -12,6 +12,15 @@ inline void BriefPause() {
     ::nanosleep(&moment, nullptr);
 }
 
+/// Tells the processor that the thread is waiting for another one.
+inline void RelaxProcessor() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__arm__) || defined(__aarch64__)
+    asm volatile("yield");
+#endif
+}
+
 /// Sleeps the whole time, whatever signals arrive.
 inline void SleepSeconds(unsigned seconds) {
     while (seconds > 0) {

@@ -1,13 +1,16 @@
 /// What the devices leave in files and on standard output, byte for byte.
 
 #include "Diagnostics/Devices/Console.h"
+#include "Diagnostics/MessageFormat.h"
 #include "Diagnostics/TraceFormat.h"
 #include "platform/Handles.h"
 #include "tests/support/Sandbox.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <clocale>
+#include <cstdarg>
 #include <cstdio>
 #include <regex>
 #include <thread>
@@ -93,10 +96,12 @@ TEST_F(Devices, HeadersAreWhatPrintfWouldMakeOfThem) {
         for (const long long counter : counters) {
             char ours[256];
             char printfs[256];
-            const int length = ComposeCounterHeader(ours, sizeof(ours), counter, 0xabcU, priority);
-            EXPECT_EQ(length, std::snprintf(printfs, sizeof(printfs), "%lld <0x%8.8x:%03d> ", counter, 0xabcU,
-                                            priority));
-            EXPECT_STREQ(ours, printfs);
+            for (const std::uint32_t thread : {0U, 0xabcU, 0x90a1f9e8U, 0xffffffffU}) {
+                const int length = ComposeCounterHeader(ours, sizeof(ours), counter, thread, priority);
+                EXPECT_EQ(length, std::snprintf(printfs, sizeof(printfs), "%lld <0x%8.8x:%03d> ", counter,
+                                                thread, priority));
+                EXPECT_STREQ(ours, printfs);
+            }
         }
     }
     for (const int sub : {7, 57920, 65535, 32767, 32768, 999}) {
@@ -111,6 +116,44 @@ TEST_F(Devices, HeadersAreWhatPrintfWouldMakeOfThem) {
     char cut[8];
     EXPECT_EQ(ComposePrefix(cut, sizeof(cut), 3, "Scanner"), 17);
     EXPECT_STREQ(cut, "<WARN> ");
+}
+
+namespace {
+
+/// What the library makes of a message, in a buffer of each size up to one in which it fits, against the C
+/// library.
+[[gnu::format(printf, 1, 2)]] void ExpectAsPrintf(const char* format, ...) {
+    for (std::size_t size = 1; size <= 80; ++size) {
+        std::string ours(size, '?');
+        std::string theirs(size, '?');
+        va_list arguments;
+        va_start(arguments, format);
+        const int length = FormatMessage(ours.data(), size, format, arguments);
+        va_end(arguments);
+        va_start(arguments, format);
+        EXPECT_EQ(length, std::vsnprintf(theirs.data(), size, format, arguments));
+        va_end(arguments);
+        EXPECT_STREQ(ours.c_str(), theirs.c_str()) << format;
+    }
+}
+
+} // namespace
+
+// Plain conversions are composed by hand, the others are the C library's; nobody can tell which was which.
+TEST_F(Devices, MessagesAreWhatPrintfWouldMakeOfThem) {
+    ExpectAsPrintf("%s", "");
+    ExpectAsPrintf("no conversion, 100%%");
+    ExpectAsPrintf("page %d of %s, %i%%", 3, "job", INT_MIN);
+    ExpectAsPrintf("%u %x %c|", UINT_MAX, 0xdeadbeefU, 'z');
+    ExpectAsPrintf("%ld %li %lu %lx", LONG_MIN, LONG_MAX, ULONG_MAX, 0xabcdUL);
+    ExpectAsPrintf("%lld %lli %llu %llx", LLONG_MIN, LLONG_MAX, ULLONG_MAX, 0ULL);
+    ExpectAsPrintf("%d %5d %d", 1, 2, 3);
+    ExpectAsPrintf("%s %-6s| %.2s %s", "a", "b", "cde", "f");
+    ExpectAsPrintf("%d %f %s %hhd %zu %X %o", 7, 1.5, "x", static_cast<signed char>(-7), sizeof(int), 255U,
+                   8U);
+    ExpectAsPrintf("%+d % d %#x %08ld %ls %lc", 1, 2, 3U, 4L, L"wide", static_cast<wint_t>(L'w'));
+    const char* volatile nothing = nullptr; // the compiler would refuse to print it
+    ExpectAsPrintf("[%s] %d", nothing, 5);
 }
 
 // A device class of a host's own reaches the headers through the base.

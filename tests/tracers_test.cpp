@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstring>
 #include <map>
@@ -208,6 +209,23 @@ TEST_F(Tracers, AskingUnderTheLockNeverWaitsForGood) {
         EXPECT_TRUE(trace.Initialized());
         TraceServices::ReleaseDefaultLog();
     }
+}
+
+// Longer than a writer keeps looking before it queues up.
+TEST_F(Tracers, AWriterWaitsForWhoeverHoldsTheTracersLock) {
+    ASSERT_EQ(ConfigureLog(), 0);
+    NimaTrace trace("T");
+    std::atomic<bool> written{false};
+    trace.lock();
+    std::thread writer([&] {
+        trace.WriteErrorV("x");
+        written = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_FALSE(written);
+    trace.unlock();
+    writer.join();
+    EXPECT_EQ(Logged(), (Texts{"<ERROR> <T> x"}));
 }
 
 TEST_F(Tracers, ADestroyedTracerHasFlushedItsDevice) {

@@ -4,6 +4,7 @@
 #include "platform/Cancellation.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
+#include "platform/PatientLock.h"
 
 #include <cerrno>
 #include <cstring>
@@ -141,9 +142,14 @@ void CRollingLogFile::WriteData(unsigned char* text, int length) {
     if (text == nullptr || length <= 0) {
         return;
     }
-    const std::lock_guard guard(lock_);
+    // Under the lock remains what makes the order of the lines that of their counters.
+    const ThreadPart thread = ThreadPart::OfCaller();
+    const PatientGuard guard(lock_);
     if (IsOpen()) {
-        const int headerLength = WriteHeaderCounter();
+        _LARGE_INTEGER counter;
+        _query_performance_counter_helper(&counter);
+        lastCounter_ = counter.QuadPart;
+        const int headerLength = ComposeCounterHeader(headerBuffer_, lastCounter_, thread);
         StoreLine(headerBuffer_, headerLength, text, length);
     }
 }
@@ -152,7 +158,7 @@ void CRollingLogFile::WriteDataRaw(unsigned char* data, int length) {
     if (data == nullptr || length <= 0) {
         return;
     }
-    const std::lock_guard guard(lock_);
+    const PatientGuard guard(lock_);
     if (IsOpen()) {
         StoreLine(nullptr, 0, data, length);
     }
@@ -163,16 +169,9 @@ void CRollingLogFile::WritePreFormattedMessage(char* header, int headerLength, u
     if (message == nullptr || messageLength <= 0 || header == nullptr || headerLength <= 0) {
         return;
     }
-    const std::lock_guard guard(lock_);
+    const PatientGuard guard(lock_);
     if (IsOpen()) {
         StoreLine(header, headerLength, message, messageLength);
-    }
-}
-
-void CRollingLogFile::AppendToBuffer(const void* bytes, int length) {
-    if (length > 0) {
-        std::memcpy(writeBuffer_ + writeBufferFill_, bytes, static_cast<std::size_t>(length));
-        writeBufferFill_ += length;
     }
 }
 
@@ -186,9 +185,15 @@ void CRollingLogFile::StoreLine(const char* prefix, int prefixLength, const unsi
         if (total > kLineRoom - writeBufferFill_) {
             FlushBigBuffer();
         }
-        AppendToBuffer(prefix, prefixLength);
-        AppendToBuffer(payload, payloadLength);
-        AppendToBuffer(kLineEnd, lineEndLength);
+        unsigned char* out = writeBuffer_ + writeBufferFill_;
+        if (prefixLength > 0) {
+            std::memcpy(out, prefix, static_cast<std::size_t>(prefixLength));
+            out += prefixLength;
+        }
+        std::memcpy(out, payload, static_cast<std::size_t>(payloadLength));
+        out += payloadLength;
+        std::memcpy(out, kLineEnd, kLineEndLength); // there is always room for one
+        writeBufferFill_ += static_cast<std::int32_t>(total) + lineEndLength;
     } else {
         FlushBigBuffer();
         if (prefixLength > 0) {

@@ -12,6 +12,9 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
+using detail::StoreWord;
+using detail::WordsOf;
+
 namespace {
 
 constexpr std::size_t kWordsPerRecord = sizeof(RingBufferData) / sizeof(std::uint32_t);
@@ -19,18 +22,8 @@ constexpr std::size_t kTextSize = 256;
 
 using RecordWords = std::uint32_t[kWordsPerRecord];
 
-/// A record as the eight words it is shared as.
-std::uint32_t* WordsOf(const RingBufferData* record) {
-    void* const words = const_cast<RingBufferData*>(record);
-    return static_cast<std::uint32_t*>(words);
-}
-
 std::uint32_t LoadWord(std::uint32_t& word) {
     return std::atomic_ref<std::uint32_t>(word).load(std::memory_order_relaxed);
-}
-
-void StoreWord(std::uint32_t& word, std::uint32_t value) {
-    std::atomic_ref<std::uint32_t>(word).store(value, std::memory_order_relaxed);
 }
 
 RingBufferData LoadRecord(const RingBufferData* slot) {
@@ -53,19 +46,6 @@ bool WriteText(void* file, char* text) {
 
 CRingBuffer::CRingBuffer(int entries, std::wstring name)
     : entryCount_(entries), mask_(static_cast<std::uint32_t>(entries) - 1), name_(std::move(name)) {}
-
-void CRingBuffer::WriteData(const RingBufferData& record) {
-    if (records_ == nullptr) {
-        return;
-    }
-    const std::uint32_t slot = (writeIndex_.fetch_add(1) + 1) & mask_;
-    RecordWords words;
-    std::memcpy(words, &record, sizeof(record));
-    std::uint32_t* const target = WordsOf(&records_[slot]);
-    for (std::size_t i = 0; i < kWordsPerRecord; ++i) {
-        StoreWord(target[i], words[i]);
-    }
-}
 
 void CRingBuffer::EmptyBuffer() {
     const std::lock_guard guard(lock_);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -8,6 +9,34 @@
 #include <Diagnostics/Lock.h>
 
 namespace Nima::Common::System::OS::Diagnostics {
+
+namespace detail {
+
+/// A record as the eight words it is shared as.
+inline std::uint32_t* WordsOf(const RingBufferData* record) {
+    void* const words = const_cast<RingBufferData*>(record);
+    return static_cast<std::uint32_t*>(words);
+}
+
+inline void StoreWord(std::uint32_t& word, std::uint32_t value) {
+    std::atomic_ref<std::uint32_t>(word).store(value, std::memory_order_relaxed);
+}
+
+/// Word by word out of registers. A copy through memory would wait for the wider stores before it.
+inline void StoreRecord(RingBufferData* slot, const RingBufferData& record) {
+    std::uint32_t* const words = WordsOf(slot);
+    const auto time = static_cast<std::uint64_t>(record.timestamp);
+    StoreWord(words[0], static_cast<std::uint32_t>(time));
+    StoreWord(words[1], static_cast<std::uint32_t>(time >> 32));
+    StoreWord(words[2], record.threadId);
+    StoreWord(words[3], record.words[0]);
+    StoreWord(words[4], record.words[1]);
+    StoreWord(words[5], record.words[2]);
+    StoreWord(words[6], record.words[3]);
+    StoreWord(words[7], record.words[4]);
+}
+
+} // namespace detail
 
 /// A ring of 32-byte records over storage that the manager assigns. Writers claim a slot by one atomic
 /// increment and take no lock; two that are a whole ring apart may write the same slot. Record words are
@@ -24,8 +53,17 @@ class CRingBuffer {
     /// Exact comparison.
     bool CheckName(const wchar_t* name) const { return name_ == name; }
 
-    /// Copies the record into the next slot; nothing while there is no storage.
-    void WriteData(const RingBufferData& record);
+    /// Copies the record into the next slot; nothing while there is no storage. Inline, and its loads before
+    /// the increment, so that between increment and stores there is nothing to wait for.
+    void WriteData(const RingBufferData& record) {
+        RingBufferData* const records = records_;
+        if (records == nullptr) {
+            return;
+        }
+        const std::uint32_t mask = mask_;
+        RingBufferData& slot = records[(writeIndex_.fetch_add(1) + 1) & mask];
+        detail::StoreRecord(&slot, record);
+    }
     /// Zeroes the records and starts at slot 0 again. Writers do not wait for it.
     void EmptyBuffer();
     /// Copies what fits of the records, from slot 0 on.
@@ -34,9 +72,14 @@ class CRingBuffer {
     void Dump(void* file);
 
   private:
+    /// No smaller than what the processors that this runs on fetch and take from each other as a whole.
+    static constexpr std::size_t kCacheLine = 64;
+
     RingBufferData* records_ = nullptr;
-    std::atomic<std::uint32_t> writeIndex_{0xFFFFFFFF}; ///< of the last written slot, before masking
-    std::int32_t entryCount_;
+    /// Of the last written slot, before masking. In a line of its own: writers that take it from each other
+    /// would take what they only read along with it.
+    alignas(kCacheLine) std::atomic<std::uint32_t> writeIndex_{0xFFFFFFFF};
+    alignas(kCacheLine) std::int32_t entryCount_;
     std::uint32_t mask_;
     LockStruct lock_;
     std::wstring name_;

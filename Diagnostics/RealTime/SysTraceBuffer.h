@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Clock.h"
 #include "platform/Handles.h"
 
 #include <atomic>
@@ -50,9 +51,10 @@ class SysTraceBuffer {
         return (word & ComponentBit(component)) != 0;
     }
 
-    /// Writes a record, whatever the filter: the id with its time, the arguments, the thread.
+    /// Writes a record, whatever the filter: the id with its time, the arguments, the thread. Not inlined, so
+    /// that a caller whose id is filtered out saves no registers for it.
     template <class... Words>
-    void Record(std::uint32_t id, Words... arguments) {
+    [[gnu::noinline]] void Record(std::uint32_t id, Words... arguments) {
         SysTraceEntry& first = Claim();
         Store(first.id, id & ~SYSTRACE_CONTINUATION);
         Store(first.value, Timestamp());
@@ -112,7 +114,15 @@ class SysTraceBuffer {
         Store(entry.id, id);
         Store(entry.value, value);
     }
-    std::uint32_t Timestamp() const { return timerRegister_ != nullptr ? *timerRegister_ : ReadQPC32(); }
+    /// As `ReadQPC32` where there is no register to read.
+    std::uint32_t Timestamp() const {
+        if (timerRegister_ != nullptr) {
+            return *timerRegister_;
+        }
+        _LARGE_INTEGER counter;
+        _query_performance_counter_helper(&counter);
+        return static_cast<std::uint32_t>(counter.QuadPart);
+    }
 
     void CountWrap();
     void CommonSetup();

@@ -5,7 +5,7 @@
 namespace Nima::Common::System::OS::Diagnostics {
 
 /// A plain mutex with a virtual destructor, used as a member or as a base. Not recursive: a thread that
-/// locks it twice waits for itself. Meets the standard library's BasicLockable requirements, so
+/// locks it twice waits for itself. Meets the standard library's Lockable requirements, so
 /// `std::lock_guard<LockStruct>` works. Not to be used from a signal handler.
 class LockStruct {
   public:
@@ -16,6 +16,8 @@ class LockStruct {
 
     /// Waits until the lock is free and takes it. Returns 0, or the error number of the threads library.
     int lock() { return pthread_mutex_lock(&mutex_); }
+    /// Takes the lock if it is free. Returns whether it did.
+    bool try_lock() { return pthread_mutex_trylock(&mutex_) == 0; }
     /// Gives the lock back. Returns 0, or the error number of the threads library.
     int unlock() { return pthread_mutex_unlock(&mutex_); }
 

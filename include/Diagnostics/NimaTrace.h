@@ -91,7 +91,8 @@ class NIMA_DIAGNOSTICS_API NimaTrace {
     void _WriteImpl(int level, const char* format, va_list arguments) NIMA_PRINTF_FORMAT(3, 0);
     void _WriteImplNoFmt(int level, const char* tag, const unsigned char* data, int length);
     void JoinSet(bool mayHoldLock);
-    bool IsBound() const;
+    bool HasJoined() const { return initialized_.load(std::memory_order_acquire) == 1; }
+    bool IsBound() const { return device_.load(std::memory_order_relaxed) != nullptr; }
     void Bind(ITraceDevice* device);
 
     std::atomic<ITraceDevice*> device_{nullptr}; ///< null while unbound; carries one reference

@@ -70,7 +70,6 @@ class NIMA_DIAGNOSTICS_API CRollingLogFile : public CBaseTraceDevice {
     bool ReachedMaximum() const { return bytesWritten_ >= maxFileSize_; }
     void WriteToFile(const void* bytes, int length);
     void StoreLine(const char* prefix, int prefixLength, const unsigned char* payload, int payloadLength);
-    void AppendToBuffer(const void* bytes, int length);
 
     std::int32_t maxFileSize_ = 0;
     std::int32_t propertyMaxFileSize_ = 0;
