@@ -24,7 +24,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     filter.SetText("page", true);
     std::string text;
     logs.ForEach([&](const LogEntry& entry) {
-        filter.Admits(entry.line, entry.text);
+        filter.Judge(entry.line, entry.text);
         AppendWallTime(text, entry.time);
         text.clear();
         return true;

@@ -23,7 +23,11 @@ void PrintCrash(Output& out, const CrashLog& log, const Findings& findings) {
         out.Line(line);
     }
     for (const auto& [label, value] : log.exception) {
-        out.Line("  record       " + label + " " + value);
+        std::string line("  record       ");
+        line += label;
+        line += ' ';
+        line += value;
+        out.Line(line);
     }
     const auto active = ActiveRings(log.rings);
     if (!active.empty()) {

@@ -23,7 +23,10 @@ constexpr std::int64_t kSlowRollTakes = kSecond / 10;
 constexpr std::int64_t kUnbufferedRollTakes = kSecond / 1000;
 constexpr std::size_t kUnbufferedLines = 2;
 constexpr std::int64_t kDisorder = kSecond / 10;
-constexpr std::int64_t kStandsOut = 8;
+/// A step between rounds is any part of a second. One that is to be told from a thread's pause has to be
+/// wider than what keeps a thread waiting on a busy device, and by far wider than others.
+constexpr std::int64_t kStandsOut = 64;
+constexpr std::int64_t kBusyWait = kSecond / 10;
 
 /// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
 constexpr std::size_t kMostParts = 1 << 18;
@@ -34,6 +37,7 @@ constexpr std::size_t kMostTorn = 64;
 struct Step {
     std::int64_t width = -1;  ///< from one stamp to the next, read as a step forward
     std::uint64_t offset = 0; ///< where the lines behind it begin, a torn one included
+    std::uint64_t from = 0;   ///< where the line in front of it begins
     bool torn = false;        ///< one line without header stands between
     bool cutHeader = false;   ///< and it looks like the rest of a line that had one
 };
@@ -88,6 +92,7 @@ class RoundDetector {
         }
         Consider(line, offset);
         previous_ = line.counter;
+        previousOffset_ = offset;
         if (line.level != "CAL") {
             if (lastOfThread_.size() >= CounterClock::kMostThreads) {
                 lastOfThread_.clear();
@@ -135,8 +140,11 @@ class RoundDetector {
         const bool anyCut =
             std::any_of(torn_.begin(), torn_.end(), [](const Step& step) { return step.cutHeader; });
         const bool early = behindFirst_ && *behindFirst_ > 0 && *behindFirst_ < kRollTakes;
-        const bool slow = behindFirst_ && *behindFirst_ > 0 && *behindFirst_ < kSlowRollTakes &&
-                          !torn_.empty() && torn_.size() < kMostTorn;
+        const bool otherSign = (!torn_.empty() && torn_.size() < kMostTorn) ||
+                               std::any_of(widest_.begin(), widest_.end(), [&](const Step& step) {
+                                   return StandsOut(step, widths_.Usual());
+                               });
+        const bool slow = behindFirst_ && *behindFirst_ > 0 && *behindFirst_ < kSlowRollTakes && otherSign;
         return anyCut || dateFellAt_ || early || slow || EndsAtFirst();
     }
 
@@ -148,6 +156,10 @@ class RoundDetector {
                });
     }
 
+    static bool StandsOut(const Step& step, std::int64_t usual) {
+        return step.width > kStandsOut * usual && step.width > kBusyWait;
+    }
+
     /// Rounds may also meet between two whole lines. Then the step there is far wider than others: in front
     /// of what is torn at the file's end, and among the last lines, where rounds of slightly different
     /// lengths end.
@@ -156,8 +168,14 @@ class RoundDetector {
         const std::uint64_t torn = seams.empty() ? size : seams.front();
         const Step* first = nullptr;
         for (const Step& step : widest_) {
-            if (step.width > kStandsOut * usual && step.offset < torn &&
+            if (StandsOut(step, usual) && step.offset < torn &&
                 (first == nullptr || step.width > first->width)) {
+                first = &step;
+            }
+        }
+        // A line that was cut inside its counter passes for a whole one, with a step of its own behind it.
+        for (const Step& step : widest_) {
+            if (first != nullptr && StandsOut(step, usual) && step.offset == first->from) {
                 first = &step;
             }
         }
@@ -166,7 +184,8 @@ class RoundDetector {
         }
         const std::uint64_t newestEnd = seams.empty() ? size : *std::min_element(seams.begin(), seams.end());
         for (const Step& step : widest_) {
-            if (step.width > kStandsOut * usual && step.offset > newestEnd && isNearEnd(step.offset)) {
+            const bool behindCut = std::find(seams.begin(), seams.end(), step.from) != seams.end();
+            if (StandsOut(step, usual) && step.offset > newestEnd && isNearEnd(step.offset) && !behindCut) {
                 seams.push_back(step.offset);
             }
         }
@@ -207,6 +226,7 @@ class RoundDetector {
         step.torn = headerless_ == 1;
         step.cutHeader = step.torn && headerlessIsCut_;
         step.offset = headerless_ > 0 ? headerlessOffset_ : offset;
+        step.from = previousOffset_;
         if (step.torn && (torn_.size() < kMostTorn || step.cutHeader) && torn_.size() < 2 * kMostTorn) {
             torn_.push_back(step);
         }
@@ -224,6 +244,7 @@ class RoundDetector {
     std::optional<std::int64_t> behindFirst_;
     std::optional<std::uint64_t> dateFellAt_;
     std::optional<std::int64_t> previous_;
+    std::uint64_t previousOffset_ = 0;
     std::unordered_map<std::uint32_t, std::int64_t> lastOfThread_;
     std::array<Stamp, kUnbufferedLines> last_;
     std::uint64_t lines_ = 0;
@@ -305,16 +326,17 @@ LogSurvey SurveyLog(const InputFile& file) {
         detector.Line(line, text, reader.Offset());
         divider.Line(line, reader.Offset());
     }
-    const std::vector<std::uint64_t> seams = detector.Judge(file.Size());
+    std::vector<std::uint64_t> seams = detector.Judge(file.Size());
     if (seams.empty()) {
         survey.parts = divider.Finish(file.Size());
         return survey;
     }
     survey.newestEnd = seams.front();
     std::uint64_t end = file.Size();
-    for (auto seam = seams.rbegin(); seam != seams.rend(); ++seam) {
-        AppendParts(file, *seam, end, true, survey.parts);
-        end = *seam;
+    std::reverse(seams.begin(), seams.end());
+    for (const std::uint64_t seam : seams) {
+        AppendParts(file, seam, end, true, survey.parts);
+        end = seam;
     }
     AppendParts(file, 0, end, false, survey.parts);
     return survey;

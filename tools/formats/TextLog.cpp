@@ -291,7 +291,7 @@ std::vector<std::string> LogSet::ClockStatement() const {
             "by that much.");
     }
     if (open) {
-        statement.push_back(
+        statement.emplace_back(
             "Behind the last calibration line whole seconds without a line leave no trace: times "
             "there (marked ~) are the earliest possible.");
     }
