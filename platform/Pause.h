@@ -6,10 +6,12 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Lets other threads run for a moment, those of lower priority too, which a mere yield would not.
+/// Lets other threads run for a moment, those of lower priority too, which a mere yield would not. Leaves
+/// errno alone, also where a signal ends the moment: a writer that waits has not formatted its caller's "%m"
+/// yet.
 inline void BriefPause() {
     const timespec moment{0, 50000};
-    ::nanosleep(&moment, nullptr);
+    ::clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
 }
 
 /// Tells the processor that the thread is waiting for another one.

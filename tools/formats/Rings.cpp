@@ -240,6 +240,10 @@ std::optional<RingSet> ReadRingSegment(const InputFile& file, Findings& findings
                         std::to_string(segmentSize) + ".");
         return std::nullopt;
     }
+    if (!LooksLikeRingSegment({head.data(), head.size()}, file.Size())) {
+        findings.Damage("Neither a ring segment nor a text dump of one.");
+        return std::nullopt;
+    }
     RingSet set;
     set.processId = words[0];
     std::uint64_t offset = RING_DIRECTORY_SIZE;

@@ -163,7 +163,7 @@ class Assembler {
         /// Continuations that its records have, if that is known.
         std::uint32_t length = kNone;
         bool certain = false;   ///< no record of the event has another number
-        bool scattered = false; ///< most of its records do not stand in one piece
+        bool scattered = false; ///< its records seem to have all kinds of lengths
     };
 
     void Gather() {
@@ -247,13 +247,19 @@ class Assembler {
             if (event.firstRecord == kNone) {
                 continue;
             }
-            const EventName* name = names_.Event(trace_.records[event.firstRecord].Component(),
-                                                 trace_.records[event.firstRecord].Event());
-            if (name != nullptr && name->arguments) {
-                event.length = static_cast<std::uint32_t>(*name->arguments) + (threadEntries_ ? 1 : 0);
-                event.certain = true;
+            LearnLength(event);
+            const SysTraceRecord& first = trace_.records[event.firstRecord];
+            const EventName* name = names_.Event(first.Component(), first.Event());
+            if (name == nullptr || !name->arguments) {
+                continue;
+            }
+            const std::uint32_t length =
+                static_cast<std::uint32_t>(*name->arguments) + (threadEntries_ ? 1 : 0);
+            if (event.certain && event.length != length) {
+                trace_.misnamed.push_back(first.id); // The dictionary is of another firmware.
             } else {
-                LearnLength(event);
+                event.length = length;
+                event.certain = true;
             }
         }
         if (threadEntries_) {
@@ -268,17 +274,15 @@ class Assembler {
     void LearnLength(Event& event) {
         std::array<std::uint32_t, 16> counts{};
         std::uint32_t records = 0;
-        std::uint32_t contiguous = 0;
         for (std::uint32_t i = event.firstRecord; i != kNone; i = drafts_[i].nextOfEvent) {
             const std::uint32_t length = trace_.records[i].values;
             ++records;
-            contiguous += drafts_[i].contiguous ? 1 : 0;
-            if (drafts_[i].contiguous && length < counts.size() && (length > 0 || !threadEntries_)) {
+            if (length < counts.size() && (length > 0 || !threadEntries_)) {
                 ++counts[length];
             }
         }
         const auto* most = std::max_element(counts.begin(), counts.end());
-        event.scattered = records > 1 && contiguous * 2 < records;
+        event.scattered = records > 1 && *most * 2 < records;
         if (*most > 0 && !event.scattered) {
             event.length = static_cast<std::uint32_t>(most - counts.data());
             // An event that always had so many values had as many in the record that seems to have others.
@@ -379,7 +383,8 @@ void RecoverTimes(SysTraceFile& trace) {
     // Processes share the block, and their main threads may share an identifier.
     CounterClock clock({kSecond / 10, kSecond / 1000});
     for (SysTraceRecord& record : trace.records) {
-        if (record.state == RecordState::kTorn && clock.Started()) {
+        // A record without any value may be an entry of the round before that nobody has overwritten.
+        if (record.state == RecordState::kTorn && record.values == 0 && clock.Started()) {
             record.elapsed = clock.Near(record.stamp);
         } else {
             record.elapsed =
@@ -403,6 +408,11 @@ void Report(const SysTraceFile& trace, Findings& findings) {
     if (trace.entangled > 0) {
         findings.Remark(Counted(trace.entangled, "record") +
                         " of the same event written at the same moment, whose values cannot be told apart.");
+    }
+    for (const std::uint32_t id : trace.misnamed) {
+        findings.Remark("The dictionary gives event " + Hex(id & SYSTRACE_EVENT_MASK) + " of component " +
+                        std::to_string(id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK) +
+                        " another number of arguments than its records have.");
     }
     if (trace.cutOff > 0) {
         findings.Remark(Counted(trace.cutOff, "entry") +

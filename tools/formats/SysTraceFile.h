@@ -56,6 +56,7 @@ struct SysTraceFile {
     std::uint64_t torn = 0;
     std::uint64_t entangled = 0;
     std::uint64_t clockBreaks = 0;
+    std::vector<std::uint32_t> misnamed; ///< events that the dictionary gives another number of arguments
 
     std::span<const std::uint32_t> ValuesOf(const SysTraceRecord& record) const {
         return std::span(values).subspan(record.firstValue, record.values);
