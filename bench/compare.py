@@ -405,7 +405,11 @@ def compare(run, names):
             action(run)
     ratios = run.results["ratios"]
     missed = [ratio for ratio in ratios if not ratio["met"]]
-    print(f"\n{len(ratios) - len(missed)} of {len(ratios)} targets met in this run")
+    measured = {(ratio["job"], ratio["threads"], ratio["against"]) for ratio in ratios}
+    unmeasured = [target for target in TARGETS if target[0] in names and target[:3] not in measured]
+    print(f"\n{len(ratios) - len(missed)} of {len(ratios) + len(unmeasured)} targets met in this run")
+    for job, threads, against, _ in unmeasured:
+        print(f"  not measured: {TITLES[job]}, {threads} thread(s), against {against}")
     for ratio in missed:
         print(f"  missed: {TITLES[ratio['job']]}, {ratio['threads']} thread(s): {ratio['value']:.2f} of "
               f"{ratio['target']:g} against {ratio['against']}")
@@ -426,10 +430,12 @@ def main():
         return 1
     finally:
         run.close()
-    copy = os.path.join(run.build, "bench.json")
+    # A part of the comparison does not replace the whole one.
+    base = "-".join(["bench", *(arguments.job or [])])
+    copy = os.path.join(run.build, base + ".json")
     with open(copy, "w", encoding="utf-8") as out:
         json.dump(run.results, out, indent=1)
-    plot = os.path.join(run.build, "bench.svg")
+    plot = os.path.join(run.build, base + ".svg")
     report.draw(plot, run.results["jobs"], TITLES)
     print(f"\nwritten: {copy}, {plot}")
     return 0

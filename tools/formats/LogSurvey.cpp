@@ -87,8 +87,7 @@ class RoundDetector {
                 dateFellAt_ = offset;
             }
         } else if (first_ && !behindFirst_) {
-            behindFirst_ =
-                line.thread == firstThread_ ? Modulo(*first_ - line.counter, kCounterPeriod) : kSecond;
+            behindFirst_ = line.thread == firstThread_ ? StepForward(line.counter, *first_) : kSecond;
         }
         Consider(line, offset);
         previous_ = line.counter;
@@ -152,7 +151,7 @@ class RoundDetector {
     bool EndsAtFirst() const {
         return lines_ > last_.size() && std::any_of(last_.begin(), last_.end(), [&](const Stamp& stamp) {
                    return stamp.thread == firstThread_ &&
-                          Modulo(*first_ - stamp.counter, kCounterPeriod) < kUnbufferedRollTakes;
+                          StepForward(stamp.counter, *first_) < kUnbufferedRollTakes;
                });
     }
 
@@ -213,13 +212,12 @@ class RoundDetector {
             return;
         }
         Step step;
-        step.width = Modulo(line.counter - *previous_, kCounterPeriod);
+        step.width = StepForward(*previous_, line.counter);
         if (step.width > kCounterPeriod - kDisorder) {
             // A small fall is a line that came late, unless its own thread had been further.
             const auto last = lastOfThread_.find(line.thread);
-            const bool possible =
-                last == lastOfThread_.end() ||
-                Modulo(line.counter - last->second, kCounterPeriod) < kCounterPeriod - kDisorder;
+            const bool possible = last == lastOfThread_.end() ||
+                                  StepForward(last->second, line.counter) < kCounterPeriod - kDisorder;
             step.width = possible ? 0 : step.width;
         }
         widths_.Add(step.width);

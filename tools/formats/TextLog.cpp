@@ -155,7 +155,7 @@ void LogSet::OrderFiles() {
         if (apart < -1 || apart > 1 || !a.counts || !b.counts) {
             return apart < 0;
         }
-        return Modulo(b.counter - a.counter, kCounterPeriod) < kCounterPeriod / 2 && a.counter != b.counter;
+        return StepForward(a.counter, b.counter) < kCounterPeriod / 2 && a.counter != b.counter;
     };
     // The relation is no strict order among files of the same second, so nothing that relies on one may sort
     // them.

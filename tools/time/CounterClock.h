@@ -18,6 +18,11 @@ constexpr std::int64_t Modulo(std::int64_t value, std::int64_t modulus) {
     return rest < 0 ? rest + modulus : rest;
 }
 
+/// From one counter to another, read as a step forward of less than a period.
+constexpr std::int64_t StepForward(std::int64_t from, std::int64_t to) {
+    return Modulo(Modulo(to, kCounterPeriod) - Modulo(from, kCounterPeriod), kCounterPeriod);
+}
+
 /// Recovers elapsed time from counters in the order in which they were written, doc/clock.md. Every time is
 /// the earliest that the order allows: whole seconds without a record leave no trace in the counter.
 class CounterClock {
