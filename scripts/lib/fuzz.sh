@@ -49,7 +49,8 @@ run_fuzzers() {
     mkdir -p "$build/artifacts"
     for target in "${fuzz_targets[@]}"; do
         log="$build/$target.log"
-        if "$build/fuzz/${target}_fuzz" -max_total_time="$share" -rss_limit_mb=1024 -timeout=10 -max_len=16384 \
+        # The same walk every time, so that a change is judged and not the dice; FUZZ_SEED=0 takes another one.
+        if "$build/fuzz/${target}_fuzz" -seed="${FUZZ_SEED:-1}" -max_total_time="$share" -rss_limit_mb=1024 -timeout=10 -max_len=16384 \
             -dict=fuzz/tokens.dict -artifact_prefix="$build/artifacts/$target-" -verbosity=1 \
             "$build/corpus/$target" >"$log" 2>&1; then
             printf '%-14s %s\n' "$target" "$(grep -m 1 '^Done' "$log" || true)"
