@@ -42,8 +42,7 @@ std::vector<MergedRecord> MergeRings(const RingSet& set) {
             continue;
         }
         const RingRecord& last = ring.records.back();
-        std::int64_t behind = Modulo(
-            Modulo(newest, kCounterPeriod) - Modulo(last.data.timestamp, kCounterPeriod), kCounterPeriod);
+        std::int64_t behind = StepForward(last.data.timestamp, newest);
         // The head of a dump is written before the rings are read, and the device goes on meanwhile.
         behind -= set.ticks && behind > kCounterPeriod - kDumpTakes ? kCounterPeriod : 0;
         for (const RingRecord& record : ring.records) {

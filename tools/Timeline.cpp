@@ -16,15 +16,13 @@ constexpr std::int64_t kDumpTakes = kSecond / 5;
 
 /// From one counter to another by the shorter way round.
 std::int64_t NearestStep(std::int64_t from, std::int64_t to) {
-    const std::int64_t step =
-        Modulo(Modulo(to, kCounterPeriod) - Modulo(from, kCounterPeriod), kCounterPeriod);
+    const std::int64_t step = StepForward(from, to);
     return step > kCounterPeriod / 2 ? step - kCounterPeriod : step;
 }
 
 /// From a record back in time to a dump's head, or a moment the other way.
 std::int64_t StepBefore(std::int64_t record, std::int64_t head) {
-    const std::int64_t step =
-        Modulo(Modulo(head, kCounterPeriod) - Modulo(record, kCounterPeriod), kCounterPeriod);
+    const std::int64_t step = StepForward(record, head);
     return step > kCounterPeriod - kDumpTakes ? step - kCounterPeriod : step;
 }
 

@@ -30,8 +30,7 @@ constexpr std::size_t kMostTextRings = 1024;
 constexpr std::int64_t kStandsOut = 8;
 
 std::int64_t StepBetween(const RingRecord& a, const RingRecord& b) {
-    return Modulo(Modulo(b.data.timestamp, kCounterPeriod) - Modulo(a.data.timestamp, kCounterPeriod),
-                  kCounterPeriod);
+    return StepForward(a.data.timestamp, b.data.timestamp);
 }
 
 /// Threads of one process lie closer together than this in its address space, and so do their identifiers.
@@ -65,8 +64,7 @@ bool AreOfOneProcess(const RingRecord& a, const RingRecord& b) {
 /// How long before the head of a dump the record in front of a place was written, at the least.
 std::int64_t BeforeHead(const std::vector<RingRecord>& records, std::size_t place, std::int64_t ticks) {
     const RingRecord& newest = records[(place + records.size() - 1) % records.size()];
-    const std::int64_t step =
-        Modulo(Modulo(ticks, kCounterPeriod) - Modulo(newest.data.timestamp, kCounterPeriod), kCounterPeriod);
+    const std::int64_t step = StepForward(newest.data.timestamp, ticks);
     return step > kCounterPeriod - kDumpTakes ? 0 : step;
 }
 

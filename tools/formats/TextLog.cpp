@@ -16,8 +16,7 @@ constexpr std::int64_t kDisorder = kSecond / 10;
 
 /// From one stamp to the next, a little back where lines of two threads changed places.
 std::int64_t SignedStep(std::int64_t from, std::int64_t to) {
-    const std::int64_t step =
-        Modulo(Modulo(to, kCounterPeriod) - Modulo(from, kCounterPeriod), kCounterPeriod);
+    const std::int64_t step = StepForward(from, to);
     return step > kCounterPeriod - kDisorder ? step - kCounterPeriod : step;
 }
 

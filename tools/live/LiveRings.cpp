@@ -94,10 +94,7 @@ void LiveRings::Compare(std::uint32_t index, const RingBufferData* now, const Ri
     std::uint32_t fresh = 0;
     std::optional<RingBufferData> newest;
     const std::int64_t base = newest_[index] ? newest_[index]->timestamp : 0;
-    const auto ahead = [&](const RingBufferData& record) {
-        return Modulo(Modulo(record.timestamp, kCounterPeriod) - Modulo(base, kCounterPeriod),
-                      kCounterPeriod);
-    };
+    const auto ahead = [&](const RingBufferData& record) { return StepForward(base, record.timestamp); };
     for (std::uint32_t slot = 0; slot < ring.entries; ++slot) {
         ring.used += now[slot].timestamp != 0 ? 1 : 0;
         if (before == nullptr) {
