@@ -6,6 +6,7 @@
 /// log is given back after nearly everything else has gone and its last lines have to reach the file.
 
 #include "Diagnostics/EventLog/EventLogState.h"
+#include "Diagnostics/ForkHandlers.h"
 #include "Diagnostics/RealTime/RealTimeTrace.h"
 #include "Diagnostics/RealTime/TimerHardware.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
@@ -30,13 +31,13 @@ constinit StaticLockStruct g_SysTraceLock;
 NIMA_BUILT_AT_LOAD TarnTraceHardware gTarnTraceHardware;
 NIMA_BUILT_AT_LOAD UserModeTimerHw g_UserModeTimer;
 constinit StaticLockStruct g_TraceMemoryLock;
-constinit StaticLockStruct g_CrashLock;
+constinit OwnedLock g_CrashLock;
 constinit NeverDestroyed<StandardExceptionTriageCallback> g_StandardExceptionTriageCallback;
 constinit StaticSlot<TraceSet> traceSet;
 constinit StaticSlot<TraceServicesImpl> gConfigHelper;
 constinit StaticLockStruct g_TraceMapLock;
 constinit StaticSlot<NimaTrace> _TraceFactory;
-constinit StaticLockStruct g_EventLogCallbackLock;
+constinit OwnedLock g_EventLogCallbackLock;
 
 constinit std::int64_t CStopwatch::sFrequency = 0;
 constinit std::int64_t g_TSFrequency = 0;
@@ -85,6 +86,11 @@ struct CrashEventKeeper {
     ~CrashEventKeeper() { CrashHandles::EndEvent(); }
 };
 
+struct ForkHandlersRegistration {
+    ForkHandlersRegistration() { RegisterForkHandlers(); }
+};
+
+NIMA_BUILT_AT_LOAD ForkHandlersRegistration forkHandlersRegistration;
 NIMA_BUILT_AT_LOAD CrashSemaphoreKeeper crashSemaphoreKeeper;
 NIMA_BUILT_AT_LOAD StandardCallbackBuilder standardCallbackBuilder;
 NIMA_BUILT_AT_LOAD CrashEventKeeper crashEventKeeper;

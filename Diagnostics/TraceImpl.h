@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/Handles.h"
 #include "platform/StaticSlot.h"
 
 #include <atomic>
@@ -33,6 +34,11 @@ class TraceSet {
     void RebindAll();
     /// Whether `RebindAll` has the tracer, and its lock, in hand.
     bool IsRebinding(const NimaTrace* tracer) const { return inHand_.load() == tracer; }
+
+    /// For whoever forks: the locks in their order, and what the child has to forget.
+    LockStruct& rebinding() { return rebinding_; }
+    critical_section_helper& lock() { return *AsCriticalSection(lock_); }
+    void ForgetRebinding() { inHand_.store(nullptr); }
 
   private:
     class Hand;

@@ -84,4 +84,20 @@ void TracerLock::Sweep() {
     }
 }
 
+StaticLockStruct& TracerLock::KeepersLock() {
+    return g_PoolLock;
+}
+
+void TracerLock::RenewAll() {
+    std::size_t used = g_UsedOfLastBlock;
+    for (Block* block = g_LastBlock; block != nullptr; block = block->before) {
+        for (std::size_t i = 0; i < used; ++i) {
+            if (!block->locks[i].IsMine()) {
+                block->locks[i].Renew();
+            }
+        }
+        used = kBlockSize;
+    }
+}
+
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -37,6 +37,12 @@ class alignas(64) TracerLock : public OwnedLock { // a cache line each: writers 
     /// Sees to what was given back for later and has come free.
     static void Sweep();
 
+    /// For whoever forks: the lock of all these locks' keeper.
+    static StaticLockStruct& KeepersLock();
+    /// In the child of a fork: makes all of them free but those of the calling thread. What a line of another
+    /// thread left half done under one harms nobody.
+    static void RenewAll();
+
   private:
     static TracerLock* NextThatCameFree();
 

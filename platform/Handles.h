@@ -60,6 +60,8 @@ class critical_section_helper final : public handle_helper {
     int lock() { return pthread_mutex_lock(&mutex_); }
     bool try_lock() { return pthread_mutex_trylock(&mutex_) == 0; }
     int unlock() { return pthread_mutex_unlock(&mutex_); }
+    /// In the child of a fork: free again, whoever held it.
+    void Renew() { pthread_mutex_init(&mutex_, nullptr); }
 
   private:
     pthread_mutex_t mutex_{};

@@ -20,9 +20,20 @@ class OwnedLock : public StaticLockStruct {
         owner_.store(CurrentThread(), std::memory_order_relaxed);
         return result;
     }
+    bool try_lock() {
+        const bool taken = StaticLockStruct::try_lock();
+        if (taken) {
+            owner_.store(CurrentThread(), std::memory_order_relaxed);
+        }
+        return taken;
+    }
     int unlock() {
         owner_.store(0, std::memory_order_relaxed);
         return StaticLockStruct::unlock();
+    }
+    void Renew() {
+        owner_.store(0, std::memory_order_relaxed);
+        StaticLockStruct::Renew();
     }
     // A thread sees its own mark for as long as it holds the lock, and nobody else writes that mark.
     bool IsMine() const { return owner_.load(std::memory_order_relaxed) == CurrentThread(); }

@@ -20,13 +20,10 @@ class StaticSlot {
 
     class Use {
       public:
-        explicit Use(StaticSlot& slot) : slot_(slot) {
-            slot_.users_.fetch_add(1);
-            object_ = slot_.live_.load() ? slot_.Object() : nullptr;
-        }
+        explicit Use(StaticSlot& slot) : slot_(slot), object_(slot.Enter()) {}
         Use(const Use&) = delete;
         Use& operator=(const Use&) = delete;
-        ~Use() { slot_.users_.fetch_sub(1); }
+        ~Use() { slot_.Leave(); }
 
         explicit operator bool() const { return object_ != nullptr; }
         T* operator->() const { return object_; }
@@ -43,6 +40,17 @@ class StaticSlot {
         live_.store(true);
     }
 
+    /// The two halves of a use, for one that no scope bounds. Null where there is nothing to use; to be left
+    /// all the same.
+    T* Enter() {
+        users_.fetch_add(1);
+        return live_.load() ? Object() : nullptr;
+    }
+    void Leave() { users_.fetch_sub(1); }
+
+    /// In the child of a fork: the users were other threads, which are not there any more.
+    void ForgetUsers() { users_.store(0); }
+
     /// Whether the end has not begun yet.
     bool IsLive() const { return live_.load(); }
 
@@ -57,7 +65,7 @@ class StaticSlot {
     /// Waits for users to leave, but not for ever: the thread that ends the process may be one of them, out
     /// of a signal handler. False where some are still inside.
     bool AwaitUsers() const {
-        for (int turn = 0; users_.load() != 0; ++turn) {
+        for (int turn = 0; users_.load() > 0; ++turn) {
             if (turn == kPatience) {
                 return false;
             }

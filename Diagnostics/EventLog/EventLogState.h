@@ -1,11 +1,11 @@
 #pragma once
 
-#include <Diagnostics/Lock.h>
+#include "platform/OwnedLock.h"
 
 namespace Nima::Common::System::OS::Diagnostics {
 
 /// Guards both callbacks and every call through them. Has no end: a callback may be running while the process
 /// exits.
-extern constinit StaticLockStruct g_EventLogCallbackLock;
+extern constinit OwnedLock g_EventLogCallbackLock;
 
 } // namespace Nima::Common::System::OS::Diagnostics

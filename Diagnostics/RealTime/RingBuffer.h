@@ -71,6 +71,9 @@ class CRingBuffer {
     /// Writes heading and records as text, in slot order, up to the first empty slot. Takes no lock.
     void Dump(void* file);
 
+    /// In the child of a fork.
+    void RenewLock() { lock_.Renew(); }
+
   private:
     /// No smaller than what the processors that this runs on fetch and take from each other as a whole.
     static constexpr std::size_t kCacheLine = 64;

@@ -8,14 +8,18 @@
 #include <cerrno>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include <unistd.h>
 
 namespace Nima::Common::System::OS::Diagnostics {
 
 constinit std::atomic<CRingBuffer*> g_OSRing{nullptr};
+constinit StaticLockStruct g_RingBufferMgrLock;
 
 namespace {
+
+constinit std::atomic<CRingBufferMgr*> g_RingBufferMgr{nullptr};
 
 struct RingDescription {
     const wchar_t* name;
@@ -122,8 +126,27 @@ int CRingBufferMgr::GetRingBufferId(const wchar_t* name, int* id) const {
 }
 
 CRingBufferMgr& GetRingBufferMgr() {
-    static CRingBufferMgr& manager = *new CRingBufferMgr;
-    return manager;
+    CRingBufferMgr* manager = g_RingBufferMgr.load(std::memory_order_acquire);
+    if (manager == nullptr) {
+        const std::lock_guard guard(g_RingBufferMgrLock);
+        manager = g_RingBufferMgr.load(std::memory_order_relaxed);
+        if (manager == nullptr) {
+            manager = new CRingBufferMgr;
+            g_RingBufferMgr.store(manager, std::memory_order_release);
+        }
+    }
+    return *manager;
+}
+
+void RenewRingLocks() {
+    if (const CRingBufferMgr* const manager = g_RingBufferMgr.load(std::memory_order_acquire)) {
+        for (int i = 0; i < RING_COUNT; ++i) {
+            CRingBuffer* ring = nullptr;
+            if (manager->GetRingBuffer(i, &ring) == 0) {
+                ring->RenewLock();
+            }
+        }
+    }
 }
 
 int RecordInternalDiagnosticEvent(_OSDiagnosticEvents code, int a, int b, int c, int d) {

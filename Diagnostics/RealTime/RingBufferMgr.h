@@ -44,6 +44,13 @@ class CRingBufferMgr {
 /// The process's manager, built on the first call.
 CRingBufferMgr& GetRingBufferMgr();
 
+/// Guards the building of the manager.
+extern constinit StaticLockStruct g_RingBufferMgrLock;
+
+/// In the child of a fork: makes the locks of all rings free. What emptying or copying a ring left half done
+/// harms nobody.
+void RenewRingLocks();
+
 /// Ring 5; null until the manager is built.
 extern constinit std::atomic<CRingBuffer*> g_OSRing;
 

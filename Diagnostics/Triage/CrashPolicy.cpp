@@ -57,6 +57,19 @@ void CrashHandles::EndEvent() {
     }
 }
 
+void RenewCrashLock() {
+    if (g_CrashLock.IsMine()) {
+        return;
+    }
+    if (g_CrashLock.try_lock()) {
+        g_CrashLock.unlock();
+        return;
+    }
+    g_CrashLock.Renew();
+    g_CrashCount.store(0);
+    g_FatalConditionHandled.store(false);
+}
+
 void ContinueAfterCrash() {
     static_cast<event_helper*>(static_cast<handle_helper*>(g_CrashedHandle))->Set();
 }

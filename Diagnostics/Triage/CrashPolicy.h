@@ -1,14 +1,14 @@
 #pragma once
 
+#include "platform/OwnedLock.h"
+
 #include <atomic>
 #include <cstdint>
-
-#include <Diagnostics/Lock.h>
 
 namespace Nima::Common::System::OS::Diagnostics {
 
 /// Serialises all crash handling. Has no end, since the thread that ends the process holds it.
-extern constinit StaticLockStruct g_CrashLock;
+extern constinit OwnedLock g_CrashLock;
 
 /// The crash semaphore, which nobody waits on, and the event that lets a process go on that waits for a
 /// debugger. Built at load, ended at unload, unless somebody is still waiting then.
@@ -25,6 +25,10 @@ extern void* g_CrashedHandle;
 
 /// Set by the first handling of a failure and never cleared.
 extern constinit std::atomic<bool> g_FatalConditionHandled;
+
+/// In the child of a fork: where another thread was handling a crash, that was its own process's, and the
+/// lock is free again. A hook that forks goes on under the lock.
+void RenewCrashLock();
 
 /// Sets "DrelCrashContinue". Meant to be called from a debugger.
 void ContinueAfterCrash();

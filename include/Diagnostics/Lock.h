@@ -20,6 +20,8 @@ class LockStruct {
     bool try_lock() { return pthread_mutex_trylock(&mutex_) == 0; }
     /// Gives the lock back. Returns 0, or the error number of the threads library.
     int unlock() { return pthread_mutex_unlock(&mutex_); }
+    /// Makes the lock free. Only for the child of a fork: the thread that held it is not there any more.
+    void Renew() { pthread_mutex_init(&mutex_, nullptr); }
 
   private:
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
@@ -40,6 +42,8 @@ class StaticLockStruct {
     bool try_lock() { return pthread_mutex_trylock(&mutex_) == 0; }
     /// As `LockStruct::unlock`.
     int unlock() { return pthread_mutex_unlock(&mutex_); }
+    /// As `LockStruct::Renew`.
+    void Renew() { pthread_mutex_init(&mutex_, nullptr); }
 
   private:
     pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;

@@ -50,6 +50,8 @@ class NIMA_DIAGNOSTICS_API CMemoryQueue final : public CBaseTraceDevice {
     virtual void SetMode(int mode);
 
   private:
+    friend class ForkedDevice;
+
     struct Record {
         std::unique_ptr<unsigned char[]> bytes;
         std::size_t capacity = 0;

@@ -59,6 +59,8 @@ class NIMA_DIAGNOSTICS_API CRollingLogFile : public CBaseTraceDevice {
     virtual void SetNewLine(bool newLine);
 
   private:
+    friend class ForkedDevice;
+
     // All of these expect the caller to hold the lock.
     bool InternalInit();
     void InternalClose();

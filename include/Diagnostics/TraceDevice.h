@@ -10,6 +10,8 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
+class ForkedDevice;
+
 /// An output of the text trace. Tracers and the plain C functions reach every device through this interface
 /// alone. The order of the virtual functions is fixed.
 ///
@@ -53,6 +55,8 @@ class NIMA_DIAGNOSTICS_API ITraceDevice {
 /// A new device has 0 references, the name "unknown", is neither enabled nor open, and counts as alive
 /// until it is destroyed (`GetTraceDeviceCount`).
 class NIMA_DIAGNOSTICS_API CBaseTraceDevice : public ITraceDevice {
+    friend class ForkedDevice;
+
   public:
     CBaseTraceDevice();
     CBaseTraceDevice(const CBaseTraceDevice&) = delete;
