@@ -22,7 +22,7 @@ class ElfBytes {
         if (offset > size_ || count > (size_ - offset) / sizeof(T) || offset % alignof(T) != 0) {
             return nullptr;
         }
-        return reinterpret_cast<const T*>(bytes_ + offset);
+        return static_cast<const T*>(static_cast<const void*>(bytes_ + offset));
     }
 
     const char* Text(std::uintptr_t begin, std::uintptr_t length, std::uintptr_t offset) const {

@@ -16,19 +16,17 @@
 
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <netinet/in.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <Diagnostics/CrashApi.h>
-
-// The handler's demangler allocates, which is the one thing it is allowed; the thread sanitizer would end the
-// process.
-extern "C" const char* __tsan_default_options() {
-    return "report_signal_unsafe=0";
-}
 
 namespace Nima::Testing {
 
@@ -109,6 +107,7 @@ void ExpectFrames(const std::string& text) {
 }
 
 std::atomic<int> g_Depth{0};
+std::atomic<int> g_Flushes{0};
 
 /// An address that nothing is mapped at. Not null, which a sanitizer would see before the processor does.
 volatile int* Nowhere(int page = 1) {
@@ -122,7 +121,48 @@ __attribute__((noinline)) void WriteToNowhere(volatile int* target) {
     ++g_Depth;
 }
 
+/// Calls through a pointer that leads nowhere.
+__attribute__((noinline)) void CallNowhere() {
+    reinterpret_cast<void (*)()>(const_cast<int*>(Nowhere()))();
+    ++g_Depth;
+}
+
+__attribute__((noinline)) int FaultDeepDown(int depth) {
+    if (depth == 0) {
+        WriteToNowhere(Nowhere());
+    }
+    const int below = depth == 0 ? 0 : FaultDeepDown(depth - 1);
+    return ++g_Depth + below;
+}
+
+__attribute__((noinline)) int Overflow(int depth) {
+    volatile char room[500];
+    room[0] = static_cast<char>(depth);
+    return depth == -1 ? 0 : Overflow(depth + 1) + room[0];
+}
+
+#ifndef __arm__ // the emulator knows nothing of this
+/// From here on a system call of this process is answered as told.
+void Deny(unsigned call, unsigned answer) {
+    sock_filter rules[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, answer),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{static_cast<unsigned short>(std::size(rules)), rules};
+    ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+    ASSERT_EQ(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0) << std::strerror(errno);
+}
+#endif
+
 } // namespace
+
+/// What reaches the disk: the handler's own call, counted.
+extern "C" int fsync(int descriptor) {
+    ++g_Flushes;
+    return static_cast<int>(::syscall(SYS_fsync, descriptor));
+}
 
 class CrashHandler : public Sandbox {};
 
@@ -299,5 +339,91 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
         EXPECT_TRUE(Exists(death.File(1)));
     }
 }
+
+TEST_F(CrashHandler, AnAddressThatIsNoCodeIsTracedToItsCaller) {
+    const Death death = DieOf(CallNowhere);
+    EXPECT_TRUE(death.ByAbort());
+    const std::string frames = ReadFile(death.File(1));
+    ExpectFrames(frames);
+    EXPECT_EQ(CountOf(frames, "\n0x1000: -- error: unable to obtain symbol name for this frame\n"), 1U)
+        << frames;
+    EXPECT_EQ(CountOf(frames, "CallNowhere()"), 1U) << frames;
+}
+
+TEST_F(CrashHandler, EveryFrameOfADeepRecursionIsWritten) {
+    const Death death = DieOf([] { FaultDeepDown(10000); });
+    EXPECT_TRUE(death.ByAbort());
+    const std::string frames = ReadFile(death.File(1));
+    ExpectFrames(frames);
+    EXPECT_EQ(CountOf(frames, "FaultDeepDown(int)"), 10001U);
+    EXPECT_EQ(CountOf(ReadFile(death.File(2)), "FaultDeepDown(int)"), 10001U);
+}
+
+TEST_F(CrashHandler, AFullStackIsTraced) {
+    const Mosk mosk;
+    const Death death = DieOf([] {
+        const rlimit small{1 << 20, 1 << 20};
+        ::setrlimit(RLIMIT_STACK, &small);
+        Overflow(0);
+    });
+    EXPECT_TRUE(death.ByAbort()) << death.status;
+    EXPECT_GT(CountOf(ReadFile(death.File(1)), "Overflow(int)"), 500U);
+    EXPECT_EQ(mosk.Received().size(), 2U);
+}
+
+TEST_F(CrashHandler, TheFileIsOnDiskBeforeItIsAnnounced) {
+    const Death death = DieOf([] {
+        g_Flushes = 0;
+        ::signal(SIGABRT, [](int) { ::_exit(g_Flushes.load()); });
+        WriteToNowhere(Nowhere());
+    });
+    EXPECT_EQ(death.status, 1 << 8) << "flushed once before the abort";
+}
+
+TEST_F(CrashHandler, ClosedStandardDescriptorsStayClosed) {
+    const Mosk mosk;
+    const Death death = DieOf([] {
+        ::close(STDIN_FILENO);
+        ::close(STDOUT_FILENO);
+        ::close(STDERR_FILENO);
+        WriteToNowhere(Nowhere());
+    });
+    EXPECT_TRUE(death.ByAbort());
+    ExpectFrames(ReadFile(death.File(1)));
+    ExpectFrames(ReadFile(death.File(2)));
+    EXPECT_EQ(mosk.Received().size(), 2U);
+}
+
+#ifndef __arm__
+TEST_F(CrashHandler, WhatTheSystemDeniesIsDoneWithout) {
+    const Mosk mosk;
+    // No copy of the process: the stack is walked in place.
+    Death death = DieOf([] {
+        Deny(SYS_clone, SECCOMP_RET_ERRNO | EPERM);
+        WriteToNowhere(Nowhere());
+    });
+    EXPECT_TRUE(death.ByAbort()) << death.status;
+    ExpectFrames(ReadFile(death.File(1)));
+    EXPECT_EQ(CountOf(ReadFile(death.File(1)), "WriteToNowhere(int volatile*"), 1U);
+    EXPECT_EQ(mosk.Received().size(), 2U);
+
+    // A call that raises a signal of its own within the handler costs no more than its step.
+    death = DieOf([] {
+        Deny(SYS_clone, SECCOMP_RET_TRAP);
+        WriteToNowhere(Nowhere());
+    });
+    EXPECT_TRUE(death.ByAbort()) << death.status;
+    ExpectFrames(ReadFile(death.File(1)));
+    EXPECT_EQ(mosk.Received().size(), 2U);
+
+    death = DieOf([] {
+        Deny(SYS_socket, SECCOMP_RET_TRAP);
+        ::raise(SIGSYS);
+    });
+    EXPECT_TRUE(death.ByAbort()) << death.status;
+    ExpectFrames(ReadFile(death.File(1)));
+    ExpectFrames(ReadFile(death.File(2)));
+}
+#endif
 
 } // namespace Nima::Testing
