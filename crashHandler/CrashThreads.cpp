@@ -65,7 +65,6 @@ CrashThread* EnterCrashThread() {
             entered->recovery = nullptr;
             entered->interrupted = 0;
             entered->calledByUs = false;
-            entered->leftOut = 0;
             entered->failedRungs = 0;
             entered->withoutFile = false;
             entered->unannounced = nullptr;
@@ -98,6 +97,15 @@ void WaitForOtherCrashThreads() {
         }
         PauseFor(1000000);
     }
+}
+
+std::size_t RoomOnAlternateStack() {
+    stack_t alternate{};
+    if (::sigaltstack(nullptr, &alternate) != 0 || (alternate.ss_flags & SS_ONSTACK) == 0) {
+        return ~std::size_t{0};
+    }
+    return reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) -
+           reinterpret_cast<std::uintptr_t>(alternate.ss_sp);
 }
 
 void UnblockFaults() {

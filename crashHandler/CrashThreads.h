@@ -6,6 +6,7 @@
 #include <atomic>
 #include <csetjmp>
 #include <csignal>
+#include <cstddef>
 #include <cstdint>
 
 #include <sys/types.h>
@@ -24,10 +25,8 @@ struct CrashThread {
     sigjmp_buf* recovery = nullptr;
     /// The instruction that the signal interrupted, 0 where there was none.
     std::uintptr_t interrupted = 0;
-    /// The handler's own caller is one of ours, which would say nothing among the frames.
+    /// The handler is called by our own function that the system calls.
     bool calledByUs = false;
-    /// Where the handler returns to in it, 0 if nothing is left out.
-    std::uintptr_t leftOut = 0;
     /// A bit for each way of walking the stack that came to no end.
     unsigned failedRungs = 0;
     /// No file could be made the last time.
@@ -49,6 +48,10 @@ void NoteCrashActivity();
 /// Waits until no other thread has files left to write or announce, at most 500 ms after the last sign of
 /// activity.
 void WaitForOtherCrashThreads();
+
+/// How much room the calling thread has left where it runs on an alternate stack; there is no telling
+/// elsewhere, and the result is the greatest number.
+std::size_t RoomOnAlternateStack();
 
 /// Lets synchronous faults through in the calling thread, so that one within the handler finds it.
 void UnblockFaults();

@@ -110,7 +110,6 @@ bool Run(void* argument, std::atomic<std::uint32_t>& steps) {
     bool wrote = false;
     for (Frame frame; walk.Next(frame); steps.fetch_add(1)) {
         if (CodeAddress(frame.instruction) == CodeAddress(request.leftOut)) {
-            request.leftOut = 0;
             continue;
         }
         Gather(request, LineOf(frame, hasModules));

@@ -18,7 +18,7 @@ struct FrameRequest {
     int descriptor;
     unw_context_t* context; ///< captured in the frame whose callers are written
     bool withNames;         ///< else addresses alone, by libunwind's own search for its tables
-    std::uintptr_t leftOut; ///< the instruction of a frame to leave out, or 0
+    std::uintptr_t leftOut; ///< frames at this instruction are passed over; 0 for none
     off_t begin;            ///< an earlier try's lines from here on are replaced; -1 where that cannot be
 };
 

@@ -22,7 +22,7 @@ WorkEnd Climb(CrashThread* thread, FrameRequest request) {
 
 } // namespace
 
-void WriteStack(CrashThread* thread, int descriptor, unw_context_t& context) {
+void WriteStack(CrashThread* thread, int descriptor, unw_context_t& context, std::uintptr_t leftOut) {
     const off_t begin = ::lseek(descriptor, 0, SEEK_END);
     unsigned failed = thread != nullptr ? thread->failedRungs : 0;
     WorkEnd end = WorkEnd::NotTried;
@@ -30,8 +30,7 @@ void WriteStack(CrashThread* thread, int descriptor, unw_context_t& context) {
         if ((failed & (1U << rung)) != 0) {
             continue;
         }
-        end = Climb(thread, {descriptor, &context, rung != kAddresses,
-                             thread != nullptr ? thread->leftOut : 0, begin});
+        end = Climb(thread, {descriptor, &context, rung != kAddresses, leftOut, begin});
         if (end == WorkEnd::TooLong) {
             failed = kAllRungs; // a stack without end
         } else if (end != WorkEnd::Done) {

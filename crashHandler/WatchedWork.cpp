@@ -153,16 +153,6 @@ WorkEnd Watch(pid_t child, const Shared& shared) {
     return shared.done.load() ? WorkEnd::Done : WorkEnd::Failed;
 }
 
-/// How much of its stack the calling thread has left, as far as that matters: an alternate stack is small.
-std::size_t RoomOnStack() {
-    stack_t alternate{};
-    if (::sigaltstack(nullptr, &alternate) != 0 || (alternate.ss_flags & SS_ONSTACK) == 0) {
-        return kRoomInPlace;
-    }
-    const auto here = reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0));
-    return here - reinterpret_cast<std::uintptr_t>(alternate.ss_sp);
-}
-
 /// The thread that works in place, for a timer that is not aimed at it.
 constinit std::atomic<pid_t> g_InPlace{0};
 
@@ -256,7 +246,7 @@ WorkEnd DoInChild(const Work& work) {
 }
 
 WorkEnd DoInPlace(CrashThread* thread, const Work& work) {
-    if (thread == nullptr || RoomOnStack() < kRoomInPlace || !TakePlace()) {
+    if (thread == nullptr || RoomOnAlternateStack() < kRoomInPlace || !TakePlace()) {
         return WorkEnd::NotTried;
     }
     WorkEnd end = WorkEnd::NotTried;

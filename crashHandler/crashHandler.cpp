@@ -8,6 +8,7 @@
 #include "crashHandler/TextLine.h"
 #include "crashHandler/WatchedWork.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -19,6 +20,7 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <pthread.h>
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -45,6 +47,12 @@ constexpr long long kPatienceAfterFailure = 100;
 constexpr long long kForEver = -1;
 
 constexpr std::size_t kAlternateStackSize = 128 * 1024;
+/// What another signal takes of an alternate stack besides the system's own frame.
+constexpr std::size_t kEntryRoom = 5 * 1024;
+
+/// Where `signalHandler` returns to in our own function that calls it, which would say nothing among the
+/// frames.
+constinit std::atomic<std::uintptr_t> g_OurCaller{0};
 
 using ReportLine = TextLine<kFrameLineSize>;
 
@@ -182,6 +190,11 @@ void OnSignal(int signal, siginfo_t* info, void* context) {
     __asm__ volatile(""); // keeps this frame on the stack, where it is looked for
 }
 
+bool AbortComesHere() {
+    struct sigaction action {};
+    return ::sigaction(SIGABRT, nullptr, &action) == 0 && action.sa_sigaction == OnSignal;
+}
+
 // SA_SIGINFO makes the kernel lay out the frame that the unwinder recognises, under emulation too. SA_RESTART
 // and a mask of nothing but the signal itself are what `signal` installs. A thread that has an alternate
 // stack is not lost when its own is full.
@@ -250,7 +263,7 @@ int getFileName(int* descriptor, char* name) {
     unw_context_t context;
     unw_getcontext(&context);
     if (descriptor != -1) {
-        WriteStack(CurrentCrashThread(), descriptor, context);
+        WriteStack(CurrentCrashThread(), descriptor, context, g_OurCaller.load());
     }
 }
 
@@ -293,9 +306,10 @@ void notifyMoskAboutCrash(const char* name) {
     }
     if (thread != nullptr) {
         thread->last = signal == SIGABRT;
-        thread->leftOut =
-            thread->calledByUs ? reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)) : 0;
-        thread->calledByUs = false;
+        if (thread->calledByUs) {
+            g_OurCaller.store(reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)));
+            thread->calledByUs = false;
+        }
         if (thread->unannounced != nullptr) {
             Announce(thread, thread->unannounced); // an abort in the middle of the entry before
         }
@@ -310,13 +324,17 @@ void notifyMoskAboutCrash(const char* name) {
     if (signal == SIGABRT) {
         EndLastEntry(thread);
     }
+    if (RoomOnAlternateStack() < ::getauxval(AT_MINSIGSTKSZ) + kEntryRoom && AbortComesHere()) {
+        // What the abort would enter, if there were room for a signal.
+        void (*volatile const entry)(int) = signalHandler;
+        entry(SIGABRT);
+    }
     std::abort();
 }
 
 void terminateHandler() {
     CrashThread* const thread = Enter();
     if (thread != nullptr) {
-        thread->leftOut = 0;
         thread->interrupted = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
     }
     StackFile file;
@@ -356,7 +374,6 @@ void HandleFatalCrash(const char* message, const char* callStack, unsigned code,
     callStack = orEmpty(callStack);
     file = orEmpty(file);
     if (thread != nullptr) {
-        thread->leftOut = 0;
         thread->interrupted = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
     }
     StackFile report;
