@@ -13,7 +13,6 @@ import pathlib
 import re
 import sys
 import tempfile
-import time
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
@@ -28,7 +27,8 @@ import sample_page  # noqa: E402
 FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
          "--disable-component-update", "--disable-sync", "--window-size=1366,900", "--force-device-scale-factor=1"]
 UNSEEN = re.compile("[\0-\x08\x0b-\x1f\x7f-\x9f\xad\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]")
-OPENING_SECONDS = 10
+# Of the page's own thread, so that a busy machine does not matter.
+OPENING_SECONDS = 6
 FRAME_MS = 100
 
 
@@ -77,11 +77,15 @@ class Page:
     def open(self):
         for kind in ("browser", "performance"):
             self.browser.get_log(kind)
-        begin = time.monotonic()
         self.browser.get(self.path.as_uri())
         WebDriverWait(self.browser, 60).until(lambda b: "loading" not in (self.find("body").get_attribute("class") or ""))
         self.settle()
-        self.seconds = time.monotonic() - begin
+        self.opening = self.spent()
+
+    def spent(self):
+        """Seconds of processor time that the page's thread has taken so far."""
+        metrics = self.browser.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]
+        return next(metric["value"] for metric in metrics if metric["name"] == "TaskDuration")
 
     def view(self):
         return self.run("const {from, to} = document.getElementById('range').dataset; return [Number(from), Number(to)];")
@@ -189,6 +193,14 @@ class Page:
         self.check("the button changes the colours of page and timeline", before[0] != dark[0] and before[1] != dark[1])
         self.click("#theme")
         self.check("and changes them back", (self.run(read), self.run(pixel)) == before)
+
+    def paper(self):
+        """Printing leaves out the timeline and the records; quiet() sees whether drawing nothing is taken well."""
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print"})
+        self.settle()
+        self.check("paper has no timeline", not self.find("#lanes").is_displayed() and self.find("#failure").is_displayed())
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": ""})
+        self.settle()
 
     def table(self):
         self.check("all records are counted", self.count() == len(self.rows), self.count())
@@ -388,18 +400,20 @@ class Page:
         return False
 
     def speed(self):
-        self.check(f"{len(self.rows)} records open within {OPENING_SECONDS} seconds", self.seconds < OPENING_SECONDS,
-                   f"{self.seconds:.1f} s")
-        mean = self.browser.execute_async_script("""
-            const done = arguments[0]; let left = 30; const begin = performance.now();
+        self.check(f"{len(self.rows)} records open within {OPENING_SECONDS} seconds", self.opening < OPENING_SECONDS,
+                   f"{self.opening:.1f} s")
+        before = self.spent()
+        self.browser.execute_async_script("""
+            const done = arguments[0]; let left = 30;
             const step = () => {
-                if (left-- === 0) { done((performance.now() - begin) / 30); return; }
+                if (left-- === 0) { done(); return; }
                 document.getElementById(left % 2 ? 'zoom-in' : 'zoom-out').click();
                 requestAnimationFrame(step);
             };
             requestAnimationFrame(step);""")
+        mean = (self.spent() - before) / 30 * 1000
         self.check(f"a frame of the timeline takes less than {FRAME_MS} ms", mean < FRAME_MS, f"{mean:.0f} ms")
-        print(f"     opened in {self.seconds:.1f} s, {mean:.0f} ms a frame")
+        print(f"     opened in {self.opening:.1f} s, {mean:.0f} ms a frame")
         self.click("#zoom-fit")
 
     def shown_time(self):
@@ -432,6 +446,7 @@ class Page:
             self.shown_time()
         self.theme()
         self.layout()
+        self.paper()
         self.quiet()
 
 
@@ -471,6 +486,7 @@ def start_browser(profile):
     browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
     # The browser's own first page asks for things too.
     browser.get("about:blank")
+    browser.execute_cdp_cmd("Performance.enable", {"timeDomain": "threadTicks"})
     return browser
 
 
