@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # Sourced. Seeds for the fuzz targets, and a run of them.
 
+fuzz_targets=(systrace ring_segment ring_text text_log queue_file crash_log stack_trace names log_line notification
+    live_segments)
+
 # make_seeds HOST CORPUS: what the example device leaves when it dies, cut small, besides the seeds of the tree.
 make_seeds() {
     local host corpus=$2 run target

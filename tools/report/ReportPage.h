@@ -4,7 +4,7 @@
 
 namespace NimaPost {
 
-/// The report's page up to the place of its data. What stands there is one JSON object as page.js tells, with
+/// The report's page up to the place of its data. What goes there is one JSON object as page/main.js describes it, with
 /// every "<" written as \u003c.
 std::string_view PageHead();
 

@@ -1,6 +1,6 @@
 // The page's data, one JSON object in the element "data". The writer escapes every "<" as \u003c and every control
-// character as JSON asks, and writes UTF-8: bytes of the device that are none become U+FFFD or \u00XX. Text is shown as it
-// is, never read as markup. Whole fields may be missing or null where the folder says nothing about them.
+// character as JSON asks, and writes UTF-8: bytes of the device that are not UTF-8 become U+FFFD or \u00XX. Text is
+// shown as it is, never read as markup. Whole fields may be missing or null where the folder says nothing about them.
 //
 // {
 //   "tool": "nima-post 1.0.0", "folder": "name", "generated": "2026-11-24T18:00:00Z",
@@ -14,7 +14,7 @@
 //      "time": ns | null},
 //     (a folder with stack-trace files but no crash log has a failure too, with a title that says so)
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time
-//             "origin": "2026-11-24T15:09:26.000" | null,     what t = 0 is, to be read by people
+//             "origin": "2026-11-24T15:09:26.000" | null,     what t = 0 is, for people to read
 //             "originMs": ms | null,       the same, milliseconds since 1970 as if local time were UTC
 //             "statement": ["...", ...]},
 //   "files": [{"name": "device.log", "kind": "text log", "bytes": 123,
@@ -31,53 +31,42 @@
 //   "omitted": {"rows": 0, "statement": ""}
 // }
 //
-// Times are nanoseconds since the origin, whole numbers; "rows" is sorted by them. A row whose time is unknown has t = null,
-// is listed after the others and not drawn. "sure" is 0 for an exact time, 1 for one that may be later by whole seconds,
-// 2 for one that was placed by assumption. "source", "thread", "level" and "name" are indices, -1 where there is none.
-// Levels "0" to "3" are those of the binary trace. "args" may be left out of a row that has none.
+// Times are nanoseconds since the origin, whole numbers; "rows" is sorted by them. A row whose time is unknown has
+// t = null, comes after the others and is not drawn. "sure" is 0 for an exact time, 1 for one that may be later by
+// whole seconds, 2 for one that was placed by assumption. "source", "thread", "level" and "name" are indices, -1 where
+// there is none. Levels "0" to "3" are those of the binary trace. A row without arguments may leave out "args".
+import {byId, element} from "./base/dom.js";
+import {visible} from "./base/text.js";
+import {Model} from "./model/model.js";
+import {Details} from "./records/details.js";
+import {RecordTable} from "./records/table.js";
+import {showFailure} from "./summary/failure.js";
+import {showFiles} from "./summary/files.js";
+import {showClock, showHeading, showOmitted} from "./summary/heading.js";
+import {showRings} from "./summary/rings.js";
+import {startTheme} from "./theme.js";
+import {Timeline} from "./timeline/timeline.js";
 
-function applyTheme(theme) {
-  document.documentElement.dataset.theme = theme;
-  const button = byId("theme");
-  button.textContent = theme === "dark" ? "Light" : "Dark";
-  button.setAttribute("aria-pressed", String(theme === "dark"));
-  button.setAttribute("aria-label", theme === "dark" ? "Dark colours are on" : "Dark colours are off");
-  document.dispatchEvent(new Event("themechange"));
+function showSummary(model) {
+  showHeading(model);
+  showFailure(model);
+  showClock(model);
+  showFiles(model);
+  showRings(model);
+  showOmitted(model);
 }
 
-function startTheme() {
-  const system = matchMedia("(prefers-color-scheme: dark)");
-  let chosen = false;
-  applyTheme(system.matches ? "dark" : "light");
-  system.addEventListener("change", () => {
-    if (!chosen) {
-      applyTheme(system.matches ? "dark" : "light");
-    }
-  });
-  byId("theme").addEventListener("click", () => {
-    chosen = true;
-    applyTheme(document.documentElement.dataset.theme === "dark" ? "light" : "dark");
-  });
-  startPrinting();
+function listenForEscape(action) {
+  for (const host of [byId("lanes"), byId("grid")]) {
+    host.addEventListener("keydown", (event) => {
+      if (event.key === "Escape") {
+        action();
+      }
+    });
+  }
 }
 
-// Paper is light, and a closed list cannot be opened on it.
-function startPrinting() {
-  let theme = null;
-  let closed = [];
-  addEventListener("beforeprint", () => {
-    theme = document.documentElement.dataset.theme;
-    applyTheme("light");
-    closed = [...document.querySelectorAll("details:not([open])")];
-    closed.forEach((node) => { node.open = true; });
-  });
-  addEventListener("afterprint", () => {
-    applyTheme(theme);
-    closed.forEach((node) => { node.open = false; });
-  });
-}
-
-// Who shows records listens here; a selection made in one place reaches the others.
+// A selection made in one view reaches the others.
 function connect(model) {
   const timeline = new Timeline(model);
   const table = new RecordTable(model);
@@ -91,16 +80,10 @@ function connect(model) {
   timeline.onSelect = (row) => select(row, timeline);
   table.onSelect = (row) => select(row, table);
   table.onFilter = (matches, isFiltered) => timeline.setMatches(matches, isFiltered);
-  timeline.onView = (from, to) => table.setShownTime(from, to);
+  timeline.onView = (from, to) => table.setVisibleTime(from, to);
   details.onCentre = (row) => timeline.centre(row);
   details.onThread = (thread) => table.filterThread(thread);
-  for (const host of [byId("lanes"), byId("grid")]) {
-    host.addEventListener("keydown", (event) => {
-      if (event.key === "Escape") {
-        select(-1, null);
-      }
-    });
-  }
+  listenForEscape(() => select(-1, null));
 
   details.show(-1);
   table.start();
@@ -110,7 +93,8 @@ function connect(model) {
 function showBroken(error) {
   const message = element("p", "message");
   message.setAttribute("role", "alert");
-  message.textContent = `The data inside this page cannot be read; the file may be incomplete. (${visible(error.message)})`;
+  message.textContent =
+    `The data inside this page cannot be read; the file may be incomplete. (${visible(error.message)})`;
   document.querySelector("main").replaceWith(message);
 }
 
