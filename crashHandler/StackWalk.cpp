@@ -1,7 +1,12 @@
 #include "crashHandler/StackWalk.h"
 
+#include <cerrno>
 #include <cstring>
 #include <initializer_list>
+#include <iterator>
+
+#include <sys/syscall.h>
+#include <unistd.h>
 
 // Exported by libunwind for readers of other processes, but declared in none of its headers.
 #ifdef __arm__
@@ -14,34 +19,36 @@ extern "C" int SearchUnwindTable(unw_addr_space_t space, unw_word_t address, unw
 
 namespace CrashHandling {
 
-ReadGuard g_ReadGuard;
-
 namespace {
 
 /// Made while the process is well, since that takes memory.
 unw_addr_space_t g_Space = nullptr;
+
+/// Whether a page can be read. The system reads the set of signals before it looks at what to do with it,
+/// which is nothing that it knows.
+bool IsReadable(std::uintptr_t page) {
+    constexpr int kNoSuchAction = -1;
+    constexpr std::size_t kSetSize = 8;
+    return ::syscall(SYS_rt_sigprocmask, kNoSuchAction, page, nullptr, kSetSize) == 0 || errno != EFAULT;
+}
 
 /// Whether a word can be read. A damaged stack leads anywhere; a page that was good once is good for the rest
 /// of the walk.
 bool CanRead(std::uintptr_t address) {
     constexpr std::uintptr_t kPage = 4096;
     static constinit std::uintptr_t goodPages[16];
-    const std::uintptr_t page = address / kPage;
-    std::uintptr_t& good = goodPages[page % (sizeof(goodPages) / sizeof(goodPages[0]))];
-    if (address % kPage > kPage - sizeof(unw_word_t) || page == 0) {
-        return page != 0 && CanRead(address & ~(kPage - 1)) && CanRead((page + 1) * kPage);
+    const std::uintptr_t first = address & ~(kPage - 1);
+    const std::uintptr_t last = (address + sizeof(unw_word_t) - 1) & ~(kPage - 1);
+    for (const std::uintptr_t page : {first, last}) {
+        std::uintptr_t& good = goodPages[page / kPage % std::size(goodPages)];
+        if (good == page && page != 0) {
+            continue;
+        }
+        if (!IsReadable(page)) {
+            return false;
+        }
+        good = page;
     }
-    if (good == page || !g_ReadGuard.inUse) {
-        return true;
-    }
-    if (sigsetjmp(g_ReadGuard.place, 0) != 0) {
-        g_ReadGuard.armed = 0;
-        return false;
-    }
-    g_ReadGuard.armed = 1;
-    [[maybe_unused]] const auto tried = *reinterpret_cast<volatile const unsigned char*>(address);
-    g_ReadGuard.armed = 0;
-    good = page;
     return true;
 }
 

@@ -5,8 +5,6 @@
 
 #include "crashHandler/LoadedModules.h"
 
-#include <csetjmp>
-#include <csignal>
 #include <cstdint>
 
 #include <libunwind.h>
@@ -25,16 +23,6 @@ enum class TableSearch {
     Modules, ///< we, in the list of modules: needs no lock
     Loader   ///< libunwind, which asks the loader and waits for its lock
 };
-
-/// Where a fault goes that comes of reading a damaged stack. Only one stack is walked at a time in a process.
-struct ReadGuard {
-    sigjmp_buf place;
-    /// A read is being tried: the handler of the fault jumps to `place`.
-    volatile std::sig_atomic_t armed;
-    /// There is such a handler.
-    bool inUse;
-};
-extern ReadGuard g_ReadGuard;
 
 class StackWalk {
   public:

@@ -1,7 +1,6 @@
 #include "crashHandler/WatchedWork.h"
 
 #include "crashHandler/Moments.h"
-#include "crashHandler/StackWalk.h"
 
 #include <cerrno>
 #include <csignal>
@@ -71,9 +70,6 @@ void SetHandler(int number, void (*handler)(int), int flags) {
 }
 
 void OnChildFault(int /*signal*/) {
-    if (g_ReadGuard.armed != 0) {
-        siglongjmp(g_ReadGuard.place, 1);
-    }
     for (const int number : {SIGSEGV, SIGBUS}) {
         SetHandler(number, SIG_DFL, 0);
     }
@@ -86,11 +82,9 @@ void TakeOverFaults() {
         SetHandler(number, SIG_DFL, 0);
     }
     for (const int number : {SIGSEGV, SIGBUS}) {
-        SetHandler(number, OnChildFault, SA_NODEFER);
+        SetHandler(number, OnChildFault, 0);
     }
     UnblockFaults();
-    g_ReadGuard.armed = 0;
-    g_ReadGuard.inUse = true;
 }
 
 int ChildMain(void* argument) {

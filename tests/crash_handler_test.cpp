@@ -74,6 +74,7 @@ Death DieOf(const std::function<void()>& action) {
     Death death;
     death.pid = ::fork();
     if (death.pid == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // one that hangs would keep the port from the tests that follow
         ::dup2(::open("out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
         ::dup2(::open("err", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
         InstallCrashHandler(0);
@@ -412,6 +413,7 @@ TEST_F(CrashHandler, WhatTheSystemDeniesIsDoneWithout) {
     EXPECT_EQ(CountOf(ReadFile(death.File(1)), "WriteToNowhere(int volatile*"), 1U);
     EXPECT_EQ(mosk.Received().size(), 2U);
 
+#ifndef __SANITIZE_THREAD__ // it puts these signals off
     // A call that raises a signal of its own within the handler costs no more than its step.
     death = DieOf([] {
         Deny(SYS_clone, SECCOMP_RET_TRAP);
@@ -428,6 +430,7 @@ TEST_F(CrashHandler, WhatTheSystemDeniesIsDoneWithout) {
     EXPECT_TRUE(death.ByAbort()) << death.status;
     ExpectFrames(ReadFile(death.File(1)));
     ExpectFrames(ReadFile(death.File(2)));
+#endif
 }
 #endif
 

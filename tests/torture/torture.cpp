@@ -32,6 +32,7 @@
 #include <fcntl.h>
 #include <link.h>
 #include <netinet/in.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -253,6 +254,7 @@ constexpr Way kWays[] = {
 };
 
 [[noreturn]] void BeHost(const Way& way, int threads, milliseconds delay) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::dup2(::open("out", O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
     ::dup2(::open("err", O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
     rlimit descriptors{256, 256};
