@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Sourced. What scripts/test --lint checks: C and C++ sources, the modules of the report's page, shell scripts.
 
-# New files count as well, so that nothing is committed before it was looked at.
+# New files count as well, so that nothing unchecked is committed.
 project_files() {
     if [[ "$(git rev-parse --show-toplevel 2>/dev/null || true)" == "$PWD" ]]; then
         git ls-files --cached --others --exclude-standard

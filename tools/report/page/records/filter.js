@@ -15,7 +15,8 @@ function option(value, text) {
 // How many rows have each value of a column; the last counter is for those with none.
 function countValues(column, size) {
   const counts = new Uint32Array(size + 1);
-  for (const value of column) {
+  for (let row = 0; row < column.length; ++row) {
+    const value = column[row];
     counts[value >= 0 && value < size ? value : size] += 1;
   }
   return counts;

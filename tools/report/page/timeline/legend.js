@@ -36,8 +36,12 @@ function legendItem(paint) {
 }
 
 export function fillLegend(legend, model) {
-  const seen = new Set(model.paint.subarray(0, model.timed));
-  const isUnsure = model.sure.subarray(0, model.timed).some((sure) => sure !== SURE_EXACT);
+  const seen = new Set();
+  let isUnsure = false;
+  for (let row = 0; row < model.timed; ++row) {
+    seen.add(model.paint[row]);
+    isUnsure = isUnsure || model.sure[row] !== SURE_EXACT;
+  }
   legend.append(...[...seen].sort((a, b) => legendOrder(a) - legendOrder(b)).map(legendItem));
   if (isUnsure) {
     legend.append(legendMark("mark hollow", "", "hollow: time not exact"));
