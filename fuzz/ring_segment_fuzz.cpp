@@ -1,7 +1,7 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/RingOrder.h"
-#include "tools/Wording.h"
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
+#include "tools/rings/RingOrder.h"
+#include "tools/words/Wording.h"
 
 using namespace NimaPost;
 

@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/RingOrder.h"
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
+#include "tools/rings/RingOrder.h"
 
 using namespace NimaPost;
 

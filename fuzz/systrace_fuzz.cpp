@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/Wording.h"
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
+#include "tools/words/Wording.h"
 
 using namespace NimaPost;
 

@@ -1,6 +1,6 @@
 #include "tools/commands/Commands.h"
 
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
 
 #include <iostream>
 

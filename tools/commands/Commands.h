@@ -1,8 +1,8 @@
 #pragma once
 
-#include "tools/Names.h"
-#include "tools/support/Findings.h"
-#include "tools/support/Output.h"
+#include "tools/base/Findings.h"
+#include "tools/base/Output.h"
+#include "tools/names/Names.h"
 
 #include <functional>
 #include <string>

@@ -1,7 +1,7 @@
-#include "tools/CrashSummary.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/CrashLog.h"
-#include "tools/support/Text.h"
+#include "tools/crash/CrashLog.h"
+#include "tools/crash/CrashSummary.h"
 
 #include <algorithm>
 #include <memory>

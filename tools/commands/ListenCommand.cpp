@@ -1,10 +1,10 @@
-#include "tools/StackTraceCollector.h"
+#include "tools/base/Interrupt.h"
+#include "tools/base/LocalTime.h"
+#include "tools/base/Text.h"
+#include "tools/base/WallClock.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/Notification.h"
-#include "tools/support/Interrupt.h"
-#include "tools/support/LocalTime.h"
-#include "tools/support/Text.h"
-#include "tools/time/WallClock.h"
+#include "tools/crash/Notification.h"
+#include "tools/crash/StackTraceCollector.h"
 
 #include <array>
 #include <cerrno>

@@ -1,10 +1,10 @@
-#include "tools/LogFilter.h"
-#include "tools/LogFollower.h"
+#include "tools/base/CounterClock.h"
+#include "tools/base/Interrupt.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/TextLog.h"
-#include "tools/support/Interrupt.h"
-#include "tools/support/Text.h"
-#include "tools/time/CounterClock.h"
+#include "tools/log/LogFilter.h"
+#include "tools/log/LogFollower.h"
+#include "tools/log/LogSet.h"
 
 #include <chrono>
 #include <deque>

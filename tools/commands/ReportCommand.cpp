@@ -1,9 +1,9 @@
-#include "tools/CrashSummary.h"
-#include "tools/OutputFile.h"
-#include "tools/Timeline.h"
+#include "tools/base/OutputFile.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/crash/CrashSummary.h"
 #include "tools/report/ReportPage.h"
-#include "tools/support/Text.h"
+#include "tools/story/Timeline.h"
 
 #include <algorithm>
 #include <array>

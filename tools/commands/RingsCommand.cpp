@@ -1,8 +1,8 @@
-#include "tools/RingOrder.h"
-#include "tools/Wording.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/Rings.h"
-#include "tools/support/Text.h"
+#include "tools/rings/RingOrder.h"
+#include "tools/rings/Rings.h"
+#include "tools/words/Wording.h"
 
 #include <algorithm>
 #include <memory>

@@ -1,7 +1,7 @@
-#include "tools/Wording.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/SysTraceFile.h"
-#include "tools/support/Text.h"
+#include "tools/systrace/SysTraceFile.h"
+#include "tools/words/Wording.h"
 
 #include <algorithm>
 #include <deque>

@@ -1,8 +1,8 @@
-#include "tools/OutputFile.h"
-#include "tools/Timeline.h"
+#include "tools/base/CounterClock.h"
+#include "tools/base/OutputFile.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/support/Text.h"
-#include "tools/time/CounterClock.h"
+#include "tools/story/Timeline.h"
 
 #include <map>
 #include <memory>

@@ -1,12 +1,12 @@
-#include "tools/Wording.h"
+#include "tools/base/Interrupt.h"
+#include "tools/base/LocalTime.h"
+#include "tools/base/Screen.h"
+#include "tools/base/Text.h"
+#include "tools/base/WallClock.h"
 #include "tools/commands/Commands.h"
-#include "tools/live/LiveRings.h"
-#include "tools/live/LiveTrace.h"
-#include "tools/support/Interrupt.h"
-#include "tools/support/LocalTime.h"
-#include "tools/support/Screen.h"
-#include "tools/support/Text.h"
-#include "tools/time/WallClock.h"
+#include "tools/rings/LiveRings.h"
+#include "tools/systrace/LiveTrace.h"
+#include "tools/words/Wording.h"
 
 #include <algorithm>
 #include <chrono>
