@@ -1,5 +1,9 @@
 #include "crashHandler/crashHandler.h"
 
+#include "catalogue/Files.h"
+#include "catalogue/Marks.h"
+#include "catalogue/Notification.h"
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -24,7 +28,6 @@
 
 namespace {
 
-constexpr unsigned short kMoskPort = 65429;
 constexpr const char* kThisUnit = "crashHandler/crashHandler";
 constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 
@@ -112,10 +115,11 @@ void AppendFunction(unw_cursor_t& cursor, char (&line)[kFrameLineSize]) {
     if (unw_get_proc_name(&cursor, symbol, sizeof(symbol), &offset) == 0) {
         int status = -1;
         char* const demangled = abi::__cxa_demangle(symbol, nullptr, nullptr, &status);
-        Append(line, " (%s+0x%lx)\n", status == 0 ? demangled : symbol, static_cast<unsigned long>(offset));
+        Append(line, "%s%s+0x%lx)\n", Nima::Catalogue::kFrameFunction, status == 0 ? demangled : symbol,
+               static_cast<unsigned long>(offset));
         std::free(demangled);
     } else {
-        Append(line, " -- error: unable to obtain symbol name for this frame\n");
+        Append(line, "%s\n", Nima::Catalogue::kFrameWithoutName);
     }
     if (std::strlen(line) == sizeof(line) - 1) {
         line[sizeof(line) - 2] = '\n';
@@ -143,7 +147,7 @@ void SendToMosk(const char* text) {
     const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(kMoskPort);
+    address.sin_port = htons(Nima::Catalogue::kNotificationPort);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const ssize_t sent = ::sendto(socket, text, std::strlen(text), 0,
                                   reinterpret_cast<const sockaddr*>(&address), sizeof(address));
@@ -158,8 +162,9 @@ void SendToMosk(const char* text) {
 
 int getFileName(int* descriptor, char* name) {
     for (unsigned number = 1;; ++number) {
-        std::snprintf(name, kStackFileNameSize, "./stacktrace%d-%d.txt", static_cast<int>(::getpid()),
-                      static_cast<int>(number));
+        std::snprintf(name, kStackFileNameSize, "./%s%d-%d%s", Nima::Catalogue::kStackTracePrefix,
+                      static_cast<int>(::getpid()), static_cast<int>(number),
+                      Nima::Catalogue::kStackTraceSuffix);
         *descriptor = ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NONBLOCK, 0777);
         if (*descriptor != -1) {
             return *descriptor;
@@ -216,7 +221,8 @@ void notifyMoskAboutCrash(const char* name) {
     const char* const bareName = std::strncmp(name, "./", 2) == 0 ? name + 2 : name;
     std::snprintf(path, sizeof(path), "%s/%s", std::strcmp(folder, "/") == 0 ? "" : folder, bareName);
     coreDirectory(kCorePatternFile, cores);
-    std::snprintf(text, sizeof(text), "crash-notification\r\nfile: %s\r\ndir:%s\r\n", path, cores);
+    std::snprintf(text, sizeof(text), "%s%s%s%s%s", Nima::Catalogue::kNotificationHead, path,
+                  Nima::Catalogue::kNotificationFolder, cores, Nima::Catalogue::kNotificationEnd);
     SendToMosk(text);
 }
 
@@ -286,7 +292,8 @@ void HandleFatalCrash(const char* message, const char* callStack, unsigned code,
     int descriptor = -1;
     char name[kStackFileNameSize];
     getFileName(&descriptor, name);
-    WriteLine(descriptor, "%s, line %d: Message: [%s]\r\n", file, static_cast<int>(line), message);
+    WriteLine(descriptor, "%s, line %d%s%s]\r\n", file, static_cast<int>(line),
+              Nima::Catalogue::kReportMessage, message);
     WriteLine(descriptor, "%s, line %d: Code: %d, 0x%08x\r\n", file, static_cast<int>(line),
               static_cast<int>(code), code);
     WriteLine(descriptor, "%s, line %d: File: %s, line %u\r\n", kThisUnit, kReportLine, file, line);
