@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
 #include "tools/crash/CrashLog.h"
-#include "tools/rings/RingOrder.h"
+#include "tools/rings/Merge.h"
 
 using namespace NimaPost;
 

@@ -1,7 +1,7 @@
 #include "fuzz/support/MemoryFile.h"
 #include "tools/rings/LiveRings.h"
 #include "tools/systrace/LiveTrace.h"
-#include "tools/words/Wording.h"
+#include "tools/systrace/RecordText.h"
 
 #include <cstdlib>
 #include <filesystem>

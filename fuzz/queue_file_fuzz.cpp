@@ -1,5 +1,5 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/log/LogLine.h"
+#include "tools/log/LineReader.h"
 #include "tools/log/LogSet.h"
 
 #include <cstdlib>

@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
 #include "tools/base/Text.h"
-#include "tools/words/Wording.h"
+#include "tools/systrace/RecordText.h"
 
 using namespace NimaPost;
 

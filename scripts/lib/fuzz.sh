@@ -38,6 +38,7 @@ make_seeds() {
     head -c 1000 "$run/engine-history.txt" >"$corpus/queue_file/engine-history.txt"
     head -c 3000 "$run/rings.txt" >"$corpus/ring_text/rings-of-device.txt"
     head -c 3000 "$run/crash.txt" >"$corpus/crash_log/crash-of-device.txt"
+    cp "$run/event-record.bin" "$corpus/event_record/event-record.bin"
     head -c 1000 "$run"/stacktrace*-1.txt >"$corpus/stack_trace/stacktrace.txt"
     rm -rf "$run"
 }

@@ -23,6 +23,28 @@ constexpr std::int64_t StepForward(std::int64_t from, std::int64_t to) {
     return Modulo(Modulo(to, kCounterPeriod) - Modulo(from, kCounterPeriod), kCounterPeriod);
 }
 
+/// From one counter to another by the shorter way round.
+constexpr std::int64_t NearestStep(std::int64_t from, std::int64_t to) {
+    const std::int64_t step = StepForward(from, to);
+    return step > kCounterPeriod / 2 ? step - kCounterPeriod : step;
+}
+
+/// The same, read as a step forward but for falls of at most `fall`.
+constexpr std::int64_t StepWithFall(std::int64_t from, std::int64_t to, std::int64_t fall) {
+    const std::int64_t step = StepForward(from, to);
+    return step > kCounterPeriod - fall ? step - kCounterPeriod : step;
+}
+
+/// How far two lines that were stamped and written at the same moment may have changed places.
+constexpr std::int64_t kDisorder = kSecond / 10;
+/// The head of a dump is written before what it dumps, and the device goes on meanwhile.
+constexpr std::int64_t kDumpTakes = kSecond / 5;
+
+/// How long before a dump's head a record of it was written, at the least; a little after it is negative.
+constexpr std::int64_t BeforeHead(std::int64_t record, std::int64_t head) {
+    return StepWithFall(record, head, kDumpTakes);
+}
+
 /// Recovers elapsed time from counters in the order in which they were written, doc/clock.md. Every time is
 /// the earliest that the order allows: whole seconds without a record leave no trace in the counter.
 class CounterClock {

@@ -1,6 +1,10 @@
 #include "tools/base/OutputFile.h"
 
+#include "tools/base/Descriptor.h"
+
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 
 #include <fcntl.h>
@@ -8,6 +12,32 @@
 #include <unistd.h>
 
 namespace NimaPost {
+
+namespace {
+
+/// Where a path leads: a file that is there stays what it is, and the link to it a link.
+std::string Resolved(const std::string& path) {
+    const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), std::free);
+    return real ? real.get() : path;
+}
+
+/// A new file beside the one that it is to become.
+std::FILE* OpenTemporary(std::string& path) {
+    Descriptor descriptor(mkostemp(path.data(), O_CLOEXEC));
+    if (!descriptor) {
+        return nullptr;
+    }
+    const mode_t mask = umask(0);
+    umask(mask);
+    fchmod(descriptor.Number(), 0666 & ~mask);
+    std::FILE* const stream = fdopen(descriptor.Number(), "w");
+    if (stream != nullptr) {
+        descriptor.Release();
+    }
+    return stream;
+}
+
+} // namespace
 
 OutputFile::~OutputFile() {
     out_.reset();
@@ -19,22 +49,20 @@ OutputFile::~OutputFile() {
     }
 }
 
-bool OutputFile::Create(const std::string& path, std::string& problem) {
-    path_ = path;
+bool OutputFile::Create(const std::string& path, std::span<const FileIdentity> inputs, std::string& problem) {
     struct stat status {};
-    // What is no regular file, such as /dev/stdout, is written to as it is.
-    const bool special = stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
-    if (special) {
+    const bool there = stat(path.c_str(), &status) == 0;
+    if (there && std::find(inputs.begin(), inputs.end(), IdentityOf(status)) != inputs.end()) {
+        problem = path + ": is one of the files that are read; the output needs another name";
+        return false;
+    }
+    path_ = Resolved(path);
+    // What is no regular file, such as a terminal, is written to as it is.
+    if (there && !S_ISREG(status.st_mode)) {
         stream_ = std::fopen(path.c_str(), "we");
     } else {
-        temporary_ = path + ".XXXXXX";
-        const int descriptor = mkostemp(temporary_.data(), O_CLOEXEC);
-        if (descriptor >= 0) {
-            const mode_t mask = umask(0);
-            umask(mask);
-            fchmod(descriptor, 0666 & ~mask);
-            stream_ = fdopen(descriptor, "w");
-        }
+        temporary_ = path_ + ".XXXXXX";
+        stream_ = OpenTemporary(temporary_);
     }
     if (stream_ == nullptr) {
         problem = path + ": " + std::strerror(errno);

@@ -1,9 +1,11 @@
 #pragma once
 
+#include "tools/base/FileIdentity.h"
 #include "tools/base/Output.h"
 
 #include <cstdio>
 #include <memory>
+#include <span>
 #include <string>
 
 namespace NimaPost {
@@ -17,7 +19,9 @@ class OutputFile {
     OutputFile& operator=(const OutputFile&) = delete;
     ~OutputFile();
 
-    bool Create(const std::string& path, std::string& problem);
+    /// False, with the reason and before anything has been opened, where the path leads to one of the inputs;
+    /// false as well where the file cannot be made.
+    bool Create(const std::string& path, std::span<const FileIdentity> inputs, std::string& problem);
     Output& Out() { return *out_; }
     /// False, with the reason, where anything could not be written.
     bool Finish(std::string& problem);

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cstdlib>
+#include <iterator>
+#include <utility>
 
 namespace NimaPost {
 
@@ -13,45 +14,53 @@ bool IsPlain(unsigned char c) {
     return c >= 0x20 && c < 0x7F;
 }
 
-/// Length of the valid UTF-8 sequence at the front of a text, 0 if there is none.
-std::size_t SequenceLength(std::string_view text) {
+/// A character at the front of a text; of length 0 where the bytes there are no UTF-8.
+struct Character {
+    std::size_t length = 0;
+    std::uint32_t code = 0;
+};
+
+Character FirstCharacter(std::string_view text) {
     const auto at = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned char first = at(0);
-    std::size_t length = 0;
+    Character character;
     std::uint32_t least = 0;
-    std::uint32_t code = 0;
     if (first < 0x80) {
-        return 1;
+        return {1, first};
     }
     if ((first & 0xE0) == 0xC0) {
-        length = 2, least = 0x80, code = first & 0x1FU;
+        character = {2, first & 0x1FU}, least = 0x80;
     } else if ((first & 0xF0) == 0xE0) {
-        length = 3, least = 0x800, code = first & 0x0FU;
+        character = {3, first & 0x0FU}, least = 0x800;
     } else if ((first & 0xF8) == 0xF0) {
-        length = 4, least = 0x10000, code = first & 0x07U;
+        character = {4, first & 0x07U}, least = 0x10000;
     } else {
-        return 0;
+        return {};
     }
-    if (text.size() < length) {
-        return 0;
+    if (text.size() < character.length) {
+        return {};
     }
-    for (std::size_t i = 1; i < length; ++i) {
+    for (std::size_t i = 1; i < character.length; ++i) {
         if ((at(i) & 0xC0) != 0x80) {
-            return 0;
+            return {};
         }
-        code = code << 6 | (at(i) & 0x3FU);
+        character.code = character.code << 6 | (at(i) & 0x3FU);
     }
-    const bool surrogate = code >= 0xD800 && code < 0xE000;
-    return code < least || code > 0x10FFFF || surrogate ? 0 : length;
+    const bool surrogate = character.code >= 0xD800 && character.code < 0xE000;
+    return character.code < least || character.code > 0x10FFFF || surrogate ? Character() : character;
 }
 
-/// C1 controls and direction overrides move a terminal as much as ESC does.
-bool MovesATerminal(std::string_view sequence) {
-    const auto at = [&](std::size_t i) { return static_cast<unsigned char>(sequence[i]); };
-    return (sequence.size() == 2 && at(0) == 0xC2 && at(1) < 0xA0) ||
-           (sequence.size() == 3 && at(0) == 0xE2 &&
-            ((at(1) == 0x80 && at(2) >= 0xA8 && at(2) <= 0xAE) ||
-             (at(1) == 0x81 && at(2) >= 0xA6 && at(2) <= 0xA9)));
+/// Characters that take no room or turn the direction of text around; the report's page escapes the same.
+bool IsUnseen(std::uint32_t code) {
+    constexpr std::pair<std::uint32_t, std::uint32_t> kUnseen[]{
+        {0xAD, 0xAD},     {0x61C, 0x61C},   {0x200B, 0x200F}, {0x2028, 0x202E},
+        {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}};
+    return std::any_of(std::begin(kUnseen), std::end(kUnseen),
+                       [&](const auto& range) { return code >= range.first && code <= range.second; });
+}
+
+bool IsControl(std::uint32_t code) {
+    return code < 0x20 || (code >= 0x7F && code < 0xA0);
 }
 
 constexpr std::string_view kDigits = "0123456789abcdef";
@@ -60,6 +69,14 @@ void AppendEscaped(std::string& out, std::string_view bytes) {
     for (const char c : bytes) {
         const auto byte = static_cast<unsigned char>(c);
         out += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+}
+
+/// \xad or \u200b
+void AppendCode(std::string& out, std::uint32_t code) {
+    out += code < 0x100 ? "\\x" : "\\u";
+    for (int shift = code < 0x100 ? 4 : 12; shift >= 0; shift -= 4) {
+        out += kDigits[code >> shift & 15];
     }
 }
 
@@ -99,23 +116,30 @@ void AppendPrintable(std::string& out, std::string_view text) {
         if (text.empty()) {
             return;
         }
-        const std::size_t length = SequenceLength(text);
-        if (length > 1 && !MovesATerminal(text.substr(0, length))) {
-            out.append(text.substr(0, length));
-            text.remove_prefix(length);
+        const Character character = FirstCharacter(text);
+        const std::string_view bytes = text.substr(0, std::max<std::size_t>(character.length, 1));
+        if (character.length == 0 || IsControl(character.code)) {
+            AppendEscaped(out, bytes);
+        } else if (IsUnseen(character.code)) {
+            AppendCode(out, character.code);
         } else {
-            const std::size_t escaped = std::max<std::size_t>(length, 1);
-            AppendEscaped(out, text.substr(0, escaped));
-            text.remove_prefix(escaped);
+            out.append(bytes);
         }
+        text.remove_prefix(bytes.size());
     }
+}
+
+std::string Printable(std::string_view text) {
+    std::string out;
+    AppendPrintable(out, text);
+    return out;
 }
 
 std::string ToUtf8(std::string_view bytes) {
     std::string out;
     out.reserve(bytes.size());
     while (!bytes.empty()) {
-        const std::size_t length = SequenceLength(bytes);
+        const std::size_t length = FirstCharacter(bytes).length;
         if (length > 0) {
             out.append(bytes.substr(0, length));
         } else {
@@ -217,6 +241,13 @@ std::string_view WithoutLineEnd(std::string_view line) {
             line.remove_suffix(1);
         }
     }
+    return line;
+}
+
+std::string_view TakeLine(std::string_view& text) {
+    const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
+    const std::string_view line = WithoutLineEnd(text.substr(0, end));
+    text.remove_prefix(end);
     return line;
 }
 

@@ -7,8 +7,10 @@
 namespace NimaPost {
 
 /// Appends text from a device so that a terminal shows it and does nothing else: control characters and bytes
-/// that are no UTF-8 become \xNN.
+/// that are no UTF-8 become \xNN; characters that nobody sees or that turn the direction of text around
+/// become \uNNNN.
 void AppendPrintable(std::string& out, std::string_view text);
+std::string Printable(std::string_view text);
 
 /// The same text as valid UTF-8: bytes that are none become U+FFFD. NULs stay.
 std::string ToUtf8(std::string_view bytes);
@@ -41,5 +43,7 @@ bool EqualNoCase(std::string_view a, std::string_view b);
 
 /// Without the CR LF or LF at its end.
 std::string_view WithoutLineEnd(std::string_view line);
+/// The next line of a text that is not empty, without its end; advances to the one after it.
+std::string_view TakeLine(std::string_view& text);
 
 } // namespace NimaPost

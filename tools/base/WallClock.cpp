@@ -5,7 +5,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <chrono>
 
 namespace NimaPost {
 
@@ -20,30 +20,6 @@ constexpr std::int64_t kTolerance = 5'000'000;
 /// Greenwich, to 2200.
 constexpr std::int64_t kLeastYear = 69;
 constexpr std::int64_t kMostYear = 300;
-
-/// Days since 1970 of a date of the Gregorian calendar, month from 1.
-std::int64_t DaysSince1970(std::int64_t year, std::int64_t month, std::int64_t day) {
-    year -= month <= 2 ? 1 : 0;
-    const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
-    const std::int64_t yearOfEra = year - era * 400;
-    const std::int64_t dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
-    return era * 146097 + yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear - 719468;
-}
-
-struct Date {
-    std::int64_t year, month, day;
-};
-
-Date DateOf(std::int64_t days) {
-    days += 719468;
-    const std::int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    const std::int64_t dayOfEra = days - era * 146097;
-    const std::int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const std::int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const std::int64_t shifted = (5 * dayOfYear + 2) / 153;
-    const std::int64_t month = shifted < 10 ? shifted + 3 : shifted - 9;
-    return {yearOfEra + era * 400 + (month <= 2 ? 1 : 0), month, dayOfYear - (153 * shifted + 2) / 5 + 1};
-}
 
 bool TakeDigits(std::string_view& text, std::size_t count, std::int64_t& value) {
     if (text.size() < count) {
@@ -91,12 +67,13 @@ void AppendDateAndTime(std::string& out, std::int64_t nanoseconds, bool withDay,
     const std::int64_t seconds = (nanoseconds - fraction) / kSecond;
     const std::int64_t ofDay = Modulo(seconds, 86400);
     if (withDay) {
-        const Date date = DateOf((seconds - ofDay) / 86400);
-        AppendDecimal(out, date.year);
+        const std::chrono::year_month_day date{
+            std::chrono::sys_days(std::chrono::days((seconds - ofDay) / 86400))};
+        AppendDecimal(out, static_cast<int>(date.year()));
         out += '-';
-        AppendTwoDigits(out, date.month);
+        AppendTwoDigits(out, static_cast<unsigned>(date.month()));
         out += '-';
-        AppendTwoDigits(out, date.day);
+        AppendTwoDigits(out, static_cast<unsigned>(date.day()));
         out += between;
     }
     AppendTwoDigits(out, ofDay / 3600);
@@ -130,7 +107,11 @@ std::optional<RawDate> MakeRawDate(std::int64_t year, std::int64_t month, std::i
         return std::nullopt;
     }
     RawDate date;
-    date.second = DaysSince1970(year + 1900, month + 1, day) * 86400 + hour * 3600 + minute * 60 + second;
+    // A day that its month does not have is read as one of the next month.
+    const std::chrono::sys_days days = std::chrono::year(static_cast<int>(year) + 1900) /
+                                       std::chrono::month(static_cast<unsigned>(month) + 1) /
+                                       std::chrono::day(static_cast<unsigned>(day));
+    date.second = days.time_since_epoch().count() * std::int64_t{86400} + hour * 3600 + minute * 60 + second;
     date.microsecondsCut = static_cast<std::uint16_t>(subsecond);
     return date;
 }

@@ -1,42 +1,18 @@
 #include "tools/crash/CrashLog.h"
 
+#include "catalogue/Marks.h"
 #include "tools/base/Text.h"
+#include "tools/rings/RingText.h"
 
 #include <algorithm>
 
 namespace NimaPost {
 
+using namespace Nima::Catalogue;
+
 namespace {
 
 constexpr std::size_t kMostLines = 10000;
-
-/// Walks the lines of a text.
-class Lines {
-  public:
-    explicit Lines(std::string_view text) : rest_(text) {}
-
-    bool Next() {
-        if (rest_.empty()) {
-            return false;
-        }
-        const std::size_t end = std::min(rest_.find('\n'), rest_.size() - 1) + 1;
-        line_ = WithoutLineEnd(rest_.substr(0, end));
-        rest_.remove_prefix(end);
-        return true;
-    }
-    std::string_view Line() const { return line_; }
-    std::string_view Rest() const { return rest_; }
-
-  private:
-    std::string_view rest_;
-    std::string_view line_;
-};
-
-std::string Printable(std::string_view text) {
-    std::string out;
-    AppendPrintable(out, text);
-    return out;
-}
 
 std::string_view WithoutBlanks(std::string_view text) {
     text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
@@ -67,17 +43,22 @@ void ReadExtraData(std::string_view value, std::vector<std::string>& words) {
     }
 }
 
+/// Whether a line is one of those that every dump begins with.
+bool IsOfHead(std::string_view line) {
+    return line.starts_with(kHeadTicks) || line.starts_with(kHeadFrequency) ||
+           line.find(kHeadDate) != std::string_view::npos;
+}
+
 /// The sections of a crash log in their order; a log that was cut ends in one of them.
 class Reader {
   public:
     Reader(CrashLog& log, Findings& findings) : log_(log), findings_(findings) {}
 
     void Run(std::string_view text) {
-        Lines lines(text);
-        for (std::size_t count = 0; lines.Next(); ++count) {
-            const std::string_view line = lines.Line();
-            if (line == "BEGIN RING BUFFER DUMP") {
-                SkipRings(lines);
+        for (std::size_t count = 0; !text.empty(); ++count) {
+            const std::string_view line = TakeLine(text);
+            if (line == kRingDumpBegin) {
+                TakeRings(text);
             } else if (!Section(line)) {
                 Content(line);
             }
@@ -91,13 +72,13 @@ class Reader {
     enum Part { kFailure, kModules, kStacks, kRings, kFooter };
 
     bool Section(std::string_view line) {
-        if (line == "Loaded Modules") {
+        if (line == kModulesSection) {
             section_ = kModules;
-        } else if (line == "Call Stacks") {
+        } else if (line == kCallStacksSection) {
             section_ = kStacks;
-        } else if (line == "Ring Buffers (unformatted)") {
+        } else if (line == kRingsSection) {
             section_ = kRings;
-        } else if (line == "All Done!!" && !log_.complete) {
+        } else if (line == kCrashLogEnd && !log_.complete) {
             section_ = kFooter;
             log_.complete = true;
         } else {
@@ -106,10 +87,10 @@ class Reader {
         return true;
     }
 
-    void SkipRings(Lines& lines) {
+    void TakeRings(std::string_view& text) {
         log_.rings.isText = true;
-        ReadRingLines(lines.Rest(), log_.rings, findings_);
-        while (lines.Next() && lines.Line() != "END RING BUFFER DUMP") {
+        ReadRingLines(text, log_.rings, findings_);
+        while (!text.empty() && TakeLine(text) != kRingDumpEnd) {
         }
     }
 
@@ -117,10 +98,9 @@ class Reader {
         std::string_view label;
         std::string_view value;
         if (section_ == kFailure && SplitField(line, ": ", label, value)) {
-            if (label == "Extra Data") {
+            if (label == kExtraData) {
                 ReadExtraData(value, log_.extraData);
-            } else if (label != "Ticks" && label != "Frequency" && !label.ends_with("Date/Time") &&
-                       log_.failure.size() < kMostLines) {
+            } else if (!IsOfHead(line) && log_.failure.size() < kMostLines) {
                 log_.failure.emplace_back(Printable(label), Printable(value));
             }
         } else if (section_ == kModules && !line.empty() && log_.modules.size() < kMostLines) {
@@ -143,7 +123,7 @@ class Reader {
             log_.exception.size() < kMostLines) {
             log_.exception.emplace_back(Printable(label), Printable(value));
         } else if (line.starts_with("Fault")) {
-            findings_.Remark(Printable(line));
+            findings_.Remark("fault-in-triage", Printable(line));
         }
     }
 
@@ -151,11 +131,6 @@ class Reader {
     Findings& findings_;
     Part section_ = kFailure;
 };
-
-bool IsFrame(std::string_view line) {
-    std::uint64_t address = 0;
-    return TakeLiteral(line, "0x") && TakeHex(line, address) && !line.empty();
-}
 
 } // namespace
 
@@ -166,8 +141,8 @@ std::string_view CrashLog::Field(std::string_view label) const {
 }
 
 std::string CrashLog::Title() const {
-    const std::string_view type = Field("Crash Type");
-    const std::string_view code = Field("Error Code");
+    const std::string_view type = Field(kCrashType);
+    const std::string_view code = Field(kErrorCode);
     if (type == "2") {
         return "Fatal error reported by a component";
     }
@@ -183,49 +158,26 @@ std::string CrashLog::Title() const {
 }
 
 bool LooksLikeCrashLog(std::string_view front) {
-    return front.starts_with("Crash Date/Time: ") || front.starts_with("Error Code: ");
+    return (TakeLiteral(front, kCrashLogTitle) && TakeLiteral(front, kHeadDate)) ||
+           (TakeLiteral(front, kErrorCode) && TakeLiteral(front, ": "));
 }
 
 std::optional<CrashLog> ReadCrashLog(std::string_view text, Findings& findings) {
     if (!LooksLikeCrashLog(text)) {
-        findings.Damage("No crash log: it does not begin with \"Crash Date/Time: \".");
+        findings.Damage("not-a-crash-log", "No crash log: it does not begin with \"Crash Date/Time: \".");
         return std::nullopt;
     }
     CrashLog log;
     ReadDumpHead(text, log.date, log.ticks);
     log.rings.ticks = log.ticks;
     if (!log.date || !log.ticks) {
-        findings.Damage("The head of the crash log cannot be read.");
+        findings.Damage("head-unreadable", "The head of the crash log cannot be read.");
     }
     Reader(log, findings).Run(text);
     if (!log.complete) {
-        findings.Damage("The crash log was cut short: \"All Done!!\" is missing.");
+        findings.Damage("crash-log-cut", "The crash log was cut short: \"All Done!!\" is missing.");
     }
     return log;
-}
-
-bool LooksLikeStackTrace(std::string_view front) {
-    const std::string_view line = WithoutLineEnd(front.substr(0, front.find('\n')));
-    return (IsFrame(line) &&
-            (line.find(": (") != std::string_view::npos ||
-             line.find(" -- error: unable to obtain symbol name") != std::string_view::npos)) ||
-           line.find(": Message: [") != std::string_view::npos;
-}
-
-StackTrace ReadStackTrace(std::string_view text, Findings& findings) {
-    StackTrace trace;
-    if (!text.empty() && !text.ends_with('\n')) {
-        findings.Damage("The last line was cut short.");
-    }
-    Lines lines(text);
-    while (lines.Next() && trace.frames.size() + trace.report.size() < kMostLines) {
-        if (IsFrame(lines.Line())) {
-            trace.frames.push_back(Printable(lines.Line()));
-        } else if (!lines.Line().empty()) {
-            trace.report.push_back(Printable(lines.Line()));
-        }
-    }
-    return trace;
 }
 
 } // namespace NimaPost

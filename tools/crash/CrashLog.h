@@ -35,13 +35,4 @@ struct CrashLog {
 bool LooksLikeCrashLog(std::string_view front);
 std::optional<CrashLog> ReadCrashLog(std::string_view text, Findings& findings);
 
-/// A stack-trace file, doc/stack-trace.md.
-struct StackTrace {
-    std::vector<std::string> report; ///< the lines in front of the frames
-    std::vector<std::string> frames;
-};
-
-bool LooksLikeStackTrace(std::string_view front);
-StackTrace ReadStackTrace(std::string_view text, Findings& findings);
-
 } // namespace NimaPost

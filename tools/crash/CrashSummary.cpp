@@ -1,7 +1,8 @@
 #include "tools/crash/CrashSummary.h"
 
+#include "catalogue/Marks.h"
 #include "tools/base/Text.h"
-#include "tools/rings/RingOrder.h"
+#include "tools/rings/Merge.h"
 
 #include <algorithm>
 #include <array>
@@ -25,14 +26,15 @@ std::vector<ActiveRing> ActiveRings(const RingSet& set) {
 }
 
 std::vector<std::pair<std::string, std::string>> FailureInWords(const CrashLog& log) {
+    using namespace Nima::Catalogue;
     struct Label {
         std::string_view inLog, shown, prefix;
     };
     constexpr std::array kLabels{
-        Label{"Error Code", "error code", "0x"}, Label{"File Name", "file", ""},
-        Label{"Line Numbr", "line", ""},         Label{"Excpt Code", "exception", "0x"},
-        Label{"Fault Addr", "address", "0x"},    Label{"Crash Type", "crash type", ""},
-        Label{"Boot Cycle", "boot cycle", ""}};
+        Label{kErrorCode, "error code", "0x"}, Label{kFileName, "file", ""},
+        Label{kLineNumber, "line", ""},        Label{kExceptionCode, "exception", "0x"},
+        Label{kFaultAddress, "address", "0x"}, Label{kCrashType, "crash type", ""},
+        Label{kBootCycle, "boot cycle", ""}};
     std::vector<std::pair<std::string, std::string>> words;
     if (log.date) {
         std::string when;

@@ -1,14 +1,16 @@
 #include "tools/crash/Notification.h"
 
+#include "catalogue/Files.h"
+#include "catalogue/Notification.h"
 #include "tools/base/Text.h"
 
 namespace NimaPost {
 
 namespace {
 
-constexpr std::string_view kHead = "crash-notification\r\nfile: ";
-constexpr std::string_view kFolder = "\r\ndir:";
-constexpr std::string_view kEnd = "\r\n";
+constexpr std::string_view kHead = Nima::Catalogue::kNotificationHead;
+constexpr std::string_view kFolder = Nima::Catalogue::kNotificationFolder;
+constexpr std::string_view kEnd = Nima::Catalogue::kNotificationEnd;
 
 bool TakeNumber(std::string_view& text, std::int64_t& number) {
     return !text.empty() && text.front() >= '0' && text.front() <= '9' && TakeDecimal(text, number);
@@ -34,8 +36,9 @@ std::optional<CrashNotification> ParseNotification(std::string_view datagram) {
 std::optional<std::uint32_t> StackTraceProcess(std::string_view name) {
     std::int64_t process = 0;
     std::int64_t number = 0;
-    if (!TakeLiteral(name, "stacktrace") || !TakeNumber(name, process) || process > 0x7FFFFFFF ||
-        !TakeLiteral(name, "-") || !TakeNumber(name, number) || name != ".txt") {
+    if (!TakeLiteral(name, Nima::Catalogue::kStackTracePrefix) || !TakeNumber(name, process) ||
+        process > 0x7FFFFFFF || !TakeLiteral(name, "-") || !TakeNumber(name, number) ||
+        name != Nima::Catalogue::kStackTraceSuffix) {
         return std::nullopt;
     }
     return static_cast<std::uint32_t>(process);

@@ -7,9 +7,6 @@
 
 namespace NimaPost {
 
-/// The port on loopback to which a dying process sends.
-constexpr std::uint16_t kNotificationPort = 65429;
-
 /// A crash notification, doc/stack-trace.md. Anybody on the machine can send one, so nothing in it is more
 /// than a claim.
 struct CrashNotification {

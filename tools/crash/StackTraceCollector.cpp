@@ -20,23 +20,6 @@ namespace {
 constexpr std::uint64_t kMostBytes = 16 << 20;
 constexpr int kMostCopies = 1000;
 
-/// Closes a descriptor at the end of a block.
-class Descriptor {
-  public:
-    explicit Descriptor(int number) : number_(number) {}
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-    ~Descriptor() {
-        if (number_ >= 0) {
-            close(number_);
-        }
-    }
-    int Number() const { return number_; }
-
-  private:
-    int number_;
-};
-
 bool WriteAll(int descriptor, const char* bytes, std::size_t length) {
     while (length > 0) {
         const ssize_t written = write(descriptor, bytes, length);
@@ -85,27 +68,12 @@ std::optional<StackTraceCollector> StackTraceCollector::Open(const std::string& 
                                                              std::string& problem) {
     std::error_code error;
     std::filesystem::create_directories(folder, error);
-    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) {
+    Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!descriptor) {
         problem = folder + ": " + (error ? error.message() : std::strerror(errno));
         return std::nullopt;
     }
-    return StackTraceCollector(folder, descriptor);
-}
-
-StackTraceCollector::StackTraceCollector(StackTraceCollector&& other) noexcept
-    : folder_(std::move(other.folder_)), descriptor_(std::exchange(other.descriptor_, -1)) {}
-
-StackTraceCollector& StackTraceCollector::operator=(StackTraceCollector&& other) noexcept {
-    std::swap(folder_, other.folder_);
-    std::swap(descriptor_, other.descriptor_);
-    return *this;
-}
-
-StackTraceCollector::~StackTraceCollector() {
-    if (descriptor_ >= 0) {
-        close(descriptor_);
-    }
+    return StackTraceCollector(folder, std::move(descriptor));
 }
 
 StackTraceCollector::Copy StackTraceCollector::Take(const std::string& path) const {
@@ -118,7 +86,7 @@ StackTraceCollector::Copy StackTraceCollector::Take(const std::string& path) con
     // A pipe without a writer would keep the program waiting, a link lead to what nobody meant to give away.
     const Descriptor from(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
-    if (from.Number() < 0 || fstat(from.Number(), &status) != 0) {
+    if (!from || fstat(from.Number(), &status) != 0) {
         copy.problem = std::strerror(errno);
         return copy;
     }
@@ -128,7 +96,7 @@ StackTraceCollector::Copy StackTraceCollector::Take(const std::string& path) con
     }
     std::string chosen;
     const Descriptor to(Create(name, chosen));
-    if (to.Number() < 0) {
+    if (!to) {
         copy.problem = std::string("making the copy: ") + std::strerror(errno);
         return copy;
     }
@@ -140,8 +108,8 @@ StackTraceCollector::Copy StackTraceCollector::Take(const std::string& path) con
 int StackTraceCollector::Create(const std::string& name, std::string& chosen) const {
     for (int number = 0; number < kMostCopies; ++number) {
         chosen = number == 0 ? name : name + "." + std::to_string(number);
-        const int file =
-            openat(descriptor_, chosen.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        const int file = openat(descriptor_.Number(), chosen.c_str(),
+                                O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
         if (file >= 0 || errno != EEXIST) {
             return file;
         }

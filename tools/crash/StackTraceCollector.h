@@ -1,8 +1,11 @@
 #pragma once
 
+#include "tools/base/Descriptor.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace NimaPost {
 
@@ -11,12 +14,6 @@ class StackTraceCollector {
   public:
     /// Opens the folder, which is made where it is missing. Empty when that cannot be; `problem` says why.
     static std::optional<StackTraceCollector> Open(const std::string& folder, std::string& problem);
-
-    StackTraceCollector(StackTraceCollector&& other) noexcept;
-    StackTraceCollector& operator=(StackTraceCollector&& other) noexcept;
-    StackTraceCollector(const StackTraceCollector&) = delete;
-    StackTraceCollector& operator=(const StackTraceCollector&) = delete;
-    ~StackTraceCollector();
 
     struct Copy {
         std::string path; ///< empty where nothing was copied
@@ -29,13 +26,13 @@ class StackTraceCollector {
     Copy Take(const std::string& path) const;
 
   private:
-    StackTraceCollector(std::string folder, int descriptor)
-        : folder_(std::move(folder)), descriptor_(descriptor) {}
+    StackTraceCollector(std::string folder, Descriptor descriptor)
+        : folder_(std::move(folder)), descriptor_(std::move(descriptor)) {}
 
     int Create(const std::string& name, std::string& chosen) const;
 
     std::string folder_;
-    int descriptor_ = -1;
+    Descriptor descriptor_;
 };
 
 } // namespace NimaPost

@@ -1,5 +1,6 @@
 #include "tools/log/LogFilter.h"
 
+#include "catalogue/Marks.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -11,11 +12,11 @@ bool LogFilter::AddLevel(std::string_view text) {
     if (graver) {
         text.remove_suffix(1);
     }
-    const auto* found = std::find_if(kLevelNames.begin(), kLevelNames.end(),
-                                     [&](std::string_view level) { return EqualNoCase(level, text); });
+    const auto found = std::find_if(kLevelNames.begin(), kLevelNames.end(),
+                                    [&](std::string_view level) { return EqualNoCase(level, text); });
     if (found == kLevelNames.end()) {
-        if (!graver && EqualNoCase(text, "CAL")) {
-            levels_.emplace_back("CAL");
+        if (!graver && EqualNoCase(text, Nima::Catalogue::kCalibrationLevel)) {
+            levels_.emplace_back(Nima::Catalogue::kCalibrationLevel);
             return true;
         }
         return false;

@@ -1,7 +1,9 @@
 #pragma once
 
-#include "tools/log/LogSet.h"
+#include "tools/log/LogLine.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/log/LogSet.h"
+#include "tools/base/InputFile.h"
 
 #include <cstdint>
 #include <functional>

@@ -1,16 +1,16 @@
 #include "tools/log/LogLine.h"
 
+#include "catalogue/Marks.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace NimaPost {
 
 namespace {
 
 constexpr std::string_view kThreadMark = " <0x";
-constexpr std::string_view kCalibration = "CAL";
+constexpr std::string_view kCalibration = Nima::Catalogue::kCalibrationLevel;
 constexpr std::size_t kLongestLevel = 5;
 /// "01261024150926." and up to six characters, then the thread mark.
 constexpr std::size_t kDateDigits = 14;
@@ -65,22 +65,6 @@ void ReadBody(std::string_view body, LogLine& line) {
     line.message = body.substr(nameEnd + 2);
 }
 
-/// Where a record of the queue's file begins at or after `from`; the end of the text if nowhere.
-std::size_t FindQueueRecord(std::string_view text, std::size_t from) {
-    std::size_t mark = text.find(kThreadMark, from);
-    for (; mark != std::string_view::npos; mark = text.find(kThreadMark, mark + 1)) {
-        for (std::size_t length = kDateDigits + 2; length <= kLongestDate && length <= mark; ++length) {
-            std::string_view rest = text.substr(mark - length);
-            LogLine line;
-            if (mark - length >= from && TakeCompactDate(rest) && rest.data() == text.data() + mark &&
-                TakeThreadAndPriority(rest, line)) {
-                return mark - length;
-            }
-        }
-    }
-    return text.size();
-}
-
 } // namespace
 
 LogLine ParseLogLine(std::string_view text) {
@@ -114,16 +98,21 @@ LogLine ParseQueueRecord(std::string_view text) {
 }
 
 std::optional<RawDate> CalibrationDate(const LogLine& line) {
-    const std::size_t at = line.message.find("now=");
-    if (line.level != kCalibration || at == std::string_view::npos) {
+    constexpr std::string_view kDate = Nima::Catalogue::kCalibrationDate;
+    const std::size_t at = line.message.find(kDate);
+    if (!IsCalibration(line) || at == std::string_view::npos) {
         return std::nullopt;
     }
-    std::string_view rest = line.message.substr(at + 4);
+    std::string_view rest = line.message.substr(at + kDate.size());
     return TakeCompactDate(rest);
 }
 
 std::optional<std::uint32_t> OrderedThread(const LogLine& line) {
-    return line.level == kCalibration ? std::nullopt : std::optional(line.thread);
+    return IsCalibration(line) ? std::nullopt : std::optional(line.thread);
+}
+
+bool IsCalibration(const LogLine& line) {
+    return line.level == kCalibration;
 }
 
 bool LooksLikeCutLine(std::string_view text) {
@@ -145,6 +134,21 @@ bool LooksLikeCutLine(std::string_view text) {
     return isRestOf(kCalibration) || std::any_of(kLevelNames.begin(), kLevelNames.end(), isRestOf);
 }
 
+std::size_t FindQueueRecord(std::string_view text, std::size_t from) {
+    std::size_t mark = text.find(kThreadMark, from);
+    for (; mark != std::string_view::npos; mark = text.find(kThreadMark, mark + 1)) {
+        for (std::size_t length = kDateDigits + 2; length <= kLongestDate && length <= mark; ++length) {
+            std::string_view rest = text.substr(mark - length);
+            LogLine line;
+            if (mark - length >= from && TakeCompactDate(rest) && rest.data() == text.data() + mark &&
+                TakeThreadAndPriority(rest, line)) {
+                return mark - length;
+            }
+        }
+    }
+    return text.size();
+}
+
 std::optional<LogKind> LogKindOf(std::string_view front) {
     const std::string_view line = front.substr(0, front.find('\n'));
     if (ParseQueueRecord(line).hasHeader) {
@@ -153,78 +157,14 @@ std::optional<LogKind> LogKindOf(std::string_view front) {
     // The first line may be torn, but not all of them.
     std::string_view rest = front;
     for (int lines = 0; lines < 64 && !rest.empty(); ++lines) {
-        const std::size_t end = std::min(rest.find('\n'), rest.size() - 1) + 1;
-        if (ParseLogLine(rest.substr(0, end)).hasHeader) {
+        if (ParseLogLine(TakeLine(rest)).hasHeader) {
             return LogKind::kLines;
         }
-        rest.remove_prefix(end);
     }
     if (FindQueueRecord(front, 0) < front.size()) {
         return LogKind::kQueue;
     }
     return std::nullopt;
-}
-
-LineReader::LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end)
-    : file_(file), kind_(kind), next_(begin), end_(end) {}
-
-bool LineReader::Next(std::string_view& line) {
-    for (;;) {
-        const std::string_view rest(buffer_.data() + from_, to_ - from_);
-        const std::size_t length = LineLength(rest);
-        if (length > 0) {
-            line = rest.substr(0, length);
-            lineOffset_ = next_ - rest.size();
-            from_ += length;
-            return true;
-        }
-        if (!Fill()) {
-            const std::string_view last(buffer_.data() + from_, to_ - from_);
-            line = last;
-            lineOffset_ = next_ - last.size();
-            from_ = to_;
-            return !last.empty();
-        }
-    }
-}
-
-/// 0 when the end of the line is not in the buffer yet.
-std::size_t LineReader::LineLength(std::string_view rest) const {
-    std::size_t length = 0;
-    if (kind_ == LogKind::kLines) {
-        const void* end = rest.empty() ? nullptr : std::memchr(rest.data(), '\n', rest.size());
-        length =
-            end == nullptr ? 0 : static_cast<std::size_t>(static_cast<const char*>(end) - rest.data()) + 1;
-    } else if (!rest.empty()) {
-        const std::string_view window = rest.substr(0, kLongestLine + 64);
-        length = FindQueueRecord(window, 1);
-        length = length == window.size() ? 0 : length;
-    }
-    if (length == 0 || length > kLongestLine) {
-        length = rest.size() >= kLongestLine ? kLongestLine : 0;
-    }
-    return length;
-}
-
-bool LineReader::Fill() {
-    if (next_ >= end_) {
-        return false;
-    }
-    if (buffer_.empty()) {
-        buffer_.resize(
-            static_cast<std::size_t>(std::min<std::uint64_t>(kBlock + kLongestLine, end_ - next_)));
-    }
-    std::memmove(buffer_.data(), buffer_.data() + from_, to_ - from_);
-    to_ -= from_;
-    from_ = 0;
-    const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(buffer_.size() - to_, end_ - next_));
-    const std::size_t got = file_.ReadAt(next_, {buffer_.data() + to_, wanted});
-    to_ += got;
-    next_ += got;
-    if (got < wanted) {
-        end_ = next_; // The file has become shorter under way.
-    }
-    return got > 0;
 }
 
 } // namespace NimaPost

@@ -1,13 +1,13 @@
 #pragma once
 
-#include "tools/base/InputFile.h"
+#include "catalogue/Levels.h"
 #include "tools/base/WallClock.h"
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string_view>
-#include <vector>
 
 namespace NimaPost {
 
@@ -24,8 +24,8 @@ struct LogLine {
     std::optional<RawDate> date;
 };
 
-/// Levels from the gravest on, as they stand in lines.
-constexpr std::array<std::string_view, 6> kLevelNames{"FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG"};
+/// The levels that lines are written at, the gravest first.
+inline constexpr std::span kLevelNames = std::span(Nima::Catalogue::kLevelNames).subspan<1>();
 
 /// Takes a line apart, given with or without its end. A line without a header is all message.
 LogLine ParseLogLine(std::string_view text);
@@ -39,6 +39,9 @@ std::optional<RawDate> CalibrationDate(const LogLine& line);
 /// line that made a log roll is stamped before it and stored behind it.
 std::optional<std::uint32_t> OrderedThread(const LogLine& line);
 
+/// Whether a line is one of calibration, whatever its date.
+bool IsCalibration(const LogLine& line);
+
 /// Whether a line that has no header of its own looks like the rest of one that had.
 bool LooksLikeCutLine(std::string_view text);
 
@@ -48,32 +51,7 @@ enum class LogKind : unsigned char { kLines, kQueue };
 /// What kind of log begins like this; empty for none.
 std::optional<LogKind> LogKindOf(std::string_view front);
 
-/// Reads the lines, or the queue's records, of a part of a file one after the other. Memory is bounded: what
-/// is longer than 64 KiB comes in pieces.
-class LineReader {
-  public:
-    LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end);
-
-    /// False at the end. The line, its end included, stays valid until the next call.
-    bool Next(std::string_view& line);
-    /// Where the line of the last call begins.
-    std::uint64_t Offset() const { return lineOffset_; }
-
-  private:
-    static constexpr std::size_t kBlock = 1 << 20;
-    static constexpr std::size_t kLongestLine = 1 << 16;
-
-    bool Fill();
-    std::size_t LineLength(std::string_view rest) const;
-
-    const InputFile& file_;
-    LogKind kind_;
-    std::uint64_t next_; ///< file offset behind the buffer
-    std::uint64_t end_;
-    std::vector<char> buffer_;
-    std::size_t from_ = 0;
-    std::size_t to_ = 0;
-    std::uint64_t lineOffset_ = 0;
-};
+/// Where a record of the queue's file begins at or after `from`; the end of the text if nowhere.
+std::size_t FindQueueRecord(std::string_view text, std::size_t from);
 
 } // namespace NimaPost

@@ -2,7 +2,7 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
-#include "tools/log/LogSurvey.h"
+#include "tools/log/LineReader.h"
 
 #include <algorithm>
 
@@ -12,13 +12,6 @@ namespace {
 
 constexpr std::size_t kFrontBytes = 8192;
 constexpr int kMostBackups = 10;
-constexpr std::int64_t kDisorder = kSecond / 10;
-
-/// From one stamp to the next, a little back where lines of two threads changed places.
-std::int64_t SignedStep(std::int64_t from, std::int64_t to) {
-    const std::int64_t step = StepForward(from, to);
-    return step > kCounterPeriod - kDisorder ? step - kCounterPeriod : step;
-}
 
 /// Times of the memory queue's records: the date's second, and within it as early as the order allows.
 class QueueClock {
@@ -52,25 +45,50 @@ void LogSet::Add(const std::string& path, bool siblings) {
     std::string problem;
     auto file = InputFile::Open(path, problem);
     if (!file) {
-        unusable_.push_back(problem);
+        unusable_.Damage("cannot-open", problem);
         return;
     }
-    const std::string front = file->ReadAll(kFrontBytes);
-    const auto kind = LogKindOf(front);
-    if (!kind) {
-        unusable_.push_back(path + (front.empty() ? ": empty" : ": no line of a text log in it"));
+    const std::size_t before = sources_.size();
+    if (!Take(*file)) {
+        AddUnusable(*file);
         return;
     }
     if (siblings) {
-        for (int number = kMostBackups; number >= 1; --number) {
-            const std::string backup = path + "." + std::to_string(number);
-            std::string ignored;
-            if (InputFile::Open(backup, ignored)) {
-                Add(backup, false);
-            }
+        TakeBackups(path);
+        // Backups hold what is older.
+        std::rotate(sources_.begin() + static_cast<std::ptrdiff_t>(before),
+                    sources_.begin() + static_cast<std::ptrdiff_t>(before) + 1, sources_.end());
+    }
+}
+
+void LogSet::TakeBackups(const std::string& path) {
+    for (int number = kMostBackups; number >= 1; --number) {
+        const std::string backup = path + "." + std::to_string(number);
+        std::string ignored;
+        const bool known = std::any_of(sources_.begin(), sources_.end(),
+                                       [&](const Source& source) { return source.file.Path() == backup; });
+        auto file = known ? std::nullopt : InputFile::Open(backup, ignored);
+        if (file && !Take(*file)) {
+            AddUnusable(*file);
         }
     }
-    sources_.push_back({std::move(*file), *kind, {}, 0, 0});
+}
+
+void LogSet::AddUnusable(const InputFile& file) {
+    const std::string problem = file.ReadProblem();
+    unusable_.Damage(problem.empty() ? "not-a-log" : "cannot-read",
+                     file.Path() + ": " +
+                         (!problem.empty()   ? problem
+                          : file.Size() == 0 ? "empty"
+                                             : "no line of a text log in it"));
+}
+
+bool LogSet::Take(InputFile& file) {
+    const auto kind = LogKindOf(file.ReadAll(kFrontBytes));
+    if (kind) {
+        sources_.push_back({std::move(file), *kind, {}, 0, 0});
+    }
+    return kind.has_value();
 }
 
 void LogSet::Arrange() {
@@ -91,19 +109,20 @@ void LogSet::Survey(std::size_t index) {
     }
     if (survey.newestEnd) {
         source.overwrittenBytes = size - *survey.newestEnd;
-        source.findings.Remark("The writer went on at the file's start: from byte " +
-                               std::to_string(*survey.newestEnd) +
-                               " on stand older lines, the first of them perhaps torn.");
+        source.findings.Remark("rewound", "The writer went on at the file's start: from byte " +
+                                              std::to_string(*survey.newestEnd) +
+                                              " on stand older lines, the first of them perhaps torn.");
     }
     std::array<char, 1> last{};
     if (size > 0 && source.file.ReadAt(size - 1, last) == 1 && last[0] != '\n') {
-        source.findings.Remark("The last line has no end: the file was cut, or a writer did not finish.");
+        source.findings.Remark("no-line-end",
+                               "The last line has no end: the file was cut, or a writer did not finish.");
     }
     for (const LogPart& part : survey.parts) {
         if (part.clockBreaks > 0) {
-            source.findings.Remark("From byte " + std::to_string(part.begin) +
-                                   " on the stamps do not fit one run of the clock in " +
-                                   Counted(part.clockBreaks, "place") + ".");
+            source.findings.Remark("clock-break", "From byte " + std::to_string(part.begin) +
+                                                      " on the stamps do not fit one run of the clock in " +
+                                                      Counted(part.clockBreaks, "place") + ".");
         }
     }
     parts_.insert(parts_.end(), survey.parts.begin(), survey.parts.end());
@@ -121,9 +140,9 @@ void LogSet::SurveyQueue(std::size_t index) {
             part.date = line.date;
         }
     }
-    source.findings.Remark(
-        "Dated, not stamped: times are right to the second, and within it may be later by "
-        "multiples of 65.536 milliseconds.");
+    source.findings.Remark("dated-to-second",
+                           "Dated, not stamped: times are right to the second, and within it may be later by "
+                           "multiples of 65.536 milliseconds.");
     parts_.push_back(part);
 }
 
@@ -173,59 +192,64 @@ void LogSet::OrderFiles() {
 
 void LogSet::PlaceParts() {
     std::optional<std::size_t> previous; ///< the part that the clock ran through last
-    std::vector<std::size_t> undated;    ///< parts in front of a dated one, which their times hang on
+    std::vector<std::size_t> tails;      ///< undated parts before a dated one, which their times hang on
     for (std::size_t i = 0; i < parts_.size(); ++i) {
         LogPart& part = parts_[i];
-        if (sources_[part.file].kind == LogKind::kQueue) {
-            part.run = runs_.size();
-            runs_.emplace_back();
-            continue;
-        }
-        if (part.stamped == 0) {
-            part.run = runs_.size();
-            runs_.emplace_back();
-            continue;
-        }
-        if (!part.date) {
-            undated.push_back(i);
-            // Only the tail of a rewound file hangs on what follows it.
-            if (!part.overwritten) {
-                part.run = runs_.size();
-                runs_.emplace_back();
-                undated.clear();
-                previous.reset();
-            }
-            continue;
-        }
-        std::optional<std::int64_t> unseen;
-        if (previous) {
-            const LogPart& last = parts_[*previous];
-            part.start = last.start + last.length + SignedStep(last.lastCounter, part.firstCounter);
-            unseen = runs_[last.run].wall->Join(*part.date, part.start);
-        }
-        if (unseen) {
-            part.run = parts_[*previous].run;
-            part.start += *unseen * kCounterPeriod;
-            parts_[*previous].certainty.later = *unseen;
+        if (sources_[part.file].kind == LogKind::kQueue || part.stamped == 0) {
+            BeginRun(part);
+        } else if (part.date) {
+            PlaceDated(i, previous);
+            HangTails(tails, i);
+            tails.clear();
+            previous = i;
+        } else if (part.overwritten) {
+            tails.push_back(i);
         } else {
-            part.start = 0;
-            part.run = runs_.size();
-            runs_.emplace_back(LogRun{WallOffset(*part.date, 0)});
+            // Only the tail of a rewound file hangs on what follows it.
+            BeginRun(part);
+            tails.clear();
+            previous.reset();
         }
-        const LogPart* next = &part;
-        for (std::size_t k = undated.size(); k-- > 0;) {
-            LogPart& tail = parts_[undated[k]];
-            tail.run = part.run;
-            tail.start = next->start - SignedStep(tail.lastCounter, next->firstCounter) - tail.length;
-            tail.certainty = {0, Certainty::kUnbounded};
-            next = &tail;
-        }
-        undated.clear();
-        previous = i;
     }
-    for (const std::size_t left : undated) {
-        parts_[left].run = runs_.size();
-        runs_.emplace_back();
+    for (const std::size_t left : tails) {
+        BeginRun(parts_[left]);
+    }
+}
+
+void LogSet::BeginRun(LogPart& part, LogRun run) {
+    part.start = 0;
+    part.run = runs_.size();
+    runs_.push_back(std::move(run));
+}
+
+/// Joins a part to the run of the part before where one run of the clocks explains both dates.
+void LogSet::PlaceDated(std::size_t index, std::optional<std::size_t> previous) {
+    LogPart& part = parts_[index];
+    std::optional<std::int64_t> unseen;
+    if (previous) {
+        const LogPart& last = parts_[*previous];
+        part.start = last.start + last.length + StepWithFall(last.lastCounter, part.firstCounter, kDisorder);
+        unseen = runs_[last.run].wall->Join(*part.date, part.start);
+    }
+    if (unseen) {
+        part.run = parts_[*previous].run;
+        part.start += *unseen * kCounterPeriod;
+        parts_[*previous].certainty.later = *unseen;
+    } else {
+        BeginRun(part, LogRun{WallOffset(*part.date, 0)});
+    }
+}
+
+/// Counts the times of tails back from the dated part that they stand before.
+void LogSet::HangTails(const std::vector<std::size_t>& tails, std::size_t dated) {
+    const LogPart* next = &parts_[dated];
+    for (std::size_t k = tails.size(); k-- > 0;) {
+        LogPart& tail = parts_[tails[k]];
+        tail.run = next->run;
+        tail.start =
+            next->start - StepWithFall(tail.lastCounter, next->firstCounter, kDisorder) - tail.length;
+        tail.certainty = {0, Certainty::kUnbounded};
+        next = &tail;
     }
 }
 
@@ -258,8 +282,8 @@ void LogSet::ForEach(const std::function<bool(const LogEntry&)>& visitor) const 
     }
 }
 
-std::vector<std::string> LogSet::ClockStatement() const {
-    std::vector<std::string> statement;
+std::vector<Finding> LogSet::ClockStatement() const {
+    std::vector<Finding> statement;
     std::size_t dated = 0;
     for (const LogRun& run : runs_) {
         if (!run.wall) {
@@ -268,14 +292,14 @@ std::vector<std::string> LogSet::ClockStatement() const {
         ++dated;
         std::string spread;
         AppendSeconds(spread, run.wall->Spread());
-        statement.push_back(
-            "Wall-clock times count from calibration lines; what these cut off may make them later by up "
-            "to " +
-            spread.substr(1) + " s, all alike.");
+        statement.push_back({"date-cut",
+                             "Wall-clock times count from calibration lines; what these cut off may make "
+                             "them later by up to " +
+                                 spread.substr(1) + " s, all alike."});
     }
     if (dated > 1) {
-        statement.push_back("The clocks ran " + std::to_string(dated) +
-                            " times: the device started anew, or its clock was set.");
+        statement.push_back({"clock-set", "The clocks ran " + std::to_string(dated) +
+                                              " times: the device started anew, or its clock was set."});
     }
     std::int64_t unseen = 0;
     bool open = false;
@@ -285,16 +309,29 @@ std::vector<std::string> LogSet::ClockStatement() const {
     }
     if (unseen > 0) {
         statement.push_back(
-            Counted(unseen, "second") +
-            " passed without a line somewhere between calibration lines; times there may be later "
-            "by that much.");
+            {"silence",
+             Counted(unseen, "second") +
+                 " passed without a line somewhere between calibration lines; times there may be later "
+                 "by that much."});
     }
     if (open) {
-        statement.emplace_back(
-            "Behind the last calibration line whole seconds without a line leave no trace: times "
-            "there (marked ~) are the earliest possible.");
+        statement.push_back(
+            {"open-end",
+             "Behind the last calibration line whole seconds without a line leave no trace: times "
+             "there (marked ~) are the earliest possible."});
     }
     return statement;
+}
+
+Findings LogSet::ReadProblems() const {
+    Findings problems;
+    for (const Source& source : sources_) {
+        const std::string problem = source.file.ReadProblem();
+        if (!problem.empty()) {
+            problems.Damage("cannot-read", source.file.Path() + ": " + problem);
+        }
+    }
+    return problems;
 }
 
 std::optional<LogSet::Anchor> LogSet::LastAnchor() const {

@@ -4,6 +4,7 @@
 #include "tools/base/InputFile.h"
 #include "tools/base/WallClock.h"
 #include "tools/log/LogLine.h"
+#include "tools/log/LogParts.h"
 
 #include <cstdint>
 #include <functional>
@@ -13,35 +14,6 @@
 #include <vector>
 
 namespace NimaPost {
-
-/// By how many whole seconds the true time may lie after or before the time shown.
-struct Certainty {
-    static constexpr std::int64_t kUnbounded = -1;
-    std::int64_t later = kUnbounded;
-    std::int64_t earlier = 0;
-
-    bool Exact() const { return later == 0 && earlier == 0; }
-};
-
-/// A stretch of a log's file that was written in one go, from one calibration line to the next.
-struct LogPart {
-    std::size_t file = 0; ///< in the log set's files
-    std::uint64_t begin = 0;
-    std::uint64_t end = 0;
-    /// Older than the lines in front of it: the rest of a file whose writer went on at its start.
-    bool overwritten = false;
-    std::optional<RawDate> date; ///< of the calibration line that it begins with
-    std::int64_t firstCounter = 0;
-    std::uint64_t stamped = 0; ///< lines with a header
-    // From the part's own clock: how far it got.
-    std::int64_t length = 0;
-    std::int64_t lastCounter = 0;
-    std::uint64_t clockBreaks = 0;
-    // Where the part stands in the whole.
-    std::size_t run = 0;    ///< parts of one run of the device's clocks
-    std::int64_t start = 0; ///< of its first stamped line, nanoseconds on the run's axis
-    Certainty certainty;
-};
 
 /// Parts whose times are measured from one origin.
 struct LogRun {
@@ -69,6 +41,8 @@ class LogSet {
     /// file
     /// ("NAME.1" and so on) are taken in as well.
     void Add(const std::string& path, bool siblings);
+    /// Takes a file over that is open already. False, and the file stays with the caller, where it is no log.
+    bool Take(InputFile& file);
 
     /// Finds the parts and their times; call once after the files have been added.
     void Arrange();
@@ -86,10 +60,12 @@ class LogSet {
     const std::vector<Source>& Sources() const { return sources_; }
     const std::vector<LogPart>& Parts() const { return parts_; }
     const std::vector<LogRun>& Runs() const { return runs_; }
-    /// Files that could not be used, in sentences.
-    const std::vector<std::string>& Unusable() const { return unusable_; }
-    /// How times were recovered, in sentences.
-    std::vector<std::string> ClockStatement() const;
+    /// Files that could not be used.
+    const Findings& Unusable() const { return unusable_; }
+    /// Why a file could not be read to its end; empty where all of them could.
+    Findings ReadProblems() const;
+    /// How times were recovered.
+    std::vector<Finding> ClockStatement() const;
 
     /// The counter and wall-clock time of the last line that has both, to which other records are tied.
     struct Anchor {
@@ -99,15 +75,20 @@ class LogSet {
     std::optional<Anchor> LastAnchor() const;
 
   private:
+    void TakeBackups(const std::string& path);
+    void AddUnusable(const InputFile& file);
     void Survey(std::size_t index);
     void SurveyQueue(std::size_t index);
     void OrderFiles();
     void PlaceParts();
+    void PlaceDated(std::size_t index, std::optional<std::size_t> previous);
+    void HangTails(const std::vector<std::size_t>& tails, std::size_t dated);
+    void BeginRun(LogPart& part, LogRun run = {});
 
     std::vector<Source> sources_;
-    std::vector<LogPart> parts_;
+    std::vector<LogPart> parts_; ///< in the order of time, once arranged
     std::vector<LogRun> runs_;
-    std::vector<std::string> unusable_;
+    Findings unusable_;
 };
 
 /// The wall-clock origin of a run, or 0.

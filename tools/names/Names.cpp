@@ -1,10 +1,14 @@
 #include "tools/names/Names.h"
 
+#include "catalogue/OwnEvents.h"
+#include "catalogue/Rings.h"
+#include "tools/base/InputFile.h"
 #include "tools/base/Text.h"
+#include "tools/names/EventFormat.h"
 
-#include <array>
-#include <cstdio>
-#include <vector>
+#include <algorithm>
+
+#include <Diagnostics/Formats.h>
 
 namespace NimaPost {
 
@@ -43,77 +47,6 @@ bool TakeWord(std::string_view& line, std::string& word) {
     return false;
 }
 
-/// A conversion of a format: "%", flags, width, precision and a letter. Length letters are of no use to
-/// 32-bit words, text has none.
-struct Conversion {
-    std::string flags;
-    char letter = 0;
-    std::size_t length = 0;
-};
-
-bool ReadConversion(std::string_view format, Conversion& conversion) {
-    std::size_t i = format.find_first_not_of("-+ #0", 1);
-    const auto digits = [&] {
-        for (int count = 0; i < format.size() && format[i] >= '0' && format[i] <= '9'; ++i) {
-            if (++count > 3) {
-                return false;
-            }
-        }
-        return i < format.size();
-    };
-    if (i >= format.size() || i > 8 || !digits()) {
-        return false;
-    }
-    if (format[i] == '.' && (++i, !digits())) {
-        return false;
-    }
-    conversion.letter = format[i];
-    conversion.flags = format.substr(1, i - 1);
-    conversion.length = i + 1;
-    return std::string_view("diuxXocp").find(conversion.letter) != std::string_view::npos;
-}
-
-/// The number of arguments, or nothing for a format that is none.
-std::optional<std::size_t> CountArguments(std::string_view format) {
-    std::size_t count = 0;
-    for (std::size_t at = format.find('%'); at != std::string_view::npos; at = format.find('%', at)) {
-        const std::string_view rest = format.substr(at);
-        Conversion conversion;
-        if (rest.starts_with("%%")) {
-            at += 2;
-        } else if (ReadConversion(rest, conversion)) {
-            at += conversion.length;
-            ++count;
-        } else {
-            return std::nullopt;
-        }
-    }
-    return count;
-}
-
-void AppendConverted(std::string& out, const Conversion& conversion, std::uint32_t value) {
-    if (conversion.letter == 'c') {
-        const char byte = static_cast<char>(value);
-        return AppendPrintable(out, {&byte, 1});
-    }
-    if (conversion.letter == 'p') {
-        return AppendHex32(out, value);
-    }
-    // Widths are three digits at most.
-    std::array<char, 2100> text{};
-    std::string format = "%" + conversion.flags + conversion.letter;
-    const bool isSigned = conversion.letter == 'd' || conversion.letter == 'i';
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    if (isSigned) {
-        std::snprintf(text.data(), text.size(), format.c_str(), static_cast<std::int32_t>(value));
-    } else {
-        std::snprintf(text.data(), text.size(), format.c_str(), value);
-    }
-#pragma GCC diagnostic pop
-    out += text.data();
-}
-
 bool Number(const std::string& word, std::uint32_t most, std::uint32_t& number) {
     std::uint64_t value = 0;
     if (!ParseNumber(word, value) || value > most) {
@@ -143,38 +76,62 @@ std::string NameOr(const std::map<std::uint32_t, std::string>& names, std::uint3
     return found != names.end() ? found->second : std::string(kind) + std::to_string(number);
 }
 
-constexpr std::uint32_t kMostComponent = 127;
-constexpr std::uint32_t kMostLevel = 3;
-constexpr std::uint32_t kMostEvent = 0x3FFFFF;
+constexpr std::uint32_t kMostComponent = SYSTRACE_COMPONENT_MASK;
+constexpr std::uint32_t kMostLevel = SYSTRACE_LEVEL_MASK;
+constexpr std::uint32_t kAnyNumber = 0xFFFFFFFF;
 
-/// What the library itself records.
-constexpr std::array kOwnNames{
-    "component 127 Diagnostics",
-    "event 127 0x7532 dump_starts",
-    "event 127 0x7533 dump_failed_to_start",
-    "event 127 0x7534 dump_ends",
-    "event 127 0x7535 callback_dump_without_callback",
-    "event 127 0x7536 callback_dump_starts",
-    "event 127 0x7537 callback_dump_failed_to_start",
-    "event 127 0x7538 callback_dump_ends",
-    "event 127 0xEACF fatal_error_handling",
-    "event 127 0xEAD0 second_failure_not_handled",
-    "event 127 0xEAD1 exit_trapped",
-    "event 127 0xEAD5 recovery",
-    "ring Platform 0 module_listing_starts",
-    "ring Platform 1 no_module_snapshot \"errno %d\"",
-    "ring Platform 3 module_listing_ends",
-    "ring Platform 4 no_first_module \"errno %d\"",
-    "ring Platform 8 fault_in_diagnostics \"code %#x\"",
-    "ring Platform 9 event_callback \"type %u, argument %#x, after %u, fault %#x\"",
-};
+std::string_view NameOfRing(std::size_t index) {
+    return Nima::Catalogue::kRings[index].name;
+}
+
+EventName NameOf(const Nima::Catalogue::OwnEventRow& row) {
+    return {std::string(row.name), std::string(row.format),
+            row.format.empty() ? std::nullopt : CountArguments(row.format)};
+}
+
+bool SplitWords(std::string_view line, std::vector<std::string>& words, std::string& problem) {
+    for (std::string word; TakeWord(line, word);) {
+        words.push_back(word);
+    }
+    if (!line.empty() && line.front() != '#') {
+        problem = "a quote without its end";
+        return false;
+    }
+    return true;
+}
 
 } // namespace
 
+/// A kind of line: its first word, how many words it has, and what it adds.
+struct Names::Kind {
+    std::string_view word;
+    std::size_t leastWords;
+    std::size_t mostWords;
+    /// What the words after the first ought to be.
+    std::string_view takes;
+    bool (Names::*add)(const Words& words, std::string& problem);
+};
+
+const std::array<Names::Kind, 5>& Names::Kinds() {
+    static constexpr std::array<Kind, 5> kKinds{
+        Kind{"component", 3, 3, "takes a number (at most 127) and a name", &Names::AddComponent},
+        Kind{"level", 3, 3, "takes a number (at most 3) and a name", &Names::AddLevel},
+        Kind{"thread", 3, 3, "takes a number (at most 4294967295) and a name", &Names::AddThread},
+        Kind{"event", 4, 5, "takes a component, an event number, a name and perhaps a format",
+             &Names::AddEvent},
+        Kind{"ring", 4, 5, "takes a ring's name, a code, a name and perhaps a format", &Names::AddRingEvent}};
+    static_assert(kMostComponent == 127 && kMostLevel == 3 && kAnyNumber == 4294967295U);
+    return kKinds;
+}
+
 Names::Names() {
-    std::string problem;
-    for (const char* line : kOwnNames) {
-        AddLine(line, problem);
+    using namespace Nima::Catalogue;
+    components_[kOwnComponent] = kOwnComponentName;
+    for (const OwnEventRow& row : kOwnTraceEvents) {
+        events_[{kOwnComponent, row.number}] = NameOf(row);
+    }
+    for (const OwnEventRow& row : kOwnRingEvents) {
+        ringEvents_[{std::string(NameOfRing(kOwnRing)), row.number}] = NameOf(row);
     }
 }
 
@@ -187,66 +144,89 @@ bool Names::Load(const std::string& path, std::string& problem) {
         problem = path + ": too large for a dictionary of names";
         return false;
     }
+    file_ = file->Identity();
     const std::string bytes = file->ReadAll(kMostNamesBytes);
+    if (!file->ReadProblem().empty()) {
+        problem = path + ": " + file->ReadProblem();
+        return false;
+    }
     std::string_view rest = bytes;
     for (int number = 1; !rest.empty(); ++number) {
-        const std::size_t end = std::min(rest.find('\n'), rest.size() - 1) + 1;
-        if (!AddLine(WithoutLineEnd(rest.substr(0, end)), problem)) {
+        if (!AddLine(TakeLine(rest), problem)) {
             problem.insert(0, path + ":" + std::to_string(number) + ": ");
             return false;
         }
-        rest.remove_prefix(end);
     }
     return true;
 }
 
 bool Names::AddLine(std::string_view line, std::string& problem) {
-    std::vector<std::string> words;
-    for (std::string word; TakeWord(line, word);) {
-        words.push_back(word);
+    Words words;
+    problem.clear();
+    if (!SplitWords(line, words, problem) || words.empty()) {
+        return problem.empty();
     }
-    if (!line.empty() && line.front() != '#') {
-        problem = "a quote without its end";
+    const auto& kinds = Kinds();
+    const auto* kind =
+        std::find_if(kinds.begin(), kinds.end(), [&](const Kind& each) { return each.word == words[0]; });
+    if (kind == kinds.end()) {
+        problem = "\"" + words[0] + "\" is not component, level, thread, event or ring";
         return false;
     }
-    if (words.empty()) {
+    const bool rightCount = words.size() >= kind->leastWords && words.size() <= kind->mostWords;
+    if (rightCount && (this->*kind->add)(words, problem)) {
         return true;
     }
-    const std::string& kind = words[0];
+    if (problem.empty()) {
+        problem = std::string(kind->word) + ' ' + std::string(kind->takes);
+    }
+    return false;
+}
+
+bool Names::AddNumbered(std::map<std::uint32_t, std::string>& names, const Words& words, std::uint32_t most) {
     std::uint32_t number = 0;
-    const bool isEvent = kind == "event" || kind == "ring";
-    if (!isEvent) {
-        const std::uint32_t most = kind == "component" ? kMostComponent
-                                   : kind == "level"   ? kMostLevel
-                                                       : 0xFFFFFFFF;
-        if (kind != "component" && kind != "level" && kind != "thread") {
-            problem = "\"" + kind + "\" is not component, level, thread, event or ring";
-            return false;
-        }
-        if (words.size() != 3 || !Number(words[1], most, number)) {
-            problem = kind + " takes a number (at most " + std::to_string(most) + ") and a name";
-            return false;
-        }
-        (kind == "component" ? components_ : kind == "level" ? levels_ : threads_)[number] = words[2];
-        return true;
-    }
-    if (words.size() < 4 || words.size() > 5 ||
-        !Number(words[2], kind == "event" ? kMostEvent : 0xFFFFFFFF, number)) {
-        problem = kind == "event" ? "event takes a component, an event number, a name and perhaps a format"
-                                  : "ring takes a ring's name, a code, a name and perhaps a format";
+    if (!Number(words[1], most, number)) {
         return false;
     }
-    EventName event{words[3], words.size() == 5 ? words[4] : std::string(), std::nullopt};
+    names[number] = words[2];
+    return true;
+}
+
+bool Names::AddComponent(const Words& words, std::string& /*problem*/) {
+    return AddNumbered(components_, words, kMostComponent);
+}
+
+bool Names::AddLevel(const Words& words, std::string& /*problem*/) {
+    return AddNumbered(levels_, words, kMostLevel);
+}
+
+bool Names::AddThread(const Words& words, std::string& /*problem*/) {
+    return AddNumbered(threads_, words, kAnyNumber);
+}
+
+/// The last words of an event: its number, its name, and perhaps a format.
+bool Names::TakeEvent(const Words& words, std::uint32_t most, std::uint32_t& number, EventName& event,
+                      std::string& problem) {
+    if (!Number(words[2], most, number)) {
+        return false;
+    }
+    event.name = words[3];
     if (words.size() == 5) {
+        event.format = words[4];
         event.arguments = CountArguments(event.format);
         if (!event.arguments) {
             problem = "the format takes %d %i %u %x %X %o %c %p, one for each 32-bit argument, and %%";
             return false;
         }
     }
-    if (kind == "ring") {
-        ringEvents_[{words[1], number}] = event;
-        return true;
+    return true;
+}
+
+bool Names::AddEvent(const Words& words, std::string& problem) {
+    std::uint32_t number = 0;
+    EventName event;
+    if (!TakeEvent(words, SYSTRACE_EVENT_MASK, number, event, problem)) {
+        return false;
     }
     const auto component = FindComponent(words[1]);
     if (!component) {
@@ -254,6 +234,16 @@ bool Names::AddLine(std::string_view line, std::string& problem) {
         return false;
     }
     events_[{*component, number}] = event;
+    return true;
+}
+
+bool Names::AddRingEvent(const Words& words, std::string& problem) {
+    std::uint32_t code = 0;
+    EventName event;
+    if (!TakeEvent(words, kAnyNumber, code, event, problem)) {
+        return false;
+    }
+    ringEvents_[{words[1], code}] = event;
     return true;
 }
 
@@ -286,33 +276,6 @@ const EventName* Names::Event(std::uint32_t component, std::uint32_t event) cons
 const EventName* Names::RingEvent(std::string_view ring, std::uint32_t code) const {
     const auto found = ringEvents_.find(std::pair(std::string(ring), code));
     return found != ringEvents_.end() ? &found->second : nullptr;
-}
-
-void AppendFormatted(std::string& out, const EventName& event, std::span<const std::uint32_t> arguments) {
-    std::size_t used = 0;
-    std::string_view rest = event.format;
-    while (!rest.empty()) {
-        const std::size_t plain = std::min(rest.find('%'), rest.size());
-        AppendPrintable(out, rest.substr(0, plain));
-        rest.remove_prefix(plain);
-        Conversion conversion;
-        if (rest.starts_with("%%")) {
-            out += '%';
-            rest.remove_prefix(2);
-        } else if (!rest.empty() && ReadConversion(rest, conversion)) {
-            if (used < arguments.size()) {
-                AppendConverted(out, conversion, arguments[used]);
-            } else {
-                out += '?';
-            }
-            ++used;
-            rest.remove_prefix(conversion.length);
-        }
-    }
-    for (; used < arguments.size(); ++used) {
-        out += ' ';
-        AppendHex(out, arguments[used]);
-    }
 }
 
 } // namespace NimaPost

@@ -1,14 +1,16 @@
 #pragma once
 
-#include "tools/base/InputFile.h"
+#include "tools/base/FileIdentity.h"
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace NimaPost {
 
@@ -30,6 +32,8 @@ class Names {
     /// understood; `problem` then names file and line.
     bool Load(const std::string& path, std::string& problem);
     bool AddLine(std::string_view line, std::string& problem);
+    /// Of the file that was loaded last.
+    std::optional<FileIdentity> File() const { return file_; }
 
     /// "Engine", or "component 2".
     std::string Component(std::uint32_t number) const;
@@ -45,17 +49,26 @@ class Names {
     const EventName* RingEvent(std::string_view ring, std::uint32_t code) const;
 
   private:
-    struct Line;
+    using Words = std::vector<std::string>;
+    struct Kind;
 
+    static const std::array<Kind, 5>& Kinds();
+    static bool AddNumbered(std::map<std::uint32_t, std::string>& names, const Words& words,
+                            std::uint32_t most);
+    static bool TakeEvent(const Words& words, std::uint32_t most, std::uint32_t& number, EventName& event,
+                          std::string& problem);
+    bool AddComponent(const Words& words, std::string& problem);
+    bool AddLevel(const Words& words, std::string& problem);
+    bool AddThread(const Words& words, std::string& problem);
+    bool AddEvent(const Words& words, std::string& problem);
+    bool AddRingEvent(const Words& words, std::string& problem);
+
+    std::optional<FileIdentity> file_;
     std::map<std::uint32_t, std::string> components_;
     std::map<std::uint32_t, std::string> levels_;
     std::map<std::uint32_t, std::string> threads_;
     std::map<std::pair<std::uint32_t, std::uint32_t>, EventName> events_;
     std::map<std::pair<std::string, std::uint32_t>, EventName, std::less<>> ringEvents_;
 };
-
-/// Puts arguments into a format of the dictionary. Arguments that the format does not take follow in
-/// hexadecimal, missing ones show as "?".
-void AppendFormatted(std::string& out, const EventName& event, std::span<const std::uint32_t> arguments);
 
 } // namespace NimaPost

@@ -1,9 +1,13 @@
 #include "tools/rings/LiveRings.h"
 
+#include "catalogue/Rings.h"
 #include "tools/base/CounterClock.h"
+#include "tools/rings/Segment.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <iterator>
 
 namespace NimaPost {
 
@@ -11,6 +15,8 @@ namespace {
 
 /// Thirty times what the library lays out.
 constexpr std::uint64_t kMostRecords = 1 << 19;
+/// The fields of the directory, without the unused rest of its page.
+constexpr std::size_t kDirectoryFields = offsetof(RingDirectory, unused);
 
 bool Same(const RingBufferData& a, const RingBufferData& b) {
     return std::memcmp(&a, &b, sizeof(a)) == 0;
@@ -21,7 +27,7 @@ bool Same(const RingBufferData& a, const RingBufferData& b) {
 const RingsLook& LiveRings::Look(std::vector<std::string>& notices) {
     look_ = RingsLook();
     const InputFile* file = file_.Look(notices);
-    const Directory directoryBefore = directory_;
+    const RingDirectory directoryBefore = directory_;
     const std::vector<RingBufferData> before = std::move(records_);
     records_.clear();
     if (file == nullptr) {
@@ -31,20 +37,21 @@ const RingsLook& LiveRings::Look(std::vector<std::string>& notices) {
         known_ = false;
         return look_;
     }
-    look_.processId = directory_[0];
+    look_.processId = directory_.processId;
     look_.process = StateOfProcess(look_.processId);
     const bool sameFile = known_ && generation_ == file_.Generation();
-    if (sameFile && directory_ != directoryBefore) {
+    if (sameFile && std::memcmp(&directory_, &directoryBefore, kDirectoryFields) != 0) {
         notices.push_back("Process " + std::to_string(look_.processId) + " has laid the rings out anew.");
     }
-    const bool comparable =
-        sameFile && std::equal(directory_.begin() + 1, directory_.end(), directoryBefore.begin() + 1);
+    const bool comparable = sameFile && directory_.segmentSize == directoryBefore.segmentSize &&
+                            std::equal(std::begin(directory_.entryCounts), std::end(directory_.entryCounts),
+                                       std::begin(directoryBefore.entryCounts));
     std::size_t offset = 0;
     if (!comparable) {
         newest_.fill(std::nullopt);
     }
     for (std::uint32_t i = 0; i < RING_COUNT; ++i) {
-        look_.rings[i].entries = directory_[2 + i];
+        look_.rings[i].entries = directory_.entryCounts[i];
         Compare(i, records_.data() + offset, comparable ? before.data() + offset : nullptr, notices);
         offset += look_.rings[i].entries;
     }
@@ -55,19 +62,19 @@ const RingsLook& LiveRings::Look(std::vector<std::string>& notices) {
 }
 
 bool LiveRings::ReadRecords(const InputFile& file) {
-    std::array<char, sizeof(Directory)> head{};
+    std::array<char, kDirectoryFields> head{};
     if (file.ReadAt(0, head) < head.size()) {
         look_.problem = file_.Name() + " ends inside its directory.";
         return false;
     }
-    std::memcpy(directory_.data(), head.data(), head.size());
-    if (directory_[1] <= RING_DIRECTORY_SIZE) {
+    std::memcpy(&directory_, head.data(), head.size());
+    if (directory_.segmentSize <= RING_DIRECTORY_SIZE) {
         look_.problem = "No rings are laid out in " + file_.Name() + ".";
         return false;
     }
     std::uint64_t count = 0;
-    for (std::size_t i = 2; i < directory_.size(); ++i) {
-        count += directory_[i];
+    for (const std::uint32_t entries : directory_.entryCounts) {
+        count += entries;
     }
     if (count > kMostRecords) {
         look_.problem =
@@ -81,7 +88,7 @@ bool LiveRings::ReadRecords(const InputFile& file) {
     // The file lacks the last byte of the mapping.
     if (got + 1 < bytes) {
         look_.problem = file_.Name() + " is cut: " + std::to_string(file.Size()) + " bytes of " +
-                        std::to_string(directory_[1] - 1) + ".";
+                        std::to_string(directory_.segmentSize - 1) + ".";
         return false;
     }
     return true;
@@ -115,7 +122,7 @@ void LiveRings::Compare(std::uint32_t index, const RingBufferData* now, const Ri
     if (before != nullptr) {
         ring.fresh = fresh;
         if (ring.used < usedBefore) {
-            notices.push_back("Ring " + std::string(kRingNames[index]) + " was emptied.");
+            notices.push_back("Ring " + std::string(Nima::Catalogue::kRings[index].name) + " was emptied.");
             newest_[index].reset();
         }
     }

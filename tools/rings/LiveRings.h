@@ -1,5 +1,6 @@
 #pragma once
 
+#include "catalogue/Files.h"
 #include "tools/base/LiveFile.h"
 #include "tools/base/Process.h"
 #include "tools/rings/Rings.h"
@@ -34,13 +35,12 @@ struct RingsLook {
 class LiveRings {
   public:
     explicit LiveRings(const std::string& directory)
-        : file_(directory + "/System Ring Buffers", "System Ring Buffers") {}
+        : file_(directory + '/' + Nima::Catalogue::kRingSegment.narrow,
+                Nima::Catalogue::kRingSegment.narrow) {}
 
     const RingsLook& Look(std::vector<std::string>& notices);
 
   private:
-    using Directory = std::array<std::uint32_t, 2 + RING_COUNT>;
-
     bool ReadRecords(const InputFile& file);
     void Compare(std::uint32_t index, const RingBufferData* now, const RingBufferData* before,
                  std::vector<std::string>& notices);
@@ -48,7 +48,7 @@ class LiveRings {
 
     LiveFile file_;
     RingsLook look_;
-    Directory directory_{};
+    RingDirectory directory_{};
     std::vector<RingBufferData> records_;
     std::array<std::optional<RingBufferData>, RING_COUNT> newest_;
     unsigned generation_ = 0;

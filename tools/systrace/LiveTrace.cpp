@@ -1,5 +1,8 @@
 #include "tools/systrace/LiveTrace.h"
 
+#include "catalogue/Marks.h"
+#include "tools/systrace/Assembler.h"
+
 #include <algorithm>
 #include <bit>
 #include <cstring>
@@ -66,7 +69,8 @@ bool LiveTrace::ReadHeader(const InputFile& file) {
     std::memcpy(&header, bytes.data(), bytes.size());
     if (got < bytes.size()) {
         look_.problem = file_.Name() + " ends inside its header, after " + std::to_string(got) + " bytes.";
-    } else if ((header.flags & SYSTRACE_FLAG_FORMATTED) == 0 || std::memcmp(header.magic, "strc", 4) != 0) {
+    } else if ((header.flags & SYSTRACE_FLAG_FORMATTED) == 0 ||
+               std::memcmp(header.magic, Nima::Catalogue::kSysTraceMagic, sizeof(header.magic)) != 0) {
         look_.problem = file_.Name() + " is not formatted.";
     } else if (header.version != SYSTRACE_VERSION || header.headerSize != SYSTRACE_HEADER_SIZE) {
         look_.problem =
@@ -114,7 +118,12 @@ void LiveTrace::ReadEntries(const InputFile& file, const Names& names) {
     CountRecords(entries, looked);
     const auto tail = static_cast<std::uint32_t>(std::min<std::uint64_t>(count, kTail));
     entries.erase(entries.begin(), entries.end() - static_cast<std::ptrdiff_t>(tail));
-    look_.newest = AssembleSysTrace(header, std::move(entries), (*claimed_ - tail) & header.indexMask, names);
+    look_.newest.header = header;
+    look_.newest.entryCount = header.entryCount;
+    look_.newest.entriesRead = entries.size();
+    const ClaimedEntries claimed{std::move(entries), (*claimed_ - tail) & header.indexMask, header.entryCount,
+                                 true};
+    AssembleSysTrace(look_.newest, claimed, names);
     auto& records = look_.newest.records;
     while (!records.empty() && records.back().state == RecordState::kTorn &&
            ((*claimed_ - records.back().slot) & header.indexMask) <= kBeingWritten) {
@@ -123,7 +132,7 @@ void LiveTrace::ReadEntries(const InputFile& file, const Names& names) {
 }
 
 void LiveTrace::CountRecords(std::span<const SysTraceEntry> entries, std::uint32_t fresh) {
-    std::array<std::int64_t, 128> counts{};
+    std::array<std::int64_t, Nima::Catalogue::kComponents> counts{};
     const auto count = [&](std::span<const SysTraceEntry> some, std::int64_t one) {
         for (const SysTraceEntry& entry : some) {
             if ((entry.id & SYSTRACE_CONTINUATION) == 0 && (entry.id != 0 || entry.value != 0)) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "catalogue/Files.h"
+#include "catalogue/SysTrace.h"
 #include "tools/base/LiveFile.h"
-#include "tools/systrace/SysTraceFile.h"
+#include "tools/systrace/SysTrace.h"
 
 #include <array>
 #include <cstdint>
@@ -18,10 +20,10 @@ struct TraceLook {
     SysTraceHeader header{};
     /// Entries claimed since the look before; empty at the first.
     std::optional<std::uint64_t> newEntries;
-    std::uint64_t newRecords = 0;                    ///< of them, those that begin a record
-    std::uint64_t notLookedAt = 0;                   ///< of them, those that were too many for one look
-    std::array<std::uint64_t, 128> newOfComponent{}; ///< records
-    SysTraceFile newest;                             ///< the last records
+    std::uint64_t newRecords = 0;  ///< of them, those that begin a record
+    std::uint64_t notLookedAt = 0; ///< of them, those that were too many for one look
+    std::array<std::uint64_t, Nima::Catalogue::kComponents> newOfComponent{}; ///< records
+    SysTraceFile newest;                                                      ///< the last records
 };
 
 /// Looks at the segment "SysTrace Buffer" of a running process: each time at the header, at what was claimed
@@ -29,7 +31,8 @@ struct TraceLook {
 class LiveTrace {
   public:
     explicit LiveTrace(const std::string& directory)
-        : file_(directory + "/SysTrace Buffer", "SysTrace Buffer") {}
+        : file_(directory + '/' + Nima::Catalogue::kSysTraceSegment.narrow,
+                Nima::Catalogue::kSysTraceSegment.narrow) {}
 
     const TraceLook& Look(const Names& names, std::vector<std::string>& notices);
 

@@ -2,27 +2,17 @@
 
 #include "tools/base/Findings.h"
 #include "tools/base/InputFile.h"
-#include "tools/names/Names.h"
+#include "tools/words/Words.h"
 
-#include <array>
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
+#include <string_view>
 #include <vector>
 
 #include <Diagnostics/Formats.h>
 
 namespace NimaPost {
-
-enum class RecordState : unsigned char {
-    kWhole,
-    /// Its writer never finished it, or its entries are lost.
-    kTorn,
-    /// Records of the same event were written at the same moment and their values cannot be told apart. All
-    /// the values that followed stand with the last record of the group.
-    kEntangled
-};
 
 struct SysTraceRecord {
     std::int64_t elapsed = 0; ///< nanoseconds since the first record, at the least
@@ -69,13 +59,5 @@ bool LooksLikeSysTrace(std::string_view front);
 /// Empty where the file is neither dump nor segment, or of a version that this program does not know; the
 /// findings then say so. `names` tells how many arguments an event has.
 std::optional<SysTraceFile> ReadSysTrace(const InputFile& file, const Names& names, Findings& findings);
-
-/// Puts together the records of entries that were claimed one after the other, the first of them in
-/// `firstSlot` of a block with this header, whose entry count has to be right.
-SysTraceFile AssembleSysTrace(const SysTraceHeader& header, std::vector<SysTraceEntry> entries,
-                              std::uint32_t firstSlot, const Names& names);
-
-/// "levels 0 and 1: every component; level 2: Engine, component 7".
-std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
 
 } // namespace NimaPost

@@ -1,4 +1,4 @@
-#include "tools/rings/RingOrder.h"
+#include "tools/rings/Merge.h"
 
 #include "tools/base/CounterClock.h"
 
@@ -7,8 +7,6 @@
 namespace NimaPost {
 
 namespace {
-
-constexpr std::int64_t kDumpTakes = kSecond / 5;
 
 /// The newest counter of all: the one that every other ring's newest stands close before. Counters agree with
 /// time modulo a second alone, so the newest follows the widest gap on that circle.
@@ -42,9 +40,8 @@ std::vector<MergedRecord> MergeRings(const RingSet& set) {
             continue;
         }
         const RingRecord& last = ring.records.back();
-        std::int64_t behind = StepForward(last.data.timestamp, newest);
-        // The head of a dump is written before the rings are read, and the device goes on meanwhile.
-        behind -= set.ticks && behind > kCounterPeriod - kDumpTakes ? kCounterPeriod : 0;
+        const std::int64_t behind =
+            set.ticks ? BeforeHead(last.data.timestamp, newest) : StepForward(last.data.timestamp, newest);
         for (const RingRecord& record : ring.records) {
             merged.push_back({record.elapsed - last.elapsed - behind, &ring, &record});
         }
