@@ -1,5 +1,6 @@
 #include "crashHandler/FrameWriter.h"
 
+#include "catalogue/Marks.h"
 #include "crashHandler/BufferSizes.h"
 #include "crashHandler/Demangler.h"
 #include "crashHandler/Descriptors.h"
@@ -77,10 +78,10 @@ void Compose(Line& line, const Frame& frame, bool withNames) {
     if (withNames && FindName(frame, name)) {
         PlainName plain;
         const bool isMangled = Demangle(name.text, AddPiece, &plain);
-        line.Add(" (").Add(isMangled ? plain.text() : name.text);
+        line.Add(Nima::Catalogue::kFrameFunction).Add(isMangled ? plain.text() : name.text);
         line.Add("+0x").AddHex(OffsetIn(name, frame)).Add(")\n");
     } else {
-        line.Add(" -- error: unable to obtain symbol name for this frame\n");
+        line.Add(Nima::Catalogue::kFrameWithoutName).Add("\n");
     }
     line.KeepLineFeed();
 }

@@ -1,5 +1,8 @@
 #include "crashHandler/crashHandler.h"
 
+#include "catalogue/Files.h"
+#include "catalogue/Marks.h"
+#include "catalogue/Notification.h"
 #include "crashHandler/CrashThreads.h"
 #include "crashHandler/Descriptors.h"
 #include "crashHandler/FrameWriter.h"
@@ -30,10 +33,10 @@
 #include <Diagnostics/CrashApi.h>
 
 using namespace CrashHandling;
+namespace Catalogue = Nima::Catalogue;
 
 namespace {
 
-constexpr unsigned short kMoskPort = 65429;
 constexpr const char* kThisUnit = "crashHandler/crashHandler";
 constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 
@@ -60,10 +63,10 @@ void Write(int descriptor, const ReportLine& line) {
     WriteAll(descriptor, line.text(), line.length());
 }
 
-/// "file, line n: ", with which the lines of a report begin.
+/// "file, line n", with which the lines of a report begin.
 ReportLine LineOf(const char* file, int line) {
     ReportLine text;
-    return text.Add(file).Add(", line ").AddDecimal(line).Add(": ");
+    return text.Add(file).Add(", line ").AddDecimal(line);
 }
 
 /// A thread that is being cancelled would be unwound out of the handler by its first system call, and the
@@ -99,7 +102,8 @@ int CreateStackFile(int* descriptor, char* name, long long patience) {
     const long long begin = Milliseconds();
     for (int number = 1;; ++number) {
         TextLine<kStackFileNameSize> text;
-        text.Add("./stacktrace").AddDecimal(::getpid()).Add("-").AddDecimal(number).Add(".txt");
+        text.Add("./").Add(Catalogue::kStackTracePrefix).AddDecimal(::getpid());
+        text.Add("-").AddDecimal(number).Add(Catalogue::kStackTraceSuffix);
         std::memcpy(name, text.text(), kStackFileNameSize);
         *descriptor = OpenAboveStandard(name, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NONBLOCK, 0777);
         if (*descriptor != -1) {
@@ -240,7 +244,7 @@ void SendToMosk(const TextLine<kNotificationSize>& text) {
     const int socket = OpenSocket();
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(kMoskPort);
+    address.sin_port = htons(Catalogue::kNotificationPort);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const ssize_t sent = ::sendto(socket, text.text(), text.length(), MSG_NOSIGNAL,
                                   reinterpret_cast<const sockaddr*>(&address), sizeof(address));
@@ -295,7 +299,8 @@ void notifyMoskAboutCrash(const char* name) {
     path.Add(std::strcmp(folder, "/") == 0 ? "" : folder).Add("/");
     path.Add(std::strncmp(name, "./", 2) == 0 ? name + 2 : name);
     TextLine<kNotificationSize> text;
-    text.Add("crash-notification\r\nfile: ").Add(path.text()).Add("\r\ndir:").Add(cores).Add("\r\n");
+    text.Add(Catalogue::kNotificationHead).Add(path.text());
+    text.Add(Catalogue::kNotificationFolder).Add(cores).Add(Catalogue::kNotificationEnd);
     SendToMosk(text);
 }
 
@@ -381,20 +386,20 @@ void HandleFatalCrash(const char* message, const char* callStack, unsigned code,
     const int descriptor = report.descriptor;
     const int callersLine = static_cast<int>(line);
     Attempt(thread, [&] {
-        Write(descriptor, LineOf(file, callersLine).Add("Message: [").Add(message).Add("]\r\n"));
+        Write(descriptor, LineOf(file, callersLine).Add(Catalogue::kReportMessage).Add(message).Add("]\r\n"));
         Write(descriptor, LineOf(file, callersLine)
-                              .Add("Code: ")
+                              .Add(": Code: ")
                               .AddDecimal(static_cast<int>(code))
                               .Add(", 0x")
                               .AddHex(code, 8)
                               .Add("\r\n"));
         Write(descriptor, LineOf(kThisUnit, kReportLine)
-                              .Add("File: ")
+                              .Add(": File: ")
                               .Add(file)
                               .Add(", line ")
                               .AddDecimal(line)
                               .Add("\r\n"));
-        Write(descriptor, LineOf(kThisUnit, kCallStackLine).Add("Callstack:\r\n"));
+        Write(descriptor, LineOf(kThisUnit, kCallStackLine).Add(": Callstack:\r\n"));
         WriteAll(descriptor, callStack, std::strlen(callStack));
     });
     if (*callStack == '\0') {
