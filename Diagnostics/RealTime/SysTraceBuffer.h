@@ -45,17 +45,19 @@ class SysTraceBuffer {
 
     /// Whether the id's component traces at the id's level. Bit 31 plays no part.
     bool FilterTrace(std::uint32_t id) const {
-        const std::uint32_t level = id >> SYSTRACE_LEVEL_SHIFT & SYSTRACE_LEVEL_MASK;
-        const std::uint32_t component = id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK;
-        const std::uint32_t word =
-            SharedWord(filter_[Catalogue::FilterWord(level, component)]).load(std::memory_order_relaxed);
-        return (word & Catalogue::FilterBit(component)) != 0;
+        // Level and component stand side by side: the upper four of their bits number the word, the others
+        // the bit.
+        static_assert(Catalogue::FilterWord(2, 77) == ((2U << 7U | 77U) >> 5U) &&
+                      Catalogue::FilterBit(77) == UINT32_C(0x80000000) >> (77U & 31U));
+        const std::uint32_t index = id >> (SYSTRACE_COMPONENT_SHIFT + 5) & 15;
+        const std::uint32_t bit = id >> SYSTRACE_COMPONENT_SHIFT & 31;
+        const std::uint32_t word = SharedWord(filter_[index]).load(std::memory_order_relaxed);
+        return (word << bit & UINT32_C(0x80000000)) != 0;
     }
 
-    /// Writes a record, whatever the filter: the id with its time, the arguments, the thread. Not inlined, so
-    /// that a caller whose id is filtered out saves no registers for it.
+    /// Writes a record, whatever the filter: the id with its time, the arguments, the thread.
     template <class... Words>
-    [[gnu::noinline]] void Record(std::uint32_t id, Words... arguments) {
+    void Record(std::uint32_t id, Words... arguments) {
         SysTraceEntry& first = Claim();
         Store(first.id, id & ~SYSTRACE_CONTINUATION);
         Store(first.value, Timestamp());
