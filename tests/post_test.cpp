@@ -5,6 +5,7 @@
 #include "tools/Program.h"
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include <dlfcn.h>
 #include <nlohmann/json.hpp>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -660,4 +662,41 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
         EXPECT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
         EXPECT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
     }
+}
+
+/// Stands for a medium that fails: beyond its first bytes nothing can be read of a file called "failing".
+extern "C" ssize_t pread64(int file, void* bytes, size_t count, off64_t offset) {
+    constexpr off64_t kReadable = 100;
+    std::array<char, 256> name{};
+    const std::string link = "/proc/self/fd/" + std::to_string(file);
+    const bool fails = readlink(link.c_str(), name.data(), name.size() - 1) > 0 &&
+                       std::string(name.data()).ends_with("/failing");
+    if (fails && offset + static_cast<off64_t>(count) > kReadable) {
+        if (offset >= kReadable) {
+            errno = EIO;
+            return -1;
+        }
+        count = static_cast<size_t>(kReadable - offset);
+    }
+    using Function = ssize_t (*)(int, void*, size_t, off64_t);
+    static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pread64"));
+    return next(file, bytes, count, offset);
+}
+
+TEST_F(PostMortem, ReportsWhatCannotBeReadToItsEnd) {
+    std::string lines;
+    for (int i = 0; i < 10; ++i) {
+        lines += std::to_string(i + 1) + " <0x00000001:000> <WARN> <One> line " + std::to_string(i) + "\r\n";
+    }
+    for (const std::string& content : {lines, std::string(400, 'x'), EventRecordBytes("someone")}) {
+        WriteFile("failing", content);
+        WriteFile("device.log", lines);
+        const Result report = Post({"report", ".", "-o", "report.html", "--json"});
+        EXPECT_EQ(report.code, 1);
+        EXPECT_TRUE(report.Finds("cannot-read")) << report.output;
+    }
+    WriteFile("failing", lines);
+    const Result log = Post({"log", "failing", "--json"});
+    EXPECT_EQ(log.code, 1);
+    EXPECT_TRUE(log.Finds("cannot-read"));
 }

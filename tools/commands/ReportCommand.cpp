@@ -54,6 +54,19 @@ std::string FolderName(const std::string& folder) {
     return ToUtf8(error ? folder : path.filename().string());
 }
 
+void WriteRows(Output& out, const std::vector<Row>& sorted, std::uint64_t omitted, std::int64_t origin) {
+    out.Write("\"rows\":[");
+    for (std::size_t i = 0; i < sorted.size(); ++i) {
+        out.Write(i == 0 ? "\n" : ",\n");
+        WriteEscaped(out, RowJson(sorted[i], origin));
+    }
+    out.Write("],\n\"omitted\":");
+    WriteEscaped(out, {{"rows", omitted},
+                       {"statement", omitted == 0 ? std::string()
+                                                  : Counted(omitted, "older record") +
+                                                        " left out; --rows takes more of them in."}});
+}
+
 void WritePage(Output& out, const Options& options, const Story& story, const Names& names) {
     Rows rows(options.rows, names);
     story.ForEach([&](const TimelineEvent& event) {
@@ -85,17 +98,7 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
     member("levels", rows.levels.Texts());
     member("names", rows.names.Texts());
     member("columns", {"t", "sure", "source", "thread", "level", "name", "text", "args"});
-    out.Write("\"rows\":[");
-    for (std::size_t i = 0; i < sorted.size(); ++i) {
-        out.Write(i == 0 ? "\n" : ",\n");
-        WriteEscaped(out, RowJson(sorted[i], origin));
-    }
-    out.Write("],\n\"omitted\":");
-    const std::uint64_t omitted = rows.Omitted();
-    WriteEscaped(out, {{"rows", omitted},
-                       {"statement", omitted == 0 ? std::string()
-                                                  : Counted(omitted, "older record") +
-                                                        " left out; --rows takes more of them in."}});
+    WriteRows(out, sorted, rows.Omitted(), origin);
     out.Write("}");
     out.Write(PageTail());
 }

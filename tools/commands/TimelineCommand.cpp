@@ -1,3 +1,4 @@
+#include "catalogue/Marks.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
@@ -54,7 +55,8 @@ class Tracks {
         }
         Track& track = tracks_.try_emplace(*event.thread, Track{tracks_.size() + 1, {}}).first->second;
         // The library itself calibrates the log on whichever thread comes along.
-        if (track.tracer.empty() && event.kind == EventKind::kText && event.level != "CAL") {
+        if (track.tracer.empty() && event.kind == EventKind::kText &&
+            event.level != Nima::Catalogue::kCalibrationLevel) {
             track.tracer = ToUtf8(event.name);
         }
         return track.number;

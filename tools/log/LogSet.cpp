@@ -30,6 +30,25 @@ class QueueClock {
     std::int64_t last_ = INT64_MIN;
 };
 
+/// What files are put in order by.
+struct FileKey {
+    std::size_t file;
+    std::optional<RawDate> date;
+    std::int64_t counter = 0;
+    bool counts = false;
+};
+
+bool ComesBefore(const FileKey& a, const FileKey& b) {
+    if (!a.date || !b.date) {
+        return false;
+    }
+    const std::int64_t apart = a.date->second - b.date->second;
+    if (apart < -1 || apart > 1 || !a.counts || !b.counts) {
+        return apart < 0;
+    }
+    return StepForward(a.counter, b.counter) < kCounterPeriod / 2 && a.counter != b.counter;
+}
+
 } // namespace
 
 std::int64_t OriginOf(const LogRun& run) {
@@ -148,15 +167,9 @@ void LogSet::SurveyQueue(std::size_t index) {
 
 /// Files stand in the order of their dates; dates within a second of each other are settled by the counters.
 void LogSet::OrderFiles() {
-    struct Key {
-        std::size_t file;
-        std::optional<RawDate> date;
-        std::int64_t counter = 0;
-        bool counts = false;
-    };
-    std::vector<Key> keys;
+    std::vector<FileKey> keys;
     for (std::size_t i = 0; i < sources_.size(); ++i) {
-        Key key{i, std::nullopt, 0, sources_[i].kind == LogKind::kLines};
+        FileKey key{i, std::nullopt, 0, sources_[i].kind == LogKind::kLines};
         for (const LogPart& part : parts_) {
             if (part.file == i && part.date && !part.overwritten && !key.date) {
                 key.date = part.date;
@@ -165,25 +178,15 @@ void LogSet::OrderFiles() {
         }
         keys.push_back(key);
     }
-    const auto before = [](const Key& a, const Key& b) {
-        if (!a.date || !b.date) {
-            return false;
-        }
-        const std::int64_t apart = a.date->second - b.date->second;
-        if (apart < -1 || apart > 1 || !a.counts || !b.counts) {
-            return apart < 0;
-        }
-        return StepForward(a.counter, b.counter) < kCounterPeriod / 2 && a.counter != b.counter;
-    };
     // The relation is no strict order among files of the same second, so nothing that relies on one may sort
     // them.
     for (std::size_t i = 1; i < keys.size(); ++i) {
-        for (std::size_t j = i; j > 0 && before(keys[j], keys[j - 1]); --j) {
+        for (std::size_t j = i; j > 0 && ComesBefore(keys[j], keys[j - 1]); --j) {
             std::swap(keys[j], keys[j - 1]);
         }
     }
     std::vector<LogPart> ordered;
-    for (const Key& key : keys) {
+    for (const FileKey& key : keys) {
         std::copy_if(parts_.begin(), parts_.end(), std::back_inserter(ordered),
                      [&](const LogPart& part) { return part.file == key.file; });
     }

@@ -1,5 +1,6 @@
 #include "tools/report/Rows.h"
 
+#include "catalogue/Marks.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -48,7 +49,8 @@ void Rows::Take(const TimelineEvent& event) {
     }
     if (event.thread) {
         Thread& thread = threads_.try_emplace(*event.thread, Thread{threads_.size(), {}}).first->second;
-        if (thread.tracer.empty() && event.kind == EventKind::kText && event.level != "CAL") {
+        if (thread.tracer.empty() && event.kind == EventKind::kText &&
+            event.level != Nima::Catalogue::kCalibrationLevel) {
             thread.tracer = ToUtf8(event.name);
         }
         row.thread = static_cast<std::int64_t>(thread.number);
