@@ -4,6 +4,7 @@
 #include "Diagnostics/MessageFormat.h"
 #include "Diagnostics/TraceFormat.h"
 #include "Diagnostics/TraceLevel.h"
+#include "Diagnostics/TracerLock.h"
 #include "platform/Cancellation.h"
 #include "platform/Handles.h"
 #include "platform/PatientLock.h"
@@ -17,6 +18,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <utility>
 
 #include <Diagnostics/TraceApi.h>
 
@@ -77,61 +79,132 @@ void TraceSet::Enter() const {
     _enter_critical_section_helper(lock_);
 }
 
-bool TraceSet::TryEnter() const {
-    return TryEnterCriticalSection(lock_);
-}
-
 void TraceSet::Leave() const {
     _leave_critical_section_helper(lock_);
 }
 
+/// Lets go of the tracer that was taken, however the scope is left.
+class TraceSet::Hand {
+  public:
+    Hand(TraceSet& set, TracerLock& lock) : set_(set), lock_(lock) {}
+    Hand(const Hand&) = delete;
+    Hand& operator=(const Hand&) = delete;
+    ~Hand() {
+        lock_.unlock(); // the tracer may be gone from here on
+        set_.inHand_.store(nullptr);
+    }
+
+  private:
+    TraceSet& set_;
+    TracerLock& lock_;
+};
+
+// Takes the tracer after the one given, lock and all. Inside the set a lock is only tried for: between two
+// tries a tracer that is destroyed meanwhile leaves the set.
+bool TraceSet::TakeNext(NimaTrace*& tracer) {
+    for (;;) {
+        {
+            Enter();
+            const SetExit exit(*this);
+            const auto next = tracers_.upper_bound(tracer);
+            if (next == tracers_.end() || !traceSet.IsLive()) {
+                return false;
+            }
+            if ((*next)->lock_->try_lock()) {
+                tracer = *next;
+                inHand_.store(tracer);
+                return true;
+            }
+        }
+        BriefPause();
+    }
+}
+
+void TraceSet::RebindAll() {
+    const std::lock_guard guard(rebinding_);
+    NimaTrace* tracer = nullptr;
+    while (TakeNext(tracer)) {
+        const Hand hand(*this, *tracer->lock_);
+        GuardedCall([=] { tracer->BindAnew(); });
+    }
+}
+
 void InitTracers() {
     const StaticSlot<TraceSet>::Use set(traceSet);
-    if (!set) {
-        return;
-    }
-    set->Enter();
-    const SetExit exit(*set);
-    for (NimaTrace* tracer : set->tracers()) {
-        tracer->Initialize();
+    if (set) {
+        set->RebindAll();
     }
 }
 
 NimaTrace::NimaTrace(const char* name) {
-    auto cell = std::make_unique<void*>(nullptr);
     auto buffer = std::make_unique<char[]>(kBufferSize);
-    name_ = CopyOf(name);
-    _create_critical_section_helper(cell.get());
-    lock_ = cell.release();
+    std::unique_ptr<char, decltype(&std::free)> copy(CopyOf(name), &std::free);
+    lock_ = TracerLock::Take();
+    name_ = copy.release();
     buffer_ = buffer.release();
 }
 
-NimaTrace::~NimaTrace() {
+// The end of a static tracer comes while other threads still write through it. Unbinding it first has those
+// who come now drop their lines; one who is inside already needs what he found there until he leaves. The
+// tracer waits for that a while, and what it had is released later where somebody hangs inside (or where he
+// never returns because the exit came out of his signal handler). Nor is the pointer to the class's table
+// wiped, as a sanitizer would do to catch late callers: here they are expected.
+__attribute__((no_sanitize("vptr"))) NimaTrace::~NimaTrace() {
     const CancellationDelay delay;
-    if (initialized_.load() == 1) {
+    LeaveSet();
+    const TracerBelongings belongings{device_.exchange(nullptr), name_, buffer_};
+    if (TakeForGood()) {
+        lock_->unlock();
+        belongings.Release();
+        TracerLock::GiveBack(lock_);
+    } else {
+        TracerLock::GiveBackLater(lock_, belongings);
+    }
+    TracerLock::Sweep();
+}
+
+// Nobody who comes late puts it into the set again, or binds it. A set that is ending may still have somebody
+// inside who has met this tracer there.
+void NimaTrace::LeaveSet() {
+    {
         const StaticSlot<TraceSet>::Use set(traceSet);
         if (set) {
             set->Enter();
             const SetExit exit(*set);
+            initialized_.store(kGone);
             set->Remove(this);
+            return;
         }
     }
-    _delete_critical_section_helper(lock_);
-    delete lock_;
-    if (ITraceDevice* device = device_.exchange(nullptr)) {
-        TraceDeviceFlush(device);
-        TraceDeviceRelease(device);
+    initialized_.store(kGone);
+    traceSet.AwaitUsers();
+}
+
+// False where the lock cannot be had in time. Being bound anew at the moment does not count: that ends.
+bool NimaTrace::TakeForGood() {
+    constexpr int kPatience = 100;
+    if (lock_->IsMine()) {
+        return true;
     }
-    std::free(name_);
-    delete[] buffer_;
+    const Deadline deadline(kPatience);
+    while (!lock_->try_lock()) {
+        if (deadline.HasPassed()) {
+            const StaticSlot<TraceSet>::Use set(traceSet);
+            if (!set || !set->IsRebinding(this)) {
+                return false;
+            }
+        }
+        BriefPause();
+    }
+    return true;
 }
 
 void NimaTrace::lock() {
-    _enter_critical_section_helper(*lock_);
+    lock_->lock();
 }
 
 void NimaTrace::unlock() {
-    _leave_critical_section_helper(*lock_);
+    lock_->unlock();
 }
 
 // Takes over the reference. A host that asks `Initialized` without the lock may have been overtaken by
@@ -143,62 +216,60 @@ void NimaTrace::Bind(ITraceDevice* device) {
 }
 
 // The first use joins the set and binds, all inside the set: a log created meanwhile either is found here or
-// finds the tracer there. Writers come here before they take the tracer's lock, so re-binding, which holds
-// the set and waits for each tracer, always gets on.
-void NimaTrace::JoinSet(bool mayHoldLock) {
+// finds the tracer there. Once the set has gone, first uses come to nothing.
+void NimaTrace::JoinSet() {
     if (HasJoined()) {
         return;
     }
     const StaticSlot<TraceSet>::Use set(traceSet);
     if (!set) {
-        Bind(FindDefaultLog()); // the library is coming or going; nobody will bind this tracer anew
         return;
     }
-    if (mayHoldLock) {
-        // Another thread's first use may put the tracer into the set meanwhile, and whoever is inside may
-        // then be waiting for the very lock that the caller holds.
-        while (!set->TryEnter()) {
-            BriefPause();
-            if (HasJoined()) {
-                return;
-            }
-        }
-    } else {
-        set->Enter();
-    }
+    set->Enter();
     const SetExit exit(*set);
-    if (initialized_.load(std::memory_order_relaxed) == 0) {
+    if (initialized_.load(std::memory_order_relaxed) == kUnused) {
         Bind(FindDefaultLog());
         set->Insert(this);
-        initialized_.store(1, std::memory_order_release);
+        initialized_.store(kJoined, std::memory_order_release);
     }
 }
 
 bool NimaTrace::Initialized() {
-    GuardedCall([this] { JoinSet(true); });
-    return IsBound();
+    GuardedCall([this] { JoinSet(); });
+    return BoundDevice() != nullptr;
+}
+
+// Under the lock. A tracer that is destroyed meanwhile marks itself before it unbinds itself: either this
+// sees the mark, or the tracer finds what was bound here.
+void NimaTrace::BindAnew() {
+    Bind(nullptr);
+    if (initialized_.load() != kGone) {
+        Bind(FindDefaultLog());
+    }
+    if (initialized_.load() == kGone) {
+        Bind(nullptr);
+    }
 }
 
 void NimaTrace::Initialize() {
     GuardedCall([this] {
-        JoinSet(false);
-        const std::lock_guard guard(*this);
-        Bind(nullptr);
-        Bind(FindDefaultLog());
+        JoinSet();
+        const std::lock_guard guard(*lock_);
+        BindAnew();
     });
 }
 
 void NimaTrace::Flush(bool final) {
     GuardedCall([=, this] {
-        JoinSet(false);
-        const std::lock_guard guard(*this);
-        if (IsBound()) {
-            device_.load()->Flush(final);
+        JoinSet();
+        const std::lock_guard guard(lock_->ForWriter());
+        if (ITraceDevice* const device = BoundDevice()) {
+            device->Flush(final);
         }
     });
 }
 
-void NimaTrace::_WriteImpl(int level, const char* format, va_list arguments) {
+void NimaTrace::_WriteImpl(ITraceDevice* device, int level, const char* format, va_list arguments) {
     if (format == nullptr) {
         return;
     }
@@ -211,20 +282,19 @@ void NimaTrace::_WriteImpl(int level, const char* format, va_list arguments) {
     const int messageLength = FormatMessage(message, room, format, arguments);
     if (messageLength > 0) {
         const long long whole = static_cast<long long>(prefixLength) + messageLength;
-        HandOver(device_.load(std::memory_order_relaxed), buffer_,
-                 static_cast<int>(std::min<long long>(whole, kMaxLine)));
+        HandOver(device, buffer_, static_cast<int>(std::min<long long>(whole, kMaxLine)));
     } else if (messageLength == kFormatterFailed) {
         // The whole buffer goes out; what the formatter did not get to is zero, never an earlier line.
         std::memset(message, 0, room);
         std::vsnprintf(message, room, format, again);
-        HandOver(device_.load(std::memory_order_relaxed), buffer_, kBufferSize);
+        HandOver(device, buffer_, kBufferSize);
     }
     va_end(again);
 }
 
-void NimaTrace::_WriteImplNoFmt(int level, const char* tag, const unsigned char* data, int length) {
-    ITraceDevice* const device = device_.load(std::memory_order_relaxed);
-    if (device == nullptr || data == nullptr || length <= 0) {
+void NimaTrace::_WriteImplNoFmt(ITraceDevice* device, int level, const char* tag, const unsigned char* data,
+                                int length) {
+    if (data == nullptr || length <= 0) {
         return;
     }
     const auto failedIfCut = [](int result, int room) { return result >= room ? kFormatterFailed : result; };
@@ -246,11 +316,11 @@ void NimaTrace::_WriteImplNoFmt(int level, const char* tag, const unsigned char*
 void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments) {
     GuardedCall([&] {
         if (!HasJoined()) {
-            JoinSet(false);
+            JoinSet();
         }
-        const PatientGuard guard(*AsCriticalSection(*lock_));
-        if (IsBound()) {
-            _WriteImpl(level, format, arguments);
+        const PatientGuard guard(lock_->ForWriter());
+        if (ITraceDevice* const device = BoundDevice()) {
+            _WriteImpl(device, level, format, arguments);
         }
     });
 }
@@ -258,11 +328,11 @@ void NimaTrace::WriteFormatted(int level, const char* format, va_list arguments)
 void NimaTrace::WriteRaw(int level, const char* tag, const unsigned char* data, int length) {
     GuardedCall([=, this] {
         if (!HasJoined()) {
-            JoinSet(false);
+            JoinSet();
         }
-        const PatientGuard guard(*AsCriticalSection(*lock_));
-        if (IsBound()) {
-            _WriteImplNoFmt(level, tag, data, length);
+        const PatientGuard guard(lock_->ForWriter());
+        if (ITraceDevice* const device = BoundDevice()) {
+            _WriteImplNoFmt(device, level, tag, data, length);
         }
     });
 }

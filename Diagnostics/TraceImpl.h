@@ -2,8 +2,10 @@
 
 #include "platform/StaticSlot.h"
 
+#include <atomic>
 #include <set>
 
+#include <Diagnostics/Lock.h>
 #include <Diagnostics/NimaTrace.h>
 
 namespace Nima::Common::System::OS::Diagnostics {
@@ -11,7 +13,8 @@ namespace Nima::Common::System::OS::Diagnostics {
 /// The name of the device that every tracer writes to.
 inline constexpr const wchar_t* kDefaultLogName = L"LogFile";
 
-/// All tracers that have been used, so that they can be bound anew when the default log is created.
+/// All tracers that have been used, so that they can be bound anew when the default log is created. Whoever
+/// is inside never waits for a tracer's lock.
 class TraceSet {
   public:
     TraceSet();
@@ -20,16 +23,25 @@ class TraceSet {
     ~TraceSet();
 
     void Enter() const;
-    bool TryEnter() const;
     void Leave() const;
-    // These expect the caller to be inside.
+    // These two expect the caller to be inside.
     void Insert(NimaTrace* tracer) { tracers_.insert(tracer); }
     void Remove(NimaTrace* tracer) { tracers_.erase(tracer); }
-    const std::set<NimaTrace*>& tracers() const { return tracers_; }
+
+    /// Binds every tracer anew, in order. One whose lock is held for long holds up those that follow, but
+    /// neither tracers that come nor tracers that go.
+    void RebindAll();
+    /// Whether `RebindAll` has the tracer, and its lock, in hand.
+    bool IsRebinding(const NimaTrace* tracer) const { return inHand_.load() == tracer; }
 
   private:
+    class Hand;
+    bool TakeNext(NimaTrace*& tracer);
+
+    LockStruct rebinding_;
     void* lock_ = nullptr;
     std::set<NimaTrace*> tracers_;
+    std::atomic<NimaTrace*> inHand_{nullptr};
 };
 
 extern StaticSlot<TraceSet> traceSet;
@@ -37,8 +49,7 @@ extern StaticSlot<TraceSet> traceSet;
 /// The library's own tracer, "Nima.Common.System.OS".
 extern StaticSlot<NimaTrace> _TraceFactory;
 
-/// Binds every tracer in use to the device now registered as the default log. It holds the set and waits for
-/// each tracer's lock in turn; nobody who holds a tracer's lock waits for the set unconditionally.
+/// Binds every tracer in use to the device now registered as the default log.
 void InitTracers();
 
 } // namespace Nima::Common::System::OS::Diagnostics

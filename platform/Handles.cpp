@@ -111,10 +111,6 @@ int _enter_critical_section_helper(void* criticalSection) {
     return AsCriticalSection(criticalSection)->lock();
 }
 
-bool TryEnterCriticalSection(void* criticalSection) {
-    return AsCriticalSection(criticalSection)->try_lock();
-}
-
 int _leave_critical_section_helper(void* criticalSection) {
     return AsCriticalSection(criticalSection)->unlock();
 }

@@ -118,8 +118,6 @@ void* _create_semaphore_helper(int security, int initialCount, int maximumCount,
 int _create_critical_section_helper(void** out);
 int _enter_critical_section_helper(void* criticalSection);
 int _leave_critical_section_helper(void* criticalSection);
-/// Enters only if nobody is inside.
-bool TryEnterCriticalSection(void* criticalSection);
 /// Destroys the object and sets `*criticalSection` to null.
 void _delete_critical_section_helper(void** criticalSection);
 
@@ -137,8 +135,12 @@ void* _create_thread_helper(void* (*start)(void*), void* argument);
 /// for that identifier with every line.
 int _get_thread_priority_helper(void* thread);
 
-/// The calling thread's identifier in the threads library, cut to 32 bits, as headers and records show it.
+/// The calling thread's identifier in the threads library. Never 0, and the same in a forked child.
+inline std::uintptr_t CurrentThread() {
+    return reinterpret_cast<std::uintptr_t>(reinterpret_cast<void*>(pthread_self()));
+}
+
+/// The same cut to 32 bits, as headers and records show it.
 inline std::uint32_t CurrentThreadId() {
-    return static_cast<std::uint32_t>(
-        reinterpret_cast<std::uintptr_t>(reinterpret_cast<void*>(pthread_self())));
+    return static_cast<std::uint32_t>(CurrentThread());
 }

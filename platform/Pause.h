@@ -14,6 +14,28 @@ inline void BriefPause() {
     ::clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
 }
 
+/// A moment from now on, by the clock that nobody sets.
+class Deadline {
+  public:
+    explicit Deadline(int milliseconds) {
+        ::clock_gettime(CLOCK_MONOTONIC, &end_);
+        end_.tv_sec += milliseconds / 1000;
+        end_.tv_nsec += milliseconds % 1000 * 1000000L;
+        if (end_.tv_nsec >= 1000000000L) {
+            end_.tv_nsec -= 1000000000L;
+            ++end_.tv_sec;
+        }
+    }
+    bool HasPassed() const {
+        timespec now{};
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        return now.tv_sec != end_.tv_sec ? now.tv_sec > end_.tv_sec : now.tv_nsec >= end_.tv_nsec;
+    }
+
+  private:
+    timespec end_{};
+};
+
 /// Tells the processor that the thread is waiting for another one.
 inline void RelaxProcessor() {
 #if defined(__x86_64__) || defined(__i386__)

@@ -43,17 +43,27 @@ class StaticSlot {
         live_.store(true);
     }
 
-    /// Waits for users to leave, but not for ever: the thread that ends the process may be one of them, out
-    /// of a signal handler. The object then stays as it is.
+    /// Whether the end has not begun yet.
+    bool IsLive() const { return live_.load(); }
+
+    /// Where users stay inside, the object stays as it is.
     void End() {
         live_.store(false);
+        if (AwaitUsers()) {
+            Object()->~T();
+        }
+    }
+
+    /// Waits for users to leave, but not for ever: the thread that ends the process may be one of them, out
+    /// of a signal handler. False where some are still inside.
+    bool AwaitUsers() const {
         for (int turn = 0; users_.load() != 0; ++turn) {
             if (turn == kPatience) {
-                return;
+                return false;
             }
             BriefPause();
         }
-        Object()->~T();
+        return true;
     }
 
   private:

@@ -543,25 +543,6 @@ TEST_F(Services, AProcessThatJustReturnsLosesNoLine) {
     EXPECT_EQ(CountOf(ReadFile("other"), "never released\r\n"), 1U);
 }
 
-TEST_F(Services, ThreadsMayTraceWhileTheProcessExits) {
-    for (int round = 0; round < 10; ++round) {
-        InGoodChild([] {
-            ASSERT_EQ(ConfigureLog(), 0);
-            for (int t = 0; t < 4; ++t) {
-                std::thread([] {
-                    for (int i = 0;; ++i) {
-                        auto* trace = new NimaTrace("T"); // leaked when the process ends
-                        trace->WriteErrorV("%d", i);
-                        TraceTest(0, "x");
-                        delete trace;
-                    }
-                }).detach();
-            }
-            ::usleep(5000);
-        });
-    }
-}
-
 TEST_F(Services, CancellingAThreadThatTracesLeavesNoLockHeld) {
     ASSERT_EQ(ConfigureLog(), 0);
     TraceSetEffectiveLevel(TRACE_THRESHOLD_WARN);

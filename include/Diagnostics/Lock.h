@@ -36,6 +36,8 @@ class StaticLockStruct {
 
     /// As `LockStruct::lock`.
     int lock() { return pthread_mutex_lock(&mutex_); }
+    /// As `LockStruct::try_lock`.
+    bool try_lock() { return pthread_mutex_trylock(&mutex_) == 0; }
     /// As `LockStruct::unlock`.
     int unlock() { return pthread_mutex_unlock(&mutex_); }
 

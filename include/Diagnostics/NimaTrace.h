@@ -10,6 +10,9 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
+class TraceSet;
+class TracerLock;
+
 /// A tracer: what a component writes its text lines through.
 ///
 ///     static NimaTrace trace("Scanner");
@@ -21,7 +24,10 @@ namespace Nima::Common::System::OS::Diagnostics {
 /// that is filtered out costs one load and one comparison.
 ///
 /// Any thread may write through any tracer, but not from a signal handler. Writers return nothing and
-/// report nothing. The owner must not destroy a tracer that another thread writes through.
+/// report nothing.
+///
+/// Threads may go on writing through a static tracer while the process exits: once it has been destroyed, its
+/// lines are dropped. Of any other tracer the owner must not give up the memory while somebody still uses it.
 ///
 /// Every level has the same four writers:
 /// - `Write<Level>V(format, ...)`: a printf-style line;
@@ -38,7 +44,9 @@ class NIMA_DIAGNOSTICS_API NimaTrace {
     explicit NimaTrace(const char* name);
     NimaTrace(const NimaTrace&) = delete;
     NimaTrace& operator=(const NimaTrace&) = delete;
-    /// Flushes the bound device and gives up the reference to it.
+    /// Flushes the bound device and gives up the reference to it. Waits up to 100 ms for a writer who is
+    /// inside; from one who stays longer nothing is taken away until he is through. The thread that holds the
+    /// tracer's lock may destroy it.
     virtual ~NimaTrace();
 
     /// Take and give back the tracer's lock, which every writer holds while it writes. It is not
@@ -86,18 +94,26 @@ class NIMA_DIAGNOSTICS_API NimaTrace {
     void WriteDebug(const char* tag, const unsigned char* data, int length);
 
   private:
+    friend class TraceSet;
+    enum : std::int32_t { kUnused, kJoined, kGone };
+
     void WriteFormatted(int level, const char* format, va_list arguments) NIMA_PRINTF_FORMAT(3, 0);
     void WriteRaw(int level, const char* tag, const unsigned char* data, int length);
-    void _WriteImpl(int level, const char* format, va_list arguments) NIMA_PRINTF_FORMAT(3, 0);
-    void _WriteImplNoFmt(int level, const char* tag, const unsigned char* data, int length);
-    void JoinSet(bool mayHoldLock);
-    bool HasJoined() const { return initialized_.load(std::memory_order_acquire) == 1; }
-    bool IsBound() const { return device_.load(std::memory_order_relaxed) != nullptr; }
+    void _WriteImpl(ITraceDevice* device, int level, const char* format, va_list arguments)
+        NIMA_PRINTF_FORMAT(4, 0);
+    void _WriteImplNoFmt(ITraceDevice* device, int level, const char* tag, const unsigned char* data,
+                         int length);
+    void JoinSet();
+    void LeaveSet();
+    bool TakeForGood();
+    void BindAnew();
+    bool HasJoined() const { return initialized_.load(std::memory_order_acquire) != kUnused; }
+    ITraceDevice* BoundDevice() const { return device_.load(std::memory_order_relaxed); }
     void Bind(ITraceDevice* device);
 
     std::atomic<ITraceDevice*> device_{nullptr}; ///< null while unbound; carries one reference
-    void** lock_ = nullptr;                      ///< the heap cell that holds the critical section
-    std::atomic<std::int32_t> initialized_{0};
+    TracerLock* lock_ = nullptr;                 ///< outlives the tracer
+    std::atomic<std::int32_t> initialized_{kUnused};
     char* name_ = nullptr;
     char* buffer_ = nullptr; ///< 1024 bytes, the line being written; guarded by the lock
     [[maybe_unused]] std::int32_t reserved_ = 0;
