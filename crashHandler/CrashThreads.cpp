@@ -11,11 +11,10 @@ namespace CrashHandling {
 
 namespace {
 
-constexpr int kMostThreads = 64;
 constexpr long long kPatience = 500;
 constexpr long long kMostPatience = 3000;
 
-constinit CrashThread g_Threads[kMostThreads];
+constinit CrashThread g_Threads[kMostCrashThreads];
 constinit std::atomic<unsigned> g_Activity{0};
 
 void ChangeMask(int how, std::initializer_list<int> signals) {
@@ -27,54 +26,70 @@ void ChangeMask(int how, std::initializer_list<int> signals) {
     ::pthread_sigmask(how, &set, nullptr);
 }
 
+/// Who is calling, in one number. A place that a forked child inherited is nobody's there.
+std::uint64_t Caller() {
+    return static_cast<std::uint64_t>(::getpid()) << 32U | static_cast<std::uint32_t>(::gettid());
+}
+
+bool IsOfThisProcess(std::uint64_t holder) {
+    return holder >> 32U == static_cast<std::uint64_t>(::getpid());
+}
+
 bool OthersReport(const CrashThread* self) {
-    const pid_t process = ::getpid();
     for (const CrashThread& thread : g_Threads) {
-        // A place that a forked child inherited is nobody's there.
-        if (&thread != self && thread.reporting.load() && thread.process.load() == process) {
+        if (&thread != self && thread.reporting.load() && IsOfThisProcess(thread.holder.load())) {
             return true;
         }
     }
     return false;
 }
 
-} // namespace
-
-CrashThread* CurrentCrashThread() {
-    const pid_t id = ::gettid();
-    const pid_t process = ::getpid();
+CrashThread* FindPlace(std::uint64_t holder) {
     for (CrashThread& thread : g_Threads) {
-        if (thread.thread.load(std::memory_order_relaxed) == id && thread.process.load() == process) {
+        if (thread.holder.load(std::memory_order_relaxed) == holder) {
             return &thread;
         }
     }
     return nullptr;
 }
 
-CrashThread* EnterCrashThread() {
-    CrashThread* entered = CurrentCrashThread();
-    const pid_t id = ::gettid();
-    const pid_t process = ::getpid();
-    for (int i = 0; entered == nullptr && i < kMostThreads; ++i) {
-        pid_t holder = 0;
-        if (g_Threads[i].thread.compare_exchange_strong(holder, id) ||
-            (g_Threads[i].process.load() != process &&
-             g_Threads[i].thread.compare_exchange_strong(holder, id))) {
-            entered = &g_Threads[i];
-            entered->last = false;
-            entered->recovery = nullptr;
-            entered->interrupted = 0;
-            entered->calledByUs = false;
-            entered->failedRungs = 0;
-            entered->withoutFile = false;
-            entered->unannounced = nullptr;
-            entered->process.store(process);
+CrashThread* TakePlace(std::uint64_t caller) {
+    for (CrashThread& thread : g_Threads) {
+        std::uint64_t holder = thread.holder.load();
+        if (!IsOfThisProcess(holder) && thread.holder.compare_exchange_strong(holder, caller)) {
+            thread.last = false;
+            thread.recovery = nullptr;
+            thread.interrupted = 0;
+            thread.calledByUs = false;
+            thread.failedRungs = 0;
+            thread.withoutFile = false;
+            thread.unannounced = nullptr;
+            return &thread;
         }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+CrashThread* CurrentCrashThread() {
+    return FindPlace(Caller());
+}
+
+CrashThread* EnterCrashThread() {
+    const std::uint64_t caller = Caller();
+    CrashThread* entered = FindPlace(caller);
+    if (entered == nullptr) {
+        entered = TakePlace(caller);
     }
     if (entered != nullptr) {
         entered->reporting.store(true);
     }
     return entered;
+}
+
+std::size_t NumberOf(const CrashThread& thread) {
+    return static_cast<std::size_t>(&thread - g_Threads);
 }
 
 void NoteCrashActivity() {

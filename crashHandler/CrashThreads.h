@@ -9,14 +9,11 @@
 #include <cstddef>
 #include <cstdint>
 
-#include <sys/types.h>
-
 namespace CrashHandling {
 
 /// One thread inside the handler. Only the atomic members are touched by other threads.
 struct CrashThread {
-    std::atomic<pid_t> thread{0}; ///< 0 while the place is free
-    std::atomic<pid_t> process{0};
+    std::atomic<std::uint64_t> holder{0}; ///< process and thread; 0 while the place is free
     /// Its files are not all written and announced yet.
     std::atomic<bool> reporting{false};
     /// The entry with SIGABRT has begun, the last one of a thread.
@@ -38,9 +35,12 @@ struct CrashThread {
 /// The calling thread's place, or null if it has none.
 CrashThread* CurrentCrashThread();
 
-/// The calling thread's place, taken if it had none. Null where more threads crash than there is room for:
-/// they do without what it is for.
+/// The calling thread's place, taken if it had none. Null where more threads crash than there are places.
 CrashThread* EnterCrashThread();
+
+constexpr std::size_t kMostCrashThreads = 256;
+/// The number of a place, from 0.
+std::size_t NumberOf(const CrashThread& thread);
 
 /// Tells the threads that wait for others that something is under way.
 void NoteCrashActivity();

@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -72,7 +73,16 @@ void Keep(Kept& kept) {
 
 bool MakeRoom() {
     const int taken = g_Room.Take();
-    return taken != -1 && ::close(taken) == 0;
+    if (taken != -1) {
+        return ::close(taken) == 0;
+    }
+    // The host has closed it: perhaps the limit is lower than it has to be.
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) {
+        return false;
+    }
+    limit.rlim_cur = limit.rlim_max;
+    return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
 /// The same pipe or terminal through a descriptor of our own that never waits; -1 where there is none.
@@ -99,7 +109,17 @@ int OpenAboveStandard(const char* path, int flags, mode_t mode) {
 
 int OpenSocket() {
     const int fresh = NewSocket();
-    return fresh != -1 ? fresh : g_Socket.Take();
+    if (fresh != -1) {
+        return fresh;
+    }
+    const int kept = g_Socket.descriptor.load();
+    return g_Socket.Is(kept) ? kept : -1;
+}
+
+void CloseSocket(int descriptor) {
+    if (descriptor != -1 && descriptor != g_Socket.descriptor.load()) {
+        ::close(descriptor);
+    }
 }
 
 void WriteAll(int descriptor, const char* text, std::size_t length) {

@@ -20,6 +20,8 @@ int OpenAboveStandard(const char* path, int flags, mode_t mode = 0);
 /// A UDP socket above the standard descriptors: a new one or, where none can be had, the one that was kept
 /// back. -1 where there is none either.
 int OpenSocket();
+/// Closes a socket of `OpenSocket`, but for the one that is kept back.
+void CloseSocket(int descriptor);
 
 /// Writes the whole text, unless an error ends it.
 void WriteAll(int descriptor, const char* text, std::size_t length);

@@ -127,7 +127,7 @@ void Salvage(void* argument) {
 } // namespace
 
 Work WriteFrames(FrameRequest& request) {
-    return {Run, Salvage, &request};
+    return {Run, Salvage, &request, request.descriptor};
 }
 
 void WriteNamelessFrame(int descriptor, std::uintptr_t instruction) {

@@ -123,6 +123,7 @@ void LoadedModules::AddLine(char* line) {
     }
     mapping.readable = line[0] == 'r';
     mapping.executable = line[2] == 'x';
+    const bool isShared = line[3] == 's'; // no code, and a device's memory may not be touched
     line += 5;
     mapping.offset = TakeNumber(line, 16);
     Skip(line, ' ');
@@ -134,7 +135,7 @@ void LoadedModules::AddLine(char* line) {
     Skip(line, ' ');
     mapping.path = line;
     const bool isVdso = std::strcmp(line, "[vdso]") == 0;
-    if ((mapping.inode == 0 && !isVdso) || !mapping.readable) {
+    if ((mapping.inode == 0 && !isVdso) || !mapping.readable || isShared) {
         return;
     }
     if (mapping.offset == 0 && mapping.end - mapping.begin >= sizeof(ElfW(Ehdr))) {

@@ -16,7 +16,7 @@ constexpr unsigned kAllRungs = (1U << kRungs) - 1;
 WorkEnd Climb(CrashThread* thread, FrameRequest request) {
     const Work work = WriteFrames(request);
     WorkEnd end = WorkEnd::NotTried;
-    Attempt(thread, [&] { end = DoInChild(work); });
+    Attempt(thread, [&] { end = DoInChild(thread, work); });
     return end == WorkEnd::NotTried ? DoInPlace(thread, work) : end;
 }
 

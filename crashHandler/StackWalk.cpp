@@ -24,6 +24,16 @@ namespace {
 /// Made while the process is well, since that takes memory.
 unw_addr_space_t g_Space = nullptr;
 
+constinit std::uintptr_t g_GoodPages[16];
+
+#ifdef __arm__
+// libunwind tells the frame of a signal at the return from it, which the interrupted frame follows.
+constexpr bool kToldAtInterruptedFrame = false;
+#else
+// Here it tells it one frame later, at the interrupted frame itself.
+constexpr bool kToldAtInterruptedFrame = true;
+#endif
+
 /// Whether a page can be read. The system reads the set of signals before it looks at what to do with it,
 /// which is nothing that it knows.
 bool IsReadable(std::uintptr_t page) {
@@ -36,11 +46,10 @@ bool IsReadable(std::uintptr_t page) {
 /// of the walk.
 bool CanRead(std::uintptr_t address) {
     constexpr std::uintptr_t kPage = 4096;
-    static constinit std::uintptr_t goodPages[16];
     const std::uintptr_t first = address & ~(kPage - 1);
     const std::uintptr_t last = (address + sizeof(unw_word_t) - 1) & ~(kPage - 1);
     for (const std::uintptr_t page : {first, last}) {
-        std::uintptr_t& good = goodPages[page / kPage % std::size(goodPages)];
+        std::uintptr_t& good = g_GoodPages[page / kPage % std::size(g_GoodPages)];
         if (good == page && page != 0) {
             continue;
         }
@@ -192,6 +201,9 @@ void StackWalk::Prepare(const LoadedModules& modules) {
 
 StackWalk::StackWalk(unw_context_t& context, const LoadedModules& modules, TableSearch search)
     : source_{&context, &modules} {
+    for (std::uintptr_t& page : g_GoodPages) {
+        page = 0;
+    }
     if (search == TableSearch::Modules) {
         MakeSpace();
     }
@@ -200,15 +212,26 @@ StackWalk::StackWalk(unw_context_t& context, const LoadedModules& modules, Table
                                                               : unw_init_local(&cursor_, &context)) == 0;
 }
 
+// An interrupted frame may be on another stack. Everywhere else the way out of a stack leads upwards, and one
+// that does not is damaged and may have no end.
 bool StackWalk::Next(Frame& frame) {
     if (!started_) {
         return false;
     }
-    const bool interrupted = unw_is_signal_frame(&cursor_) > 0;
+    bool interrupted = unw_is_signal_frame(&cursor_) > 0;
+    unw_word_t stack = 0;
     unw_word_t instruction = 0;
-    if (unw_step(&cursor_) <= 0 || unw_get_reg(&cursor_, UNW_REG_IP, &instruction) != 0 || instruction == 0) {
+    if (unw_step(&cursor_) <= 0 || unw_get_reg(&cursor_, UNW_REG_IP, &instruction) != 0 ||
+        unw_get_reg(&cursor_, UNW_REG_SP, &stack) != 0 || instruction == 0) {
         return false;
     }
+    if (kToldAtInterruptedFrame) {
+        interrupted = unw_is_signal_frame(&cursor_) > 0;
+    }
+    if (!interrupted && stack < stack_) {
+        return false;
+    }
+    stack_ = stack;
     frame.instruction = instruction;
     frame.within = interrupted ? instruction : CodeAddress(instruction) - 1;
     return true;

@@ -52,6 +52,7 @@ class StackWalk {
 
     Source source_;
     unw_cursor_t cursor_;
+    unw_word_t stack_ = 0; ///< where the frame's stack begins
     bool started_ = false;
 };
 

@@ -11,6 +11,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -29,6 +30,11 @@ constexpr long long kMostTime = 3000;
 constexpr long kMostTimeInPlace = 1;
 
 constexpr int kFailed = 1;
+
+/// How many of its descriptors, the first ones, a child closes.
+constexpr int kClosed = 16;
+/// What the C library's `clone` keeps on the child's stack while the caller's memory is still the same.
+constexpr std::size_t kStackSlot = 64;
 
 /// What parent and child share.
 struct Shared {
@@ -87,27 +93,52 @@ void TakeOverFaults() {
     UnblockFaults();
 }
 
+/// The dying process may have used up what it may have; the child needs little of it.
+void MakeRoomInChild(int needed) {
+    for (int descriptor = 0; descriptor < kClosed; ++descriptor) {
+        if (descriptor != needed) {
+            ::close(descriptor);
+        }
+    }
+    rlimit space{};
+    if (::getrlimit(RLIMIT_AS, &space) == 0) {
+        space.rlim_cur = space.rlim_max;
+        ::setrlimit(RLIMIT_AS, &space);
+    }
+}
+
 int ChildMain(void* argument) {
     g_Errand = static_cast<Errand*>(argument);
     // Neither outlive the process nor leave a core file in its place.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::prctl(PR_SET_DUMPABLE, 0);
     TakeOverFaults();
+    MakeRoomInChild(g_Errand->work.descriptor);
     const bool done = g_Errand->work.run(g_Errand->work.argument, g_Errand->shared->steps);
     g_Errand->shared->done.store(done);
     EndChild(done ? 0 : kFailed);
 }
 
 /// Without a signal at its end, so that no handler and no `wait` of the host sees the child; where the system
-/// asks for one, with the usual one.
-pid_t StartChild(Errand& errand) {
+/// asks for one, with the usual one. Every thread has its own end of the stack to begin at. All signals are
+/// blocked in the child but those of its faults: the host's handlers are none of its business.
+pid_t StartChild(const CrashThread* thread, Errand& errand) {
+    const std::size_t number = thread != nullptr ? NumberOf(*thread) : kMostCrashThreads;
+    unsigned char* const end = g_Stack + kStackSize - number * kStackSlot;
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    UnblockFaults();
+    int child = -1;
     for (const int endSignal : {0, SIGCHLD}) {
-        const int child = ::clone(ChildMain, g_Stack + kStackSize, endSignal, &errand);
+        child = ::clone(ChildMain, end, endSignal, &errand);
         if (child != -1) {
-            return child;
+            break;
         }
     }
-    return -1;
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return child;
 }
 
 /// Whether the child has ended. One that a host has waited for, or wants to know nothing of, is no child any
@@ -223,7 +254,7 @@ bool PrepareChildren() {
     return g_Stack != nullptr;
 }
 
-WorkEnd DoInChild(const Work& work) {
+WorkEnd DoInChild(const CrashThread* thread, const Work& work) {
     if (!PrepareChildren()) {
         return WorkEnd::NotTried;
     }
@@ -233,7 +264,7 @@ WorkEnd DoInChild(const Work& work) {
     }
     auto* const shared = new (mapped) Shared;
     Errand errand{work, shared};
-    const pid_t child = StartChild(errand);
+    const pid_t child = StartChild(thread, errand);
     const WorkEnd end = child != -1 ? Watch(child, *shared) : WorkEnd::NotTried;
     ::munmap(mapped, kPage);
     return end;

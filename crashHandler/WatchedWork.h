@@ -15,6 +15,7 @@ struct Work {
     /// Saves what there is after a fault in the middle of `run`.
     void (*salvage)(void* argument);
     void* argument;
+    int descriptor; ///< the one that it needs; a child closes others to make room
 };
 
 enum class WorkEnd {
@@ -31,7 +32,8 @@ bool PrepareChildren();
 /// Does the work in a copy of this process, on a stack of its own, with this thread as its only one; memory
 /// that it writes is its own, descriptors are shared. The copy is made without the handlers of `fork`, which
 /// take locks. Whatever the work waits for or breaks, this returns: 400 ms after the last step, or after 3 s.
-WorkEnd DoInChild(const Work& work);
+/// `thread` is the caller's place, or null.
+WorkEnd DoInChild(const CrashThread* thread, const Work& work);
 
 /// Does the work in this thread, for at most 1 s. Needs a place for the thread, a timer, and 48 KB of stack.
 WorkEnd DoInPlace(CrashThread* thread, const Work& work);

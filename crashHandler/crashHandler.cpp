@@ -40,7 +40,7 @@ namespace {
 constexpr const char* kThisUnit = "crashHandler/crashHandler";
 constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 
-// Whoever reads a crash file may look these lines up in a report's lines 3 and 4.
+// Fixed text in a report's lines 3 and 4, whatever stands at those lines.
 constexpr int kReportLine = 258;
 constexpr int kCallStackLine = 260;
 
@@ -82,6 +82,9 @@ void PutOffCancellation() {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     ::sigaction(SIGABRT, &action, nullptr);
+    // `abort` alone does not let the signal through where it is interrupted on its way.
+    LetAbortThrough();
+    ::raise(SIGABRT);
     std::abort();
 }
 
@@ -252,9 +255,7 @@ void SendToMosk(const TextLine<kNotificationSize>& text) {
     ReportLine line;
     line.Add("sent ").AddDecimal(sent).Add(" bytes to mosk\n");
     WriteIfReady(STDOUT_FILENO, line.text(), line.length());
-    if (socket != -1) {
-        ::close(socket);
-    }
+    CloseSocket(socket);
 }
 
 } // namespace
@@ -306,18 +307,19 @@ void notifyMoskAboutCrash(const char* name) {
 
 [[gnu::noinline]] void signalHandler(int signal) {
     CrashThread* const thread = Enter();
-    if (signal == SIGABRT && (thread == nullptr || thread->last)) {
+    if (thread == nullptr) {
+        EndLastEntry(thread); // more threads than anybody reads about
+    }
+    if (signal == SIGABRT && thread->last) {
         EndByAbort(); // out of the handler itself
     }
-    if (thread != nullptr) {
-        thread->last = signal == SIGABRT;
-        if (thread->calledByUs) {
-            g_OurCaller.store(reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)));
-            thread->calledByUs = false;
-        }
-        if (thread->unannounced != nullptr) {
-            Announce(thread, thread->unannounced); // an abort in the middle of the entry before
-        }
+    thread->last = signal == SIGABRT;
+    if (thread->calledByUs) {
+        g_OurCaller.store(reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)));
+        thread->calledByUs = false;
+    }
+    if (thread->unannounced != nullptr) {
+        Announce(thread, thread->unannounced); // an abort in the middle of the entry before
     }
     StackFile file;
     Create(thread, file);

@@ -4,6 +4,7 @@
 #include "crashHandler/crashHandler.h"
 #include "tests/support/Sandbox.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -142,6 +143,15 @@ __attribute__((noinline)) int Overflow(int depth) {
     return depth == -1 ? 0 : Overflow(depth + 1) + room[0];
 }
 
+/// Two frame pointers that point at each other.
+__attribute__((noinline)) void LoopTheStack() {
+    void** const frame = static_cast<void**>(__builtin_frame_address(0));
+    void* other[2] = {frame, frame[1]};
+    frame[0] = other;
+    WriteToNowhere(Nowhere());
+    ++g_Depth;
+}
+
 #ifndef __arm__ // the emulator knows nothing of this
 /// From here on a system call of this process is answered as told.
 void Deny(unsigned call, unsigned answer) {
@@ -164,6 +174,36 @@ extern "C" int fsync(int descriptor) {
     ++g_Flushes;
     return static_cast<int>(::syscall(SYS_fsync, descriptor));
 }
+
+#ifndef __arm__
+extern "C" void EndsInACall();
+__asm__(R"(
+    .text
+    .type FaultsAtOnce, @function
+    .balign 16
+FaultsAtOnce:
+    .cfi_startproc
+    movl $1, 0x1000
+    ret
+    .cfi_endproc
+    .size FaultsAtOnce, .-FaultsAtOnce
+    .globl EndsInACall
+    .type EndsInACall, @function
+EndsInACall:
+    .cfi_startproc
+    pushq %rbp
+    .cfi_def_cfa_offset 16
+    call FaultsAtOnce
+    .cfi_endproc
+    .size EndsInACall, .-EndsInACall
+    .type FollowsTheCall, @function
+FollowsTheCall:
+    .cfi_startproc
+    ret
+    .cfi_endproc
+    .size FollowsTheCall, .-FollowsTheCall
+)");
+#endif
 
 class CrashHandler : public Sandbox {};
 
@@ -323,22 +363,37 @@ TEST_F(CrashHandler, TheCoreLimitIsTheSmallerOfWishAndHardLimit) {
     });
 }
 
-// Threads that fail together: each writes its own file, and the process is dead in the end.
+// Threads that fail together: each writes its own frames, once, and every file is announced.
 TEST_F(CrashHandler, ThreadsMayCrashTogether) {
-    for (int round = 0; round < 5; ++round) {
-        const Death death = DieOf([] {
-            std::vector<std::thread> threads;
-            threads.reserve(4);
-            for (int t = 0; t < 4; ++t) {
-                threads.emplace_back([t] { WriteToNowhere(Nowhere(t + 1)); });
-            }
-            for (std::thread& thread : threads) {
-                thread.join();
-            }
-        });
-        EXPECT_TRUE(death.ByAbort()) << death.status << ReadFile("err");
-        EXPECT_TRUE(Exists(death.File(1)));
+    const Mosk mosk;
+    constexpr int kThreads = 20;
+    const Death death = DieOf([] {
+        std::atomic<int> ready{0};
+        std::vector<std::thread> threads;
+        for (int t = 0; t < kThreads; ++t) {
+            threads.emplace_back([t, &ready] {
+                ++ready;
+                while (ready < kThreads) {
+                }
+                WriteToNowhere(Nowhere(t + 1));
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    });
+    EXPECT_TRUE(death.ByAbort()) << death.status << ReadFile("err");
+    std::vector<std::string> expected;
+    for (int file = 1; Exists(death.File(file)); ++file) {
+        EXPECT_EQ(CountOf(ReadFile(death.File(file)), "WriteToNowhere(int volatile*"), 1U)
+            << death.File(file);
+        expected.push_back(Notification(directory() + "/" + death.File(file)));
     }
+    EXPECT_GE(expected.size(), static_cast<std::size_t>(kThreads));
+    std::vector<std::string> announced = mosk.Received();
+    std::sort(announced.begin(), announced.end());
+    std::sort(expected.begin(), expected.end());
+    EXPECT_EQ(announced, expected);
 }
 
 TEST_F(CrashHandler, AnAddressThatIsNoCodeIsTracedToItsCaller) {
@@ -349,6 +404,43 @@ TEST_F(CrashHandler, AnAddressThatIsNoCodeIsTracedToItsCaller) {
     EXPECT_EQ(CountOf(frames, "\n0x1000: -- error: unable to obtain symbol name for this frame\n"), 1U)
         << frames;
     EXPECT_EQ(CountOf(frames, "CallNowhere()"), 1U) << frames;
+}
+
+#ifndef __arm__
+// The first instruction of a function belongs to it, and so does a call that is its last one: neither is
+// taken for a part of the neighbour.
+TEST_F(CrashHandler, InstructionsAtTheEdgesOfAFunctionAreNamedRight) {
+    const Death death = DieOf([] { EndsInACall(); });
+    EXPECT_TRUE(death.ByAbort());
+    const std::string frames = ReadFile(death.File(1));
+    EXPECT_EQ(CountOf(frames, " (FaultsAtOnce+0x0)\n"), 1U) << frames;
+    EXPECT_EQ(CountOf(frames, " (EndsInACall+0x"), 1U) << frames;
+    EXPECT_EQ(CountOf(frames, "FollowsTheCall"), 0U) << frames;
+}
+#endif
+
+TEST_F(CrashHandler, AStackThatLoopsHasAnEnd) {
+    const Death death = DieOf([] { LoopTheStack(); });
+    EXPECT_TRUE(death.ByAbort());
+    EXPECT_GT(CountOf(ReadFile(death.File(1)), "\n"), 2U);
+    EXPECT_LT(CountOf(ReadFile(death.File(1)), "\n"), 1000U);
+}
+
+TEST_F(CrashHandler, AnAbortFromOutsideEndsTheProcessByThatSignal) {
+    for (int round = 0; round < 5; ++round) {
+        Death death;
+        death.pid = ::fork();
+        if (death.pid == 0) {
+            ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
+            ::dup2(STDOUT_FILENO, STDERR_FILENO);
+            InstallCrashHandler(0);
+            WriteToNowhere(Nowhere());
+        }
+        while (::waitpid(death.pid, &death.status, WNOHANG) == 0) {
+            ::kill(death.pid, SIGABRT);
+        }
+        EXPECT_TRUE(death.ByAbort()) << death.status;
+    }
 }
 
 TEST_F(CrashHandler, EveryFrameOfADeepRecursionIsWritten) {
