@@ -152,8 +152,11 @@ int WriteDataToRingBuffer(TRACE_RING_HANDLE ring, const RingBufferData* record) 
     return 0;
 }
 
-int WriteEventToRingBuffer(TRACE_RING_HANDLE ring, unsigned long thread, unsigned long code, unsigned long a,
-                           unsigned long b, unsigned long c, unsigned long d) {
+// As with a record of the binary trace, no array stands on its stack.
+__attribute__((no_stack_protector)) int WriteEventToRingBuffer(TRACE_RING_HANDLE ring, unsigned long thread,
+                                                               unsigned long code, unsigned long a,
+                                                               unsigned long b, unsigned long c,
+                                                               unsigned long d) {
     if (ring == nullptr) {
         return EINVAL;
     }
