@@ -36,7 +36,7 @@ class RingSource : public Source {
     void PlaceNewest(Axis& axis);
     void MarkKnownRecords();
     void MarkCallbacks(Axis& axis) const;
-    bool Tell(const Placed& placed, std::size_t ring, const EventVisitor& visitor) const;
+    bool Tell(const Placed& placed, std::size_t index, const EventVisitor& visitor) const;
 
     const Names& names_;
     std::vector<Placed> rings_;
