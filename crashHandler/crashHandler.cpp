@@ -1,83 +1,79 @@
 #include "crashHandler/crashHandler.h"
 
+#include "catalogue/Files.h"
+#include "catalogue/Marks.h"
+#include "catalogue/Notification.h"
+#include "crashHandler/CrashThreads.h"
+#include "crashHandler/Descriptors.h"
+#include "crashHandler/FrameWriter.h"
+#include "crashHandler/Moments.h"
+#include "crashHandler/StackReport.h"
+#include "crashHandler/TextLine.h"
+#include "crashHandler/WatchedWork.h"
+
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <exception>
+#include <initializer_list>
 
 #include <arpa/inet.h>
-#include <cxxabi.h>
 #include <fcntl.h>
-#include <libunwind.h>
 #include <netinet/in.h>
 #include <pthread.h>
+#include <sys/auxv.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <Diagnostics/CrashApi.h>
 
+using namespace CrashHandling;
+namespace Catalogue = Nima::Catalogue;
+
 namespace {
 
-constexpr unsigned short kMoskPort = 65429;
 constexpr const char* kThisUnit = "crashHandler/crashHandler";
 constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 
-// Whoever reads a crash file may look these lines up in a report's lines 3 and 4.
+// Fixed text in a report's lines 3 and 4, whatever stands at those lines.
 constexpr int kReportLine = 258;
 constexpr int kCallStackLine = 260;
 
-/// The thread whose entry with SIGABRT is under way: a second one in the same thread comes out of the handler
-/// itself.
-std::atomic<pthread_t> g_LastEntry{};
-std::atomic<bool> g_HasLastEntry{false};
+/// How long the handlers try to create a file, in milliseconds, and how long once they have failed.
+constexpr long long kPatience = 500;
+constexpr long long kPatienceAfterFailure = 100;
+constexpr long long kForEver = -1;
 
-void WriteAll(int descriptor, const char* text, std::size_t length) {
-    while (length > 0) {
-        const ssize_t written = ::write(descriptor, text, length);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return;
-        }
-        text += written;
-        length -= static_cast<std::size_t>(written);
-    }
+constexpr std::size_t kAlternateStackSize = 128 * 1024;
+/// What another signal takes of an alternate stack besides the system's own frame.
+constexpr std::size_t kEntryRoom = 5 * 1024;
+
+/// Where `signalHandler` returns to in our own function that calls it, which would say nothing among the
+/// frames.
+constinit std::atomic<std::uintptr_t> g_OurCaller{0};
+
+using ReportLine = TextLine<kFrameLineSize>;
+
+void Write(int descriptor, const ReportLine& line) {
+    WriteAll(descriptor, line.text(), line.length());
 }
 
-void WriteText(int descriptor, const char* text) {
-    WriteAll(descriptor, text, std::strlen(text));
+/// "file, line n", with which the lines of a report begin.
+ReportLine LineOf(const char* file, int line) {
+    ReportLine text;
+    return text.Add(file).Add(", line ").AddDecimal(line);
 }
 
-/// Formats behind what the line holds already, cut to its buffer.
-void Append(char (&line)[kFrameLineSize], const char* format, ...) __attribute__((format(printf, 2, 3)));
-void Append(char (&line)[kFrameLineSize], const char* format, ...) {
-    const std::size_t used = std::strlen(line);
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(line + used, sizeof(line) - used, format, arguments);
-    va_end(arguments);
-}
-
-void WriteLine(int descriptor, const char* format, ...) __attribute__((format(printf, 2, 3)));
-void WriteLine(int descriptor, const char* format, ...) {
-    char line[kFrameLineSize] = {};
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(line, sizeof(line), format, arguments);
-    va_end(arguments);
-    WriteText(descriptor, line);
-}
-
-void Pause() {
-    const timespec moment{0, 10000000};
-    ::nanosleep(&moment, nullptr);
+/// A thread that is being cancelled would be unwound out of the handler by its first system call, and the
+/// crash be lost.
+void PutOffCancellation() {
+    int before = 0;
+    ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
 }
 
 /// Ends the process by SIGABRT's default action, whatever the host or the present handler have made of the
@@ -86,40 +82,155 @@ void Pause() {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     ::sigaction(SIGABRT, &action, nullptr);
+    // `abort` alone does not let the signal through where it is interrupted on its way.
+    LetAbortThrough();
+    ::raise(SIGABRT);
     std::abort();
 }
 
-void CloseFile(int descriptor) {
-    ::fsync(descriptor);
-    ::close(descriptor);
+/// The calling thread's reports are done. Those of other threads are let through before the process ends.
+[[noreturn]] void EndLastEntry(CrashThread* thread) {
+    if (thread != nullptr) {
+        thread->reporting.store(false);
+    }
+    NoteCrashActivity();
+    WaitForOtherCrashThreads();
+    EndByAbort();
 }
 
-// SA_SIGINFO changes nothing for the handler; it makes the kernel lay out the frame that the unwinder
-// recognises, under emulation too. SA_RESTART and a mask of nothing but the signal itself are what `signal`
-// installs.
+/// As `getFileName`, for `patience` milliseconds. Returns -1 where no file could be created by then; the name
+/// is that of the last try.
+int CreateStackFile(int* descriptor, char* name, long long patience) {
+    constexpr long kPause = 10000000;
+    const long long begin = Milliseconds();
+    for (int number = 1;; ++number) {
+        TextLine<kStackFileNameSize> text;
+        text.Add("./").Add(Catalogue::kStackTracePrefix).AddDecimal(::getpid());
+        text.Add("-").AddDecimal(number).Add(Catalogue::kStackTraceSuffix);
+        std::memcpy(name, text.text(), kStackFileNameSize);
+        *descriptor = OpenAboveStandard(name, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NONBLOCK, 0777);
+        if (*descriptor != -1) {
+            return *descriptor;
+        }
+        const bool isTaken = errno == EEXIST;
+        if (patience != kForEver && Milliseconds() - begin >= patience) {
+            return -1;
+        }
+        if (!isTaken) {
+            PauseFor(kPause); // no number helps at the moment
+        }
+    }
+}
+
+/// A crash's file, from its creation to its announcement.
+struct StackFile {
+    int descriptor = -1;
+    char name[kStackFileNameSize] = {};
+};
+
+void Create(CrashThread* thread, StackFile& file) {
+    const bool failedBefore = thread != nullptr && thread->withoutFile;
+    Attempt(thread, [&] {
+        CreateStackFile(&file.descriptor, file.name, failedBefore ? kPatienceAfterFailure : kPatience);
+    });
+    if (thread != nullptr) {
+        thread->withoutFile = file.descriptor == -1;
+        thread->unannounced = file.name;
+    }
+}
+
+void Announce(CrashThread* thread, const char* name) {
+    if (thread != nullptr) {
+        thread->unannounced = nullptr;
+    }
+    Attempt(thread, [&] { notifyMoskAboutCrash(name); });
+}
+
+void CloseAndAnnounce(CrashThread* thread, StackFile& file) {
+    Attempt(thread, [&] {
+        if (file.descriptor != -1) {
+            ::fsync(file.descriptor);
+            ::close(file.descriptor);
+        }
+    });
+    Announce(thread, file.name);
+}
+
+/// The beginning of each way in: from here on nothing that is written ends the thread, and others wait for
+/// it.
+CrashThread* Enter() {
+    PutOffCancellation();
+    CrashThread* const thread = EnterCrashThread();
+    BlockSideSignals();
+    return thread;
+}
+
+std::uintptr_t InterruptedInstruction(const void* context) {
+    const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext;
+#ifdef __arm__
+    return registers.arm_pc;
+#else
+    return static_cast<std::uintptr_t>(registers.gregs[REG_RIP]);
+#endif
+}
+
+bool IsFault(int signal) {
+    return signal == SIGSEGV || signal == SIGILL || signal == SIGTRAP || signal == SIGFPE ||
+           signal == SIGBUS || signal == SIGSYS;
+}
+
+/// What the system calls. A fault within a step of the handler is that step's end; one that is sent from
+/// outside to a thread that is dying already tells it nothing new.
+void OnSignal(int signal, siginfo_t* info, void* context) {
+    CrashThread* const known = CurrentCrashThread();
+    if (known != nullptr && known->recovery != nullptr && IsFault(signal)) {
+        if (info->si_code > 0) {
+            siglongjmp(*known->recovery, 1);
+        }
+        return;
+    }
+    if (CrashThread* const thread = EnterCrashThread()) {
+        thread->interrupted = InterruptedInstruction(context);
+        thread->calledByUs = true;
+    }
+    signalHandler(signal);
+    __asm__ volatile(""); // keeps this frame on the stack, where it is looked for
+}
+
+bool AbortComesHere() {
+    struct sigaction action {};
+    return ::sigaction(SIGABRT, nullptr, &action) == 0 && action.sa_sigaction == OnSignal;
+}
+
+// SA_SIGINFO makes the kernel lay out the frame that the unwinder recognises, under emulation too. SA_RESTART
+// and a mask of nothing but the signal itself are what `signal` installs. A thread that has an alternate
+// stack is not lost when its own is full.
 void InstallHandler(int number) {
     struct sigaction action {};
-    action.sa_sigaction = [](int signal, siginfo_t* /*info*/, void* /*context*/) { signalHandler(signal); };
-    action.sa_flags = SA_RESTART | SA_SIGINFO;
+    action.sa_sigaction = OnSignal;
+    action.sa_flags = SA_RESTART | SA_SIGINFO | SA_ONSTACK;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(number, &action, nullptr);
 }
 
-/// Appends the frame's function to the line, which is cut and keeps its line feed.
-void AppendFunction(unw_cursor_t& cursor, char (&line)[kFrameLineSize]) {
-    char symbol[kSymbolNameSize] = {};
-    unw_word_t offset = 0;
-    if (unw_get_proc_name(&cursor, symbol, sizeof(symbol), &offset) == 0) {
-        int status = -1;
-        char* const demangled = abi::__cxa_demangle(symbol, nullptr, nullptr, &status);
-        Append(line, " (%s+0x%lx)\n", status == 0 ? demangled : symbol, static_cast<unsigned long>(offset));
-        std::free(demangled);
-    } else {
-        Append(line, " -- error: unable to obtain symbol name for this frame\n");
+/// For the calling thread, unless it has one. It is never given back, since the handlers stay installed as
+/// well.
+void GiveAlternateStack() {
+    stack_t present{};
+    if (::sigaltstack(nullptr, &present) != 0 || (present.ss_flags & SS_DISABLE) == 0) {
+        return;
     }
-    if (std::strlen(line) == sizeof(line) - 1) {
-        line[sizeof(line) - 2] = '\n';
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    void* const mapped = ::mmap(nullptr, page + kAlternateStackSize, PROT_READ | PROT_WRITE,
+                                MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (mapped == MAP_FAILED) {
+        return;
     }
+    ::mprotect(mapped, page, PROT_NONE);
+    stack_t given{};
+    given.ss_sp = static_cast<unsigned char*>(mapped) + page;
+    given.ss_size = kAlternateStackSize;
+    ::sigaltstack(&given, nullptr);
 }
 
 /// The working directory, cut to its buffer; empty if it cannot be had. Unlike `getcwd` the link is read as
@@ -132,65 +243,38 @@ void WorkingDirectory(char (&directory)[kWorkingDirectorySize]) {
     }
 }
 
-/// A thread that is being cancelled would be unwound out of the handler by its first system call, and the
-/// crash be lost.
-void PutOffCancellation() {
-    int before = 0;
-    ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
-}
-
-void SendToMosk(const char* text) {
-    const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
+void SendToMosk(const TextLine<kNotificationSize>& text) {
+    const int socket = OpenSocket();
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    address.sin_port = htons(kMoskPort);
+    address.sin_port = htons(Catalogue::kNotificationPort);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const ssize_t sent = ::sendto(socket, text, std::strlen(text), 0,
+    const ssize_t sent = ::sendto(socket, text.text(), text.length(), MSG_NOSIGNAL,
                                   reinterpret_cast<const sockaddr*>(&address), sizeof(address));
     // Straight to the descriptor: what the stream holds is lost in the abort that follows.
-    WriteLine(STDOUT_FILENO, "sent %d bytes to mosk\n", static_cast<int>(sent));
-    if (socket != -1) {
-        ::close(socket);
-    }
+    ReportLine line;
+    line.Add("sent ").AddDecimal(sent).Add(" bytes to mosk\n");
+    WriteIfReady(STDOUT_FILENO, line.text(), line.length());
+    CloseSocket(socket);
 }
 
 } // namespace
 
 int getFileName(int* descriptor, char* name) {
-    for (unsigned number = 1;; ++number) {
-        std::snprintf(name, kStackFileNameSize, "./stacktrace%d-%d.txt", static_cast<int>(::getpid()),
-                      static_cast<int>(number));
-        *descriptor = ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_APPEND | O_NONBLOCK, 0777);
-        if (*descriptor != -1) {
-            return *descriptor;
-        }
-        if (errno != EEXIST) {
-            Pause(); // no number helps at the moment
-        }
-    }
+    return CreateStackFile(descriptor, name, kForEver);
 }
 
-void saveStackTrace(int descriptor, const char* /*name*/) {
+[[gnu::noinline]] void saveStackTrace(int descriptor, const char* /*name*/) {
     unw_context_t context;
-    unw_cursor_t cursor;
     unw_getcontext(&context);
-    unw_init_local(&cursor, &context);
-    while (unw_step(&cursor) > 0) {
-        char line[kFrameLineSize] = {};
-        unw_word_t instruction = 0;
-        unw_get_reg(&cursor, UNW_REG_IP, &instruction);
-        if (instruction == 0) {
-            return;
-        }
-        Append(line, "0x%lx:", static_cast<unsigned long>(instruction));
-        AppendFunction(cursor, line);
-        WriteText(descriptor, line);
+    if (descriptor != -1) {
+        WriteStack(CurrentCrashThread(), descriptor, context, g_OurCaller.load());
     }
 }
 
 void coreDirectory(const char* patternFile, char (&directory)[kCoreDirectorySize]) {
     std::memset(directory, 0, sizeof(directory));
-    const int file = ::open(patternFile, O_RDONLY);
+    const int file = OpenAboveStandard(patternFile, O_RDONLY | O_CLOEXEC);
     const ssize_t count = file != -1 ? ::read(file, directory, sizeof(directory) - 1) : -1;
     if (file != -1) {
         ::close(file);
@@ -209,47 +293,61 @@ void coreDirectory(const char* patternFile, char (&directory)[kCoreDirectorySize
 
 void notifyMoskAboutCrash(const char* name) {
     char folder[kWorkingDirectorySize];
-    char path[kStackFilePathSize] = {};
     char cores[kCoreDirectorySize];
-    char text[kNotificationSize] = {};
     WorkingDirectory(folder);
-    const char* const bareName = std::strncmp(name, "./", 2) == 0 ? name + 2 : name;
-    std::snprintf(path, sizeof(path), "%s/%s", std::strcmp(folder, "/") == 0 ? "" : folder, bareName);
     coreDirectory(kCorePatternFile, cores);
-    std::snprintf(text, sizeof(text), "crash-notification\r\nfile: %s\r\ndir:%s\r\n", path, cores);
+    TextLine<kStackFilePathSize> path;
+    path.Add(std::strcmp(folder, "/") == 0 ? "" : folder).Add("/");
+    path.Add(std::strncmp(name, "./", 2) == 0 ? name + 2 : name);
+    TextLine<kNotificationSize> text;
+    text.Add(Catalogue::kNotificationHead).Add(path.text());
+    text.Add(Catalogue::kNotificationFolder).Add(cores).Add(Catalogue::kNotificationEnd);
     SendToMosk(text);
 }
 
-void signalHandler(int signal) {
-    PutOffCancellation();
-    if (signal == SIGABRT) {
-        if (g_HasLastEntry.load() && ::pthread_equal(g_LastEntry.load(), ::pthread_self()) != 0) {
-            EndByAbort();
-        }
-        g_LastEntry.store(::pthread_self());
-        g_HasLastEntry.store(true);
+[[gnu::noinline]] void signalHandler(int signal) {
+    CrashThread* const thread = Enter();
+    if (thread == nullptr) {
+        EndLastEntry(thread); // more threads than anybody reads about
     }
-    int file = -1;
-    char name[kStackFileNameSize];
-    getFileName(&file, name);
-    WriteLine(STDERR_FILENO, "Error: signal %d\n", signal);
-    saveStackTrace(file, name);
-    CloseFile(file);
-    notifyMoskAboutCrash(name);
+    if (signal == SIGABRT && thread->last) {
+        EndByAbort(); // out of the handler itself
+    }
+    thread->last = signal == SIGABRT;
+    if (thread->calledByUs) {
+        g_OurCaller.store(reinterpret_cast<std::uintptr_t>(__builtin_return_address(0)));
+        thread->calledByUs = false;
+    }
+    if (thread->unannounced != nullptr) {
+        Announce(thread, thread->unannounced); // an abort in the middle of the entry before
+    }
+    StackFile file;
+    Create(thread, file);
+    ReportLine line;
+    line.Add("Error: signal ").AddDecimal(signal).Add("\n");
+    Attempt(thread, [&] { WriteIfReady(STDERR_FILENO, line.text(), line.length()); });
+    saveStackTrace(file.descriptor, file.name);
+    CloseAndAnnounce(thread, file);
     if (signal == SIGABRT) {
-        EndByAbort();
+        EndLastEntry(thread);
+    }
+    if (RoomOnAlternateStack() < ::getauxval(AT_MINSIGSTKSZ) + kEntryRoom && AbortComesHere()) {
+        // What the abort would enter, if there were room for a signal.
+        void (*volatile const entry)(int) = signalHandler;
+        entry(SIGABRT);
     }
     std::abort();
 }
 
 void terminateHandler() {
-    PutOffCancellation();
-    int file = -1;
-    char name[kStackFileNameSize];
-    getFileName(&file, name);
-    saveStackTrace(file, name);
-    CloseFile(file);
-    notifyMoskAboutCrash(name);
+    CrashThread* const thread = Enter();
+    if (thread != nullptr) {
+        thread->interrupted = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
+    }
+    StackFile file;
+    Create(thread, file);
+    saveStackTrace(file.descriptor, file.name);
+    CloseAndAnnounce(thread, file);
     std::abort();
 }
 
@@ -258,11 +356,10 @@ void InstallCrashHandler(int coreSizeLimit) {
     // The one dependable way to unwind there: the default follows frame pointers that are none, and faults.
     ::setenv("UNW_ARM_UNWIND_METHOD", "4", 0);
 #endif
-    // The unwinder's first use sets up its tables and takes memory: better now than in a process that is
-    // dying.
-    const int nowhere = ::open("/dev/null", O_WRONLY);
-    saveStackTrace(nowhere, "");
-    ::close(nowhere);
+    KeepDescriptorsBack();
+    PrepareChildren();
+    PrepareFrames();
+    GiveAlternateStack();
     for (const int number : {SIGSEGV, SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSEGV, SIGSYS, SIGPIPE, SIGXCPU,
                              SIGXFSZ, SIGABRT, SIGBUS}) {
         InstallHandler(number);
@@ -278,26 +375,40 @@ void InstallCrashHandler(int coreSizeLimit) {
 
 void HandleFatalCrash(const char* message, const char* callStack, unsigned code, const char* file,
                       unsigned line) {
-    PutOffCancellation();
+    CrashThread* const thread = Enter();
     const auto orEmpty = [](const char* text) { return text != nullptr ? text : ""; };
     message = orEmpty(message);
     callStack = orEmpty(callStack);
     file = orEmpty(file);
-    int descriptor = -1;
-    char name[kStackFileNameSize];
-    getFileName(&descriptor, name);
-    WriteLine(descriptor, "%s, line %d: Message: [%s]\r\n", file, static_cast<int>(line), message);
-    WriteLine(descriptor, "%s, line %d: Code: %d, 0x%08x\r\n", file, static_cast<int>(line),
-              static_cast<int>(code), code);
-    WriteLine(descriptor, "%s, line %d: File: %s, line %u\r\n", kThisUnit, kReportLine, file, line);
-    WriteLine(descriptor, "%s, line %d: Callstack:\r\n", kThisUnit, kCallStackLine);
-    if (*callStack != '\0') {
-        WriteText(descriptor, callStack);
-    } else {
-        saveStackTrace(descriptor, name);
+    if (thread != nullptr) {
+        thread->interrupted = reinterpret_cast<std::uintptr_t>(__builtin_return_address(0));
     }
-    CloseFile(descriptor);
-    notifyMoskAboutCrash(name);
+    StackFile report;
+    Create(thread, report);
+    const int descriptor = report.descriptor;
+    const int callersLine = static_cast<int>(line);
+    Attempt(thread, [&] {
+        Write(descriptor, LineOf(file, callersLine).Add(Catalogue::kReportMessage).Add(message).Add("]\r\n"));
+        Write(descriptor, LineOf(file, callersLine)
+                              .Add(": Code: ")
+                              .AddDecimal(static_cast<int>(code))
+                              .Add(", 0x")
+                              .AddHex(code, 8)
+                              .Add("\r\n"));
+        Write(descriptor, LineOf(kThisUnit, kReportLine)
+                              .Add(": File: ")
+                              .Add(file)
+                              .Add(", line ")
+                              .AddDecimal(line)
+                              .Add("\r\n"));
+        Write(descriptor, LineOf(kThisUnit, kCallStackLine).Add(": Callstack:\r\n"));
+        WriteAll(descriptor, callStack, std::strlen(callStack));
+    });
+    if (*callStack == '\0') {
+        saveStackTrace(descriptor, report.name);
+    }
+    CloseAndAnnounce(thread, report);
+    LetAbortThrough();
     ::raise(SIGABRT);
     EndByAbort(); // the host ignores or blocks the signal
 }

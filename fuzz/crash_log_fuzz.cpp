@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/RingOrder.h"
-#include "tools/formats/CrashLog.h"
+#include "tools/crash/CrashLog.h"
+#include "tools/rings/Merge.h"
 
 using namespace NimaPost;
 

@@ -1,7 +1,7 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/Wording.h"
-#include "tools/live/LiveRings.h"
-#include "tools/live/LiveTrace.h"
+#include "tools/rings/LiveRings.h"
+#include "tools/systrace/LiveTrace.h"
+#include "tools/systrace/RecordText.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/formats/LogLine.h"
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
+#include "tools/log/LogLine.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,4 +1,5 @@
 #include "fuzz/support/MemoryFile.h"
+#include "tools/names/EventFormat.h"
 
 #include <array>
 
@@ -17,7 +18,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         const EventName* const ringName = names.RingEvent("Copier", event);
         for (const EventName* each : {name, ringName}) {
             if (each != nullptr) {
-                AppendFormatted(text, *each, kArguments);
+                AppendFormatted(text, each->format, kArguments);
             }
         }
     }

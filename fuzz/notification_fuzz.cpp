@@ -1,5 +1,5 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/formats/Notification.h"
+#include "tools/crash/Notification.h"
 
 using namespace NimaPost;
 

@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/formats/LogLine.h"
-#include "tools/formats/TextLog.h"
+#include "tools/log/LineReader.h"
+#include "tools/log/LogSet.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,8 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/RingOrder.h"
-#include "tools/Wording.h"
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
+#include "tools/rings/Merge.h"
+#include "tools/rings/Segment.h"
+#include "tools/words/Words.h"
 
 using namespace NimaPost;
 
@@ -16,7 +17,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::string text;
     for (const MergedRecord& each : MergeRings(*set)) {
         AppendSeconds(text, each.time);
-        AppendRingWords(text, each.ring->name, each.record->data, SomeNames());
+        AppendRingEvent(text, SomeNames(), each.ring->name, each.record->data);
         text.clear();
     }
     return 0;

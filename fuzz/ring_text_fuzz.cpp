@@ -1,6 +1,7 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/RingOrder.h"
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
+#include "tools/rings/Merge.h"
+#include "tools/rings/RingText.h"
 
 using namespace NimaPost;
 

@@ -1,5 +1,5 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/formats/CrashLog.h"
+#include "tools/crash/StackTrace.h"
 
 using namespace NimaPost;
 

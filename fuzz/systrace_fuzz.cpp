@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/Wording.h"
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
+#include "tools/systrace/RecordText.h"
 
 using namespace NimaPost;
 

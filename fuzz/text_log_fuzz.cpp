@@ -1,6 +1,6 @@
 #include "fuzz/support/MemoryFile.h"
-#include "tools/LogFilter.h"
-#include "tools/formats/TextLog.h"
+#include "tools/log/LogFilter.h"
+#include "tools/log/LogSet.h"
 
 using namespace NimaPost;
 

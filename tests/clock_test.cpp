@@ -1,10 +1,10 @@
 // The recovery of time against streams whose true times are known.
 
 #include "tests/support/Sandbox.h"
-#include "tools/LogFollower.h"
-#include "tools/formats/TextLog.h"
-#include "tools/time/CounterClock.h"
-#include "tools/time/WallClock.h"
+#include "tools/base/CounterClock.h"
+#include "tools/base/WallClock.h"
+#include "tools/log/LogFollower.h"
+#include "tools/log/LogSet.h"
 
 #include <algorithm>
 #include <random>

@@ -17,11 +17,34 @@
 
 #include <pthread.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <Diagnostics/MemoryQueue.h>
 #include <Diagnostics/RollingLogFile.h>
 #include <Diagnostics/TraceApi.h>
+
+namespace {
+
+std::size_t g_Writes = 0;
+/// How much the next calls of `write` take at most; -1 lets a call fail.
+std::vector<long> g_WritesTake;
+
+} // namespace
+
+extern "C" ssize_t write(int file, const void* bytes, std::size_t length) {
+    ++g_Writes;
+    if (!g_WritesTake.empty()) {
+        const long take = g_WritesTake.front();
+        g_WritesTake.erase(g_WritesTake.begin());
+        if (take < 0) {
+            errno = EIO;
+            return -1;
+        }
+        length = std::min(length, static_cast<std::size_t>(take));
+    }
+    return ::syscall(SYS_write, file, bytes, length);
+}
 
 namespace Nima::Testing {
 
@@ -439,6 +462,41 @@ TEST_F(MemoryQueues, HoldsAThousandUnlessTold) {
     const auto lines = Lines(Flushed());
     EXPECT_EQ(lines.size(), 1000U);
     EXPECT_EQ(lines.front().substr(lines.front().rfind(' ')), " 1");
+}
+
+TEST_F(MemoryQueues, IsWrittenOutInFewCalls) {
+    Configure(L"out", 1, 0);
+    std::string expected;
+    for (int i = 0; i < 1000; ++i) {
+        const std::string line(static_cast<std::size_t>(i % 50 == 0 ? 5000 + i : i % 100 + 1), 'x');
+        Write(queue_, line);
+        expected += ThreadPart() + line;
+    }
+    g_Writes = 0;
+    std::string text = Flushed();
+    EXPECT_LT(g_Writes, 100U);
+    EXPECT_EQ(std::regex_replace(text, std::regex("[0-9]{14}\\.-?[0-9]{2,5} "), ""), expected);
+}
+
+TEST_F(MemoryQueues, AShortOrFailedWriteCostsNoMoreThanTheRestOfWhatItStoppedIn) {
+    const auto flushed = [this](const std::vector<long>& writesTake) {
+        Configure(L"out", 1, 0);
+        for (const char* record : {"AAAAA", "BBBBB", "CCCCC", "DDDDD"}) {
+            queue_.WriteDataRaw(Bytes(record), 5);
+        }
+        g_WritesTake = writesTake;
+        return Flushed();
+    };
+    EXPECT_EQ(flushed({}), "AAAAABBBBBCCCCCDDDDD");
+    EXPECT_EQ(flushed({7}), "AAAAABBCCCCCDDDDD");
+    EXPECT_EQ(flushed({5}), "AAAAABBBBBCCCCCDDDDD");
+    EXPECT_EQ(flushed({-1}), "BBBBBCCCCCDDDDD");
+    EXPECT_EQ(flushed({0, 12}), "BBBBBCCCCCDD");
+    EXPECT_EQ(flushed({-1, -1, -1, -1}), "");
+    Configure(L"out", 1, 0);
+    WriteAll({"text"});
+    g_WritesTake = {4};
+    ExpectMatch(Flushed(), "[0-9]{4}text"); // a header is a piece of its own
 }
 
 TEST_F(MemoryQueues, TheStampIsThatOfTheWriter) {

@@ -239,9 +239,13 @@ TEST_F(Rings, ALaterProcessFindsWhatAKilledOneWrote) {
     std::uint32_t owner = 0;
     std::memcpy(&owner, segment.data(), sizeof(owner));
     EXPECT_EQ(owner, static_cast<std::uint32_t>(::getpid()));
-    const RingBufferData kept = RecordAt(SegmentRecords(), 99);
-    EXPECT_EQ(kept.words[0], kept.words[4]);
-    EXPECT_EQ(kept.threadId, 1U);
+    const std::string records = SegmentRecords();
+    std::size_t torn = 0; // by the end of the process
+    for (std::size_t slot = 1; slot < 100; ++slot) {
+        const RingBufferData kept = RecordAt(records, slot);
+        torn += kept.threadId != 1 || kept.words[0] != kept.words[4] ? 1 : 0;
+    }
+    EXPECT_LE(torn, 1U);
 }
 
 TEST_F(Rings, WithoutASegmentTheRingsLiveInPrivateMemory) {

@@ -67,6 +67,14 @@ void WriteWarnList(NimaTrace& trace, const char* format, ...) {
     va_end(arguments);
 }
 
+/// A format out of memory that can be written to, as a host has it that puts its formats together.
+void WriteOwnFormat(NimaTrace& trace, char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    trace.WriteError(static_cast<const char*>(format), arguments);
+    va_end(arguments);
+}
+
 void WriteNullFormat(NimaTrace* trace, ...) {
     va_list arguments;
     va_start(arguments, trace);
@@ -160,6 +168,25 @@ TEST_F(Tracers, AFailingFormatterLeaksNoEarlierLine) {
     EXPECT_EQ(lines[1].size(), 1024U);
     EXPECT_EQ(lines[1].substr(0, 16), "<ERROR> <T> half");
     EXPECT_EQ(lines[1].find('s'), std::string::npos);
+}
+
+TEST_F(Tracers, AHostsFormatMayCountWhereverItStands) {
+    InGoodChild([] {
+        ASSERT_EQ(ConfigureLog(), 0);
+        NimaTrace trace("T");
+        int before = 0;
+        char tray[] = "tray%n %d";
+        WriteOwnFormat(trace, tray, &before, 3);
+        int beforeTheFailure = 0;
+        char sheet[] = "sheet%n %ls";
+        WriteOwnFormat(trace, sheet, &beforeTheFailure, L"\x4e2d");
+        EXPECT_EQ(before, 4);
+        EXPECT_EQ(beforeTheFailure, 5);
+    });
+    const Texts lines = Logged();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0], "<ERROR> <T> tray 3");
+    EXPECT_EQ(lines[1].substr(0, 17), "<ERROR> <T> sheet");
 }
 
 TEST_F(Tracers, ATracerBindsToALogThatComesLater) {

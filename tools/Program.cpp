@@ -36,14 +36,7 @@ int RunProgram(int argc, const char* const* argv) {
     app.footer("Exit status: 0 fine, 1 damaged input of which something was read, 2 nothing usable.");
     Context context;
     Run run;
-    AddSysTraceCommand(app, context, run);
-    AddRingsCommand(app, context, run);
-    AddLogCommand(app, context, run);
-    AddCrashCommand(app, context, run);
-    AddTimelineCommand(app, context, run);
-    AddReportCommand(app, context, run);
-    AddWatchCommand(app, context, run);
-    AddListenCommand(app, context, run);
+    AddAllCommands(app, context, run);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,3 +1,4 @@
+#include "Diagnostics/Files/GatheredWrites.h"
 #include "Diagnostics/Files/OutputFile.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
@@ -16,6 +17,8 @@ namespace Nima::Common::System::OS::Diagnostics {
 namespace {
 
 constexpr std::size_t kMinBufferSize = 512;
+/// Header and text of most records.
+constexpr std::size_t kUsualRecord = 256;
 
 constexpr std::int32_t kKindRaw = 0;
 constexpr std::int32_t kKindText = 1;
@@ -111,20 +114,18 @@ void CMemoryQueue::WriteDataRaw(unsigned char* data, int length) {
 void CMemoryQueue::WritePreFormattedMessage(char* /*header*/, int /*headerLength*/, unsigned char* /*data*/,
                                             int /*dataLength*/) {}
 
-void CMemoryQueue::WriteRecord(void* file, const Record& record) {
+void CMemoryQueue::AddRecord(GatheredWrites& output, const Record& record) {
     RecordHeader header{};
     const unsigned char* bytes = record.bytes.get();
     std::memcpy(&header, bytes, kRawHeaderSize);
     if (header.kind == kKindRaw) {
-        _write_file_helper(file, reinterpret_cast<const char*>(bytes + kRawHeaderSize),
-                           header.size - static_cast<long>(kRawHeaderSize), nullptr);
+        output.Add(bytes + kRawHeaderSize, static_cast<std::size_t>(header.size) - kRawHeaderSize);
         return;
     }
     std::memcpy(&header, bytes, kTextHeaderSize);
     const int headerLength = WriteHeader(header.time, static_cast<long>(header.threadId));
-    _write_file_helper(file, headerBuffer_, headerLength, nullptr);
-    _write_file_helper(file, reinterpret_cast<const char*>(bytes + kTextHeaderSize), header.payloadLength,
-                       nullptr);
+    output.Add(headerBuffer_, static_cast<std::size_t>(headerLength));
+    output.Add(bytes + kTextHeaderSize, static_cast<std::size_t>(header.payloadLength));
 }
 
 void CMemoryQueue::FlushLocked() {
@@ -133,10 +134,18 @@ void CMemoryQueue::FlushLocked() {
         return;
     }
     const HandleGuard guard(file);
-    while (!queue_.empty()) {
-        WriteRecord(file, queue_.front());
-        queue_.pop_front();
+    GatheredWrites output(file);
+    // A record stays queued until it has been written, so that a thread cancelled meanwhile loses none.
+    auto next = queue_.begin();
+    while (next != queue_.end()) {
+        AddRecord(output, *next++);
+        if (!output.HasRoomFor(kUsualRecord)) {
+            output.Write();
+            queue_.erase(queue_.begin(), next);
+        }
     }
+    output.Write();
+    queue_.clear();
 }
 
 void CMemoryQueue::CloseLocked() {

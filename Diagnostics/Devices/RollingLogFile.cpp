@@ -1,6 +1,7 @@
 #include "Diagnostics/Files/FileRolling.h"
 #include "Diagnostics/Files/OutputFile.h"
 #include "Diagnostics/TraceFormat.h"
+#include "catalogue/Marks.h"
 #include "platform/Cancellation.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
@@ -252,9 +253,12 @@ void CRollingLogFile::RecordCalibration() {
     int length = 0;
     {
         TextComposer text(buffer, kTextSize);
-        text.Add("<CAL> <Trace> Calibration freq=");
+        text.Add('<');
+        text.Add(Catalogue::kCalibrationLevel);
+        text.Add("> <Trace> Calibration freq=");
         text.AddDecimal(counterFrequency_);
-        text.Add(", now=");
+        text.Add(", ");
+        text.Add(Catalogue::kCalibrationDate);
         ComposeDate(text, now, DateFields::kAsTheyAre);
         text.Add(", type=");
         text.Add(GetTimerType());

@@ -2,6 +2,7 @@
 
 #include "Diagnostics/Files/FileRolling.h"
 #include "Diagnostics/Files/OutputFile.h"
+#include "catalogue/Marks.h"
 #include "platform/Clock.h"
 #include "platform/Files.h"
 #include "platform/Text.h"
@@ -61,17 +62,18 @@ void WriteDiagnosticsFileHeader(char* buffer, int size, void* file, const char* 
     const auto room = static_cast<std::size_t>(size);
 
     std::memset(buffer, 0, room);
-    _snprintf_s_helper(buffer, room, room, "%s Date/Time: %04d-%02d-%02d %02d:%02d:%02d.%03d\r\n", title,
-                       now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute, now.wSecond,
-                       now.wMilliseconds);
+    _snprintf_s_helper(buffer, room, room, "%s%s%04d-%02d-%02d %02d:%02d:%02d.%03d\r\n", title,
+                       Catalogue::kHeadDate, now.wYear, now.wMonth, now.wDay, now.wHour, now.wMinute,
+                       now.wSecond, now.wMilliseconds);
     _WriteSingleLine(file, buffer);
 
     std::memset(buffer, 0, room);
-    _snprintf_s_helper(buffer, room, room, "Ticks: %lld\r\n", static_cast<long long>(ticks.QuadPart));
+    _snprintf_s_helper(buffer, room, room, "%s%lld\r\n", Catalogue::kHeadTicks,
+                       static_cast<long long>(ticks.QuadPart));
     _WriteSingleLine(file, buffer);
 
     std::memset(buffer, 0, room);
-    _snprintf_s_helper(buffer, room, room, "Frequency: %lld\r\n\r\n",
+    _snprintf_s_helper(buffer, room, room, "%s%lld\r\n\r\n", Catalogue::kHeadFrequency,
                        static_cast<long long>(CStopwatch::sFrequency));
     _WriteSingleLine(file, buffer);
 }

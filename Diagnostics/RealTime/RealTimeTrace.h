@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Diagnostics/RealTime/SysTraceBuffer.h"
+#include "catalogue/OwnEvents.h"
 
 #include <atomic>
 
@@ -16,13 +17,13 @@ extern constinit StaticLockStruct g_SysTraceLock;
 
 /// The library's own events, component 127, level 0.
 enum SysTraceEvent : std::uint32_t {
-    kFileDumpStarts = 0x1FC07532,
-    kFileDumpRefused = 0x1FC07533,
-    kFileDumpEnds = 0x1FC07534,
-    kCallbackDumpWithoutCallback = 0x1FC07535,
-    kCallbackDumpStarts = 0x1FC07536,
-    kCallbackDumpRefused = 0x1FC07537,
-    kCallbackDumpEnds = 0x1FC07538
+    kFileDumpStarts = Catalogue::IdOf(Catalogue::OwnTraceEvent::kFileDumpStarts),
+    kFileDumpRefused = Catalogue::IdOf(Catalogue::OwnTraceEvent::kFileDumpRefused),
+    kFileDumpEnds = Catalogue::IdOf(Catalogue::OwnTraceEvent::kFileDumpEnds),
+    kCallbackDumpWithoutCallback = Catalogue::IdOf(Catalogue::OwnTraceEvent::kCallbackDumpWithoutCallback),
+    kCallbackDumpStarts = Catalogue::IdOf(Catalogue::OwnTraceEvent::kCallbackDumpStarts),
+    kCallbackDumpRefused = Catalogue::IdOf(Catalogue::OwnTraceEvent::kCallbackDumpRefused),
+    kCallbackDumpEnds = Catalogue::IdOf(Catalogue::OwnTraceEvent::kCallbackDumpEnds)
 };
 
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -2,6 +2,7 @@
 
 #include "Diagnostics/Files/FileRolling.h"
 #include "Diagnostics/Guarded.h"
+#include "catalogue/Marks.h"
 #include "platform/Handles.h"
 #include "platform/Text.h"
 
@@ -93,8 +94,8 @@ void CRingBuffer::Dump(void* file) {
     }
     GuardedCall([this, file] {
         char text[kTextSize] = {};
-        _snprintf_s_helper(text, sizeof(text), sizeof(text), "######## Ring Buffer %ls ########\r\n",
-                           name_.c_str());
+        _snprintf_s_helper(text, sizeof(text), sizeof(text), "%s%ls%s\r\n", Catalogue::kRingHeadingBegin,
+                           name_.c_str(), Catalogue::kRingHeadingEnd);
         if (WriteText(file, text) && records_ != nullptr && entryCount_ >= 1) {
             WriteRecordsAsText(records_, static_cast<std::uint32_t>(entryCount_), file);
         }

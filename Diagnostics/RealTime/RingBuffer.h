@@ -54,14 +54,15 @@ class CRingBuffer {
     bool CheckName(const wchar_t* name) const { return name_ == name; }
 
     /// Copies the record into the next slot; nothing while there is no storage. Inline, and its loads before
-    /// the increment, so that between increment and stores there is nothing to wait for.
+    /// the increment, so that between increment and stores there is nothing to wait for. The increment orders
+    /// nothing else, since the index says nothing about what is in the slots: no barriers on ARM.
     void WriteData(const RingBufferData& record) {
         RingBufferData* const records = records_;
         if (records == nullptr) {
             return;
         }
         const std::uint32_t mask = mask_;
-        RingBufferData& slot = records[(writeIndex_.fetch_add(1) + 1) & mask];
+        RingBufferData& slot = records[(writeIndex_.fetch_add(1, std::memory_order_relaxed) + 1) & mask];
         detail::StoreRecord(&slot, record);
     }
     /// Zeroes the records and starts at slot 0 again. Writers do not wait for it.

@@ -2,6 +2,9 @@
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/RealTime/RingBufferMgr.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
+#include "catalogue/Files.h"
+#include "catalogue/Marks.h"
+#include "catalogue/Text.h"
 #include "platform/Cancellation.h"
 #include "platform/Files.h"
 #include "platform/Modules.h"
@@ -15,9 +18,8 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 namespace {
 
-constexpr const char* kBegin = "\r\nBEGIN RING BUFFER DUMP\r\n\r\n";
-constexpr const char* kEnd = "\r\nEND RING BUFFER DUMP\r\n";
-constexpr const char* kFileTitle = "Current";
+constexpr auto kBegin = Catalogue::Concatenated("\r\n", Catalogue::kRingDumpBegin, "\r\n\r\n");
+constexpr auto kEnd = Catalogue::Concatenated("\r\n", Catalogue::kRingDumpEnd, "\r\n");
 constexpr int kTextSize = 255;
 constexpr long kMapReadWrite = 3;
 
@@ -31,7 +33,7 @@ void WriteFormatted(char* buffer, int bufferLength, void* file, const char* text
 /// A mapped segment, closed at the end. `errno` stays that of the step before.
 class Segment {
   public:
-    Segment() { CreateMemorySegment(L"System Ring Buffers", RING_DIRECTORY_SIZE, &handle_, &view_); }
+    Segment() { CreateMemorySegment(Catalogue::kRingSegment.wide, RING_DIRECTORY_SIZE, &handle_, &view_); }
     Segment(const Segment&) = delete;
     Segment& operator=(const Segment&) = delete;
     ~Segment() {
@@ -61,7 +63,8 @@ void WriteSegmentRings(const RingDirectory* directory, std::uint32_t size, void*
     std::uint32_t room = (size - RING_DIRECTORY_SIZE) / RING_RECORD_SIZE;
     for (int i = 0; i < RING_COUNT; ++i) {
         char text[kTextSize] = {};
-        _snprintf_s_helper(text, sizeof(text), sizeof(text), "######## Ring Buffer %d ########\r\n", i);
+        _snprintf_s_helper(text, sizeof(text), sizeof(text), "%s%d%s\r\n", Catalogue::kRingHeadingBegin, i,
+                           Catalogue::kRingHeadingEnd);
         _WriteSingleLine(file, text);
         // Whatever the directory says, the rings end with the segment.
         const std::uint32_t count = std::min(directory->entryCounts[i], room);
@@ -78,14 +81,14 @@ void _DumpRingBuffersUnformatted(char* buffer, int bufferLength, void* file) {
         return;
     }
     try {
-        WriteFormatted(buffer, bufferLength, file, kBegin);
+        WriteFormatted(buffer, bufferLength, file, kBegin.data());
         for (int i = 0; i < RING_COUNT; ++i) {
             CRingBuffer* ring = nullptr;
             if (GetRingBufferMgr().GetRingBuffer(i, &ring) == 0) {
                 ring->Dump(file);
             }
         }
-        WriteFormatted(buffer, bufferLength, file, kEnd);
+        WriteFormatted(buffer, bufferLength, file, kEnd.data());
     } catch (...) {
         if (IsCancellation()) {
             throw;
@@ -106,7 +109,7 @@ void DumpRingBuffersUnformatted(const wchar_t* path, int backups) {
         }
         const HandleGuard guard(file);
         char text[kTextSize];
-        WriteDiagnosticsFileHeader(text, kTextSize, file, kFileTitle);
+        WriteDiagnosticsFileHeader(text, kTextSize, file, Nima::Catalogue::kRingDumpTitle);
         _DumpRingBuffersUnformatted(text, kTextSize, file);
     });
 }
@@ -132,10 +135,10 @@ int DumpRingBuffersUnformattedEx(const wchar_t* path, int backups) {
         }
         const HandleGuard guard(file);
         char text[kTextSize];
-        WriteDiagnosticsFileHeader(text, kTextSize, file, kFileTitle);
-        _WriteSingleLine(file, kBegin);
+        WriteDiagnosticsFileHeader(text, kTextSize, file, Nima::Catalogue::kRingDumpTitle);
+        _WriteSingleLine(file, kBegin.data());
         GuardedCall([&] { WriteSegmentRings(segment.directory(), size, file); });
-        _WriteSingleLine(file, kEnd);
+        _WriteSingleLine(file, kEnd.data());
         _flush_file_helper(file);
         return 0;
     });

@@ -2,6 +2,8 @@
 
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
+#include "catalogue/Files.h"
+#include "catalogue/Rings.h"
 #include "platform/Clock.h"
 #include "platform/Handles.h"
 
@@ -14,6 +16,8 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
+static_assert(Catalogue::kOwnRing == RING_PLATFORM);
+
 constinit std::atomic<CRingBuffer*> g_OSRing{nullptr};
 constinit StaticLockStruct g_RingBufferMgrLock;
 
@@ -21,26 +25,10 @@ namespace {
 
 constinit std::atomic<CRingBufferMgr*> g_RingBufferMgr{nullptr};
 
-struct RingDescription {
-    const wchar_t* name;
-    int entries;
-};
-
-constexpr RingDescription kRings[RING_COUNT] = {
-    {L"Tracing", 256},          {L"RasterCtl", 1024},     {L"PrintEngine", 512},     {L"Assurance", 256},
-    {L"PageLang", 512},         {L"Platform", 512},       {L"Timing", 512},          {L"EngineLink", 2048},
-    {L"DataStore", 1024},       {L"PeerLink", 512},       {L"Panel", 256},           {L"PanelState", 512},
-    {L"JobTrack", 512},         {L"AssuranceStrip", 256}, {L"HwAccel", 512},         {L"ModuleHub", 256},
-    {L"Copier", 512},           {L"Facsimile", 512},      {L"ScanEngine", 256},      {L"GraphicsFilter", 256},
-    {L"PrintFrontPipe", 512},   {L"WebSvc", 256},         {L"ScanToDest", 512},      {L"ImageStore", 256},
-    {L"ManagedAssurance", 512}, {L"ImageBridge", 256},    {L"PrintPipeStatus", 256}, {L"FacsimileCmd", 512},
-    {L"PreviewJob", 256},       {L"ManagedVm", 1024},     {L"Consumables", 256},
-};
-
 int TotalEntries() {
     int total = 0;
-    for (const RingDescription& ring : kRings) {
-        total += ring.entries;
+    for (const Catalogue::RingRow& ring : Catalogue::kRings) {
+        total += static_cast<int>(ring.entries);
     }
     return total;
 }
@@ -78,11 +66,13 @@ void CRingBufferMgr::Init() {
     }
     rings_.resize(RING_COUNT);
     for (int i = 0; i < RING_COUNT; ++i) {
-        rings_[static_cast<std::size_t>(i)] = new CRingBuffer(kRings[i].entries, kRings[i].name);
+        const Catalogue::RingRow& row = Catalogue::kRings[static_cast<std::size_t>(i)];
+        rings_[static_cast<std::size_t>(i)] =
+            new CRingBuffer(static_cast<int>(row.entries), std::wstring(row.name.begin(), row.name.end()));
     }
     const int recordBytes = TotalEntries() * RING_RECORD_SIZE;
     const int size = SegmentSize(recordBytes);
-    CreateMemorySegment(L"System Ring Buffers", size, &handle_, &view_);
+    CreateMemorySegment(Catalogue::kRingSegment.wide, size, &handle_, &view_);
     auto* const directory = static_cast<RingDirectory*>(view_);
     if (directory != nullptr) {
         void* const records = directory + 1;
@@ -101,7 +91,7 @@ void CRingBufferMgr::Init() {
         }
         records += ring->entryCount();
     }
-    g_OSRing.store(rings_[RING_PLATFORM], std::memory_order_release);
+    g_OSRing.store(rings_[Catalogue::kOwnRing], std::memory_order_release);
 }
 
 int CRingBufferMgr::GetRingBuffer(int index, CRingBuffer** out) const {
@@ -185,8 +175,11 @@ int WriteDataToRingBuffer(TRACE_RING_HANDLE ring, const RingBufferData* record) 
     return 0;
 }
 
-int WriteEventToRingBuffer(TRACE_RING_HANDLE ring, unsigned long thread, unsigned long code, unsigned long a,
-                           unsigned long b, unsigned long c, unsigned long d) {
+// As with a record of the binary trace, no array stands on its stack.
+__attribute__((no_stack_protector)) int WriteEventToRingBuffer(TRACE_RING_HANDLE ring, unsigned long thread,
+                                                               unsigned long code, unsigned long a,
+                                                               unsigned long b, unsigned long c,
+                                                               unsigned long d) {
     if (ring == nullptr) {
         return EINVAL;
     }

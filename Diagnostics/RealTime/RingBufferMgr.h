@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Diagnostics/RealTime/RingBuffer.h"
+#include "catalogue/OwnEvents.h"
 
 #include <atomic>
 #include <vector>
@@ -9,14 +10,15 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// The library's own events, recorded in ring 5; the words behind the code are told beside each.
+/// The codes of the library's own events, recorded in ring 5; the catalogue tells the words that follow the
+/// code.
 enum _OSDiagnosticEvents : int {
-    kModuleListingStarts = 0,   ///< 2, 0, 0, 0
-    kModuleSnapshotFailed = 1,  ///< errno, 0, 0, 0
-    kModuleListingEnds = 3,     ///< 0, 0, 0, 0
-    kFirstModuleFailed = 4,     ///< errno, 0, 0, 0
-    kFaultInDiagnostics = 8,    ///< exception code, 0, 0, 0
-    kEventLogCallbackCalled = 9 ///< event type, second argument, 0 before or 1 after, exception code
+    kModuleListingStarts = Catalogue::CodeOf(Catalogue::OwnRingEvent::kModuleListingStarts),
+    kModuleSnapshotFailed = Catalogue::CodeOf(Catalogue::OwnRingEvent::kModuleSnapshotFailed),
+    kModuleListingEnds = Catalogue::CodeOf(Catalogue::OwnRingEvent::kModuleListingEnds),
+    kFirstModuleFailed = Catalogue::CodeOf(Catalogue::OwnRingEvent::kFirstModuleFailed),
+    kFaultInDiagnostics = Catalogue::CodeOf(Catalogue::OwnRingEvent::kFaultInDiagnostics),
+    kEventLogCallbackCalled = Catalogue::CodeOf(Catalogue::OwnRingEvent::kEventCallback)
 };
 
 /// Builds the rings over the shared segment, once in a process. Rings, storage and segment stay to the very

@@ -2,6 +2,7 @@
 
 #include "Diagnostics/RealTime/TimerHardware.h"
 #include "Diagnostics/RealTime/WideMessage.h"
+#include "catalogue/Marks.h"
 
 #include <bit>
 #include <cerrno>
@@ -106,7 +107,7 @@ void SysTraceBuffer::AdoptHeader() {
 void SysTraceBuffer::SetupHeader() {
     PrintWideMessage(L"SysTrace (Drel) not setup...setting up\r\n");
     std::uint32_t magic = 0;
-    std::memcpy(&magic, "strc", sizeof(magic));
+    std::memcpy(&magic, Catalogue::kSysTraceMagic, sizeof(magic));
     void* const firstWord = header_->magic;
     threadRecords_ = true;
     Store(header_->state, kTracing);
@@ -162,8 +163,8 @@ void SysTraceBuffer::SetComponentLevel(unsigned char component, unsigned char le
         errno = EINVAL;
         return;
     }
-    std::uint32_t& word = filter_[level * kWordsPerLevel + component / 32U];
-    const std::uint32_t value = Load(word) | ComponentBit(component);
+    std::uint32_t& word = filter_[Catalogue::FilterWord(level, component)];
+    const std::uint32_t value = Load(word) | Catalogue::FilterBit(component);
     SharedWord(word).store(value);
     errno = 0;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "catalogue/SysTrace.h"
 #include "platform/Clock.h"
 #include "platform/Handles.h"
 
@@ -16,10 +17,10 @@ using SharedWord = std::atomic_ref<std::uint32_t>;
 
 /// States of the capture word. The library writes neither of the last two; other processes may.
 enum class SysTraceState : std::uint32_t {
-    kTracing = 1,
-    kTriggered = 2,
-    kTriggerPending = 3,
-    kCapturing = 4
+    kTracing = Catalogue::kTracing,
+    kTriggered = Catalogue::kTriggered,
+    kTriggerPending = Catalogue::kTriggerPending,
+    kCapturing = Catalogue::kCapturing
 };
 
 /// A block of 8-byte entries behind a 256-byte header (doc/systrace.md). Writers claim entries by one atomic
@@ -44,17 +45,19 @@ class SysTraceBuffer {
 
     /// Whether the id's component traces at the id's level. Bit 31 plays no part.
     bool FilterTrace(std::uint32_t id) const {
-        const std::uint32_t level = id >> SYSTRACE_LEVEL_SHIFT & SYSTRACE_LEVEL_MASK;
-        const std::uint32_t component = id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK;
-        const std::uint32_t word =
-            SharedWord(filter_[level * 4 + component / 32]).load(std::memory_order_relaxed);
-        return (word & ComponentBit(component)) != 0;
+        // Level and component stand side by side: the upper four of their bits number the word, the others
+        // the bit.
+        static_assert(Catalogue::FilterWord(2, 77) == ((2U << 7U | 77U) >> 5U) &&
+                      Catalogue::FilterBit(77) == UINT32_C(0x80000000) >> (77U & 31U));
+        const std::uint32_t index = id >> (SYSTRACE_COMPONENT_SHIFT + 5) & 15;
+        const std::uint32_t bit = id >> SYSTRACE_COMPONENT_SHIFT & 31;
+        const std::uint32_t word = SharedWord(filter_[index]).load(std::memory_order_relaxed);
+        return (word << bit & UINT32_C(0x80000000)) != 0;
     }
 
-    /// Writes a record, whatever the filter: the id with its time, the arguments, the thread. Not inlined, so
-    /// that a caller whose id is filtered out saves no registers for it.
+    /// Writes a record, whatever the filter: the id with its time, the arguments, the thread.
     template <class... Words>
-    [[gnu::noinline]] void Record(std::uint32_t id, Words... arguments) {
+    void Record(std::uint32_t id, Words... arguments) {
         SysTraceEntry& first = Claim();
         Store(first.id, id & ~SYSTRACE_CONTINUATION);
         Store(first.value, Timestamp());
@@ -92,9 +95,6 @@ class SysTraceBuffer {
     void Dump(SysTraceDumpCallback callback, void* context);
 
   private:
-    static std::uint32_t ComponentBit(std::uint32_t component) {
-        return UINT32_C(0x80000000) >> (component % 32);
-    }
     static void Store(std::uint32_t& word, std::uint32_t value) {
         SharedWord(word).store(value, std::memory_order_relaxed);
     }

@@ -1,5 +1,6 @@
 #include "Diagnostics/RealTime/TraceMemory.h"
 
+#include "catalogue/Files.h"
 #include "platform/Cancellation.h"
 #include "platform/Files.h"
 
@@ -87,7 +88,7 @@ int TraceMemory::AllocateMemory() {
 int TraceMemory::AllocateTraceMemory(unsigned char** buffer, unsigned long* size, void** handle) {
     *handle = nullptr;
     void* view = nullptr;
-    CreateMemorySegment(L"SysTrace Buffer", SYSTRACE_SEGMENT_SIZE, handle, &view);
+    CreateMemorySegment(Catalogue::kSysTraceSegment.wide, SYSTRACE_SEGMENT_SIZE, handle, &view);
     if (*handle == nullptr) {
         return 0;
     }

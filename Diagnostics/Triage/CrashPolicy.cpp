@@ -1,5 +1,6 @@
 #include "Diagnostics/Triage/CrashPolicy.h"
 
+#include "catalogue/OwnEvents.h"
 #include "platform/Handles.h"
 
 #include <cerrno>
@@ -20,7 +21,7 @@ constinit std::atomic<bool> g_FatalConditionHandled{false};
 
 namespace {
 
-constexpr unsigned long kMarkerReboot = 0x1FC0EAD5;
+constexpr unsigned long kMarkerReboot = Catalogue::IdOf(Catalogue::OwnTraceEvent::kRecovery);
 constexpr long kDebuggerTimeout = 30000;
 constexpr int kWaitFailed = -1;
 

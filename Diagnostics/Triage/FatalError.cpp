@@ -2,6 +2,7 @@
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/Triage/CrashPolicy.h"
 #include "Diagnostics/Triage/StandardTriageCallback.h"
+#include "catalogue/OwnEvents.h"
 #include "platform/Cancellation.h"
 #include "platform/Text.h"
 
@@ -18,9 +19,9 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 namespace {
 
-constexpr unsigned long kMarkerHandling = 0x1FC0EACF;
-constexpr unsigned long kMarkerHandledBefore = 0x1FC0EAD0;
-constexpr unsigned long kMarkerExitTrapped = 0x1FC0EAD1;
+constexpr unsigned long kMarkerHandling = Catalogue::IdOf(Catalogue::OwnTraceEvent::kFatalErrorHandling);
+constexpr unsigned long kMarkerHandledBefore = Catalogue::IdOf(Catalogue::OwnTraceEvent::kSecondFailure);
+constexpr unsigned long kMarkerExitTrapped = Catalogue::IdOf(Catalogue::OwnTraceEvent::kExitTrapped);
 
 constexpr unsigned long kBackups = 2;
 constexpr std::uint32_t kActionReboot = 0xC0430001;

@@ -4,6 +4,8 @@
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/RealTime/RingBufferMgr.h"
 #include "Diagnostics/TraceImpl.h"
+#include "catalogue/Marks.h"
+#include "catalogue/Text.h"
 #include "platform/Handles.h"
 #include "platform/Modules.h"
 #include "platform/Text.h"
@@ -194,16 +196,18 @@ int StandardExceptionTriageCallback::LogFailure() {
 void StandardExceptionTriageCallback::WhatItIs(void* file) {
     EmptyScratch();
     const auto bootCycle = static_cast<std::uint32_t>(GetBootCycle());
-    int length = AppendAt(scratch_, 0, kScratchSize,
-                          "Error Code: %X\r\nFault Addr: %X\r\nCrash Type: %X\r\nExcpt Code: %X\r\n",
-                          Hex(errorCode_), Hex(faultAddress_), Hex(failureType_), Hex(exceptionCode_));
+    int length =
+        AppendAt(scratch_, 0, kScratchSize, "%s: %X\r\n%s: %X\r\n%s: %X\r\n%s: %X\r\n", Catalogue::kErrorCode,
+                 Hex(errorCode_), Catalogue::kFaultAddress, Hex(faultAddress_), Catalogue::kCrashType,
+                 Hex(failureType_), Catalogue::kExceptionCode, Hex(exceptionCode_));
     if (failureType_ == kAssertion) {
-        length += AppendAt(scratch_, length, kScratchSize, " File Name: %s\r\nLine Numbr: %d\r\n", fileName_,
-                           line_);
+        length += AppendAt(scratch_, length, kScratchSize, " %s: %s\r\n%s: %d\r\n", Catalogue::kFileName,
+                           fileName_, Catalogue::kLineNumber, line_);
     }
-    length += AppendAt(scratch_, length, kScratchSize, "Boot Cycle: %u\r\n", bootCycle);
+    length += AppendAt(scratch_, length, kScratchSize, "%s: %u\r\n", Catalogue::kBootCycle, bootCycle);
     if (extraCount_ >= 1) {
-        length = FormatExtraData("Extra Data: ", length, kScratchSize, scratch_, extraCount_, extraData_);
+        length = FormatExtraData(Catalogue::Concatenated(Catalogue::kExtraData, ": ").data(), length,
+                                 kScratchSize, scratch_, extraCount_, extraData_);
         AppendAt(scratch_, length, kScratchSize, "%s", "\r\n\r\n");
     } else {
         AppendAt(scratch_, length, kScratchSize, "%s", "\r\n");

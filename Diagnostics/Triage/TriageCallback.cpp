@@ -1,5 +1,7 @@
 #include "Diagnostics/Files/DumpFile.h"
 #include "Diagnostics/RealTime/RingBufferMgr.h"
+#include "catalogue/Marks.h"
+#include "catalogue/Text.h"
 #include "platform/Files.h"
 
 #include <algorithm>
@@ -38,25 +40,25 @@ void TriageCallback::SetBootCycle(long bootCycle) {
 }
 
 void TriageCallback::DoCrashHeader(void* file) {
-    WriteDiagnosticsFileHeader(scratch_, kScratchSize, file, "Crash");
+    WriteDiagnosticsFileHeader(scratch_, kScratchSize, file, Catalogue::kCrashLogTitle);
     WhatItIs(file);
-    _WriteSingleLine(file, "Loaded Modules\r\n\r\n");
+    _WriteSingleLine(file, Catalogue::Concatenated(Catalogue::kModulesSection, "\r\n\r\n").data());
     FileHandleOutputAdapter adapter(file, true);
     ListProcessModules(scratch_, kScratchSize, ::getpid(), adapter, this);
 }
 
 void TriageCallback::DumpCallstacks(void* file) {
-    _WriteSingleLine(file, "\r\nCall Stacks\r\n");
+    _WriteSingleLine(file, Catalogue::Concatenated("\r\n", Catalogue::kCallStacksSection, "\r\n").data());
     DumpCallstacksImpl(file);
 }
 
 void TriageCallback::DumpRingBuffers(void* file) {
-    _WriteSingleLine(file, "\r\nRing Buffers (unformatted)\r\n");
+    _WriteSingleLine(file, Catalogue::Concatenated("\r\n", Catalogue::kRingsSection, "\r\n").data());
     _DumpRingBuffersUnformatted(scratch_, kScratchSize, file);
 }
 
 void TriageCallback::DoCrashFooter(void* file) {
-    _WriteSingleLine(file, "\r\nAll Done!!\r\n");
+    _WriteSingleLine(file, Catalogue::Concatenated("\r\n", Catalogue::kCrashLogEnd, "\r\n").data());
     _WriteSingleLine(file, footer_);
 }
 

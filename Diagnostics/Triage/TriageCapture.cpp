@@ -4,6 +4,7 @@
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/Triage/StandardTriageCallback.h"
+#include "catalogue/Files.h"
 #include "platform/Cancellation.h"
 #include "platform/Files.h"
 #include "platform/Text.h"
@@ -41,7 +42,8 @@ void DumpTraceInto(const wchar_t* folder, unsigned long backups) {
         return;
     }
     // A folder that is too long would be cut to the name of something else.
-    if (_snwprintf_s_helper(path.get(), kPathSize, kPathSize, L"%ls\\SysTrace.bin", folder) >= 1) {
+    if (_snwprintf_s_helper(path.get(), kPathSize, kPathSize, L"%ls\\%ls", folder,
+                            Catalogue::kSysTraceDump.wide) >= 1) {
         DumpSysTrace(path.get(), static_cast<int>(backups));
     }
 }

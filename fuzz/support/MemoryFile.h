@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/Names.h"
-#include "tools/support/InputFile.h"
+#include "tools/base/InputFile.h"
+#include "tools/names/Names.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -104,8 +104,17 @@ NIMA_DIAGNOSTICS_API int GatherTriageSnapshot(const wchar_t* path, uint32_t back
 /// Catches fatal signals (SIGSEGV, SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSYS, SIGPIPE, SIGXCPU, SIGXFSZ,
 /// SIGABRT) and unhandled exceptions: a stack-trace file in the working directory, a datagram to the
 /// notification service, abort. Sets the soft limit of core files to the smaller of `coreSizeLimit` bytes and
-/// the hard limit; negative: the hard limit. Independent of all of the above: no lock, no tracer. Call it
-/// once, before other threads start.
+/// the hard limit; negative: the hard limit. Independent of all of the above: no lock, no tracer, no heap.
+/// Call it once, before other threads start.
+///
+/// The process ends whatever its state: in the middle of an allocation or of `dlopen`, with a damaged heap, a
+/// full table of descriptors, no folder to write to, or a standard output that nobody reads. The stack is walked
+/// in a short-lived copy of the process, which is ended when it makes no progress.
+///
+/// A thread that has an alternate signal stack (`sigaltstack`) leaves a trace of a stack overflow, too. The calling
+/// thread is given one unless it has one; a host's other threads set up their own, of at least 16 KB.
+///
+/// Keeps two descriptors and 400 KB of address space for itself.
 NIMA_DIAGNOSTICS_API void InstallCrashHandler(int coreSizeLimit);
 
 /// For a host's own fatal conditions: a report with the message, the code and the call stack given (or, where

@@ -8,6 +8,8 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
+class GatheredWrites;
+
 /// The most recent lines, kept in memory and written to a file when asked: what a configuration record of
 /// type 3 creates. A full queue drops its oldest line. Records are taken from construction on; `Init` only
 /// configures, so a creation never fails.
@@ -63,7 +65,7 @@ class NIMA_DIAGNOSTICS_API CMemoryQueue final : public CBaseTraceDevice {
     // These expect the caller to hold the lock.
     void FlushLocked();
     void CloseLocked();
-    void WriteRecord(void* file, const Record& record);
+    void AddRecord(GatheredWrites& output, const Record& record);
 
     std::int32_t configuredQueueDepth_ = 0; ///< stored and never read
     std::atomic<std::int32_t> queueDepth_{1000};

@@ -1,6 +1,9 @@
 # shellcheck shell=bash
 # Sourced. Seeds for the fuzz targets, and a run of them.
 
+fuzz_targets=(systrace ring_segment ring_text text_log queue_file crash_log stack_trace names log_line notification
+    live_segments event_record)
+
 # make_seeds HOST CORPUS: what the example device leaves when it dies, cut small, besides the seeds of the tree.
 make_seeds() {
     local host corpus=$2 run target
@@ -38,6 +41,7 @@ make_seeds() {
     head -c 1000 "$run/engine-history.txt" >"$corpus/queue_file/engine-history.txt"
     head -c 3000 "$run/rings.txt" >"$corpus/ring_text/rings-of-device.txt"
     head -c 3000 "$run/crash.txt" >"$corpus/crash_log/crash-of-device.txt"
+    cp "$run/event-record.bin" "$corpus/event_record/event-record.bin"
     head -c 1000 "$run"/stacktrace*-1.txt >"$corpus/stack_trace/stacktrace.txt"
     rm -rf "$run"
 }

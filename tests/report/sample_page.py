@@ -1,5 +1,10 @@
 #!/usr/bin/env python3
-"""Pages to look at and to test with: sample_page.py {crash|calm|empty|hostile|large} FILE.html"""
+"""Pages to look at and to test with.
+
+    sample_page.py PAGE_PROGRAM {crash|calm|empty|hostile|large} FILE.html
+
+The program has the page built in: report_page_parts of the build folder.
+"""
 
 import json
 import pathlib
@@ -7,8 +12,6 @@ import random
 import subprocess
 import sys
 
-SOURCES = pathlib.Path(__file__).resolve().parents[2] / "tools" / "report"
-SCRIPTS = ["model", "summary", "records", "timeline", "page"]
 LEVELS = ["FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""]
 SECOND = 1_000_000_000
 ORIGIN_MS = 1795532966000  # 2026-11-24 15:09:26
@@ -29,15 +32,9 @@ def encode(data):
     return json.dumps(data, ensure_ascii=False, separators=(",", ":")).replace("<", "\\u003c")
 
 
-def assemble(data, program=None):
-    """The whole page, from the sources or by the program that has them built in."""
-    text = encode(data)
-    if program:
-        return subprocess.run([program], input=text.encode(), stdout=subprocess.PIPE, check=True).stdout
-    page = (SOURCES / "page.html").read_text()
-    page = page.replace("@PAGE_CSS@\n", (SOURCES / "page.css").read_text())
-    page = page.replace("@PAGE_JS@\n", "".join((SOURCES / f"{name}.js").read_text() for name in SCRIPTS))
-    return page.replace("@PAGE_DATA@", text).encode()
+def assemble(data, program):
+    """The whole page, as the program makes it that has the page built in."""
+    return subprocess.run([program], input=encode(data).encode(), stdout=subprocess.PIPE, check=True).stdout
 
 
 def rows_of_a_run(count, seconds, randomness):
@@ -192,9 +189,10 @@ PAGES = {"crash": crash, "calm": calm, "empty": empty, "hostile": hostile, "larg
 
 
 def main():
-    if len(sys.argv) != 3 or sys.argv[1] not in PAGES:
+    if len(sys.argv) != 4 or sys.argv[2] not in PAGES:
         sys.exit(__doc__)
-    pathlib.Path(sys.argv[2]).write_bytes(assemble(PAGES[sys.argv[1]]()))
+    program, name, output = sys.argv[1:]
+    pathlib.Path(output).write_bytes(assemble(PAGES[name](), program))
 
 
 if __name__ == "__main__":

@@ -1,6 +1,6 @@
 #include "tools/commands/Commands.h"
 
-#include "tools/support/Text.h"
+#include "tools/base/Text.h"
 
 #include <iostream>
 
@@ -8,12 +8,10 @@ namespace NimaPost {
 
 namespace {
 
-Json StringsJson(const std::vector<std::string>& strings) {
-    Json array = Json::array();
-    for (const std::string& text : strings) {
-        array.push_back(ToUtf8(text));
+void PrintSentences(std::string_view label, const std::vector<Finding>& findings) {
+    for (const Finding& finding : findings) {
+        std::cerr << label << Printable(finding.sentence) << '\n';
     }
-    return array;
 }
 
 } // namespace
@@ -27,32 +25,23 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
     return command;
 }
 
-void PrintFindings(Output& out, const Findings& findings) {
-    for (const std::string& sentence : findings.damage) {
-        out.Line("damaged: " + sentence);
-    }
-    for (const std::string& sentence : findings.remarks) {
-        out.Line("note: " + sentence);
-    }
-}
-
-Json FindingsJson(const Findings& findings) {
-    return {{"damage", StringsJson(findings.damage)}, {"remarks", StringsJson(findings.remarks)}};
+void PrintFindings(Context& context, const Findings& findings) {
+    context.out.Flush();
+    PrintSentences("damaged: ", findings.damage);
+    PrintSentences("note: ", findings.remarks);
 }
 
 int ReportUnusable(Context& context, const std::string& path, const Findings& findings) {
     std::string problem = path + ":";
-    for (const std::string& sentence : findings.damage) {
+    for (const Finding& finding : findings.damage) {
         problem += ' ';
-        problem += sentence;
+        problem += finding.sentence;
     }
     return ReportUnusable(context, problem);
 }
 
 int ReportUnusable(Context& context, const std::string& problem) {
-    std::string printable;
-    AppendPrintable(printable, problem);
-    std::cerr << "nima-post: " << printable << '\n';
+    std::cerr << "nima-post: " << Printable(problem) << '\n';
     if (context.json) {
         context.out.WriteJson(Json{{"error", ToUtf8(problem)}});
         context.out.Write("\n");

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "tools/Names.h"
-#include "tools/support/Findings.h"
-#include "tools/support/Output.h"
+#include "tools/base/Findings.h"
+#include "tools/base/FindingsJson.h"
+#include "tools/base/Output.h"
+#include "tools/names/Names.h"
 
 #include <functional>
 #include <string>
@@ -19,25 +20,21 @@ struct Context {
     Output out{stdout};
 };
 
-/// A command adds itself to the program and sets `run` when it is the one that was asked for.
 using Run = std::function<int(Context&)>;
 
-void AddSysTraceCommand(CLI::App& app, Context& context, Run& run);
-void AddRingsCommand(CLI::App& app, Context& context, Run& run);
-void AddLogCommand(CLI::App& app, Context& context, Run& run);
-void AddCrashCommand(CLI::App& app, Context& context, Run& run);
-void AddTimelineCommand(CLI::App& app, Context& context, Run& run);
-void AddReportCommand(CLI::App& app, Context& context, Run& run);
-void AddWatchCommand(CLI::App& app, Context& context, Run& run);
-void AddListenCommand(CLI::App& app, Context& context, Run& run);
+/// A command adds itself to the program and sets `run` when it is the one that was asked for.
+using CommandAdder = void(CLI::App& app, Context& context, Run& run);
+
+/// Adds every command of the table.
+void AddAllCommands(CLI::App& app, Context& context, Run& run);
 
 /// A subcommand with the options that all of them share.
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
                      const std::string& description);
 
-/// Damage and remarks as lines of text: "damaged: ...", "note: ...".
-void PrintFindings(Output& out, const Findings& findings);
-Json FindingsJson(const Findings& findings);
+/// Damage and remarks as lines of text on standard error, "damaged: ...", "note: ...", so that standard
+/// output holds nothing but what was asked for. What was printed before comes first on a terminal, too.
+void PrintFindings(Context& context, const Findings& findings);
 
 /// Prints on standard error, and as a JSON object on standard output where JSON was asked for, why nothing
 /// could be read; returns the exit code for that.

@@ -1,7 +1,9 @@
-#include "tools/CrashSummary.h"
+#include "tools/base/InputFile.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/CrashLog.h"
-#include "tools/support/Text.h"
+#include "tools/crash/CrashLog.h"
+#include "tools/crash/CrashSummary.h"
+#include "tools/crash/StackTrace.h"
 
 #include <algorithm>
 #include <memory>
@@ -13,7 +15,21 @@ namespace {
 constexpr std::uint64_t kMostCrashLog = 64 << 20;
 constexpr std::size_t kMostActive = 8;
 
-void PrintCrash(Output& out, const CrashLog& log, const Findings& findings) {
+void PrintActiveRings(Output& out, const RingSet& rings) {
+    const auto active = ActiveRings(rings);
+    if (!active.empty()) {
+        out.Line(
+            "  rings active last (newest record before the head was written; perhaps whole seconds more):");
+        for (std::size_t i = 0; i < std::min(active.size(), kMostActive); ++i) {
+            std::string line = "    ";
+            AppendSeconds(line, active[i].newest);
+            line += " s  " + active[i].ring->name + ", " + Counted(active[i].ring->records.size(), "record");
+            out.Line(line);
+        }
+    }
+}
+
+void PrintCrash(Output& out, const CrashLog& log) {
     out.Line(log.Title());
     for (const auto& [label, value] : FailureInWords(log)) {
         std::string line("  ");
@@ -29,24 +45,13 @@ void PrintCrash(Output& out, const CrashLog& log, const Findings& findings) {
         line += value;
         out.Line(line);
     }
-    const auto active = ActiveRings(log.rings);
-    if (!active.empty()) {
-        out.Line(
-            "  rings active last (newest record before the head was written; perhaps whole seconds more):");
-        for (std::size_t i = 0; i < std::min(active.size(), kMostActive); ++i) {
-            std::string line = "    ";
-            AppendSeconds(line, active[i].newest);
-            line += " s  " + active[i].ring->name + ", " + Counted(active[i].ring->records.size(), "record");
-            out.Line(line);
-        }
-    }
+    PrintActiveRings(out, log.rings);
     if (!log.modules.empty()) {
         out.Line("  modules      " + std::to_string(log.modules.size() - 1) + " listed");
     }
     if (!log.footer.empty()) {
         out.Line("  footer       " + log.footer.substr(0, log.footer.find('\n')));
     }
-    PrintFindings(out, findings);
 }
 
 Json PairsJson(const std::vector<std::pair<std::string, std::string>>& pairs) {
@@ -78,7 +83,7 @@ Json CrashJson(const std::string& path, const CrashLog& log, const Findings& fin
             {"findings", FindingsJson(findings)}};
 }
 
-void PrintStack(Output& out, const StackTrace& stack, const Findings& findings) {
+void PrintStack(Output& out, const StackTrace& stack) {
     out.Line("Stack trace of the native crash handler");
     for (const std::string& line : stack.report) {
         out.Line("  " + line);
@@ -86,7 +91,6 @@ void PrintStack(Output& out, const StackTrace& stack, const Findings& findings) 
     for (const std::string& frame : stack.frames) {
         out.Line("  " + frame);
     }
-    PrintFindings(out, findings);
 }
 
 int RunStack(Context& context, const std::string& path, std::string_view text) {
@@ -100,7 +104,8 @@ int RunStack(Context& context, const std::string& path, std::string_view text) {
                                    {"findings", FindingsJson(findings)}});
         context.out.Write("\n");
     } else {
-        PrintStack(context.out, stack, findings);
+        PrintStack(context.out, stack);
+        PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);
 }
@@ -124,7 +129,8 @@ int RunCrash(Context& context, const std::string& path) {
         context.out.WriteJson(CrashJson(path, *log, findings));
         context.out.Write("\n");
     } else {
-        PrintCrash(context.out, *log, findings);
+        PrintCrash(context.out, *log);
+        PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);
 }

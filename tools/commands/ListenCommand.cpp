@@ -1,10 +1,12 @@
-#include "tools/StackTraceCollector.h"
+#include "catalogue/Notification.h"
+#include "tools/base/Descriptor.h"
+#include "tools/base/Interrupt.h"
+#include "tools/base/LocalTime.h"
+#include "tools/base/Text.h"
+#include "tools/base/WallClock.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/Notification.h"
-#include "tools/support/Interrupt.h"
-#include "tools/support/LocalTime.h"
-#include "tools/support/Text.h"
-#include "tools/time/WallClock.h"
+#include "tools/crash/Notification.h"
+#include "tools/crash/StackTraceCollector.h"
 
 #include <array>
 #include <cerrno>
@@ -16,7 +18,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace NimaPost {
 
@@ -28,7 +29,7 @@ constexpr int kLongestWait = 250;
 constexpr std::size_t kMostShown = 256;
 
 struct Options {
-    std::uint16_t port = kNotificationPort;
+    std::uint16_t port = Nima::Catalogue::kNotificationPort;
     std::string collect;
     std::uint64_t count = 0;
 };
@@ -43,25 +44,16 @@ struct Received {
 
 class Listener {
   public:
-    Listener() = default;
-    Listener(const Listener&) = delete;
-    Listener& operator=(const Listener&) = delete;
-    ~Listener() {
-        if (socket_ >= 0) {
-            close(socket_);
-        }
-    }
-
     /// Takes the port on loopback, or one that the system chooses for 0. False with `errno` where it cannot.
     bool Bind(std::uint16_t port) {
-        socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+        socket_ = Descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof(address);
-        if (socket_ < 0 || bind(socket_, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-            getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        if (!socket_ || bind(socket_.Number(), reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+            getsockname(socket_.Number(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
             return false;
         }
         port_ = ntohs(address.sin_port);
@@ -71,14 +63,14 @@ class Listener {
 
     /// False when nothing came for a while, or an interrupt did.
     bool Receive(Received& received) {
-        pollfd wait{socket_, POLLIN, 0};
+        pollfd wait{socket_.Number(), POLLIN, 0};
         if (poll(&wait, 1, kLongestWait) <= 0) {
             return false;
         }
         std::array<char, 2048> bytes{};
         sockaddr_in from{};
         socklen_t length = sizeof(from);
-        const ssize_t got = recvfrom(socket_, bytes.data(), bytes.size(), MSG_TRUNC,
+        const ssize_t got = recvfrom(socket_.Number(), bytes.data(), bytes.size(), MSG_TRUNC,
                                      reinterpret_cast<sockaddr*>(&from), &length);
         if (got < 0) {
             return false;
@@ -92,7 +84,7 @@ class Listener {
     }
 
   private:
-    int socket_ = -1;
+    Descriptor socket_;
     std::uint16_t port_ = 0;
 };
 
@@ -198,9 +190,9 @@ void AddListenCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddCommand(app, context, "listen",
                                    "Receives crash notifications as processes send them, until Ctrl-C");
     command
-        ->add_option(
-            "--port", options->port,
-            "The port on 127.0.0.1 (" + std::to_string(kNotificationPort) + "); 0 lets the system choose one")
+        ->add_option("--port", options->port,
+                     "The port on 127.0.0.1 (" + std::to_string(Nima::Catalogue::kNotificationPort) +
+                         "); 0 lets the system choose one")
         ->type_name("N");
     command->add_option("--collect", options->collect, "Copy the stack-trace files into this folder")
         ->type_name("DIR");

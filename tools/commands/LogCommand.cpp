@@ -1,14 +1,15 @@
-#include "tools/LogFilter.h"
-#include "tools/LogFollower.h"
+#include "tools/base/CounterClock.h"
+#include "tools/base/Interrupt.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/TextLog.h"
-#include "tools/support/Interrupt.h"
-#include "tools/support/Text.h"
-#include "tools/time/CounterClock.h"
+#include "tools/log/LogFilter.h"
+#include "tools/log/LogFollower.h"
+#include "tools/log/LogSet.h"
+#include "tools/log/ShownLines.h"
 
+#include <algorithm>
+#include <array>
 #include <chrono>
-#include <deque>
-#include <functional>
 #include <memory>
 #include <thread>
 
@@ -118,74 +119,17 @@ Json EntryJson(const LogEntry& entry, const LogSet& logs) {
 
 Findings Summary(const LogSet& logs) {
     Findings findings;
-    for (const std::string& problem : logs.Unusable()) {
-        findings.Damage(problem);
-    }
+    findings.damage = logs.Unusable().damage;
     for (const LogSet::Source& source : logs.Sources()) {
-        for (const std::string& sentence : source.findings.damage) {
-            findings.Damage(source.file.Path() + ": " + sentence);
-        }
-        for (const std::string& sentence : source.findings.remarks) {
-            findings.Remark(source.file.Path() + ": " + sentence);
-        }
+        findings.Append(source.file.Path(), source.findings);
     }
-    for (const std::string& sentence : logs.ClockStatement()) {
-        findings.Remark(sentence);
+    for (Finding& finding : logs.ClockStatement()) {
+        findings.remarks.push_back(std::move(finding));
     }
+    const Findings problems = logs.ReadProblems();
+    findings.damage.insert(findings.damage.end(), problems.damage.begin(), problems.damage.end());
     return findings;
 }
-
-/// Hands on the lines that a filter shows, a message's first lines also when only a later one decides.
-class ShownLines {
-  public:
-    using Show = std::function<void(const LogEntry&)>;
-    ShownLines(LogFilter& filter, Show show) : filter_(filter), show_(std::move(show)) {}
-
-    void Take(const LogEntry& entry) {
-        const LogFilter::Fate fate = filter_.Judge(entry.line, entry.text);
-        if (!entry.continued) {
-            waiting_ = 0;
-        }
-        if (fate == LogFilter::Fate::kUndecided) {
-            Keep(entry);
-        } else if (fate == LogFilter::Fate::kShow) {
-            for (std::size_t i = 0; i < waiting_; ++i) {
-                show_(kept_[i].entry);
-            }
-            waiting_ = 0;
-            show_(entry);
-        }
-    }
-
-  private:
-    /// Beyond so many lines a message's later ones are shown without those in front.
-    static constexpr std::size_t kMostWaiting = 256;
-
-    /// An entry with a text of its own.
-    struct Kept {
-        LogEntry entry;
-        std::string text;
-    };
-
-    void Keep(const LogEntry& entry) {
-        if (waiting_ == kMostWaiting) {
-            return;
-        }
-        if (waiting_ == kept_.size()) {
-            kept_.emplace_back();
-        }
-        Kept& kept = kept_[waiting_++];
-        kept.text = entry.text;
-        kept.entry = entry;
-        kept.entry.text = kept.text;
-        kept.entry.line = entry.line.date ? ParseQueueRecord(kept.text) : ParseLogLine(kept.text);
-    }
-
-    LogFilter& filter_;
-    Show show_;
-    std::deque<Kept> kept_; ///< not moved when it grows: entries look at their texts
-    std::size_t waiting_ = 0;
-};
 
 void PrintText(Context& context, const LogSet& logs, LogFilter& filter) {
     TimePrinter times;
@@ -258,6 +202,16 @@ void Follow(Context& context, const std::string& path, LogFilter& filter) {
     }
 }
 
+/// Logs are read a second time for their lines, which may fail where the first time did not.
+int ReportLateProblems(Context& context, const LogSet& logs, const Findings& known) {
+    const Findings problems = logs.ReadProblems();
+    if (problems.damage.empty() || known.Holds("cannot-read")) {
+        return kExitFine;
+    }
+    PrintFindings(context, problems);
+    return kExitDamaged;
+}
+
 int RunLog(Context& context, const Options& options) {
     LogFilter filter;
     std::string problem;
@@ -276,21 +230,17 @@ int RunLog(Context& context, const Options& options) {
         logs.Add(path, !options.alone);
     }
     if (logs.Sources().empty()) {
-        Findings none;
-        for (const std::string& sentence : logs.Unusable()) {
-            none.Damage(sentence);
-        }
-        return ReportUnusable(context, "nothing to read", none);
+        return ReportUnusable(context, "nothing to read", logs.Unusable());
     }
     logs.Arrange();
     const Findings findings = Summary(logs);
     if (context.json) {
         PrintJson(context, logs, filter, findings);
     } else {
-        PrintFindings(context.out, findings);
+        PrintFindings(context, findings);
         PrintText(context, logs, filter);
     }
-    return ExitCodeOf(findings);
+    return std::max(ExitCodeOf(findings), ReportLateProblems(context, logs, findings));
 }
 
 } // namespace

@@ -1,8 +1,10 @@
-#include "tools/RingOrder.h"
-#include "tools/Wording.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/Rings.h"
-#include "tools/support/Text.h"
+#include "tools/names/EventFormat.h"
+#include "tools/rings/Merge.h"
+#include "tools/rings/RingText.h"
+#include "tools/rings/Segment.h"
+#include "tools/words/Words.h"
 
 #include <algorithm>
 #include <memory>
@@ -34,7 +36,7 @@ void AppendRecord(std::string& text, const Ring& ring, const RingRecord& record,
     text += "  ";
     AppendHex32(text, record.data.threadId);
     text += "  ";
-    AppendRingWords(text, ring.name, record.data, names);
+    AppendRingEvent(text, names, ring.name, record.data);
     text += '\n';
 }
 
@@ -47,8 +49,7 @@ Json RecordJson(const Ring& ring, const RingRecord& record, const Names& names) 
               {"words", record.data.words}};
     if (const EventName* event = names.RingEvent(ring.name, record.data.words[0])) {
         std::string text;
-        const std::size_t count = event->arguments ? std::min<std::size_t>(*event->arguments, 4) : 4;
-        AppendFormatted(text, *event, std::span(record.data.words).subspan(1, count));
+        AppendFormatted(text, event->format, RingArguments(event, record.data));
         json["name"] = ToUtf8(event->name);
         json["text"] = ToUtf8(text);
     }
@@ -181,10 +182,25 @@ void PrintJson(Context& context, const Options& options, RingSet& set, const Fin
 std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
     constexpr std::uint64_t kMostText = 64 << 20;
     const std::string front = file.ReadAll(RING_DIRECTORY_SIZE);
-    if (LooksLikeRingText(front) || front.find("BEGIN RING BUFFER DUMP") != std::string::npos) {
+    if (LooksLikeRingText(front) || HoldsRingText(front)) {
         return ReadRingText(file.ReadAll(kMostText), findings);
     }
     return ReadRingSegment(file, findings);
+}
+
+void AddRemarks(const RingSet& set, Findings& findings) {
+    for (const Ring& ring : set.rings) {
+        if (ring.seam == Seam::kUncertain) {
+            findings.Remark("uncertain-seam",
+                            ring.name +
+                                ": nothing recorded tells for sure where its newest record meets the "
+                                "oldest, or those of an earlier process.");
+        }
+        if (ring.clockBreaks > 0) {
+            findings.Remark("clock-break", ring.name + ": the counters do not fit one run of the clock in " +
+                                               Counted(ring.clockBreaks, "place") + ".");
+        }
+    }
 }
 
 int RunRings(Context& context, const Options& options) {
@@ -202,24 +218,13 @@ int RunRings(Context& context, const Options& options) {
     if (set->rings.empty() && !options.rings.empty()) {
         return ReportUnusable(context, options.file + ": no such ring");
     }
-    for (const Ring& ring : set->rings) {
-        if (ring.seam == Seam::kUncertain) {
-            findings.Remark(ring.name +
-                            ": nothing recorded tells for sure where its newest record meets the oldest, or "
-                            "those of an earlier "
-                            "process.");
-        }
-        if (ring.clockBreaks > 0) {
-            findings.Remark(ring.name + ": the counters do not fit one run of the clock in " +
-                            Counted(ring.clockBreaks, "place") + ".");
-        }
-    }
+    AddRemarks(*set, findings);
     if (context.json) {
         PrintJson(context, options, *set, findings);
         return ExitCodeOf(findings);
     }
     PrintTable(context.out, *set);
-    PrintFindings(context.out, findings);
+    PrintFindings(context, findings);
     if (options.merge) {
         auto merged = MergeRings(*set);
         KeepLast(merged, options);

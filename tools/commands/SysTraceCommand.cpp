@@ -1,10 +1,9 @@
-#include "tools/Wording.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/formats/SysTraceFile.h"
-#include "tools/support/Text.h"
+#include "tools/systrace/RecordText.h"
+#include "tools/systrace/SysTrace.h"
 
 #include <algorithm>
-#include <deque>
 #include <memory>
 
 namespace NimaPost {
@@ -71,9 +70,9 @@ void PrintHeader(Output& out, const SysTraceFile& trace, const Names& names) {
     out.Line(std::string(trace.isDump ? "SysTrace dump" : "SysTrace segment") + ", " +
              Counted(trace.bytes, "byte"));
     out.Line("  version       " + std::to_string(header.version));
-    out.Line("  state         " + std::to_string(header.state) + " (" + CaptureStateName(header.state) +
-             "), saved " + std::to_string(header.savedState) + " (" + CaptureStateName(header.savedState) +
-             ")");
+    out.Line("  state         " + std::to_string(header.state) + " (" +
+             std::string(CaptureStateName(header.state)) + "), saved " + std::to_string(header.savedState) +
+             " (" + std::string(CaptureStateName(header.savedState)) + ")");
     out.Line("  entries       " + std::to_string(trace.entryCount) + " of 8 bytes, " +
              std::to_string(trace.entriesRead) + " of them in use, write index " + Hex(header.writeIndex));
     out.Line("  wraps         " + std::to_string(header.wrapCount) +
@@ -146,10 +145,12 @@ std::vector<std::uint32_t> Select(const SysTraceFile& trace, const Filter& filte
     return selected;
 }
 
-void PrintText(Output& out, const SysTraceFile& trace, const std::vector<std::uint32_t>& selected,
-               const Names& names, const Findings& findings) {
+void PrintText(Context& context, const SysTraceFile& trace, const std::vector<std::uint32_t>& selected,
+               const Findings& findings) {
+    Output& out = context.out;
+    const Names& names = context.names;
     PrintHeader(out, trace, names);
-    PrintFindings(out, findings);
+    PrintFindings(context, findings);
     out.Line(Counted(trace.records.size(), "record") + ", " + std::to_string(selected.size()) +
              " shown; seconds since the first record, at the least");
     for (const std::uint32_t index : selected) {
@@ -193,7 +194,7 @@ int RunSysTrace(Context& context, const Options& options) {
     if (context.json) {
         PrintJson(context.out, options, *trace, selected, context.names, findings);
     } else {
-        PrintText(context.out, *trace, selected, context.names, findings);
+        PrintText(context, *trace, selected, findings);
     }
     return ExitCodeOf(findings);
 }

@@ -1,9 +1,14 @@
-#include "tools/OutputFile.h"
-#include "tools/Timeline.h"
+#include "catalogue/Marks.h"
+#include "tools/base/CounterClock.h"
+#include "tools/base/OutputFile.h"
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
-#include "tools/support/Text.h"
-#include "tools/time/CounterClock.h"
+#include "tools/story/Sources.h"
+#include "tools/story/Story.h"
 
+#include <algorithm>
+#include <array>
+#include <functional>
 #include <map>
 #include <memory>
 
@@ -18,19 +23,16 @@ struct Options {
     std::string output;
 };
 
-const char* Category(EventKind kind) {
-    return kind == EventKind::kText ? "text" : kind == EventKind::kBinary ? "binary" : "ring";
-}
+/// As categories of events, and as the counter's lanes.
+constexpr std::array<const char*, kEventKinds> kCategories{"text", "binary", "ring", "record"};
+constexpr std::array<const char*, kEventKinds> kLanes{"text lines", "binary records", "ring events",
+                                                      "event records"};
 
-const char* SurenessName(Sureness sureness) {
-    switch (sureness) {
-        case Sureness::kExact:
-            return "exact";
-        case Sureness::kShifted:
-            return "perhaps whole seconds off";
-        default:
-            return "assumed, counted back from the newest record";
-    }
+const char* CertaintyInWords(const TimelineEvent& event) {
+    return !event.time               ? "unknown, put at the end"
+           : event.certainty.assumed ? "assumed, counted back from the newest record"
+           : event.certainty.Exact() ? "exact"
+                                     : "perhaps whole seconds off";
 }
 
 /// Microseconds with three places; a floating-point number would lose the nanoseconds.
@@ -53,7 +55,8 @@ class Tracks {
         }
         Track& track = tracks_.try_emplace(*event.thread, Track{tracks_.size() + 1, {}}).first->second;
         // The library itself calibrates the log on whichever thread comes along.
-        if (track.tracer.empty() && event.kind == EventKind::kText && event.level != "CAL") {
+        if (track.tracer.empty() && event.kind == EventKind::kText &&
+            event.level != Nima::Catalogue::kCalibrationLevel) {
             track.tracer = ToUtf8(event.name);
         }
         return track.number;
@@ -78,40 +81,49 @@ class Tracks {
 };
 
 /// Entries of each kind in each second.
-using Rates = std::map<std::int64_t, std::array<std::uint64_t, 3>>;
+using Rates = std::map<std::int64_t, std::array<std::uint64_t, kEventKinds>>;
 
 class TraceWriter {
   public:
     TraceWriter(Output& out, const Names& names) : out_(out), tracks_(names) {}
 
-    void Write(const Timeline& timeline) {
-        std::int64_t origin = INT64_MAX;
-        timeline.ForEach([&](const TimelineEvent& event) {
-            origin = std::min(origin, event.time);
-            return true;
-        });
-        origin_ = origin == INT64_MAX ? 0 : origin;
-        out_.Write("{\"traceEvents\": [");
-        Metadata("process_name", 0, timeline.HasWall() ? "device" : "device (no wall clock)");
-        timeline.ForEach([&](const TimelineEvent& event) {
-            Instant(timeline, event);
+    void Write(const Story& story) {
+        FindRange(story);
+        out_.Write(kTimelineBegin);
+        Metadata("process_name", 0, story.Time().HasWall() ? "device" : "device (no wall clock)");
+        story.ForEach([&](const TimelineEvent& event) {
+            Instant(story, event);
             return true;
         });
         tracks_.ForEach(
             [&](std::size_t number, const std::string& name) { Metadata("thread_name", number, name); });
         Counters();
-        if (const auto crash = timeline.CrashTime()) {
+        if (const auto crash = story.Time().Crash()) {
             Head("crash log written", "crash", "i", *crash - origin_, 0);
             out_.Write(",\"s\":\"g\"}");
         }
         out_.Write("\n],\n\"displayTimeUnit\": \"ns\",\n\"otherData\": ");
-        out_.WriteJson(OtherData(timeline));
+        out_.WriteJson(OtherData(story));
         out_.Write("}\n");
     }
 
     std::uint64_t Count() const { return count_; }
 
   private:
+    void FindRange(const Story& story) {
+        std::int64_t first = INT64_MAX;
+        end_ = INT64_MIN;
+        story.ForEach([&](const TimelineEvent& event) {
+            if (event.time) {
+                first = std::min(first, *event.time);
+                end_ = std::max(end_, *event.time);
+            }
+            return true;
+        });
+        origin_ = first == INT64_MAX ? 0 : first;
+        end_ = std::max(end_, origin_);
+    }
+
     void Head(const Json& name, const char* category, const char* phase, std::int64_t time,
               std::size_t track) {
         out_.Write(first_ ? "\n{\"name\":" : ",\n{\"name\":");
@@ -126,9 +138,9 @@ class TraceWriter {
                 ",\"tid\":" + std::to_string(track);
     }
 
-    void Instant(const Timeline& timeline, const TimelineEvent& event) {
+    void Instant(const Story& story, const TimelineEvent& event) {
         const std::size_t track = tracks_.Of(event);
-        Json arguments{{"file", ToUtf8(timeline.Files()[event.source].name)}};
+        Json arguments{{"file", ToUtf8(story.Files()[event.file].name)}};
         std::string label = ToUtf8(event.name);
         if (event.kind == EventKind::kText) {
             arguments["level"] = ToUtf8(event.level);
@@ -149,14 +161,16 @@ class TraceWriter {
         if (!event.mark.empty()) {
             arguments["state"] = event.mark;
         }
-        arguments["time"] = SurenessName(event.sureness);
+        arguments["time"] = CertaintyInWords(event);
         Head(event.kind == EventKind::kText && !event.level.empty() ? ToUtf8(event.level) + " " + label
                                                                     : label,
-             Category(event.kind), "i", event.time - origin_, track);
+             kCategories[static_cast<std::size_t>(event.kind)], "i", event.time.value_or(end_) - origin_,
+             track);
         out_.Write(",\"s\":\"t\",\"args\":");
         out_.WriteJson(arguments);
         out_.Write("}");
-        ++rates_[(event.time - origin_) / kSecond][static_cast<std::size_t>(event.kind)];
+        ++rates_[(event.time.value_or(end_) - origin_) / kSecond][static_cast<std::size_t>(event.kind)];
+        anyRecord_ = anyRecord_ || event.kind == EventKind::kRecord;
         ++count_;
     }
 
@@ -168,11 +182,16 @@ class TraceWriter {
     }
 
     void Counters() {
-        const auto write = [&](std::int64_t second, const std::array<std::uint64_t, 3>& counts) {
+        const auto write = [&](std::int64_t second, const Rates::mapped_type& counts) {
             Head("entries per second", "rate", "C", second * kSecond, 0);
             out_.Write(",\"args\":");
-            out_.WriteJson(
-                Json{{"text lines", counts[0]}, {"binary records", counts[1]}, {"ring events", counts[2]}});
+            Json lanes = Json::object();
+            for (std::size_t kind = 0; kind < kEventKinds; ++kind) {
+                if (kind != static_cast<std::size_t>(EventKind::kRecord) || anyRecord_) {
+                    lanes[kLanes[kind]] = counts[kind];
+                }
+            }
+            out_.WriteJson(lanes);
             out_.Write("}");
         };
         for (auto rate = rates_.begin(); rate != rates_.end(); ++rate) {
@@ -185,20 +204,16 @@ class TraceWriter {
         }
     }
 
-    Json OtherData(const Timeline& timeline) const {
+    Json OtherData(const Story& story) const {
         Json files = Json::array();
-        for (const FolderFile& file : timeline.Files()) {
+        for (const FolderFile& file : story.Files()) {
             files.push_back({{"name", ToUtf8(file.name)},
-                             {"kind", KindName(file.kind)},
+                             {"kind", file.row != nullptr ? file.row->kind : "other"},
                              {"findings", FindingsJson(file.findings)}});
         }
-        Json clock = Json::array();
-        for (const std::string& sentence : timeline.ClockStatement()) {
-            clock.push_back(ToUtf8(sentence));
-        }
         return {{"tool", "nima-post"},
-                {"origin", timeline.HasWall() ? Json(WallTimeIso(origin_)) : Json()},
-                {"clock", clock},
+                {"origin", story.Time().HasWall() ? Json(WallTimeIso(origin_)) : Json()},
+                {"clock", FindingsJson(story.Time().Statement())},
                 {"files", files}};
     }
 
@@ -206,26 +221,28 @@ class TraceWriter {
     Tracks tracks_;
     Rates rates_;
     std::int64_t origin_ = 0;
+    std::int64_t end_ = 0;
     std::uint64_t count_ = 0;
     bool first_ = true;
+    bool anyRecord_ = false;
 };
 
 int RunTimeline(Context& context, const Options& options) {
-    Timeline timeline;
+    Story story(context.names);
     std::string problem;
-    if (!timeline.Read(options.folder, context.names, problem)) {
+    if (!story.Read(options.folder, problem)) {
         return ReportUnusable(context, problem);
     }
     OutputFile file;
-    if (!file.Create(options.output, problem)) {
+    if (!file.Create(options.output, story.Inputs(), problem)) {
         return ReportUnusable(context, problem);
     }
     TraceWriter writer(file.Out(), context.names);
-    writer.Write(timeline);
+    writer.Write(story);
     if (!file.Finish(problem)) {
         return ReportUnusable(context, problem);
     }
-    const Findings findings = timeline.AllFindings();
+    const Findings findings = story.AllDamage();
     if (context.json) {
         context.out.WriteJson(Json{{"output", ToUtf8(options.output)},
                                    {"events", writer.Count()},
@@ -233,7 +250,7 @@ int RunTimeline(Context& context, const Options& options) {
         context.out.Write("\n");
     } else {
         context.out.Line(Counted(writer.Count(), "event") + " in " + options.output);
-        PrintFindings(context.out, findings);
+        PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);
 }

@@ -1,20 +1,18 @@
-#include "tools/Wording.h"
+#include "tools/base/Interrupt.h"
+#include "tools/base/LocalTime.h"
+#include "tools/base/Screen.h"
+#include "tools/base/Text.h"
+#include "tools/base/WallClock.h"
 #include "tools/commands/Commands.h"
-#include "tools/live/LiveRings.h"
-#include "tools/live/LiveTrace.h"
-#include "tools/support/Interrupt.h"
-#include "tools/support/LocalTime.h"
-#include "tools/support/Screen.h"
-#include "tools/support/Text.h"
-#include "tools/time/WallClock.h"
+#include "tools/commands/WatchPicture.h"
 
 #include <algorithm>
 #include <chrono>
-#include <cmath>
 #include <csignal>
 #include <deque>
 #include <filesystem>
 #include <memory>
+#include <optional>
 
 #include <poll.h>
 
@@ -36,231 +34,6 @@ struct Options {
     std::uint64_t count = 0;
     std::optional<std::size_t> last;
 };
-
-/// What one tick has found.
-struct Tick {
-    std::uint64_t number = 0;
-    std::int64_t time = 0;
-    double seconds = 0; ///< since the tick before
-    const TraceLook* trace = nullptr;
-    const RingsLook* rings = nullptr;
-    std::vector<std::string> notices;
-
-    double PerSecond(std::uint64_t count) const {
-        return seconds > 0 ? static_cast<double>(count) / seconds : 0;
-    }
-};
-
-std::string Rate(double perSecond) {
-    return std::to_string(std::llround(perSecond)) + "/s";
-}
-
-/// The components that have written since the last tick, the busiest first.
-std::vector<std::uint32_t> Busy(const TraceLook& look) {
-    std::vector<std::uint32_t> components;
-    for (std::uint32_t i = 0; i < look.newOfComponent.size(); ++i) {
-        if (look.newOfComponent[i] > 0) {
-            components.push_back(i);
-        }
-    }
-    std::stable_sort(components.begin(), components.end(), [&](std::uint32_t a, std::uint32_t b) {
-        return look.newOfComponent[a] > look.newOfComponent[b];
-    });
-    return components;
-}
-
-std::span<const SysTraceRecord> LastRecords(const TraceLook& look, std::size_t most) {
-    const std::span<const SysTraceRecord> all(look.newest.records);
-    return all.last(std::min(most, all.size()));
-}
-
-/// Lines of printable text for one tick.
-class Picture {
-  public:
-    Picture(const Tick& tick, const Names& names) : tick_(tick), names_(names) {}
-
-    void Heading(const std::string& directory, const std::string& ending) {
-        std::string line;
-        AppendWallTime(line, tick_.time);
-        line.resize(line.size() - 6);
-        line += "  ";
-        AppendPrintable(line, directory);
-        lines_.push_back(line + ending);
-    }
-
-    void TraceHead() {
-        const TraceLook& look = *tick_.trace;
-        const SysTraceHeader& header = look.header;
-        if (!look.problem.empty()) {
-            Line("SysTrace  ", look.problem);
-            return;
-        }
-        lines_.push_back("SysTrace  " + std::string(CaptureStateName(header.state)) + ", wraps " +
-                         std::to_string(header.wrapCount) + ", write index " +
-                         std::to_string(header.writeIndex) + " in " + std::to_string(header.entryCount) +
-                         " entries, thread words " +
-                         ((header.flags & SYSTRACE_FLAG_THREAD_RECORDS) != 0 ? "on" : "off"));
-        if (!look.newEntries) {
-            return;
-        }
-        lines_.push_back(
-            "  new       " + Counted(*look.newEntries, "entry") + " (" +
-            Rate(tick_.PerSecond(*look.newEntries)) + "), " + Counted(look.newRecords, "record") + " (" +
-            Rate(tick_.PerSecond(look.newRecords)) + ")" +
-            (look.notLookedAt > 0 ? ", " + std::to_string(look.notLookedAt) + " entries not looked at"
-                                  : std::string()));
-        std::string line = "  from    ";
-        for (const std::uint32_t component : Busy(look)) {
-            line += "  ";
-            AppendPrintable(line, names_.Component(component));
-            line += ": " + std::to_string(look.newOfComponent[component]);
-        }
-        if (look.newRecords > 0) {
-            lines_.push_back(line);
-        }
-    }
-
-    void Records(std::size_t most) {
-        const TraceLook& look = *tick_.trace;
-        const auto records =
-            look.problem.empty() ? LastRecords(look, most) : std::span<const SysTraceRecord>();
-        for (const SysTraceRecord& record : records) {
-            std::string line = "  ";
-            AppendSeconds(line, record.elapsed - records.back().elapsed);
-            line += "  ";
-            AppendRecord(line, look.newest, record, names_);
-            lines_.push_back(std::move(line));
-        }
-    }
-
-    void Rings() {
-        const RingsLook& look = *tick_.rings;
-        if (!look.problem.empty()) {
-            Line("Rings     ", look.problem);
-            return;
-        }
-        std::string line = "Rings     laid out by process " + std::to_string(look.processId);
-        if (look.process.lives) {
-            line += " (";
-            AppendPrintable(line, look.process.name);
-            line += "), which lives";
-        } else {
-            line += ", which is gone";
-        }
-        lines_.push_back(line);
-        for (std::size_t i = 0; i < RING_COUNT; ++i) {
-            if (look.rings[i].used > 0) {
-                RingLine(i, look.rings[i]);
-            }
-        }
-    }
-
-    template <typename Notices>
-    void Remarks(const Notices& notices) {
-        for (const std::string& notice : notices) {
-            Line("note: ", notice);
-        }
-    }
-
-    std::vector<std::string>& Lines() { return lines_; }
-
-  private:
-    void Line(std::string label, std::string_view text) {
-        AppendPrintable(label, text);
-        lines_.push_back(std::move(label));
-    }
-
-    void RingLine(std::size_t index, const RingLook& ring) {
-        std::array<char, 80> row{};
-        const std::string rate =
-            ring.fresh ? (*ring.fresh == ring.entries ? ">" : "") + Rate(tick_.PerSecond(*ring.fresh))
-                       : std::string();
-        std::snprintf(row.data(), row.size(), "  %2zu %-17s%5u/%-5u%9s  ", index,
-                      std::string(kRingNames[index]).c_str(), ring.used, ring.entries, rate.c_str());
-        std::string line = row.data();
-        if (ring.newest) {
-            AppendRingWords(line, kRingNames[index], *ring.newest, names_);
-        }
-        lines_.push_back(std::move(line));
-    }
-
-    const Tick& tick_;
-    const Names& names_;
-    std::vector<std::string> lines_;
-};
-
-Json TraceJson(const Tick& tick, const Names& names, std::size_t most) {
-    const TraceLook& look = *tick.trace;
-    if (!look.problem.empty()) {
-        return {{"problem", ToUtf8(look.problem)}};
-    }
-    const SysTraceHeader& header = look.header;
-    Json components = Json::array();
-    for (const std::uint32_t component : Busy(look)) {
-        components.push_back({{"component", component},
-                              {"name", ToUtf8(names.Component(component))},
-                              {"records", look.newOfComponent[component]}});
-    }
-    Json records = Json::array();
-    const auto last = LastRecords(look, most);
-    for (const SysTraceRecord& record : last) {
-        Json json = RecordJson(look.newest, record, names);
-        json.erase("elapsed_ns");
-        json["before_newest_ns"] = record.elapsed - last.back().elapsed;
-        records.push_back(std::move(json));
-    }
-    return {{"problem", Json()},
-            {"state", header.state},
-            {"state_name", CaptureStateName(header.state)},
-            {"wrap_count", header.wrapCount},
-            {"write_index", header.writeIndex},
-            {"entry_count", header.entryCount},
-            {"new_entries", look.newEntries ? Json(*look.newEntries) : Json()},
-            {"new_records", look.newRecords},
-            {"not_looked_at", look.notLookedAt},
-            {"entries_per_second", tick.PerSecond(look.newEntries.value_or(0))},
-            {"records_per_second", tick.PerSecond(look.newRecords)},
-            {"components", std::move(components)},
-            {"records", std::move(records)}};
-}
-
-Json RingJson(const Tick& tick, std::size_t index, const RingLook& ring, const Names& names) {
-    Json json{{"index", index},
-              {"name", kRingNames[index]},
-              {"used", ring.used},
-              {"entries", ring.entries},
-              {"new", ring.fresh ? Json(*ring.fresh) : Json()},
-              {"all_new", ring.fresh && *ring.fresh == ring.entries},
-              {"per_second", tick.PerSecond(ring.fresh.value_or(0))},
-              {"newest", Json()}};
-    if (ring.newest) {
-        std::string text;
-        AppendRingWords(text, kRingNames[index], *ring.newest, names);
-        json["newest"] = {{"counter", ring.newest->timestamp},
-                          {"thread", Hex32(ring.newest->threadId)},
-                          {"words", ring.newest->words},
-                          {"text", ToUtf8(text)}};
-    }
-    return json;
-}
-
-Json RingsJson(const Tick& tick, const Names& names) {
-    const RingsLook& look = *tick.rings;
-    if (!look.problem.empty()) {
-        return {{"problem", ToUtf8(look.problem)}};
-    }
-    Json rings = Json::array();
-    for (std::size_t i = 0; i < RING_COUNT; ++i) {
-        if (look.rings[i].used > 0) {
-            rings.push_back(RingJson(tick, i, look.rings[i], names));
-        }
-    }
-    return {{"problem", Json()},
-            {"process", look.processId},
-            {"lives", look.process.lives},
-            {"process_name", look.process.lives ? Json(ToUtf8(look.process.name)) : Json()},
-            {"rings", std::move(rings)}};
-}
 
 /// Looks at a folder's segments and shows what it saw, in one of three ways.
 class Watch {
@@ -336,12 +109,14 @@ class Watch {
     }
 
     void ShowPlain() {
-        Picture picture(tick_, context_.names);
+        WatchPicture picture(tick_, context_.names);
         picture.Heading(options_.directory, "");
         picture.TraceHead();
         picture.Records(options_.last.value_or(kUsualRecords));
         picture.Rings();
-        picture.Remarks(tick_.notices);
+        for (const std::string& notice : tick_.notices) {
+            picture.Remark(notice);
+        }
         for (const std::string& line : picture.Lines()) {
             context_.out.Line(line);
         }
@@ -351,10 +126,12 @@ class Watch {
 
     void ShowOnScreen() {
         // The records get the rows that everything else leaves.
-        Picture rest(tick_, context_.names);
+        WatchPicture rest(tick_, context_.names);
         rest.Rings();
-        rest.Remarks(notices_);
-        Picture picture(tick_, context_.names);
+        for (const std::string& notice : notices_) {
+            rest.Remark(notice);
+        }
+        WatchPicture picture(tick_, context_.names);
         picture.Heading(options_.directory,
                         "  every " + std::to_string(options_.interval) + " ms, Ctrl-C ends");
         picture.TraceHead();
@@ -369,7 +146,7 @@ class Watch {
     const Options& options_;
     LiveTrace trace_;
     LiveRings rings_;
-    Tick tick_;
+    WatchTick tick_;
     Clock::time_point looked_;
     std::deque<std::string> notices_;
     std::optional<Screen> screen_;

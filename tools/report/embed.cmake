@@ -1,14 +1,10 @@
-# Puts the page together and writes it as one C++ source: cmake -DSOURCES=folder -DOUTPUT=file -P embed.cmake
+# Puts the page together and writes it as one C++ source:
+# cmake -DHTML=file -DCSS=file -DSCRIPT=file -DOUTPUT=file -P embed.cmake
 cmake_minimum_required(VERSION 3.25)
 
-file(READ "${SOURCES}/page.html" page)
-file(READ "${SOURCES}/page.css" css)
-# page.js starts the page and comes last.
-set(script "")
-foreach(name model summary records timeline page)
-    file(READ "${SOURCES}/${name}.js" part)
-    string(APPEND script "${part}")
-endforeach()
+file(READ "${HTML}" page)
+file(READ "${CSS}" css)
+file(READ "${SCRIPT}" script)
 foreach(forbidden "</script" "</style" "<!--")
     foreach(part css script)
         string(FIND "${${part}}" "${forbidden}" at)
@@ -23,9 +19,9 @@ string(REPLACE "@PAGE_JS@\n" "${script}" page "${page}")
 set(mark "@PAGE_DATA@")
 string(FIND "${page}" "${mark}" at)
 string(LENGTH "${mark}" length)
-math(EXPR behind "${at} + ${length}")
+math(EXPR after "${at} + ${length}")
 string(SUBSTRING "${page}" 0 ${at} head)
-string(SUBSTRING "${page}" ${behind} -1 tail)
+string(SUBSTRING "${page}" ${after} -1 tail)
 foreach(part head tail)
     string(FIND "${${part}}" ")nimaPage\"" at)
     if(NOT at EQUAL -1)

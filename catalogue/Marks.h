@@ -1,0 +1,57 @@
+#pragma once
+
+/// The words by which readers find their way in what the library writes.
+
+namespace Nima::Catalogue {
+
+/// The SysTrace block begins with these four characters, without a zero.
+inline constexpr char kSysTraceMagic[] = "strc";
+
+// ---- Text logs, doc/text-log.md ----
+
+/// Stands where a level does.
+inline constexpr char kCalibrationLevel[] = "CAL";
+/// Comes before the date of a calibration line.
+inline constexpr char kCalibrationDate[] = "now=";
+
+// ---- The head of ring dumps and crash logs: "<title> Date/Time: <date>", "Ticks: <counter>" ----
+
+inline constexpr char kRingDumpTitle[] = "Current";
+inline constexpr char kCrashLogTitle[] = "Crash";
+inline constexpr char kHeadDate[] = " Date/Time: ";
+inline constexpr char kHeadTicks[] = "Ticks: ";
+inline constexpr char kHeadFrequency[] = "Frequency: ";
+
+// ---- Ring dumps, doc/rings.md ----
+
+inline constexpr char kRingDumpBegin[] = "BEGIN RING BUFFER DUMP";
+inline constexpr char kRingDumpEnd[] = "END RING BUFFER DUMP";
+/// Around a ring's name or index.
+inline constexpr char kRingHeadingBegin[] = "######## Ring Buffer ";
+inline constexpr char kRingHeadingEnd[] = " ########";
+
+// ---- Crash logs, doc/crash-log.md: the sections in their order, the fields of the first ----
+
+inline constexpr char kModulesSection[] = "Loaded Modules";
+inline constexpr char kCallStacksSection[] = "Call Stacks";
+inline constexpr char kRingsSection[] = "Ring Buffers (unformatted)";
+inline constexpr char kCrashLogEnd[] = "All Done!!";
+
+inline constexpr char kErrorCode[] = "Error Code";
+inline constexpr char kFaultAddress[] = "Fault Addr";
+inline constexpr char kCrashType[] = "Crash Type";
+inline constexpr char kExceptionCode[] = "Excpt Code";
+inline constexpr char kFileName[] = "File Name";
+inline constexpr char kLineNumber[] = "Line Numbr";
+inline constexpr char kBootCycle[] = "Boot Cycle";
+inline constexpr char kExtraData[] = "Extra Data";
+
+// ---- Stack-trace files, doc/stack-trace.md ----
+
+/// After a frame's address: a function in parentheses, or this.
+inline constexpr char kFrameFunction[] = " (";
+inline constexpr char kFrameWithoutName[] = " -- error: unable to obtain symbol name for this frame";
+/// In the first line of a host's own report.
+inline constexpr char kReportMessage[] = ": Message: [";
+
+} // namespace Nima::Catalogue

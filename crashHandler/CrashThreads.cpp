@@ -1,0 +1,138 @@
+#include "crashHandler/CrashThreads.h"
+
+#include "crashHandler/Moments.h"
+
+#include <initializer_list>
+
+#include <pthread.h>
+#include <unistd.h>
+
+namespace CrashHandling {
+
+namespace {
+
+constexpr long long kPatience = 500;
+constexpr long long kMostPatience = 3000;
+
+constinit CrashThread g_Threads[kMostCrashThreads];
+constinit std::atomic<unsigned> g_Activity{0};
+
+void ChangeMask(int how, std::initializer_list<int> signals) {
+    sigset_t set;
+    ::sigemptyset(&set);
+    for (const int signal : signals) {
+        ::sigaddset(&set, signal);
+    }
+    ::pthread_sigmask(how, &set, nullptr);
+}
+
+/// Who is calling, in one number. A place that a forked child inherited is nobody's there.
+std::uint64_t Caller() {
+    return static_cast<std::uint64_t>(::getpid()) << 32U | static_cast<std::uint32_t>(::gettid());
+}
+
+bool IsOfThisProcess(std::uint64_t holder) {
+    return holder >> 32U == static_cast<std::uint64_t>(::getpid());
+}
+
+bool OthersReport(const CrashThread* self) {
+    for (const CrashThread& thread : g_Threads) {
+        if (&thread != self && thread.reporting.load() && IsOfThisProcess(thread.holder.load())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+CrashThread* FindPlace(std::uint64_t holder) {
+    for (CrashThread& thread : g_Threads) {
+        if (thread.holder.load(std::memory_order_relaxed) == holder) {
+            return &thread;
+        }
+    }
+    return nullptr;
+}
+
+CrashThread* TakePlace(std::uint64_t caller) {
+    for (CrashThread& thread : g_Threads) {
+        std::uint64_t holder = thread.holder.load();
+        if (!IsOfThisProcess(holder) && thread.holder.compare_exchange_strong(holder, caller)) {
+            thread.last = false;
+            thread.recovery = nullptr;
+            thread.interrupted = 0;
+            thread.calledByUs = false;
+            thread.failedRungs = 0;
+            thread.withoutFile = false;
+            thread.unannounced = nullptr;
+            return &thread;
+        }
+    }
+    return nullptr;
+}
+
+} // namespace
+
+CrashThread* CurrentCrashThread() {
+    return FindPlace(Caller());
+}
+
+CrashThread* EnterCrashThread() {
+    const std::uint64_t caller = Caller();
+    CrashThread* entered = FindPlace(caller);
+    if (entered == nullptr) {
+        entered = TakePlace(caller);
+    }
+    if (entered != nullptr) {
+        entered->reporting.store(true);
+    }
+    return entered;
+}
+
+std::size_t NumberOf(const CrashThread& thread) {
+    return static_cast<std::size_t>(&thread - g_Threads);
+}
+
+void NoteCrashActivity() {
+    g_Activity.fetch_add(1);
+}
+
+void WaitForOtherCrashThreads() {
+    const CrashThread* const self = CurrentCrashThread();
+    const long long begin = Milliseconds();
+    long long sign = begin;
+    unsigned seen = g_Activity.load();
+    while (OthersReport(self)) {
+        const long long now = Milliseconds();
+        if (const unsigned activity = g_Activity.load(); activity != seen) {
+            seen = activity;
+            sign = now;
+        }
+        if (now - sign > kPatience || now - begin > kMostPatience) {
+            return;
+        }
+        PauseFor(1000000);
+    }
+}
+
+std::size_t RoomOnAlternateStack() {
+    stack_t alternate{};
+    if (::sigaltstack(nullptr, &alternate) != 0 || (alternate.ss_flags & SS_ONSTACK) == 0) {
+        return ~std::size_t{0};
+    }
+    return reinterpret_cast<std::uintptr_t>(__builtin_frame_address(0)) -
+           reinterpret_cast<std::uintptr_t>(alternate.ss_sp);
+}
+
+void UnblockFaults() {
+    ChangeMask(SIG_UNBLOCK, {SIGSEGV, SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSYS});
+}
+
+void BlockSideSignals() {
+    ChangeMask(SIG_BLOCK, {SIGPIPE, SIGXCPU, SIGXFSZ, SIGABRT});
+}
+
+void LetAbortThrough() {
+    ChangeMask(SIG_UNBLOCK, {SIGABRT});
+}
+
+} // namespace CrashHandling

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <ctime>
+
+namespace CrashHandling {
+
+/// Milliseconds of the monotonic clock.
+inline long long Milliseconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<long long>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+inline void PauseFor(long nanoseconds) {
+    const timespec moment{0, nanoseconds};
+    ::nanosleep(&moment, nullptr);
+}
+
+} // namespace CrashHandling

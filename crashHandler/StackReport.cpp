@@ -1,0 +1,48 @@
+#include "crashHandler/StackReport.h"
+
+#include "crashHandler/FrameWriter.h"
+#include "crashHandler/WatchedWork.h"
+
+#include <unistd.h>
+
+namespace CrashHandling {
+
+namespace {
+
+/// The ways of writing a stack, each complete before the next begins.
+enum Rung : unsigned { kNames, kNamesOnceMore, kAddresses, kRungs };
+constexpr unsigned kAllRungs = (1U << kRungs) - 1;
+
+WorkEnd Climb(CrashThread* thread, FrameRequest request) {
+    const Work work = WriteFrames(request);
+    WorkEnd end = WorkEnd::NotTried;
+    Attempt(thread, [&] { end = DoInChild(thread, work); });
+    return end == WorkEnd::NotTried ? DoInPlace(thread, work) : end;
+}
+
+} // namespace
+
+void WriteStack(CrashThread* thread, int descriptor, unw_context_t& context, std::uintptr_t leftOut) {
+    const off_t begin = ::lseek(descriptor, 0, SEEK_END);
+    unsigned failed = thread != nullptr ? thread->failedRungs : 0;
+    WorkEnd end = WorkEnd::NotTried;
+    for (unsigned rung = kNames; rung < kRungs && end != WorkEnd::Done && end != WorkEnd::TooLong; ++rung) {
+        if ((failed & (1U << rung)) != 0) {
+            continue;
+        }
+        end = Climb(thread, {descriptor, &context, rung != kAddresses, leftOut, begin});
+        if (end == WorkEnd::TooLong) {
+            failed = kAllRungs; // a stack without end
+        } else if (end != WorkEnd::Done) {
+            failed |= 1U << rung;
+        }
+    }
+    if (thread != nullptr) {
+        thread->failedRungs = failed;
+    }
+    if (thread != nullptr && thread->interrupted != 0 && begin == ::lseek(descriptor, 0, SEEK_END)) {
+        WriteNamelessFrame(descriptor, thread->interrupted);
+    }
+}
+
+} // namespace CrashHandling

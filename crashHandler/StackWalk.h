@@ -1,0 +1,59 @@
+#pragma once
+
+/// Walks a stack, frame by frame, through libunwind. Nothing here allocates or takes a lock that other
+/// threads take once `Prepare` has been called; may be called from a signal handler.
+
+#include "crashHandler/LoadedModules.h"
+
+#include <cstdint>
+
+#include <libunwind.h>
+
+namespace CrashHandling {
+
+struct Frame {
+    std::uintptr_t instruction = 0;
+    /// The address to look the function up at. It is the instruction where a signal interrupted the frame;
+    /// elsewhere the instruction is where a call returns to, which may be the next function already.
+    std::uintptr_t within = 0;
+};
+
+/// Who finds the tables that say how a frame is unwound.
+enum class TableSearch {
+    Modules, ///< we, in the list of modules: needs no lock
+    Loader   ///< libunwind, which asks the loader and waits for its lock
+};
+
+class StackWalk {
+  public:
+    /// Takes what a walk needs and lets libunwind set up its own tables, which takes memory: to be called
+    /// while the process is well, from an ordinary thread.
+    static void Prepare(const LoadedModules& modules);
+
+    /// Stands at the frame in which `context` was captured; `Next` moves to its caller first. `context` and
+    /// `modules` outlive the walk.
+    StackWalk(unw_context_t& context, const LoadedModules& modules, TableSearch search);
+
+    /// Moves to the next frame outwards. False at the end of the stack and where it cannot be followed.
+    bool Next(Frame& frame);
+
+  private:
+    struct Source {
+        unw_context_t* context;
+        const LoadedModules* modules;
+    };
+
+    static void MakeSpace();
+    static unw_accessors_t Accessors();
+    static int FindProcInfo(unw_addr_space_t space, unw_word_t address, unw_proc_info_t* info, int needed,
+                            void* argument);
+    static int AccessRegister(unw_addr_space_t space, unw_regnum_t number, unw_word_t* value, int write,
+                              void* argument);
+
+    Source source_;
+    unw_cursor_t cursor_;
+    unw_word_t stack_ = 0; ///< where the frame's stack begins
+    bool started_ = false;
+};
+
+} // namespace CrashHandling

@@ -1,0 +1,87 @@
+# shellcheck shell=bash
+# Sourced. What scripts/test --lint checks: C and C++ sources, the modules of the report's page, shell scripts.
+
+# New files count as well, so that nothing unchecked is committed.
+project_files() {
+    if [[ "$(git rev-parse --show-toplevel 2>/dev/null || true)" == "$PWD" ]]; then
+        git ls-files --cached --others --exclude-standard
+    else
+        find . \( -path ./build -o -name .git \) -prune -o -type f -printf '%P\n'
+    fi | sort -u | while IFS= read -r file; do
+        [[ ! -f "$file" ]] || printf '%s\n' "$file"
+    done
+}
+
+# The release build's commands, one for each file of the list (a file can be in several targets), without the
+# options that only GCC knows.
+write_compile_commands() {
+    awk -v root="$PWD/" '
+        NR == FNR { wanted[root $0] = 1; next }
+        /^\{/ { entry = ""; next }
+        /^\}/ {
+            if ((file in wanted) && !(file in seen)) {
+                seen[file] = 1
+                printf "%s\n{\n%s}", (count++ ? "," : "["), entry
+            }
+            next
+        }
+        /^  "command":/ { gsub(/ -f(no-)?(analyzer|gnu-unique|var-tracking[a-z-]*|concepts-diagnostics-depth=[0-9]+)/, "") }
+        /^  "file":/ {
+            file = $0
+            sub(/^  "file": "/, "", file)
+            sub(/",?$/, "", file)
+        }
+        /^  / { entry = entry $0 "\n" }
+        END { print (count ? "\n]" : "[]") }
+    ' "$1" build/release/compile_commands.json >build/lint/compile_commands.json
+}
+
+# The outputs of parallel runs are kept apart, and the count of what was found in system headers is left out.
+tidy_file() {
+    local output
+    if ! output=$(clang-tidy-14 --quiet -p build/lint --warnings-as-errors='*' \
+        --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wno-ignored-optimization-argument "$1" 2>&1); then
+        printf '%s\n' "$output"
+        return 1
+    fi
+}
+
+# lint_sources JOBS: how they are laid out, and what clang-tidy finds. Needs a configured release build.
+lint_sources() {
+    local result=0
+    project_files | grep -E '\.(h|hpp|cpp|c)$' >build/lint/files
+    xargs -d '\n' -n 40 -P "$1" clang-format-14 --dry-run --Werror <build/lint/files || result=1
+    write_compile_commands build/lint/files
+    export -f tidy_file
+    sed -n 's/^  "file": "\(.*\)",\{0,1\}$/\1/p' build/lint/compile_commands.json |
+        xargs -r -d '\n' -n 1 -P "$1" bash -c "tidy_file \"\$1\"" tidy_file || result=1
+    return "$result"
+}
+
+# Pairs of a module of the page and one that it imports.
+page_imports() {
+    local file module
+    for file in tools/report/page/*.js tools/report/page/*/*.js; do
+        while IFS= read -r module; do
+            printf '%s %s\n' "$file" "$(realpath -m --relative-to=. "${file%/*}/$module")"
+        done < <(sed -n 's/^.*\bfrom "\(.*\)";$/\1/p' "$file")
+    done
+}
+
+# What a module may import is part of the rules; that the imports form no circle is found by sorting them.
+lint_page() {
+    local result=0
+    NODE_PATH=/usr/share/nodejs eslint --format unix --max-warnings 0 tools/report/page || result=1
+    page_imports | tsort >/dev/null || result=1
+    return "$result"
+}
+
+# Functions that are called by a name in a variable look unreachable to shellcheck.
+lint_scripts() {
+    local file first
+    project_files | while IFS= read -r file; do
+        first=''
+        IFS= read -r first <"$file" 2>/dev/null || true
+        [[ "$file" != *.sh && ! "$first" =~ ^#!.*sh$ ]] || printf '%s\n' "$file"
+    done | xargs -d '\n' shellcheck --external-sources --exclude=SC2317
+}

@@ -1,0 +1,483 @@
+/// Kills a host at random moments, in every way that a process dies, and looks at what it has left: it ends
+/// in time and in the right manner, every stack-trace file holds frames, and every file is announced exactly
+/// once.
+///
+///     torture [--seconds N] [--seed N] [--way NAME]
+///
+/// The host is busy with what hosts do: it allocates, traces, loads modules, throws, in one thread or in
+/// several. A run prints its seed, and the same seed dies in the same ways again, if not at the same
+/// instructions. Exit status 0 if every death was as it must be.
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cinttypes>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <random>
+#include <regex>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <netinet/in.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <Diagnostics/CrashApi.h>
+#include <Diagnostics/NimaTrace.h>
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
+#include <Diagnostics/TraceServices.h>
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// A host that has not ended by then hangs. What it may take is much less; a busy machine stretches it.
+constexpr milliseconds kHangs{20000};
+
+NimaTrace g_Trace("Torture");
+std::atomic<bool> g_Go{false};
+
+// ---- the host
+
+void Allocate() {
+    std::vector<std::string> texts;
+    for (std::size_t i = 0; i < 50; ++i) {
+        texts.emplace_back(i * 97 % 4000 + 1, 'x');
+    }
+}
+
+void TraceSome() {
+    g_Trace.WriteWarnV("line %d", 1);
+    RTTrace_2(0x10500001, 1, 2);
+    TRACE_RING_HANDLE ring = nullptr;
+    if (GetTraceRingBuffer(4, &ring) == 0) {
+        WriteEventToRingBuffer(ring, 0, 1, 2, 3, 4, 5);
+    }
+}
+
+void LoadModule() {
+    void* const module = ::dlopen(TORTURE_MODULE, RTLD_NOW | RTLD_LOCAL);
+    if (module != nullptr) {
+        reinterpret_cast<int (*)(int)>(::dlsym(module, "ModuleWork"))(100);
+        ::dlclose(module);
+    }
+}
+
+void Throw() {
+    try {
+        throw std::runtime_error(std::string(100, 'e'));
+    } catch (const std::exception&) {
+        Allocate();
+    }
+}
+
+constexpr void (*kWork[])() = {Allocate, TraceSome, LoadModule, Throw};
+
+[[noreturn]] void WorkForEver(unsigned first) {
+    for (unsigned turn = first;; ++turn) {
+        kWork[turn % std::size(kWork)]();
+    }
+}
+
+// ---- the ways to die
+
+volatile int* g_Nowhere = nullptr;
+
+__attribute__((noinline)) void Fault() {
+    g_Nowhere = reinterpret_cast<int*>(0x1000);
+    *g_Nowhere = 1;
+}
+
+__attribute__((noinline)) int Recurse(int depth) {
+    volatile char room[200];
+    room[0] = static_cast<char>(depth);
+    return depth == 0 ? (Fault(), 0) : Recurse(depth - 1) + room[0];
+}
+
+__attribute__((noinline)) int Overflow(int depth) {
+    volatile char room[1000];
+    room[0] = static_cast<char>(depth);
+    return depth == -1 ? 0 : Overflow(depth + 1) + room[0];
+}
+
+void SmashHeap() {
+    auto* const block = static_cast<char*>(std::malloc(40));
+    auto* const next = static_cast<char*>(std::malloc(2000));
+    std::memset(block, 0x41, 64); // past the end, over the next block's size
+    std::free(next);
+    std::free(std::malloc(5000));
+    std::abort(); // some overruns go unnoticed
+}
+
+void FreeTwice() {
+    void* volatile block = std::malloc(2000);
+    void* const keep = std::malloc(2000);
+    std::free(block);
+    std::free(block);
+    std::free(keep);
+    std::abort();
+}
+
+void UseUpDescriptors() {
+    while (::open("/dev/null", O_RDONLY) != -1) {
+    }
+    Fault();
+}
+
+/// Another thread holds the loader's lock for good.
+void FaultBesideTheLoader() {
+    std::thread([] {
+        ::dl_iterate_phdr(
+            [](dl_phdr_info*, std::size_t, void*) {
+                g_Go = true;
+                ::pause();
+                return 0;
+            },
+            nullptr);
+    }).detach();
+    while (!g_Go) {
+    }
+    Fault();
+}
+
+void FaultWithoutFolder() {
+    fs::remove_all(fs::current_path());
+    Fault();
+}
+
+void FaultWithBrokenPipes() {
+    int ends[2];
+    if (::pipe(ends) == 0) {
+        ::close(ends[0]);
+        ::dup2(ends[1], STDOUT_FILENO);
+        ::dup2(ends[1], STDERR_FILENO);
+    }
+    Fault();
+}
+
+void FaultWithFullPipes() {
+    int ends[2];
+    if (::pipe(ends) == 0) {
+        ::fcntl(ends[1], F_SETFL, O_NONBLOCK);
+        while (::write(ends[1], "x", 1) == 1) {
+        }
+        ::fcntl(ends[1], F_SETFL, 0);
+        ::dup2(ends[1], STDOUT_FILENO);
+#ifndef __arm__ // the emulator has a line of its own for standard error there, and waits
+        ::dup2(ends[1], STDERR_FILENO);
+#endif
+    }
+    Fault();
+}
+
+void FaultWithoutStandardDescriptors() {
+    ::close(STDIN_FILENO);
+    ::close(STDOUT_FILENO);
+    ::close(STDERR_FILENO);
+    Fault();
+}
+
+void FaultInFourThreads() {
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([] {
+            while (!g_Go) {
+            }
+            Fault();
+        });
+    }
+    g_Go = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+void ThrowForNobody() {
+    std::thread([] { throw std::runtime_error("nobody catches this"); }).join();
+}
+
+enum class End { Abort, Exit };
+
+struct Way {
+    const char* name;
+    int signal; ///< sent from outside while the host works; 0 for those that it does itself
+    void (*act)();
+    int files; ///< -1 for as many as there are; at least one
+    End end;
+    int status; ///< of an exit
+};
+
+constexpr int kFatalStatus = 77;
+
+constexpr Way kWays[] = {
+    {"signal-segv", SIGSEGV, nullptr, 2, End::Abort, 0},
+    {"signal-bus", SIGBUS, nullptr, 2, End::Abort, 0},
+    {"signal-abrt", SIGABRT, nullptr, 1, End::Abort, 0},
+    {"fault", 0, Fault, 2, End::Abort, 0},
+    {"deep", 0, [] { Recurse(10000); }, 2, End::Abort, 0},
+    {"overflow", 0, [] { Overflow(0); }, 2, End::Abort, 0},
+    {"overrun", 0, SmashHeap, 1, End::Abort, 0},
+    {"double-free", 0, FreeTwice, 1, End::Abort, 0},
+    {"descriptors", 0, UseUpDescriptors, 2, End::Abort, 0},
+    {"loader", 0, FaultBesideTheLoader, 2, End::Abort, 0},
+    {"no-folder", 0, FaultWithoutFolder, 0, End::Abort, 0},
+    {"broken-pipes", 0, FaultWithBrokenPipes, 2, End::Abort, 0},
+    {"full-pipes", 0, FaultWithFullPipes, 2, End::Abort, 0},
+    {"no-standard-descriptors", 0, FaultWithoutStandardDescriptors, 2, End::Abort, 0},
+    {"four-threads", 0, FaultInFourThreads, -1, End::Abort, 0},
+    {"exception", 0, ThrowForNobody, 2, End::Abort, 0},
+    {"report", 0, [] { HandleFatalCrash("torture", "", 1, "torture.cpp", 1); }, 2, End::Abort, 0},
+    {"exit", 0, [] { std::exit(3); }, 0, End::Exit, 3},
+    {"fatal-error", 0, [] { DeviceFatalError(kFatalStatus, "torture.cpp", 1); }, 0, End::Exit, kFatalStatus},
+};
+
+[[noreturn]] void BeHost(const Way& way, int threads, milliseconds delay) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::dup2(::open("out", O_WRONLY | O_CREAT, 0600), STDOUT_FILENO);
+    ::dup2(::open("err", O_WRONLY | O_CREAT, 0600), STDERR_FILENO);
+    rlimit descriptors{256, 256};
+    ::setrlimit(RLIMIT_NOFILE, &descriptors);
+    InstallCrashHandler(0);
+    TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 0, true);
+    for (int i = 1; i < threads; ++i) {
+        std::thread(WorkForEver, static_cast<unsigned>(i)).detach();
+    }
+    if (way.signal != 0) {
+        WorkForEver(0);
+    }
+    const auto end = Clock::now() + delay;
+    for (unsigned turn = 0; Clock::now() < end; ++turn) {
+        kWork[turn % std::size(kWork)]();
+    }
+    way.act();
+    std::_Exit(99);
+}
+
+// ---- who watches it
+
+class NotificationPort {
+  public:
+    NotificationPort() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(65429);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        if (::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
+            std::perror("torture: the notification port");
+            std::exit(2);
+        }
+    }
+
+    /// The numbers of the files of a process that were announced, in order.
+    std::vector<int> Announced(pid_t process) {
+        std::vector<int> numbers;
+        char buffer[512];
+        for (ssize_t count = 0; (count = ::recv(socket_, buffer, sizeof(buffer), MSG_DONTWAIT)) >= 0;) {
+            const std::string text(buffer, static_cast<std::size_t>(count));
+            const std::regex name("/stacktrace" + std::to_string(process) + "-([0-9]+)\\.txt\r\n");
+            if (std::smatch match; std::regex_search(text, match, name)) {
+                numbers.push_back(std::stoi(match[1]));
+            }
+        }
+        return numbers;
+    }
+
+  private:
+    int socket_;
+};
+
+struct Death {
+    pid_t process = 0;
+    int status = 0;
+    milliseconds took{0};
+    bool hung = false;
+};
+
+Death Die(const Way& way, int threads, milliseconds delay) {
+    Death death;
+    std::fflush(nullptr);
+    death.process = ::fork();
+    if (death.process == 0) {
+        BeHost(way, threads, delay);
+    }
+    auto begin = Clock::now() + delay;
+    if (way.signal != 0) {
+        // Not before it has installed its handler.
+        while (!fs::exists("device.log")) {
+            std::this_thread::sleep_for(milliseconds(1));
+        }
+        std::this_thread::sleep_for(delay);
+        begin = Clock::now();
+        ::kill(death.process, way.signal);
+    }
+    while (::waitpid(death.process, &death.status, WNOHANG) == 0) {
+        std::this_thread::sleep_for(milliseconds(1));
+        if (Clock::now() - begin > kHangs) {
+            death.hung = true;
+            ::kill(death.process, SIGKILL);
+            ::waitpid(death.process, &death.status, 0);
+            break;
+        }
+    }
+    death.took = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
+    return death;
+}
+
+std::string FramesProblem(const std::string& path, bool isReport) {
+    static const std::regex frame(
+        "0x[0-9a-f]+:( \\(.*\\+0x[0-9a-f]+\\)| -- error: unable to obtain symbol name for this frame)");
+    std::ifstream in(path);
+    int frames = 0;
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("0x", 0) == 0 && (line.size() == 98 || std::regex_match(line, frame))) {
+            ++frames;
+        } else if (!isReport) {
+            return path + " holds a line that is no frame: " + line;
+        }
+        if (line.find("InstallHandler") != std::string::npos) {
+            return path + " holds a frame of the handler's own";
+        }
+    }
+    return frames > 0 ? "" : path + " holds no frames";
+}
+
+/// What is wrong with a death, or nothing.
+std::string Problem(const Way& way, const Death& death, NotificationPort& port) {
+    if (death.hung) {
+        return "hangs";
+    }
+    const bool ended = way.end == End::Abort
+                           ? WIFSIGNALED(death.status) && WTERMSIG(death.status) == SIGABRT
+                           : WIFEXITED(death.status) && WEXITSTATUS(death.status) == way.status;
+    if (!ended) {
+        return "ended with wait status " + std::to_string(death.status);
+    }
+    std::set<int> files;
+    std::error_code ignored;
+    for (const auto& entry : fs::directory_iterator(fs::current_path(ignored), ignored)) {
+        const std::string name = entry.path().filename().string();
+        if (name.rfind("stacktrace", 0) == 0) {
+            const int number = std::stoi(name.substr(name.find('-') + 1));
+            files.insert(number);
+            const bool isReport = std::strcmp(way.name, "report") == 0 && number == 1;
+            if (const std::string problem = FramesProblem(name, isReport); !problem.empty()) {
+                return problem;
+            }
+        }
+    }
+    std::vector<int> announced = port.Announced(death.process);
+    if (std::strcmp(way.name, "no-folder") == 0) {
+        return announced.size() == 2
+                   ? ""
+                   : std::to_string(announced.size()) + " datagrams without a folder, not 2";
+    }
+    if (way.files >= 0 ? files.size() != static_cast<std::size_t>(way.files) : files.empty()) {
+        return std::to_string(files.size()) + " files";
+    }
+    const std::size_t datagrams = announced.size();
+    if (datagrams != files.size() || std::set<int>(announced.begin(), announced.end()) != files) {
+        return std::to_string(files.size()) + " files, " + std::to_string(datagrams) + " datagrams";
+    }
+    return "";
+}
+
+struct Options {
+    int seconds = 60;
+    std::uint64_t seed = std::random_device()();
+    std::string way;
+};
+
+Options Read(int count, char** arguments) {
+    Options options;
+    for (int i = 1; i + 1 < count; i += 2) {
+        const std::string name = arguments[i];
+        if (name == "--seconds") {
+            options.seconds = std::atoi(arguments[i + 1]);
+        } else if (name == "--seed") {
+            options.seed = std::strtoull(arguments[i + 1], nullptr, 10);
+        } else if (name == "--way") {
+            options.way = arguments[i + 1];
+        }
+    }
+    return options;
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    const Options options = Read(count, arguments);
+    std::printf("torture: %d seconds, seed %" PRIu64 "\n", options.seconds, options.seed);
+    std::vector<const Way*> ways;
+    for (const Way& way : kWays) {
+        if (options.way.empty() || options.way == way.name) {
+            ways.push_back(&way);
+        }
+    }
+    if (ways.empty()) {
+        std::fprintf(stderr, "torture: no such way to die: %s\n", options.way.c_str());
+        return 2;
+    }
+    std::mt19937_64 random(options.seed);
+    NotificationPort port;
+    char home[] = "/tmp/torXXXXXX";
+    if (::mkdtemp(home) == nullptr) {
+        std::perror("torture");
+        return 2;
+    }
+    std::map<std::string, milliseconds> slowest;
+    int deaths = 0;
+    int bad = 0;
+    for (const auto end = Clock::now() + std::chrono::seconds(options.seconds); Clock::now() < end;
+         ++deaths) {
+        const Way& way = *ways[random() % ways.size()];
+        const int threads = random() % 3 == 0 ? 1 : 2 + static_cast<int>(random() % 4);
+        const milliseconds delay(random() % 20);
+        const std::string folder = std::string(home) + "/" + std::to_string(deaths);
+        fs::create_directory(folder);
+        fs::current_path(folder);
+        const Death death = Die(way, threads, delay);
+        const std::string problem = Problem(way, death, port);
+        slowest[way.name] = std::max(slowest[way.name], death.took);
+        if (!problem.empty()) {
+            ++bad;
+            std::printf("%s with %d threads after %d ms: %s (%d ms, %s)\n", way.name, threads,
+                        static_cast<int>(delay.count()), problem.c_str(),
+                        static_cast<int>(death.took.count()), folder.c_str());
+        }
+        fs::current_path(home);
+        if (problem.empty()) {
+            fs::remove_all(folder);
+        }
+    }
+    for (const auto& [way, took] : slowest) {
+        std::printf("%-24s slowest %5d ms\n", way.c_str(), static_cast<int>(took.count()));
+    }
+    std::printf("%d deaths, %d not as they must be\n", deaths, bad);
+    fs::current_path("/");
+    if (bad == 0) {
+        fs::remove_all(home);
+    }
+    return bad == 0 ? 0 : 1;
+}

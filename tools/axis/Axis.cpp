@@ -1,0 +1,38 @@
+#include "tools/axis/Axis.h"
+
+#include "tools/base/CounterClock.h"
+
+namespace NimaPost {
+
+Tie Axis::TieOf(std::int64_t counter, const RawDate& date) const {
+    Tie tie{counter, date.Earliest()};
+    if (!logClock_) {
+        return tie;
+    }
+    const std::int64_t middle = date.second * kSecond + kSecond / 2;
+    const std::int64_t step = NearestStep(logClock_->counter, counter);
+    const std::int64_t periods = (middle - logClock_->time - step) / kCounterPeriod;
+    for (std::int64_t k = periods - 1; k <= periods + 1; ++k) {
+        const std::int64_t time = logClock_->time + step + k * kCounterPeriod;
+        // The logs' wall clock is known to a second at best, as long as the clock was not set.
+        if (time >= date.second * kSecond - kSecond / 1000 && time < (date.second + 1) * kSecond) {
+            tie.time = time;
+        }
+    }
+    return tie;
+}
+
+std::optional<std::int64_t> Axis::CallOf(std::uint32_t eventType, std::uint32_t eventId) const {
+    std::optional<std::int64_t> time;
+    for (const CallbackMark& mark : callbacks_) {
+        if (mark.eventType == eventType && mark.eventId == eventId) {
+            if (time) {
+                return std::nullopt;
+            }
+            time = mark.time;
+        }
+    }
+    return time;
+}
+
+} // namespace NimaPost

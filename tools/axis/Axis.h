@@ -1,0 +1,63 @@
+#pragma once
+
+#include "tools/base/Findings.h"
+#include "tools/base/WallClock.h"
+
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace NimaPost {
+
+/// A counter and the moment that it stands for.
+struct Tie {
+    std::int64_t counter = 0;
+    std::int64_t time = 0;
+};
+
+/// The library's call of a host's callback, as its ring tells it.
+struct CallbackMark {
+    std::uint32_t eventType = 0;
+    std::uint32_t eventId = 0;
+    std::int64_t time = 0;
+};
+
+/// The one axis of time that everything in a folder is put on: nanoseconds since 1970, local time as if it
+/// were UTC, where anything is dated; else nanoseconds since the first line or record.
+class Axis {
+  public:
+    bool HasWall() const { return hasWall_; }
+    void SetWall() { hasWall_ = true; }
+
+    /// The last line that has a counter and a date: the text logs' clock.
+    void SetLogClock(Tie tie) { logClock_ = newest_ = tie; }
+    /// What sources without a date are tied to: the newest moment that is known.
+    void SetNewest(Tie tie) { newest_ = tie; }
+    const std::optional<Tie>& Newest() const { return newest_; }
+
+    /// Where a counter with a date stands: on the logs' clock if the second fits, else at the date's
+    /// earliest.
+    Tie TieOf(std::int64_t counter, const RawDate& date) const;
+
+    void SetCrash(std::int64_t time) { crash_ = time; }
+    std::optional<std::int64_t> Crash() const { return crash_; }
+
+    void Add(CallbackMark mark) { callbacks_.push_back(mark); }
+    /// The only call for this event; empty where there is none or more than one.
+    std::optional<std::int64_t> CallOf(std::uint32_t eventType, std::uint32_t eventId) const;
+
+    /// How times were recovered and tied together.
+    const std::vector<Finding>& Statement() const { return statement_; }
+    void State(Finding finding) { statement_.push_back(std::move(finding)); }
+
+  private:
+    bool hasWall_ = false;
+    std::optional<Tie> logClock_;
+    std::optional<Tie> newest_;
+    std::optional<std::int64_t> crash_;
+    std::vector<CallbackMark> callbacks_;
+    std::vector<Finding> statement_;
+};
+
+} // namespace NimaPost

@@ -1,0 +1,123 @@
+#pragma once
+
+#include "tools/axis/Axis.h"
+#include "tools/axis/TimelineEvent.h"
+#include "tools/base/Findings.h"
+#include "tools/base/InputFile.h"
+#include "tools/names/Names.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <typeindex>
+#include <utility>
+#include <vector>
+
+namespace NimaPost {
+
+struct SourceRow;
+
+/// A file of the folder.
+struct FolderFile {
+    std::string name;
+    std::size_t index = 0;
+    std::uint64_t bytes = 0;
+    FileIdentity identity;
+    const SourceRow* row = nullptr; ///< what it was recognised as; null for what is none of ours
+    Findings findings;
+    bool unusable = false;
+    bool ownOutput = false; ///< written by this program, so that it may be written over
+};
+
+/// When a source is placed: what is dated comes first, since what is not is tied to it.
+enum class Stage : unsigned char { kLogs, kCrashes, kRings, kTraces, kRecords };
+
+/// What the files of one kind tell. A kind of file brings a class of its own and a row of the table in
+/// tools/story/Sources.cpp; nothing else knows of it.
+class Source {
+  public:
+    Source(Stage stage, EventKind kind) : stage_(stage), kind_(kind) {}
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
+    virtual ~Source() = default;
+
+    Stage PlacedAt() const { return stage_; }
+    EventKind Tells() const { return kind_; }
+
+    /// Reads a file, which it may take over and keep open, and adds to the findings. `file` stays where it is
+    /// for as long as the source lives.
+    virtual void Read(FolderFile& file, InputFile& input) = 0;
+    /// Once all files are read: tells the axis what it knows of dates.
+    virtual void Date(Axis& /*axis*/) {}
+    /// Once all sources have: puts its own on the axis.
+    virtual void Place(Axis& /*axis*/) {}
+    /// Hands over its events in the order of time; false when the visitor wanted no more.
+    virtual bool ForEach(const EventVisitor& /*visitor*/) const { return true; }
+
+  private:
+    Stage stage_;
+    EventKind kind_;
+};
+
+/// The sources of one folder, each made when it is first asked for.
+class SourceSet {
+  public:
+    explicit SourceSet(const Names& names) : names_(names) {}
+
+    const Names& Dictionary() const { return names_; }
+
+    template <class Kind>
+    Kind& Get() {
+        if (Kind* known = const_cast<Kind*>(std::as_const(*this).Find<Kind>())) {
+            return *known;
+        }
+        auto made = std::make_unique<Kind>(*this);
+        Kind& source = *made;
+        sources_.emplace_back(std::type_index(typeid(Kind)), std::move(made));
+        return source;
+    }
+    template <class Kind>
+    const Kind* Find() const {
+        for (const auto& [type, source] : sources_) {
+            if (type == typeid(Kind)) {
+                return static_cast<const Kind*>(source.get());
+            }
+        }
+        return nullptr;
+    }
+
+    std::vector<Source*> All() const {
+        std::vector<Source*> all;
+        for (const auto& [type, source] : sources_) {
+            all.push_back(source.get());
+        }
+        return all;
+    }
+
+  private:
+    const Names& names_;
+    std::vector<std::pair<std::type_index, std::unique_ptr<Source>>> sources_;
+};
+
+/// How a kind of file is recognised and who reads it.
+struct SourceRow {
+    std::string_view kind; ///< as people are told
+    std::string_view lane; ///< as the page draws it: "log", "systrace" or "ring"
+    /// By what the file begins with and its size.
+    bool (*recognise)(std::string_view front, std::uint64_t size);
+    Source& (*source)(SourceSet& set);
+};
+
+/// For the table's last column.
+template <class Kind>
+Source& SourceOf(SourceSet& set) {
+    return set.Get<Kind>();
+}
+
+/// Text that is read as a whole is read as far as this.
+inline constexpr std::uint64_t kMostTextBytes = 64 << 20;
+
+} // namespace NimaPost

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "tools/base/Certainty.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string_view>
+
+namespace NimaPost {
+
+/// In the order in which the kinds are told.
+enum class EventKind : unsigned char { kText, kBinary, kRing, kRecord };
+inline constexpr std::size_t kEventKinds = 4;
+
+/// Something that happened, from whichever file. The views hold until the visitor returns.
+struct TimelineEvent {
+    EventKind kind = EventKind::kText;
+    std::optional<std::int64_t> time; ///< on the axis; empty where nothing says when it was
+    Certainty certainty;
+    std::size_t file = 0; ///< in the folder's files
+    std::optional<std::uint32_t> thread;
+    std::string_view level; ///< "WARN", "level 1"; empty where there is none
+    std::string_view name;  ///< tracer, component, ring or an event's source
+    std::string_view text;  ///< in words, with its arguments
+    std::span<const std::uint32_t> arguments;
+    std::string_view mark; ///< "overwritten" or empty
+};
+
+/// Returns false to hear no more.
+using EventVisitor = std::function<bool(const TimelineEvent&)>;
+
+} // namespace NimaPost

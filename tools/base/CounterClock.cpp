@@ -1,0 +1,74 @@
+#include "tools/base/CounterClock.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+namespace {
+
+/// No device runs for 30,000 years, and sums of what it could show stay far from overflowing.
+bool IsPlausible(std::int64_t counter) {
+    return counter >= 0 && counter < (std::int64_t{1} << 40);
+}
+
+} // namespace
+
+std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_t> thread) {
+    if (!started_) {
+        started_ = true;
+        base_ = Modulo(counter, kCounterPeriod);
+        firstCounter_ = IsPlausible(counter) ? counter : base_;
+        leastFirstSecond_ = firstCounter_ - kCounterPeriod;
+        mostFirstSecond_ = firstCounter_;
+        if (thread) {
+            lastOfThread_[*thread] = 0;
+        }
+        return 0;
+    }
+    std::int64_t floor = frontier_ - disorder_.acrossThreads;
+    std::int64_t* last = nullptr;
+    if (thread) {
+        if (lastOfThread_.size() >= kMostThreads) {
+            lastOfThread_.clear();
+        }
+        // A thread's own stamps stand in order, which tells a late writer from a second that has passed.
+        const auto [found, fresh] = lastOfThread_.try_emplace(*thread, floor);
+        last = &found->second;
+        if (!fresh) {
+            floor = std::max(floor, *last - disorder_.withinThread);
+        }
+    }
+    const std::int64_t elapsed =
+        floor + Modulo(Modulo(counter, kCounterPeriod) - base_ - floor, kCounterPeriod);
+    if (!FitsOneRun(counter, elapsed)) {
+        ++breaks_;
+    }
+    frontier_ = std::max(frontier_, elapsed);
+    if (last != nullptr) {
+        *last = std::max(*last, elapsed);
+    }
+    return elapsed;
+}
+
+std::int64_t CounterClock::Near(std::int64_t counter) const {
+    const std::int64_t ahead = Modulo(Modulo(counter, kCounterPeriod) - base_ - frontier_, kCounterPeriod);
+    return frontier_ + (ahead > kCounterPeriod / 2 ? ahead - kCounterPeriod : ahead);
+}
+
+bool CounterClock::FitsOneRun(std::int64_t counter, std::int64_t elapsed) {
+    if (!IsPlausible(counter)) {
+        return false;
+    }
+    // Elapsed time is the counters' difference and a period for each second that has begun, so these are
+    // known; and the nanoseconds of a second being fewer than a billion, every stamp bounds the second of the
+    // first.
+    const std::int64_t begun = (elapsed - counter + firstCounter_) / kCounterPeriod;
+    const std::int64_t mostFirst = counter - begun;
+    const std::int64_t leastFirst = mostFirst - kCounterPeriod;
+    const bool fits = std::max(leastFirst, leastFirstSecond_) <= std::min(mostFirst, mostFirstSecond_);
+    leastFirstSecond_ = fits ? std::max(leastFirst, leastFirstSecond_) : leastFirst;
+    mostFirstSecond_ = fits ? std::min(mostFirst, mostFirstSecond_) : mostFirst;
+    return fits;
+}
+
+} // namespace NimaPost

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <unordered_map>
+
+namespace NimaPost {
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+/// The counter is seconds plus nanoseconds: a second adds a billion nanoseconds and takes all but one of them
+/// away again. Elapsed time and counter therefore agree modulo this, and only modulo this.
+constexpr std::int64_t kCounterPeriod = kSecond - 1;
+
+/// The remainder that is never negative.
+constexpr std::int64_t Modulo(std::int64_t value, std::int64_t modulus) {
+    const std::int64_t rest = value % modulus;
+    return rest < 0 ? rest + modulus : rest;
+}
+
+/// From one counter to another, read as a step forward of less than a period.
+constexpr std::int64_t StepForward(std::int64_t from, std::int64_t to) {
+    return Modulo(Modulo(to, kCounterPeriod) - Modulo(from, kCounterPeriod), kCounterPeriod);
+}
+
+/// From one counter to another by the shorter way round.
+constexpr std::int64_t NearestStep(std::int64_t from, std::int64_t to) {
+    const std::int64_t step = StepForward(from, to);
+    return step > kCounterPeriod / 2 ? step - kCounterPeriod : step;
+}
+
+/// The same, read as a step forward but for falls of at most `fall`.
+constexpr std::int64_t StepWithFall(std::int64_t from, std::int64_t to, std::int64_t fall) {
+    const std::int64_t step = StepForward(from, to);
+    return step > kCounterPeriod - fall ? step - kCounterPeriod : step;
+}
+
+/// How far two lines that were stamped and written at the same moment may have changed places.
+constexpr std::int64_t kDisorder = kSecond / 10;
+/// The head of a dump is written before what it dumps, and the device goes on meanwhile.
+constexpr std::int64_t kDumpTakes = kSecond / 5;
+
+/// How long before a dump's head a record of it was written, at the least; a little after it is negative.
+constexpr std::int64_t BeforeHead(std::int64_t record, std::int64_t head) {
+    return StepWithFall(record, head, kDumpTakes);
+}
+
+/// Recovers elapsed time from counters in the order in which they were written, doc/clock.md. Every time is
+/// the earliest that the order allows: whole seconds without a record leave no trace in the counter.
+class CounterClock {
+  public:
+    /// How far a stamp may stand before one that was written ahead of it.
+    struct Disorder {
+        /// Stamps of other threads: a writer may be held up between reading the clock and storing.
+        std::int64_t acrossThreads = kSecond / 10;
+        /// Stamps of one thread. Not zero where threads of several processes may share an identifier.
+        std::int64_t withinThread = 0;
+    };
+
+    /// No device has more threads; where the input claims to, what is known of each is given up, so that
+    /// memory stays bounded.
+    static constexpr std::size_t kMostThreads = 1 << 16;
+
+    CounterClock() = default;
+    explicit CounterClock(Disorder disorder) : disorder_(disorder) {}
+
+    /// The elapsed nanoseconds of the next stamp, 0 for the first.
+    std::int64_t Next(std::int64_t counter, std::optional<std::uint32_t> thread);
+
+    /// The elapsed time of a stamp that is not to be relied on: the nearest to where the clock stands, which
+    /// stays there.
+    std::int64_t Near(std::int64_t counter) const;
+
+    /// Ranges in which no single run of the clock can hold all stamps: the device started anew, or a stamp is
+    /// damaged. The clock goes on from where it stood.
+    std::uint64_t Breaks() const { return breaks_; }
+
+    bool Started() const { return started_; }
+    /// The latest time so far.
+    std::int64_t Frontier() const { return frontier_; }
+    /// A counter that belongs to the frontier, reduced modulo the period.
+    std::int64_t FrontierCounter() const { return base_ + frontier_; }
+
+  private:
+    bool FitsOneRun(std::int64_t counter, std::int64_t elapsed);
+
+    Disorder disorder_;
+    std::unordered_map<std::uint32_t, std::int64_t> lastOfThread_;
+    std::int64_t firstCounter_ = 0;
+    std::int64_t base_ = 0;
+    std::int64_t frontier_ = 0;
+    std::int64_t leastFirstSecond_ = 0;
+    std::int64_t mostFirstSecond_ = 0;
+    std::uint64_t breaks_ = 0;
+    bool started_ = false;
+};
+
+} // namespace NimaPost

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <utility>
+
+#include <unistd.h>
+
+namespace NimaPost {
+
+/// Owns a file descriptor, or none, and closes it in the end.
+class Descriptor {
+  public:
+    Descriptor() = default;
+    /// Takes the descriptor over; negative for none.
+    explicit Descriptor(int number) : number_(number) {}
+    Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+    Descriptor& operator=(Descriptor&& other) noexcept {
+        std::swap(number_, other.number_);
+        return *this;
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor() {
+        if (number_ >= 0) {
+            close(number_);
+        }
+    }
+
+    explicit operator bool() const { return number_ >= 0; }
+    int Number() const { return number_; }
+    /// Gives the descriptor away.
+    int Release() { return std::exchange(number_, -1); }
+
+  private:
+    int number_ = -1;
+};
+
+} // namespace NimaPost

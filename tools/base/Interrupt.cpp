@@ -1,0 +1,37 @@
+#include "tools/base/Interrupt.h"
+
+#include <csignal>
+
+namespace NimaPost {
+
+namespace {
+
+volatile std::sig_atomic_t requested = 0;
+struct sigaction previousInterrupt;
+struct sigaction previousTermination;
+
+void Request(int /*signal*/) {
+    requested = 1;
+}
+
+} // namespace
+
+Interrupt::Interrupt() {
+    requested = 0;
+    // No SA_RESTART: what waits is to come back and look.
+    struct sigaction action {};
+    action.sa_handler = Request;
+    sigaction(SIGINT, &action, &previousInterrupt);
+    sigaction(SIGTERM, &action, &previousTermination);
+}
+
+Interrupt::~Interrupt() {
+    sigaction(SIGINT, &previousInterrupt, nullptr);
+    sigaction(SIGTERM, &previousTermination, nullptr);
+}
+
+bool Interrupt::Requested() const {
+    return requested != 0;
+}
+
+} // namespace NimaPost

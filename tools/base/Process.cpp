@@ -1,0 +1,24 @@
+#include "tools/base/Process.h"
+
+#include <fstream>
+#include <iterator>
+
+namespace NimaPost {
+
+ProcessState StateOfProcess(std::uint32_t id) {
+    std::ifstream file("/proc/" + std::to_string(id) + "/stat");
+    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    // "4711 (name) S ...", where the name may hold anything.
+    const std::size_t open = text.find('(');
+    const std::size_t close = text.rfind(')');
+    if (open == std::string::npos || close == std::string::npos || close < open || close + 2 >= text.size()) {
+        return {};
+    }
+    const char state = text[close + 2];
+    if (state == 'Z' || state == 'X') {
+        return {};
+    }
+    return {true, text.substr(open + 1, close - open - 1)};
+}
+
+} // namespace NimaPost

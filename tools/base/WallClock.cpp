@@ -1,0 +1,171 @@
+#include "tools/base/WallClock.h"
+
+#include "tools/base/CounterClock.h"
+#include "tools/base/Text.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
+/// Date and stamp of a line are read one after the other; a busy device lets milliseconds pass between. Half
+/// of what an unseen second shifts the cut microseconds by (16.96 ms) would be too much.
+constexpr std::int64_t kTolerance = 5'000'000;
+
+/// Since 1900: from the last evening of 1969, which is where a clock without a battery begins west of
+/// Greenwich, to 2200.
+constexpr std::int64_t kLeastYear = 69;
+constexpr std::int64_t kMostYear = 300;
+
+bool TakeDigits(std::string_view& text, std::size_t count, std::int64_t& value) {
+    if (text.size() < count) {
+        return false;
+    }
+    value = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (text[i] < '0' || text[i] > '9') {
+            return false;
+        }
+        value = value * 10 + (text[i] - '0');
+    }
+    text.remove_prefix(count);
+    return true;
+}
+
+/// The fields of a date with what stands between them; the widths are those of the printing formats.
+std::optional<RawDate> TakeDate(std::string_view& text, const std::array<std::string_view, 6>& separators) {
+    constexpr std::array<std::size_t, 6> kWidths{4, 2, 2, 2, 2, 2};
+    std::string_view rest = text;
+    std::array<std::int64_t, 7> fields{};
+    for (std::size_t i = 0; i < kWidths.size(); ++i) {
+        if (!TakeDigits(rest, kWidths[i], fields[i]) || !TakeLiteral(rest, separators[i])) {
+            return std::nullopt;
+        }
+    }
+    if (!TakeDecimal(rest, fields[6])) {
+        return std::nullopt;
+    }
+    const auto date =
+        MakeRawDate(fields[0], fields[1], fields[2], fields[3], fields[4], fields[5], fields[6]);
+    if (date) {
+        text = rest;
+    }
+    return date;
+}
+
+void AppendTwoDigits(std::string& out, std::int64_t value) {
+    out += static_cast<char>('0' + value / 10);
+    out += static_cast<char>('0' + value % 10);
+}
+
+void AppendDateAndTime(std::string& out, std::int64_t nanoseconds, bool withDay, char between) {
+    const std::int64_t fraction = Modulo(nanoseconds, kSecond);
+    const std::int64_t seconds = (nanoseconds - fraction) / kSecond;
+    const std::int64_t ofDay = Modulo(seconds, 86400);
+    if (withDay) {
+        const std::chrono::year_month_day date{
+            std::chrono::sys_days(std::chrono::days((seconds - ofDay) / 86400))};
+        AppendDecimal(out, static_cast<int>(date.year()));
+        out += '-';
+        AppendTwoDigits(out, static_cast<unsigned>(date.month()));
+        out += '-';
+        AppendTwoDigits(out, static_cast<unsigned>(date.day()));
+        out += between;
+    }
+    AppendTwoDigits(out, ofDay / 3600);
+    out += ':';
+    AppendTwoDigits(out, ofDay / 60 % 60);
+    out += ':';
+    AppendTwoDigits(out, ofDay % 60);
+    std::string places;
+    AppendSeconds(places, fraction);
+    out.append(places, 2);
+}
+
+/// The moments that a date can stand for.
+std::vector<std::int64_t> Candidates(const RawDate& date) {
+    std::vector<std::int64_t> moments;
+    for (std::int64_t cut = date.microsecondsCut; cut < kMicrosecondsPerSecond; cut += kCutMicroseconds) {
+        moments.push_back(date.second * kSecond + cut * 1000);
+    }
+    return moments;
+}
+
+} // namespace
+
+std::optional<RawDate> MakeRawDate(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,
+                                   std::int64_t minute, std::int64_t second, std::int64_t subsecond) {
+    // 60 is a leap second. The memory queue prints the sub-second field as a signed number. Distances between
+    // any two dates of these years, in nanoseconds, fit 64 bits.
+    if (year < kLeastYear || year > kMostYear || month < 0 || month > 11 || day < 1 || day > 31 || hour < 0 ||
+        hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 60 || subsecond < -32768 ||
+        subsecond > 65535) {
+        return std::nullopt;
+    }
+    RawDate date;
+    // A day that its month does not have is read as one of the next month.
+    const std::chrono::sys_days days = std::chrono::year(static_cast<int>(year) + 1900) /
+                                       std::chrono::month(static_cast<unsigned>(month) + 1) /
+                                       std::chrono::day(static_cast<unsigned>(day));
+    date.second = days.time_since_epoch().count() * std::int64_t{86400} + hour * 3600 + minute * 60 + second;
+    date.microsecondsCut = static_cast<std::uint16_t>(subsecond);
+    return date;
+}
+
+std::optional<RawDate> TakeCompactDate(std::string_view& text) {
+    return TakeDate(text, {"", "", "", "", "", "."});
+}
+
+std::optional<RawDate> TakeSpacedDate(std::string_view& text) {
+    return TakeDate(text, {"-", "-", " ", ":", ":", "."});
+}
+
+void AppendWallTime(std::string& out, std::int64_t nanosecondsSince1970, bool withDay) {
+    AppendDateAndTime(out, nanosecondsSince1970, withDay, ' ');
+}
+
+std::string WallTimeIso(std::int64_t nanosecondsSince1970) {
+    std::string text;
+    AppendDateAndTime(text, nanosecondsSince1970, true, 'T');
+    return text;
+}
+
+WallOffset::WallOffset(const RawDate& date, std::int64_t elapsed) : candidates_(Candidates(date)) {
+    for (std::int64_t& candidate : candidates_) {
+        candidate -= elapsed;
+    }
+}
+
+std::optional<std::int64_t> WallOffset::Join(const RawDate& date, std::int64_t elapsed) {
+    const std::vector<std::int64_t> moments = Candidates(date);
+    const std::int64_t about = (date.second * kSecond - candidates_.front() - elapsed) / kCounterPeriod;
+    std::optional<std::int64_t> best;
+    std::int64_t bestDistance = kTolerance + 1;
+    const auto distance = [&](std::int64_t offset, std::int64_t unseen) {
+        std::int64_t least = kTolerance + 1;
+        for (const std::int64_t moment : moments) {
+            const std::int64_t apart = moment - elapsed - unseen * kCounterPeriod - offset;
+            least = std::min(least, apart < 0 ? -apart : apart);
+        }
+        return least;
+    };
+    for (std::int64_t unseen = std::max<std::int64_t>(0, about - 2); unseen <= about + 2; ++unseen) {
+        for (const std::int64_t offset : candidates_) {
+            const std::int64_t apart = distance(offset, unseen);
+            if (apart < bestDistance) {
+                bestDistance = apart;
+                best = unseen;
+            }
+        }
+    }
+    if (best) {
+        std::erase_if(candidates_, [&](std::int64_t offset) { return distance(offset, *best) > kTolerance; });
+    }
+    return best;
+}
+
+} // namespace NimaPost

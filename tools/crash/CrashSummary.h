@@ -1,0 +1,24 @@
+#pragma once
+
+#include "tools/crash/CrashLog.h"
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace NimaPost {
+
+/// A ring that was written to, with its newest record's distance from the others' newest or the crash.
+struct ActiveRing {
+    const Ring* ring = nullptr;
+    std::int64_t newest = 0; ///< nanoseconds, negative before it
+};
+
+/// The rings of a set that hold records, the one written last in front.
+std::vector<ActiveRing> ActiveRings(const RingSet& set);
+
+/// What failed, as pairs of a label and a value for people to read.
+std::vector<std::pair<std::string, std::string>> FailureInWords(const CrashLog& log);
+
+} // namespace NimaPost

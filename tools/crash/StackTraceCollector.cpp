@@ -1,0 +1,121 @@
+#include "tools/crash/StackTraceCollector.h"
+
+#include "tools/crash/Notification.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace NimaPost {
+
+namespace {
+
+/// A hundred frames take 10 KB.
+constexpr std::uint64_t kMostBytes = 16 << 20;
+constexpr int kMostCopies = 1000;
+
+bool WriteAll(int descriptor, const char* bytes, std::size_t length) {
+    while (length > 0) {
+        const ssize_t written = write(descriptor, bytes, length);
+        if (written < 0 && errno == EINTR) {
+            continue;
+        }
+        if (written <= 0) {
+            return false;
+        }
+        bytes += written;
+        length -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+/// The file is complete when its process notifies, so its end is the end.
+void CopyBytes(int from, int to, StackTraceCollector::Copy& copy) {
+    std::array<char, 1 << 16> piece{};
+    for (;;) {
+        const ssize_t got = read(from, piece.data(), piece.size());
+        if (got < 0 && errno == EINTR) {
+            continue;
+        }
+        if (got < 0) {
+            copy.problem = std::string("reading it: ") + std::strerror(errno);
+        }
+        if (got <= 0) {
+            return;
+        }
+        const auto wanted = static_cast<std::size_t>(got);
+        if (copy.bytes + wanted > kMostBytes) {
+            copy.problem = "longer than any stack trace; the rest is left out";
+            return;
+        }
+        if (!WriteAll(to, piece.data(), wanted)) {
+            copy.problem = std::string("writing the copy: ") + std::strerror(errno);
+            return;
+        }
+        copy.bytes += wanted;
+    }
+}
+
+} // namespace
+
+std::optional<StackTraceCollector> StackTraceCollector::Open(const std::string& folder,
+                                                             std::string& problem) {
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    Descriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!descriptor) {
+        problem = folder + ": " + (error ? error.message() : std::strerror(errno));
+        return std::nullopt;
+    }
+    return StackTraceCollector(folder, std::move(descriptor));
+}
+
+StackTraceCollector::Copy StackTraceCollector::Take(const std::string& path) const {
+    Copy copy;
+    const std::string name(LastComponent(path));
+    if (!path.starts_with('/') || !StackTraceProcess(name)) {
+        copy.problem = "not the path of a stack-trace file";
+        return copy;
+    }
+    // A pipe without a writer would keep the program waiting, a link lead to what nobody meant to give away.
+    const Descriptor from(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
+    struct stat status {};
+    if (!from || fstat(from.Number(), &status) != 0) {
+        copy.problem = std::strerror(errno);
+        return copy;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        copy.problem = "not a regular file";
+        return copy;
+    }
+    std::string chosen;
+    const Descriptor to(Create(name, chosen));
+    if (!to) {
+        copy.problem = std::string("making the copy: ") + std::strerror(errno);
+        return copy;
+    }
+    copy.path = folder_ + (folder_.ends_with('/') ? "" : "/") + chosen;
+    CopyBytes(from.Number(), to.Number(), copy);
+    return copy;
+}
+
+int StackTraceCollector::Create(const std::string& name, std::string& chosen) const {
+    for (int number = 0; number < kMostCopies; ++number) {
+        chosen = number == 0 ? name : name + "." + std::to_string(number);
+        const int file = openat(descriptor_.Number(), chosen.c_str(),
+                                O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+        if (file >= 0 || errno != EEXIST) {
+            return file;
+        }
+    }
+    errno = EEXIST;
+    return -1;
+}
+
+} // namespace NimaPost

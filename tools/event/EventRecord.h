@@ -1,0 +1,37 @@
+#pragma once
+
+#include "tools/base/Findings.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace NimaPost {
+
+/// A flat event record, doc/event-record.md.
+struct EventRecord {
+    struct Pair {
+        std::string key;
+        std::string value;
+        bool hashed = false; ///< whether the receiver is to hash the value
+        bool cut = false;    ///< the record holds the beginning alone
+    };
+
+    std::uint32_t type = 0;
+    std::uint32_t id = 0;
+    std::string source;
+    std::vector<Pair> pairs;
+};
+
+/// By the front of a file, of which 56 bytes are enough; also where the file has lost its end.
+bool LooksLikeEventRecord(std::string_view front);
+
+/// Empty where it is no record that this program knows; the findings then say so.
+std::optional<EventRecord> ReadEventRecord(std::string_view bytes, Findings& findings);
+
+/// "type 1, id 1: User=someone (to be hashed), Page=0", as a terminal can show it.
+void AppendEventRecord(std::string& text, const EventRecord& record);
+
+} // namespace NimaPost

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "tools/base/InputFile.h"
+#include "tools/log/LogLine.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace NimaPost {
+
+/// Reads the lines, or the queue's records, of a part of a file one after the other. Memory is bounded: what
+/// is longer than 64 KiB comes in pieces.
+class LineReader {
+  public:
+    LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end);
+
+    /// False at the end. The line, its end included, stays valid until the next call.
+    bool Next(std::string_view& line);
+    /// Where the line of the last call begins.
+    std::uint64_t Offset() const { return lineOffset_; }
+
+  private:
+    static constexpr std::size_t kBlock = 1 << 20;
+    static constexpr std::size_t kLongestLine = 1 << 16;
+
+    bool Fill();
+    std::size_t LineLength(std::string_view rest) const;
+
+    const InputFile& file_;
+    LogKind kind_;
+    std::uint64_t next_; ///< file offset behind the buffer
+    std::uint64_t end_;
+    std::vector<char> buffer_;
+    std::size_t from_ = 0;
+    std::size_t to_ = 0;
+    std::uint64_t lineOffset_ = 0;
+};
+
+} // namespace NimaPost

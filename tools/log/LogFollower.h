@@ -1,0 +1,43 @@
+#pragma once
+
+#include "tools/base/InputFile.h"
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace NimaPost {
+
+/// Watches a log that is being written and hands over the lines that come: at its end, in a new file after a
+/// roll, or again from the start, over the old ones.
+class LogFollower {
+  public:
+    /// Begins behind what is there now, or at the start when the file is not there yet.
+    explicit LogFollower(std::string path);
+
+    using Visitor = std::function<void(std::string_view line)>;
+    /// Hands over the lines, without their ends, that have come since the last call. True if there were any.
+    bool Poll(const Visitor& visitor);
+
+  private:
+    /// Beyond this many new bytes at a time the comparison with the old ones takes several rounds.
+    static constexpr std::size_t kWindow = 1 << 20;
+
+    bool Reopen();
+    bool ReadAppended(const Visitor& visitor);
+    bool ReadRewritten(const Visitor& visitor);
+    bool BeginsAnew() const;
+    void TakeLines(std::string_view bytes, const Visitor& visitor);
+    std::string Read(std::uint64_t offset, std::size_t bytes) const;
+
+    std::string path_;
+    std::optional<InputFile> file_;
+    std::uint64_t position_ = 0; ///< of the first byte not handed over
+    bool rewritten_ = false;     ///< lines come over old ones, up to the file's end
+    std::string front_;          ///< what the file begins with, to notice that it was begun anew
+    std::string ahead_;          ///< what stood behind the position at the last look, while `rewritten_`
+};
+
+} // namespace NimaPost

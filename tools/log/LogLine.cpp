@@ -1,0 +1,170 @@
+#include "tools/log/LogLine.h"
+
+#include "catalogue/Marks.h"
+#include "tools/base/Text.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::string_view kThreadMark = " <0x";
+constexpr std::string_view kCalibration = Nima::Catalogue::kCalibrationLevel;
+constexpr std::size_t kLongestLevel = 5;
+/// "01261024150926." and up to six characters, then the thread mark.
+constexpr std::size_t kDateDigits = 14;
+constexpr std::size_t kLongestDate = kDateDigits + 7;
+
+/// " <0x250b5740:000> "
+bool TakeThreadAndPriority(std::string_view& text, LogLine& line) {
+    std::string_view rest = text;
+    if (!rest.starts_with(kThreadMark) || rest.size() < kThreadMark.size() + 8 + 1) {
+        return false;
+    }
+    rest.remove_prefix(kThreadMark.size());
+    std::string_view digits = rest.substr(0, 8);
+    std::uint64_t thread = 0;
+    if (!TakeHex(digits, thread) || !digits.empty()) {
+        return false;
+    }
+    rest.remove_prefix(8);
+    if (!TakeLiteral(rest, ":")) {
+        return false;
+    }
+    // "-01" and "000" are both what three places make of a priority.
+    if (!TakeDecimal(rest, line.priority) || !TakeLiteral(rest, "> ")) {
+        return false;
+    }
+    line.thread = static_cast<std::uint32_t>(thread);
+    text = rest;
+    return true;
+}
+
+bool IsLevel(std::string_view text) {
+    return text == kCalibration ||
+           std::find(kLevelNames.begin(), kLevelNames.end(), text) != kLevelNames.end();
+}
+
+/// "<WARN> <Engine> message", or text without these.
+void ReadBody(std::string_view body, LogLine& line) {
+    line.message = body;
+    if (!body.starts_with('<')) {
+        return;
+    }
+    const std::size_t levelEnd = body.substr(0, kLongestLevel + 4).find("> <");
+    if (levelEnd == std::string_view::npos || !IsLevel(body.substr(1, levelEnd - 1))) {
+        return;
+    }
+    const std::size_t nameEnd = body.find("> ", levelEnd + 3);
+    if (nameEnd == std::string_view::npos) {
+        return;
+    }
+    line.level = body.substr(1, levelEnd - 1);
+    line.tracer = body.substr(levelEnd + 3, nameEnd - levelEnd - 3);
+    line.message = body.substr(nameEnd + 2);
+}
+
+} // namespace
+
+LogLine ParseLogLine(std::string_view text) {
+    text = WithoutLineEnd(text);
+    LogLine line;
+    std::string_view rest = text;
+    if (TakeDecimal(rest, line.counter) && TakeThreadAndPriority(rest, line)) {
+        line.hasHeader = true;
+        ReadBody(rest, line);
+    } else {
+        line.counter = 0;
+        line.priority = 0;
+        line.message = text;
+    }
+    return line;
+}
+
+LogLine ParseQueueRecord(std::string_view text) {
+    text = WithoutLineEnd(text);
+    LogLine line;
+    std::string_view rest = text;
+    line.date = TakeCompactDate(rest);
+    if (line.date && TakeThreadAndPriority(rest, line)) {
+        line.hasHeader = true;
+        ReadBody(rest, line);
+    } else {
+        line.date.reset();
+        line.message = text;
+    }
+    return line;
+}
+
+std::optional<RawDate> CalibrationDate(const LogLine& line) {
+    constexpr std::string_view kDate = Nima::Catalogue::kCalibrationDate;
+    const std::size_t at = line.message.find(kDate);
+    if (!IsCalibration(line) || at == std::string_view::npos) {
+        return std::nullopt;
+    }
+    std::string_view rest = line.message.substr(at + kDate.size());
+    return TakeCompactDate(rest);
+}
+
+std::optional<std::uint32_t> OrderedThread(const LogLine& line) {
+    return IsCalibration(line) ? std::nullopt : std::optional(line.thread);
+}
+
+bool IsCalibration(const LogLine& line) {
+    return line.level == kCalibration;
+}
+
+bool LooksLikeCutLine(std::string_view text) {
+    // Behind the cut stands what is left of a header: of a thread with its priority, or of a level.
+    const std::size_t at = text.substr(0, 64).find("> <");
+    if (at == std::string_view::npos) {
+        return false;
+    }
+    const std::size_t open = text.rfind('<', at);
+    const std::string_view before =
+        open == std::string_view::npos ? text.substr(0, at) : text.substr(open + 1, at - open - 1);
+    const std::size_t colon = before.find(':');
+    if (colon != std::string_view::npos) {
+        return before.find_first_not_of("0123456789abcdefx") == colon && at - colon < 16;
+    }
+    const auto isRestOf = [&](std::string_view level) {
+        return open == std::string_view::npos ? level.ends_with(before) : level == before;
+    };
+    return isRestOf(kCalibration) || std::any_of(kLevelNames.begin(), kLevelNames.end(), isRestOf);
+}
+
+std::size_t FindQueueRecord(std::string_view text, std::size_t from) {
+    std::size_t mark = text.find(kThreadMark, from);
+    for (; mark != std::string_view::npos; mark = text.find(kThreadMark, mark + 1)) {
+        for (std::size_t length = kDateDigits + 2; length <= kLongestDate && length <= mark; ++length) {
+            std::string_view rest = text.substr(mark - length);
+            LogLine line;
+            if (mark - length >= from && TakeCompactDate(rest) && rest.data() == text.data() + mark &&
+                TakeThreadAndPriority(rest, line)) {
+                return mark - length;
+            }
+        }
+    }
+    return text.size();
+}
+
+std::optional<LogKind> LogKindOf(std::string_view front) {
+    const std::string_view line = front.substr(0, front.find('\n'));
+    if (ParseQueueRecord(line).hasHeader) {
+        return LogKind::kQueue;
+    }
+    // The first line may be torn, but not all of them.
+    std::string_view rest = front;
+    for (int lines = 0; lines < 64 && !rest.empty(); ++lines) {
+        if (ParseLogLine(TakeLine(rest)).hasHeader) {
+            return LogKind::kLines;
+        }
+    }
+    if (FindQueueRecord(front, 0) < front.size()) {
+        return LogKind::kQueue;
+    }
+    return std::nullopt;
+}
+
+} // namespace NimaPost

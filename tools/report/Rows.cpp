@@ -1,0 +1,107 @@
+#include "tools/report/Rows.h"
+
+#include "catalogue/Marks.h"
+#include "tools/base/Text.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::size_t kLongestText = 2000;
+constexpr std::size_t kMostArguments = 16;
+
+int SurenessOf(const Certainty& certainty) {
+    return certainty.assumed ? 2 : certainty.Exact() ? 0 : 1;
+}
+
+} // namespace
+
+std::int64_t Index::Of(std::string_view text) {
+    if (text.empty()) {
+        return -1;
+    }
+    const auto [found, fresh] = numbers_.try_emplace(std::string(text), numbers_.size());
+    if (fresh) {
+        texts_.push_back(ToUtf8(text));
+    }
+    return static_cast<std::int64_t>(found->second);
+}
+
+void Rows::Take(const TimelineEvent& event) {
+    Row row;
+    row.time = event.time;
+    row.order = taken_++;
+    row.sureness = SurenessOf(event.certainty);
+    row.file = event.file;
+    row.level = levels.Of(event.kind == EventKind::kBinary ? LevelDigit(event.level) : event.level);
+    row.name = names.Of(event.name);
+    row.text = ToUtf8(event.text.substr(0, kLongestText));
+    row.text += event.text.size() > kLongestText ? " ..." : "";
+    // Words of records carry their mark already.
+    row.text +=
+        event.kind != EventKind::kText || event.mark.empty() ? "" : "  [" + std::string(event.mark) + "]";
+    row.arguments.assign(event.arguments.begin(), event.arguments.end());
+    if (row.arguments.size() > kMostArguments) {
+        row.arguments.resize(kMostArguments);
+    }
+    if (event.thread) {
+        Thread& thread = threads_.try_emplace(*event.thread, Thread{threads_.size(), {}}).first->second;
+        if (thread.tracer.empty() && event.kind == EventKind::kText &&
+            event.level != Nima::Catalogue::kCalibrationLevel) {
+            thread.tracer = ToUtf8(event.name);
+        }
+        row.thread = static_cast<std::int64_t>(thread.number);
+    }
+    rows_.push_back(std::move(row));
+    if (rows_.size() >= most_ * 2 + 1) {
+        KeepNewest();
+    }
+}
+
+std::vector<Row>& Rows::Sorted() {
+    KeepNewest();
+    std::sort(rows_.begin(), rows_.end(), [](const Row& a, const Row& b) { return Before(a, b); });
+    return rows_;
+}
+
+Json Rows::ThreadsJson() const {
+    Json json = Json::array();
+    std::vector<Json> byNumber(threads_.size());
+    for (const auto& [id, thread] : threads_) {
+        const std::string name = names_.Thread(id);
+        byNumber[thread.number] = {{"id", Hex32(id)}, {"name", ToUtf8(name.empty() ? thread.tracer : name)}};
+    }
+    return byNumber;
+}
+
+bool Rows::Before(const Row& a, const Row& b) {
+    const auto key = [](const Row& row) { return std::pair(row.time.value_or(INT64_MAX), row.order); };
+    return key(a) < key(b);
+}
+
+std::string_view Rows::LevelDigit(std::string_view level) {
+    TakeLiteral(level, "level ");
+    return level;
+}
+
+void Rows::KeepNewest() {
+    if (rows_.size() > most_) {
+        const auto cut = rows_.end() - static_cast<std::ptrdiff_t>(most_);
+        std::nth_element(rows_.begin(), cut, rows_.end(), Before);
+        rows_.erase(rows_.begin(), cut);
+    }
+}
+
+Json RowJson(const Row& row, std::int64_t origin) {
+    Json arguments = Json::array();
+    for (const std::uint32_t value : row.arguments) {
+        arguments.push_back(Hex(value));
+    }
+    return Json::array({row.time ? Json(*row.time - origin) : Json(), row.sureness, row.file, row.thread,
+                        row.level, row.name, row.text, arguments});
+}
+
+} // namespace NimaPost

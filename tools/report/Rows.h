@@ -1,0 +1,81 @@
+#pragma once
+
+#include "tools/axis/TimelineEvent.h"
+#include "tools/base/Output.h"
+#include "tools/names/Names.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace NimaPost {
+
+/// Texts that occur again and again, as numbers.
+class Index {
+  public:
+    /// -1 for an empty text.
+    std::int64_t Of(std::string_view text);
+    Json Texts() const { return texts_; }
+
+  private:
+    std::map<std::string, std::size_t> numbers_;
+    std::vector<std::string> texts_;
+};
+
+struct Row {
+    std::optional<std::int64_t> time;
+    std::uint64_t order = 0;
+    int sureness = 0;     ///< 0 exact, 1 perhaps whole seconds off, 2 assumed
+    std::size_t file = 0; ///< in the folder's files
+    std::int64_t thread = -1;
+    std::int64_t level = -1;
+    std::int64_t name = -1;
+    std::string text;
+    std::vector<std::uint32_t> arguments;
+};
+
+struct Thread {
+    std::size_t number = 0;
+    std::string tracer;
+};
+
+/// Gathers the newest events, and never many more than asked for.
+class Rows {
+  public:
+    Rows(std::size_t most, const Names& dictionary) : most_(most), names_(dictionary) {}
+
+    void Take(const TimelineEvent& event);
+
+    /// The rows in the order of time. Call once.
+    std::vector<Row>& Sorted();
+
+    std::uint64_t Omitted() const { return taken_ - rows_.size(); }
+
+    Json ThreadsJson() const;
+
+    Index levels;
+    Index names;
+
+  private:
+    static bool Before(const Row& a, const Row& b);
+
+    /// "level 2" stands as "2", a name of the dictionary as it is.
+    static std::string_view LevelDigit(std::string_view level);
+
+    void KeepNewest();
+
+    std::size_t most_;
+    const Names& names_;
+    std::vector<Row> rows_;
+    std::map<std::uint32_t, Thread> threads_;
+    std::uint64_t taken_ = 0;
+};
+
+/// A row as the page takes it; times count from the origin.
+Json RowJson(const Row& row, std::int64_t origin);
+
+} // namespace NimaPost

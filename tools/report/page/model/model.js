@@ -1,0 +1,132 @@
+import {lowerBound} from "../base/sorted.js";
+import {Clock} from "./clock.js";
+import {KIND_TEXT, PAINTS, SURE_SIGNS, kindOfSource, paintOf} from "./kinds.js";
+
+// A record whose time is unknown comes after the others.
+function sortKey(row) {
+  return Number.isFinite(row[0]) ? row[0] : Infinity;
+}
+
+function sorted(rows) {
+  const inOrder = rows.every((row, index) => index === 0 || sortKey(rows[index - 1]) <= sortKey(row));
+  if (inOrder) {
+    return rows;
+  }
+  return [...rows].sort((a, b) => (sortKey(a) === sortKey(b) ? 0 : sortKey(a) - sortKey(b)));
+}
+
+// The records by columns, in typed arrays, and the names they refer to.
+export class Model {
+  constructor(data) {
+    this.data = data;
+    this.clock = new Clock(data.clock ?? {});
+    this.sources = data.sources ?? [];
+    this.levels = data.levels ?? [];
+    this.names = data.names ?? [];
+    this.threads = (data.threads ?? []).map((thread) => ({id: thread.id, name: thread.name || ""}));
+    this.kinds = this.sources.map((_, index) => kindOfSource((data.sourceKinds ?? [])[index]));
+    this.rows = sorted(data.rows ?? []);
+    this.fillColumns();
+    this.crash = data.failure && Number.isFinite(data.failure.time) ? data.failure.time : null;
+    this.findRange();
+    this.haystack = null;
+  }
+
+  get count() {
+    return this.rows.length;
+  }
+
+  fillColumns() {
+    const count = this.rows.length;
+    this.times = new Float64Array(count);
+    this.sure = new Uint8Array(count);
+    this.source = new Int32Array(count);
+    this.thread = new Int32Array(count);
+    this.level = new Int32Array(count);
+    this.name = new Int32Array(count);
+    this.kind = new Uint8Array(count);
+    this.paint = new Uint8Array(count);
+    for (let index = 0; index < count; ++index) {
+      this.fillRow(index, this.rows[index]);
+    }
+    this.timed = lowerBound(this.times, count, Infinity);
+  }
+
+  fillRow(index, row) {
+    this.times[index] = sortKey(row);
+    this.sure[index] = row[1];
+    this.source[index] = row[2];
+    this.thread[index] = row[3];
+    this.level[index] = row[4];
+    this.name[index] = row[5];
+    this.kind[index] = this.kinds[row[2]] ?? KIND_TEXT;
+    this.paint[index] = paintOf(this.kind[index], this.levels[row[4]] ?? "");
+  }
+
+  findRange() {
+    const moments = [];
+    if (this.timed > 0) {
+      moments.push(this.times[0], this.times[this.timed - 1]);
+    }
+    if (this.crash !== null) {
+      moments.push(this.crash);
+    }
+    this.first = moments.length ? Math.min(...moments) : 0;
+    this.last = moments.length ? Math.max(...moments) : 0;
+    this.clock.setRange(this.first, this.last);
+  }
+
+  hasTime(row) {
+    return row < this.timed;
+  }
+
+  text(row) {
+    return this.rows[row][6] ?? "";
+  }
+
+  args(row) {
+    return this.rows[row][7] ?? [];
+  }
+
+  levelName(row) {
+    return this.levels[this.level[row]] ?? "";
+  }
+
+  nameOf(row) {
+    return this.names[this.name[row]] ?? "";
+  }
+
+  sourceName(row) {
+    return this.sources[this.source[row]] ?? "";
+  }
+
+  threadLabel(thread) {
+    const known = this.threads[thread];
+    return known ? known.name || known.id : "";
+  }
+
+  threadFull(thread) {
+    const known = this.threads[thread];
+    if (!known) {
+      return "";
+    }
+    return known.name ? `${known.name} (${known.id})` : known.id;
+  }
+
+  paintName(row) {
+    return PAINTS[this.paint[row]];
+  }
+
+  timeLabel(row) {
+    return this.hasTime(row) ? SURE_SIGNS[this.sure[row]] + this.clock.short(this.times[row]) : "not known";
+  }
+
+  // What a search looks through: the text, the words after it and the name. Made at the first search.
+  searchText(row) {
+    if (!this.haystack) {
+      this.haystack = this.rows.map((record, index) =>
+        `${record[6] ?? ""}\n${(record[7] ?? []).join(" ")}\n${this.nameOf(index)}`.toLowerCase());
+    }
+    return this.haystack[row];
+  }
+}

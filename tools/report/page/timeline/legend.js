@@ -1,0 +1,52 @@
+// What the marks mean; only those that occur.
+import {element} from "../base/dom.js";
+import {KIND_BINARY, KIND_RING, KIND_SHAPES, KIND_TEXT, PAINTS, PAINT_FATAL, PAINT_RING, SURE_EXACT}
+  from "../model/kinds.js";
+
+const WORDS = {plain: "line", cal: "CAL", ring: "ring event"};
+
+// Text levels from the worst on, then the levels of the binary trace, then the rings.
+function legendOrder(paint) {
+  if (paint === PAINT_RING) {
+    return 3 * PAINTS.length;
+  }
+  return paint <= PAINT_FATAL ? PAINT_FATAL - paint : 2 * PAINTS.length - paint;
+}
+
+function legendMark(className, colour, text) {
+  const item = element("li");
+  const mark = element("span", className);
+  mark.style.color = colour;
+  item.append(mark, element("span", "", text));
+  return item;
+}
+
+function kindOfPaint(paint) {
+  if (paint === PAINT_RING) {
+    return KIND_RING;
+  }
+  return paint > PAINT_FATAL ? KIND_BINARY : KIND_TEXT;
+}
+
+function legendItem(paint) {
+  const name = PAINTS[paint];
+  const kind = kindOfPaint(paint);
+  const text = WORDS[name] ?? (kind === KIND_BINARY ? `trace level ${name.slice(-1)}` : name.toUpperCase());
+  return legendMark(`mark ${KIND_SHAPES[kind]}`, `var(--m-${name})`, text);
+}
+
+export function fillLegend(legend, model) {
+  const seen = new Set();
+  let isUnsure = false;
+  for (let row = 0; row < model.timed; ++row) {
+    seen.add(model.paint[row]);
+    isUnsure = isUnsure || model.sure[row] !== SURE_EXACT;
+  }
+  legend.append(...[...seen].sort((a, b) => legendOrder(a) - legendOrder(b)).map(legendItem));
+  if (isUnsure) {
+    legend.append(legendMark("mark hollow", "", "hollow: time not exact"));
+  }
+  if (model.crash !== null) {
+    legend.append(legendMark("mark crash", "", "crash"));
+  }
+}

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tools/base/WallClock.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <Diagnostics/Formats.h>
+
+namespace NimaPost {
+
+struct RingRecord {
+    std::int64_t elapsed = 0; ///< nanoseconds since the ring's oldest record, at the least
+    std::uint32_t slot = 0;
+    RingBufferData data{};
+};
+
+/// Where the newest record of a ring meets the oldest.
+enum class Seam : unsigned char {
+    kNone,     ///< the ring has not filled: slot 0 is the oldest
+    kLikely,   ///< one place stands out
+    kUncertain ///< nothing recorded tells; the likeliest place was taken
+};
+
+struct Ring {
+    std::uint32_t index = 0;
+    std::string name;
+    std::uint32_t entries = 0; ///< 0 where the input does not tell
+    Seam seam = Seam::kNone;
+    std::uint64_t clockBreaks = 0;
+    std::vector<RingRecord> records; ///< oldest first
+};
+
+/// All rings of a segment or of a text dump of one.
+struct RingSet {
+    bool isText = false;
+    std::optional<std::uint32_t> processId;
+    /// From the head of a text dump: when it was written.
+    std::optional<RawDate> date;
+    std::optional<std::int64_t> ticks;
+    std::vector<Ring> rings;
+};
+
+} // namespace NimaPost

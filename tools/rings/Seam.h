@@ -1,0 +1,14 @@
+#pragma once
+
+#include "tools/rings/Rings.h"
+
+#include <cstdint>
+#include <optional>
+
+namespace NimaPost {
+
+/// Turns a ring's records from slot order into time order and recovers their times. `full`: every slot of the
+/// ring has been written at some time. `ticks`: when the dump that the ring stands in was begun.
+void OrderRing(Ring& ring, bool full, std::optional<std::int64_t> ticks);
+
+} // namespace NimaPost

@@ -1,0 +1,67 @@
+#include "tools/story/Folder.h"
+
+#include "tools/story/Sources.h"
+
+#include <algorithm>
+#include <filesystem>
+
+#include <sys/stat.h>
+
+namespace NimaPost {
+
+namespace {
+
+/// A device leaves a few dozen.
+constexpr std::size_t kMostFiles = 4096;
+
+} // namespace
+
+bool ListFolder(const std::string& folder, std::vector<std::string>& names, std::string& problem) {
+    std::error_code error;
+    std::filesystem::directory_iterator entries(folder, error);
+    for (; !error && entries != std::filesystem::directory_iterator(); entries.increment(error)) {
+        if (names.size() >= kMostFiles) {
+            problem = folder + ": more than " + std::to_string(kMostFiles) + " files";
+            return false;
+        }
+        std::error_code ignored;
+        if (entries->is_regular_file(ignored)) {
+            names.push_back(entries->path().filename());
+        }
+    }
+    if (error) {
+        problem = folder + ": " + error.message();
+        return false;
+    }
+    std::sort(names.begin(), names.end());
+    return true;
+}
+
+void ReadFolderFile(const std::string& folder, FolderFile& file, SourceSet& sources) {
+    const std::string path = std::filesystem::path(folder) / file.name;
+    struct stat status {};
+    if (stat(path.c_str(), &status) == 0) {
+        file.identity = IdentityOf(status);
+    }
+    std::string problem;
+    auto input = InputFile::Open(path, problem);
+    if (!input) {
+        file.unusable = true;
+        file.findings.Damage("cannot-open", problem);
+        return;
+    }
+    file.bytes = input->Size();
+    file.identity = input->Identity();
+    const std::string front = input->ReadAll(kFrontBytes);
+    file.ownOutput = IsOwnOutput(front);
+    file.row = Recognise(front, file.bytes);
+    if (file.row != nullptr) {
+        file.row->source(sources).Read(file, *input);
+    }
+    if (!input->ReadProblem().empty()) {
+        file.unusable = file.unusable || file.row == nullptr;
+        file.findings.Damage("cannot-read", "Not all of it could be read: " + input->ReadProblem());
+    }
+}
+
+} // namespace NimaPost

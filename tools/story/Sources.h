@@ -1,0 +1,24 @@
+#pragma once
+
+#include "tools/axis/Source.h"
+
+#include <cstdint>
+#include <string_view>
+
+namespace NimaPost {
+
+/// The kind of a file, from what it begins with and its size; null for what is none of the library's or the
+/// program's.
+const SourceRow* Recognise(std::string_view front, std::uint64_t size);
+
+/// As much of a file's front as every row can do with.
+inline constexpr std::uint64_t kFrontBytes = 8192;
+
+/// How a timeline that the program writes begins, and how a page does.
+inline constexpr std::string_view kTimelineBegin = "{\"traceEvents\": [";
+inline constexpr std::string_view kPageBegin = "<!doctype html>";
+
+/// Whether a file is what this program has written itself: it may be written over, and tells nothing.
+bool IsOwnOutput(std::string_view front);
+
+} // namespace NimaPost

@@ -1,0 +1,73 @@
+#include "tools/story/Story.h"
+
+#include "tools/story/Folder.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+bool Story::Read(const std::string& folder, std::string& problem) {
+    std::vector<std::string> names;
+    if (!ListFolder(folder, names, problem)) {
+        return false;
+    }
+    // Sources keep the files' addresses.
+    files_.resize(names.size());
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        files_[i].name = names[i];
+        files_[i].index = i;
+        ReadFolderFile(folder, files_[i], sources_);
+    }
+    std::vector<Source*> sources = sources_.All();
+    std::stable_sort(sources.begin(), sources.end(),
+                     [](const Source* a, const Source* b) { return a->PlacedAt() < b->PlacedAt(); });
+    for (Source* source : sources) {
+        source->Date(axis_);
+    }
+    for (Source* source : sources) {
+        source->Place(axis_);
+    }
+    telling_.assign(sources.begin(), sources.end());
+    std::stable_sort(telling_.begin(), telling_.end(),
+                     [](const Source* a, const Source* b) { return a->Tells() < b->Tells(); });
+    const bool any = std::any_of(files_.begin(), files_.end(), [](const FolderFile& file) {
+        return file.row != nullptr && !file.unusable;
+    });
+    if (!any) {
+        problem = folder + ": nothing in it that the diagnostics library leaves behind";
+    }
+    return any;
+}
+
+void Story::ForEach(const EventVisitor& visitor) const {
+    for (const Source* source : telling_) {
+        if (!source->ForEach(visitor)) {
+            return;
+        }
+    }
+}
+
+Findings Story::AllDamage() const {
+    Findings all;
+    for (const FolderFile& file : files_) {
+        Findings damage;
+        damage.damage = file.findings.damage;
+        all.Append(file.name, damage);
+    }
+    return all;
+}
+
+std::vector<FileIdentity> Story::Inputs() const {
+    std::vector<FileIdentity> inputs;
+    for (const FolderFile& file : files_) {
+        if (!file.ownOutput) {
+            inputs.push_back(file.identity);
+        }
+    }
+    if (const auto dictionary = names_.File()) {
+        inputs.push_back(*dictionary);
+    }
+    return inputs;
+}
+
+} // namespace NimaPost

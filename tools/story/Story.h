@@ -1,0 +1,48 @@
+#pragma once
+
+#include "tools/axis/Axis.h"
+#include "tools/axis/Source.h"
+#include "tools/base/FileIdentity.h"
+#include "tools/names/Names.h"
+
+#include <string>
+#include <vector>
+
+namespace NimaPost {
+
+/// Everything in a folder on one axis of time.
+class Story {
+  public:
+    explicit Story(const Names& names) : names_(names), sources_(names) {}
+
+    /// Reads the folder's files, all but the text logs into memory, and places what they tell. False, with
+    /// the reason, where there is nothing.
+    bool Read(const std::string& folder, std::string& problem);
+
+    /// Hands over all events, kind by kind and source by source, in the order of time within each, until the
+    /// visitor returns false.
+    void ForEach(const EventVisitor& visitor) const;
+
+    const Axis& Time() const { return axis_; }
+    const std::vector<FolderFile>& Files() const { return files_; }
+    /// The source of this kind; null where no file is of it.
+    template <class Kind>
+    const Kind* Find() const {
+        return sources_.Find<Kind>();
+    }
+
+    /// What is damaged, with the files' names.
+    Findings AllDamage() const;
+    /// The files that must not be written over: all of them, and the dictionary, but for what the program has
+    /// written itself.
+    std::vector<FileIdentity> Inputs() const;
+
+  private:
+    const Names& names_;
+    std::vector<FolderFile> files_;
+    SourceSet sources_;
+    std::vector<const Source*> telling_; ///< in the order in which they are told
+    Axis axis_;
+};
+
+} // namespace NimaPost

@@ -1,0 +1,47 @@
+#include "tools/systrace/RecordText.h"
+
+#include "tools/base/Text.h"
+#include "tools/names/EventFormat.h"
+
+#include <vector>
+
+namespace NimaPost {
+
+void AppendRecord(std::string& text, const SysTraceFile& trace, const SysTraceRecord& record,
+                  const Names& names) {
+    if (record.hasThread) {
+        AppendHex32(text, record.thread);
+    } else {
+        text += "-         ";
+    }
+    text += "  ";
+    AppendPrintable(text, names.Component(record.Component()));
+    text += "  ";
+    AppendPrintable(text, names.Level(record.Level()));
+    text += "  ";
+    AppendTraceEvent(text, names, record.Component(), record.Event(), trace.ValuesOf(record), record.state);
+}
+
+Json RecordJson(const SysTraceFile& trace, const SysTraceRecord& record, const Names& names) {
+    const auto values = trace.ValuesOf(record);
+    Json json{{"slot", record.slot},
+              {"elapsed_ns", record.elapsed},
+              {"stamp", record.stamp},
+              {"component", record.Component()},
+              {"level", record.Level()},
+              {"event", record.Event()},
+              {"arguments", std::vector<std::uint32_t>(values.begin(), values.end())},
+              {"thread", record.hasThread ? Json(Hex32(record.thread)) : Json()},
+              {"state", StateName(record.state)}};
+    if (const EventName* event = names.Event(record.Component(), record.Event())) {
+        json["name"] = ToUtf8(event->name);
+        if (record.state == RecordState::kWhole) {
+            std::string text;
+            AppendFormatted(text, event->format, values);
+            json["text"] = ToUtf8(text);
+        }
+    }
+    return json;
+}
+
+} // namespace NimaPost

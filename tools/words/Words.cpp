@@ -1,0 +1,84 @@
+#include "tools/words/Words.h"
+
+#include "catalogue/SysTrace.h"
+#include "tools/base/Text.h"
+#include "tools/names/EventFormat.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+namespace {
+
+/// A name with its formatted arguments, or `kind` and number, or either with the values as they are.
+void AppendEvent(std::string& text, const EventName* event, std::string_view kind, std::uint32_t number,
+                 std::span<const std::uint32_t> values, bool whole) {
+    if (event != nullptr) {
+        AppendPrintable(text, event->name);
+    } else {
+        text += kind;
+        AppendHex(text, number);
+    }
+    if (event != nullptr && whole) {
+        text += event->format.empty() ? "" : ": ";
+        AppendFormatted(text, event->format, values);
+        return;
+    }
+    for (const std::uint32_t value : values) {
+        text += ' ';
+        AppendHex(text, value);
+    }
+}
+
+} // namespace
+
+std::string_view StateName(RecordState state) {
+    return state == RecordState::kTorn ? "torn" : state == RecordState::kEntangled ? "entangled" : "whole";
+}
+
+std::string_view CaptureStateName(std::uint32_t state) {
+    const auto& names = Nima::Catalogue::kCaptureStateNames;
+    return state < names.size() ? names[state] : "unknown";
+}
+
+std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names) {
+    using namespace Nima::Catalogue;
+    std::string text;
+    for (std::uint32_t level = 0; level < kTraceLevels; ++level) {
+        std::string components;
+        std::uint32_t on = 0;
+        for (std::uint32_t component = 0; component < kComponents; ++component) {
+            if ((filter[FilterWord(level, component)] & FilterBit(component)) != 0) {
+                components += on++ == 0 ? "" : ", ";
+                components += names.Component(component);
+            }
+        }
+        text += text.empty() ? "" : "; ";
+        text += names.Level(level) + ": ";
+        text += on == 0 ? "none" : on == kComponents ? "every component" : components;
+    }
+    return text;
+}
+
+void AppendTraceEvent(std::string& text, const Names& names, std::uint32_t component, std::uint32_t event,
+                      std::span<const std::uint32_t> values, RecordState state) {
+    AppendEvent(text, names.Event(component, event), "event ", event, values, state == RecordState::kWhole);
+    if (state != RecordState::kWhole) {
+        text += "  [";
+        text += StateName(state);
+        text += ']';
+    }
+}
+
+std::span<const std::uint32_t> RingArguments(const EventName* event, const RingBufferData& record) {
+    const std::span all = std::span(record.words).subspan(1);
+    return event != nullptr && event->arguments ? all.first(std::min(*event->arguments, all.size())) : all;
+}
+
+void AppendRingEvent(std::string& text, const Names& names, std::string_view ring,
+                     const RingBufferData& record) {
+    const EventName* event = names.RingEvent(ring, record.words[0]);
+    AppendEvent(text, event, "code ", record.words[0], RingArguments(event, record), true);
+}
+
+} // namespace NimaPost

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "tools/names/Names.h"
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include <Diagnostics/Formats.h>
+
+namespace NimaPost {
+
+/// How much of a record there is.
+enum class RecordState : unsigned char {
+    kWhole,
+    /// Its writer never finished it, or its entries are lost.
+    kTorn,
+    /// Records of the same event were written at the same moment and their values cannot be told apart. All
+    /// the values that followed stand with the last record of the group.
+    kEntangled
+};
+
+/// "whole", "torn", "entangled".
+std::string_view StateName(RecordState state);
+
+/// "tracing", "capturing" and so on for the capture state of a SysTrace block.
+std::string_view CaptureStateName(std::uint32_t state);
+
+/// "levels 0 and 1: every component; level 2: Engine, component 7".
+std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
+
+/// An event of the binary trace as every view tells it: "page_begins: page 1, 79 lines". Without a
+/// dictionary, or where the record is not whole, numbers stand for the words: "event 0x3 0xabc", "page_begins
+/// 0x1  [torn]".
+void AppendTraceEvent(std::string& text, const Names& names, std::uint32_t component, std::uint32_t event,
+                      std::span<const std::uint32_t> values, RecordState state);
+
+/// The same for a record of a ring, whose first word is its code: "event_callback: type 1, ...", or
+/// "code 0x51 0x1 0x2 0x3 0x4".
+void AppendRingEvent(std::string& text, const Names& names, std::string_view ring,
+                     const RingBufferData& record);
+
+/// The words that a ring's record has after its code, as far as its event takes them.
+std::span<const std::uint32_t> RingArguments(const EventName* event, const RingBufferData& record);
+
+} // namespace NimaPost
