@@ -1,12 +1,15 @@
 #include "platform/Files.h"
 
+#include "platform/Pause.h"
 #include "platform/Text.h"
 
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,6 +26,17 @@ int Descriptor(void* file) {
 /// Positions and sizes are 32-bit numbers in this system, whatever a `long` holds.
 std::int32_t Low32(off_t position) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(position));
+}
+
+/// A handle that owns the descriptor. Where there is no memory for it the descriptor is closed.
+template <class File>
+void* HandleOf(int descriptor) {
+    handle_helper* const handle = new (std::nothrow) File(descriptor);
+    if (handle == nullptr) {
+        ::close(descriptor);
+        throw std::bad_alloc();
+    }
+    return handle;
 }
 
 /// Cuts the file at its present position.
@@ -97,8 +111,7 @@ void* _open_file_helper(const wchar_t* path, long access, long mode, long creati
     if (descriptor == kNoDescriptor) {
         return nullptr;
     }
-    handle_helper* file = new file_helper(descriptor);
-    return file;
+    return HandleOf<file_helper>(descriptor);
 }
 
 FILE* _reopen_file_helper(const wchar_t* path, const wchar_t* mode, FILE* stream) {
@@ -169,12 +182,11 @@ void* _create_file_mapping_helper(const wchar_t* path, int flags) {
     if (name.text() == nullptr) {
         return nullptr;
     }
-    const int descriptor = ::open(name.text(), flags | O_CREAT, 0777);
+    const int descriptor = ::open(name.text(), flags | O_CREAT | O_CLOEXEC, 0777);
     if (descriptor == kNoDescriptor) {
         return nullptr;
     }
-    handle_helper* mapping = new mapped_file_helper(descriptor);
-    return mapping;
+    return HandleOf<mapped_file_helper>(descriptor);
 }
 
 void* _map_view_file_helper(void* mapping, long protection, long /*offsetHigh*/, long offset, long length) {
@@ -184,6 +196,25 @@ void* _map_view_file_helper(void* mapping, long protection, long /*offsetHigh*/,
     }
     auto* file = static_cast<mapped_file_helper*>(static_cast<handle_helper*>(mapping));
     return file->Map(protection, offset, length);
+}
+
+FileTurn::FileTurn(void* file) : descriptor_(Descriptor(file)) {
+    constexpr int kPatience = 2000;
+    const Nima::Common::System::OS::Diagnostics::Deadline deadline(kPatience);
+    while (descriptor_ != kNoDescriptor && ::flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
+        const bool isTaken = errno == EWOULDBLOCK || errno == EINTR;
+        if (!isTaken || deadline.HasPassed()) {
+            descriptor_ = kNoDescriptor;
+        } else {
+            Nima::Common::System::OS::Diagnostics::BriefPause();
+        }
+    }
+}
+
+FileTurn::~FileTurn() {
+    if (descriptor_ != kNoDescriptor) {
+        ::flock(descriptor_, LOCK_UN);
+    }
 }
 
 int _unmap_view_of_file_helper(void* /*view*/) {

@@ -80,3 +80,18 @@ void* _map_view_file_helper(void* mapping, long protection, long offsetHigh, lon
 
 /// Does nothing and returns 0: a view lives until its mapping is closed.
 int _unmap_view_of_file_helper(void* view);
+
+/// A process's turn at a file that others have open too, for what must be done once. It is asked for at most
+/// 2 s, since a process may be stopped in its turn, or leave it to a child; and some file systems have no
+/// locks. The caller then goes on without. Threads of one process that share a handle share the turn.
+class FileTurn {
+  public:
+    /// `file` is a file's or a mapping's handle; null for no turn.
+    explicit FileTurn(void* file);
+    FileTurn(const FileTurn&) = delete;
+    FileTurn& operator=(const FileTurn&) = delete;
+    ~FileTurn();
+
+  private:
+    int descriptor_;
+};

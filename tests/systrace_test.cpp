@@ -3,6 +3,7 @@
 
 #include "Diagnostics/RealTime/RealTimeTrace.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
+#include "platform/Files.h"
 #include "tests/support/Sandbox.h"
 
 #include <atomic>
@@ -15,7 +16,10 @@
 #include <numeric>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <Diagnostics/RealTimeTraceApi.h>
@@ -25,12 +29,14 @@ namespace {
 
 // Counts what the hot paths allocate. Not inlined, since the compiler then takes the pairs for mismatched.
 std::atomic<std::size_t> g_Allocations{0};
+std::atomic<bool> g_OutOfMemory{false};
 
 } // namespace
 
 __attribute__((noinline)) void* operator new(std::size_t size) {
     ++g_Allocations;
-    if (void* block = std::malloc(size != 0 ? size : 1)) {
+    void* const block = g_OutOfMemory ? nullptr : std::malloc(size != 0 ? size : 1);
+    if (block != nullptr) {
         return block;
     }
     throw std::bad_alloc();
@@ -488,6 +494,56 @@ TEST_F(SysTrace, AnotherProcessAdoptsTheSegment) {
     EXPECT_EQ(DumpSysTrace(L"dump", 0), 19);
     EXPECT_EQ(WordAt(ReadFile("dump"), 512 + 24), 0x60C00022U);
     EXPECT_NE(ConfigureSysTrace(), nullptr);
+}
+
+// Two processes that start at one moment: what the first traces is there when the second has come.
+TEST_F(SysTrace, TheSegmentIsFormattedOnce) {
+    constexpr int kRounds = 40;
+    constexpr std::uint32_t kRecords = 50;
+    void* const page = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    auto& arrived = *new (page) std::atomic<int>(0);
+    for (int round = 0; round < kRounds; ++round) {
+        ::unlink("SysTrace Buffer");
+        arrived = 0;
+        pid_t children[2];
+        for (pid_t& child : children) {
+            child = ::fork();
+            if (child == 0) {
+                ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
+                ++arrived;
+                while (arrived < 2) {
+                }
+                SysTraceConfigure();
+                for (std::uint32_t i = 0; i < kRecords; ++i) {
+                    RTTrace_1(0x10500001, i);
+                }
+                ::_exit(0);
+            }
+        }
+        for (const pid_t child : children) {
+            ::waitpid(child, nullptr, 0);
+        }
+        const std::string segment = ReadFile("SysTrace Buffer");
+        SysTraceHeader header{};
+        ASSERT_GT(segment.size(), sizeof(header));
+        std::memcpy(&header, segment.data(), sizeof(header));
+        ASSERT_EQ(header.writeIndex + 1, 2 * 3 * kRecords) << "round " << round;
+    }
+    ::munmap(page, 4096);
+}
+
+TEST_F(SysTrace, WithoutMemoryNoDescriptorStaysOpen) {
+    const auto nextDescriptor = [] {
+        const int next = ::open("/dev/null", O_RDONLY);
+        ::close(next);
+        return next;
+    };
+    const int before = nextDescriptor();
+    g_OutOfMemory = true;
+    EXPECT_THROW(_create_file_mapping_helper(L"file", O_RDWR), std::bad_alloc);
+    EXPECT_THROW(_open_file_helper(L"file", 3, 4, O_CREAT, 0), std::bad_alloc);
+    g_OutOfMemory = false;
+    EXPECT_EQ(nextDescriptor(), before);
 }
 
 TEST_F(SysTrace, TheWholeSegmentIsDumpedInBoundedPieces) {

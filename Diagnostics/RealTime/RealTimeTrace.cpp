@@ -2,6 +2,7 @@
 
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
+#include "platform/Files.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -44,6 +45,13 @@ inline void Trace(unsigned long id, Words... arguments) {
     }
 }
 
+/// A buffer over the segment, which it formats if nobody has. Of processes that come at the same moment one
+/// does so: a second formatting would wipe what the first process has traced by then.
+SysTraceBuffer BufferOver(const TraceMemory& memory, bool useHardware) {
+    const FileTurn turn(memory.HandleIfUnformatted());
+    return SysTraceBuffer(memory.buffer(), memory.size(), useHardware);
+}
+
 void ConfigureFromSegment(unsigned char** out) {
     SysTraceBuffer* live = g_RTTrace.load(std::memory_order_acquire);
     if (live == nullptr) {
@@ -54,7 +62,7 @@ void ConfigureFromSegment(unsigned char** out) {
             if (memory == nullptr || memory->buffer() == nullptr) {
                 return;
             }
-            live = new SysTraceBuffer(memory->buffer(), memory->size(), true);
+            live = new SysTraceBuffer(BufferOver(*memory, true));
             g_RTTrace.store(live, std::memory_order_release);
         }
     }
@@ -81,7 +89,7 @@ int WithBuffer(Operation operation) {
         if (memory == nullptr || memory->buffer() == nullptr) {
             return ENOMEM;
         }
-        SysTraceBuffer temporary(memory->buffer(), memory->size(), false);
+        SysTraceBuffer temporary = BufferOver(*memory, false);
         operation(temporary);
         return 0;
     });
