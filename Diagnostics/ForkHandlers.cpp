@@ -1,7 +1,7 @@
 #include "Diagnostics/ForkHandlers.h"
 
-#include "Diagnostics/Devices/ForkedDevice.h"
 #include "Diagnostics/EventLog/EventLogState.h"
+#include "Diagnostics/ForkedDevice.h"
 #include "Diagnostics/RealTime/RealTimeTrace.h"
 #include "Diagnostics/RealTime/RingBufferMgr.h"
 #include "Diagnostics/RealTime/TraceMemory.h"

@@ -1,4 +1,4 @@
-#include "Diagnostics/Devices/ForkedDevice.h"
+#include "Diagnostics/ForkedDevice.h"
 
 #include <new>
 
