@@ -262,8 +262,9 @@ TEST_F(WatchTest, SeesWhatAProcessWritesWhileItRuns) {
     device.Write(3);
     const auto seesAll = [](std::uint64_t used) {
         return [used](const Json& tick) {
-            const auto& rings = tick["rings"]["rings"];
-            return rings.is_array() && !rings.empty() && rings[0]["used"] == used;
+            // A look may come before the rings are there.
+            const Json rings = tick["rings"].value("rings", Json::array());
+            return !rings.empty() && rings[0]["used"] == used;
         };
     };
     const Json first = TickWith(watch, seesAll(3));
