@@ -218,16 +218,14 @@ bool StackWalk::Next(Frame& frame) {
     if (!started_) {
         return false;
     }
-    bool interrupted = unw_is_signal_frame(&cursor_) > 0;
+    const bool toldBefore = unw_is_signal_frame(&cursor_) > 0;
     unw_word_t stack = 0;
     unw_word_t instruction = 0;
     if (unw_step(&cursor_) <= 0 || unw_get_reg(&cursor_, UNW_REG_IP, &instruction) != 0 ||
         unw_get_reg(&cursor_, UNW_REG_SP, &stack) != 0 || instruction == 0) {
         return false;
     }
-    if (kToldAtInterruptedFrame) {
-        interrupted = unw_is_signal_frame(&cursor_) > 0;
-    }
+    const bool interrupted = kToldAtInterruptedFrame ? unw_is_signal_frame(&cursor_) > 0 : toldBefore;
     if (!interrupted && stack < stack_) {
         return false;
     }

@@ -31,12 +31,13 @@ std::int32_t Low32(off_t position) {
 /// A handle that owns the descriptor. Where there is no memory for it the descriptor is closed.
 template <class File>
 void* HandleOf(int descriptor) {
-    handle_helper* const handle = new (std::nothrow) File(descriptor);
-    if (handle == nullptr) {
+    try {
+        handle_helper* const handle = new File(descriptor);
+        return handle;
+    } catch (const std::bad_alloc&) {
         ::close(descriptor);
-        throw std::bad_alloc();
+        throw;
     }
-    return handle;
 }
 
 /// Cuts the file at its present position.
