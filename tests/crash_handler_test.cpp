@@ -384,11 +384,18 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
     });
     EXPECT_TRUE(death.ByAbort()) << death.status << ReadFile("err");
     std::vector<std::string> expected;
+    std::size_t traced = 0;
     for (int file = 1; Exists(death.File(file)); ++file) {
-        EXPECT_EQ(CountOf(ReadFile(death.File(file)), "WriteToNowhere(int volatile*"), 1U)
-            << death.File(file);
+        const std::size_t count = CountOf(ReadFile(death.File(file)), "WriteToNowhere(int volatile*");
+        EXPECT_LE(count, 1U) << death.File(file);
+        traced += count;
         expected.push_back(Notification(directory() + "/" + death.File(file)));
     }
+#ifdef __arm__
+    EXPECT_GE(traced, static_cast<std::size_t>(kThreads)); // a stack ends at the abort there
+#else
+    EXPECT_EQ(traced, expected.size());
+#endif
     EXPECT_GE(expected.size(), static_cast<std::size_t>(kThreads));
     std::vector<std::string> announced = mosk.Received();
     std::sort(announced.begin(), announced.end());
