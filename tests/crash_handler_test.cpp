@@ -170,9 +170,9 @@ void Deny(unsigned call, unsigned answer) {
 } // namespace
 
 /// What reaches the disk: the handler's own call, counted.
-extern "C" int fsync(int descriptor) {
+extern "C" int fsync(int __fd) {
     ++g_Flushes;
-    return static_cast<int>(::syscall(SYS_fsync, descriptor));
+    return static_cast<int>(::syscall(SYS_fsync, __fd));
 }
 
 #ifndef __arm__
@@ -374,6 +374,7 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
     const Death death = DieOf([] {
         std::atomic<int> ready{0};
         std::vector<std::thread> threads;
+        threads.reserve(kThreads);
         for (int t = 0; t < kThreads; ++t) {
             threads.emplace_back([t, &ready] {
                 ++ready;
@@ -463,7 +464,9 @@ TEST_F(CrashHandler, EveryFrameOfADeepRecursionIsWritten) {
     const std::string frames = ReadFile(death.File(1));
     ExpectFrames(frames);
     EXPECT_EQ(CountOf(frames, "FaultDeepDown(int)"), 10001U);
+#ifndef __arm__ // a stack ends at the abort there
     EXPECT_EQ(CountOf(ReadFile(death.File(2)), "FaultDeepDown(int)"), 10001U);
+#endif
 }
 
 TEST_F(CrashHandler, AFullStackIsTraced) {
