@@ -131,14 +131,17 @@ void SmashHeap() {
     std::abort(); // some overruns go unnoticed
 }
 
+std::atomic<void*> g_Freed{nullptr};
+
+__attribute__((noinline)) void FreeWhatWasFreed() {
+    std::free(g_Freed.load());
+}
+
 void FreeTwice() {
-    void* const block = std::malloc(2000);
+    g_Freed = std::malloc(2000);
     void* const keep = std::malloc(2000);
-    // By its number, so that no checker of sources objects.
-    const auto number = reinterpret_cast<std::uintptr_t>(block);
-    volatile std::uintptr_t again = number;
-    std::free(block);
-    std::free(reinterpret_cast<void*>(again));
+    FreeWhatWasFreed();
+    FreeWhatWasFreed();
     std::free(keep);
     std::abort();
 }
