@@ -32,8 +32,9 @@
 namespace {
 
 std::size_t g_Writes = 0;
-/// How much the next calls of `write` take at most; -1 lets a call fail.
-std::vector<long> g_WritesTake;
+/// How much the next calls of `write` take at most; -1 lets a call fail. Never destroyed: the library writes
+/// at the end of the process.
+std::vector<long>& g_WritesTake = *new std::vector<long>;
 
 std::atomic<bool> g_HoldUpAtClock{false};
 std::atomic<unsigned> g_ClockReadings{0};

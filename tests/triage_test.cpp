@@ -28,8 +28,9 @@
 
 namespace {
 
-/// How much of each file has been brought to the medium, by inode.
-std::map<ino_t, off_t> g_Synced;
+/// How much of each file has been brought to the medium, by inode. Never destroyed: the library flushes at
+/// the end of the process.
+std::map<ino_t, off_t>& g_Synced = *new std::map<ino_t, off_t>;
 
 } // namespace
 
