@@ -34,11 +34,11 @@ std::map<ino_t, off_t>& g_Synced = *new std::map<ino_t, off_t>;
 
 } // namespace
 
-extern "C" int fsync(int file) {
+extern "C" int fsync(int fd) {
     struct stat status {};
-    ::fstat(file, &status);
+    ::fstat(fd, &status);
     g_Synced[status.st_ino] = status.st_size;
-    return static_cast<int>(::syscall(SYS_fsync, file));
+    return static_cast<int>(::syscall(SYS_fsync, fd));
 }
 
 namespace Nima::Testing {
