@@ -32,15 +32,16 @@
 namespace {
 
 std::size_t g_Writes = 0;
-/// How much the next calls of `write` take at most; -1 lets a call fail.
-std::vector<long> g_WritesTake;
+/// How much the next calls of `write` take at most; -1 lets a call fail. Never destroyed: the library writes
+/// at the end of the process.
+std::vector<long>& g_WritesTake = *new std::vector<long>;
 
 std::atomic<bool> g_HoldUpAtClock{false};
 std::atomic<unsigned> g_ClockReadings{0};
 
 } // namespace
 
-extern "C" ssize_t write(int file, const void* bytes, std::size_t length) {
+extern "C" ssize_t write(int fd, const void* buf, std::size_t n) {
     ++g_Writes;
     if (!g_WritesTake.empty()) {
         const long take = g_WritesTake.front();
@@ -49,16 +50,16 @@ extern "C" ssize_t write(int file, const void* bytes, std::size_t length) {
             errno = EIO;
             return -1;
         }
-        length = std::min(length, static_cast<std::size_t>(take));
+        n = std::min(n, static_cast<std::size_t>(take));
     }
-    return ::syscall(SYS_write, file, bytes, length);
+    return ::syscall(SYS_write, fd, buf, n);
 }
 
-extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+extern "C" int clock_gettime(clockid_t clock_id, timespec* tp) noexcept {
 #ifdef SYS_clock_gettime64
-    const long result = ::syscall(SYS_clock_gettime64, clock, time);
+    const long result = ::syscall(SYS_clock_gettime64, clock_id, tp);
 #else
-    const long result = ::syscall(SYS_clock_gettime, clock, time);
+    const long result = ::syscall(SYS_clock_gettime, clock_id, tp);
 #endif
     if (g_HoldUpAtClock && ++g_ClockReadings % 200 == 0) {
         ::usleep(100);
@@ -382,6 +383,7 @@ bool WriteFromThreads(ITraceDevice& device) {
     const auto begin = std::chrono::steady_clock::now();
     std::barrier together(kWriters);
     std::vector<std::jthread> threads;
+    threads.reserve(kWriters);
     g_HoldUpAtClock = true;
     for (int t = 0; t < kWriters; ++t) {
         threads.emplace_back([&] {

