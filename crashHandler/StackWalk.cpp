@@ -35,11 +35,12 @@ constexpr bool kToldAtInterruptedFrame = true;
 #endif
 
 /// Whether a page can be read. The system reads the set of signals before it looks at what to do with it,
-/// which is nothing that it knows.
+/// which is nothing that it knows. The first page stands for no set at all, and is never read.
 bool IsReadable(std::uintptr_t page) {
     constexpr int kNoSuchAction = -1;
     constexpr std::size_t kSetSize = 8;
-    return ::syscall(SYS_rt_sigprocmask, kNoSuchAction, page, nullptr, kSetSize) == 0 || errno != EFAULT;
+    return page != 0 &&
+           (::syscall(SYS_rt_sigprocmask, kNoSuchAction, page, nullptr, kSetSize) == 0 || errno != EFAULT);
 }
 
 /// Whether a word can be read. A damaged stack leads anywhere; a page that was good once is good for the rest
