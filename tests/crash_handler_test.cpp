@@ -367,7 +367,7 @@ TEST_F(CrashHandler, TheCoreLimitIsTheSmallerOfWishAndHardLimit) {
 TEST_F(CrashHandler, ThreadsMayCrashTogether) {
     const Mosk mosk;
 #ifdef __arm__
-    constexpr int kThreads = 4; // the emulator is slow to copy itself
+    constexpr int kThreads = 4; // the emulator copies itself slowly
 #else
     constexpr int kThreads = 20;
 #endif
@@ -396,17 +396,14 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
         traced += count;
         expected.push_back(Notification(directory() + "/" + death.File(file)));
     }
-    EXPECT_GE(traced, 1U);
+    EXPECT_GE(traced, static_cast<std::size_t>(kThreads));
 #ifndef __arm__ // a stack ends at the abort there
     EXPECT_EQ(traced, expected.size());
 #endif
-    EXPECT_GE(expected.size(), static_cast<std::size_t>(kThreads));
     std::vector<std::string> announced = mosk.Received();
     std::sort(announced.begin(), announced.end());
     std::sort(expected.begin(), expected.end());
-#ifndef __arm__
     EXPECT_EQ(announced, expected);
-#endif
 }
 
 TEST_F(CrashHandler, AnAddressThatIsNoCodeIsTracedToItsCaller) {
