@@ -1,5 +1,6 @@
 #include "platform/Files.h"
 
+#include "platform/Pause.h"
 #include "platform/Text.h"
 
 #include <cerrno>
@@ -74,6 +75,39 @@ void* mapped_file_helper::Map(long protection, long offset, long length) {
     }
     length_ = static_cast<int>(length);
     return address;
+}
+
+namespace {
+
+bool SetRecordLock(int descriptor, short type) {
+    struct flock whole {};
+    whole.l_type = type;
+    whole.l_whence = SEEK_SET;
+    return ::fcntl(descriptor, F_SETLK, &whole) == 0;
+}
+
+bool LockWithin(int descriptor, int milliseconds) {
+    using Nima::Common::System::OS::Diagnostics::BriefPause;
+    const Nima::Common::System::OS::Diagnostics::Deadline deadline(milliseconds);
+    while (!SetRecordLock(descriptor, F_WRLCK)) {
+        const bool isTaken = errno == EAGAIN || errno == EACCES || errno == EINTR;
+        if (!isTaken || deadline.HasPassed()) {
+            return false;
+        }
+        BriefPause();
+    }
+    return true;
+}
+
+} // namespace
+
+ProcessLock::ProcessLock(void* file, int milliseconds)
+    : descriptor_(Descriptor(file)), held_(LockWithin(descriptor_, milliseconds)) {}
+
+ProcessLock::~ProcessLock() {
+    if (held_) {
+        SetRecordLock(descriptor_, F_UNLCK);
+    }
 }
 
 int _get_access(int access) {

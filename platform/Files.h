@@ -33,6 +33,24 @@ class mapped_file_helper final : public file_helper {
     int length_ = 0;
 };
 
+/// Keeps other processes from what is to be done once with a file, as far as they ask too: holds the file's
+/// record lock until the end of its scope. That lock belongs to the process and goes with it, whatever
+/// children share its descriptors; threads of one process need a lock of their own beside it.
+///
+/// Waits for `milliseconds` at most, since the holder may be stopped. Whoever does not get it, also because
+/// the file system has no locks, goes on without.
+class ProcessLock {
+  public:
+    ProcessLock(void* file, int milliseconds);
+    ProcessLock(const ProcessLock&) = delete;
+    ProcessLock& operator=(const ProcessLock&) = delete;
+    ~ProcessLock();
+
+  private:
+    int descriptor_;
+    bool held_;
+};
+
 /// Bit 0 of a Win32 access mask is read, bit 1 write: O_RDWR, O_RDONLY (also for neither) or O_WRONLY.
 int _get_access(int access);
 

@@ -3,19 +3,26 @@
 
 #include "Diagnostics/RealTime/RealTimeTrace.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
+#include "platform/Files.h"
 #include "tests/support/Sandbox.h"
 
 #include <atomic>
 #include <barrier>
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <new>
 #include <numeric>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <Diagnostics/RealTimeTraceApi.h>
@@ -533,6 +540,90 @@ TEST_F(SysTrace, AKilledProcessLeavesItsRecords) {
         ASSERT_EQ(WordAt(dump, 512 + i * 24), 0x02400001U);
         ASSERT_EQ(WordAt(dump, 512 + i * 24 + 12), i);
     }
+}
+
+namespace {
+
+/// A word that forked processes share.
+class SharedCount {
+  public:
+    SharedCount()
+        : count_(static_cast<std::atomic<int>*>(
+              ::mmap(nullptr, sizeof(*count_), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
+    SharedCount(const SharedCount&) = delete;
+    SharedCount& operator=(const SharedCount&) = delete;
+    ~SharedCount() { ::munmap(count_, sizeof(*count_)); }
+    std::atomic<int>& operator*() const { return *count_; }
+
+  private:
+    std::atomic<int>* count_;
+};
+
+} // namespace
+
+// Processes that start at once on a block that nobody has formatted: one formats it, and what the first has
+// traced by then stays.
+TEST_F(SysTrace, OfProcessesThatStartAtOnceOneFormats) {
+    constexpr int kProcesses = 3;
+    constexpr int kRecords = 50;
+    const SharedCount waiting;
+    for (int round = 0; round < 30; ++round) {
+        *waiting = kProcesses;
+        std::vector<pid_t> processes;
+        for (int p = 0; p < kProcesses; ++p) {
+            const pid_t process = ::fork();
+            if (process == 0) {
+                ::freopen("out", "a", stdout);
+                --*waiting;
+                while (*waiting > 0) {
+                    std::this_thread::yield();
+                }
+                SysTraceConfigure();
+                for (int i = 0; i < kRecords; ++i) {
+                    RTTrace(SYSTRACE_ID(9, 0, 1));
+                }
+                std::fflush(stdout);
+                ::_exit(0);
+            }
+            processes.push_back(process);
+        }
+        for (const pid_t process : processes) {
+            int status = -1;
+            ::waitpid(process, &status, 0);
+            ASSERT_EQ(status, 0);
+        }
+        std::uint32_t head[3] = {}; // of a large file
+        std::ifstream("SysTrace Buffer", std::ios::binary).read(reinterpret_cast<char*>(head), sizeof(head));
+        ASSERT_EQ(head[2], 2U * kProcesses * kRecords - 1) << "round " << round;
+        ASSERT_EQ(CountOf(ReadFile("out"), "not setup...setting up"), 1U) << "round " << round;
+        ::unlink("SysTrace Buffer");
+        ::unlink("out");
+    }
+}
+
+// The one that is about to format may have been stopped.
+TEST_F(SysTrace, AProcessThatDoesNotGetOnHoldsNobodyUp) {
+    const SharedCount locked;
+    const pid_t holder = ::fork();
+    if (holder == 0) {
+        void* const file = _create_file_mapping_helper(L"SysTrace Buffer", O_RDWR);
+        const ProcessLock lock(file, 0);
+        ++*locked;
+        ::pause();
+    }
+    while (*locked == 0) {
+        ::usleep(1000);
+    }
+    InGoodChild([] {
+        ::alarm(20);
+        ::freopen("/dev/null", "w", stdout);
+        ASSERT_EQ(ClearSysTrace(), 0);
+        ASSERT_EQ(SysTraceConfigure(), 1);
+        RTTrace(SYSTRACE_ID(9, 0, 1));
+    });
+    ::kill(holder, SIGKILL);
+    ::waitpid(holder, nullptr, 0);
+    EXPECT_EQ(WordAt(ReadFile("SysTrace Buffer"), 8), 1U);
 }
 
 TEST_F(SysTrace, WithoutASegmentTheCallsSayTwelve) {

@@ -2,11 +2,13 @@
 
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
+#include "platform/Files.h"
 
 #include <cerrno>
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace Nima::Common::System::OS::Diagnostics {
 
@@ -44,6 +46,17 @@ inline void Trace(unsigned long id, Words... arguments) {
     }
 }
 
+/// A buffer over the segment. Of all processes and threads that come at once, one formats it; the caller
+/// holds `g_SysTraceLock`. A formatted segment costs no lock.
+SysTraceBuffer BufferOverSegment(const TraceMemory& memory, bool useHardware) {
+    constexpr int kPatience = 2000;
+    std::optional<ProcessLock> lock;
+    if (!SysTraceBuffer::IsFormatted(memory.buffer())) {
+        lock.emplace(memory.handle(), kPatience);
+    }
+    return SysTraceBuffer(memory.buffer(), memory.size(), useHardware);
+}
+
 void ConfigureFromSegment(unsigned char** out) {
     SysTraceBuffer* live = g_RTTrace.load(std::memory_order_acquire);
     if (live == nullptr) {
@@ -54,7 +67,7 @@ void ConfigureFromSegment(unsigned char** out) {
             if (memory == nullptr || memory->buffer() == nullptr) {
                 return;
             }
-            live = new SysTraceBuffer(memory->buffer(), memory->size(), true);
+            live = new SysTraceBuffer(BufferOverSegment(*memory, true));
             g_RTTrace.store(live, std::memory_order_release);
         }
     }
@@ -81,7 +94,10 @@ int WithBuffer(Operation operation) {
         if (memory == nullptr || memory->buffer() == nullptr) {
             return ENOMEM;
         }
-        SysTraceBuffer temporary(memory->buffer(), memory->size(), false);
+        SysTraceBuffer temporary = [memory] {
+            const std::lock_guard guard(g_SysTraceLock);
+            return BufferOverSegment(*memory, false);
+        }();
         operation(temporary);
         return 0;
     });

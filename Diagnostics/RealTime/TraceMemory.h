@@ -26,6 +26,8 @@ class TraceMemory {
 
     unsigned char* buffer() const { return buffer_; }
     std::int32_t size() const { return size_; }
+    /// The segment's mapping.
+    void* handle() const { return handle_; }
 
   private:
     TraceMemory() = default;

@@ -9,7 +9,8 @@
 ///     DumpSysTrace(L"SysTrace.bin", 2);
 ///
 /// Until a buffer is configured every `RTTrace` is a no-op. A freshly formatted block lets levels 0 and 1 of
-/// every component through. Every process that maps the same block shares its filter and state.
+/// every component through. Every process that maps the same block shares its filter and state. Of processes
+/// that start at once on an unformatted segment one formats it; the others wait for that, at most 2 seconds.
 ///
 /// All functions may be called from any thread unless they say otherwise. `RTTrace` to `RTTrace_5`,
 /// `ReadQPC32` and `ReadTSC32` take no lock and allocate nothing; they may be called from a signal handler.
