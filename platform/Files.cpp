@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
+#include <memory>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -33,6 +34,11 @@ bool TruncateAtPosition(int descriptor) {
 }
 
 } // namespace
+
+bool file_helper::Open(const char* path, int flags, mode_t mode) {
+    descriptor_ = ::open(path, flags, mode);
+    return descriptor_ != kNoDescriptor;
+}
 
 int file_helper::wait(int /*timeout*/) {
     return 0;
@@ -78,6 +84,20 @@ void* mapped_file_helper::Map(long protection, long offset, long length) {
 }
 
 namespace {
+
+/// The object comes first: where there is no memory for it, no file has been touched and none is left open.
+template <class Helper>
+void* OpenAs(const char* path, int flags, mode_t mode) {
+    auto file = std::make_unique<Helper>();
+    if (!file->Open(path, flags, mode)) {
+        const int error = errno;
+        file.reset();
+        errno = error;
+        return nullptr;
+    }
+    handle_helper* const handle = file.release();
+    return handle;
+}
 
 bool SetRecordLock(int descriptor, short type) {
     struct flock whole {};
@@ -127,12 +147,7 @@ void* _open_file_helper(const wchar_t* path, long access, long mode, long creati
         return nullptr;
     }
     const int openFlags = static_cast<int>(creation | flags) | _get_access(static_cast<int>(access));
-    const int descriptor = ::open(name.text(), openFlags, static_cast<mode_t>(mode | 0770));
-    if (descriptor == kNoDescriptor) {
-        return nullptr;
-    }
-    handle_helper* file = new file_helper(descriptor);
-    return file;
+    return OpenAs<file_helper>(name.text(), openFlags, static_cast<mode_t>(mode | 0770));
 }
 
 FILE* _reopen_file_helper(const wchar_t* path, const wchar_t* mode, FILE* stream) {
@@ -203,12 +218,7 @@ void* _create_file_mapping_helper(const wchar_t* path, int flags) {
     if (name.text() == nullptr) {
         return nullptr;
     }
-    const int descriptor = ::open(name.text(), flags | O_CREAT, 0777);
-    if (descriptor == kNoDescriptor) {
-        return nullptr;
-    }
-    handle_helper* mapping = new mapped_file_helper(descriptor);
-    return mapping;
+    return OpenAs<mapped_file_helper>(name.text(), flags | O_CREAT, 0777);
 }
 
 void* _map_view_file_helper(void* mapping, long protection, long /*offsetHigh*/, long offset, long length) {

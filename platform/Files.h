@@ -7,22 +7,25 @@
 
 #include <cstdio>
 
+#include <sys/types.h>
+
 class file_helper : public handle_helper {
   public:
-    explicit file_helper(int descriptor) : descriptor_(descriptor) {}
+    /// `open`. False on failure, with `errno` set.
+    bool Open(const char* path, int flags, mode_t mode);
     int wait(int timeout) override;
     int close() override;
     int descriptor() const { return descriptor_; }
 
   private:
-    int descriptor_;
+    int descriptor_ = -1;
 };
 
 /// A file with at most one view. Closing it unmaps the view first; where none was ever mapped that is one
 /// failing unmap of length 0 at the all-ones address, which does no harm.
 class mapped_file_helper final : public file_helper {
   public:
-    explicit mapped_file_helper(int descriptor) : file_helper(descriptor), view_(InvalidHandle()) {}
+    mapped_file_helper() : view_(InvalidHandle()) {}
     int close() override;
     void* Map(long protection, long offset, long length);
 
