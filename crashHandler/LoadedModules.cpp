@@ -35,7 +35,7 @@ void Skip(char*& text, char c) {
 }
 
 bool IsElf(std::uintptr_t address) {
-    return std::memcmp(reinterpret_cast<const void*>(address), ELFMAG, SELFMAG) == 0;
+    return address != 0 && std::memcmp(reinterpret_cast<const void*>(address), ELFMAG, SELFMAG) == 0;
 }
 
 /// What is added to the file's addresses: the first loadable segment's place less the one it was linked for.

@@ -218,7 +218,7 @@ bool StackWalk::Next(Frame& frame) {
     if (!started_) {
         return false;
     }
-    bool interrupted = unw_is_signal_frame(&cursor_) > 0;
+    bool interrupted = !kToldAtInterruptedFrame && unw_is_signal_frame(&cursor_) > 0;
     unw_word_t stack = 0;
     unw_word_t instruction = 0;
     if (unw_step(&cursor_) <= 0 || unw_get_reg(&cursor_, UNW_REG_IP, &instruction) != 0 ||
@@ -231,7 +231,7 @@ bool StackWalk::Next(Frame& frame) {
     if (!interrupted && stack < stack_) {
         return false;
     }
-    stack_ = stack;
+    stack_ = interrupted ? 0 : stack; // on ARM it is that of the signal's frame still
     frame.instruction = instruction;
     frame.within = interrupted ? instruction : CodeAddress(instruction) - 1;
     return true;

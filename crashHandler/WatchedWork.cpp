@@ -22,8 +22,8 @@ namespace CrashHandling {
 namespace {
 
 constexpr std::size_t kPage = 4096;
-constexpr std::size_t kStackSize = 256 * 1024;
-constexpr std::size_t kRoomInPlace = 48 * 1024;
+constexpr std::size_t kStackSize = std::size_t{256} * 1024;
+constexpr std::size_t kRoomInPlace = std::size_t{48} * 1024;
 
 constexpr long long kMostSilence = 400;
 constexpr long long kMostTime = 3000;

@@ -49,9 +49,9 @@ constexpr long long kPatience = 500;
 constexpr long long kPatienceAfterFailure = 100;
 constexpr long long kForEver = -1;
 
-constexpr std::size_t kAlternateStackSize = 128 * 1024;
+constexpr std::size_t kAlternateStackSize = std::size_t{128} * 1024;
 /// What another signal takes of an alternate stack besides the system's own frame.
-constexpr std::size_t kEntryRoom = 5 * 1024;
+constexpr std::size_t kEntryRoom = std::size_t{5} * 1024;
 
 /// Where `signalHandler` returns to in our own function that calls it, which would say nothing among the
 /// frames.

@@ -33,6 +33,40 @@ bool TruncateAtPosition(int descriptor) {
     return position != -1 && ::ftruncate(descriptor, Low32(position)) == 0;
 }
 
+/// The object comes first: where there is no memory for it, no file has been touched and none is left open.
+template <class Helper>
+void* OpenAs(const char* path, int flags, mode_t mode) {
+    auto file = std::make_unique<Helper>();
+    if (!file->Open(path, flags, mode)) {
+        const int error = errno;
+        file.reset();
+        errno = error;
+        return nullptr;
+    }
+    handle_helper* const handle = file.release();
+    return handle;
+}
+
+bool SetRecordLock(int descriptor, short type) {
+    struct flock whole {};
+    whole.l_type = type;
+    whole.l_whence = SEEK_SET;
+    return ::fcntl(descriptor, F_SETLK, &whole) == 0;
+}
+
+bool LockWithin(int descriptor, int milliseconds) {
+    using Nima::Common::System::OS::Diagnostics::BriefPause;
+    const Nima::Common::System::OS::Diagnostics::Deadline deadline(milliseconds);
+    while (!SetRecordLock(descriptor, F_WRLCK)) {
+        const bool isTaken = errno == EAGAIN || errno == EACCES || errno == EINTR;
+        if (!isTaken || deadline.HasPassed()) {
+            return false;
+        }
+        BriefPause();
+    }
+    return true;
+}
+
 } // namespace
 
 bool file_helper::Open(const char* path, int flags, mode_t mode) {
@@ -82,44 +116,6 @@ void* mapped_file_helper::Map(long protection, long offset, long length) {
     length_ = static_cast<int>(length);
     return address;
 }
-
-namespace {
-
-/// The object comes first: where there is no memory for it, no file has been touched and none is left open.
-template <class Helper>
-void* OpenAs(const char* path, int flags, mode_t mode) {
-    auto file = std::make_unique<Helper>();
-    if (!file->Open(path, flags, mode)) {
-        const int error = errno;
-        file.reset();
-        errno = error;
-        return nullptr;
-    }
-    handle_helper* const handle = file.release();
-    return handle;
-}
-
-bool SetRecordLock(int descriptor, short type) {
-    struct flock whole {};
-    whole.l_type = type;
-    whole.l_whence = SEEK_SET;
-    return ::fcntl(descriptor, F_SETLK, &whole) == 0;
-}
-
-bool LockWithin(int descriptor, int milliseconds) {
-    using Nima::Common::System::OS::Diagnostics::BriefPause;
-    const Nima::Common::System::OS::Diagnostics::Deadline deadline(milliseconds);
-    while (!SetRecordLock(descriptor, F_WRLCK)) {
-        const bool isTaken = errno == EAGAIN || errno == EACCES || errno == EINTR;
-        if (!isTaken || deadline.HasPassed()) {
-            return false;
-        }
-        BriefPause();
-    }
-    return true;
-}
-
-} // namespace
 
 ProcessLock::ProcessLock(void* file, int milliseconds)
     : descriptor_(Descriptor(file)), held_(LockWithin(descriptor_, milliseconds)) {}
@@ -218,7 +214,7 @@ void* _create_file_mapping_helper(const wchar_t* path, int flags) {
     if (name.text() == nullptr) {
         return nullptr;
     }
-    return OpenAs<mapped_file_helper>(name.text(), flags | O_CREAT, 0777);
+    return OpenAs<mapped_file_helper>(name.text(), flags | O_CREAT | O_CLOEXEC, 0777);
 }
 
 void* _map_view_file_helper(void* mapping, long protection, long /*offsetHigh*/, long offset, long length) {

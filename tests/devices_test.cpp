@@ -7,11 +7,16 @@
 #include "tests/support/Sandbox.h"
 
 #include <algorithm>
+#include <atomic>
+#include <barrier>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <clocale>
 #include <cstdarg>
 #include <cstdio>
+#include <ctime>
+#include <map>
 #include <regex>
 #include <thread>
 
@@ -30,6 +35,9 @@ std::size_t g_Writes = 0;
 /// How much the next calls of `write` take at most; -1 lets a call fail.
 std::vector<long> g_WritesTake;
 
+std::atomic<bool> g_HoldUpAtClock{false};
+std::atomic<unsigned> g_ClockReadings{0};
+
 } // namespace
 
 extern "C" ssize_t write(int file, const void* bytes, std::size_t length) {
@@ -44,6 +52,18 @@ extern "C" ssize_t write(int file, const void* bytes, std::size_t length) {
         length = std::min(length, static_cast<std::size_t>(take));
     }
     return ::syscall(SYS_write, file, bytes, length);
+}
+
+extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept {
+#ifdef SYS_clock_gettime64
+    const long result = ::syscall(SYS_clock_gettime64, clock, time);
+#else
+    const long result = ::syscall(SYS_clock_gettime, clock, time);
+#endif
+    if (g_HoldUpAtClock && ++g_ClockReadings % 200 == 0) {
+        ::usleep(100);
+    }
+    return static_cast<int>(result);
 }
 
 namespace Nima::Testing {
@@ -348,6 +368,76 @@ TEST_F(Devices, ALogNamedByItsPropertyRollsIntoOneBackup) {
     const std::string header = Header() + kCalibration;
     ExpectMatch(ReadFile("log.1"), header + "c{1500}\r\nd{1500}\r\n");
     ExpectMatch(ReadFile("log"), header + "e{1500}\r\n");
+}
+
+namespace {
+
+constexpr int kWriters = 4;
+constexpr int kLinesOfWriter = 500;
+
+/// Each thread writes texts that name it and count, and some are held up where they read the clock. Returns
+/// whether it took so little time that the fall of the counter when a second begins is not taken for one that
+/// was read too early.
+bool WriteFromThreads(ITraceDevice& device) {
+    const auto begin = std::chrono::steady_clock::now();
+    std::barrier together(kWriters);
+    std::vector<std::jthread> threads;
+    g_HoldUpAtClock = true;
+    for (int t = 0; t < kWriters; ++t) {
+        threads.emplace_back([&] {
+            const std::string part = ThreadPart();
+            together.arrive_and_wait();
+            for (int i = 0; i < kLinesOfWriter; ++i) {
+                Write(device, part + std::to_string(i) + "\n");
+            }
+        });
+    }
+    threads.clear();
+    g_HoldUpAtClock = false;
+    return std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(400);
+}
+
+void ExpectWholeLinesInOrder(const std::string& text) {
+    const std::size_t part = ThreadPart().size();
+    std::map<std::string, int> next;
+    long long last = 0;
+    for (const std::string& line : Lines(text)) {
+        const std::size_t header = line.find(' ') + 1;
+        const long long counter = std::atoll(line.c_str());
+        ASSERT_TRUE(last == 0 || counter >= last || counter < last - 500'000'000) << last << "\n" << line;
+        last = counter;
+        if (line.find("<CAL>") == std::string::npos) {
+            const std::string thread = line.substr(header, part);
+            ASSERT_EQ(line.substr(header), thread + thread + std::to_string(next[thread]++));
+        }
+    }
+    ASSERT_EQ(next.size(), std::size_t{kWriters});
+    for (const auto& [thread, count] : next) {
+        EXPECT_EQ(count, kLinesOfWriter) << thread;
+    }
+}
+
+} // namespace
+
+TEST_F(Devices, LinesOfSeveralThreadsStayWholeAndInTheOrderOfTheirCounters) {
+    bool quick = false;
+    while (!quick) {
+        ::unlink("log");
+        CRollingLogFile log;
+        _TraceConfig config = LogConfig(L"log", 1 << 24, 0, true);
+        log.Init(&config);
+        quick = WriteFromThreads(log);
+    }
+    ExpectWholeLinesInOrder(ReadFile("log"));
+
+    auto* const console = new CConsole;
+    console->AddRef();
+    std::string output;
+    do {
+        output = CapturedOutput([&] { quick = WriteFromThreads(*console); });
+    } while (!quick);
+    ExpectWholeLinesInOrder(output);
+    console->Release();
 }
 
 TEST_F(Devices, AFailedOpenLeavesItsOwnErrorNumber) {

@@ -546,7 +546,7 @@ namespace {
 
 std::string EventRecordBytes(const std::string& user) {
     VantorCallbackStruct head{};
-    head.totalSize = sizeof(VantorCallbackStruct) + 2 * VANTOR_ENTRY_SIZE;
+    head.totalSize = sizeof(VantorCallbackStruct) + std::size_t{2} * VANTOR_ENTRY_SIZE;
     head.version = VANTOR_RECORD_VERSION;
     head.eventType = 6;
     head.eventId = 2;
@@ -665,7 +665,8 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
 }
 
 /// Stands for a medium that fails: beyond its first bytes nothing can be read of a file called "failing".
-extern "C" ssize_t pread64(int file, void* bytes, size_t count, off64_t offset) {
+extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offset) __asm__("pread64");
+extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offset) {
     constexpr off64_t kReadable = 100;
     std::array<char, 256> name{};
     const std::string link = "/proc/self/fd/" + std::to_string(file);

@@ -561,14 +561,17 @@ class SharedCount {
 
 } // namespace
 
-// Processes that start at once on a block that nobody has formatted: one formats it, and what the first has
-// traced by then stays.
+// Processes that start at once on a block that nobody has formatted, in every other round children of one
+// that has mapped it: one formats it, and what the first has traced by then stays.
 TEST_F(SysTrace, OfProcessesThatStartAtOnceOneFormats) {
     constexpr int kProcesses = 3;
     constexpr int kRecords = 50;
     const SharedCount waiting;
     for (int round = 0; round < 30; ++round) {
         *waiting = kProcesses;
+        if (round % 2 == 1) {
+            ConfigureSysTrace();
+        }
         std::vector<pid_t> processes;
         for (int p = 0; p < kProcesses; ++p) {
             const pid_t process = ::fork();
@@ -596,6 +599,7 @@ TEST_F(SysTrace, OfProcessesThatStartAtOnceOneFormats) {
         std::ifstream("SysTrace Buffer", std::ios::binary).read(reinterpret_cast<char*>(head), sizeof(head));
         ASSERT_EQ(head[2], 2U * kProcesses * kRecords - 1) << "round " << round;
         ASSERT_EQ(CountOf(ReadFile("out"), "not setup...setting up"), 1U) << "round " << round;
+        ReleaseSysTrace();
         ::unlink("SysTrace Buffer");
         ::unlink("out");
     }

@@ -11,10 +11,13 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <map>
 #include <regex>
 #include <thread>
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <Diagnostics/RealTimeTraceApi.h>
@@ -22,6 +25,20 @@
 #include <Diagnostics/TraceApi.h>
 #include <Diagnostics/TraceServices.h>
 #include <Diagnostics/TriageCallback.h>
+
+namespace {
+
+/// How much of each file has been brought to the medium, by inode.
+std::map<ino_t, off_t> g_Synced;
+
+} // namespace
+
+extern "C" int fsync(int file) {
+    struct stat status {};
+    ::fstat(file, &status);
+    g_Synced[status.st_ino] = status.st_size;
+    return static_cast<int>(::syscall(SYS_fsync, file));
+}
 
 namespace Nima::Testing {
 
@@ -352,6 +369,9 @@ TEST_F(Triage, AHostsOwnSectionsAreWritten) {
         log.substr(log.find("\r\n\r\n") + 4),
         "my own failure\r\nLoaded Modules\r\n\r\n\r\nCall Stacks\r\nmy rings\r\n\r\nAll Done!!\r\nthe end");
     EXPECT_EQ(log.substr(0, 17), "Crash Date/Time: ");
+    struct stat status {};
+    ASSERT_EQ(::stat("crash.txt", &status), 0);
+    EXPECT_EQ(g_Synced[status.st_ino], status.st_size) << "all of it has reached the medium";
     WriteFile("crash.txt", "previous");
     EXPECT_EQ(CaptureTriageData(L"crash.txt", 2, &callback, nullptr), 1);
     EXPECT_EQ(ReadFile("crash.txt.1"), "previous");

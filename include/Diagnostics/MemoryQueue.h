@@ -20,7 +20,8 @@ class GatheredWrites;
 class NIMA_DIAGNOSTICS_API CMemoryQueue final : public CBaseTraceDevice {
   public:
     CMemoryQueue();
-    /// Frees what is queued. No other thread may be using the device.
+    /// Frees what is queued without writing it, also with mode bit 1: so does the last release. Flush or
+    /// close the device before. No other thread may be using it.
     ~CMemoryQueue() override;
 
     /// Closes the device (see `Close`), then takes the settings of a record of type 3; any other record, or

@@ -12,6 +12,9 @@
 /// every component through. Every process that maps the same block shares its filter and state. Of processes
 /// that start at once on an unformatted segment one formats it; the others wait for that, at most 2 seconds.
 ///
+/// The file is created as the umask leaves 0777, opened through a symbolic link as well, and brought to its
+/// size whatever it was before: the working directory must belong to the device's user.
+///
 /// All functions may be called from any thread unless they say otherwise. `RTTrace` to `RTTrace_5`,
 /// `ReadQPC32` and `ReadTSC32` take no lock and allocate nothing; they may be called from a signal handler.
 /// The others may not. Ids, arguments and results are 32-bit values, whatever the size of a `long`.

@@ -9,7 +9,9 @@
 ///
 /// The first look-up or dump builds the rings; each process that does so starts every ring at slot 0 over
 /// what earlier ones left. Where no segment can be had the rings live in private memory. Handles stay valid
-/// to the end of the process. 22 is EINVAL. Any thread may call anything here; the two writers may be called
+/// to the end of the process. The segment's file is created as the umask leaves 0777, opened through a
+/// symbolic link as well, and brought to its size whatever it was before: the working directory must belong
+/// to the device's user. 22 is EINVAL. Any thread may call anything here; the two writers may be called
 /// from a signal handler.
 
 #include <Diagnostics/Export.h>

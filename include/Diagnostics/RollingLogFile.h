@@ -21,6 +21,10 @@ namespace Nima::Common::System::OS::Diagnostics {
 /// While it is empty a log with 0 backups is overwritten from its start when it is full. With backups
 /// configured it then reports on every line that it failed to roll and writes each at the file's start, so
 /// that only the newest survives: set the name, or configure 0 backups.
+///
+/// The maximum is kept as a signed 32-bit number: with 0, or from 2^31 on, the log is full at every line, and
+/// rolls or goes on at its start each time. A path belongs to one process: a second one that logs to it
+/// keeps a position of its own, and each overwrites the other's lines.
 class NIMA_DIAGNOSTICS_API CRollingLogFile : public CBaseTraceDevice {
   public:
     CRollingLogFile();

@@ -22,7 +22,8 @@
 NIMA_EXTERN_C_BEGIN
 
 /// Creates the device that `config` describes and registers it under its name, or, where the name is taken,
-/// gives the registered device the new settings (its class stays; whether they took is not reported).
+/// opens the registered device anew with the new settings. Its class stays, whatever type they ask for;
+/// settings of another type are not taken. Neither is reported.
 /// When a new device has been registered, every tracer binds itself anew to the device "LogFile".
 ///
 /// Returns 0 and in `*device` a handle with one reference of the caller's; 22 (EINVAL), with nothing
@@ -36,7 +37,8 @@ NIMA_DIAGNOSTICS_API int TraceDeviceCreate(_TraceConfig* config, TRACE_DEVICE_HA
 NIMA_DIAGNOSTICS_API int TraceDeviceFind(const wchar_t* name, TRACE_DEVICE_HANDLE* device);
 
 /// Gives a handle's reference back. Returns how many remain; when only the registry's own would, the device
-/// is removed and destroyed and the result is 0. 22 (EINVAL) for a null handle.
+/// is removed and destroyed and the result is 0. What a memory queue still holds is then lost, also with mode
+/// bit 1; a log file writes out its buffer. 22 (EINVAL) for a null handle.
 NIMA_DIAGNOSTICS_API int TraceDeviceRelease(TRACE_DEVICE_HANDLE device);
 
 /// Flushes every registered device in the order of their names; `final` is handed on, and makes a log file
@@ -108,7 +110,8 @@ NIMA_DIAGNOSTICS_API int CreateUUID(void* buffer, int size);
 NIMA_DIAGNOSTICS_API bool RedirectStdio(const wchar_t* standardOutput, const wchar_t* standardError);
 
 /// Prints a message of at most 1023 characters straight to standard output, bypassing every device, unless
-/// the effective level is above 70000. A percent sign in it has to be doubled. Null is ignored.
+/// the effective level is above 70000. A percent sign in it has to be doubled. Null is ignored. Lost, like
+/// everything the library prints, once the host has printed to standard output with `wprintf`.
 NIMA_DIAGNOSTICS_API void WriteCriticalDbgMsg(const wchar_t* message);
 
 NIMA_EXTERN_C_END

@@ -15,12 +15,15 @@ class NIMA_DIAGNOSTICS_API TraceServices {
     /// The default log becomes a rolling log file of at most `maxFileSize` bytes, give or take a buffer
     /// and a line. With a `maxRollCount` of 0 a full file is overwritten from its start; with more it is kept
     /// as a backup, provided that the device has been told its name (`CRollingLogFile::SetFileName`).
-    /// Without `append` an existing file is treated as full. A null file name counts as empty. If there is a
-    /// default log already it takes the new settings, and one more reference is held on it: it then outlives
-    /// a `ReleaseDefaultLog`. Returns 0 or an error number, as `TraceDeviceCreate`.
+    /// Without `append` an existing file is treated as full. With a `maxFileSize` of 0, or from 2^31 on,
+    /// every line finds the file full. A null file name counts as empty. Two processes on one path overwrite
+    /// each other's lines. If there is a default log already it takes the new settings and keeps its class,
+    /// and one more reference is held on it: it then outlives a `ReleaseDefaultLog`. Returns 0 or an error
+    /// number, as `TraceDeviceCreate`.
     static int ConfigureDefaultLog(const wchar_t* fileName, unsigned int maxFileSize,
                                    unsigned int maxRollCount, bool append);
-    /// The default log becomes the console. A default log that exists keeps its class.
+    /// The default log becomes the console. A default log that exists keeps its class. Lines are lost, and
+    /// nothing says so, once the host has printed to standard output with `wprintf`.
     static int ConfigureDefaultLog();
     /// Gives the held reference back. Returns how many references to the device remain (0: it is gone; each
     /// bound tracer holds one); 22 (EINVAL) if none is held.

@@ -45,7 +45,7 @@ typedef struct _TraceConfig {
     const wchar_t* name; ///< the device's name in the registry, never null
     union {
         struct {
-            uint32_t maxFileSize;    ///< bytes; kept as a signed 32-bit number
+            uint32_t maxFileSize;    ///< bytes; with 0, or from 2^31 on, every line finds the log full
             uint32_t maxRollCount;   ///< number of backups; 0 rewinds the file instead of rolling it
             const wchar_t* fileName; ///< the log's path
             bool append;             ///< true goes on behind an existing file, false rolls it first

@@ -25,7 +25,10 @@ write_compile_commands() {
             }
             next
         }
-        /^  "command":/ { gsub(/ -f(no-)?(analyzer|gnu-unique|var-tracking[a-z-]*|concepts-diagnostics-depth=[0-9]+)/, "") }
+        /^  "command":/ { 
+            gsub(/ -f(no-)?(analyzer|gnu-unique|var-tracking[a-z-]*|concepts-diagnostics-depth=[0-9]+)/, "")
+            gsub(/ -fno-reorder-blocks-and-partition/, "")
+        }
         /^  "file":/ {
             file = $0
             sub(/^  "file": "/, "", file)

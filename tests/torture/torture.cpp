@@ -134,8 +134,9 @@ void SmashHeap() {
 void FreeTwice() {
     void* volatile block = std::malloc(2000);
     void* const keep = std::malloc(2000);
-    std::free(block);
-    std::free(block);
+    void (*volatile release)(void*) = std::free;
+    release(block);
+    release(block);
     std::free(keep);
     std::abort();
 }
@@ -201,6 +202,7 @@ void FaultWithoutStandardDescriptors() {
 
 void FaultInFourThreads() {
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
             while (!g_Go) {
@@ -291,7 +293,7 @@ class NotificationPort {
     }
 
     /// The numbers of the files of a process that were announced, in order.
-    std::vector<int> Announced(pid_t process) {
+    std::vector<int> Announced(pid_t process) const {
         std::vector<int> numbers;
         char buffer[512];
         for (ssize_t count = 0; (count = ::recv(socket_, buffer, sizeof(buffer), MSG_DONTWAIT)) >= 0;) {
@@ -354,7 +356,7 @@ std::string FramesProblem(const std::string& path, bool isReport) {
         if (line.rfind("0x", 0) == 0 && (line.size() == 98 || std::regex_match(line, frame))) {
             ++frames;
         } else if (!isReport) {
-            return path + " holds a line that is no frame: " + line;
+            return std::string(path).append(" holds a line that is no frame: ").append(line);
         }
         if (line.find("InstallHandler") != std::string::npos) {
             return path + " holds a frame of the handler's own";
@@ -382,7 +384,7 @@ std::string Problem(const Way& way, const Death& death, NotificationPort& port) 
             const int number = std::stoi(name.substr(name.find('-') + 1));
             files.insert(number);
             const bool isReport = std::strcmp(way.name, "report") == 0 && number == 1;
-            if (const std::string problem = FramesProblem(name, isReport); !problem.empty()) {
+            if (std::string problem = FramesProblem(name, isReport); !problem.empty()) {
                 return problem;
             }
         }
@@ -424,9 +426,7 @@ Options Read(int count, char** arguments) {
     return options;
 }
 
-} // namespace
-
-int main(int count, char** arguments) {
+int Torture(int count, char** arguments) {
     const Options options = Read(count, arguments);
     std::printf("torture: %d seconds, seed %" PRIu64 "\n", options.seconds, options.seed);
     std::vector<const Way*> ways;
@@ -480,4 +480,14 @@ int main(int count, char** arguments) {
         fs::remove_all(home);
     }
     return bad == 0 ? 0 : 1;
+}
+
+} // namespace
+
+int main(int count, char** arguments) {
+    try {
+        return Torture(count, arguments);
+    } catch (...) {
+        return 2;
+    }
 }
