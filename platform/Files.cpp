@@ -6,10 +6,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <new>
+#include <memory>
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,25 +27,52 @@ std::int32_t Low32(off_t position) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(position));
 }
 
-/// A handle that owns the descriptor. Where there is no memory for it the descriptor is closed.
-template <class File>
-void* HandleOf(int descriptor) {
-    try {
-        handle_helper* const handle = new File(descriptor);
-        return handle;
-    } catch (const std::bad_alloc&) {
-        ::close(descriptor);
-        throw;
-    }
-}
-
 /// Cuts the file at its present position.
 bool TruncateAtPosition(int descriptor) {
     const off_t position = ::lseek(descriptor, 0, SEEK_CUR);
     return position != -1 && ::ftruncate(descriptor, Low32(position)) == 0;
 }
 
+/// The object comes first: where there is no memory for it, no file has been touched and none is left open.
+template <class Helper>
+void* OpenAs(const char* path, int flags, mode_t mode) {
+    auto file = std::make_unique<Helper>();
+    if (!file->Open(path, flags, mode)) {
+        const int error = errno;
+        file.reset();
+        errno = error;
+        return nullptr;
+    }
+    handle_helper* const handle = file.release();
+    return handle;
+}
+
+bool SetRecordLock(int descriptor, short type) {
+    struct flock whole {};
+    whole.l_type = type;
+    whole.l_whence = SEEK_SET;
+    return ::fcntl(descriptor, F_SETLK, &whole) == 0;
+}
+
+bool LockWithin(int descriptor, int milliseconds) {
+    using Nima::Common::System::OS::Diagnostics::BriefPause;
+    const Nima::Common::System::OS::Diagnostics::Deadline deadline(milliseconds);
+    while (!SetRecordLock(descriptor, F_WRLCK)) {
+        const bool isTaken = errno == EAGAIN || errno == EACCES || errno == EINTR;
+        if (!isTaken || deadline.HasPassed()) {
+            return false;
+        }
+        BriefPause();
+    }
+    return true;
+}
+
 } // namespace
+
+bool file_helper::Open(const char* path, int flags, mode_t mode) {
+    descriptor_ = ::open(path, flags, mode);
+    return descriptor_ != kNoDescriptor;
+}
 
 int file_helper::wait(int /*timeout*/) {
     return 0;
@@ -91,6 +117,15 @@ void* mapped_file_helper::Map(long protection, long offset, long length) {
     return address;
 }
 
+ProcessLock::ProcessLock(void* file, int milliseconds)
+    : descriptor_(Descriptor(file)), held_(LockWithin(descriptor_, milliseconds)) {}
+
+ProcessLock::~ProcessLock() {
+    if (held_) {
+        SetRecordLock(descriptor_, F_UNLCK);
+    }
+}
+
 int _get_access(int access) {
     switch (access & 3) {
         case 3:
@@ -108,11 +143,7 @@ void* _open_file_helper(const wchar_t* path, long access, long mode, long creati
         return nullptr;
     }
     const int openFlags = static_cast<int>(creation | flags) | _get_access(static_cast<int>(access));
-    const int descriptor = ::open(name.text(), openFlags, static_cast<mode_t>(mode | 0770));
-    if (descriptor == kNoDescriptor) {
-        return nullptr;
-    }
-    return HandleOf<file_helper>(descriptor);
+    return OpenAs<file_helper>(name.text(), openFlags, static_cast<mode_t>(mode | 0770));
 }
 
 FILE* _reopen_file_helper(const wchar_t* path, const wchar_t* mode, FILE* stream) {
@@ -183,11 +214,7 @@ void* _create_file_mapping_helper(const wchar_t* path, int flags) {
     if (name.text() == nullptr) {
         return nullptr;
     }
-    const int descriptor = ::open(name.text(), flags | O_CREAT | O_CLOEXEC, 0777);
-    if (descriptor == kNoDescriptor) {
-        return nullptr;
-    }
-    return HandleOf<mapped_file_helper>(descriptor);
+    return OpenAs<mapped_file_helper>(name.text(), flags | O_CREAT | O_CLOEXEC, 0777);
 }
 
 void* _map_view_file_helper(void* mapping, long protection, long /*offsetHigh*/, long offset, long length) {
@@ -197,25 +224,6 @@ void* _map_view_file_helper(void* mapping, long protection, long /*offsetHigh*/,
     }
     auto* file = static_cast<mapped_file_helper*>(static_cast<handle_helper*>(mapping));
     return file->Map(protection, offset, length);
-}
-
-FileTurn::FileTurn(void* file) : descriptor_(Descriptor(file)) {
-    constexpr int kPatience = 2000;
-    const Nima::Common::System::OS::Diagnostics::Deadline deadline(kPatience);
-    while (descriptor_ != kNoDescriptor && ::flock(descriptor_, LOCK_EX | LOCK_NB) != 0) {
-        const bool isTaken = errno == EWOULDBLOCK || errno == EINTR;
-        if (!isTaken || deadline.HasPassed()) {
-            descriptor_ = kNoDescriptor;
-        } else {
-            Nima::Common::System::OS::Diagnostics::BriefPause();
-        }
-    }
-}
-
-FileTurn::~FileTurn() {
-    if (descriptor_ != kNoDescriptor) {
-        ::flock(descriptor_, LOCK_UN);
-    }
 }
 
 int _unmap_view_of_file_helper(void* /*view*/) {

@@ -7,22 +7,25 @@
 
 #include <cstdio>
 
+#include <sys/types.h>
+
 class file_helper : public handle_helper {
   public:
-    explicit file_helper(int descriptor) : descriptor_(descriptor) {}
+    /// `open`. False on failure, with `errno` set.
+    bool Open(const char* path, int flags, mode_t mode);
     int wait(int timeout) override;
     int close() override;
     int descriptor() const { return descriptor_; }
 
   private:
-    int descriptor_;
+    int descriptor_ = -1;
 };
 
 /// A file with at most one view. Closing it unmaps the view first; where none was ever mapped that is one
 /// failing unmap of length 0 at the all-ones address, which does no harm.
 class mapped_file_helper final : public file_helper {
   public:
-    explicit mapped_file_helper(int descriptor) : file_helper(descriptor), view_(InvalidHandle()) {}
+    mapped_file_helper() : view_(InvalidHandle()) {}
     int close() override;
     void* Map(long protection, long offset, long length);
 
@@ -31,6 +34,24 @@ class mapped_file_helper final : public file_helper {
 
     void* view_;
     int length_ = 0;
+};
+
+/// Keeps other processes from what is to be done once with a file, as far as they ask too: holds the file's
+/// record lock until the end of its scope. That lock belongs to the process and goes with it, whatever
+/// children share its descriptors; threads of one process need a lock of their own beside it.
+///
+/// Waits for `milliseconds` at most, since the holder may be stopped. Whoever does not get it, also because
+/// the file system has no locks, goes on without.
+class ProcessLock {
+  public:
+    ProcessLock(void* file, int milliseconds);
+    ProcessLock(const ProcessLock&) = delete;
+    ProcessLock& operator=(const ProcessLock&) = delete;
+    ~ProcessLock();
+
+  private:
+    int descriptor_;
+    bool held_;
 };
 
 /// Bit 0 of a Win32 access mask is read, bit 1 write: O_RDWR, O_RDONLY (also for neither) or O_WRONLY.
@@ -80,18 +101,3 @@ void* _map_view_file_helper(void* mapping, long protection, long offsetHigh, lon
 
 /// Does nothing and returns 0: a view lives until its mapping is closed.
 int _unmap_view_of_file_helper(void* view);
-
-/// A process's turn at a file that others have open too, for what must be done once. It is asked for at most
-/// 2 s, since a process may be stopped in its turn, or leave it to a child; and some file systems have no
-/// locks. The caller then goes on without. Threads of one process that share a handle share the turn.
-class FileTurn {
-  public:
-    /// `file` is a file's or a mapping's handle; null for no turn.
-    explicit FileTurn(void* file);
-    FileTurn(const FileTurn&) = delete;
-    FileTurn& operator=(const FileTurn&) = delete;
-    ~FileTurn();
-
-  private:
-    int descriptor_;
-};

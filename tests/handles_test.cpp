@@ -13,13 +13,43 @@
 #include <atomic>
 #include <cerrno>
 #include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <new>
 
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
+#include <Diagnostics/TraceApi.h>
+
+namespace {
+
+/// How many allocations succeed before one fails; negative for all.
+int g_AllocationsLeft = -1;
+
+} // namespace
+
+// Not inlined, since the compiler then takes the pairs for mismatched.
+__attribute__((noinline)) void* operator new(std::size_t size) {
+    if (g_AllocationsLeft >= 0 && g_AllocationsLeft-- == 0) {
+        throw std::bad_alloc();
+    }
+    if (void* block = std::malloc(size != 0 ? size : 1)) {
+        return block;
+    }
+    throw std::bad_alloc();
+}
+__attribute__((noinline)) void operator delete(void* block) noexcept {
+    std::free(block);
+}
+__attribute__((noinline)) void operator delete(void* block, std::size_t /*size*/) noexcept {
+    std::free(block);
+}
 
 namespace Nima::Testing {
 
@@ -115,6 +145,61 @@ TEST_F(Handles, AFullDiskIsAFailedViewAndNoBusError) {
     EXPECT_EQ(_map_view_file_helper(mapping, PROT_READ | PROT_WRITE, 0, 0, 1 << 20), nullptr);
     EXPECT_EQ(errno, ENOSPC);
     EXPECT_EQ(_close_handle_helper(mapping), 0);
+}
+
+// Each creation with each of its allocations failing in turn.
+TEST_F(Handles, ACreationThatRunsOutOfMemoryLeavesNothingOpen) {
+    static TRACE_DEVICE_HANDLE log = nullptr;
+    static void* handle = nullptr;
+    const auto createLog = [] {
+        _TraceConfig config{};
+        config.type = TRACE_DEVICE_ROLLING_LOG_FILE;
+        config.name = L"LogFile with a long name";
+        config.settings.rollingLogFile = {1 << 20, 2, L"log file with a long name", false};
+        TraceDeviceCreate(&config, &log);
+    };
+    const auto release = [] {
+        TraceDeviceRelease(log);
+        log = nullptr;
+        if (IsValidHandle(handle)) {
+            _close_handle_helper(handle);
+        }
+        handle = nullptr;
+    };
+    const std::function<void()> creations[] = {
+        [] { handle = _open_file_helper(L"file", 3, 4, O_CREAT, 0); },
+        [] { handle = _create_file_mapping_helper(L"segment", O_RDWR); },
+        createLog,
+        [] {
+            TRACE_RING_HANDLE ring = nullptr;
+            GetTraceRingBuffer(0, &ring);
+        },
+        [] { DumpRingBuffersUnformatted(L"rings", 2); },
+        [] { ClearSysTrace(); },
+        [] { SysTraceConfigure(); },
+        [] { DumpSysTrace(L"dump", 2); },
+    };
+    for (const auto& create : creations) {
+        bool failed = true;
+        for (int successes = 0; failed; ++successes) {
+            const int lowest = ::dup(STDIN_FILENO);
+            ::close(lowest);
+            g_AllocationsLeft = successes;
+            try {
+                create();
+            } catch (const std::bad_alloc&) {
+            }
+            failed = g_AllocationsLeft < 0;
+            g_AllocationsLeft = -1;
+            release();
+            const int now = ::dup(STDIN_FILENO);
+            ::close(now);
+            if (failed) {
+                EXPECT_EQ(now, lowest) << "creation " << &create - creations << ", after " << successes;
+            }
+            EXPECT_EQ(GetTraceDeviceCount(), 0);
+        }
+    }
 }
 
 TEST_F(Handles, WaitsIgnoreTheirTimeOut) {

@@ -9,8 +9,11 @@
 #include <atomic>
 #include <barrier>
 #include <cerrno>
+#include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <new>
 #include <numeric>
@@ -29,14 +32,12 @@ namespace {
 
 // Counts what the hot paths allocate. Not inlined, since the compiler then takes the pairs for mismatched.
 std::atomic<std::size_t> g_Allocations{0};
-std::atomic<bool> g_OutOfMemory{false};
 
 } // namespace
 
 __attribute__((noinline)) void* operator new(std::size_t size) {
     ++g_Allocations;
-    void* const block = g_OutOfMemory ? nullptr : std::malloc(size != 0 ? size : 1);
-    if (block != nullptr) {
+    if (void* block = std::malloc(size != 0 ? size : 1)) {
         return block;
     }
     throw std::bad_alloc();
@@ -496,56 +497,6 @@ TEST_F(SysTrace, AnotherProcessAdoptsTheSegment) {
     EXPECT_NE(ConfigureSysTrace(), nullptr);
 }
 
-// Two processes that start at one moment: what the first traces is there when the second has come.
-TEST_F(SysTrace, TheSegmentIsFormattedOnce) {
-    constexpr int kRounds = 40;
-    constexpr std::uint32_t kRecords = 50;
-    void* const page = ::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    auto& arrived = *new (page) std::atomic<int>(0);
-    for (int round = 0; round < kRounds; ++round) {
-        ::unlink("SysTrace Buffer");
-        arrived = 0;
-        pid_t children[2];
-        for (pid_t& child : children) {
-            child = ::fork();
-            if (child == 0) {
-                ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
-                ++arrived;
-                while (arrived < 2) {
-                }
-                SysTraceConfigure();
-                for (std::uint32_t i = 0; i < kRecords; ++i) {
-                    RTTrace_1(0x10500001, i);
-                }
-                ::_exit(0);
-            }
-        }
-        for (const pid_t child : children) {
-            ::waitpid(child, nullptr, 0);
-        }
-        const std::string segment = ReadFile("SysTrace Buffer");
-        SysTraceHeader header{};
-        ASSERT_GT(segment.size(), sizeof(header));
-        std::memcpy(&header, segment.data(), sizeof(header));
-        ASSERT_EQ(header.writeIndex + 1, 2 * 3 * kRecords) << "round " << round;
-    }
-    ::munmap(page, 4096);
-}
-
-TEST_F(SysTrace, WithoutMemoryNoDescriptorStaysOpen) {
-    const auto nextDescriptor = [] {
-        const int next = ::open("/dev/null", O_RDONLY);
-        ::close(next);
-        return next;
-    };
-    const int before = nextDescriptor();
-    g_OutOfMemory = true;
-    EXPECT_THROW(_create_file_mapping_helper(L"file", O_RDWR), std::bad_alloc);
-    EXPECT_THROW(_open_file_helper(L"file", 3, 4, O_CREAT, 0), std::bad_alloc);
-    g_OutOfMemory = false;
-    EXPECT_EQ(nextDescriptor(), before);
-}
-
 TEST_F(SysTrace, TheWholeSegmentIsDumpedInBoundedPieces) {
     CapturedOutput([] { SysTraceConfigure(); });
     unsigned char* memory = nullptr;
@@ -589,6 +540,94 @@ TEST_F(SysTrace, AKilledProcessLeavesItsRecords) {
         ASSERT_EQ(WordAt(dump, 512 + i * 24), 0x02400001U);
         ASSERT_EQ(WordAt(dump, 512 + i * 24 + 12), i);
     }
+}
+
+namespace {
+
+/// A word that forked processes share.
+class SharedCount {
+  public:
+    SharedCount()
+        : count_(static_cast<std::atomic<int>*>(
+              ::mmap(nullptr, sizeof(*count_), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {}
+    SharedCount(const SharedCount&) = delete;
+    SharedCount& operator=(const SharedCount&) = delete;
+    ~SharedCount() { ::munmap(count_, sizeof(*count_)); }
+    std::atomic<int>& operator*() const { return *count_; }
+
+  private:
+    std::atomic<int>* count_;
+};
+
+} // namespace
+
+// Processes that start at once on a block that nobody has formatted, in every other round children of one
+// that has mapped it: one formats it, and what the first has traced by then stays.
+TEST_F(SysTrace, OfProcessesThatStartAtOnceOneFormats) {
+    constexpr int kProcesses = 3;
+    constexpr int kRecords = 50;
+    const SharedCount waiting;
+    for (int round = 0; round < 30; ++round) {
+        *waiting = kProcesses;
+        if (round % 2 == 1) {
+            ConfigureSysTrace();
+        }
+        std::vector<pid_t> processes;
+        for (int p = 0; p < kProcesses; ++p) {
+            const pid_t process = ::fork();
+            if (process == 0) {
+                ::freopen("out", "a", stdout);
+                --*waiting;
+                while (*waiting > 0) {
+                    std::this_thread::yield();
+                }
+                SysTraceConfigure();
+                for (int i = 0; i < kRecords; ++i) {
+                    RTTrace(SYSTRACE_ID(9, 0, 1));
+                }
+                std::fflush(stdout);
+                ::_exit(0);
+            }
+            processes.push_back(process);
+        }
+        for (const pid_t process : processes) {
+            int status = -1;
+            ::waitpid(process, &status, 0);
+            ASSERT_EQ(status, 0);
+        }
+        std::uint32_t head[3] = {}; // of a large file
+        std::ifstream("SysTrace Buffer", std::ios::binary).read(reinterpret_cast<char*>(head), sizeof(head));
+        ASSERT_EQ(head[2], 2U * kProcesses * kRecords - 1) << "round " << round;
+        ASSERT_EQ(CountOf(ReadFile("out"), "not setup...setting up"), 1U) << "round " << round;
+        ReleaseSysTrace();
+        ::unlink("SysTrace Buffer");
+        ::unlink("out");
+    }
+}
+
+// The one that is about to format may have been stopped.
+TEST_F(SysTrace, AProcessThatDoesNotGetOnHoldsNobodyUp) {
+    const SharedCount locked;
+    const pid_t holder = ::fork();
+    if (holder == 0) {
+        void* const file = _create_file_mapping_helper(L"SysTrace Buffer", O_RDWR);
+        const ProcessLock lock(file, 0);
+        ++*locked;
+        ::pause();
+    }
+    while (*locked == 0) {
+        ::usleep(1000);
+    }
+    InGoodChild([] {
+        ::alarm(20);
+        ::freopen("/dev/null", "w", stdout);
+        ASSERT_EQ(ClearSysTrace(), 0);
+        ASSERT_EQ(SysTraceConfigure(), 1);
+        RTTrace(SYSTRACE_ID(9, 0, 1));
+    });
+    ::kill(holder, SIGKILL);
+    ::waitpid(holder, nullptr, 0);
+    EXPECT_EQ(WordAt(ReadFile("SysTrace Buffer"), 8), 1U);
 }
 
 TEST_F(SysTrace, WithoutASegmentTheCallsSayTwelve) {

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 namespace Nima::Common::System::OS::Diagnostics {
 
@@ -45,10 +46,14 @@ inline void Trace(unsigned long id, Words... arguments) {
     }
 }
 
-/// A buffer over the segment, which it formats if nobody has. Of processes that come at the same moment one
-/// does so: a second formatting would wipe what the first process has traced by then.
-SysTraceBuffer BufferOver(const TraceMemory& memory, bool useHardware) {
-    const FileTurn turn(memory.HandleIfUnformatted());
+/// A buffer over the segment. Of all processes and threads that come at once, one formats it; the caller
+/// holds `g_SysTraceLock`. A formatted segment costs no lock.
+SysTraceBuffer BufferOverSegment(const TraceMemory& memory, bool useHardware) {
+    constexpr int kPatience = 2000;
+    std::optional<ProcessLock> lock;
+    if (!SysTraceBuffer::IsFormatted(memory.buffer())) {
+        lock.emplace(memory.handle(), kPatience);
+    }
     return SysTraceBuffer(memory.buffer(), memory.size(), useHardware);
 }
 
@@ -62,7 +67,7 @@ void ConfigureFromSegment(unsigned char** out) {
             if (memory == nullptr || memory->buffer() == nullptr) {
                 return;
             }
-            live = new SysTraceBuffer(BufferOver(*memory, true));
+            live = new SysTraceBuffer(BufferOverSegment(*memory, true));
             g_RTTrace.store(live, std::memory_order_release);
         }
     }
@@ -89,7 +94,10 @@ int WithBuffer(Operation operation) {
         if (memory == nullptr || memory->buffer() == nullptr) {
             return ENOMEM;
         }
-        SysTraceBuffer temporary = BufferOver(*memory, false);
+        SysTraceBuffer temporary = [memory] {
+            const std::lock_guard guard(g_SysTraceLock);
+            return BufferOverSegment(*memory, false);
+        }();
         operation(temporary);
         return 0;
     });

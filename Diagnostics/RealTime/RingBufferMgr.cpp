@@ -67,8 +67,8 @@ void CRingBufferMgr::Init() {
     rings_.resize(RING_COUNT);
     for (int i = 0; i < RING_COUNT; ++i) {
         const Catalogue::RingRow& row = Catalogue::kRings[static_cast<std::size_t>(i)];
-        rings_[static_cast<std::size_t>(i)] =
-            new CRingBuffer(static_cast<int>(row.entries), std::wstring(row.name.begin(), row.name.end()));
+        rings_[static_cast<std::size_t>(i)] = std::make_unique<CRingBuffer>(
+            static_cast<int>(row.entries), std::wstring(row.name.begin(), row.name.end()));
     }
     const int recordBytes = TotalEntries() * RING_RECORD_SIZE;
     const int size = SegmentSize(recordBytes);
@@ -84,21 +84,21 @@ void CRingBufferMgr::Init() {
     }
     RingBufferData* records = recordsBase_;
     for (int i = 0; i < RING_COUNT; ++i) {
-        CRingBuffer* const ring = rings_[static_cast<std::size_t>(i)];
+        CRingBuffer* const ring = rings_[static_cast<std::size_t>(i)].get();
         ring->AssignStorage(records);
         if (directory != nullptr) {
             StoreShared(directory->entryCounts[i], static_cast<std::uint32_t>(ring->entryCount()));
         }
         records += ring->entryCount();
     }
-    g_OSRing.store(rings_[Catalogue::kOwnRing], std::memory_order_release);
+    g_OSRing.store(rings_[Catalogue::kOwnRing].get(), std::memory_order_release);
 }
 
 int CRingBufferMgr::GetRingBuffer(int index, CRingBuffer** out) const {
     if (index < 0 || static_cast<std::size_t>(index) >= rings_.size()) {
         return EINVAL;
     }
-    *out = rings_[static_cast<std::size_t>(index)];
+    *out = rings_[static_cast<std::size_t>(index)].get();
     return 0;
 }
 

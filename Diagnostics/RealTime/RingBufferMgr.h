@@ -4,6 +4,7 @@
 #include "catalogue/OwnEvents.h"
 
 #include <atomic>
+#include <memory>
 #include <vector>
 
 #include <Diagnostics/RingBufferApi.h>
@@ -38,7 +39,7 @@ class CRingBufferMgr {
     void Init();
 
     RingBufferData* recordsBase_ = nullptr;
-    std::vector<CRingBuffer*> rings_;
+    std::vector<std::unique_ptr<CRingBuffer>> rings_;
     void* handle_;
     void* view_ = nullptr;
 };

@@ -66,6 +66,13 @@ int SysTraceBuffer::CalculateMaxEntries(int size) {
     return static_cast<int>(std::bit_floor(static_cast<std::uint32_t>((size - SYSTRACE_HEADER_SIZE) >> 3)));
 }
 
+bool SysTraceBuffer::IsFormatted(unsigned char* block) {
+    void* const header = block;
+    const std::uint32_t flags =
+        SharedWord(static_cast<SysTraceHeader*>(header)->flags).load(std::memory_order_acquire);
+    return (flags & SYSTRACE_FLAG_FORMATTED) != 0;
+}
+
 void SysTraceBuffer::RecalculateBufferSize() {
     bufferSize_ = entryCount_ * static_cast<std::int32_t>(sizeof(SysTraceEntry)) + SYSTRACE_HEADER_SIZE;
 }
@@ -90,10 +97,10 @@ void SysTraceBuffer::CommonSetup() {
     unsigned long address = 0;
     GetRTTraceTimer(&address);
     timerRegister_ = reinterpret_cast<const volatile std::uint32_t*>(address);
-    if ((Load(header_->flags) & SYSTRACE_FLAG_FORMATTED) == 0) {
-        SetupHeader();
-    } else {
+    if (IsFormatted(memory_)) {
         AdoptHeader();
+    } else {
+        SetupHeader();
     }
 }
 

@@ -39,6 +39,8 @@ class SysTraceBuffer {
     SysTraceBuffer& operator=(const SysTraceBuffer&) = delete;
     ~SysTraceBuffer();
 
+    /// Whether a block's header is marked as formatted. All of it is, then.
+    static bool IsFormatted(unsigned char* block);
     /// The largest power of two of entries that fits, 0 below 512 bytes.
     static int CalculateMaxEntries(int size);
     void GetBuffer(unsigned char** out) const { *out = memory_; }

@@ -69,13 +69,6 @@ TraceMemory::~TraceMemory() {
     }
 }
 
-void* TraceMemory::HandleIfUnformatted() const {
-    void* const block = buffer_;
-    std::uint32_t& flags = static_cast<SysTraceHeader*>(block)->flags;
-    const std::uint32_t present = std::atomic_ref<std::uint32_t>(flags).load(std::memory_order_acquire);
-    return (present & SYSTRACE_FLAG_FORMATTED) == 0 ? handle_ : nullptr;
-}
-
 int TraceMemory::AllocateMemory() {
     if (view_ != nullptr) {
         return 1;

@@ -26,8 +26,8 @@ class TraceMemory {
 
     unsigned char* buffer() const { return buffer_; }
     std::int32_t size() const { return size_; }
-    /// The segment's handle while its block has not been formatted, else null.
-    void* HandleIfUnformatted() const;
+    /// The segment's mapping.
+    void* handle() const { return handle_; }
 
   private:
     TraceMemory() = default;

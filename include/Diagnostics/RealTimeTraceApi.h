@@ -9,7 +9,8 @@
 ///     DumpSysTrace(L"SysTrace.bin", 2);
 ///
 /// Until a buffer is configured every `RTTrace` is a no-op. A freshly formatted block lets levels 0 and 1 of
-/// every component through. Every process that maps the same block shares its filter and state.
+/// every component through. Every process that maps the same block shares its filter and state. Of processes
+/// that start at once on an unformatted segment one formats it; the others wait for that, at most 2 seconds.
 ///
 /// The file is created as the umask leaves 0777, opened through a symbolic link as well, and brought to its
 /// size whatever it was before: the working directory must belong to the device's user.
