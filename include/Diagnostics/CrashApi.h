@@ -108,11 +108,11 @@ NIMA_DIAGNOSTICS_API int GatherTriageSnapshot(const wchar_t* path, uint32_t back
 /// Call it once, before other threads start.
 ///
 /// The process ends whatever its state: in the middle of an allocation or of `dlopen`, with a damaged heap, a
-/// full table of descriptors, no folder to write to, or a standard output that nobody reads. The stack is walked
-/// in a short-lived copy of the process, which is ended when it makes no progress.
+/// full table of descriptors, no folder to write to, or a standard output that nobody reads. The stack is
+/// walked in a short-lived copy of the process, which is ended when it makes no progress.
 ///
-/// A thread that has an alternate signal stack (`sigaltstack`) leaves a trace of a stack overflow, too. The calling
-/// thread is given one unless it has one; a host's other threads set up their own, of at least 16 KB.
+/// A thread that has an alternate signal stack (`sigaltstack`) leaves a trace of a stack overflow, too. The
+/// calling thread is given one unless it has one; a host's other threads set up their own, of at least 16 KB.
 ///
 /// Keeps two descriptors and 400 KB of address space for itself.
 NIMA_DIAGNOSTICS_API void InstallCrashHandler(int coreSizeLimit);

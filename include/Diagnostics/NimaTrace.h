@@ -29,8 +29,8 @@ class TracerLock;
 /// Threads may go on writing through a static tracer while the process exits: once it has been destroyed, its
 /// lines are dropped. Of any other tracer the owner must not give up the memory while somebody still uses it.
 ///
-/// A forked child may write through every tracer, whatever the parent's threads were at, and also where it was
-/// forked under a tracer's lock.
+/// A forked child may write through every tracer, whatever the parent's threads were at, and also where it
+/// was forked under a tracer's lock.
 ///
 /// Every level has the same four writers:
 /// - `Write<Level>V(format, ...)`: a printf-style line;
