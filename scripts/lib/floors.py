@@ -3,11 +3,12 @@
 
     floors.py [ROOT]
 
-A table of the page whose first column is headed "floor" gives a floor to each path in backticks: a folder with all that is
-in it ("tools/base/"), or a unit, which is a header and its source ("Diagnostics/TraceDevice"); the longest path that fits
-counts, and paths with the word "with" between them count as one. The first table is the ground on which the others stand, each by itself. A file may include its own header, what is
-under the same path, what is on a lower floor of its table, and the ground. Units must not include each other in a circle,
-and every source must have a floor. Exit status 1, and a line for each include that is wrong.
+A table of the page whose first column is headed "floor" gives a floor to each path in backticks: a folder with
+everything in it ("tools/base/"), or a unit, which is a header and its source ("Diagnostics/TraceDevice"). The longest
+path that matches a file counts, and paths with the word "with" between them count as one. A floor may have several
+rows. The first table is the ground; each of the others builds on it alone. A file may include its own header, files
+under the same path, files on a lower floor of its table, and the ground. Units must not include each other in a circle,
+and every source must have a floor. Prints a line for each include that is wrong; exit status 1 if there is any.
 """
 
 import pathlib
@@ -20,8 +21,9 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<(Diagnostics/[^>]+)>)', r
 
 
 def floors_of(page):
-    """{path: (house, floor, group)}: each table of floors is a house of its own, the first one the ground of all others."""
-    floors, house, inside = {}, -1, False
+    """{path: (house, floor, group)}. Each table of floors is a house; house 0 is the ground. Paths that count as one share
+    a group."""
+    floors, house, group, inside = {}, -1, 0, False
     for line in page.splitlines():
         cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
         if not line.startswith("|"):
@@ -29,7 +31,6 @@ def floors_of(page):
         elif cells[0] == "floor":
             inside, house = True, house + 1
         elif inside and cells[0].isdigit():
-            group = 0
             for before, path in re.findall(r"([^`]*)`([^`]+)`", cells[1]):
                 group += before != " with "
                 floors[path] = (house, int(cells[0]), group)
@@ -37,7 +38,7 @@ def floors_of(page):
 
 
 def is_below(target, place):
-    """Whether what stands at `target` may be included from `place`."""
+    """Whether code at `target` may be included from `place`."""
     return target[0] == 0 < place[0] or (target[0] == place[0] and target[1] < place[1])
 
 
@@ -46,7 +47,7 @@ def unit_of(path):
 
 
 def place_of(path, floors):
-    """The longest path of the page that a file is under, or nothing."""
+    """The longest path of the page that a file is under, or None."""
     unit = unit_of(path)
     fits = [each for each in floors if unit == each or path == each or (each.endswith("/") and path.startswith(each))]
     return max(fits, key=len, default=None)
