@@ -51,14 +51,14 @@ bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem)
     return true;
 }
 
-/// '=' for a time that is certain to the clock's own precision, '~' for the earliest or latest possible; '<'
-/// for lines of a round that was being overwritten.
+/// '=' for a time that is certain to the clock's own precision, '~' for the earliest or latest possible time;
+/// '<' for lines of a round that was being overwritten.
 void AppendMarks(std::string& text, const LogEntry& entry) {
     text += entry.certainty.Exact() ? '=' : '~';
     text += entry.part->overwritten ? '<' : ' ';
 }
 
-/// Formats times; lines of one second share all but the fraction.
+/// Formats times; lines of one second share everything but the fraction.
 class TimePrinter {
   public:
     void Append(std::string& text, const LogEntry& entry) {
@@ -202,7 +202,7 @@ void Follow(Context& context, const std::string& path, LogFilter& filter) {
     }
 }
 
-/// Logs are read a second time for their lines, which may fail where the first time did not.
+/// Logs are read a second time for their lines, which may fail although the first time did not.
 int ReportLateProblems(Context& context, const LogSet& logs, const Findings& known) {
     const Findings problems = logs.ReadProblems();
     if (problems.damage.empty() || known.Holds("cannot-read")) {

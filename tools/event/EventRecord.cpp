@@ -11,7 +11,7 @@ namespace NimaPost {
 
 namespace {
 
-/// What a text field of a fixed size holds before its first zero.
+/// The content of a text field of fixed size, up to its first zero.
 std::string_view TextOf(const char* field, std::size_t size) {
     return {field, strnlen(field, size)};
 }

@@ -21,7 +21,7 @@ void SkipBlanks(std::string_view& text) {
     text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
 }
 
-/// A word, or a text in double quotes in which a backslash stands before a quote or a backslash.
+/// A word, or a text in double quotes in which quotes and backslashes are preceded by a backslash.
 bool TakeWord(std::string_view& line, std::string& word) {
     SkipBlanks(line);
     word.clear();
@@ -107,7 +107,7 @@ struct Names::Kind {
     std::string_view word;
     std::size_t leastWords;
     std::size_t mostWords;
-    /// What the words after the first ought to be.
+    /// What the words after the first should be.
     std::string_view takes;
     bool (Names::*add)(const Words& words, std::string& problem);
 };
@@ -204,7 +204,7 @@ bool Names::AddThread(const Words& words, std::string& /*problem*/) {
     return AddNumbered(threads_, words, kAnyNumber);
 }
 
-/// The last words of an event: its number, its name, and perhaps a format.
+/// The last words of an event: its number, its name, and optionally a format.
 bool Names::TakeEvent(const Words& words, std::uint32_t most, std::uint32_t& number, EventName& event,
                       std::string& problem) {
     if (!Number(words[2], most, number)) {

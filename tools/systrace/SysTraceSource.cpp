@@ -59,8 +59,8 @@ void SysTraceSource::Place(Axis& axis) {
     }
 }
 
-/// Dumps repeat what the segment holds, and each other. Every record is told once, from the source that has
-/// most.
+/// Dumps repeat what the segment holds, and each other. Every record is shown once, from the source that has
+/// most records.
 void SysTraceSource::MarkKnownRecords() {
     std::unordered_set<std::uint64_t> seen;
     for (Placed& placed : traces_) {
