@@ -1,5 +1,4 @@
-/// The road by which a process dies on purpose. Every case runs in a child; its files and its status are what
-/// counts.
+/// How a process dies on purpose. Every case runs in a child; its files and its status are checked.
 
 #include "tests/support/Sandbox.h"
 

@@ -53,7 +53,7 @@ bool OutputFile::Create(const std::string& path, std::span<const FileIdentity> i
     struct stat status {};
     const bool there = stat(path.c_str(), &status) == 0;
     if (there && std::find(inputs.begin(), inputs.end(), IdentityOf(status)) != inputs.end()) {
-        problem = path + ": is one of the files that are read; the output needs another name";
+        problem = path + ": is one of the input files; choose another name for the output";
         return false;
     }
     path_ = Resolved(path);

@@ -121,7 +121,7 @@ void PrintNotification(Context& context, const Received& received, const CrashNo
         AppendLine(text, "  copied to    ", copy->path + ", " + Counted(copy->bytes, "byte"));
     }
     if (copy && !copy->problem.empty()) {
-        AppendLine(text, copy->path.empty() ? "  not copied:  " : "  not all:     ", copy->problem);
+        AppendLine(text, copy->path.empty() ? "  not copied:  " : "  incomplete:  ", copy->problem);
     }
 }
 

@@ -34,7 +34,7 @@ bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem)
     for (const std::string& level : options.levels) {
         if (!filter.AddLevel(level)) {
             problem = "no level \"" + level +
-                      "\": FATAL, ERROR, WARN, PERF, INFO, DEBUG or CAL, with a + for graver ones too";
+                      "\": FATAL, ERROR, WARN, PERF, INFO, DEBUG or CAL, with a + for more severe ones too";
             return false;
         }
     }
@@ -250,14 +250,13 @@ void AddLogCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time");
     command->add_option("FILE", options->files, "Logs; their backups (FILE.1 ...) are read as well")
         ->required();
-    command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and graver")
+    command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and more severe")
         ->delimiter(',');
     command->add_option("--tracer", options->tracers, "Only lines of these tracers");
     command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
         ->delimiter(',');
-    command->add_option("--text", options->text, "Only messages that hold this");
-    command->add_flag("-i,--ignore-case", options->ignoreCase,
-                      "--text takes upper and lower case alike (ASCII)");
+    command->add_option("--text", options->text, "Only messages that contain this text");
+    command->add_flag("-i,--ignore-case", options->ignoreCase, "--text ignores case (ASCII)");
     command->add_flag("--alone", options->alone, "Leave the backups out");
     command->add_flag("-f,--follow", options->follow, "Print lines as they are written, until Ctrl-C");
     command->callback([&run, options] { run = [options](Context& c) { return RunLog(c, *options); }; });

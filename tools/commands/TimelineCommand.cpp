@@ -261,7 +261,7 @@ void AddTimelineCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "timeline",
                                    "Everything in a folder on one time axis, as Chrome trace-event JSON");
-    command->add_option("FOLDER", options->folder, "What came back from the device")->required();
+    command->add_option("FOLDER", options->folder, "The folder that came back from the device")->required();
     command->add_option("-o,--output", options->output, "File to write, for ui.perfetto.dev")
         ->required()
         ->type_name("FILE");

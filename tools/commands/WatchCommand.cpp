@@ -182,7 +182,7 @@ void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddCommand(app, context, "watch",
                                    "The rings and the binary trace of a running process, live, until Ctrl-C");
     command->add_option("DIRECTORY", options->directory, "The working directory of the process (.)");
-    command->add_option("--interval", options->interval, "Milliseconds from look to look (500)")
+    command->add_option("--interval", options->interval, "Milliseconds between looks (500)")
         ->type_name("MS")
         ->check(CLI::Range(10, 3600000));
     command->add_option("--count", options->count, "End after N looks; 0 never ends")

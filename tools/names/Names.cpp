@@ -94,7 +94,7 @@ bool SplitWords(std::string_view line, std::vector<std::string>& words, std::str
         words.push_back(word);
     }
     if (!line.empty() && line.front() != '#') {
-        problem = "a quote without its end";
+        problem = "a quote that is not closed";
         return false;
     }
     return true;
@@ -117,9 +117,10 @@ const std::array<Names::Kind, 5>& Names::Kinds() {
         Kind{"component", 3, 3, "takes a number (at most 127) and a name", &Names::AddComponent},
         Kind{"level", 3, 3, "takes a number (at most 3) and a name", &Names::AddLevel},
         Kind{"thread", 3, 3, "takes a number (at most 4294967295) and a name", &Names::AddThread},
-        Kind{"event", 4, 5, "takes a component, an event number, a name and perhaps a format",
+        Kind{"event", 4, 5, "takes a component, an event number, a name and optionally a format",
              &Names::AddEvent},
-        Kind{"ring", 4, 5, "takes a ring's name, a code, a name and perhaps a format", &Names::AddRingEvent}};
+        Kind{"ring", 4, 5, "takes a ring's name, a code, a name and optionally a format",
+             &Names::AddRingEvent}};
     static_assert(kMostComponent == 127 && kMostLevel == 3 && kAnyNumber == 4294967295U);
     return kKinds;
 }

@@ -41,7 +41,7 @@ const RingsLook& LiveRings::Look(std::vector<std::string>& notices) {
     look_.process = StateOfProcess(look_.processId);
     const bool sameFile = known_ && generation_ == file_.Generation();
     if (sameFile && std::memcmp(&directory_, &directoryBefore, kDirectoryFields) != 0) {
-        notices.push_back("Process " + std::to_string(look_.processId) + " has laid the rings out anew.");
+        notices.push_back("Process " + std::to_string(look_.processId) + " has laid the rings out again.");
     }
     const bool comparable = sameFile && directory_.segmentSize == directoryBefore.segmentSize &&
                             std::equal(std::begin(directory_.entryCounts), std::end(directory_.entryCounts),

@@ -140,16 +140,17 @@ void Report(const SysTraceFile& trace, Findings& findings) {
         findings.Remark("misnamed-event",
                         "The dictionary gives event " + Hex(id & SYSTRACE_EVENT_MASK) + " of component " +
                             std::to_string(id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK) +
-                            " another number of arguments than its records have.");
+                            " a different number of arguments than its records have.");
     }
     if (trace.cutOff > 0) {
-        findings.Remark("wrapped-start", Counted(trace.cutOff, "entry") +
-                                             " at the front: what the wrap has left of older records.");
+        findings.Remark("wrapped-start",
+                        Counted(trace.cutOff, "entry") +
+                            " at the front: remains of older records that the wrap has cut.");
     }
     if (trace.clockBreaks > 0) {
         findings.Remark("clock-break", "The stamps do not fit one run of the clock in " +
                                            Counted(trace.clockBreaks, "place") +
-                                           ": the device started anew there, or stamps are damaged.");
+                                           ": the device restarted there, or stamps are damaged.");
     }
 }
 

@@ -73,8 +73,8 @@ bool LiveTrace::ReadHeader(const InputFile& file) {
                std::memcmp(header.magic, Nima::Catalogue::kSysTraceMagic, sizeof(header.magic)) != 0) {
         look_.problem = file_.Name() + " is not formatted.";
     } else if (header.version != SYSTRACE_VERSION || header.headerSize != SYSTRACE_HEADER_SIZE) {
-        look_.problem =
-            file_.Name() + " is of version " + std::to_string(header.version) + ", unknown to this program.";
+        look_.problem = file_.Name() + " has version " + std::to_string(header.version) +
+                        ", which this program does not know.";
     } else if (!std::has_single_bit(header.entryCount) || header.entryCount > kMostSlots ||
                header.indexMask != header.entryCount - 1) {
         look_.problem = "The header of " + file_.Name() + " contradicts itself: entry count " +
@@ -97,7 +97,7 @@ void LiveTrace::CountClaims(std::vector<std::string>& notices) {
         look_.newEntries = cleared ? claimed : more;
         if (cleared) {
             unsettled_.clear();
-            notices.push_back(file_.Name() + " was cleared or formatted anew.");
+            notices.push_back(file_.Name() + " was cleared or formatted again.");
         }
     }
     claimed_ = claimed;

@@ -53,9 +53,9 @@ void SysTraceSource::Place(Axis& axis) {
     if (!traces_.empty()) {
         axis.State(
             {"trace-tied",
-             std::string("The binary trace's newest record is taken to stand within half a second of ") +
-                 (axis.Crash() ? "the crash log's head" : "the end of what is dated") +
-                 "; its times before that are the latest possible."});
+             std::string("The binary trace's newest record is assumed to be within half a second of ") +
+                 (axis.Crash() ? "the crash log's head" : "the latest dated record") +
+                 "; earlier times are the latest possible."});
     }
 }
 
