@@ -254,7 +254,7 @@ TEST_F(Devices, ALogHoldsItsCalibrationLineAndEveryLineEnded) {
     log.WriteData(nullptr, 4);
     log.WriteData(Bytes("x"), 0);
     log.WriteDataRaw(Bytes("x"), -3);
-    EXPECT_EQ(CountOf(ReadFile("log"), "\n"), 1U) << "only the calibration line goes past the buffer";
+    EXPECT_EQ(CountOf(ReadFile("log"), "\n"), 1U) << "only the calibration line bypasses the buffer";
     log.Flush();
     ExpectMatch(ReadFile("log"), Header() + kCalibration + Header() + "ends by itself\n" + Header() +
                                      "is ended\r\nraw\r\nhead\nbody\r\n");
@@ -287,9 +287,10 @@ TEST_F(Devices, TheOrderOfLinesHoldsAtEveryLengthAroundTheBuffer) {
     }
     const std::size_t shortest = ReadFile("log").size();
     log.WriteDataRaw(Bytes(std::string(4093, 'b').c_str()), 4093);
-    EXPECT_EQ(ReadFile("log").size(), shortest + 6) << "one line less than 4094 bytes is still buffered";
+    EXPECT_EQ(ReadFile("log").size(), shortest + 6) << "a line of less than 4094 bytes is still buffered";
     log.WriteDataRaw(Bytes(std::string(4094, 'b').c_str()), 4094);
-    EXPECT_EQ(ReadFile("log").size(), shortest + 6 + 4095 + 4096) << "one of 4094 goes past the buffer";
+    EXPECT_EQ(ReadFile("log").size(), shortest + 6 + 4095 + 4096)
+        << "a line of 4094 bytes bypasses the buffer";
     log.Close();
     const std::string content = ReadFile("log");
     EXPECT_EQ(content.substr(content.find('\n') + 1, expected.size()), expected);

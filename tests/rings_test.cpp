@@ -56,7 +56,7 @@ class Rings : public Sandbox {};
 TEST_F(Rings, TheDirectoryIsLaidOutToTheByte) {
     Ring(0);
     const std::string segment = ReadFile("System Ring Buffers");
-    EXPECT_EQ(segment.size(), kSegmentSize - 1) << "a byte short of its 503,808, which are mapped";
+    EXPECT_EQ(segment.size(), kSegmentSize - 1) << "one byte less than the 503,808 that are mapped";
     const std::uint32_t counts[] = {256, 1024, 512, 256, 512, 512, 512, 2048, 1024, 512, 256,
                                     512, 512,  256, 512, 256, 512, 512, 256,  256,  512, 256,
                                     512, 256,  512, 256, 256, 512, 256, 1024, 256};

@@ -335,7 +335,7 @@ TEST_F(SysTrace, DumpsReportAsTheyAlwaysHave) {
     EXPECT_EQ(dump.substr(256, 4), "strc");
     EXPECT_EQ(WordAt(dump, 512), 0x00400007U);
     EXPECT_EQ(WordAt(dump, 512 + 3 * 8), 0x1FC07532U);
-    EXPECT_EQ(block.header().liveFilter[0], 0xFFFFFFFFU) << "tracing goes on";
+    EXPECT_EQ(block.header().liveFilter[0], 0xFFFFFFFFU) << "tracing continues";
     EXPECT_EQ(block.entry(5).id, 0x1FC07534U);
 
     // Wrapped: everything. The previous file is kept as .1; .10 belongs to the rolling.
@@ -418,7 +418,7 @@ TEST_F(SysTrace, ACallbackMayRefuseOrTakeLess) {
               "ERROR!!  SysTrace::Dump() callback is NULL\r\n");
     const auto throwing = [](const char*, int, int*, void*) -> int { throw 1; };
     EXPECT_EQ(DumpSysTraceEx(throwing, nullptr), ENOMEM);
-    EXPECT_EQ(block.header().liveFilter[4], 0xFFFFFFFFU) << "tracing goes on after each";
+    EXPECT_EQ(block.header().liveFilter[4], 0xFFFFFFFFU) << "tracing continues after each";
 }
 
 // Whatever the interleaving, each record can be put together again from continuation, id and thread.
@@ -661,7 +661,7 @@ TEST_F(SysTrace, WithoutASegmentTheCallsSayTwelve) {
     EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(ClearSysTrace(), 0); }), kSettingUp);
     ReleaseSysTrace();
     EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(ClearSysTrace(), 0); }), "")
-        << "mapped anew, the contents are still there";
+        << "mapped again, the contents are still there";
 }
 
 TEST_F(SysTrace, ThreadsConfigureOneBuffer) {

@@ -136,7 +136,7 @@ TEST_F(Tracers, LinesReadAsDocumented) {
     trace.WriteFatal("tag", Raw("x"), -2);
     EXPECT_EQ(Logged(), (Texts{"<WARN> <Scanner> jam at 3", "<WARN> <Scanner> list",
                                "<PERF> <Scanner> raw bytes", "<INFO> <Scanner> tag::tagged"}));
-    EXPECT_EQ(CountOf(ReadFile("log"), "<0x"), 5U) << "one header a line, the calibration line's included";
+    EXPECT_EQ(CountOf(ReadFile("log"), "<0x"), 5U) << "one header per line, the calibration line's included";
 }
 
 TEST_F(Tracers, LongLinesAreCutToTheBuffer) {
@@ -393,7 +393,7 @@ TEST_F(Registry, BadArgumentsAreRefusedAndLeaveNothing) {
         config.type = type;
         device = reinterpret_cast<TRACE_DEVICE_HANDLE>(&config);
         EXPECT_EQ(TraceDeviceCreate(&config, &device), 22) << type;
-        EXPECT_EQ(device == nullptr, type != 0) << "untouched only where nothing was looked up";
+        EXPECT_EQ(device == nullptr, type != 0) << "untouched only if nothing was looked up";
     }
     config = Config(TRACE_DEVICE_CONSOLE, nullptr);
     EXPECT_EQ(TraceDeviceCreate(&config, &device), 22);
@@ -508,7 +508,7 @@ TEST_F(Services, TheHolderReplacesItsHandleWithoutGivingItBack) {
     EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 2);
     EXPECT_EQ(GetTraceDeviceCount(), 1);
     EXPECT_EQ(TraceServices::ConfigureDefaultLog(nullptr, 0, 0, true), 0)
-        << "an existing device is only re-opened";
+        << "an existing device is only reopened";
 }
 
 TEST_F(Services, TheConsoleCanBeTheDefaultLog) {
@@ -598,7 +598,7 @@ TEST_F(Services, CancellingAThreadThatTracesLeavesNoLockHeld) {
     }
     trace.WriteErrorV("still works");
     TraceDeviceFlushAll(false);
-    EXPECT_EQ(CountOf(ReadFile("log"), "<ERROR> <T> still works\r\n"), 1U) << "the line before may be torn";
+    EXPECT_EQ(CountOf(ReadFile("log"), "<ERROR> <T> still works\r\n"), 1U) << "the previous line may be torn";
 }
 
 } // namespace Nima::Testing

@@ -362,7 +362,7 @@ std::string FramesProblem(const std::string& path, bool isReport) {
         if (line.rfind("0x", 0) == 0 && (line.size() == 98 || std::regex_match(line, frame))) {
             ++frames;
         } else if (!isReport) {
-            return std::string(path).append(" holds a line that is no frame: ").append(line);
+            return std::string(path).append(" contains a line that is not a frame: ").append(line);
         }
         if (line.find("InstallHandler") != std::string::npos) {
             return path + " holds a frame of the handler's own";
@@ -480,7 +480,7 @@ int Torture(int count, char** arguments) {
     for (const auto& [way, took] : slowest) {
         std::printf("%-24s slowest %5d ms\n", way.c_str(), static_cast<int>(took.count()));
     }
-    std::printf("%d deaths, %d not as they must be\n", deaths, bad);
+    std::printf("%d deaths, %d not as they should be\n", deaths, bad);
     fs::current_path("/");
     if (bad == 0) {
         fs::remove_all(home);
