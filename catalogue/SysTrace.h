@@ -11,7 +11,7 @@
 
 namespace Nima::Catalogue {
 
-/// Capture states of a block. A reader finds 0 in a block that was never traced into.
+/// Capture states of a block; 0 is the saved state before the first capture.
 enum CaptureState : std::uint32_t {
     kNoCapture = 0,
     kTracing = 1,
