@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kNotPlain = -1;
 
-/// Where text of a message goes; full once something did not fit.
+/// Receives the text of a message; full once something did not fit.
 class Output {
   public:
     Output(char* begin, std::size_t size) : begin_(begin), out_(begin), end_(begin + size - 1) {}
@@ -49,15 +49,16 @@ class Output {
   private:
     char* begin_;
     char* out_;
-    char* end_; ///< the place that is kept for the terminating zero
+    char* end_; ///< reserved for the terminating zero
 };
 
 bool TakesLongs(char conversion, int longs) {
     return longs <= 2 && (conversion == 'd' || conversion == 'i' || conversion == 'u' || conversion == 'x');
 }
 
-/// Composes a message of the conversions %d %i %u %x %s %c and %%, the numbers also with l or ll. `kNotPlain`
-/// where there is anything else, or no room; the buffer's content means nothing then.
+/// Composes a message with the conversions %d %i %u %x %s %c and %%, the numbers also with l or ll. Returns
+/// `kNotPlain` if the format has anything else, or if there is no room; the buffer's content is then
+/// meaningless.
 int FormatPlain(char* buffer, std::size_t size, const char* format, va_list arguments) {
     Output out(buffer, size);
     bool fits = true;

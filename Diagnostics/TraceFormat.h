@@ -7,17 +7,17 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Text composed without a trip through printf, with printf's own results: what fits is stored and
-/// zero-terminated, the length counts on beyond the end.
+/// Composes text without printf, but with printf's results: what fits is stored and zero-terminated, and the
+/// length keeps counting beyond the end.
 class TextComposer {
   public:
     TextComposer(char* buffer, std::size_t size) : buffer_(buffer), size_(size) {}
-    /// Terminates the text, as far as there is any room.
+    /// Terminates the text, if there is any room.
     ~TextComposer();
     TextComposer(const TextComposer&) = delete;
     TextComposer& operator=(const TextComposer&) = delete;
 
-    /// The whole text's length, whether or not it fitted.
+    /// The length of the whole text, whether or not it fitted.
     int length() const { return static_cast<int>(length_); }
 
     void Add(char c);
@@ -34,12 +34,12 @@ class TextComposer {
     std::size_t length_ = 0;
 };
 
-/// The part of a header that tells of the thread, " <0x%8.8x:%03d> ". It can be composed before the lock
-/// under which the time is read.
+/// The part of a header that describes the thread, " <0x%8.8x:%03d> ". It can be composed before the lock is
+/// taken under which the time is read.
 class ThreadPart {
   public:
     ThreadPart(std::uint32_t threadId, int priority);
-    /// Of the calling thread, as it is now.
+    /// The calling thread's, as it is now.
     static ThreadPart OfCaller();
 
     const char* text() const { return text_; }
@@ -51,7 +51,7 @@ class ThreadPart {
     std::size_t length_;
 };
 
-/// What a counter header and its terminating zero fit into.
+/// Enough for a counter header and its terminating zero.
 inline constexpr std::size_t kCounterHeaderRoom = 64;
 
 /// "%lld" and the thread, into at least `kCounterHeaderRoom` bytes; returns the header's length.

@@ -1,5 +1,5 @@
-/// The native crash handler: every handled signal, unhandled exceptions and a host's own report, by what a
-/// child that dies of them leaves behind.
+/// The native crash handler: every handled signal, unhandled exceptions and a host's own report, judged by
+/// what a child that dies of them leaves.
 
 #include "crashHandler/crashHandler.h"
 #include "tests/support/Sandbox.h"
@@ -75,7 +75,7 @@ Death DieOf(const std::function<void()>& action) {
     Death death;
     death.pid = ::fork();
     if (death.pid == 0) {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // one that hangs would keep the port from the tests that follow
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // if it hung, it would keep the port from later tests
         ::dup2(::open("out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
         ::dup2(::open("err", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
         InstallCrashHandler(0);
@@ -111,7 +111,7 @@ void ExpectFrames(const std::string& text) {
 std::atomic<int> g_Depth{0};
 std::atomic<int> g_Flushes{0};
 
-/// An address that nothing is mapped at. Not null, which a sanitizer would see before the processor does.
+/// An address where nothing is mapped. Not null, which a sanitizer would see before the processor does.
 volatile int* Nowhere(int page = 1) {
     return reinterpret_cast<volatile int*>(static_cast<std::uintptr_t>(page) * 0x1000);
 }
@@ -152,8 +152,8 @@ __attribute__((noinline)) void LoopTheStack() {
     ++g_Depth;
 }
 
-#ifndef __arm__ // the emulator knows nothing of this
-/// From here on a system call of this process is answered as told.
+#ifndef __arm__ // the emulator cannot do this
+/// From here on a system call of this process gets the given answer.
 void Deny(unsigned call, unsigned answer) {
     sock_filter rules[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -169,7 +169,7 @@ void Deny(unsigned call, unsigned answer) {
 
 } // namespace
 
-/// What reaches the disk: the handler's own call, counted.
+/// Counts the handler's own calls that bring its file to the disk.
 extern "C" int fsync(int __fd) {
     ++g_Flushes;
     return static_cast<int>(::syscall(SYS_fsync, __fd));
@@ -363,11 +363,11 @@ TEST_F(CrashHandler, TheCoreLimitIsTheSmallerOfWishAndHardLimit) {
     });
 }
 
-// Threads that fail together: each writes its own frames, once, and every file is announced.
+// If threads fail together, each writes its own frames, once, and every file is announced.
 TEST_F(CrashHandler, ThreadsMayCrashTogether) {
     const Mosk mosk;
 #ifdef __arm__
-    constexpr int kThreads = 4; // the emulator copies itself slowly
+    constexpr int kThreads = 4; // copying the process is slow under the emulator
 #else
     constexpr int kThreads = 20;
 #endif
@@ -397,7 +397,7 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
         expected.push_back(Notification(directory() + "/" + death.File(file)));
     }
     EXPECT_GE(traced, static_cast<std::size_t>(kThreads));
-#ifndef __arm__ // a stack ends at the abort there
+#ifndef __arm__ // there a stack ends at the abort
     EXPECT_EQ(traced, expected.size());
 #endif
     std::vector<std::string> announced = mosk.Received();
@@ -413,14 +413,14 @@ TEST_F(CrashHandler, AnAddressThatIsNoCodeIsTracedToItsCaller) {
     ExpectFrames(frames);
     EXPECT_EQ(CountOf(frames, "\n0x1000: -- error: unable to obtain symbol name for this frame\n"), 1U)
         << frames;
-#ifndef __arm__ // nothing there says who called
+#ifndef __arm__ // nothing there shows the caller
     EXPECT_EQ(CountOf(frames, "CallNowhere()"), 1U) << frames;
 #endif
 }
 
 #ifndef __arm__
-// The first instruction of a function belongs to it, and so does a call that is its last one: neither is
-// taken for a part of the neighbour.
+// The first instruction of a function belongs to it, and so does a call that is its last instruction: neither
+// is attributed to the neighbour.
 TEST_F(CrashHandler, InstructionsAtTheEdgesOfAFunctionAreNamedRight) {
     const Death death = DieOf([] { EndsInACall(); });
     EXPECT_TRUE(death.ByAbort());
@@ -461,7 +461,7 @@ TEST_F(CrashHandler, EveryFrameOfADeepRecursionIsWritten) {
     const std::string frames = ReadFile(death.File(1));
     ExpectFrames(frames);
     EXPECT_EQ(CountOf(frames, "FaultDeepDown(int)"), 10001U);
-#ifndef __arm__ // a stack ends at the abort there
+#ifndef __arm__ // there a stack ends at the abort
     EXPECT_EQ(CountOf(ReadFile(death.File(2)), "FaultDeepDown(int)"), 10001U);
 #endif
 }
@@ -504,7 +504,7 @@ TEST_F(CrashHandler, ClosedStandardDescriptorsStayClosed) {
 #ifndef __arm__
 TEST_F(CrashHandler, WhatTheSystemDeniesIsDoneWithout) {
     const Mosk mosk;
-    // No copy of the process: the stack is walked in place, where there is room for that.
+    // No copy of the process: the stack is walked in place, if there is room for that.
     Death death = DieOf([] {
         static unsigned char room[1 << 18];
         stack_t alternate{};
@@ -519,8 +519,8 @@ TEST_F(CrashHandler, WhatTheSystemDeniesIsDoneWithout) {
     EXPECT_EQ(CountOf(ReadFile(death.File(1)), "WriteToNowhere(int volatile*"), 1U);
     EXPECT_EQ(mosk.Received().size(), 2U);
 
-#ifndef __SANITIZE_THREAD__ // it puts these signals off
-    // A call that raises a signal of its own within the handler costs no more than its step.
+#ifndef __SANITIZE_THREAD__ // it postpones these signals
+    // A call that raises a signal of its own within the handler costs only its own step.
     death = DieOf([] {
         Deny(SYS_clone, SECCOMP_RET_TRAP);
         WriteToNowhere(Nowhere());

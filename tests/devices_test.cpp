@@ -32,8 +32,8 @@
 namespace {
 
 std::size_t g_Writes = 0;
-/// How much the next calls of `write` take at most; -1 lets a call fail. Never destroyed: the library writes
-/// at the end of the process.
+/// How many bytes each of the next calls of `write` takes at most; -1 makes a call fail. Never destroyed: the
+/// library writes at the end of the process.
 std::vector<long>& g_WritesTake = *new std::vector<long>;
 
 std::atomic<bool> g_HoldUpAtClock{false};
@@ -132,7 +132,7 @@ TEST_F(Devices, ANewDeviceCountsUntilItsLastReferenceGoes) {
     EXPECT_EQ(GetTraceDeviceCount(), before);
 }
 
-// Every header is composed by hand; printf says what it has to be.
+// Every header is composed by hand; printf says what it must be.
 TEST_F(Devices, HeadersAreWhatPrintfWouldMakeOfThem) {
     const int priorities[] = {0, 5, 99, 100, 12345, -1, -5, -99, INT32_MIN};
     const long long counters[] = {0, 7, -7, 1234567890123LL, INT64_MAX, INT64_MIN};
@@ -164,8 +164,8 @@ TEST_F(Devices, HeadersAreWhatPrintfWouldMakeOfThem) {
 
 namespace {
 
-/// What the library makes of a message, in a buffer of each size up to one in which it fits, against the C
-/// library.
+/// Compares the library's formatting of a message with the C library's, in a buffer of each size up to one in
+/// which it fits.
 [[gnu::format(printf, 1, 2)]] void ExpectAsPrintf(const char* format, ...) {
     for (std::size_t size = 1; size <= 80; ++size) {
         std::string ours(size, '?');
@@ -183,7 +183,7 @@ namespace {
 
 } // namespace
 
-// Plain conversions are composed by hand, the others are the C library's; nobody can tell which was which.
+// Plain conversions are composed by hand, the others by the C library; the results must not differ.
 TEST_F(Devices, MessagesAreWhatPrintfWouldMakeOfThem) {
     ExpectAsPrintf("%s", "");
     ExpectAsPrintf("no conversion, 100%%");
@@ -200,7 +200,7 @@ TEST_F(Devices, MessagesAreWhatPrintfWouldMakeOfThem) {
     ExpectAsPrintf("[%s] %d", nothing, 5);
 }
 
-// A device class of a host's own reaches the headers through the base.
+// A host's own device class reaches the headers through the base.
 class HeaderProbe : public CRollingLogFile {
   public:
     std::string DateTime() {
@@ -254,11 +254,11 @@ TEST_F(Devices, ALogHoldsItsCalibrationLineAndEveryLineEnded) {
     log.WriteData(nullptr, 4);
     log.WriteData(Bytes("x"), 0);
     log.WriteDataRaw(Bytes("x"), -3);
-    EXPECT_EQ(CountOf(ReadFile("log"), "\n"), 1U) << "only the calibration line goes past the buffer";
+    EXPECT_EQ(CountOf(ReadFile("log"), "\n"), 1U) << "only the calibration line bypasses the buffer";
     log.Flush();
     ExpectMatch(ReadFile("log"), Header() + kCalibration + Header() + "ends by itself\n" + Header() +
                                      "is ended\r\nraw\r\nhead\nbody\r\n");
-    // Opening it again appends, with a record of another type as with none.
+    // Opening it again appends, with a record of another type as well as with none.
     _TraceConfig console{};
     console.type = TRACE_DEVICE_CONSOLE;
     log.Init(&console);
@@ -287,9 +287,10 @@ TEST_F(Devices, TheOrderOfLinesHoldsAtEveryLengthAroundTheBuffer) {
     }
     const std::size_t shortest = ReadFile("log").size();
     log.WriteDataRaw(Bytes(std::string(4093, 'b').c_str()), 4093);
-    EXPECT_EQ(ReadFile("log").size(), shortest + 6) << "one line less than 4094 bytes is still buffered";
+    EXPECT_EQ(ReadFile("log").size(), shortest + 6) << "a line of less than 4094 bytes is still buffered";
     log.WriteDataRaw(Bytes(std::string(4094, 'b').c_str()), 4094);
-    EXPECT_EQ(ReadFile("log").size(), shortest + 6 + 4095 + 4096) << "one of 4094 goes past the buffer";
+    EXPECT_EQ(ReadFile("log").size(), shortest + 6 + 4095 + 4096)
+        << "a line of 4094 bytes bypasses the buffer";
     log.Close();
     const std::string content = ReadFile("log");
     EXPECT_EQ(content.substr(content.find('\n') + 1, expected.size()), expected);
@@ -312,7 +313,7 @@ TEST_F(Devices, AFullLogWithoutBackupsIsOverwrittenFromItsStart) {
     CRollingLogFile log;
     WriteFile("log", std::string(6000, 'o'));
     _TraceConfig config = LogConfig(L"log", 5000, 0, false);
-    // Without the append flag the existing file is rolled first: rewound, here, and never truncated.
+    // Without the append flag the existing file is first rolled: here it is rewound, and never truncated.
     log.Init(&config);
     const std::string content = ReadFile("log");
     EXPECT_EQ(content.size(), 6000U);
@@ -323,7 +324,7 @@ TEST_F(Devices, AFullLogWithoutBackupsIsOverwrittenFromItsStart) {
     for (int i = 0; i < 5; ++i) {
         log.WriteDataRaw(Bytes(line.c_str()), 1000);
     }
-    // The fifth line reaches the maximum: the next stands at the start, after a calibration line.
+    // The fifth line reaches the maximum: the next is at the start, after a calibration line.
     log.WriteDataRaw(Bytes("again\n"), 6);
     ExpectMatch(ReadFile("log").substr(0, 150), Header() + kCalibration + "again\n[^]*");
     EXPECT_EQ(Listing("."), std::vector<std::string>{"log"});
@@ -376,9 +377,9 @@ namespace {
 constexpr int kWriters = 4;
 constexpr int kLinesOfWriter = 500;
 
-/// Each thread writes texts that name it and count, and some are held up where they read the clock. Returns
-/// whether it took so little time that the fall of the counter when a second begins is not taken for one that
-/// was read too early.
+/// Each thread writes texts that contain its name and a count, and some are delayed where they read the
+/// clock. Returns whether this took so little time that the fall of the counter at a new second cannot be
+/// confused with one that was read too early.
 bool WriteFromThreads(ITraceDevice& device) {
     const auto begin = std::chrono::steady_clock::now();
     std::barrier together(kWriters);
@@ -588,7 +589,7 @@ TEST_F(MemoryQueues, AShortOrFailedWriteCostsNoMoreThanTheRestOfWhatItStoppedIn)
     Configure(L"out", 1, 0);
     WriteAll({"text"});
     g_WritesTake = {4};
-    ExpectMatch(Flushed(), "[0-9]{4}text"); // a header is a piece of its own
+    ExpectMatch(Flushed(), "[0-9]{4}text"); // a header is a separate piece
 }
 
 TEST_F(MemoryQueues, TheStampIsThatOfTheWriter) {
@@ -613,7 +614,7 @@ TEST_F(MemoryQueues, ModeSaysWhatBecomesOfTheQueue) {
     WriteAll({"written by init"});
     Configure(L"other", 0, 2);
     ExpectMatch(ReadFile("out"), DateHeader() + "written by init");
-    // A depth lowered under the fill finds the queue full: with mode bit 2 the rest is written out.
+    // If the depth is lowered below the fill, the queue is full: with mode bit 2 the rest is written out.
     WriteAll({"1", "2", "3", "4"});
     queue_.SetQueueDepth(2);
     WriteAll({"5"});

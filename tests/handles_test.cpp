@@ -34,7 +34,7 @@ int g_AllocationsLeft = -1;
 
 } // namespace
 
-// Not inlined, since the compiler then takes the pairs for mismatched.
+// Not inlined, since the compiler would otherwise report mismatched pairs.
 __attribute__((noinline)) void* operator new(std::size_t size) {
     if (g_AllocationsLeft >= 0 && g_AllocationsLeft-- == 0) {
         throw std::bad_alloc();
@@ -76,7 +76,8 @@ TEST_F(Handles, FilesKeepTheirOwnResultConventions) {
     EXPECT_EQ(_set_file_pointer_helper(file, 4, SEEK_SET), 4);
     EXPECT_EQ(_set_end_of_file_helper(file), 0);
     EXPECT_EQ(_get_file_size_helper(file), 4);
-    // A negative offset is a large positive one: from 4 it ends at 2^32 + 3, of which the low 32 bits remain.
+    // A negative offset is a large positive one: from 4 it leads to 2^32 + 3, of which the low 32 bits
+    // remain.
     EXPECT_EQ(_set_file_pointer_helper(file, -1, SEEK_CUR), 3);
     EXPECT_EQ(_set_file_pointer_helper(file, 0, 77), -1);
     EXPECT_EQ(_flush_file_helper(file), 0);
@@ -376,7 +377,7 @@ TEST_F(Handles, AWholeBufferIsFlushedOrItsFailureReported) {
     EXPECT_EQ(FlushBufferToFile(file, bytes, 10), 0) << "opened for reading only";
     _close_handle_helper(file);
 
-    // A short write is gone on with, which here meets the full disk.
+    // After a short write the library continues, and here it meets the full disk.
     const TinyDisk disk("tiny", 16);
     if (disk.mounted()) {
         std::vector<unsigned char> many(40000, 'x');

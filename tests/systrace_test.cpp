@@ -30,7 +30,8 @@
 
 namespace {
 
-// Counts what the hot paths allocate. Not inlined, since the compiler then takes the pairs for mismatched.
+// Counts what the hot paths allocate. Not inlined, since the compiler would otherwise report mismatched
+// pairs.
 std::atomic<std::size_t> g_Allocations{0};
 
 } // namespace
@@ -238,7 +239,7 @@ TEST_F(SysTrace, CaptureSwapsExactlyItsStates) {
         std::uint32_t during;
         std::uint32_t after;
     };
-    // The saved state is 1 from above where capture does not note one.
+    // The saved state stays 1 from above if a capture does not store one.
     for (const Case& c : {Case{2, true, 2, 2}, Case{3, true, 3, 3}, Case{4, false, 1, 3},
                           Case{0, false, 0, 3}, Case{77, false, 77, 3}}) {
         header.state = c.state;
@@ -334,10 +335,10 @@ TEST_F(SysTrace, DumpsReportAsTheyAlwaysHave) {
     EXPECT_EQ(dump.substr(256, 4), "strc");
     EXPECT_EQ(WordAt(dump, 512), 0x00400007U);
     EXPECT_EQ(WordAt(dump, 512 + 3 * 8), 0x1FC07532U);
-    EXPECT_EQ(block.header().liveFilter[0], 0xFFFFFFFFU) << "tracing goes on";
+    EXPECT_EQ(block.header().liveFilter[0], 0xFFFFFFFFU) << "tracing continues";
     EXPECT_EQ(block.entry(5).id, 0x1FC07534U);
 
-    // Wrapped: everything. The file before is kept as .1, and .10 belongs to the rolling.
+    // Wrapped: everything. The previous file is kept as .1; .10 belongs to the rolling.
     for (std::size_t i = 0; i < kEntries; ++i) {
         RTTrace(SYSTRACE_ID(1, 0, 7));
     }
@@ -353,7 +354,8 @@ TEST_F(SysTrace, DumpsReportAsTheyAlwaysHave) {
     EXPECT_EQ(ClearSysTrace(), 19);
     EXPECT_EQ(block.header().writeIndex, 0xFFFFFFFFU);
 
-    // Nothing traced and the events filtered out: the wrap count is still -1, so the whole block is dumped.
+    // Nothing was traced and the events are filtered out: the wrap count is still -1, so the whole block is
+    // dumped.
     SysTraceSetAllLevel(0, false);
     EXPECT_EQ(DumpSysTrace(L"dump", 0), 19);
     EXPECT_EQ(ReadFile("dump").size(), 256U + 33024);
@@ -385,7 +387,7 @@ TEST_F(SysTrace, ADumpThatCannotBeginOrWriteSaysSo) {
     }
     SysTraceSetAllLevel(0, false);
     ClearSysTrace();
-    // The path is wide and the message's format reads it as narrow: its first character remains.
+    // The path is wide and the message's format reads it as narrow: only its first character remains.
     EXPECT_EQ(CapturedOutput([] { DumpSysTrace(L"tiny/dump", 0); }),
               "ERROR!!  Failed to write SysTrace to t, err=28.\r\n");
     EXPECT_EQ(ReadFile("tiny/dump").substr(256, 4), "strc");
@@ -416,7 +418,7 @@ TEST_F(SysTrace, ACallbackMayRefuseOrTakeLess) {
               "ERROR!!  SysTrace::Dump() callback is NULL\r\n");
     const auto throwing = [](const char*, int, int*, void*) -> int { throw 1; };
     EXPECT_EQ(DumpSysTraceEx(throwing, nullptr), ENOMEM);
-    EXPECT_EQ(block.header().liveFilter[4], 0xFFFFFFFFU) << "tracing goes on after each";
+    EXPECT_EQ(block.header().liveFilter[4], 0xFFFFFFFFU) << "tracing continues after each";
 }
 
 // Whatever the interleaving, each record can be put together again from continuation, id and thread.
@@ -491,7 +493,7 @@ TEST_F(SysTrace, AnotherProcessAdoptsTheSegment) {
     unsigned char* memory = nullptr;
     EXPECT_EQ(CapturedOutput([&] { GetRTTraceBuffer(&memory); }), kNoRegisters);
     ASSERT_NE(memory, nullptr);
-    RTTrace(SYSTRACE_ID(3, 3, 34)); // the first process's filter is in force
+    RTTrace(SYSTRACE_ID(3, 3, 34)); // the first process's filter is in effect
     EXPECT_EQ(DumpSysTrace(L"dump", 0), 19);
     EXPECT_EQ(WordAt(ReadFile("dump"), 512 + 24), 0x60C00022U);
     EXPECT_NE(ConfigureSysTrace(), nullptr);
@@ -525,7 +527,8 @@ TEST_F(SysTrace, AKilledProcessLeavesItsRecords) {
     KilledMidway([](const std::function<void()>& underWay) {
         ::freopen("/dev/null", "w", stdout);
         SysTraceConfigure();
-        for (std::uint32_t i = 0; i < 300000; ++i) { // More would wrap before a busy machine has killed it.
+        for (std::uint32_t i = 0; i < 300000;
+             ++i) { // With more, it would wrap before a busy machine has killed it.
             RTTrace_1(SYSTRACE_ID(9, 0, 1), i);
             if (i == 1000) {
                 underWay();
@@ -561,8 +564,8 @@ class SharedCount {
 
 } // namespace
 
-// Processes that start at once on a block that nobody has formatted, in every other round children of one
-// that has mapped it: one formats it, and what the first has traced by then stays.
+// Processes that start at once on a block that nobody has formatted; in every other round they are children
+// of one that has mapped it. One of them formats the block, and what the first has traced by then stays.
 TEST_F(SysTrace, OfProcessesThatStartAtOnceOneFormats) {
     constexpr int kProcesses = 3;
     constexpr int kRecords = 50;
@@ -605,7 +608,7 @@ TEST_F(SysTrace, OfProcessesThatStartAtOnceOneFormats) {
     }
 }
 
-// The one that is about to format may have been stopped.
+// The process that is about to format may have been stopped.
 TEST_F(SysTrace, AProcessThatDoesNotGetOnHoldsNobodyUp) {
     const SharedCount locked;
     const pid_t holder = ::fork();
@@ -658,7 +661,7 @@ TEST_F(SysTrace, WithoutASegmentTheCallsSayTwelve) {
     EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(ClearSysTrace(), 0); }), kSettingUp);
     ReleaseSysTrace();
     EXPECT_EQ(CapturedOutput([] { EXPECT_EQ(ClearSysTrace(), 0); }), "")
-        << "mapped anew, the contents are still there";
+        << "mapped again, the contents are still there";
 }
 
 TEST_F(SysTrace, ThreadsConfigureOneBuffer) {

@@ -30,7 +30,7 @@ int ConfigureLog(const wchar_t* file = L"log", unsigned size = 1 << 24) {
     return TraceServices::ConfigureDefaultLog(file, size, 0, true);
 }
 
-/// The default log's lines from the level on, calibration lines left out.
+/// The default log's lines from that level on, without calibration lines.
 std::vector<std::string> Logged(const std::string& file = "log") {
     TraceDeviceFlushAll(false);
     std::vector<std::string> texts;
@@ -67,11 +67,11 @@ void WriteWarnList(NimaTrace& trace, const char* format, ...) {
     va_end(arguments);
 }
 
-/// A format out of memory that can be written to, as a host has it that puts its formats together.
+/// A format in writable memory, as with a host that composes its formats.
 void WriteOwnFormat(NimaTrace& trace, char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    // Through a pointer, since the compiler asks for a literal where it can see that a format is expected.
+    // Through a pointer, since the compiler insists on a literal if it can see that a format is expected.
     void (NimaTrace::*const writer)(const char*, va_list) = &NimaTrace::WriteError;
     (trace.*writer)(format, arguments);
     va_end(arguments);
@@ -136,7 +136,7 @@ TEST_F(Tracers, LinesReadAsDocumented) {
     trace.WriteFatal("tag", Raw("x"), -2);
     EXPECT_EQ(Logged(), (Texts{"<WARN> <Scanner> jam at 3", "<WARN> <Scanner> list",
                                "<PERF> <Scanner> raw bytes", "<INFO> <Scanner> tag::tagged"}));
-    EXPECT_EQ(CountOf(ReadFile("log"), "<0x"), 5U) << "one header a line, the calibration line's included";
+    EXPECT_EQ(CountOf(ReadFile("log"), "<0x"), 5U) << "one header per line, the calibration line's included";
 }
 
 TEST_F(Tracers, LongLinesAreCutToTheBuffer) {
@@ -151,7 +151,7 @@ TEST_F(Tracers, LongLinesAreCutToTheBuffer) {
     const Texts lines = Logged();
     ASSERT_EQ(lines.size(), 4U);
     EXPECT_EQ(lines[0], ("<ERROR> <T> " + body).substr(0, 1023));
-    // The whole buffer, its own header and its terminating zero included, is written as one line.
+    // The whole buffer is written as one line, including its own header and its terminating zero.
     EXPECT_EQ(lines[1].substr(0, 20), "<ERROR> <T> bbbbbbbb");
     EXPECT_EQ(lines[1].back(), '\0');
     EXPECT_EQ(CountOf(lines[1] + lines[3], "dropped"), 0U);
@@ -200,13 +200,14 @@ TEST_F(Tracers, ATracerBindsToALogThatComesLater) {
     early.WriteErrorV("one");
     early.Flush();
     EXPECT_EQ(CountOf(ReadFile("log"), "<ERROR> <early> one\r\n"), 1U);
-    // Holder and tracer hold a reference each, beside the registry's.
+    // Holder and tracer hold one reference each, besides the registry's.
     EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 2);
     early.WriteErrorV("two");
     EXPECT_EQ(Logged(), (Texts{"<ERROR> <early> one", "<ERROR> <early> two"}));
 }
 
-// A creation under any name binds every tracer anew, and that gives its reference back before it looks up.
+// A creation under any name rebinds every tracer, and a tracer releases its reference before it looks the
+// device up.
 TEST_F(Tracers, ATracerAloneDoesNotKeepTheLogThroughACreation) {
     ASSERT_EQ(ConfigureLog(), 0);
     NimaTrace trace("T");
@@ -281,7 +282,7 @@ TEST_F(Tracers, TheSelfTestUsesTheLibrarysOwnTracer) {
                                "<DEBUG> " + own + "DEBUG level y"}));
 }
 
-// Concurrent first writes, creations, releases and re-binding, and every line of the steady writers in the
+// Concurrent first writes, creations, releases and rebinding; every line of the steady writers is in the
 // file.
 TEST_F(Tracers, ThreadsLoseNoLine) {
     ASSERT_EQ(ConfigureLog(), 0);
@@ -333,7 +334,7 @@ TEST_F(Tracers, ThreadsLoseNoLine) {
     }
 }
 
-// A tracer that first writes while the log is being created is bound by one or the other, whoever comes
+// A tracer that first writes while the log is being created is bound by one or the other, whichever comes
 // first.
 TEST_F(Tracers, NoTracerIsForgottenWhenTheLogComesUp) {
     for (int round = 0; round < 50; ++round) {
@@ -392,7 +393,7 @@ TEST_F(Registry, BadArgumentsAreRefusedAndLeaveNothing) {
         config.type = type;
         device = reinterpret_cast<TRACE_DEVICE_HANDLE>(&config);
         EXPECT_EQ(TraceDeviceCreate(&config, &device), 22) << type;
-        EXPECT_EQ(device == nullptr, type != 0) << "untouched only where nothing was looked up";
+        EXPECT_EQ(device == nullptr, type != 0) << "untouched only if nothing was looked up";
     }
     config = Config(TRACE_DEVICE_CONSOLE, nullptr);
     EXPECT_EQ(TraceDeviceCreate(&config, &device), 22);
@@ -507,7 +508,7 @@ TEST_F(Services, TheHolderReplacesItsHandleWithoutGivingItBack) {
     EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 2);
     EXPECT_EQ(GetTraceDeviceCount(), 1);
     EXPECT_EQ(TraceServices::ConfigureDefaultLog(nullptr, 0, 0, true), 0)
-        << "an existing device is only re-opened";
+        << "an existing device is only reopened";
 }
 
 TEST_F(Services, TheConsoleCanBeTheDefaultLog) {
@@ -551,7 +552,7 @@ TEST_F(Services, StandardStreamsAreRedirectedOrTheFailureTraced) {
                                tracer + "Failed to redirect stdout!"}));
 }
 
-// What a process leaves behind that ends without flushing, releasing or destroying anything.
+// What a process leaves that ends without flushing, releasing or destroying anything.
 TEST_F(Services, AProcessThatJustReturnsLosesNoLine) {
     InGoodChild([] {
         ASSERT_EQ(ConfigureLog(), 0);
@@ -576,7 +577,7 @@ TEST_F(Services, CancellingAThreadThatTracesLeavesNoLockHeld) {
     ASSERT_EQ(ConfigureLog(), 0);
     TraceSetEffectiveLevel(TRACE_THRESHOLD_WARN);
     NimaTrace trace("T");
-    TraceDeviceFlushAll(true); // every line is a system call now, and each of those a cancellation point
+    TraceDeviceFlushAll(true); // every line is now a system call, and each of those a cancellation point
     for (int round = 0; round < 20; ++round) {
         std::thread victim([&] {
             for (;;) {
@@ -597,7 +598,7 @@ TEST_F(Services, CancellingAThreadThatTracesLeavesNoLockHeld) {
     }
     trace.WriteErrorV("still works");
     TraceDeviceFlushAll(false);
-    EXPECT_EQ(CountOf(ReadFile("log"), "<ERROR> <T> still works\r\n"), 1U) << "the line before may be torn";
+    EXPECT_EQ(CountOf(ReadFile("log"), "<ERROR> <T> still works\r\n"), 1U) << "the previous line may be torn";
 }
 
 } // namespace Nima::Testing

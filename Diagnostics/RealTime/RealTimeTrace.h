@@ -12,7 +12,7 @@ namespace Nima::Common::System::OS::Diagnostics {
 /// The live buffer, null until configured. Writers read it without a lock.
 extern constinit std::atomic<SysTraceBuffer*> g_RTTrace;
 
-/// Guards making and replacing the live buffer.
+/// Guards creation and replacement of the live buffer.
 extern constinit StaticLockStruct g_SysTraceLock;
 
 /// The library's own events, component 127, level 0.

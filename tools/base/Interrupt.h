@@ -2,7 +2,8 @@
 
 namespace NimaPost {
 
-/// While it lives, SIGINT and SIGTERM ask for an end instead of being one. One at a time.
+/// During its lifetime, SIGINT and SIGTERM only request an end instead of ending the process. One object at a
+/// time.
 class Interrupt {
   public:
     Interrupt();

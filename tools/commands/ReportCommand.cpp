@@ -16,7 +16,7 @@ namespace NimaPost {
 
 namespace {
 
-/// What a browser opens at once and a mail carries.
+/// What a browser opens at once and fits in a mail.
 constexpr std::size_t kDefaultRows = 50000;
 /// A page's list cannot be scrolled beyond about this many rows.
 constexpr std::size_t kMostRows = 500000;
@@ -27,7 +27,7 @@ struct Options {
     std::size_t rows = kDefaultRows;
 };
 
-/// Keeps the page's data from ending its element.
+/// Keeps the page's data from closing its own element.
 void WriteEscaped(Output& out, const Json& json) {
     const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
     std::string_view rest = text;
@@ -47,7 +47,7 @@ std::string Now() {
     return text.substr(0, text.find('.')) + 'Z';
 }
 
-/// The folder's own name, also where it was given as "." or with a slash at its end.
+/// The folder's own name, even if it was given as "." or with a slash at its end.
 std::string FolderName(const std::string& folder) {
     std::error_code error;
     std::filesystem::path path = std::filesystem::canonical(folder, error);
@@ -64,7 +64,7 @@ void WriteRows(Output& out, const std::vector<Row>& sorted, std::uint64_t omitte
     WriteEscaped(out, {{"rows", omitted},
                        {"statement", omitted == 0 ? std::string()
                                                   : Counted(omitted, "older record") +
-                                                        " left out; --rows takes more of them in."}});
+                                                        " left out; --rows includes more of them."}});
 }
 
 void WritePage(Output& out, const Options& options, const Story& story, const Names& names) {
@@ -138,9 +138,9 @@ void AddReportCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(
         app, context, "report", "Everything in a folder as one page for a browser, which needs no network");
-    command->add_option("FOLDER", options->folder, "What came back from the device")->required();
+    command->add_option("FOLDER", options->folder, "The folder that came back from the device")->required();
     command->add_option("-o,--output", options->output, "File to write")->required()->type_name("FILE");
-    command->add_option("--rows", options->rows, "How many of the newest records to take in")
+    command->add_option("--rows", options->rows, "How many of the newest records to include")
         ->check(CLI::Range(std::size_t{1}, kMostRows))
         ->capture_default_str();
     command->callback([&run, options] { run = [options](Context& c) { return RunReport(c, *options); }; });

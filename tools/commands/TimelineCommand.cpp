@@ -23,7 +23,7 @@ struct Options {
     std::string output;
 };
 
-/// As categories of events, and as the counter's lanes.
+/// Used as categories of events and as the counter's lanes.
 constexpr std::array<const char*, kEventKinds> kCategories{"text", "binary", "ring", "record"};
 constexpr std::array<const char*, kEventKinds> kLanes{"text lines", "binary records", "ring events",
                                                       "event records"};
@@ -35,7 +35,7 @@ const char* CertaintyInWords(const TimelineEvent& event) {
                                      : "perhaps whole seconds off";
 }
 
-/// Microseconds with three places; a floating-point number would lose the nanoseconds.
+/// Microseconds with three decimal places; a floating-point number would lose the nanoseconds.
 std::string Microseconds(std::int64_t nanoseconds) {
     std::string places;
     AppendSeconds(places, Modulo(nanoseconds, 1000));
@@ -54,7 +54,7 @@ class Tracks {
             return 0;
         }
         Track& track = tracks_.try_emplace(*event.thread, Track{tracks_.size() + 1, {}}).first->second;
-        // The library itself calibrates the log on whichever thread comes along.
+        // The library itself calibrates the log, on whichever thread happens to write.
         if (track.tracer.empty() && event.kind == EventKind::kText &&
             event.level != Nima::Catalogue::kCalibrationLevel) {
             track.tracer = ToUtf8(event.name);
@@ -196,7 +196,7 @@ class TraceWriter {
         };
         for (auto rate = rates_.begin(); rate != rates_.end(); ++rate) {
             write(rate->first, rate->second);
-            // A counter keeps its value until the next one, so a quiet second has to say so.
+            // A counter keeps its value until the next one, so a second without entries needs one of its own.
             const auto next = std::next(rate);
             if (next == rates_.end() || next->first != rate->first + 1) {
                 write(rate->first + 1, {});
@@ -261,7 +261,7 @@ void AddTimelineCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "timeline",
                                    "Everything in a folder on one time axis, as Chrome trace-event JSON");
-    command->add_option("FOLDER", options->folder, "What came back from the device")->required();
+    command->add_option("FOLDER", options->folder, "The folder that came back from the device")->required();
     command->add_option("-o,--output", options->output, "File to write, for ui.perfetto.dev")
         ->required()
         ->type_name("FILE");

@@ -16,7 +16,7 @@ class CrashSource : public Source {
     void Read(FolderFile& file, InputFile& input) override;
     void Date(Axis& axis) override;
 
-    /// The newest crash log; null where none could be read.
+    /// The newest crash log; null if none could be read.
     const CrashLog* Newest() const { return newest_ ? &*newest_ : nullptr; }
 
   private:

@@ -49,8 +49,8 @@ void RingSource::Take(std::size_t file, RingSet set) {
 }
 
 void RingSource::Place(Axis& axis) {
-    // What was dumped as text says when, so it comes first, the newest before older ones; the segment adds
-    // what came after.
+    // A text dump says when it was made, so dumps come first, newer before older; the segment adds what came
+    // later.
     std::stable_sort(rings_.begin(), rings_.end(), [](const Placed& x, const Placed& y) {
         return std::pair(x.set.isText, x.set.date ? x.set.date->second : 0) >
                std::pair(y.set.isText, y.set.date ? y.set.date->second : 0);
@@ -61,8 +61,8 @@ void RingSource::Place(Axis& axis) {
     if (!rings_.empty()) {
         axis.State(
             {"rings-tied",
-             "Every ring's newest record is taken to stand within a second of the moment the rings were "
-             "read or written; its ring may be older by whole seconds."});
+             "Every ring's newest record is assumed to be within a second of the moment the rings were "
+             "read or written; the ring may be older by whole seconds."});
     }
 }
 
@@ -89,7 +89,7 @@ void RingSource::PlaceNewest(Axis& axis) {
     }
 }
 
-/// Dumps repeat what the segment holds, and each other. Every record is told once, from the best source.
+/// Dumps repeat what the segment holds, and each other. Every record is shown once, from the best source.
 void RingSource::MarkKnownRecords() {
     std::unordered_set<std::uint64_t> seen;
     for (Placed& placed : rings_) {

@@ -8,7 +8,7 @@
 
 namespace NimaPost {
 
-/// Rings in a folder: the segment, dumps of it, and what crash logs hold of them.
+/// Rings in a folder: the segment, dumps of it, and those in crash logs.
 class RingSource : public Source {
   public:
     explicit RingSource(SourceSet& set);
@@ -17,7 +17,7 @@ class RingSource : public Source {
     void Place(Axis& axis) override;
     bool ForEach(const EventVisitor& visitor) const override;
 
-    /// Takes rings that another kind of file holds.
+    /// Takes rings from another kind of file.
     void Take(std::size_t file, RingSet set);
 
     /// The rings of one file, and when each one's newest record was written.
@@ -25,10 +25,10 @@ class RingSource : public Source {
         std::size_t file;
         RingSet set;
         std::vector<std::int64_t> newest; ///< of each ring, on the axis
-        /// Records that a better source has already, by ring and position.
+        /// Records that a better source already has, by ring and position.
         std::vector<std::vector<bool>> known;
     };
-    /// The best source first.
+    /// All rings, the best source first.
     const std::vector<Placed>& All() const { return rings_; }
 
   private:

@@ -53,14 +53,14 @@ void SysTraceSource::Place(Axis& axis) {
     if (!traces_.empty()) {
         axis.State(
             {"trace-tied",
-             std::string("The binary trace's newest record is taken to stand within half a second of ") +
-                 (axis.Crash() ? "the crash log's head" : "the end of what is dated") +
-                 "; its times before that are the latest possible."});
+             std::string("The binary trace's newest record is assumed to be within half a second of ") +
+                 (axis.Crash() ? "the crash log's head" : "the latest dated record") +
+                 "; earlier times are the latest possible."});
     }
 }
 
-/// Dumps repeat what the segment holds, and each other. Every record is told once, from the source that has
-/// most.
+/// Dumps repeat what the segment holds, and each other. Every record is shown once, from the source that has
+/// most records.
 void SysTraceSource::MarkKnownRecords() {
     std::unordered_set<std::uint64_t> seen;
     for (Placed& placed : traces_) {

@@ -21,8 +21,8 @@ class SysTraceSource : public Source {
     struct Placed {
         std::size_t file;
         SysTraceFile trace;
-        std::int64_t origin; ///< of elapsed time, on the axis
-        /// Records that a fuller source has already.
+        std::int64_t origin; ///< the start of elapsed time, on the axis
+        /// Records that a fuller source already has.
         std::vector<bool> known;
     };
 

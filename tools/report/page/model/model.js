@@ -2,7 +2,7 @@ import {lowerBound} from "../base/sorted.js";
 import {Clock} from "./clock.js";
 import {KIND_TEXT, PAINTS, SURE_SIGNS, kindOfSource, paintOf} from "./kinds.js";
 
-// A record whose time is unknown comes after the others.
+// A record with an unknown time comes after the others.
 function sortKey(row) {
   return Number.isFinite(row[0]) ? row[0] : Infinity;
 }
@@ -121,7 +121,7 @@ export class Model {
     return this.hasTime(row) ? SURE_SIGNS[this.sure[row]] + this.clock.short(this.times[row]) : "not known";
   }
 
-  // What a search looks through: the text, the words after it and the name. Made at the first search.
+  // What a search looks through: the text, the arguments after it, and the name. Built at the first search.
   searchText(row) {
     if (!this.haystack) {
       this.haystack = this.rows.map((record, index) =>
