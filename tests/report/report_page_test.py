@@ -378,7 +378,7 @@ class Page:
             self.settle()
             self.check("a click selects it and shows all of it", self.shows(index), self.details()[:200])
             line = self.selected_line()
-            self.check("the table has gone to it", line is not None and line.startswith(visible_line(self.rows[index][6])), line)
+            self.check("the table has gone to it", line == visible_line(self.rows[index][6]), line)
 
     def stands_alone(self, index):
         """Nothing else is near enough to be hit in its place."""
@@ -387,12 +387,13 @@ class Page:
         return t is not None and text and all(other is None or abs(other - t) > 50 for other in near)
 
     def hover_for(self, x, index):
-        wanted = visible(self.rows[index][6])[:200]
+        wanted = visible(self.rows[index][6])
+        wanted = wanted if len(wanted) <= 240 else wanted[:240] + "…"
         height = self.run("return document.getElementById('chart').getBoundingClientRect().height;")
         for y in range(32, int(height) - 4, 8):
             self.chart_at(x, y).perform()
-            tip = self.run("const t = document.getElementById('tip'); return t.hidden ? '' : t.textContent;")
-            if tip and wanted in tip:
+            tip = self.run("const t = document.getElementById('tip'); return t.hidden ? null : t.querySelector('.tip-text').textContent;")
+            if tip == wanted:
                 return True
         return False
 
@@ -426,7 +427,7 @@ class Page:
         self.key("#grid", Keys.HOME)
         wrong = []
         for index in range(len(self.rows)):
-            if not self.shows(index) or not (self.selected_line() or "").startswith(visible_line(self.rows[index][6])):
+            if not self.shows(index) or self.selected_line() != visible_line(self.rows[index][6]):
                 wrong.append(index)
             self.key("#grid", Keys.ARROW_DOWN)
         self.check("every record is shown literally", not wrong, wrong)

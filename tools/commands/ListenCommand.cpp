@@ -10,7 +10,6 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <memory>
 
@@ -152,8 +151,6 @@ int RunListen(Context& context, const Options& options) {
     if (!listener.Bind(options.port)) {
         return ReportUnusable(context, "port " + std::to_string(options.port) + ": " + std::strerror(errno));
     }
-    // A reader that has gone is to be reported like any other failure to write.
-    std::signal(SIGPIPE, SIG_IGN);
     const Interrupt interrupt;
     if (context.json) {
         context.out.WriteJson({{"listening", {{"address", "127.0.0.1"}, {"port", listener.Port()}}}});

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <deque>
 #include <filesystem>
 #include <memory>
@@ -158,8 +157,6 @@ int RunWatch(Context& context, const Options& options) {
         return ReportUnusable(
             context, options.directory + ": " + (error ? error.message() : std::string("not a directory")));
     }
-    // A reader that has gone is to be reported like any other failure to write.
-    std::signal(SIGPIPE, SIG_IGN);
     const Interrupt interrupt;
     Watch watch(context, options);
     for (;;) {
