@@ -5,6 +5,7 @@
 #include "tools/base/Output.h"
 #include "tools/names/Names.h"
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -31,6 +32,9 @@ void AddAllCommands(CLI::App& app, Context& context, Run& run);
 /// A subcommand with the options that all of them share.
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
                      const std::string& description);
+
+/// "--count N", for a command that goes on until it is interrupted: how many of `things` it waits for.
+void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things);
 
 /// Damage and remarks as lines of text on standard error, "damaged: ...", "note: ...", so that standard
 /// output holds nothing but what was asked for. What was printed before comes first on a terminal, too.

@@ -193,9 +193,7 @@ void AddListenCommand(CLI::App& app, Context& context, Run& run) {
         ->type_name("N");
     command->add_option("--collect", options->collect, "Copy the stack-trace files into this folder")
         ->type_name("DIR");
-    command->add_option("--count", options->count, "End after N notifications; 0 never ends")
-        ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+    AddCountOption(*command, options->count, "notifications");
     command->callback([&run, options] { run = [options](Context& c) { return RunListen(c, *options); }; });
 }
 

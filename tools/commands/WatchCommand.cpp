@@ -182,9 +182,7 @@ void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     command->add_option("--interval", options->interval, "Milliseconds from look to look (500)")
         ->type_name("MS")
         ->check(CLI::Range(10, 3600000));
-    command->add_option("--count", options->count, "End after N looks; 0 never ends")
-        ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+    AddCountOption(*command, options->count, "looks");
     command->add_option("--last", options->last, "Show the last N records of the trace")
         ->type_name("N")
         ->check(CLI::NonNegativeNumber);
