@@ -8,6 +8,7 @@
 #include "platform/Files.h"
 #include "platform/Identifiers.h"
 #include "platform/Text.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Sandbox.h"
 
 #include <atomic>
@@ -16,7 +17,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <new>
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -26,30 +26,6 @@
 #include <Diagnostics/RealTimeTraceApi.h>
 #include <Diagnostics/RingBufferApi.h>
 #include <Diagnostics/TraceApi.h>
-
-namespace {
-
-/// How many allocations succeed before one fails; negative for all.
-int g_AllocationsLeft = -1;
-
-} // namespace
-
-// Not inlined, since the compiler would otherwise report mismatched pairs.
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    if (g_AllocationsLeft >= 0 && g_AllocationsLeft-- == 0) {
-        throw std::bad_alloc();
-    }
-    if (void* block = std::malloc(size != 0 ? size : 1)) {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-__attribute__((noinline)) void operator delete(void* block) noexcept {
-    std::free(block);
-}
-__attribute__((noinline)) void operator delete(void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
-}
 
 namespace Nima::Testing {
 

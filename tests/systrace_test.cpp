@@ -4,6 +4,7 @@
 #include "Diagnostics/RealTime/RealTimeTrace.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
 #include "platform/Files.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Sandbox.h"
 
 #include <atomic>
@@ -15,7 +16,6 @@
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <new>
 #include <numeric>
 #include <thread>
 
@@ -27,28 +27,6 @@
 
 #include <Diagnostics/RealTimeTraceApi.h>
 #include <Diagnostics/RingBufferApi.h>
-
-namespace {
-
-// Counts what the hot paths allocate. Not inlined, since the compiler would otherwise report mismatched
-// pairs.
-std::atomic<std::size_t> g_Allocations{0};
-
-} // namespace
-
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    ++g_Allocations;
-    if (void* block = std::malloc(size != 0 ? size : 1)) {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-__attribute__((noinline)) void operator delete(void* block) noexcept {
-    std::free(block);
-}
-__attribute__((noinline)) void operator delete(void* block, std::size_t /*size*/) noexcept {
-    std::free(block);
-}
 
 namespace Nima::Testing {
 

@@ -62,11 +62,12 @@ def rows_of_a_run(count, seconds, randomness):
             component = randomness.choice(["component 2", "component 5"])
             words = [hex(randomness.randrange(1 << 16)) for _ in range(randomness.randrange(4))]
             rows.append([t, 0, 1, thread, LEVELS.index(str(randomness.choice([0, 0, 1]))), names.index(component),
-                         f"event {event}", words])
+                         " ".join([f"event {event}", *words]), words])
         else:
             ring = randomness.choice(["PrintEngine", "EngineLink"])
             words = [hex(randomness.randrange(1 << 8)), hex(randomness.randrange(1 << 12)), "0x0", "0x0"]
-            rows.append([t, 2, 2, thread, LEVELS.index(""), names.index(ring), f"code {randomness.randrange(20)}", words])
+            rows.append([t, 2, 2, thread, LEVELS.index(""), names.index(ring),
+                         " ".join([f"code {randomness.randrange(20)}", *words]), words])
     return names, rows
 
 

@@ -6,6 +6,7 @@
 #include "tools/base/InputFile.h"
 #include "tools/names/Names.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -35,11 +36,13 @@ struct FolderFile {
 /// When a source is placed: what is dated comes first, since what is not is tied to it.
 enum class Stage : unsigned char { kLogs, kCrashes, kRings, kTraces, kRecords };
 
+class SourceSet;
+
 /// What the files of one kind tell. A kind of file brings a class of its own and a row of the table in
 /// tools/story/Sources.cpp; nothing else knows of it.
 class Source {
   public:
-    Source(Stage stage, EventKind kind) : stage_(stage), kind_(kind) {}
+    Source(SourceSet& set, Stage stage, EventKind kind) : set_(set), stage_(stage), kind_(kind) {}
     Source(const Source&) = delete;
     Source& operator=(const Source&) = delete;
     virtual ~Source() = default;
@@ -57,9 +60,51 @@ class Source {
     /// Hands over its events in the order of time; false when the visitor wanted no more.
     virtual bool ForEach(const EventVisitor& /*visitor*/) const { return true; }
 
+  protected:
+    SourceSet& Set() const { return set_; }
+
   private:
+    SourceSet& set_;
     Stage stage_;
     EventKind kind_;
+};
+
+/// A source that reads each file into a content of its own. The kind says what is read and told; what has no
+/// place in time tells nothing.
+template <class Content, Stage kStage, EventKind kKind>
+class FileSource : public Source {
+  public:
+    explicit FileSource(SourceSet& set) : Source(set, kStage, kKind) {}
+
+    struct Held {
+        std::size_t file; ///< in the folder's files
+        Content content;
+    };
+    /// In the order in which they are told.
+    const std::vector<Held>& All() const { return held_; }
+
+    void Take(const FolderFile& file, Content content) { held_.push_back({file.index, std::move(content)}); }
+
+    void Read(FolderFile& file, InputFile& input) final {
+        auto content = ReadContent(file, input);
+        file.unusable = !content;
+        if (content) {
+            Take(file, std::move(*content));
+        }
+    }
+    bool ForEach(const EventVisitor& visitor) const final {
+        return std::all_of(held_.begin(), held_.end(), [&](const Held& held) { return Tell(held, visitor); });
+    }
+
+  protected:
+    std::vector<Held>& AllHeld() { return held_; }
+
+  private:
+    /// Empty where there is nothing to use, which the file's findings then say.
+    virtual std::optional<Content> ReadContent(FolderFile& file, InputFile& input) = 0;
+    virtual bool Tell(const Held& /*held*/, const EventVisitor& /*visitor*/) const { return true; }
+
+    std::vector<Held> held_;
 };
 
 /// The sources of one folder, each made when it is first asked for.
@@ -111,7 +156,7 @@ struct SourceRow {
     Source& (*source)(SourceSet& set);
 };
 
-/// For the table's last column.
+/// For the table's last column: where others ask for the source by its class.
 template <class Kind>
 Source& SourceOf(SourceSet& set) {
     return set.Get<Kind>();

@@ -23,6 +23,7 @@ Interrupt::Interrupt() {
     action.sa_handler = Request;
     sigaction(SIGINT, &action, &previousInterrupt);
     sigaction(SIGTERM, &action, &previousTermination);
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 Interrupt::~Interrupt() {

@@ -2,8 +2,8 @@
 
 namespace NimaPost {
 
-/// During its lifetime, SIGINT and SIGTERM only request an end instead of ending the process. One object at a
-/// time.
+/// While it lives, SIGINT and SIGTERM ask for an end instead of being one. One at a time. A reader that has
+/// gone is, from then on, a failure to write that is reported like any other.
 class Interrupt {
   public:
     Interrupt();

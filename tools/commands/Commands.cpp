@@ -25,6 +25,12 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
     return command;
 }
 
+void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things) {
+    command.add_option("--count", count, "End after N " + things + "; 0 never ends")
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber);
+}
+
 void PrintFindings(Context& context, const Findings& findings) {
     context.out.Flush();
     PrintSentences("damaged: ", findings.damage);

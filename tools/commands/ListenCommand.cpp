@@ -10,7 +10,6 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <memory>
 
@@ -153,8 +152,6 @@ int RunListen(Context& context, const Options& options) {
     if (!listener.Bind(options.port)) {
         return ReportUnusable(context, "port " + std::to_string(options.port) + ": " + std::strerror(errno));
     }
-    // If the reader of the output has gone, that is reported like any other failed write.
-    std::signal(SIGPIPE, SIG_IGN);
     const Interrupt interrupt;
     if (context.json) {
         context.out.WriteJson({{"listening", {{"address", "127.0.0.1"}, {"port", listener.Port()}}}});
@@ -197,9 +194,7 @@ void AddListenCommand(CLI::App& app, Context& context, Run& run) {
         ->type_name("N");
     command->add_option("--collect", options->collect, "Copy the stack-trace files into this folder")
         ->type_name("DIR");
-    command->add_option("--count", options->count, "End after N notifications; 0 never ends")
-        ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+    AddCountOption(*command, options->count, "notifications");
     command->callback([&run, options] { run = [options](Context& c) { return RunListen(c, *options); }; });
 }
 

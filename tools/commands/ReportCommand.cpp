@@ -1,8 +1,7 @@
 #include "tools/base/CounterClock.h"
-#include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
-#include "tools/commands/Commands.h"
+#include "tools/commands/FolderCommand.h"
 #include "tools/report/PageData.h"
 #include "tools/report/ReportPage.h"
 #include "tools/report/Rows.h"
@@ -22,8 +21,7 @@ constexpr std::size_t kDefaultRows = 50000;
 constexpr std::size_t kMostRows = 500000;
 
 struct Options {
-    std::string folder;
-    std::string output;
+    FolderOptions files;
     std::size_t rows = kDefaultRows;
 };
 
@@ -86,7 +84,7 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
         out.Write(",\n");
     };
     member("tool", "nima-post " NIMA_POST_VERSION);
-    member("folder", FolderName(options.folder));
+    member("folder", FolderName(options.files.folder));
     member("generated", Now());
     member("failure", data.Failure());
     member("clock", data.Clock());
@@ -103,47 +101,30 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
     out.Write(PageTail());
 }
 
-int RunReport(Context& context, const Options& options) {
-    Story story(context.names);
-    std::string problem;
-    if (!story.Read(options.folder, problem)) {
-        return ReportUnusable(context, problem);
-    }
-    OutputFile file;
-    if (!file.Create(options.output, story.Inputs(), problem)) {
-        return ReportUnusable(context, problem);
-    }
-    WritePage(file.Out(), options, story, context.names);
-    if (!file.Finish(problem)) {
-        return ReportUnusable(context, problem);
-    }
+FolderResult WriteReport(const Options& options, const Story& story, const Names& names, Output& out) {
+    WritePage(out, options, story, names);
     const CrashLog* const crash = NewestCrash(story);
-    const Findings findings = story.AllDamage();
-    if (context.json) {
-        context.out.WriteJson(Json{{"output", ToUtf8(options.output)},
-                                   {"title", crash != nullptr ? Json(crash->Title()) : Json()},
-                                   {"findings", FindingsJson(findings)}});
-        context.out.Write("\n");
-    } else {
-        context.out.Line((crash != nullptr ? crash->Title() : "No crash log in the folder") + "; report in " +
-                         options.output);
-        PrintFindings(context, findings);
-    }
-    return ExitCodeOf(findings);
+    return {{{"title", crash != nullptr ? Json(crash->Title()) : Json()}},
+            (crash != nullptr ? crash->Title() : "No crash log in the folder") + "; report in "};
 }
 
 } // namespace
 
 void AddReportCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = AddCommand(
-        app, context, "report", "Everything in a folder as one page for a browser, which needs no network");
-    command->add_option("FOLDER", options->folder, "The folder that came back from the device")->required();
-    command->add_option("-o,--output", options->output, "File to write")->required()->type_name("FILE");
-    command->add_option("--rows", options->rows, "How many of the newest records to include")
+    CLI::App* command = AddFolderCommand(
+        app, context, "report", "Everything in a folder as one page for a browser, which needs no network",
+        "File to write", options->files);
+    command->add_option("--rows", options->rows, "How many of the newest records to take in")
         ->check(CLI::Range(std::size_t{1}, kMostRows))
         ->capture_default_str();
-    command->callback([&run, options] { run = [options](Context& c) { return RunReport(c, *options); }; });
+    command->callback([&run, options] {
+        run = [options](Context& c) {
+            return RunOnFolder(c, options->files, [&](const Story& story, Output& out) {
+                return WriteReport(*options, story, c.names, out);
+            });
+        };
+    });
 }
 
 } // namespace NimaPost

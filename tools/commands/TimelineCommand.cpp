@@ -1,14 +1,12 @@
-#include "catalogue/Marks.h"
 #include "tools/base/CounterClock.h"
-#include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
-#include "tools/commands/Commands.h"
+#include "tools/commands/FolderCommand.h"
 #include "tools/story/Sources.h"
 #include "tools/story/Story.h"
+#include "tools/story/Threads.h"
 
 #include <algorithm>
 #include <array>
-#include <functional>
 #include <map>
 #include <memory>
 
@@ -18,12 +16,7 @@ namespace {
 
 constexpr int kProcess = 1;
 
-struct Options {
-    std::string folder;
-    std::string output;
-};
-
-/// Used as categories of events and as the counter's lanes.
+/// As categories of events, and as the counter's lanes.
 constexpr std::array<const char*, kEventKinds> kCategories{"text", "binary", "ring", "record"};
 constexpr std::array<const char*, kEventKinds> kLanes{"text lines", "binary records", "ring events",
                                                       "event records"};
@@ -44,62 +37,35 @@ std::string Microseconds(std::int64_t nanoseconds) {
     return text + '.' + places.substr(places.size() - 3);
 }
 
-/// Tracks are numbered in the order in which threads appear, and named after the tracer that used them first.
-class Tracks {
-  public:
-    explicit Tracks(const Names& names) : names_(names) {}
+/// Events of no thread have a track of their own, the first.
+constexpr std::size_t kNoThread = 0;
 
-    std::size_t Of(const TimelineEvent& event) {
-        if (!event.thread) {
-            return 0;
-        }
-        Track& track = tracks_.try_emplace(*event.thread, Track{tracks_.size() + 1, {}}).first->second;
-        // The library itself calibrates the log, on whichever thread happens to write.
-        if (track.tracer.empty() && event.kind == EventKind::kText &&
-            event.level != Nima::Catalogue::kCalibrationLevel) {
-            track.tracer = ToUtf8(event.name);
-        }
-        return track.number;
-    }
-
-    void ForEach(const std::function<void(std::size_t, const std::string&)>& visitor) const {
-        visitor(0, "no thread");
-        for (const auto& [id, track] : tracks_) {
-            const std::string name = names_.Thread(id);
-            const std::string& shown = name.empty() ? track.tracer : name;
-            visitor(track.number, shown.empty() ? Hex32(id) : shown + " " + Hex32(id));
-        }
-    }
-
-  private:
-    struct Track {
-        std::size_t number;
-        std::string tracer;
-    };
-    const Names& names_;
-    std::map<std::uint32_t, Track> tracks_;
-};
+constexpr std::size_t TrackOf(std::size_t thread) {
+    return thread + 1;
+}
 
 /// Entries of each kind in each second.
 using Rates = std::map<std::int64_t, std::array<std::uint64_t, kEventKinds>>;
 
 class TraceWriter {
   public:
-    TraceWriter(Output& out, const Names& names) : out_(out), tracks_(names) {}
+    TraceWriter(Output& out, const Names& names) : out_(out), threads_(names) {}
 
     void Write(const Story& story) {
         FindRange(story);
         out_.Write(kTimelineBegin);
-        Metadata("process_name", 0, story.Time().HasWall() ? "device" : "device (no wall clock)");
+        Metadata("process_name", kNoThread, story.Time().HasWall() ? "device" : "device (no wall clock)");
         story.ForEach([&](const TimelineEvent& event) {
             Instant(story, event);
             return true;
         });
-        tracks_.ForEach(
-            [&](std::size_t number, const std::string& name) { Metadata("thread_name", number, name); });
+        Metadata("thread_name", kNoThread, "no thread");
+        threads_.ForEach([&](std::size_t number, std::uint32_t id, const std::string& name) {
+            Metadata("thread_name", TrackOf(number), name.empty() ? Hex32(id) : name + " " + Hex32(id));
+        });
         Counters();
         if (const auto crash = story.Time().Crash()) {
-            Head("crash log written", "crash", "i", *crash - origin_, 0);
+            Head("crash log written", "crash", "i", *crash - origin_, kNoThread);
             out_.Write(",\"s\":\"g\"}");
         }
         out_.Write("\n],\n\"displayTimeUnit\": \"ns\",\n\"otherData\": ");
@@ -139,7 +105,8 @@ class TraceWriter {
     }
 
     void Instant(const Story& story, const TimelineEvent& event) {
-        const std::size_t track = tracks_.Of(event);
+        const auto thread = threads_.NumberOf(event);
+        const std::size_t track = thread ? TrackOf(*thread) : kNoThread;
         Json arguments{{"file", ToUtf8(story.Files()[event.file].name)}};
         std::string label = ToUtf8(event.name);
         if (event.kind == EventKind::kText) {
@@ -183,7 +150,7 @@ class TraceWriter {
 
     void Counters() {
         const auto write = [&](std::int64_t second, const Rates::mapped_type& counts) {
-            Head("entries per second", "rate", "C", second * kSecond, 0);
+            Head("entries per second", "rate", "C", second * kSecond, kNoThread);
             out_.Write(",\"args\":");
             Json lanes = Json::object();
             for (std::size_t kind = 0; kind < kEventKinds; ++kind) {
@@ -218,7 +185,7 @@ class TraceWriter {
     }
 
     Output& out_;
-    Tracks tracks_;
+    Threads threads_;
     Rates rates_;
     std::int64_t origin_ = 0;
     std::int64_t end_ = 0;
@@ -227,45 +194,26 @@ class TraceWriter {
     bool anyRecord_ = false;
 };
 
-int RunTimeline(Context& context, const Options& options) {
-    Story story(context.names);
-    std::string problem;
-    if (!story.Read(options.folder, problem)) {
-        return ReportUnusable(context, problem);
-    }
-    OutputFile file;
-    if (!file.Create(options.output, story.Inputs(), problem)) {
-        return ReportUnusable(context, problem);
-    }
-    TraceWriter writer(file.Out(), context.names);
+FolderResult WriteTimeline(const Story& story, const Names& names, Output& out) {
+    TraceWriter writer(out, names);
     writer.Write(story);
-    if (!file.Finish(problem)) {
-        return ReportUnusable(context, problem);
-    }
-    const Findings findings = story.AllDamage();
-    if (context.json) {
-        context.out.WriteJson(Json{{"output", ToUtf8(options.output)},
-                                   {"events", writer.Count()},
-                                   {"findings", FindingsJson(findings)}});
-        context.out.Write("\n");
-    } else {
-        context.out.Line(Counted(writer.Count(), "event") + " in " + options.output);
-        PrintFindings(context, findings);
-    }
-    return ExitCodeOf(findings);
+    return {{{"events", writer.Count()}}, Counted(writer.Count(), "event") + " in "};
 }
 
 } // namespace
 
 void AddTimelineCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
-    CLI::App* command = AddCommand(app, context, "timeline",
-                                   "Everything in a folder on one time axis, as Chrome trace-event JSON");
-    command->add_option("FOLDER", options->folder, "The folder that came back from the device")->required();
-    command->add_option("-o,--output", options->output, "File to write, for ui.perfetto.dev")
-        ->required()
-        ->type_name("FILE");
-    command->callback([&run, options] { run = [options](Context& c) { return RunTimeline(c, *options); }; });
+    auto options = std::make_shared<FolderOptions>();
+    CLI::App* command = AddFolderCommand(
+        app, context, "timeline", "Everything in a folder on one time axis, as Chrome trace-event JSON",
+        "File to write, for ui.perfetto.dev", *options);
+    command->callback([&run, options] {
+        run = [options](Context& c) {
+            return RunOnFolder(c, *options, [&](const Story& story, Output& out) {
+                return WriteTimeline(story, c.names, out);
+            });
+        };
+    });
 }
 
 } // namespace NimaPost

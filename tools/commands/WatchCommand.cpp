@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <deque>
 #include <filesystem>
 #include <memory>
@@ -158,8 +157,6 @@ int RunWatch(Context& context, const Options& options) {
         return ReportUnusable(
             context, options.directory + ": " + (error ? error.message() : std::string("not a directory")));
     }
-    // If the reader of the output has gone, that is reported like any other failed write.
-    std::signal(SIGPIPE, SIG_IGN);
     const Interrupt interrupt;
     Watch watch(context, options);
     for (;;) {
@@ -185,9 +182,7 @@ void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     command->add_option("--interval", options->interval, "Milliseconds between looks (500)")
         ->type_name("MS")
         ->check(CLI::Range(10, 3600000));
-    command->add_option("--count", options->count, "End after N looks; 0 never ends")
-        ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+    AddCountOption(*command, options->count, "looks");
     command->add_option("--last", options->last, "Show the last N records of the trace")
         ->type_name("N")
         ->check(CLI::NonNegativeNumber);

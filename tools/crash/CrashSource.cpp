@@ -1,34 +1,35 @@
 #include "tools/crash/CrashSource.h"
 
-#include <utility>
+#include "tools/rings/RingSource.h"
 
 namespace NimaPost {
 
-CrashSource::CrashSource(SourceSet& set)
-    : Source(Stage::kCrashes, EventKind::kRecord), rings_(set.Get<RingSource>()) {}
-
-void CrashSource::Read(FolderFile& file, InputFile& input) {
+std::optional<CrashLog> CrashSource::ReadContent(FolderFile& file, InputFile& input) {
     auto log = ReadCrashLog(input.ReadAll(kMostTextBytes), file.findings);
-    file.unusable = !log;
-    if (!log) {
-        return;
+    if (log) {
+        log->rings.date = log->date;
+        Set().Get<RingSource>().Take(file, {log->rings, {}, {}});
     }
-    log->rings.date = log->date;
-    rings_.Take(file.index, log->rings);
-    const bool newer =
-        !newest_ || (log->date && (!newest_->date || newest_->date->second < log->date->second));
-    if (newer) {
-        newest_ = std::move(*log);
-    }
+    return log;
 }
 
 void CrashSource::Date(Axis& axis) {
-    if (newest_ && newest_->ticks && newest_->date) {
-        const Tie tie = axis.TieOf(*newest_->ticks, *newest_->date);
+    const CrashLog* const newest = Newest();
+    if (newest != nullptr && newest->ticks && newest->date) {
+        const Tie tie = axis.TieOf(*newest->ticks, *newest->date);
         axis.SetNewest(tie);
         axis.SetCrash(tie.time);
         axis.SetWall();
     }
+}
+
+const CrashLog* CrashSource::Newest() const {
+    const auto second = [](const Held& held) {
+        return held.content.date ? std::optional(held.content.date->second) : std::nullopt;
+    };
+    const auto newest = std::max_element(All().begin(), All().end(),
+                                         [&](const Held& a, const Held& b) { return second(a) < second(b); });
+    return newest != All().end() ? &newest->content : nullptr;
 }
 
 } // namespace NimaPost

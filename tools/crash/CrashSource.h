@@ -2,26 +2,21 @@
 
 #include "tools/axis/Source.h"
 #include "tools/crash/CrashLog.h"
-#include "tools/rings/RingSource.h"
-
-#include <optional>
 
 namespace NimaPost {
 
 /// Crash logs in a folder. Their rings go to those of the folder.
-class CrashSource : public Source {
+class CrashSource : public FileSource<CrashLog, Stage::kCrashes, EventKind::kRecord> {
   public:
-    explicit CrashSource(SourceSet& set);
+    using FileSource::FileSource;
 
-    void Read(FolderFile& file, InputFile& input) override;
     void Date(Axis& axis) override;
 
-    /// The newest crash log; null if none could be read.
-    const CrashLog* Newest() const { return newest_ ? &*newest_ : nullptr; }
+    /// The newest crash log; null where none could be read.
+    const CrashLog* Newest() const;
 
   private:
-    RingSource& rings_;
-    std::optional<CrashLog> newest_;
+    std::optional<CrashLog> ReadContent(FolderFile& file, InputFile& input) override;
 };
 
 } // namespace NimaPost

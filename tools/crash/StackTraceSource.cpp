@@ -2,10 +2,8 @@
 
 namespace NimaPost {
 
-StackTraceSource::StackTraceSource(SourceSet& /*set*/) : Source(Stage::kCrashes, EventKind::kRecord) {}
-
-void StackTraceSource::Read(FolderFile& file, InputFile& input) {
-    stacks_.push_back({file.name, ReadStackTrace(input.ReadAll(kMostTextBytes), file.findings)});
+std::optional<StackTrace> StackTraceSource::ReadContent(FolderFile& file, InputFile& input) {
+    return ReadStackTrace(input.ReadAll(kMostTextBytes), file.findings);
 }
 
 } // namespace NimaPost

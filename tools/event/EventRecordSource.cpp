@@ -1,51 +1,62 @@
 #include "tools/event/EventRecordSource.h"
 
+#include "tools/event/EventRecord.h"
+
 #include <string>
 #include <utility>
 
 namespace NimaPost {
 
-EventRecordSource::EventRecordSource(SourceSet& /*set*/) : Source(Stage::kRecords, EventKind::kRecord) {}
+namespace {
 
-void EventRecordSource::Read(FolderFile& file, InputFile& input) {
-    auto record = ReadEventRecord(input.ReadAll(kMostTextBytes), file.findings);
-    file.unusable = !record;
-    if (record) {
-        records_.push_back({file.index, std::move(*record), {}});
-    }
-}
+struct PlacedRecord {
+    EventRecord record;
+    std::optional<std::int64_t> time;
+};
 
-void EventRecordSource::Place(Axis& axis) {
-    bool unplaced = false;
-    for (Placed& placed : records_) {
-        placed.time = axis.CallOf(placed.record.type, placed.record.id);
-        unplaced = unplaced || !placed.time;
-    }
-    if (unplaced) {
-        axis.State(
-            {"event-without-time",
-             "Event records hold no time. If no ring shows the one call that handed an event over, its "
-             "time is unknown."});
-    }
-}
+class EventRecordSource : public FileSource<PlacedRecord, Stage::kRecords, EventKind::kRecord> {
+  public:
+    using FileSource::FileSource;
 
-bool EventRecordSource::ForEach(const EventVisitor& visitor) const {
-    std::string text;
-    for (const Placed& placed : records_) {
-        text.clear();
+    void Place(Axis& axis) override {
+        bool unplaced = false;
+        for (auto& [file, placed] : AllHeld()) {
+            placed.time = axis.CallOf(placed.record.type, placed.record.id);
+            unplaced = unplaced || !placed.time;
+        }
+        if (unplaced) {
+            axis.State(
+                {"event-without-time",
+                 "Event records hold no time; where no ring tells of the one call that handed an event over, "
+                 "nothing says when it was."});
+        }
+    }
+
+  private:
+    std::optional<PlacedRecord> ReadContent(FolderFile& file, InputFile& input) override {
+        auto record = ReadEventRecord(input.ReadAll(kMostTextBytes), file.findings);
+        return record ? std::optional(PlacedRecord{std::move(*record), {}}) : std::nullopt;
+    }
+
+    bool Tell(const Held& held, const EventVisitor& visitor) const override {
+        const PlacedRecord& placed = held.content;
+        std::string text;
         AppendEventRecord(text, placed.record);
         TimelineEvent event;
         event.kind = EventKind::kRecord;
         event.time = placed.time;
         event.certainty = Certainty::Assumed();
-        event.file = placed.file;
+        event.file = held.file;
         event.name = placed.record.source;
         event.text = text;
-        if (!visitor(event)) {
-            return false;
-        }
+        return visitor(event);
     }
-    return true;
+};
+
+} // namespace
+
+Source& EventRecords(SourceSet& set) {
+    return set.Get<EventRecordSource>();
 }
 
 } // namespace NimaPost

@@ -1,114 +1,133 @@
 #include "tools/log/LogSource.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/log/LogSet.h"
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <utility>
 
 namespace NimaPost {
 
-LogSource::LogSource(SourceSet& /*set*/) : Source(Stage::kLogs, EventKind::kText) {}
+namespace {
 
-void LogSource::Read(FolderFile& file, InputFile& input) {
-    if (logs_.Take(input)) {
-        files_.push_back(&file);
-    } else {
-        file.unusable = true;
-        file.findings.Damage("not-a-log", "No line of a text log in it.");
-    }
-}
+class LogSource : public Source {
+  public:
+    explicit LogSource(SourceSet& set) : Source(set, Stage::kLogs, EventKind::kText) {}
 
-void LogSource::Date(Axis& axis) {
-    logs_.Arrange();
-    for (std::size_t i = 0; i < files_.size(); ++i) {
-        files_[i]->findings = logs_.Sources()[i].findings;
-    }
-    NoteReadProblems();
-    for (Finding& finding : logs_.ClockStatement()) {
-        axis.State(std::move(finding));
-    }
-    if (const auto anchor = logs_.LastAnchor()) {
-        axis.SetLogClock({anchor->counter, anchor->wall});
-    }
-    if (std::any_of(logs_.Parts().begin(), logs_.Parts().end(),
-                    [](const LogPart& part) { return part.date.has_value(); })) {
-        axis.SetWall();
-    }
-}
-
-/// Logs are read again for each time they are told, and any time may fail.
-void LogSource::NoteReadProblems() const {
-    for (std::size_t i = 0; i < files_.size(); ++i) {
-        const std::string problem = logs_.Sources()[i].file.ReadProblem();
-        Findings& findings = files_[i]->findings;
-        if (!problem.empty() && !findings.Holds("cannot-read")) {
-            findings.Damage("cannot-read", "Not all of it could be read: " + problem);
-        }
-    }
-}
-
-bool LogSource::IsUndated(const LogPart& part) const {
-    return !logs_.Runs()[part.run].wall && logs_.Sources()[part.file].kind != LogKind::kQueue &&
-           part.stamped > 0;
-}
-
-void LogSource::Place(Axis& axis) {
-    std::int64_t next = 0;
-    for (const LogPart& part : logs_.Parts()) {
-        if (!IsUndated(part)) {
-            continue;
-        }
-        const auto& tie = axis.Newest();
-        if (tie) {
-            undatedRuns_[part.run] = tie->time + NearestStep(tie->counter, part.lastCounter) - part.length;
+    void Read(FolderFile& file, InputFile& input) override {
+        if (logs_.Take(input)) {
+            files_.push_back(&file);
         } else {
-            undatedRuns_[part.run] = next;
-            next += part.length + kSecond;
+            file.unusable = true;
+            file.findings.Damage("not-a-log", "No line of a text log in it.");
         }
-        axis.State(
-            {"log-without-date",
-             files_[part.file]->name +
-                 (tie ? ": without a date; its last line is taken to stand within half a second of the "
-                        "others' end."
-                      : ": without a date; its times count from its own first line.")});
     }
-    if (!axis.Newest() && !undatedRuns_.empty()) {
-        const LogPart& part = logs_.Parts().back();
-        axis.SetNewest({part.lastCounter, undatedRuns_[part.run] + part.length});
-    }
-}
 
-bool LogSource::ForEach(const EventVisitor& visitor) const {
-    bool goOn = true;
-    std::optional<std::uint32_t> thread;
-    std::string level;
-    std::string tracer;
-    logs_.ForEach([&](const LogEntry& entry) {
-        if (!entry.hasTime) {
-            return true;
+    void Date(Axis& axis) override {
+        logs_.Arrange();
+        for (std::size_t i = 0; i < files_.size(); ++i) {
+            files_[i]->findings = logs_.Sources()[i].findings;
         }
-        if (entry.line.hasHeader) {
-            thread = entry.line.thread;
-            level = entry.line.level;
-            tracer = entry.line.tracer;
+        NoteReadProblems();
+        for (Finding& finding : logs_.ClockStatement()) {
+            axis.State(std::move(finding));
         }
-        const auto undated = undatedRuns_.find(entry.part->run);
-        TimelineEvent event;
-        event.kind = EventKind::kText;
-        event.time = entry.time + (undated != undatedRuns_.end() ? undated->second : 0);
-        event.certainty = undated != undatedRuns_.end() ? Certainty::Assumed() : entry.certainty;
-        event.file = files_[entry.part->file]->index;
-        event.thread = thread;
-        event.level = level;
-        event.name = tracer;
-        event.text = entry.line.message;
-        event.mark = entry.part->overwritten ? "overwritten" : "";
-        goOn = visitor(event);
+        if (const auto anchor = logs_.LastAnchor()) {
+            axis.SetLogClock({anchor->counter, anchor->wall});
+        }
+        if (std::any_of(logs_.Parts().begin(), logs_.Parts().end(),
+                        [](const LogPart& part) { return part.date.has_value(); })) {
+            axis.SetWall();
+        }
+    }
+
+    void Place(Axis& axis) override {
+        std::int64_t next = 0;
+        for (const LogPart& part : logs_.Parts()) {
+            if (!IsUndated(part)) {
+                continue;
+            }
+            const auto& tie = axis.Newest();
+            if (tie) {
+                undatedRuns_[part.run] =
+                    tie->time + NearestStep(tie->counter, part.lastCounter) - part.length;
+            } else {
+                undatedRuns_[part.run] = next;
+                next += part.length + kSecond;
+            }
+            axis.State(
+                {"log-without-date",
+                 files_[part.file]->name +
+                     (tie ? ": without a date; its last line is taken to stand within half a second of the "
+                            "others' end."
+                          : ": without a date; its times count from its own first line.")});
+        }
+        if (!axis.Newest() && !undatedRuns_.empty()) {
+            const LogPart& part = logs_.Parts().back();
+            axis.SetNewest({part.lastCounter, undatedRuns_[part.run] + part.length});
+        }
+    }
+
+    bool ForEach(const EventVisitor& visitor) const override {
+        bool goOn = true;
+        std::optional<std::uint32_t> thread;
+        std::string level;
+        std::string tracer;
+        logs_.ForEach([&](const LogEntry& entry) {
+            if (!entry.hasTime) {
+                return true;
+            }
+            if (entry.line.hasHeader) {
+                thread = entry.line.thread;
+                level = entry.line.level;
+                tracer = entry.line.tracer;
+            }
+            const auto undated = undatedRuns_.find(entry.part->run);
+            TimelineEvent event;
+            event.kind = EventKind::kText;
+            event.time = entry.time + (undated != undatedRuns_.end() ? undated->second : 0);
+            event.certainty = undated != undatedRuns_.end() ? Certainty::Assumed() : entry.certainty;
+            event.file = files_[entry.part->file]->index;
+            event.thread = thread;
+            event.level = level;
+            event.name = tracer;
+            event.text = entry.line.message;
+            event.mark = entry.part->overwritten ? "overwritten" : "";
+            goOn = visitor(event);
+            return goOn;
+        });
+        NoteReadProblems();
         return goOn;
-    });
-    NoteReadProblems();
-    return goOn;
+    }
+
+  private:
+    /// Logs are read again for each time they are told, and any time may fail.
+    void NoteReadProblems() const {
+        for (std::size_t i = 0; i < files_.size(); ++i) {
+            const std::string problem = logs_.Sources()[i].file.ReadProblem();
+            Findings& findings = files_[i]->findings;
+            if (!problem.empty() && !findings.Holds("cannot-read")) {
+                findings.Damage("cannot-read", "Not all of it could be read: " + problem);
+            }
+        }
+    }
+
+    bool IsUndated(const LogPart& part) const {
+        return !logs_.Runs()[part.run].wall && logs_.Sources()[part.file].kind != LogKind::kQueue &&
+               part.stamped > 0;
+    }
+
+    LogSet logs_;
+    std::vector<FolderFile*> files_;                  ///< of each of the set's files
+    std::map<std::size_t, std::int64_t> undatedRuns_; ///< where runs without a date were put
+};
+
+} // namespace
+
+Source& TextLogs(SourceSet& set) {
+    return set.Get<LogSource>();
 }
 
 } // namespace NimaPost

@@ -13,9 +13,9 @@ namespace {
 
 constexpr std::size_t kMostActive = 12;
 
-std::vector<StackTraceSource::Named> StacksOf(const Story& story) {
+std::vector<StackTraceSource::Held> StacksOf(const Story& story) {
     const StackTraceSource* const source = story.Find<StackTraceSource>();
-    return source != nullptr ? source->All() : std::vector<StackTraceSource::Named>();
+    return source != nullptr ? source->All() : std::vector<StackTraceSource::Held>();
 }
 
 } // namespace
@@ -87,7 +87,7 @@ Json PageData::Rings() const {
     if (rings == nullptr || rings->All().empty()) {
         return json;
     }
-    const RingSource::Placed& placed = rings->All().front();
+    const PlacedRings& placed = rings->All().front().content;
     for (std::size_t i = 0; i < placed.set.rings.size(); ++i) {
         const Ring& ring = placed.set.rings[i];
         const bool empty = ring.records.empty();
@@ -129,7 +129,9 @@ Json PageData::Pairs(const std::vector<std::pair<std::string, std::string>>& pai
 Json PageData::Stacks() const {
     Json json = Json::array();
     for (const auto& [file, stack] : StacksOf(story_)) {
-        json.push_back({{"file", ToUtf8(file)}, {"header", stack.report}, {"frames", stack.frames}});
+        json.push_back({{"file", ToUtf8(story_.Files()[file].name)},
+                        {"header", stack.report},
+                        {"frames", stack.frames}});
     }
     return json;
 }

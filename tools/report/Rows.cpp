@@ -1,6 +1,5 @@
 #include "tools/report/Rows.h"
 
-#include "catalogue/Marks.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -47,13 +46,8 @@ void Rows::Take(const TimelineEvent& event) {
     if (row.arguments.size() > kMostArguments) {
         row.arguments.resize(kMostArguments);
     }
-    if (event.thread) {
-        Thread& thread = threads_.try_emplace(*event.thread, Thread{threads_.size(), {}}).first->second;
-        if (thread.tracer.empty() && event.kind == EventKind::kText &&
-            event.level != Nima::Catalogue::kCalibrationLevel) {
-            thread.tracer = ToUtf8(event.name);
-        }
-        row.thread = static_cast<std::int64_t>(thread.number);
+    if (const auto thread = threads_.NumberOf(event)) {
+        row.thread = static_cast<std::int64_t>(*thread);
     }
     rows_.push_back(std::move(row));
     if (rows_.size() >= most_ * 2 + 1) {
@@ -68,12 +62,10 @@ std::vector<Row>& Rows::Sorted() {
 }
 
 Json Rows::ThreadsJson() const {
-    Json json = Json::array();
-    std::vector<Json> byNumber(threads_.size());
-    for (const auto& [id, thread] : threads_) {
-        const std::string name = names_.Thread(id);
-        byNumber[thread.number] = {{"id", Hex32(id)}, {"name", ToUtf8(name.empty() ? thread.tracer : name)}};
-    }
+    std::vector<Json> byNumber(threads_.Count());
+    threads_.ForEach([&](std::size_t number, std::uint32_t id, const std::string& name) {
+        byNumber[number] = {{"id", Hex32(id)}, {"name", name}};
+    });
     return byNumber;
 }
 

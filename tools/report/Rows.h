@@ -3,6 +3,7 @@
 #include "tools/axis/TimelineEvent.h"
 #include "tools/base/Output.h"
 #include "tools/names/Names.h"
+#include "tools/story/Threads.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -38,15 +39,10 @@ struct Row {
     std::vector<std::uint32_t> arguments;
 };
 
-struct Thread {
-    std::size_t number = 0;
-    std::string tracer;
-};
-
-/// Gathers the newest events, and never holds many more than asked for.
+/// Gathers the newest events, and never many more than asked for.
 class Rows {
   public:
-    Rows(std::size_t most, const Names& dictionary) : most_(most), names_(dictionary) {}
+    Rows(std::size_t most, const Names& dictionary) : most_(most), threads_(dictionary) {}
 
     void Take(const TimelineEvent& event);
 
@@ -69,9 +65,8 @@ class Rows {
     void KeepNewest();
 
     std::size_t most_;
-    const Names& names_;
     std::vector<Row> rows_;
-    std::map<std::uint32_t, Thread> threads_;
+    Threads threads_;
     std::uint64_t taken_ = 0;
 };
 

@@ -1,6 +1,7 @@
 #include "tools/rings/RingSource.h"
 
 #include "catalogue/OwnEvents.h"
+#include "tools/axis/Repeats.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Hash.h"
 #include "tools/rings/RingText.h"
@@ -9,7 +10,6 @@
 
 #include <algorithm>
 #include <string>
-#include <unordered_set>
 #include <utility>
 
 namespace NimaPost {
@@ -30,35 +30,32 @@ bool IsCallback(const RingBufferData& data) {
     return data.words[0] == CodeOf(Nima::Catalogue::OwnRingEvent::kEventCallback) && data.words[3] == 0;
 }
 
+std::int64_t TimeOf(const PlacedRings& placed, std::size_t ring, const RingRecord& record) {
+    return placed.newest[ring] - (placed.set.rings[ring].records.back().elapsed - record.elapsed);
+}
+
 } // namespace
 
-RingSource::RingSource(SourceSet& set) : Source(Stage::kRings, EventKind::kRing), names_(set.Dictionary()) {}
-
-void RingSource::Read(FolderFile& file, InputFile& input) {
+std::optional<PlacedRings> RingSource::ReadContent(FolderFile& file, InputFile& input) {
     const std::string text = input.ReadAll(kMostTextBytes);
     auto set =
         LooksLikeRingText(text) ? ReadRingText(text, file.findings) : ReadRingSegment(input, file.findings);
-    file.unusable = !set;
-    if (set) {
-        Take(file.index, std::move(*set));
-    }
-}
-
-void RingSource::Take(std::size_t file, RingSet set) {
-    rings_.push_back({file, std::move(set), {}, {}});
+    return set ? std::optional(PlacedRings{std::move(*set), {}, {}}) : std::nullopt;
 }
 
 void RingSource::Place(Axis& axis) {
-    // A text dump says when it was made, so dumps come first, newer before older; the segment adds what came
-    // later.
-    std::stable_sort(rings_.begin(), rings_.end(), [](const Placed& x, const Placed& y) {
-        return std::pair(x.set.isText, x.set.date ? x.set.date->second : 0) >
-               std::pair(y.set.isText, y.set.date ? y.set.date->second : 0);
-    });
+    // What was dumped as text says when, so it comes first, the newest before older ones; the segment adds
+    // what came after.
+    const auto rank = [](const Held& held) {
+        const RingSet& set = held.content.set;
+        return std::pair(set.isText, set.date ? set.date->second : 0);
+    };
+    std::stable_sort(AllHeld().begin(), AllHeld().end(),
+                     [&](const Held& a, const Held& b) { return rank(a) > rank(b); });
     PlaceNewest(axis);
     MarkKnownRecords();
     MarkCallbacks(axis);
-    if (!rings_.empty()) {
+    if (!All().empty()) {
         axis.State(
             {"rings-tied",
              "Every ring's newest record is assumed to be within a second of the moment the rings were "
@@ -67,7 +64,7 @@ void RingSource::Place(Axis& axis) {
 }
 
 void RingSource::PlaceNewest(Axis& axis) {
-    for (Placed& placed : rings_) {
+    for (auto& [file, placed] : AllHeld()) {
         std::optional<Tie> tie = axis.Newest();
         if (placed.set.ticks && placed.set.date) {
             tie = axis.TieOf(*placed.set.ticks, *placed.set.date);
@@ -89,21 +86,20 @@ void RingSource::PlaceNewest(Axis& axis) {
     }
 }
 
-/// Dumps repeat what the segment holds, and each other. Every record is shown once, from the best source.
 void RingSource::MarkKnownRecords() {
-    std::unordered_set<std::uint64_t> seen;
-    for (Placed& placed : rings_) {
+    Repeats repeats(All().size());
+    for (auto& [file, placed] : AllHeld()) {
         for (const Ring& ring : placed.set.rings) {
             std::vector<bool>& known = placed.known.emplace_back();
             for (const RingRecord& record : ring.records) {
-                known.push_back(rings_.size() > 1 && !seen.insert(HashOf(ring, record)).second);
+                known.push_back(repeats.Has(HashOf(ring, record)));
             }
         }
     }
 }
 
 void RingSource::MarkCallbacks(Axis& axis) const {
-    for (const Placed& placed : rings_) {
+    for (const auto& [file, placed] : All()) {
         for (std::size_t r = 0; r < placed.set.rings.size(); ++r) {
             const Ring& ring = placed.set.rings[r];
             for (std::size_t i = 0; ring.index == Nima::Catalogue::kOwnRing && i < ring.records.size(); ++i) {
@@ -117,22 +113,17 @@ void RingSource::MarkCallbacks(Axis& axis) const {
     }
 }
 
-std::int64_t RingSource::TimeOf(const Placed& placed, std::size_t ring, const RingRecord& record) {
-    return placed.newest[ring] - (placed.set.rings[ring].records.back().elapsed - record.elapsed);
-}
-
-bool RingSource::ForEach(const EventVisitor& visitor) const {
-    for (const Placed& placed : rings_) {
-        for (std::size_t ring = 0; ring < placed.set.rings.size(); ++ring) {
-            if (!Tell(placed, ring, visitor)) {
-                return false;
-            }
+bool RingSource::Tell(const Held& held, const EventVisitor& visitor) const {
+    for (std::size_t ring = 0; ring < held.content.set.rings.size(); ++ring) {
+        if (!TellRing(held, ring, visitor)) {
+            return false;
         }
     }
     return true;
 }
 
-bool RingSource::Tell(const Placed& placed, std::size_t index, const EventVisitor& visitor) const {
+bool RingSource::TellRing(const Held& held, std::size_t index, const EventVisitor& visitor) const {
+    const PlacedRings& placed = held.content;
     const Ring& ring = placed.set.rings[index];
     std::string text;
     for (std::size_t i = 0; i < ring.records.size(); ++i) {
@@ -141,12 +132,12 @@ bool RingSource::Tell(const Placed& placed, std::size_t index, const EventVisito
         }
         const RingRecord& record = ring.records[i];
         text.clear();
-        AppendRingEvent(text, names_, ring.name, record.data);
+        AppendRingEvent(text, Set().Dictionary(), ring.name, record.data);
         TimelineEvent event;
         event.kind = EventKind::kRing;
         event.time = TimeOf(placed, index, record);
         event.certainty = Certainty::Assumed();
-        event.file = placed.file;
+        event.file = held.file;
         event.thread = record.data.threadId;
         event.name = ring.name;
         event.text = text;

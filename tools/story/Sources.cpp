@@ -2,11 +2,14 @@
 
 #include "tools/crash/CrashSource.h"
 #include "tools/crash/StackTraceSource.h"
+#include "tools/event/EventRecord.h"
 #include "tools/event/EventRecordSource.h"
+#include "tools/log/LogLine.h"
 #include "tools/log/LogSource.h"
 #include "tools/rings/RingSource.h"
 #include "tools/rings/RingText.h"
 #include "tools/rings/Segment.h"
+#include "tools/systrace/SysTrace.h"
 #include "tools/systrace/SysTraceSource.h"
 
 #include <algorithm>
@@ -29,14 +32,14 @@ bool IsLog(std::string_view front, std::uint64_t /*size*/) {
 
 /// A row for each kind of file, those with the surest marks first: lines of a log may stand in other files.
 constexpr std::array kRows{
-    SourceRow{"binary trace", "systrace", ByFront<LooksLikeSysTrace>, SourceOf<SysTraceSource>},
+    SourceRow{"binary trace", "systrace", ByFront<LooksLikeSysTrace>, BinaryTraces},
     SourceRow{"crash log", "ring", ByFront<LooksLikeCrashLog>, SourceOf<CrashSource>},
     SourceRow{"ring dump", "ring", ByFront<LooksLikeRingText>, SourceOf<RingSource>},
     SourceRow{"stack trace", "log", ByFront<LooksLikeStackTrace>, SourceOf<StackTraceSource>},
-    SourceRow{"event record", "log", ByFront<LooksLikeEventRecord>, SourceOf<EventRecordSource>},
+    SourceRow{"event record", "log", ByFront<LooksLikeEventRecord>, EventRecords},
     SourceRow{"ring segment", "ring", LooksLikeRingSegment, SourceOf<RingSource>},
-    SourceRow{"text log", "log", IsLog<LogKind::kLines>, SourceOf<LogSource>},
-    SourceRow{"memory queue's log", "log", IsLog<LogKind::kQueue>, SourceOf<LogSource>},
+    SourceRow{"text log", "log", IsLog<LogKind::kLines>, TextLogs},
+    SourceRow{"memory queue's log", "log", IsLog<LogKind::kQueue>, TextLogs},
 };
 
 } // namespace

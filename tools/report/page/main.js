@@ -34,7 +34,8 @@
 // Times are nanoseconds since the origin, whole numbers; "rows" is sorted by them. A row whose time is unknown has
 // t = null, comes after the others and is not drawn. "sure" is 0 for an exact time, 1 for one that may be later by
 // whole seconds, 2 for one that was placed by assumption. "source", "thread", "level" and "name" are indices, -1 where
-// there is none. Levels "0" to "3" are those of the binary trace. A row without arguments may leave out "args".
+// there is none. Levels "0" to "3" are those of the binary trace. "args" holds the values that the text shows in
+// words; a row without any may leave it out.
 import {byId, element} from "./base/dom.js";
 import {visible} from "./base/text.js";
 import {Model} from "./model/model.js";

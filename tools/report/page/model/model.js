@@ -84,6 +84,7 @@ export class Model {
     return this.rows[row][6] ?? "";
   }
 
+  // The values that the text shows in words, for the details.
   args(row) {
     return this.rows[row][7] ?? [];
   }
@@ -121,7 +122,7 @@ export class Model {
     return this.hasTime(row) ? SURE_SIGNS[this.sure[row]] + this.clock.short(this.times[row]) : "not known";
   }
 
-  // What a search looks through: the text, the arguments after it, and the name. Built at the first search.
+  // What a search looks through: the text, the arguments that the details list, and the name. Made at the first search.
   searchText(row) {
     if (!this.haystack) {
       this.haystack = this.rows.map((record, index) =>

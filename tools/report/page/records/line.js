@@ -32,7 +32,6 @@ export class RecordLine {
       this.cells[name].setAttribute("role", "gridcell");
       this.node.append(this.cells[name]);
     }
-    this.words = element("span", "words-after");
   }
 
   show(row, position, needle, isSelected) {
@@ -47,19 +46,9 @@ export class RecordLine {
     cells.level.textContent = visibleLine(model.levelName(row) || (model.kind[row] === KIND_RING ? "ring" : ""));
     cells.level.className = `c-level l-${model.paintName(row)}`;
     setMarked(cells.name, visibleLine(model.nameOf(row)), needle);
-    this.showText(row, needle);
+    setMarked(cells.text, visibleLine(model.text(row)), needle);
     cells.thread.textContent = visibleLine(model.threadLabel(model.thread[row]));
     cells.thread.title = visibleLine(model.threadFull(model.thread[row]));
     cells.source.textContent = visibleLine(model.sourceName(row));
-  }
-
-  showText(row, needle) {
-    const {text} = this.cells;
-    setMarked(text, visibleLine(this.model.text(row)), needle);
-    const args = this.model.args(row);
-    if (args.length) {
-      setMarked(this.words, `  ${visibleLine(args.join(" "))}`, needle);
-      text.append(this.words);
-    }
   }
 }

@@ -15,8 +15,7 @@ function headLine(model, row) {
 
 function bodyText(model, row) {
   const text = visible(model.text(row));
-  const words = model.args(row).length ? `  ${visible(model.args(row).join(" "))}` : "";
-  return element("p", "tip-text", (text.length > LONGEST_TEXT ? `${text.slice(0, LONGEST_TEXT)}…` : text) + words);
+  return element("p", "tip-text", text.length > LONGEST_TEXT ? `${text.slice(0, LONGEST_TEXT)}…` : text);
 }
 
 // Describes what is under the pointer, beside it.

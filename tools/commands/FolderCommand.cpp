@@ -1,0 +1,43 @@
+#include "tools/commands/FolderCommand.h"
+
+#include "tools/base/OutputFile.h"
+#include "tools/base/Text.h"
+
+namespace NimaPost {
+
+CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& name,
+                           const std::string& description, const std::string& fileUse,
+                           FolderOptions& options) {
+    CLI::App* command = AddCommand(app, context, name, description);
+    command->add_option("FOLDER", options.folder, "What came back from the device")->required();
+    command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
+    return command;
+}
+
+int RunOnFolder(Context& context, const FolderOptions& options,
+                const std::function<FolderResult(const Story& story, Output& out)>& write) {
+    Story story(context.names);
+    std::string problem;
+    OutputFile file;
+    if (!story.Read(options.folder, problem) || !file.Create(options.output, story.Inputs(), problem)) {
+        return ReportUnusable(context, problem);
+    }
+    const FolderResult result = write(story, file.Out());
+    if (!file.Finish(problem)) {
+        return ReportUnusable(context, problem);
+    }
+    const Findings findings = story.AllDamage();
+    if (context.json) {
+        Json json{{"output", ToUtf8(options.output)}};
+        json.update(result.members);
+        json["findings"] = FindingsJson(findings);
+        context.out.WriteJson(json);
+        context.out.Write("\n");
+    } else {
+        context.out.Line(result.sentence + options.output);
+        PrintFindings(context, findings);
+    }
+    return ExitCodeOf(findings);
+}
+
+} // namespace NimaPost
