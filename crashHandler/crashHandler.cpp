@@ -44,10 +44,12 @@ constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 constexpr int kReportLine = 258;
 constexpr int kCallStackLine = 260;
 
-/// How long the handlers try to create a file, in milliseconds, and how long once they have failed.
-constexpr long long kPatience = 500;
+/// How long the handlers try to create a file once they have failed, in milliseconds; the first time it is
+/// `kPatience`.
 constexpr long long kPatienceAfterFailure = 100;
 constexpr long long kForEver = -1;
+/// A file system that says of more numbers than these that they are taken is out of order.
+constexpr int kMostNumbers = 100000;
 
 constexpr std::size_t kAlternateStackSize = std::size_t{128} * 1024;
 /// What another signal takes of an alternate stack besides the system's own frame.
@@ -99,7 +101,8 @@ void PutOffCancellation() {
 }
 
 /// As `getFileName`, for `patience` milliseconds. Returns -1 where no file could be created by then; the name
-/// is that of the last try.
+/// is that of the last try, and of no file of anybody else's: numbers that are taken are passed over however
+/// long that takes.
 int CreateStackFile(int* descriptor, char* name, long long patience) {
     constexpr long kPause = 10000000;
     const long long begin = Milliseconds();
@@ -112,13 +115,14 @@ int CreateStackFile(int* descriptor, char* name, long long patience) {
         if (*descriptor != -1) {
             return *descriptor;
         }
-        const bool isTaken = errno == EEXIST;
+        if (errno == EEXIST && number < kMostNumbers) {
+            NoteCrashActivity();
+            continue;
+        }
         if (patience != kForEver && Milliseconds() - begin >= patience) {
             return -1;
         }
-        if (!isTaken) {
-            PauseFor(kPause); // no number helps at the moment
-        }
+        PauseFor(kPause); // no number helps at the moment
     }
 }
 

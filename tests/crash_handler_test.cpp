@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -110,6 +111,7 @@ void ExpectFrames(const std::string& text) {
 
 std::atomic<int> g_Depth{0};
 std::atomic<int> g_Flushes{0};
+std::atomic<bool> g_FilesComeSlowly{false};
 
 /// An address that nothing is mapped at. Not null, which a sanitizer would see before the processor does.
 volatile int* Nowhere(int page = 1) {
@@ -173,6 +175,21 @@ void Deny(unsigned call, unsigned answer) {
 extern "C" int fsync(int __fd) {
     ++g_Flushes;
     return static_cast<int>(::syscall(SYS_fsync, __fd));
+}
+
+/// As on a machine that is busy with the same for many threads.
+extern "C" int open64(const char* __file, int __oflag, ...) {
+    mode_t mode = 0;
+    if ((__oflag & O_CREAT) != 0) {
+        va_list arguments;
+        va_start(arguments, __oflag);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    if (g_FilesComeSlowly && (__oflag & O_EXCL) != 0) {
+        ::usleep(300000);
+    }
+    return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, __file, __oflag | O_LARGEFILE, mode));
 }
 
 #ifndef __arm__
@@ -307,6 +324,22 @@ TEST_F(CrashHandler, ATakenNumberIsPassedOver) {
     EXPECT_EQ(ReadFile(death.File(1)), "taken");
     ExpectFrames(ReadFile(death.File(2)));
     EXPECT_FALSE(Exists(death.File(3)));
+}
+
+// Files of other threads for instance, that crash at the same time: however long it takes to get past their
+// numbers, a crash has a file of its own.
+TEST_F(CrashHandler, NoTakenNumberIsSettledFor) {
+    const Mosk mosk;
+    const Death death = DieOf([] {
+        for (const char* number : {"-1.txt", "-2.txt", "-3.txt"}) {
+            WriteFile("stacktrace" + std::to_string(::getpid()) + number, "taken");
+        }
+        g_FilesComeSlowly = true;
+        ::raise(SIGABRT);
+    });
+    EXPECT_EQ(ReadFile(death.File(2)) + ReadFile(death.File(3)), "takentaken");
+    ExpectFrames(ReadFile(death.File(4)));
+    EXPECT_EQ(mosk.Received(), std::vector<std::string>{Notification(directory() + "/" + death.File(4))});
 }
 
 TEST_F(CrashHandler, ALongWorkingDirectoryIsCut) {
