@@ -400,7 +400,7 @@ TEST_F(CrashHandler, TheCoreLimitIsTheSmallerOfWishAndHardLimit) {
 TEST_F(CrashHandler, ThreadsMayCrashTogether) {
     const Mosk mosk;
 #ifdef __arm__
-    constexpr int kThreads = 4; // the emulator copies itself slowly
+    constexpr int kThreads = 4; // the emulator copies itself slowly, and nobody waits for ever
 #else
     constexpr int kThreads = 20;
 #endif
@@ -518,6 +518,37 @@ TEST_F(CrashHandler, TheFileIsOnDiskBeforeItIsAnnounced) {
         WriteToNowhere(Nowhere());
     });
     EXPECT_EQ(death.status, 1 << 8) << "flushed once before the abort";
+}
+
+// What cannot be written is missing; the crash is announced, and the process ends, as always.
+TEST_F(CrashHandler, NoRoomForTheFileCostsTheFrames) {
+    const Mosk mosk;
+    const auto expectTwoFilesOf = [&](std::size_t size, const std::string& folder, const Death& death) {
+        EXPECT_TRUE(death.ByAbort()) << death.status;
+        std::vector<std::string> expected;
+        for (const std::string& file : {death.File(1), death.File(2)}) {
+            EXPECT_TRUE(Exists(folder + "/" + file));
+            EXPECT_EQ(ReadFile(folder + "/" + file).size(), size);
+            expected.push_back(Notification(folder + "/" + file));
+        }
+        EXPECT_EQ(mosk.Received(), expected);
+    };
+    for (const rlim_t most : {0, 100}) {
+        expectTwoFilesOf(most, directory(), DieOf([=] {
+                             const rlimit limit{most, most};
+                             ::setrlimit(RLIMIT_FSIZE, &limit);
+                             WriteToNowhere(Nowhere());
+                         }));
+    }
+    const TinyDisk disk("tiny", 16);
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "cannot mount a file system here";
+    }
+    disk.Fill();
+    expectTwoFilesOf(0, directory() + "/tiny", DieOf([] {
+                         std::filesystem::current_path("tiny");
+                         WriteToNowhere(Nowhere());
+                     }));
 }
 
 TEST_F(CrashHandler, ClosedStandardDescriptorsStayClosed) {
