@@ -11,9 +11,6 @@ namespace CrashHandling {
 
 namespace {
 
-constexpr long long kPatience = 500;
-constexpr long long kMostPatience = 3000;
-
 constinit CrashThread g_Threads[kMostCrashThreads];
 constinit std::atomic<unsigned> g_Activity{0};
 

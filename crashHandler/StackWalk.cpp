@@ -24,8 +24,6 @@ namespace {
 /// Made while the process is well, since that takes memory.
 unw_addr_space_t g_Space = nullptr;
 
-constinit std::uintptr_t g_GoodPages[16];
-
 #ifdef __arm__
 // libunwind reports the frame of a signal at the return from it; the interrupted frame follows.
 constexpr bool kToldAtInterruptedFrame = false;
@@ -41,34 +39,6 @@ bool IsReadable(std::uintptr_t page) {
     constexpr std::size_t kSetSize = 8;
     return page != 0 &&
            (::syscall(SYS_rt_sigprocmask, kNoSuchAction, page, nullptr, kSetSize) == 0 || errno != EFAULT);
-}
-
-/// Whether a word can be read. A damaged stack leads anywhere; a page that was readable once stays so for the
-/// rest of the walk.
-bool CanRead(std::uintptr_t address) {
-    constexpr std::uintptr_t kPage = 4096;
-    const std::uintptr_t first = address & ~(kPage - 1);
-    const std::uintptr_t last = (address + sizeof(unw_word_t) - 1) & ~(kPage - 1);
-    for (const std::uintptr_t page : {first, last}) {
-        std::uintptr_t& good = g_GoodPages[page / kPage % std::size(g_GoodPages)];
-        if (good == page && page != 0) {
-            continue;
-        }
-        if (!IsReadable(page)) {
-            return false;
-        }
-        good = page;
-    }
-    return true;
-}
-
-int AccessMemory(unw_addr_space_t /*space*/, unw_word_t address, unw_word_t* value, int write,
-                 void* /*argument*/) {
-    if (write != 0 || !CanRead(address)) {
-        return -UNW_EINVAL;
-    }
-    std::memcpy(value, reinterpret_cast<const void*>(address), sizeof(*value));
-    return 0;
 }
 
 int AccessNoFloat(unw_addr_space_t /*space*/, unw_regnum_t /*number*/, unw_fpreg_t* /*value*/, int /*write*/,
@@ -144,6 +114,32 @@ int StackWalk::FindProcInfo(unw_addr_space_t space, unw_word_t address, unw_proc
     return SearchUnwindTable(space, address, &table, info, needed, argument);
 }
 
+bool StackWalk::Source::CanRead(std::uintptr_t address) {
+    constexpr std::uintptr_t kPage = 4096;
+    const std::uintptr_t first = address & ~(kPage - 1);
+    const std::uintptr_t last = (address + sizeof(unw_word_t) - 1) & ~(kPage - 1);
+    for (const std::uintptr_t page : {first, last}) {
+        std::uintptr_t& good = goodPages[page / kPage % std::size(goodPages)];
+        if (good == page && page != 0) {
+            continue;
+        }
+        if (!IsReadable(page)) {
+            return false;
+        }
+        good = page;
+    }
+    return true;
+}
+
+int StackWalk::AccessMemory(unw_addr_space_t /*space*/, unw_word_t address, unw_word_t* value, int write,
+                            void* argument) {
+    if (write != 0 || !static_cast<Source*>(argument)->CanRead(address)) {
+        return -UNW_EINVAL;
+    }
+    std::memcpy(value, reinterpret_cast<const void*>(address), sizeof(*value));
+    return 0;
+}
+
 int StackWalk::AccessRegister(unw_addr_space_t /*space*/, unw_regnum_t number, unw_word_t* value, int write,
                               void* argument) {
     const unw_context_t& context = *static_cast<const Source*>(argument)->context;
@@ -201,10 +197,7 @@ void StackWalk::Prepare(const LoadedModules& modules) {
 }
 
 StackWalk::StackWalk(unw_context_t& context, const LoadedModules& modules, TableSearch search)
-    : source_{&context, &modules} {
-    for (std::uintptr_t& page : g_GoodPages) {
-        page = 0;
-    }
+    : source_{&context, &modules, {}} {
     if (search == TableSearch::Modules) {
         MakeSpace();
     }

@@ -40,14 +40,22 @@ class StackWalk {
     bool Next(Frame& frame);
 
   private:
+    /// What libunwind's questions are answered from.
     struct Source {
         unw_context_t* context;
         const LoadedModules* modules;
+        std::uintptr_t goodPages[16];
+
+        /// Whether a word can be read. A damaged stack leads anywhere; a page that was good once is good for
+        /// the rest of the walk.
+        bool CanRead(std::uintptr_t address);
     };
 
     static void MakeSpace();
     static unw_accessors_t Accessors();
     static int FindProcInfo(unw_addr_space_t space, unw_word_t address, unw_proc_info_t* info, int needed,
+                            void* argument);
+    static int AccessMemory(unw_addr_space_t space, unw_word_t address, unw_word_t* value, int write,
                             void* argument);
     static int AccessRegister(unw_addr_space_t space, unw_regnum_t number, unw_word_t* value, int write,
                               void* argument);

@@ -26,7 +26,6 @@ constexpr std::size_t kStackSize = std::size_t{256} * 1024;
 constexpr std::size_t kRoomInPlace = std::size_t{48} * 1024;
 
 constexpr long long kMostSilence = 400;
-constexpr long long kMostTime = 3000;
 constexpr long kMostTimeInPlace = 1;
 
 constexpr int kFailed = 1;
@@ -169,7 +168,7 @@ WorkEnd Watch(pid_t child, const Shared& shared) {
             gotOn = now;
             NoteCrashActivity();
         }
-        if (now - gotOn > kMostSilence || now - begin > kMostTime) {
+        if (now - gotOn > kMostSilence || now - begin > kMostPatience) {
             EndByForce(child);
             return now - gotOn > kMostSilence ? WorkEnd::Hung : WorkEnd::TooLong;
         }

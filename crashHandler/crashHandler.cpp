@@ -44,10 +44,12 @@ constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 constexpr int kReportLine = 258;
 constexpr int kCallStackLine = 260;
 
-/// How long the handlers try to create a file, in milliseconds, and how long after an earlier failure.
-constexpr long long kPatience = 500;
+/// How long the handlers try to create a file once they have failed, in milliseconds; the first time it is
+/// `kPatience`.
 constexpr long long kPatienceAfterFailure = 100;
 constexpr long long kForEver = -1;
+/// A file system that says of more numbers than these that they are taken is out of order.
+constexpr int kMostNumbers = 100000;
 
 constexpr std::size_t kAlternateStackSize = std::size_t{128} * 1024;
 /// What another signal takes of an alternate stack, apart from the system's own frame.
@@ -97,8 +99,9 @@ void PutOffCancellation() {
     EndByAbort();
 }
 
-/// Like `getFileName`, for `patience` milliseconds. Returns -1 if no file could be created by then; `name` is
-/// the last one tried.
+/// As `getFileName`, for `patience` milliseconds. Returns -1 where no file could be created by then; the name
+/// is that of the last try, and of no file of anybody else's: numbers that are taken are passed over however
+/// long that takes.
 int CreateStackFile(int* descriptor, char* name, long long patience) {
     constexpr long kPause = 10000000;
     const long long begin = Milliseconds();
@@ -111,13 +114,14 @@ int CreateStackFile(int* descriptor, char* name, long long patience) {
         if (*descriptor != -1) {
             return *descriptor;
         }
-        const bool isTaken = errno == EEXIST;
+        if (errno == EEXIST && number < kMostNumbers) {
+            NoteCrashActivity();
+            continue;
+        }
         if (patience != kForEver && Milliseconds() - begin >= patience) {
             return -1;
         }
-        if (!isTaken) {
-            PauseFor(kPause); // at the moment no number helps
-        }
+        PauseFor(kPause); // no number helps at the moment
     }
 }
 

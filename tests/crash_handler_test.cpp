@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -110,6 +111,7 @@ void ExpectFrames(const std::string& text) {
 
 std::atomic<int> g_Depth{0};
 std::atomic<int> g_Flushes{0};
+std::atomic<bool> g_FilesComeSlowly{false};
 
 /// An address where nothing is mapped. Not null, which a sanitizer would see before the processor does.
 volatile int* Nowhere(int page = 1) {
@@ -173,6 +175,21 @@ void Deny(unsigned call, unsigned answer) {
 extern "C" int fsync(int __fd) {
     ++g_Flushes;
     return static_cast<int>(::syscall(SYS_fsync, __fd));
+}
+
+/// As on a machine that is busy with the same for many threads.
+extern "C" int open64(const char* __file, int __oflag, ...) {
+    mode_t mode = 0;
+    if ((__oflag & O_CREAT) != 0) {
+        va_list arguments;
+        va_start(arguments, __oflag);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    if (g_FilesComeSlowly && (__oflag & O_EXCL) != 0) {
+        ::usleep(300000);
+    }
+    return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, __file, __oflag | O_LARGEFILE, mode));
 }
 
 #ifndef __arm__
@@ -309,6 +326,22 @@ TEST_F(CrashHandler, ATakenNumberIsPassedOver) {
     EXPECT_FALSE(Exists(death.File(3)));
 }
 
+// Files of other threads for instance, that crash at the same time: however long it takes to get past their
+// numbers, a crash has a file of its own.
+TEST_F(CrashHandler, NoTakenNumberIsSettledFor) {
+    const Mosk mosk;
+    const Death death = DieOf([] {
+        for (const char* number : {"-1.txt", "-2.txt", "-3.txt"}) {
+            WriteFile("stacktrace" + std::to_string(::getpid()) + number, "taken");
+        }
+        g_FilesComeSlowly = true;
+        ::raise(SIGABRT);
+    });
+    EXPECT_EQ(ReadFile(death.File(2)) + ReadFile(death.File(3)), "takentaken");
+    ExpectFrames(ReadFile(death.File(4)));
+    EXPECT_EQ(mosk.Received(), std::vector<std::string>{Notification(directory() + "/" + death.File(4))});
+}
+
 TEST_F(CrashHandler, ALongWorkingDirectoryIsCut) {
     const Mosk mosk;
     const std::string deep = directory() + "/a-folder-with-quite-a-long-name";
@@ -367,7 +400,7 @@ TEST_F(CrashHandler, TheCoreLimitIsTheSmallerOfWishAndHardLimit) {
 TEST_F(CrashHandler, ThreadsMayCrashTogether) {
     const Mosk mosk;
 #ifdef __arm__
-    constexpr int kThreads = 4; // copying the process is slow under the emulator
+    constexpr int kThreads = 4; // the emulator copies itself slowly, and nobody waits for ever
 #else
     constexpr int kThreads = 20;
 #endif
@@ -485,6 +518,37 @@ TEST_F(CrashHandler, TheFileIsOnDiskBeforeItIsAnnounced) {
         WriteToNowhere(Nowhere());
     });
     EXPECT_EQ(death.status, 1 << 8) << "flushed once before the abort";
+}
+
+// What cannot be written is missing; the crash is announced, and the process ends, as always.
+TEST_F(CrashHandler, NoRoomForTheFileCostsTheFrames) {
+    const Mosk mosk;
+    const auto expectTwoFilesOf = [&](std::size_t size, const std::string& folder, const Death& death) {
+        EXPECT_TRUE(death.ByAbort()) << death.status;
+        std::vector<std::string> expected;
+        for (const std::string& file : {death.File(1), death.File(2)}) {
+            EXPECT_TRUE(Exists(folder + "/" + file));
+            EXPECT_EQ(ReadFile(folder + "/" + file).size(), size);
+            expected.push_back(Notification(folder + "/" + file));
+        }
+        EXPECT_EQ(mosk.Received(), expected);
+    };
+    for (const rlim_t most : {0, 100}) {
+        expectTwoFilesOf(most, directory(), DieOf([=] {
+                             const rlimit limit{most, most};
+                             ::setrlimit(RLIMIT_FSIZE, &limit);
+                             WriteToNowhere(Nowhere());
+                         }));
+    }
+    const TinyDisk disk("tiny", 16);
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "cannot mount a file system here";
+    }
+    disk.Fill();
+    expectTwoFilesOf(0, directory() + "/tiny", DieOf([] {
+                         std::filesystem::current_path("tiny");
+                         WriteToNowhere(Nowhere());
+                     }));
 }
 
 TEST_F(CrashHandler, ClosedStandardDescriptorsStayClosed) {
