@@ -4,7 +4,7 @@
 
 namespace CrashHandling {
 
-/// How long something is waited for that does not get on, in milliseconds, and how long in all.
+/// How long to wait for something that makes no progress, in milliseconds, and how long in all.
 constexpr long long kPatience = 500;
 constexpr long long kMostPatience = 3000;
 

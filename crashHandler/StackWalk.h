@@ -40,14 +40,14 @@ class StackWalk {
     bool Next(Frame& frame);
 
   private:
-    /// What libunwind's questions are answered from.
+    /// What libunwind's requests are answered from.
     struct Source {
         unw_context_t* context;
         const LoadedModules* modules;
         std::uintptr_t goodPages[16];
 
-        /// Whether a word can be read. A damaged stack leads anywhere; a page that was good once is good for
-        /// the rest of the walk.
+        /// Whether a word can be read. A damaged stack leads anywhere; a page that was readable once stays so
+        /// for the rest of the walk.
         bool CanRead(std::uintptr_t address);
     };
 

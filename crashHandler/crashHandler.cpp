@@ -44,11 +44,11 @@ constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 constexpr int kReportLine = 258;
 constexpr int kCallStackLine = 260;
 
-/// How long the handlers try to create a file once they have failed, in milliseconds; the first time it is
+/// How long the handlers try to create a file after an earlier failure, in milliseconds; the first time it is
 /// `kPatience`.
 constexpr long long kPatienceAfterFailure = 100;
 constexpr long long kForEver = -1;
-/// A file system that says of more numbers than these that they are taken is out of order.
+/// A file system that claims that more numbers than this are taken is broken.
 constexpr int kMostNumbers = 100000;
 
 constexpr std::size_t kAlternateStackSize = std::size_t{128} * 1024;
@@ -99,9 +99,9 @@ void PutOffCancellation() {
     EndByAbort();
 }
 
-/// As `getFileName`, for `patience` milliseconds. Returns -1 where no file could be created by then; the name
-/// is that of the last try, and of no file of anybody else's: numbers that are taken are passed over however
-/// long that takes.
+/// Like `getFileName`, for `patience` milliseconds. Returns -1 if no file could be created by then. `name` is
+/// then the last one tried, and never that of another's file: taken numbers are skipped, however long that
+/// takes.
 int CreateStackFile(int* descriptor, char* name, long long patience) {
     constexpr long kPause = 10000000;
     const long long begin = Milliseconds();
@@ -121,7 +121,7 @@ int CreateStackFile(int* descriptor, char* name, long long patience) {
         if (patience != kForEver && Milliseconds() - begin >= patience) {
             return -1;
         }
-        PauseFor(kPause); // no number helps at the moment
+        PauseFor(kPause); // at the moment no number helps
     }
 }
 

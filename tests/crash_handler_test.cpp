@@ -177,7 +177,7 @@ extern "C" int fsync(int __fd) {
     return static_cast<int>(::syscall(SYS_fsync, __fd));
 }
 
-/// As on a machine that is busy with the same for many threads.
+/// Simulates a machine that is busy with the crashes of many threads.
 extern "C" int open64(const char* __file, int __oflag, ...) {
     mode_t mode = 0;
     if ((__oflag & O_CREAT) != 0) {
@@ -326,8 +326,8 @@ TEST_F(CrashHandler, ATakenNumberIsPassedOver) {
     EXPECT_FALSE(Exists(death.File(3)));
 }
 
-// Files of other threads for instance, that crash at the same time: however long it takes to get past their
-// numbers, a crash has a file of its own.
+// Taken numbers may be the files of other threads that crash at the same time: however long it takes to get
+// past them, a crash has a file of its own.
 TEST_F(CrashHandler, NoTakenNumberIsSettledFor) {
     const Mosk mosk;
     const Death death = DieOf([] {
@@ -400,7 +400,7 @@ TEST_F(CrashHandler, TheCoreLimitIsTheSmallerOfWishAndHardLimit) {
 TEST_F(CrashHandler, ThreadsMayCrashTogether) {
     const Mosk mosk;
 #ifdef __arm__
-    constexpr int kThreads = 4; // the emulator copies itself slowly, and nobody waits for ever
+    constexpr int kThreads = 4; // copying the process is slow under the emulator, and waiting is limited
 #else
     constexpr int kThreads = 20;
 #endif
@@ -520,7 +520,7 @@ TEST_F(CrashHandler, TheFileIsOnDiskBeforeItIsAnnounced) {
     EXPECT_EQ(death.status, 1 << 8) << "flushed once before the abort";
 }
 
-// What cannot be written is missing; the crash is announced, and the process ends, as always.
+// What cannot be written is missing; the crash is announced, and the process ends as always.
 TEST_F(CrashHandler, NoRoomForTheFileCostsTheFrames) {
     const Mosk mosk;
     const auto expectTwoFilesOf = [&](std::size_t size, const std::string& folder, const Death& death) {

@@ -117,7 +117,7 @@ const char* const kRollMessage = "DREL Trace!! Failed to roll trace file, seekin
 
 class Devices : public Sandbox {};
 
-// Every header is composed by hand; printf says what it has to be.
+// Every header is composed by hand; printf says what it must be.
 TEST_F(Devices, HeadersAreWhatPrintfWouldMakeOfThem) {
     const int priorities[] = {0, 5, 99, 100, 12345, -1, -5, -99, INT32_MIN};
     const long long counters[] = {0, 7, -7, 1234567890123LL, INT64_MAX, INT64_MIN};
@@ -516,7 +516,7 @@ TEST_F(MemoryQueues, HoldsAThousandUnlessToldAndWritesThemInFewCalls) {
     Write(queue_, "one too many");
     std::string expected;
     std::thread([&] {
-        Write(queue_, "elsewhere"); // stamped by whoever writes, not by whoever flushes
+        Write(queue_, "elsewhere"); // stamped by the thread that writes, not by the one that flushes
         expected = ThreadPart() + "elsewhere";
     }).join();
     for (int i = 1; i < 1000; ++i) {

@@ -403,7 +403,7 @@ TEST_F(Registry, BadArgumentsAreRefusedAndLeaveNothing) {
     EXPECT_TRUE(Listing(".").empty());
 }
 
-// Whoever hands over nothing is told so, and lives.
+// A caller that passes null gets an error and lives.
 TEST_F(Registry, NullIsNoReasonToDie) {
     _TraceConfig config = Config(TRACE_DEVICE_CONSOLE, nullptr);
     TRACE_DEVICE_HANDLE device = nullptr;

@@ -80,6 +80,16 @@ lint_page() {
     return "$result"
 }
 
+# Markdown is read in terminals and in diffs. Widths count characters, not bytes.
+lint_pages() {
+    local long
+    long=$(project_files | grep '\.md$' | LC_ALL=C.UTF-8 xargs -r -d '\n' grep -nHE '^.{121}' || true)
+    if [[ -n "$long" ]]; then
+        printf 'Longer than 120 characters:\n%s\n' "$long"
+        return 1
+    fi
+}
+
 lint_scripts() {
     local file first
     project_files | while IFS= read -r file; do

@@ -247,7 +247,7 @@ class Page:
         self.check(f"a click on record {index} shows its text and words", self.shows(index), self.details()[:200])
 
     def shows(self, index):
-        """The selected line of the table holds the text alone, the details also each value."""
+        """The selected line of the table holds only the text, the details also each value."""
         row = self.rows[index]
         text = self.detail_text()
         words = self.run("return [...document.querySelectorAll('.argument-table td:nth-child(2)')].map((n) => n.textContent);")

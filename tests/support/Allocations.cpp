@@ -10,7 +10,7 @@ std::atomic<int> g_AllocationsLeft{-1};
 
 } // namespace Nima::Testing
 
-// Not inlined, since the compiler then takes the pairs for mismatched.
+// Not inlined, since the compiler would otherwise report mismatched pairs.
 __attribute__((noinline)) void* operator new(std::size_t size) {
     ++Nima::Testing::g_Allocations;
     if (Nima::Testing::g_AllocationsLeft >= 0 && Nima::Testing::g_AllocationsLeft-- == 0) {

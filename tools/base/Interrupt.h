@@ -2,8 +2,8 @@
 
 namespace NimaPost {
 
-/// While it lives, SIGINT and SIGTERM ask for an end instead of being one. One at a time. A reader that has
-/// gone is, from then on, a failure to write that is reported like any other.
+/// During its lifetime, SIGINT and SIGTERM only request an end instead of ending the process. One object at a
+/// time. From then on, if the reader of the output has gone, that is reported like any other failed write.
 class Interrupt {
   public:
     Interrupt();

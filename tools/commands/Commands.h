@@ -33,11 +33,12 @@ void AddAllCommands(CLI::App& app, Context& context, Run& run);
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
                      const std::string& description);
 
-/// "--count N", for a command that goes on until it is interrupted: how many of `things` it waits for.
+/// "--count N", for a command that runs until it is interrupted: how many of `things` it waits for.
 void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things);
 
-/// Damage and remarks as lines of text on standard error, "damaged: ...", "note: ...", so that standard
-/// output holds nothing but what was asked for. What was printed before comes first on a terminal, too.
+/// Prints damage and remarks on standard error, as lines of text "damaged: ..." and "note: ...", so that
+/// standard output holds only what was asked for. On a terminal, too, they come after what was printed
+/// before.
 void PrintFindings(Context& context, const Findings& findings);
 
 /// Prints why nothing could be read, on standard error and, if JSON was asked for, as a JSON object on

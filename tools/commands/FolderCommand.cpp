@@ -9,7 +9,7 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
                            const std::string& description, const std::string& fileUse,
                            FolderOptions& options) {
     CLI::App* command = AddCommand(app, context, name, description);
-    command->add_option("FOLDER", options.folder, "What came back from the device")->required();
+    command->add_option("FOLDER", options.folder, "The folder that came back from the device")->required();
     command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
     return command;
 }

@@ -9,7 +9,7 @@
 
 namespace NimaPost {
 
-/// Commands that make one file of all that is in a folder.
+/// Commands that turn everything in a folder into one file.
 struct FolderOptions {
     std::string folder;
     std::string output;
@@ -20,13 +20,13 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
                            const std::string& description, const std::string& fileUse,
                            FolderOptions& options);
 
-/// What is printed of a file that was written.
+/// What is printed about a file that was written.
 struct FolderResult {
-    Json members;         ///< of the JSON object, beside "output" and "findings"
-    std::string sentence; ///< for people, in front of the file's name
+    Json members;         ///< of the JSON object, besides "output" and "findings"
+    std::string sentence; ///< for people, before the file's name
 };
 
-/// Reads the folder and has `write` put the file together, which stands under its name once it is whole.
+/// Reads the folder and lets `write` produce the file, which appears under its name once it is complete.
 int RunOnFolder(Context& context, const FolderOptions& options,
                 const std::function<FolderResult(const Story& story, Output& out)>& write);
 

@@ -115,7 +115,7 @@ void AddReportCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddFolderCommand(
         app, context, "report", "Everything in a folder as one page for a browser, which needs no network",
         "File to write", options->files);
-    command->add_option("--rows", options->rows, "How many of the newest records to take in")
+    command->add_option("--rows", options->rows, "How many of the newest records to include")
         ->check(CLI::Range(std::size_t{1}, kMostRows))
         ->capture_default_str();
     command->callback([&run, options] {

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kProcess = 1;
 
-/// As categories of events, and as the counter's lanes.
+/// Used as categories of events and as the counter's lanes.
 constexpr std::array<const char*, kEventKinds> kCategories{"text", "binary", "ring", "record"};
 constexpr std::array<const char*, kEventKinds> kLanes{"text lines", "binary records", "ring events",
                                                       "event records"};
@@ -37,7 +37,7 @@ std::string Microseconds(std::int64_t nanoseconds) {
     return text + '.' + places.substr(places.size() - 3);
 }
 
-/// Events of no thread have a track of their own, the first.
+/// Events without a thread have a track of their own, the first.
 constexpr std::size_t kNoThread = 0;
 
 constexpr std::size_t TrackOf(std::size_t thread) {

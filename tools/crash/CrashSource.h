@@ -12,7 +12,7 @@ class CrashSource : public FileSource<CrashLog, Stage::kCrashes, EventKind::kRec
 
     void Date(Axis& axis) override;
 
-    /// The newest crash log; null where none could be read.
+    /// The newest crash log; null if none could be read.
     const CrashLog* Newest() const;
 
   private:

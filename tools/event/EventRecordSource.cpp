@@ -27,8 +27,8 @@ class EventRecordSource : public FileSource<PlacedRecord, Stage::kRecords, Event
         if (unplaced) {
             axis.State(
                 {"event-without-time",
-                 "Event records hold no time; where no ring tells of the one call that handed an event over, "
-                 "nothing says when it was."});
+                 "Event records hold no time. If no ring shows the one call that handed an event over, its "
+                 "time is unknown."});
         }
     }
 

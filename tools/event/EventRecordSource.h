@@ -4,8 +4,8 @@
 
 namespace NimaPost {
 
-/// Event records in a folder. They hold no time; where a ring tells of the one call that handed the event
-/// over, it is the time of that.
+/// Event records in a folder. They hold no time. If a ring shows the one call that handed the event over, the
+/// record gets the time of that call.
 Source& EventRecords(SourceSet& set);
 
 } // namespace NimaPost

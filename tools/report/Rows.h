@@ -39,7 +39,7 @@ struct Row {
     std::vector<std::uint32_t> arguments;
 };
 
-/// Gathers the newest events, and never many more than asked for.
+/// Gathers the newest events, and never holds many more than asked for.
 class Rows {
   public:
     Rows(std::size_t most, const Names& dictionary) : most_(most), threads_(dictionary) {}

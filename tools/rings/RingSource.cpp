@@ -44,8 +44,8 @@ std::optional<PlacedRings> RingSource::ReadContent(FolderFile& file, InputFile& 
 }
 
 void RingSource::Place(Axis& axis) {
-    // What was dumped as text says when, so it comes first, the newest before older ones; the segment adds
-    // what came after.
+    // A text dump says when it was made, so dumps come first, newer before older; the segment adds what came
+    // later.
     const auto rank = [](const Held& held) {
         const RingSet& set = held.content.set;
         return std::pair(set.isText, set.date ? set.date->second : 0);

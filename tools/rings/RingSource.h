@@ -12,11 +12,11 @@ namespace NimaPost {
 struct PlacedRings {
     RingSet set;
     std::vector<std::int64_t> newest; ///< of each ring, on the axis
-    /// Records that a better source has already, by ring and position.
+    /// Records that a better source already has, by ring and position.
     std::vector<std::vector<bool>> known;
 };
 
-/// Rings in a folder: the segment, dumps of it, and what crash logs hold of them, the best source first.
+/// Rings in a folder: the segment, dumps of it, and those in crash logs, the best source first.
 class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRing> {
   public:
     using FileSource::FileSource;

@@ -15,8 +15,8 @@ namespace {
 
 struct PlacedTrace {
     SysTraceFile trace;
-    std::int64_t origin = 0; ///< of elapsed time, on the axis
-    /// Records that a fuller source has already.
+    std::int64_t origin = 0; ///< the start of elapsed time, on the axis
+    /// Records that a fuller source already has.
     std::vector<bool> known;
 };
 
@@ -54,9 +54,9 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
         if (!All().empty()) {
             axis.State(
                 {"trace-tied",
-                 std::string("The binary trace's newest record is taken to stand within half a second of ") +
-                     (axis.Crash() ? "the crash log's head" : "the end of what is dated") +
-                     "; its times before that are the latest possible."});
+                 std::string("The binary trace's newest record is assumed to be within half a second of ") +
+                     (axis.Crash() ? "the crash log's head" : "the latest dated record") +
+                     "; earlier times are the latest possible."});
         }
     }
 

@@ -122,7 +122,8 @@ export class Model {
     return this.hasTime(row) ? SURE_SIGNS[this.sure[row]] + this.clock.short(this.times[row]) : "not known";
   }
 
-  // What a search looks through: the text, the arguments that the details list, and the name. Made at the first search.
+  // What a search looks through: the text, the arguments that the details list, and the name. Built at the first
+  // search.
   searchText(row) {
     if (!this.haystack) {
       this.haystack = this.rows.map((record, index) =>
