@@ -1,14 +1,8 @@
 #pragma once
 
-#include "platform/OwnedLock.h"
-
 #include <atomic>
-#include <cstdint>
 
 namespace Nima::Common::System::OS::Diagnostics {
-
-/// Serialises all crash handling. Has no end, since the thread that ends the process holds it.
-extern constinit OwnedLock g_CrashLock;
 
 /// The crash semaphore, which nobody waits on, and the event that lets a process go on that waits for a
 /// debugger. Built at load, ended at unload, unless somebody is still waiting then.
