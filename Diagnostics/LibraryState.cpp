@@ -1,5 +1,7 @@
 /// Every object that the library builds at load, in the order of construction; they end in reverse order at
-/// unload. Nothing else of the library runs at load: devices and shared memory are created on first use.
+/// unload. Nothing else of the library runs at load: devices and shared memory are created on first use. What
+/// is built here is defined here, so that a static link includes it. Locks need neither construction nor
+/// destruction, and nearly all are next to what they guard.
 ///
 /// The end of the process is delicate, since other threads may still be tracing. The slots turn late callers
 /// away (`StaticSlot`). The registry's table and lock stay usable for good, because the default log is
@@ -7,7 +9,6 @@
 
 #include "Diagnostics/EventLog/EventLogState.h"
 #include "Diagnostics/ForkHandlers.h"
-#include "Diagnostics/RealTime/RealTimeTrace.h"
 #include "Diagnostics/RealTime/TimerHardware.h"
 #include "Diagnostics/RealTime/TraceMemory.h"
 #include "Diagnostics/TraceImpl.h"
@@ -27,16 +28,15 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-constinit StaticLockStruct g_SysTraceLock;
 NIMA_BUILT_AT_LOAD TarnTraceHardware gTarnTraceHardware;
 NIMA_BUILT_AT_LOAD UserModeTimerHw g_UserModeTimer;
-constinit StaticLockStruct g_TraceMemoryLock;
-constinit OwnedLock g_CrashLock;
 constinit NeverDestroyed<StandardExceptionTriageCallback> g_StandardExceptionTriageCallback;
 constinit StaticSlot<TraceSet> traceSet;
 constinit StaticSlot<TraceServicesImpl> gConfigHelper;
-constinit StaticLockStruct g_TraceMapLock;
 constinit StaticSlot<NimaTrace> _TraceFactory;
+// Built by nobody, as all locks. These two take this file along where a statically linked host uses nothing
+// but rings or events, which must not be left without the handlers of a fork.
+constinit StaticLockStruct g_TraceMemoryLock;
 constinit OwnedLock g_EventLogCallbackLock;
 
 constinit std::int64_t CStopwatch::sFrequency = 0;

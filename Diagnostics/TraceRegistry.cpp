@@ -15,6 +15,8 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
+constinit StaticLockStruct g_TraceMapLock;
+
 int _InternalDeviceFind(const wchar_t* name, ITraceDevice** device) {
     *device = nullptr;
     const auto entry = Devices().find(name);

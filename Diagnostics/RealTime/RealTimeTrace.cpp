@@ -13,6 +13,7 @@
 namespace Nima::Common::System::OS::Diagnostics {
 
 constinit std::atomic<SysTraceBuffer*> g_RTTrace{nullptr};
+constinit StaticLockStruct g_SysTraceLock;
 
 namespace {
 

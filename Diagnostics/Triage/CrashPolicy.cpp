@@ -2,8 +2,10 @@
 
 #include "catalogue/OwnEvents.h"
 #include "platform/Handles.h"
+#include "platform/OwnedLock.h"
 
 #include <cerrno>
+#include <cstdint>
 
 #include <Diagnostics/CrashApi.h>
 #include <Diagnostics/RealTimeTraceApi.h>
@@ -25,6 +27,8 @@ constexpr unsigned long kMarkerReboot = Catalogue::IdOf(Catalogue::OwnTraceEvent
 constexpr long kDebuggerTimeout = 30000;
 constexpr int kWaitFailed = -1;
 
+/// Serialises all crash handling. Has no end, since the thread that ends the process holds it.
+constinit OwnedLock g_CrashLock;
 constinit std::atomic<std::int32_t> g_CrashCount{0};
 constinit std::atomic<std::int32_t> g_WaitForDebug{0};
 constinit std::atomic<std::int32_t> g_DebugWaiters{0};

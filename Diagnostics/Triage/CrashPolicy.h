@@ -1,14 +1,8 @@
 #pragma once
 
-#include "platform/OwnedLock.h"
-
 #include <atomic>
-#include <cstdint>
 
 namespace Nima::Common::System::OS::Diagnostics {
-
-/// Serialises all crash handling. Never destroyed, since the thread that ends the process holds it.
-extern constinit OwnedLock g_CrashLock;
 
 /// The crash semaphore, which nobody waits on, and the event that releases a process waiting for a debugger.
 /// Both are built at load and ended at unload; the event is left alone if a thread still waits on it then.
