@@ -7,8 +7,8 @@
 
 using namespace Nima::Common::System::OS::Diagnostics;
 
-// The message counts as a format without arguments, so "%%" prints one percent sign. It is expanded by hand:
-// any other conversion in it would read arguments that nobody passed.
+// The message is a format without arguments, so "%%" prints one percent sign. It is expanded by hand: any
+// other conversion in it would read arguments that nobody passed.
 void WriteCriticalDbgMsg(const wchar_t* message) {
     if (message == nullptr || !IsLevelWritten(TRACE_THRESHOLD_ERROR)) {
         return;

@@ -28,9 +28,9 @@ constexpr int kPatienceForOne = 25;
 constexpr std::size_t kLocks = 9;
 constexpr std::size_t kMaxDevices = 64;
 
-/// The fork that is under way: what its thread uses, and which locks it has got.
+/// The fork in progress: what its thread uses, and which locks it holds.
 struct Fork {
-    OwnedLock one; ///< of two threads that fork at once, one has the locks
+    OwnedLock one; ///< if two threads fork at once, only one takes the locks
     TraceServicesImpl* services = nullptr;
     TraceSet* set = nullptr;
     bool taken[kLocks] = {};
@@ -39,8 +39,8 @@ struct Fork {
 
 constinit Fork g_Fork;
 
-/// Calls `visit` with each lock that guards more than a line, in the library's order but for those of
-/// devices, and with the note whether it is taken. Returns the table's note.
+/// Calls `visit` with each lock that guards more than a line, in the library's order but without those of
+/// devices, and with the flag that says whether it is taken. Returns the device table's flag.
 template <class Visit>
 bool& ForEachLock(Visit visit) {
     bool* taken = g_Fork.taken;
@@ -61,8 +61,8 @@ bool& ForEachLock(Visit visit) {
     return *taken;
 }
 
-/// The same with the registered devices. `isNoted` is false for those whose note there is no room for: they
-/// are not to be taken.
+/// The same with the registered devices. `isNoted` is false for those for which there is no flag left: they
+/// must not be taken.
 template <class Visit>
 void ForEachDevice(Visit visit) {
     std::size_t number = 0;
@@ -107,7 +107,7 @@ void GiveBack(Lock& lock, bool& taken) {
     }
 }
 
-/// In the child, where only the calling thread can hold a lock.
+/// In the child only the calling thread can hold a lock.
 template <class Lock>
 void MakeFree(Lock& lock, bool& taken) {
     if (taken) {
@@ -152,9 +152,9 @@ void AfterForkInParent() {
     g_Fork.one.unlock();
 }
 
-// What was not taken belonged to a thread that is not here, or to another fork's. It was not given back in
-// all that time, so its holder was waiting for something and what the lock guards was in order. Only a device
-// is trusted less.
+// A lock that was not taken belonged to a thread that does not exist here, or to another fork. Its holder
+// kept it all that time, so it was waiting for something, and what the lock guards was consistent. Only
+// devices are not trusted that far.
 void AfterForkInChild() {
     if (!g_Fork.one.IsMine()) {
         g_Fork.services = gConfigHelper.Enter();

@@ -10,10 +10,10 @@ class ForkedDevice {
     explicit ForkedDevice(CBaseTraceDevice& device) : device_(device) {}
 
     LockStruct& lock() { return device_.lock_; }
-    /// Under the lock, before the fork: writes buffered lines to the file, so that they are not in both
-    /// processes.
+    /// Under the lock, before the fork: writes buffered lines to the file, so that the child has no copy of
+    /// them.
     void WriteOut();
-    /// In the child, where the lock could not be had: gives up what another thread may have been at.
+    /// In the child, if the lock was not available: discards what another thread may have been changing.
     void StartAfresh();
 
   private:

@@ -5,13 +5,14 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Inside a handler for anything: whether a thread is being cancelled. That is no exception of the language
-/// and has to be passed on, since the runtime ends a process that swallows it.
+/// Inside a catch-all handler: whether a thread is being cancelled. A cancellation is no C++ exception and
+/// must be passed on, since the runtime ends a process that swallows it.
 inline bool IsCancellation() {
     return std::current_exception() == nullptr;
 }
 
-/// Runs what an exported function does and lets no exception out of it: any becomes the result given.
+/// Runs the work of an exported function and lets no exception out of it: any exception becomes the given
+/// result.
 template <class Result, class Action>
 Result Guarded(Result onException, Action&& action) {
     try {

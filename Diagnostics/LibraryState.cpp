@@ -1,9 +1,9 @@
 /// Every object that the library builds at load, in the order of construction; they end in reverse order at
-/// unload. Nothing else of the library runs then: devices and shared memory come with their first use.
+/// unload. Nothing else of the library runs at load: devices and shared memory are created on first use.
 ///
-/// The end of the process is the delicate part, since other threads may still be tracing. The slots turn late
-/// callers away (`StaticSlot`); table and lock of the registry stay usable for good, because the default
-/// log is given back after nearly everything else has gone and its last lines have to reach the file.
+/// The end of the process is delicate, since other threads may still be tracing. The slots turn late callers
+/// away (`StaticSlot`). The registry's table and lock stay usable for good, because the default log is
+/// released after nearly everything else has gone, and its last lines must reach the file.
 
 #include "Diagnostics/EventLog/EventLogState.h"
 #include "Diagnostics/ForkHandlers.h"
@@ -22,7 +22,7 @@
 
 #include <Diagnostics/TraceApi.h>
 
-// Before any object of a host that the library is linked into, whatever the order of the object files.
+// Before any object of a host that links the library in, whatever the order of the object files.
 #define NIMA_BUILT_AT_LOAD __attribute__((init_priority(101)))
 
 namespace Nima::Common::System::OS::Diagnostics {
@@ -46,8 +46,8 @@ namespace {
 
 constinit NeverDestroyed<TraceMap> g_TraceMap;
 
-/// Brings the device table into being, and at the end writes out what devices still hold back: a host that
-/// ends without giving its handles back loses nothing.
+/// Creates the device table, and at the end writes out what devices still hold back: a host that ends without
+/// releasing its handles loses nothing.
 class DeviceTableKeeper {
   public:
     DeviceTableKeeper() { g_TraceMap.Build(); }

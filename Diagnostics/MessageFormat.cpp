@@ -14,8 +14,9 @@ bool TakesLongs(char conversion, int longs) {
     return longs <= 2 && (conversion == 'd' || conversion == 'i' || conversion == 'u' || conversion == 'x');
 }
 
-/// Composes a message of the conversions %d %i %u %x %s %c and %%, the numbers also with l or ll. `kNotPlain`
-/// where there is anything else, or no room; the buffer's content means nothing then.
+/// Composes a message with the conversions %d %i %u %x %s %c and %%, the numbers also with l or ll. Returns
+/// `kNotPlain` if the format has anything else, or if there is no room; the buffer's content is then
+/// meaningless.
 int FormatPlain(char* buffer, std::size_t size, const char* format, va_list arguments) {
     TextComposer text(buffer, size);
     for (; text.fits() && *format != '\0'; ++format) {

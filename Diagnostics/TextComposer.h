@@ -7,14 +7,14 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Text composed without a trip through printf, with printf's own results: what fits is stored and
-/// zero-terminated, the length counts on beyond the end.
+/// Composes text without printf, but with printf's results: what fits is stored and zero-terminated, and the
+/// length keeps counting beyond the end.
 class TextComposer {
   public:
     TextComposer(char* buffer, std::size_t size) : buffer_(buffer), size_(size) {}
     TextComposer(const TextComposer&) = delete;
     TextComposer& operator=(const TextComposer&) = delete;
-    /// Terminates the text, as far as there is any room.
+    /// Terminates the text, if there is any room.
     ~TextComposer() {
         if (size_ > 0) {
             buffer_[std::min(length_, size_ - 1)] = '\0';
@@ -23,7 +23,7 @@ class TextComposer {
 
     /// Whether all of it is in the buffer, with room for the terminating zero.
     bool fits() const { return length_ < size_; }
-    /// The whole text's length, whether or not it fitted.
+    /// The length of the whole text, whether or not it fitted.
     int length() const { return static_cast<int>(length_); }
 
     void Add(char c) {

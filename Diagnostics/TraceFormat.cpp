@@ -22,7 +22,7 @@ char* Put(char* out, std::string_view text) {
     return out + text.size();
 }
 
-/// "%8.8x", all digits at once: each in a byte of one number, the first in the lowest.
+/// "%8.8x", all digits at once: each digit is a byte of one number, the first in the lowest byte.
 char* PutHex8(char* out, std::uint32_t value) {
     static_assert(std::endian::native == std::endian::little);
     std::uint64_t digits = __builtin_bswap32(value);
@@ -66,7 +66,8 @@ ThreadPart ThreadPart::OfCaller() {
 int ComposeCounterHeader(char* buffer, long long counter, const ThreadPart& thread) {
     constexpr std::size_t kDigits = kCounterHeaderRoom - ThreadPart::kRoom;
     char* const out = std::to_chars(buffer, buffer + kDigits, counter).ptr;
-    // The part as a whole, which needs no call; its end is in the room for a header.
+    // Copies the part with its full room, which needs no call; the end still lies within the room for a
+    // header.
     std::memcpy(out, thread.text(), ThreadPart::kRoom);
     char* const end = out + thread.length();
     *end = '\0';

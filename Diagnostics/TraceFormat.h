@@ -9,12 +9,12 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// The part of a header that tells of the thread, " <0x%8.8x:%03d> ". It can be composed before the lock
-/// under which the time is read.
+/// The part of a header that describes the thread, " <0x%8.8x:%03d> ". It can be composed before the lock is
+/// taken under which the time is read.
 class ThreadPart {
   public:
     ThreadPart(std::uint32_t threadId, int priority);
-    /// Of the calling thread, as it is now.
+    /// The calling thread's, as it is now.
     static ThreadPart OfCaller();
 
     const char* text() const { return text_; }
@@ -26,7 +26,7 @@ class ThreadPart {
     std::size_t length_;
 };
 
-/// What a counter header and its terminating zero fit into.
+/// Enough for a counter header and its terminating zero.
 inline constexpr std::size_t kCounterHeaderRoom = 64;
 
 /// "%lld" and the thread, into at least `kCounterHeaderRoom` bytes; returns the header's length.

@@ -27,11 +27,11 @@ namespace Nima::Common::System::OS::Diagnostics {
 namespace {
 
 constexpr int kBufferSize = 1024;
-/// What a buffer holds beside its terminating zero.
+/// What a buffer holds besides its terminating zero.
 constexpr int kMaxLine = kBufferSize - 1;
 constexpr int kFormatterFailed = -1;
 
-/// Leaves a set that has been entered.
+/// Leaves a set that was entered.
 class SetExit {
   public:
     explicit SetExit(const TraceSet& set) : set_(set) {}
@@ -51,7 +51,7 @@ char* CopyOf(const char* text) {
     return copy;
 }
 
-/// As `TraceDeviceWrite` does with a device and a text that are there.
+/// Does what `TraceDeviceWrite` does, for a device and a text that are not null.
 void HandOver(ITraceDevice* device, char* text, int length) {
     device->WriteData(reinterpret_cast<unsigned char*>(text), length);
 }
@@ -83,14 +83,14 @@ void TraceSet::Leave() const {
     _leave_critical_section_helper(lock_);
 }
 
-/// Lets go of the tracer that was taken, however the scope is left.
+/// Releases the tracer that was taken, however the scope is left.
 class TraceSet::Hand {
   public:
     Hand(TraceSet& set, TracerLock& lock) : set_(set), lock_(lock) {}
     Hand(const Hand&) = delete;
     Hand& operator=(const Hand&) = delete;
     ~Hand() {
-        lock_.unlock(); // the tracer may be gone from here on
+        lock_.unlock(); // from here on the tracer may be gone
         set_.inHand_.store(nullptr);
     }
 
@@ -99,8 +99,8 @@ class TraceSet::Hand {
     TracerLock& lock_;
 };
 
-// Takes the tracer after the one given, lock and all. Inside the set a lock is only tried for: between two
-// tries a tracer that is destroyed meanwhile leaves the set.
+// Takes the tracer after the given one, and its lock. Inside the set it only tries for a lock: between two
+// tries, a tracer that is being destroyed can leave the set.
 bool TraceSet::TakeNext(NimaTrace*& tracer) {
     for (;;) {
         {
@@ -144,11 +144,11 @@ NimaTrace::NimaTrace(const char* name) {
     buffer_ = buffer.release();
 }
 
-// The end of a static tracer comes while other threads still write through it. Unbinding it first has those
-// who come now drop their lines; one who is inside already needs what he found there until he leaves. The
-// tracer waits for that a while, and what it had is released later where somebody hangs inside (or where he
-// never returns because the exit came out of his signal handler). Nor is the pointer to the class's table
-// wiped, as a sanitizer would do to catch late callers: here they are expected.
+// A static tracer is destroyed while other threads still write through it. Unbinding it first makes new
+// writers drop their lines; a writer that is already inside needs what it found there until it leaves. The
+// destructor waits a while for that. If a writer hangs inside (or never returns because the exit came from
+// its signal handler), what the tracer had is released later. The pointer to the class's table is not wiped
+// either, as a sanitizer would do to catch late callers: here they are expected.
 __attribute__((no_sanitize("vptr"))) NimaTrace::~NimaTrace() {
     const CancellationDelay delay;
     LeaveSet();
@@ -163,8 +163,8 @@ __attribute__((no_sanitize("vptr"))) NimaTrace::~NimaTrace() {
     TracerLock::Sweep();
 }
 
-// Nobody who comes late puts it into the set again, or binds it. A set that is ending may still have somebody
-// inside who has met this tracer there.
+// After this, no late caller puts the tracer back into the set or binds it. While the set itself is ending, a
+// thread that met this tracer there may still be inside.
 void NimaTrace::LeaveSet() {
     {
         const StaticSlot<TraceSet>::Use set(traceSet);
@@ -180,7 +180,7 @@ void NimaTrace::LeaveSet() {
     traceSet.AwaitUsers();
 }
 
-// False where the lock cannot be had in time. Being bound anew at the moment does not count: that ends.
+// False if the lock is not available in time. A rebinding in progress does not count: it ends by itself.
 bool NimaTrace::TakeForGood() {
     constexpr int kPatience = 100;
     if (lock_->IsMine()) {
@@ -207,16 +207,16 @@ void NimaTrace::unlock() {
     lock_->unlock();
 }
 
-// Takes over the reference. A host that asks `Initialized` without the lock may have been overtaken by
-// another thread: whichever device is replaced gives its reference back.
+// Takes over the reference. A host that calls `Initialized` without the lock may have been overtaken by
+// another thread: the reference of whichever device is replaced is released.
 void NimaTrace::Bind(ITraceDevice* device) {
     if (ITraceDevice* replaced = device_.exchange(device)) {
         TraceDeviceRelease(replaced);
     }
 }
 
-// The first use joins the set and binds, all inside the set: a log created meanwhile either is found here or
-// finds the tracer there. Once the set has gone, first uses come to nothing.
+// The first use joins the set and binds, all inside the set: a log created at the same time either is found
+// here or finds the tracer in the set. Once the set has gone, first uses do nothing.
 void NimaTrace::JoinSet() {
     if (HasJoined()) {
         return;
@@ -239,8 +239,8 @@ bool NimaTrace::Initialized() {
     return BoundDevice() != nullptr;
 }
 
-// Under the lock. A tracer that is destroyed meanwhile marks itself before it unbinds itself: either this
-// sees the mark, or the tracer finds what was bound here.
+// The caller holds the lock. A tracer that is destroyed at the same time marks itself before it unbinds:
+// either this sees the mark, or the tracer finds what was bound here.
 void NimaTrace::BindAnew() {
     Bind(nullptr);
     if (initialized_.load() != kGone) {
@@ -284,7 +284,8 @@ void NimaTrace::_WriteImpl(ITraceDevice* device, int level, const char* format, 
         const long long whole = static_cast<long long>(prefixLength) + messageLength;
         HandOver(device, buffer_, static_cast<int>(std::min<long long>(whole, kMaxLine)));
     } else if (messageLength == kFormatterFailed) {
-        // The whole buffer goes out; what the formatter did not get to is zero, never an earlier line.
+        // The whole buffer is written; what the formatter did not reach is zero, never part of an earlier
+        // line.
         std::memset(message, 0, room);
         std::vsnprintf(message, room, format, again);
         HandOver(device, buffer_, kBufferSize);
@@ -337,8 +338,8 @@ void NimaTrace::WriteRaw(int level, const char* tag, const unsigned char* data, 
     });
 }
 
-// The four writers of a level. The threshold comes before everything else: a line that is filtered out
-// touches neither lock nor arguments.
+// The four writers of a level. The threshold comes first: a line that is filtered out touches neither lock
+// nor arguments.
 #define NIMA_LEVEL_WRITERS(Level, index, threshold)                                        \
     void NimaTrace::Write##Level##V(const char* format, ...) {                             \
         if (IsLevelWritten(threshold)) {                                                   \

@@ -14,8 +14,8 @@ namespace Nima::Common::System::OS::Diagnostics {
 /// The name of the device that every tracer writes to.
 inline constexpr const wchar_t* kDefaultLogName = L"LogFile";
 
-/// All tracers that have been used, so that they can be bound anew when the default log is created. Whoever
-/// is inside never waits for a tracer's lock.
+/// All tracers that have been used, so that they can be rebound when the default log is created. Code inside
+/// the set never waits for a tracer's lock.
 class TraceSet {
   public:
     TraceSet();
@@ -25,17 +25,17 @@ class TraceSet {
 
     void Enter() const;
     void Leave() const;
-    // These two expect the caller to be inside.
+    // The caller of these two must be inside.
     void Insert(NimaTrace* tracer) { tracers_.insert(tracer); }
     void Remove(NimaTrace* tracer) { tracers_.erase(tracer); }
 
-    /// Binds every tracer anew, in order. One whose lock is held for long holds up those that follow, but
-    /// neither tracers that come nor tracers that go.
+    /// Rebinds every tracer, in order. A tracer whose lock is held for long delays those after it, but it
+    /// delays neither first uses nor destructors.
     void RebindAll();
-    /// Whether `RebindAll` has the tracer, and its lock, in hand.
+    /// Whether `RebindAll` currently has the tracer and its lock.
     bool IsRebinding(const NimaTrace* tracer) const { return inHand_.load() == tracer; }
 
-    /// For whoever forks: the locks in their order, and what the child has to forget.
+    /// For a fork: the locks in their order, and what the child must forget.
     LockStruct& rebinding() { return rebinding_; }
     critical_section_helper& lock() { return *AsCriticalSection(lock_); }
     void ForgetRebinding() { inHand_.store(nullptr); }

@@ -17,7 +17,7 @@ enum LevelIndex : int {
     kLevelDebug
 };
 
-/// In place and of a fixed size, so that a name is copied as one word, whatever its length.
+/// Stored in place and of a fixed size, so that a name is copied as one word, whatever its length.
 struct LevelName {
     char text[8];
     std::size_t length;
@@ -26,7 +26,7 @@ struct LevelName {
 /// "OFF", "FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG".
 extern const LevelName g_LevelMap[7];
 
-/// The name of a level; an index outside the table is named like the nearest one inside.
+/// The name of a level; an index outside the table gets the name of the nearest one inside.
 const LevelName& NameOfLevel(int index);
 
 extern constinit std::atomic<std::int32_t> g_EffectiveTraceLevel;

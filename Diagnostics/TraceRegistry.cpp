@@ -66,7 +66,7 @@ int CreateOrReinitialise(_TraceConfig* config, ITraceDevice** device, bool* crea
     }
     const std::lock_guard guard(g_TraceMapLock);
     if (_InternalDeviceFind(config->name, device) != -1) {
-        GuardedCall([=] { (*device)->Init(config); }); // whatever comes of it
+        GuardedCall([=] { (*device)->Init(config); }); // whatever the result
         return 0;
     }
     auto fresh = BuildDevice(config->type);

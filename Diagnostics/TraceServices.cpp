@@ -16,7 +16,7 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 namespace {
 
-/// The streams of the last redirection, null where it failed.
+/// The streams of the last redirection, null for one that failed.
 FILE* stdout_redirect = nullptr;
 FILE* stderr_redirect = nullptr;
 

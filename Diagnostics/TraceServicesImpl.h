@@ -7,16 +7,16 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Holds the one reference on the default log that the process's services own. Its end gives that reference
-/// back.
+/// Holds the one reference to the default log that belongs to the process's services, and releases it at its
+/// end.
 class TraceServicesImpl final : public LockStruct {
   public:
     TraceServicesImpl() = default;
     ~TraceServicesImpl() override;
 
-    /// As `TraceServices::ConfigureDefaultLog`. The handle held before is overwritten, not given back.
+    /// The same as `TraceServices::ConfigureDefaultLog`. The handle held before is overwritten, not released.
     int Configure(_TraceConfig* config);
-    /// As `TraceServices::ReleaseDefaultLog`.
+    /// The same as `TraceServices::ReleaseDefaultLog`.
     int ReleaseHeld();
 
   private:

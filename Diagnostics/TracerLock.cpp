@@ -10,7 +10,8 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 namespace {
 
-/// As many as nearly every host has tracers. More come in blocks of the same size, which stay too.
+/// Enough for the tracers of nearly every host. More come in blocks of the same size, which are never freed
+/// either.
 constexpr std::size_t kBlockSize = 256;
 
 struct Block {

@@ -1,6 +1,10 @@
 #!/usr/bin/env python3
-"""Compares the library with what a user would pick instead, with the machine's floor and with hand-written
-minima: usage: compare.py [--quick] [--job NAME]... BUILD-FOLDER. See doc/performance.md."""
+"""Compares the library with what a user would pick instead, with the machine's floor and with hand-written minima.
+
+    compare.py [--quick] [--job NAME]... BUILD-FOLDER
+
+See doc/performance.md.
+"""
 
 import argparse
 import glob
@@ -33,7 +37,7 @@ TITLES = {
     "record-3-filtered": "Binary record of three words, filtered out",
     "ring": "Ring event of 32 bytes",
 }
-MESSAGE = b" of job"  # what every line of every competitor holds
+MESSAGE = b" of job"  # part of every line of every competitor
 
 # (job, threads, against, limit): the time may be at most `limit` times the other's; "ns" is an absolute limit.
 TARGETS = [
@@ -47,7 +51,7 @@ TARGETS = [
 
 
 class Run:
-    """One run of the comparison; collects what goes into the JSON copy."""
+    """One run of the comparison; collects the results for the JSON file."""
 
     def __init__(self, build, quick):
         self.build = build
@@ -107,8 +111,8 @@ class Run:
     # --- repetitions --------------------------------------------------------------------------------------
 
     def repetition(self, competitor, job, threads, calls):
-        """Runs one, counts the lines it should have written, each thread's first included, and removes the file."""
-        self.files += 1  # glog goes on with the file that is gone where the name is the same
+        """Runs one, checks that all lines were written, each thread's first included, and removes the file."""
+        self.files += 1  # if the name is the same, glog continues with the file that is gone
         text = job.startswith("line") or job == "filtered"
         path = os.path.join(competitor.folder, f"log-{self.files}-" if text else f"map-{job}")
         nanoseconds, _ = competitor.repeat(job, threads, calls, path)
@@ -124,7 +128,7 @@ class Run:
         return max(2000, min(int(self.seconds * 1e9 / max(probe, 0.2)), 20_000_000))
 
     def job(self, job, thread_counts):
-        """Every competitor's repetitions in turn, so that a slow moment of the machine hits all of them."""
+        """Runs every competitor's repetitions in turn, so that a slow moment of the machine hits all of them."""
         measured = self.results["jobs"].setdefault(job, {})
         for threads in thread_counts:
             taking_part = [c for c in self.competitors.values() if job in c.jobs]
@@ -154,7 +158,7 @@ class Run:
         return statistics.median(a / b for a, b in zip(measured[OURS][threads], measured[other][threads]))
 
     def verdict(self, job, threads, against):
-        """What is to be reached, and whether this run did."""
+        """The targets, and whether this run met them."""
         for target_job, target_threads, target_against, limit in TARGETS:
             if (target_job, target_threads, target_against) == (job, threads, against):
                 value = (statistics.median(self.results["jobs"][job][OURS][threads]) if against == "ns"
@@ -185,7 +189,7 @@ class Run:
 
     def ratio_cell(self, job, threads, against):
         verdict = self.verdict(job, threads, against)
-        if against in ("spdlog", "lttng-ust", "ns"):  # shown where a target asks for it only
+        if against in ("spdlog", "lttng-ust", "ns"):  # shown only if a target asks for it
             if verdict is None:
                 return ""
         if against == "ns":
@@ -268,7 +272,7 @@ class Run:
         except CannotRun as problem:
             print(f"\nSystem calls of the line path: not counted, {problem}")
             return
-        # Start and end of a process vary by a call or two; what belongs to lines grows with them.
+        # Start and end of a process vary by a call or two; calls that belong to lines grow with their number.
         few = 10
         grown = {name: more[name] - fewer.get(name, 0) for name in more if more[name] - fewer.get(name, 0) > few}
         only_writes = list(grown) == ["write"]
@@ -294,7 +298,7 @@ class Run:
         return counts
 
     def allocations(self):
-        """Counts with an allocator in between, for every competitor."""
+        """Counts each competitor's allocations with a preloaded allocator."""
         library = os.path.join(self.programs, "libbench_count_allocations.so")
         commands = {OURS: [self.program("nima")], "fprintf": [self.program("plain"), "fprintf"],
                     **{peer: [self.program(program)] for peer, program in PEERS.items() if peer not in self.missing}}
@@ -309,7 +313,7 @@ class Run:
             finally:
                 competitor.close()
         shown = ", ".join(f"{name} {count:.4g}" for name, count in counted.items())
-        print(f"\nAllocations per line, after a thread's first: {shown}; none of ours: "
+        print(f"\nAllocations per line, after a thread's first: {shown}; none in the library: "
               f"{'met' if counted[OURS] == 0 else 'MISSED'}")
 
     # --- size ---------------------------------------------------------------------------------------------
@@ -352,7 +356,7 @@ OWN_LIBRARIES = {OURS: r"libNimaDiagnostics", "spdlog": r"libspdlog|libfmt", "gl
 
 
 def own_libraries(program, name):
-    """The shared libraries that a competitor brings along; the one that is loaded by name first."""
+    """The shared libraries that come with a competitor, first the one that is loaded by name."""
     listed = subprocess.run(["ldd", program], text=True, capture_output=True, check=True).stdout
     paths = re.findall(r"=> (\S+)", listed)
     found = [path for path in paths if re.match(OWN_LIBRARIES[name], os.path.basename(path))]
@@ -430,7 +434,7 @@ def main():
         return 1
     finally:
         run.close()
-    # A part of the comparison does not replace the whole one.
+    # A run of only some jobs does not replace the complete results.
     base = "-".join(["bench", *(arguments.job or [])])
     copy = os.path.join(run.build, base + ".json")
     with open(copy, "w", encoding="utf-8") as out:

@@ -1,4 +1,4 @@
-"""The programs that are compared: one process each, asked for one repetition at a time."""
+"""The programs that are compared: one process each, which runs one repetition at a time on request."""
 
 import os
 import shutil
@@ -59,9 +59,9 @@ class Competitor:
 
 
 class LttngSession:
-    """A session daemon of our own with a flight recorder: what LTTng calls overwrite mode, kept in memory.
+    """A separate session daemon with a flight recorder: what LTTng calls overwrite mode, kept in memory.
 
-    For root the tools know one daemon per machine only, so they run as an unprivileged user then.
+    For root the tools support only one daemon per machine, so they then run as an unprivileged user.
     """
 
     EVENTS = "bench:plain,bench:three"
@@ -112,7 +112,7 @@ class LttngSession:
         raise CannotRun("the session daemon does not start")
 
     def recorded_bytes(self):
-        """What a snapshot of the flight recorder holds: nothing would mean that nothing was traced."""
+        """The content of a snapshot of the flight recorder; if it is empty, nothing was traced."""
         self._lttng("snapshot", "record", "-s", "bench")
         return sum(os.path.getsize(os.path.join(folder, name))
                    for folder, _, names in os.walk(f"{self.home}/out") for name in names

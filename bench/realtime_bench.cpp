@@ -1,4 +1,4 @@
-/// What the counter and a dump of the binary trace cost. Segments and dump go to the working directory.
+/// The cost of the counter and of a dump of the binary trace. Segments and dump go to the working directory.
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-/// What calls of the text trace cost that the comparison leaves out. The files go to the working directory.
+/// The cost of text-trace calls that the comparison leaves out. The files go to the working directory.
 
 #include <cstdio>
 
@@ -12,7 +12,7 @@ using namespace Nima::Common::System::OS::Diagnostics;
 
 namespace {
 
-/// The size limit is far away for every run: the file starts anew with each.
+/// No run reaches the size limit: each begins with a fresh file.
 void OpenLog() {
     std::remove("bench.log");
     TraceServices::ConfigureDefaultLog(L"bench.log", 0x7fffffff, 0, true);

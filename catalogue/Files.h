@@ -1,6 +1,6 @@
 #pragma once
 
-/// The files that the library chooses the names of, all in the process's working directory.
+/// The files whose names the library chooses, all in the process's working directory.
 
 #include "catalogue/Text.h"
 

@@ -5,7 +5,7 @@
 
 namespace Nima::Catalogue {
 
-/// The levels of text logs as they stand in lines, by index; nothing is written at the first.
+/// The levels of text logs as lines show them, by index. Nothing is written at the first.
 inline constexpr std::array<std::string_view, 7> kLevelNames{"OFF",  "FATAL", "ERROR", "WARN",
                                                              "PERF", "INFO",  "DEBUG"};
 

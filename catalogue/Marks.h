@@ -1,6 +1,6 @@
 #pragma once
 
-/// The words by which readers find their way in what the library writes.
+/// The texts by which readers find their way in what the library writes.
 
 namespace Nima::Catalogue {
 
@@ -9,7 +9,7 @@ inline constexpr char kSysTraceMagic[] = "strc";
 
 // ---- Text logs, doc/text-log.md ----
 
-/// Stands where a level does.
+/// Takes the place of a level.
 inline constexpr char kCalibrationLevel[] = "CAL";
 /// Comes before the date of a calibration line.
 inline constexpr char kCalibrationDate[] = "now=";

@@ -1,7 +1,7 @@
 #pragma once
 
-/// What the library itself records in the binary trace and in its ring, with the words that readers show. A
-/// new event is a name in the enumeration and a row in the table after it.
+/// What the library itself records in the binary trace and in its ring, with the wording that readers show. A
+/// new event needs a name in the enumeration and a row in the table after it.
 
 #include <array>
 #include <cstddef>
@@ -19,7 +19,7 @@ struct OwnEventRow {
     std::string_view format;
 };
 
-/// The library's component in the binary trace; its events are of level 0.
+/// The library's component in the binary trace; its events have level 0.
 inline constexpr std::uint32_t kOwnComponent = 127;
 inline constexpr std::string_view kOwnComponentName = "Diagnostics";
 

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The rings of the segment "System Ring Buffers", a row each, in index order. The library lays them out by
+/// The rings of the segment "System Ring Buffers", one per row, in index order. The library lays them out by
 /// this table and every reader names them by it.
 
 #include <array>

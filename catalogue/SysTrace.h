@@ -1,6 +1,6 @@
 #pragma once
 
-/// What the SysTrace block's fields mean beyond their layout, which is that of Formats.h.
+/// What the fields of the SysTrace block mean; their layout is in Formats.h.
 
 #include <array>
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace Nima::Catalogue {
 
-/// Capture states of a block. Where readers look, a block that was never traced holds 0.
+/// Capture states of a block; 0 is the saved state before the first capture.
 enum CaptureState : std::uint32_t {
     kNoCapture = 0,
     kTracing = 1,
@@ -28,7 +28,7 @@ static_assert(kCaptureStateNames.size() == kCaptureStates, "a name for each stat
 inline constexpr std::uint32_t kComponents = SYSTRACE_COMPONENT_MASK + 1;
 inline constexpr std::uint32_t kTraceLevels = SYSTRACE_LEVEL_MASK + 1;
 
-/// The filter's word for a level and a component, and the component's bit in it.
+/// The filter's word for a level and a component, and the component's bit in that word.
 constexpr std::size_t FilterWord(std::uint32_t level, std::uint32_t component) {
     return level * std::size_t{SYSTRACE_FILTER_WORDS / kTraceLevels} + component / 32;
 }

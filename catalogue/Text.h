@@ -5,7 +5,7 @@
 
 namespace Nima::Catalogue {
 
-/// A text of plain ASCII in both widths: the library names files in wide characters, readers in narrow ones.
+/// A plain ASCII text in both widths: the library names files in wide characters, readers in narrow ones.
 template <std::size_t kSize>
 struct TwoWidths {
     char narrow[kSize]{};
@@ -19,7 +19,7 @@ struct TwoWidths {
     }
 };
 
-/// Texts of this catalogue with what stands around them where they are written, as one.
+/// Joins texts of this catalogue with the characters around them in the output.
 template <std::size_t... kSizes>
 consteval auto Concatenated(const char (&... parts)[kSizes]) {
     std::array<char, (kSizes + ...) - sizeof...(kSizes) + 1> whole{};

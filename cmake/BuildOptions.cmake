@@ -4,12 +4,12 @@ target_compile_features(nima_build_options INTERFACE cxx_std_20 c_std_11)
 target_compile_options(nima_build_options INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wcast-align -Wformat=2 -Wundef
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast>
-    # GCC 12 sees overlapping copies in its own std::string.
+    # GCC 12 reports overlapping copies in its own std::string.
     $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict>
     -fno-omit-frame-pointer
     $<$<BOOL:${NIMA_WERROR}>:-Werror>)
 
-# Everything is built by one compiler, so how older ones passed parameters is of no interest.
+# Everything is built by one compiler, so it does not matter how older ones passed parameters.
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "arm" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(nima_build_options INTERFACE -Wno-psabi)
 endif()
@@ -18,7 +18,7 @@ endif()
 target_compile_options(nima_build_options INTERFACE $<$<COMPILE_LANGUAGE:C>:-fexceptions>)
 
 if(NIMA_SANITIZE)
-    # With its checks inserted GCC 12 sees uninitialised members in the standard library's own headers.
+    # With the sanitizers' checks GCC 12 reports uninitialised members in the standard library's own headers.
     target_compile_options(nima_build_options INTERFACE
         $<$<OR:$<COMPILE_LANG_AND_ID:CXX,GNU>,$<COMPILE_LANG_AND_ID:C,GNU>>:-Wno-maybe-uninitialized>)
     target_compile_options(nima_build_options INTERFACE -fsanitize=${NIMA_SANITIZE} -fno-sanitize-recover=all)

@@ -18,7 +18,7 @@ install(FILES
 
 list(TRANSFORM NIMA_UNWIND_LIBRARIES PREPEND -l OUTPUT_VARIABLE pc_unwind)
 list(JOIN pc_unwind " " pc_unwind)
-# The installed tree may be moved: the file finds its prefix from where it stands itself.
+# The installed tree may be moved: the file finds its prefix relative to its own location.
 file(RELATIVE_PATH pc_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/nima-diagnostics.pc.in ${PROJECT_BINARY_DIR}/nima-diagnostics.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/nima-diagnostics.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The buffers that names and texts of a crash are cut to, terminating zero included.
+/// The buffers to which a crash's names and texts are cut, terminating zero included.
 enum {
     kStackFileNameSize = 64, ///< "./stacktrace%d-%d.txt"
     kStackFilePathSize = 72, ///< the same after the working directory

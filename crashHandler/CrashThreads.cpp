@@ -11,9 +11,6 @@ namespace CrashHandling {
 
 namespace {
 
-constexpr long long kPatience = 500;
-constexpr long long kMostPatience = 3000;
-
 constinit CrashThread g_Threads[kMostCrashThreads];
 constinit std::atomic<unsigned> g_Activity{0};
 
@@ -26,7 +23,7 @@ void ChangeMask(int how, std::initializer_list<int> signals) {
     ::pthread_sigmask(how, &set, nullptr);
 }
 
-/// Who is calling, in one number. A place that a forked child inherited is nobody's there.
+/// The caller in one number. A place that a forked child inherited belongs to nobody there.
 std::uint64_t Caller() {
     return static_cast<std::uint64_t>(::getpid()) << 32U | static_cast<std::uint32_t>(::gettid());
 }

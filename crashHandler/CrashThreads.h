@@ -1,7 +1,7 @@
 #pragma once
 
-/// The threads that are inside the crash handler, and how each gets over a step that faults. Nothing here
-/// takes a lock or allocates; everything is called in signal context.
+/// The threads inside the crash handler, and how each of them survives a step that faults. Nothing here takes
+/// a lock or allocates; everything is called in signal context.
 
 #include <atomic>
 #include <csetjmp>
@@ -14,19 +14,19 @@ namespace CrashHandling {
 /// One thread inside the handler. Only the atomic members are touched by other threads.
 struct CrashThread {
     std::atomic<std::uint64_t> holder{0}; ///< process and thread; 0 while the place is free
-    /// Its files are not all written and announced yet.
+    /// Some of its files are not yet written and announced.
     std::atomic<bool> reporting{false};
-    /// The entry with SIGABRT has begun, the last one of a thread.
+    /// The thread's last entry, the one with SIGABRT, has begun.
     bool last = false;
-    /// Where a fault within the present step goes.
+    /// Where to continue after a fault in the current step.
     sigjmp_buf* recovery = nullptr;
-    /// The instruction that the signal interrupted, 0 where there was none.
+    /// The instruction that the signal interrupted, 0 if there was none.
     std::uintptr_t interrupted = 0;
-    /// The handler is called by our own function that the system calls.
+    /// The handler was called by our own function, which the system calls.
     bool calledByUs = false;
-    /// A bit for each way of walking the stack that came to no end.
+    /// A bit for each way of walking the stack that did not finish.
     unsigned failedRungs = 0;
-    /// No file could be made the last time.
+    /// The last attempt to create a file failed.
     bool withoutFile = false;
     /// The name of a file that has not been announced yet.
     const char* unannounced = nullptr;
@@ -35,33 +35,33 @@ struct CrashThread {
 /// The calling thread's place, or null if it has none.
 CrashThread* CurrentCrashThread();
 
-/// The calling thread's place, taken if it had none. Null where more threads crash than there are places.
+/// The calling thread's place, taken if it had none. Null if more threads crash than there are places.
 CrashThread* EnterCrashThread();
 
 constexpr std::size_t kMostCrashThreads = 256;
 /// The number of a place, from 0.
 std::size_t NumberOf(const CrashThread& thread);
 
-/// Tells the threads that wait for others that something is under way.
+/// Shows the threads that wait for others that there is progress.
 void NoteCrashActivity();
 
-/// Waits until no other thread has files left to write or announce, at most 500 ms after the last sign of
-/// activity.
+/// Waits until no other thread has files left to write or announce, but at most 500 ms after the last sign of
+/// progress.
 void WaitForOtherCrashThreads();
 
-/// How much room the calling thread has left where it runs on an alternate stack; there is no telling
-/// elsewhere, and the result is the greatest number.
+/// The room that the calling thread has left on its alternate stack. If it is not running on one, this is not
+/// known, and the result is the largest number.
 std::size_t RoomOnAlternateStack();
 
-/// Lets synchronous faults through in the calling thread, so that one within the handler finds it.
+/// Unblocks synchronous faults in the calling thread, so that a fault within the handler reaches it.
 void UnblockFaults();
 
-/// Keeps SIGPIPE, SIGXCPU, SIGXFSZ and SIGABRT from the calling thread, so that what is written while it
-/// reports does not end it, and another's abort waits for the report.
+/// Blocks SIGPIPE, SIGXCPU, SIGXFSZ and SIGABRT in the calling thread, so that its own writing does not end
+/// it while it reports, and another thread's abort waits for the report.
 void BlockSideSignals();
 void LetAbortThrough();
 
-/// Does a step, and passes over the rest of it where it faults. Returns whether it came to its end.
+/// Does a step, and skips the rest of it if it faults. Returns whether it finished.
 template <class Step>
 [[gnu::noinline]] bool Attempt(CrashThread* thread, const Step& step) {
     if (thread == nullptr) {

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kFirstAboveStandard = STDERR_FILENO + 1;
 
-/// A descriptor that is known again: a host may have closed it, and have another file under its number now.
+/// A descriptor that can be recognised: a host may have closed it and have another file under its number.
 struct Kept {
     std::atomic<int> descriptor{-1};
     dev_t device = 0;
@@ -30,14 +30,14 @@ struct Kept {
                record.st_ino == inode;
     }
 
-    /// The descriptor, for one taker only; -1 where there is none any more.
+    /// The descriptor, for one taker only; -1 if there is none any more.
     int Take() {
         const int taken = descriptor.exchange(-1);
         return Is(taken) ? taken : -1;
     }
 };
 
-/// Both are sockets, which nothing else shares the number with.
+/// Both are sockets, so that nothing else has the same device and inode.
 constinit Kept g_Room;
 constinit Kept g_Socket;
 
@@ -76,7 +76,7 @@ bool MakeRoom() {
     if (taken != -1) {
         return ::close(taken) == 0;
     }
-    // The host has closed it: perhaps the limit is lower than it has to be.
+    // The host has closed it. The soft limit may be lower than it has to be.
     rlimit limit{};
     if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == limit.rlim_max) {
         return false;
@@ -85,7 +85,7 @@ bool MakeRoom() {
     return ::setrlimit(RLIMIT_NOFILE, &limit) == 0;
 }
 
-/// The same pipe or terminal through a descriptor of our own that never waits; -1 where there is none.
+/// The same pipe or terminal through a descriptor of our own that never waits; -1 if that fails.
 int ReopenWithoutWaiting(int descriptor) {
     TextLine<32> path;
     path.Add("/proc/self/fd/").AddDecimal(descriptor);
@@ -146,7 +146,7 @@ void WriteIfReady(int descriptor, const char* text, std::size_t length) {
         ::send(descriptor, text, length, MSG_DONTWAIT | MSG_NOSIGNAL);
         return;
     }
-    // Another thread may fill a pipe between the question and the writing.
+    // Another thread may fill a pipe between `poll` and the write.
     const int own = S_ISREG(record.st_mode) ? -1 : ReopenWithoutWaiting(descriptor);
     WriteAll(own != -1 ? own : descriptor, text, length);
     if (own != -1) {

@@ -18,13 +18,13 @@ namespace {
 
 using Line = TextLine<kFrameLineSize>;
 
-/// A demangled name as far as a line has room for it.
+/// A demangled name, as much of it as a line has room for.
 using PlainName = TextLine<kFrameLineSize>;
 
 constinit LoadedModules g_Modules;
 constinit SymbolNames g_Names(g_Modules);
 
-/// Lines that were put together before: a deep recursion has few different ones.
+/// Finished lines: a deep recursion has few different ones.
 struct KnownLine {
     Frame frame;
     Line line;
@@ -35,7 +35,7 @@ constinit KnownLine g_KnownLines[256];
 struct Gathered {
     char text[4096] = {};
     std::size_t length = 0;
-    bool replaces = false; ///< what an earlier try has written goes first
+    bool replaces = false; ///< first remove what an earlier attempt wrote
 };
 constinit Gathered g_Gathered;
 
@@ -60,14 +60,14 @@ void AddPiece(const char* piece, std::size_t length, void* name) {
     static_cast<PlainName*>(name)->Add(piece, length);
 }
 
-/// Names that the buffer of 256 characters does not hold count as not to be had.
+/// A name that does not fit the buffer of 256 characters counts as not available.
 bool FindName(const Frame& frame, SymbolName& name) {
     return g_Names.Find(frame.within, name) && ::strnlen(name.text, kSymbolNameSize) < kSymbolNameSize;
 }
 
 std::uintptr_t OffsetIn(const SymbolName& name, const Frame& frame) {
     const std::uintptr_t address = CodeAddress(frame.instruction);
-    // The mark of Thumb code makes the value one more than the first instruction's address.
+    // The mark of Thumb code makes the value one more than the address of the first instruction.
     return address > name.value ? address - name.value : 0;
 }
 

@@ -38,7 +38,8 @@ bool IsElf(std::uintptr_t address) {
     return address != 0 && std::memcmp(reinterpret_cast<const void*>(address), ELFMAG, SELFMAG) == 0;
 }
 
-/// What is added to the file's addresses: the first loadable segment's place less the one it was linked for.
+/// What must be added to the file's addresses: where the first loadable segment is, less the address it was
+/// linked for.
 std::uintptr_t BiasOf(const Module& module) {
     const ElfW(Phdr)* const first = module.FindHeader(PT_LOAD);
     return first == nullptr ? 0 : module.headers - (first->p_vaddr - first->p_offset);
@@ -92,7 +93,7 @@ bool LoadedModules::Read() {
             AddLine(line);
         }
         if (line == text && filled == sizeof(text) - 1) {
-            filled = 0; // longer than any path: not a line that can be made sense of
+            filled = 0; // longer than any path: not a line that makes sense
         } else {
             filled -= static_cast<std::size_t>(line - text);
             std::memmove(text, line, filled);
@@ -123,7 +124,7 @@ void LoadedModules::AddLine(char* line) {
     }
     mapping.readable = line[0] == 'r';
     mapping.executable = line[2] == 'x';
-    const bool isShared = line[3] == 's'; // no code, and a device's memory may not be touched
+    const bool isShared = line[3] == 's'; // never code, and a device's memory must not be touched
     line += 5;
     mapping.offset = TakeNumber(line, 16);
     Skip(line, ' ');

@@ -20,14 +20,14 @@ inline std::uintptr_t CodeAddress(std::uintptr_t address) {
 #endif
 }
 
-/// A mapped stretch of code and the object file that it belongs to.
+/// A mapped range of code and the object file that it belongs to.
 struct Module {
     std::uintptr_t begin = 0; ///< of the code
     std::uintptr_t end = 0;
     std::uintptr_t headers = 0; ///< where the file's first byte is mapped
     std::size_t headersMapped = 0;
-    std::uintptr_t bias = 0;    ///< what is added to an address of the file to get one of the process
-    const char* path = nullptr; ///< empty where it is too long
+    std::uintptr_t bias = 0;    ///< what must be added to an address in the file to get one in the process
+    const char* path = nullptr; ///< empty if it is too long
 
     const ElfW(Ehdr) & header() const;
     const ElfW(Phdr) * programHeaders() const;
@@ -37,9 +37,9 @@ struct Module {
 
 class LoadedModules {
   public:
-    /// Reads the list anew. False where the kernel's list cannot be read.
+    /// Reads the list again. False if the kernel's list cannot be read.
     bool Read();
-    /// The module whose code an address lies in, or null.
+    /// The module whose code contains an address, or null.
     const Module* Find(std::uintptr_t address) const;
     std::size_t IndexOf(const Module& module) const { return static_cast<std::size_t>(&module - modules_); }
 

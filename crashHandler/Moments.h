@@ -4,6 +4,10 @@
 
 namespace CrashHandling {
 
+/// How long something is waited for that does not get on, in milliseconds, and how long in all.
+constexpr long long kPatience = 500;
+constexpr long long kMostPatience = 3000;
+
 /// Milliseconds of the monotonic clock.
 inline long long Milliseconds() {
     timespec now{};

@@ -32,7 +32,7 @@ void WriteStack(CrashThread* thread, int descriptor, unw_context_t& context, std
         }
         end = Climb(thread, {descriptor, &context, rung != kAddresses, leftOut, begin});
         if (end == WorkEnd::TooLong) {
-            failed = kAllRungs; // a stack without end
+            failed = kAllRungs; // a stack without an end
         } else if (end != WorkEnd::Done) {
             failed |= 1U << rung;
         }

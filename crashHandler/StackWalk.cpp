@@ -8,7 +8,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-// Exported by libunwind for readers of other processes, but declared in none of its headers.
+// libunwind exports this for readers of other processes, but declares it in none of its headers.
 #ifdef __arm__
 #define SearchUnwindTable _Uarm_search_unwind_table
 #else
@@ -24,51 +24,21 @@ namespace {
 /// Made while the process is well, since that takes memory.
 unw_addr_space_t g_Space = nullptr;
 
-constinit std::uintptr_t g_GoodPages[16];
-
 #ifdef __arm__
-// libunwind tells the frame of a signal at the return from it, which the interrupted frame follows.
+// libunwind reports the frame of a signal at the return from it; the interrupted frame follows.
 constexpr bool kToldAtInterruptedFrame = false;
 #else
-// Here it tells it one frame later, at the interrupted frame itself.
+// Here libunwind reports it one frame later, at the interrupted frame itself.
 constexpr bool kToldAtInterruptedFrame = true;
 #endif
 
-/// Whether a page can be read. The system reads the set of signals before it looks at what to do with it,
-/// which is nothing that it knows. The first page stands for no set at all, and is never read.
+/// Whether a page can be read. The system reads the signal set before it looks at the action, which is one
+/// that it does not know. The first page would mean "no set" and is never read.
 bool IsReadable(std::uintptr_t page) {
     constexpr int kNoSuchAction = -1;
     constexpr std::size_t kSetSize = 8;
     return page != 0 &&
            (::syscall(SYS_rt_sigprocmask, kNoSuchAction, page, nullptr, kSetSize) == 0 || errno != EFAULT);
-}
-
-/// Whether a word can be read. A damaged stack leads anywhere; a page that was good once is good for the rest
-/// of the walk.
-bool CanRead(std::uintptr_t address) {
-    constexpr std::uintptr_t kPage = 4096;
-    const std::uintptr_t first = address & ~(kPage - 1);
-    const std::uintptr_t last = (address + sizeof(unw_word_t) - 1) & ~(kPage - 1);
-    for (const std::uintptr_t page : {first, last}) {
-        std::uintptr_t& good = g_GoodPages[page / kPage % std::size(g_GoodPages)];
-        if (good == page && page != 0) {
-            continue;
-        }
-        if (!IsReadable(page)) {
-            return false;
-        }
-        good = page;
-    }
-    return true;
-}
-
-int AccessMemory(unw_addr_space_t /*space*/, unw_word_t address, unw_word_t* value, int write,
-                 void* /*argument*/) {
-    if (write != 0 || !CanRead(address)) {
-        return -UNW_EINVAL;
-    }
-    std::memcpy(value, reinterpret_cast<const void*>(address), sizeof(*value));
-    return 0;
 }
 
 int AccessNoFloat(unw_addr_space_t /*space*/, unw_regnum_t /*number*/, unw_fpreg_t* /*value*/, int /*write*/,
@@ -95,7 +65,7 @@ bool FindTable(const Module& module, unw_dyn_info_t& table) {
 
 #else
 
-/// The table of a GNU frame header: where it begins, and how its entries are written.
+/// The head of a GNU frame header's table: where it begins, and how its entries are encoded.
 struct FrameHeader {
     unsigned char version;
     unsigned char framePointerEncoding;
@@ -144,6 +114,32 @@ int StackWalk::FindProcInfo(unw_addr_space_t space, unw_word_t address, unw_proc
     return SearchUnwindTable(space, address, &table, info, needed, argument);
 }
 
+bool StackWalk::Source::CanRead(std::uintptr_t address) {
+    constexpr std::uintptr_t kPage = 4096;
+    const std::uintptr_t first = address & ~(kPage - 1);
+    const std::uintptr_t last = (address + sizeof(unw_word_t) - 1) & ~(kPage - 1);
+    for (const std::uintptr_t page : {first, last}) {
+        std::uintptr_t& good = goodPages[page / kPage % std::size(goodPages)];
+        if (good == page && page != 0) {
+            continue;
+        }
+        if (!IsReadable(page)) {
+            return false;
+        }
+        good = page;
+    }
+    return true;
+}
+
+int StackWalk::AccessMemory(unw_addr_space_t /*space*/, unw_word_t address, unw_word_t* value, int write,
+                            void* argument) {
+    if (write != 0 || !static_cast<Source*>(argument)->CanRead(address)) {
+        return -UNW_EINVAL;
+    }
+    std::memcpy(value, reinterpret_cast<const void*>(address), sizeof(*value));
+    return 0;
+}
+
 int StackWalk::AccessRegister(unw_addr_space_t /*space*/, unw_regnum_t number, unw_word_t* value, int write,
                               void* argument) {
     const unw_context_t& context = *static_cast<const Source*>(argument)->context;
@@ -169,7 +165,7 @@ int StackWalk::AccessRegister(unw_addr_space_t /*space*/, unw_regnum_t number, u
 }
 
 unw_accessors_t StackWalk::Accessors() {
-    // What is not replaced here is libunwind's own, its release of table entries above all.
+    // Whatever is not replaced here stays libunwind's own, above all the release of table entries.
     unw_accessors_t accessors = *unw_get_accessors(unw_local_addr_space);
     accessors.find_proc_info = FindProcInfo;
     accessors.get_dyn_info_list_addr = NoDynamicCode;
@@ -201,10 +197,7 @@ void StackWalk::Prepare(const LoadedModules& modules) {
 }
 
 StackWalk::StackWalk(unw_context_t& context, const LoadedModules& modules, TableSearch search)
-    : source_{&context, &modules} {
-    for (std::uintptr_t& page : g_GoodPages) {
-        page = 0;
-    }
+    : source_{&context, &modules, {}} {
     if (search == TableSearch::Modules) {
         MakeSpace();
     }
@@ -213,8 +206,8 @@ StackWalk::StackWalk(unw_context_t& context, const LoadedModules& modules, Table
                                                               : unw_init_local(&cursor_, &context)) == 0;
 }
 
-// An interrupted frame may be on another stack. Everywhere else the way out of a stack leads upwards, and one
-// that does not is damaged and may have no end.
+// An interrupted frame may be on another stack. Everywhere else a caller's frame has a higher address than
+// its callee's; a stack where this does not hold is damaged and may have no end.
 bool StackWalk::Next(Frame& frame) {
     if (!started_) {
         return false;
@@ -232,7 +225,7 @@ bool StackWalk::Next(Frame& frame) {
     if (!interrupted && stack < stack_) {
         return false;
     }
-    stack_ = interrupted ? 0 : stack; // on ARM it is that of the signal's frame still
+    stack_ = interrupted ? 0 : stack; // on ARM it is still that of the signal's frame
     frame.instruction = instruction;
     frame.within = interrupted ? instruction : CodeAddress(instruction) - 1;
     return true;

@@ -11,12 +11,12 @@ namespace CrashHandling {
 
 namespace {
 
-/// The bytes of an object file, for which every claim that it makes about itself is checked.
+/// The bytes of an object file. Every claim that the file makes about itself is checked.
 class ElfBytes {
   public:
     ElfBytes(const unsigned char* bytes, std::size_t size) : bytes_(bytes), size_(size) {}
 
-    /// `count` objects at an offset, or null where the file ends before.
+    /// `count` objects at an offset, or null if the file ends before that.
     template <class T>
     const T* At(std::uintptr_t offset, std::size_t count = 1) const {
         if (offset > size_ || count > (size_ - offset) / sizeof(T) || offset % alignof(T) != 0) {
@@ -46,8 +46,8 @@ bool SameBytes(const Module& module, const unsigned char* file, std::size_t file
            std::memcmp(reinterpret_cast<const void*>(module.headers + offset), file + offset, length) == 0;
 }
 
-/// Whether a file is the one that was loaded: an update may have put another one in its place. Headers and
-/// notes, the build's identification among them, tell them apart.
+/// Whether a file is the one that was loaded: an update may have replaced it. Headers and notes, including
+/// the build's identification, tell them apart.
 bool IsLoadedFile(const Module& module, const unsigned char* file, std::size_t fileSize) {
     const ElfW(Ehdr)& header = module.header();
     if (!SameBytes(module, file, fileSize, 0, sizeof(header)) ||
@@ -73,7 +73,7 @@ class Search {
         const std::size_t count = table.sh_size / sizeof(ElfW(Sym));
         const auto* const symbols = file_.At<ElfW(Sym)>(table.sh_offset, count);
         for (std::size_t i = 0; symbols != nullptr && i < count; ++i) {
-            // The kinds have the same numbers in both word sizes.
+            // The symbol types have the same numbers in both word sizes.
             if (ELF32_ST_TYPE(symbols[i].st_info) == STT_FUNC && symbols[i].st_shndx != SHN_UNDEF) {
                 Consider(symbols[i], texts);
             }
@@ -119,7 +119,7 @@ const SymbolNames::Image& SymbolNames::ImageOf(const Module& module) {
         return image;
     }
     image.tried = true;
-    if (module.path[0] == '[') { // the kernel's own, which has no file but is mapped whole
+    if (module.path[0] == '[') { // the kernel's own, which has no file but is mapped completely
         image.bytes = reinterpret_cast<const unsigned char*>(module.headers);
         image.size = module.headersMapped;
         return image;

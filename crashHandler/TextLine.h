@@ -4,8 +4,8 @@
 
 namespace CrashHandling {
 
-/// A line of text in a buffer of `Size` characters, always terminated, cut where it is full. It is put
-/// together by hand: the C library's formatter takes 2 KB of stack, which a thread on its alternate stack may
+/// A line of text in a buffer of `Size` characters, always terminated, and cut when it is full. It is
+/// composed by hand: the C library's formatter takes 2 KB of stack, which a thread on its alternate stack may
 /// not have.
 template <std::size_t Size>
 class TextLine {
@@ -36,7 +36,7 @@ class TextLine {
     /// Lower-case hexadecimal, with leading zeros up to `digits`.
     TextLine& AddHex(unsigned long long value, unsigned digits = 1) { return AddDigits(value, 16, digits); }
 
-    /// Puts a line feed in the last place of a line that has been cut.
+    /// Puts a line feed in the last place of a line that was cut.
     void KeepLineFeed() {
         if (length_ == kRoom) {
             text_[kRoom - 1] = '\n';

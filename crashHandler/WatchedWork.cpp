@@ -26,14 +26,13 @@ constexpr std::size_t kStackSize = std::size_t{256} * 1024;
 constexpr std::size_t kRoomInPlace = std::size_t{48} * 1024;
 
 constexpr long long kMostSilence = 400;
-constexpr long long kMostTime = 3000;
 constexpr long kMostTimeInPlace = 1;
 
 constexpr int kFailed = 1;
 
-/// How many of its descriptors, the first ones, a child closes.
+/// How many descriptors, counted from 0, a child closes.
 constexpr int kClosed = 16;
-/// What the C library's `clone` keeps on the child's stack while the caller's memory is still the same.
+/// What the C library's `clone` keeps on the child's stack before the child has memory of its own.
 constexpr std::size_t kStackSlot = 64;
 
 /// What parent and child share.
@@ -48,7 +47,7 @@ struct Errand {
 };
 
 constinit unsigned char* g_Stack = nullptr;
-/// The child's, for the handler of its faults.
+/// The child's errand, for the handler of its faults.
 constinit Errand* g_Errand = nullptr;
 
 unsigned char* MapStack() {
@@ -93,7 +92,7 @@ void TakeOverFaults() {
     UnblockFaults();
 }
 
-/// The dying process may have used up what it may have; the child needs little of it.
+/// The dying process may be at its limits; the child needs little.
 void MakeRoomInChild(int needed) {
     for (int descriptor = 0; descriptor < kClosed; ++descriptor) {
         if (descriptor != needed) {
@@ -109,7 +108,7 @@ void MakeRoomInChild(int needed) {
 
 int ChildMain(void* argument) {
     g_Errand = static_cast<Errand*>(argument);
-    // Neither outlive the process nor leave a core file in its place.
+    // It must neither outlive the process nor leave a core file in its place.
     ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     ::prctl(PR_SET_DUMPABLE, 0);
     TakeOverFaults();
@@ -119,9 +118,9 @@ int ChildMain(void* argument) {
     EndChild(done ? 0 : kFailed);
 }
 
-/// Without a signal at its end, so that no handler and no `wait` of the host sees the child; where the system
-/// asks for one, with the usual one. Every thread has its own end of the stack to begin at. All signals are
-/// blocked in the child but those of its faults: the host's handlers are none of its business.
+/// The child ends without a signal, so that neither a handler nor a `wait` of the host sees it; if the system
+/// insists on one, it is the usual SIGCHLD. Every thread starts at its own end of the stack. In the child all
+/// signals are blocked except those of its faults: the host's handlers must not run there.
 pid_t StartChild(const CrashThread* thread, Errand& errand) {
     const std::size_t number = thread != nullptr ? NumberOf(*thread) : kMostCrashThreads;
     unsigned char* const end = g_Stack + kStackSize - number * kStackSlot;
@@ -141,8 +140,8 @@ pid_t StartChild(const CrashThread* thread, Errand& errand) {
     return child;
 }
 
-/// Whether the child has ended. One that a host has waited for, or wants to know nothing of, is no child any
-/// more.
+/// Whether the child has ended. It is no longer a child if the host has waited for it or ignores its
+/// children.
 bool HasEnded(pid_t child) {
     const pid_t ended = ::waitpid(child, nullptr, WNOHANG | __WALL);
     return ended == child || (ended == -1 && errno == ECHILD);
@@ -169,7 +168,7 @@ WorkEnd Watch(pid_t child, const Shared& shared) {
             gotOn = now;
             NoteCrashActivity();
         }
-        if (now - gotOn > kMostSilence || now - begin > kMostTime) {
+        if (now - gotOn > kMostSilence || now - begin > kMostPatience) {
             EndByForce(child);
             return now - gotOn > kMostSilence ? WorkEnd::Hung : WorkEnd::TooLong;
         }
@@ -181,7 +180,7 @@ WorkEnd Watch(pid_t child, const Shared& shared) {
 /// The thread that works in place, for a timer that is not aimed at it.
 constinit std::atomic<pid_t> g_InPlace{0};
 
-/// One thread at a time: what the work keeps is there once.
+/// One thread at a time: the work's data exists only once.
 bool TakePlace() {
     const long long begin = Milliseconds();
     for (pid_t nobody = 0; !g_InPlace.compare_exchange_strong(nobody, ::gettid()); nobody = 0) {
@@ -221,7 +220,8 @@ class Alarm {
         event.sigev_notify = SIGEV_THREAD_ID;
         event.sigev_signo = SIGALRM;
         event._sigev_un._tid = ::gettid();
-        const long times[] = {0, 0, kMostTimeInPlace, 0}; // as the kernel takes them: interval, then first
+        const long times[] = {0, 0, kMostTimeInPlace,
+                              0}; // as the kernel expects them: interval, then first expiry
         isSet_ = ::syscall(SYS_timer_create, CLOCK_MONOTONIC, &event, &timer_) == 0 &&
                  ::syscall(SYS_timer_settime, timer_, 0, times, nullptr) == 0;
         if (!isSet_) {

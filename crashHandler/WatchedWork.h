@@ -9,7 +9,7 @@
 
 namespace CrashHandling {
 
-/// Something to do. It adds 1 to `steps` whenever it has got on, and returns whether it came to its end.
+/// Something to do. It adds 1 to `steps` whenever it makes progress, and returns whether it finished.
 struct Work {
     bool (*run)(void* argument, std::atomic<std::uint32_t>& steps);
     /// Saves what there is after a fault in the middle of `run`.
@@ -20,17 +20,17 @@ struct Work {
 
 enum class WorkEnd {
     Done,
-    Failed,  ///< it said so, or it faulted
-    Hung,    ///< it did not get on any more
-    TooLong, ///< it got on, but came to no end
+    Failed,  ///< it reported failure, or it faulted
+    Hung,    ///< it no longer made progress
+    TooLong, ///< it made progress, but did not end
     NotTried ///< it could not be started
 };
 
-/// Takes what `DoInChild` needs while the process is well. False where there is no memory for it.
+/// Sets up what `DoInChild` needs, while the process is well. Returns false if memory runs out.
 bool PrepareChildren();
 
-/// Does the work in a copy of this process, on a stack of its own, with this thread as its only one; memory
-/// that it writes is its own, descriptors are shared. The copy is made without the handlers of `fork`, which
+/// Does the work in a copy of this process, on a stack of its own, with this thread as its only one. Memory
+/// that it writes is its own; descriptors are shared. The copy is made without the `fork` handlers, which
 /// take locks. Whatever the work waits for or breaks, this returns: 400 ms after the last step, or after 3 s.
 /// `thread` is the caller's place, or null.
 WorkEnd DoInChild(const CrashThread* thread, const Work& work);

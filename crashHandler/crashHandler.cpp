@@ -40,21 +40,23 @@ namespace {
 constexpr const char* kThisUnit = "crashHandler/crashHandler";
 constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 
-// Fixed text in a report's lines 3 and 4, whatever stands at those lines.
+// Fixed text in lines 3 and 4 of a report; these are not this file's line numbers.
 constexpr int kReportLine = 258;
 constexpr int kCallStackLine = 260;
 
-/// How long the handlers try to create a file, in milliseconds, and how long once they have failed.
-constexpr long long kPatience = 500;
+/// How long the handlers try to create a file once they have failed, in milliseconds; the first time it is
+/// `kPatience`.
 constexpr long long kPatienceAfterFailure = 100;
 constexpr long long kForEver = -1;
+/// A file system that says of more numbers than these that they are taken is out of order.
+constexpr int kMostNumbers = 100000;
 
 constexpr std::size_t kAlternateStackSize = std::size_t{128} * 1024;
-/// What another signal takes of an alternate stack besides the system's own frame.
+/// What another signal takes of an alternate stack, apart from the system's own frame.
 constexpr std::size_t kEntryRoom = std::size_t{5} * 1024;
 
-/// Where `signalHandler` returns to in our own function that calls it, which would say nothing among the
-/// frames.
+/// The return address of `signalHandler` in our own function that calls it. That frame would mean nothing to
+/// a reader.
 constinit std::atomic<std::uintptr_t> g_OurCaller{0};
 
 using ReportLine = TextLine<kFrameLineSize>;
@@ -63,32 +65,31 @@ void Write(int descriptor, const ReportLine& line) {
     WriteAll(descriptor, line.text(), line.length());
 }
 
-/// "file, line n", with which the lines of a report begin.
+/// "file, line n", which begins the lines of a report.
 ReportLine LineOf(const char* file, int line) {
     ReportLine text;
     return text.Add(file).Add(", line ").AddDecimal(line);
 }
 
-/// A thread that is being cancelled would be unwound out of the handler by its first system call, and the
-/// crash be lost.
+/// If the thread is being cancelled, its first system call would unwind it out of the handler, and the crash
+/// would be lost.
 void PutOffCancellation() {
     int before = 0;
     ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
 }
 
-/// Ends the process by SIGABRT's default action, whatever the host or the present handler have made of the
-/// signal.
+/// Ends the process by SIGABRT's default action, whatever the host or this handler has done with the signal.
 [[noreturn]] void EndByAbort() {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     ::sigaction(SIGABRT, &action, nullptr);
-    // `abort` alone does not let the signal through where it is interrupted on its way.
+    // `abort` alone does not unblock the signal if it is interrupted on its way.
     LetAbortThrough();
     ::raise(SIGABRT);
     std::abort();
 }
 
-/// The calling thread's reports are done. Those of other threads are let through before the process ends.
+/// The calling thread's reports are done. Reports of other threads may finish before the process ends.
 [[noreturn]] void EndLastEntry(CrashThread* thread) {
     if (thread != nullptr) {
         thread->reporting.store(false);
@@ -99,7 +100,8 @@ void PutOffCancellation() {
 }
 
 /// As `getFileName`, for `patience` milliseconds. Returns -1 where no file could be created by then; the name
-/// is that of the last try.
+/// is that of the last try, and of no file of anybody else's: numbers that are taken are passed over however
+/// long that takes.
 int CreateStackFile(int* descriptor, char* name, long long patience) {
     constexpr long kPause = 10000000;
     const long long begin = Milliseconds();
@@ -112,13 +114,14 @@ int CreateStackFile(int* descriptor, char* name, long long patience) {
         if (*descriptor != -1) {
             return *descriptor;
         }
-        const bool isTaken = errno == EEXIST;
+        if (errno == EEXIST && number < kMostNumbers) {
+            NoteCrashActivity();
+            continue;
+        }
         if (patience != kForEver && Milliseconds() - begin >= patience) {
             return -1;
         }
-        if (!isTaken) {
-            PauseFor(kPause); // no number helps at the moment
-        }
+        PauseFor(kPause); // no number helps at the moment
     }
 }
 
@@ -156,8 +159,8 @@ void CloseAndAnnounce(CrashThread* thread, StackFile& file) {
     Announce(thread, file.name);
 }
 
-/// The beginning of each way in: from here on nothing that is written ends the thread, and others wait for
-/// it.
+/// Every way into the handler begins here. From now on nothing that is written ends the thread, and other
+/// threads wait for it.
 CrashThread* Enter() {
     PutOffCancellation();
     CrashThread* const thread = EnterCrashThread();
@@ -179,8 +182,8 @@ bool IsFault(int signal) {
            signal == SIGBUS || signal == SIGSYS;
 }
 
-/// What the system calls. A fault within a step of the handler is that step's end; one that is sent from
-/// outside to a thread that is dying already tells it nothing new.
+/// What the system calls. A fault within a step of the handler ends that step. A fault signal that somebody
+/// sends to a thread already dying is ignored.
 void OnSignal(int signal, siginfo_t* info, void* context) {
     CrashThread* const known = CurrentCrashThread();
     if (known != nullptr && known->recovery != nullptr && IsFault(signal)) {
@@ -202,9 +205,9 @@ bool AbortComesHere() {
     return ::sigaction(SIGABRT, nullptr, &action) == 0 && action.sa_sigaction == OnSignal;
 }
 
-// SA_SIGINFO makes the kernel lay out the frame that the unwinder recognises, under emulation too. SA_RESTART
-// and a mask of nothing but the signal itself are what `signal` installs. A thread that has an alternate
-// stack is not lost when its own is full.
+// SA_SIGINFO makes the kernel lay out the frame that the unwinder recognises, under emulation too.
+// SA_RESTART, and a mask with only the signal itself, are what `signal` installs. SA_ONSTACK saves a thread
+// whose own stack is full, if it has an alternate one.
 void InstallHandler(int number) {
     struct sigaction action {};
     action.sa_sigaction = OnSignal;
@@ -213,8 +216,8 @@ void InstallHandler(int number) {
     ::sigaction(number, &action, nullptr);
 }
 
-/// For the calling thread, unless it has one. It is never given back, since the handlers stay installed as
-/// well.
+/// For the calling thread, unless it has one. The stack is never freed, since the handlers stay installed
+/// too.
 void GiveAlternateStack() {
     stack_t present{};
     if (::sigaltstack(nullptr, &present) != 0 || (present.ss_flags & SS_DISABLE) == 0) {
@@ -233,8 +236,8 @@ void GiveAlternateStack() {
     ::sigaltstack(&given, nullptr);
 }
 
-/// The working directory, cut to its buffer; empty if it cannot be had. Unlike `getcwd` the link is read as
-/// far as there is room.
+/// The working directory, cut to the buffer; empty if it is not available. Unlike with `getcwd`, a longer
+/// path is cut instead of refused.
 void WorkingDirectory(char (&directory)[kWorkingDirectorySize]) {
     std::memset(directory, 0, sizeof(directory));
     if (::readlink("/proc/self/cwd", directory, sizeof(directory) - 1) <= 0 &&
@@ -251,7 +254,7 @@ void SendToMosk(const TextLine<kNotificationSize>& text) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     const ssize_t sent = ::sendto(socket, text.text(), text.length(), MSG_NOSIGNAL,
                                   reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    // Straight to the descriptor: what the stream holds is lost in the abort that follows.
+    // Straight to the descriptor: the abort that follows would lose what the stream holds.
     ReportLine line;
     line.Add("sent ").AddDecimal(sent).Add(" bytes to mosk\n");
     WriteIfReady(STDOUT_FILENO, line.text(), line.length());
@@ -308,10 +311,10 @@ void notifyMoskAboutCrash(const char* name) {
 [[gnu::noinline]] void signalHandler(int signal) {
     CrashThread* const thread = Enter();
     if (thread == nullptr) {
-        EndLastEntry(thread); // more threads than anybody reads about
+        EndLastEntry(thread); // more threads than anybody would read about
     }
     if (signal == SIGABRT && thread->last) {
-        EndByAbort(); // out of the handler itself
+        EndByAbort(); // an abort in the handler itself
     }
     thread->last = signal == SIGABRT;
     if (thread->calledByUs) {
@@ -319,7 +322,7 @@ void notifyMoskAboutCrash(const char* name) {
         thread->calledByUs = false;
     }
     if (thread->unannounced != nullptr) {
-        Announce(thread, thread->unannounced); // an abort in the middle of the entry before
+        Announce(thread, thread->unannounced); // an abort in the middle of the previous entry
     }
     StackFile file;
     Create(thread, file);
@@ -332,7 +335,7 @@ void notifyMoskAboutCrash(const char* name) {
         EndLastEntry(thread);
     }
     if (RoomOnAlternateStack() < ::getauxval(AT_MINSIGSTKSZ) + kEntryRoom && AbortComesHere()) {
-        // What the abort would enter, if there were room for a signal.
+        // Enters what the abort would enter if there were room for a signal.
         void (*volatile const entry)(int) = signalHandler;
         entry(SIGABRT);
     }
@@ -353,7 +356,7 @@ void terminateHandler() {
 
 void InstallCrashHandler(int coreSizeLimit) {
 #ifdef __arm__
-    // The one dependable way to unwind there: the default follows frame pointers that are none, and faults.
+    // The only reliable way to unwind there: the default takes other values for frame pointers, and faults.
     ::setenv("UNW_ARM_UNWIND_METHOD", "4", 0);
 #endif
     KeepDescriptorsBack();

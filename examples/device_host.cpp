@@ -1,7 +1,7 @@
-/// A model of a device: the components of a multifunction printer, each on a thread of its own, trace through
-/// the default log, the binary trace and the rings and log events, while another thread changes the level,
-/// flushes, and moves the log to a new file under way. The components are fed the lines of a text file; at
-/// the end every one of them is looked for in the logs, and the binary trace and the rings are dumped.
+/// A model of a device. The components of a multifunction printer, each on a thread of its own, trace through
+/// the default log, the binary trace and the rings, and log events. Meanwhile another thread changes the
+/// level, flushes, and moves the log to a new file. The components process the lines of a text file. At the
+/// end the program looks for every one of these lines in the logs, and dumps the binary trace and the rings.
 
 #include "ways_to_die.h"
 
@@ -36,7 +36,7 @@ constexpr const char* kNightLog = "device-night.log";
 constexpr const char* kNightLogBackup = "device-night.log.1";
 constexpr const char* kHistoryFile = "engine-history.txt";
 constexpr const char* kRingDump = "rings.txt";
-/// Header, level, component and line end, roughly: what a line takes beside its message.
+/// Header, level, component and line end: roughly what a line takes besides its message.
 constexpr std::size_t kLineOverhead = 90;
 
 constexpr std::size_t kMinLogSize = 16384;
@@ -45,7 +45,7 @@ struct Work {
     std::vector<std::string> lines;
     std::atomic<std::size_t> done{0};
 
-    /// What the lines still to be written will take in a log.
+    /// The room that the remaining lines will take in a log.
     std::size_t RemainingBytes() const {
         std::size_t sum = 0;
         for (std::size_t i = done.load(); i < lines.size(); ++i) {
@@ -56,9 +56,9 @@ struct Work {
 };
 
 /// One component of the device. It takes every n-th line of the work and writes it as a warning, which no
-/// level set by this program filters out, with a binary record and a ring event beside it, amid chatter of
-/// its own at every level. A log file ends each line by itself; the console takes text as it is, so there the
-/// messages bring their own line ends.
+/// level set by this program filters out, together with a binary record and a ring event. In between it
+/// writes lines of its own at every level. A log file ends each line by itself; the console prints text as it
+/// is, so there the messages have their own line ends.
 class Component {
   public:
     Component(const char* name, unsigned number, RING_BUFFERS ring, bool console)
@@ -166,13 +166,13 @@ void SweepLevels() {
     }
 }
 
-/// Moves the default log to a smaller file that is kept once as a backup when it is full.
+/// Moves the default log to a smaller file, of which one backup is kept when it is full.
 int MoveToNightLog(const Work& work) {
     TRACE_DEVICE_HANDLE log = nullptr;
     if (TraceDeviceFind(L"LogFile", &log) < 0) {
         return -1;
     }
-    // A property: the name that a roll renames. The day log is far from rolling, so nobody reads it
+    // A property: the name that a roll renames. The day log is far from rolling, so nobody reads the name
     // meanwhile.
     static_cast<CRollingLogFile*>(log)->SetFileName(L"device-night.log");
     TraceDeviceRelease(log);
@@ -180,7 +180,7 @@ int MoveToNightLog(const Work& work) {
     return TraceServices::ConfigureDefaultLog(L"device-night.log", size, 1, true);
 }
 
-/// The last lines of the engine, kept in memory and written out once.
+/// Keeps the engine's last lines in memory and writes them out once.
 int KeepHistory(const Work& work) {
     _TraceConfig config{};
     config.type = TRACE_DEVICE_MEMORY_QUEUE;
@@ -200,7 +200,7 @@ int KeepHistory(const Work& work) {
     return 0;
 }
 
-/// Counts in `seen` the lines of the work that a log holds.
+/// Counts in `seen` the lines of the work that a log contains.
 std::size_t CountInputLines(const char* file, std::vector<int>& seen) {
     std::ifstream in(file);
     std::string line;
@@ -251,7 +251,7 @@ struct Options {
     bool console = false;
     std::string input = "/var/log/dpkg.log";
     std::size_t maxLines = static_cast<std::size_t>(-1);
-    std::string death; ///< how to die after the work, empty for not at all
+    std::string death; ///< how to die after the work; empty for not at all
 };
 
 /// A whole number of at least 1; 0 for anything else.

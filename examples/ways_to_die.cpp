@@ -38,7 +38,7 @@ void UnannouncedExit() {
     std::exit(3);
 }
 
-/// Far enough from null that it is the processor that notices, and not a sanitizer.
+/// Far enough from null that the processor notices, and not a sanitizer.
 void WriteThroughWildPointer() {
     volatile int* const wild = reinterpret_cast<volatile int*>(static_cast<std::uintptr_t>(0x1000));
     *wild = 1;
@@ -48,7 +48,7 @@ void UnhandledException() {
     throw std::runtime_error("nobody catches this");
 }
 
-/// The full triage of a host's own: crash log and binary trace first, then the report.
+/// A host's own full triage: crash log and binary trace first, then the report.
 void Report() {
     GatherTriageSnapshot(L"./crash.txt", 2, 3, kPaperJamNobodyExpected, 0, 0, 0, 0, false);
     HandleFatalCrash("the fuser is on fire", "", kPaperJamNobodyExpected, "ways_to_die.cpp", __LINE__);

@@ -10,9 +10,9 @@ bool IsWayToDie(const std::string& how);
 /// What a host sets before anything can be captured.
 void PrepareForCrashes();
 
-/// Dies that way. Returns only for a word that is not one of them.
+/// Dies in that way. Returns only if the word is not one of them.
 void Die(const std::string& how);
 
-/// Runs the device in a child process and stands in for the notification service meanwhile: prints each
-/// datagram that arrives, and how the device ended. Returns 0 if it did end, by whatever it was told to.
+/// Runs the device in a child process and meanwhile plays the notification service: prints each datagram that
+/// arrives, and how the device ended. Returns 0 if it ended, in whatever way it was told to.
 int WatchOver(const std::function<void()>& device);

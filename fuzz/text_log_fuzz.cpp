@@ -4,7 +4,7 @@
 
 using namespace NimaPost;
 
-/// Up to three files of one device, apart from each other by a line of equals signs.
+/// Up to three files of one device, separated by a line of equals signs.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const MemoryFile files[3];
     constexpr std::string_view kBetween = "\n====\n";

@@ -9,8 +9,8 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 namespace {
 
-/// The names of all sections as a private profile lists them: each ended by a zero, the list by an empty
-/// name. There is no such data on this platform.
+/// The names of all sections as a private profile lists them: each name ends with a zero, the list with an
+/// empty name. There is no such data on this platform.
 std::vector<wchar_t> ProfileSectionNames() {
     constexpr std::size_t kBufferLength = 4096;
     return std::vector<wchar_t>(kBufferLength, L'\0');

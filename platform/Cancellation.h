@@ -4,7 +4,7 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Puts off the calling thread's cancellation. Destructors that write or close need it: being cancelled
+/// Postpones cancellation of the calling thread. Destructors that write or close need it: a cancellation
 /// inside one ends the whole process.
 class CancellationDelay {
   public:

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Win32-style clocks over POSIX. Their results are not normalised: callers print them as they come.
+/// Win32-style clocks over POSIX. Their results are not normalised: callers print them as they are.
 
 #include <cstdint>
 #include <ctime>
@@ -28,7 +28,7 @@ struct CStopwatch {
     static std::int64_t sFrequency;
 };
 
-/// The same number, for those who stamp trace lines.
+/// The same number, for code that stamps trace lines.
 extern std::int64_t g_TSFrequency;
 
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -27,13 +27,13 @@ std::int32_t Low32(off_t position) {
     return static_cast<std::int32_t>(static_cast<std::uint32_t>(position));
 }
 
-/// Cuts the file at its present position.
+/// Cuts the file at its current position.
 bool TruncateAtPosition(int descriptor) {
     const off_t position = ::lseek(descriptor, 0, SEEK_CUR);
     return position != -1 && ::ftruncate(descriptor, Low32(position)) == 0;
 }
 
-/// The object comes first: where there is no memory for it, no file has been touched and none is left open.
+/// The object is created first: if memory runs out, no file has been touched and none is left open.
 template <class Helper>
 void* OpenAs(const char* path, int flags, mode_t mode) {
     auto file = std::make_unique<Helper>();

@@ -126,7 +126,7 @@ void* _create_thread_helper(void* (*start)(void*), void* argument) {
 }
 
 int _get_thread_priority_helper(void* thread) {
-    // Where the kernel's thread identifiers end. No object lies so low.
+    // Kernel thread identifiers are below this. No object has such a low address.
     constexpr std::uintptr_t kMaxKernelThreadId = sizeof(void*) == 4 ? 0x8000 : 0x400000;
     pthread_t id = pthread_self();
     if (reinterpret_cast<std::uintptr_t>(thread) > kMaxKernelThreadId) {

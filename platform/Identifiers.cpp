@@ -4,7 +4,7 @@
 #include <ctime>
 
 int _create_guid_helper(_GUID* out) {
-    std::srand(static_cast<unsigned>(std::time(nullptr))); // NOLINT: two calls in one second are to agree
+    std::srand(static_cast<unsigned>(std::time(nullptr))); // NOLINT: two calls in one second must agree
     for (int i = 0; i < 8; ++i) {
         int word = std::rand(); // NOLINT
         if (i == 3) {

@@ -1,7 +1,7 @@
 #pragma once
 
-/// What this platform has no counterpart of: no module snapshot can be taken, no fault has a code. Callers
-/// take their failure paths.
+/// What has no counterpart on this platform: no module snapshot can be taken, and no fault has a code.
+/// Callers take their failure paths.
 
 /// The code of the fault being handled: 0.
 int _get_exception_code_helper();

@@ -4,8 +4,8 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Static storage for an object that is built at load and lives to the very end, so that whoever runs while
-/// the process exits can still use it. What the object owns by then is not given back.
+/// Static storage for an object that is built at load and lives to the very end, so that code that runs while
+/// the process exits can still use it. What the object owns by then is not freed.
 template <class T>
 class NeverDestroyed {
   public:

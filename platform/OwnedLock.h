@@ -9,8 +9,8 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// A lock under which the host's own code may run, and with it anything. It knows whether the calling thread
-/// is the one that holds it.
+/// A lock under which the host's own code may run, whatever that code does. It knows whether the calling
+/// thread holds it.
 class OwnedLock : public StaticLockStruct {
   public:
     constexpr OwnedLock() = default;
@@ -35,7 +35,7 @@ class OwnedLock : public StaticLockStruct {
         owner_.store(0, std::memory_order_relaxed);
         StaticLockStruct::Renew();
     }
-    // A thread sees its own mark for as long as it holds the lock, and nobody else writes that mark.
+    // A thread sees its own mark as long as it holds the lock, and nobody else writes that mark.
     bool IsMine() const { return owner_.load(std::memory_order_relaxed) == CurrentThread(); }
 
   private:

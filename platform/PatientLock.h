@@ -5,10 +5,9 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Takes a lock that is held for a moment at a time but by many threads in turn, with lines for instance.
-/// Handing it over through the kernel costs the giver and the taker many times what either does under it, so
-/// whoever finds it taken looks again a few times, then keeps out of the way for a moment or three, and only
-/// then queues up.
+/// Takes a lock that many threads take in turn and hold only for a moment, for a line for instance. Handing
+/// it over through the kernel costs both threads many times what either does under it. A caller that finds
+/// the lock taken therefore looks again a few times, then pauses up to three times, and only then queues up.
 template <class Lockable>
 [[gnu::noinline, gnu::cold]] void TakePatiently(Lockable& lock) {
     constexpr int kLooks = 3;
@@ -22,7 +21,7 @@ template <class Lockable>
             return;
         }
     }
-    const CancellationDelay delay; // taking a lock is no point where a thread is cancelled
+    const CancellationDelay delay; // taking a lock must not become a cancellation point
     for (int pause = 0; pause < kPauses; ++pause) {
         BriefPause();
         if (lock.try_lock()) {

@@ -6,15 +6,15 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Lets other threads run for a moment, those of lower priority too, which a mere yield would not. Leaves
-/// errno alone, also where a signal ends the moment: a writer that waits has not formatted its caller's "%m"
-/// yet.
+/// Lets other threads run for a moment, even those of lower priority, for which a mere yield is not enough.
+/// Leaves errno alone, even if a signal ends the pause: a waiting writer has not yet formatted its caller's
+/// "%m".
 inline void BriefPause() {
     const timespec moment{0, 50000};
     ::clock_nanosleep(CLOCK_MONOTONIC, 0, &moment, nullptr);
 }
 
-/// A moment from now on, by the clock that nobody sets.
+/// A moment that lies the given time ahead, by the clock that nobody sets.
 class Deadline {
   public:
     explicit Deadline(int milliseconds) {

@@ -8,11 +8,11 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// A place for an object that is built at load and torn down at unload while other threads may still be
-/// calling in. Users go through `Use`: before the object is built, and once its end has begun, they find
-/// nothing and give up in silence; the end waits for the users that are inside.
+/// A place for an object that is built at load and torn down at unload while other threads may still call in.
+/// Users go through `Use`. Before the object is built, and once its end has begun, they find nothing and give
+/// up silently; the end waits for the users that are inside.
 ///
-/// The slot itself needs no construction and has no destructor, so asking it is safe at any time.
+/// The slot itself needs no construction and has no destructor, so it can be asked safely at any time.
 template <class T>
 class StaticSlot {
   public:
@@ -40,21 +40,21 @@ class StaticSlot {
         live_.store(true);
     }
 
-    /// The two halves of a use, for one that no scope bounds. Null where there is nothing to use; to be left
-    /// all the same.
+    /// The two halves of a use, for a use that is not bound to a scope. `Enter` returns null if there is
+    /// nothing to use; `Leave` must be called all the same.
     T* Enter() {
         users_.fetch_add(1);
         return live_.load() ? Object() : nullptr;
     }
     void Leave() { users_.fetch_sub(1); }
 
-    /// In the child of a fork: the users were other threads, which are not there any more.
+    /// For the child of a fork: the users were other threads, which do not exist there.
     void ForgetUsers() { users_.store(0); }
 
-    /// Whether the end has not begun yet.
+    /// Whether the object's end has not begun yet.
     bool IsLive() const { return live_.load(); }
 
-    /// Where users stay inside, the object stays as it is.
+    /// If users stay inside, the object is not destroyed.
     void End() {
         live_.store(false);
         if (AwaitUsers()) {
@@ -62,8 +62,8 @@ class StaticSlot {
         }
     }
 
-    /// Waits for users to leave, but not for ever: the thread that ends the process may be one of them, out
-    /// of a signal handler. False where some are still inside.
+    /// Waits for users to leave, but not for ever: the thread that ends the process may be one of them, in a
+    /// signal handler. Returns false if some are still inside.
     bool AwaitUsers() const {
         for (int turn = 0; users_.load() > 0; ++turn) {
             if (turn == kPatience) {
@@ -84,8 +84,8 @@ class StaticSlot {
     alignas(T) unsigned char storage_[sizeof(T)]{};
 };
 
-/// Builds the object of a slot at load and ends it at unload. Every one of them stands in one source file,
-/// where the order of definition is the order of construction.
+/// Builds the object of a slot at load and ends it at unload. All keepers are in one source file, where the
+/// order of definition is the order of construction.
 template <class T>
 class StaticSlotKeeper {
   public:

@@ -28,7 +28,7 @@ wchar_t* _itow(long long /*value*/, wchar_t* buffer, int radix) {
 long long _wtoi64(const wchar_t* text) {
     char digits[21] = {};
     if (text != nullptr) {
-        // Digits in front of a character that does not convert have been stored by then.
+        // Digits before a character that does not convert have been stored by then.
         std::wcstombs(digits, text, sizeof(digits) - 1);
     }
     return std::strtoll(digits, nullptr, 10);

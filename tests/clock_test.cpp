@@ -1,4 +1,4 @@
-// The recovery of time against streams whose true times are known.
+// Recovery of time, checked against streams whose true times are known.
 
 #include "tests/support/Sandbox.h"
 #include "tools/base/CounterClock.h"
@@ -28,8 +28,8 @@ struct Stamp {
     std::uint32_t thread;
 };
 
-/// Bursts of several threads with pauses between; `longest` bounds a pause, `heldUp` how late a writer may
-/// store.
+/// Bursts of several threads with pauses between them. `longest` limits a pause, `heldUp` how late a writer
+/// may store.
 std::vector<Stamp> Stream(std::uint32_t seed, std::int64_t longest, std::int64_t heldUp) {
     std::mt19937_64 random(seed);
     const auto below = [&](std::int64_t limit) {
@@ -45,7 +45,7 @@ std::vector<Stamp> Stream(std::uint32_t seed, std::int64_t longest, std::int64_t
         }
     }
     if (heldUp > 0) {
-        // A writer that is held up stores behind others, but never behind a later stamp of its own.
+        // A delayed writer stores after others, but never after a later stamp of its own.
         for (std::size_t i = 0; i + 1 < stamps.size(); ++i) {
             Stamp& a = stamps[i];
             Stamp& b = stamps[i + 1];
@@ -127,7 +127,7 @@ TEST(CounterTimes, OfOneThreadAreExactUpToASecondAndNeverTooLateBeyond) {
         ASSERT_LE(shown, time - kBoot);
         ASSERT_EQ((time - kBoot - shown) % kCounterPeriod, 0);
     }
-    // A device that started anew may be noticed by seconds that cannot belong to the run before.
+    // A restarted device may be noticed by seconds that cannot belong to the previous run.
     CounterClock restarted;
     restarted.Next(CounterAt(100 * kSecond + 999'999'999), 1);
     restarted.Next(CounterAt(2 * kSecond + 3), 1);
@@ -140,7 +140,7 @@ TEST_F(LogTimes, AreTiedToTheWallClockAndTellWhatTheyDoNotKnow) {
                                           kBoot + 300 * kMillisecond,
                                           kBoot + 900 * kMillisecond, // all seen up to here
                                           kBoot + 1'000 * kMillisecond,
-                                          kBoot + 6'400 * kMillisecond, // five seconds in silence
+                                          kBoot + 6'400 * kMillisecond, // five seconds without a line
                                           kBoot + 6'900 * kMillisecond, // calibrated again
                                           kBoot + 7'000 * kMillisecond};
     std::string log;
@@ -172,7 +172,7 @@ TEST_F(LogTimes, AreTiedToTheWallClockAndTellWhatTheyDoNotKnow) {
     EXPECT_GE(late, 0);
     EXPECT_LT(late, 300 * kMillisecond);
 
-    // A clock that was set, or a device that started anew, begins a new run instead of inventing seconds.
+    // If a clock was set or a device restarted, a new run begins and no seconds are invented.
     const auto twice = Read(Calibration(kBoot, kBoot + offset) + Line(kBoot + 5, "<WARN> <A> before") +
                             Calibration(9 * kSecond, kBoot + offset + 90 * kSecond + 7 * kMillisecond) +
                             Line(9 * kSecond + 5, "<WARN> <A> after"));
@@ -215,7 +215,7 @@ TEST_F(LogTimes, AFollowerSeesEveryLineOnceWhateverBecomesOfTheFile) {
     expected += "half of a line\r\n";
     WriteFile("a.log", content);
     look(follower, seen);
-    // Gone on at the start, over the old lines, in several goes.
+    // Continued at the start, over the old lines, in several steps.
     std::string over = "begin B\r\n";
     expected += over;
     for (int go = 0; go < 4; ++go) {
@@ -227,7 +227,8 @@ TEST_F(LogTimes, AFollowerSeesEveryLineOnceWhateverBecomesOfTheFile) {
         WriteFile("a.log", content);
         look(follower, seen);
     }
-    // Full: the last line of the round at the end, and on at the start, between two looks.
+    // Full: between two looks the last line of the round is written at the end, and writing continues at the
+    // start.
     content.replace(0, over.size(), over);
     while (over.size() < content.size()) {
         over += text(number);
@@ -240,7 +241,7 @@ TEST_F(LogTimes, AFollowerSeesEveryLineOnceWhateverBecomesOfTheFile) {
     look(follower, seen);
     EXPECT_EQ(seen, expected);
     over.swap(content);
-    // Beyond the old end it grows again.
+    // Beyond the old end the file grows again.
     while (over.size() < content.size() + 100) {
         over += text(number);
         expected += text(number++);

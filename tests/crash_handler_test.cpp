@@ -1,5 +1,5 @@
-/// The native crash handler: every handled signal, unhandled exceptions and a host's own report, by what a
-/// child that dies of them leaves behind.
+/// The native crash handler: every handled signal, unhandled exceptions and a host's own report, judged by
+/// what a child that dies of them leaves.
 
 #include "crashHandler/crashHandler.h"
 #include "tests/support/Sandbox.h"
@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -75,7 +76,7 @@ Death DieOf(const std::function<void()>& action) {
     Death death;
     death.pid = ::fork();
     if (death.pid == 0) {
-        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // one that hangs would keep the port from the tests that follow
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL); // if it hung, it would keep the port from later tests
         ::dup2(::open("out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
         ::dup2(::open("err", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
         InstallCrashHandler(0);
@@ -110,8 +111,9 @@ void ExpectFrames(const std::string& text) {
 
 std::atomic<int> g_Depth{0};
 std::atomic<int> g_Flushes{0};
+std::atomic<bool> g_FilesComeSlowly{false};
 
-/// An address that nothing is mapped at. Not null, which a sanitizer would see before the processor does.
+/// An address where nothing is mapped. Not null, which a sanitizer would see before the processor does.
 volatile int* Nowhere(int page = 1) {
     return reinterpret_cast<volatile int*>(static_cast<std::uintptr_t>(page) * 0x1000);
 }
@@ -152,8 +154,8 @@ __attribute__((noinline)) void LoopTheStack() {
     ++g_Depth;
 }
 
-#ifndef __arm__ // the emulator knows nothing of this
-/// From here on a system call of this process is answered as told.
+#ifndef __arm__ // the emulator cannot do this
+/// From here on a system call of this process gets the given answer.
 void Deny(unsigned call, unsigned answer) {
     sock_filter rules[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -169,10 +171,25 @@ void Deny(unsigned call, unsigned answer) {
 
 } // namespace
 
-/// What reaches the disk: the handler's own call, counted.
+/// Counts the handler's own calls that bring its file to the disk.
 extern "C" int fsync(int __fd) {
     ++g_Flushes;
     return static_cast<int>(::syscall(SYS_fsync, __fd));
+}
+
+/// As on a machine that is busy with the same for many threads.
+extern "C" int open64(const char* __file, int __oflag, ...) {
+    mode_t mode = 0;
+    if ((__oflag & O_CREAT) != 0) {
+        va_list arguments;
+        va_start(arguments, __oflag);
+        mode = va_arg(arguments, mode_t);
+        va_end(arguments);
+    }
+    if (g_FilesComeSlowly && (__oflag & O_EXCL) != 0) {
+        ::usleep(300000);
+    }
+    return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, __file, __oflag | O_LARGEFILE, mode));
 }
 
 #ifndef __arm__
@@ -309,6 +326,22 @@ TEST_F(CrashHandler, ATakenNumberIsPassedOver) {
     EXPECT_FALSE(Exists(death.File(3)));
 }
 
+// Files of other threads for instance, that crash at the same time: however long it takes to get past their
+// numbers, a crash has a file of its own.
+TEST_F(CrashHandler, NoTakenNumberIsSettledFor) {
+    const Mosk mosk;
+    const Death death = DieOf([] {
+        for (const char* number : {"-1.txt", "-2.txt", "-3.txt"}) {
+            WriteFile("stacktrace" + std::to_string(::getpid()) + number, "taken");
+        }
+        g_FilesComeSlowly = true;
+        ::raise(SIGABRT);
+    });
+    EXPECT_EQ(ReadFile(death.File(2)) + ReadFile(death.File(3)), "takentaken");
+    ExpectFrames(ReadFile(death.File(4)));
+    EXPECT_EQ(mosk.Received(), std::vector<std::string>{Notification(directory() + "/" + death.File(4))});
+}
+
 TEST_F(CrashHandler, ALongWorkingDirectoryIsCut) {
     const Mosk mosk;
     const std::string deep = directory() + "/a-folder-with-quite-a-long-name";
@@ -363,11 +396,11 @@ TEST_F(CrashHandler, TheCoreLimitIsTheSmallerOfWishAndHardLimit) {
     });
 }
 
-// Threads that fail together: each writes its own frames, once, and every file is announced.
+// If threads fail together, each writes its own frames, once, and every file is announced.
 TEST_F(CrashHandler, ThreadsMayCrashTogether) {
     const Mosk mosk;
 #ifdef __arm__
-    constexpr int kThreads = 4; // the emulator copies itself slowly
+    constexpr int kThreads = 4; // the emulator copies itself slowly, and nobody waits for ever
 #else
     constexpr int kThreads = 20;
 #endif
@@ -397,7 +430,7 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
         expected.push_back(Notification(directory() + "/" + death.File(file)));
     }
     EXPECT_GE(traced, static_cast<std::size_t>(kThreads));
-#ifndef __arm__ // a stack ends at the abort there
+#ifndef __arm__ // there a stack ends at the abort
     EXPECT_EQ(traced, expected.size());
 #endif
     std::vector<std::string> announced = mosk.Received();
@@ -413,14 +446,14 @@ TEST_F(CrashHandler, AnAddressThatIsNoCodeIsTracedToItsCaller) {
     ExpectFrames(frames);
     EXPECT_EQ(CountOf(frames, "\n0x1000: -- error: unable to obtain symbol name for this frame\n"), 1U)
         << frames;
-#ifndef __arm__ // nothing there says who called
+#ifndef __arm__ // nothing there shows the caller
     EXPECT_EQ(CountOf(frames, "CallNowhere()"), 1U) << frames;
 #endif
 }
 
 #ifndef __arm__
-// The first instruction of a function belongs to it, and so does a call that is its last one: neither is
-// taken for a part of the neighbour.
+// The first instruction of a function belongs to it, and so does a call that is its last instruction: neither
+// is attributed to the neighbour.
 TEST_F(CrashHandler, InstructionsAtTheEdgesOfAFunctionAreNamedRight) {
     const Death death = DieOf([] { EndsInACall(); });
     EXPECT_TRUE(death.ByAbort());
@@ -461,7 +494,7 @@ TEST_F(CrashHandler, EveryFrameOfADeepRecursionIsWritten) {
     const std::string frames = ReadFile(death.File(1));
     ExpectFrames(frames);
     EXPECT_EQ(CountOf(frames, "FaultDeepDown(int)"), 10001U);
-#ifndef __arm__ // a stack ends at the abort there
+#ifndef __arm__ // there a stack ends at the abort
     EXPECT_EQ(CountOf(ReadFile(death.File(2)), "FaultDeepDown(int)"), 10001U);
 #endif
 }
@@ -487,6 +520,37 @@ TEST_F(CrashHandler, TheFileIsOnDiskBeforeItIsAnnounced) {
     EXPECT_EQ(death.status, 1 << 8) << "flushed once before the abort";
 }
 
+// What cannot be written is missing; the crash is announced, and the process ends, as always.
+TEST_F(CrashHandler, NoRoomForTheFileCostsTheFrames) {
+    const Mosk mosk;
+    const auto expectTwoFilesOf = [&](std::size_t size, const std::string& folder, const Death& death) {
+        EXPECT_TRUE(death.ByAbort()) << death.status;
+        std::vector<std::string> expected;
+        for (const std::string& file : {death.File(1), death.File(2)}) {
+            EXPECT_TRUE(Exists(folder + "/" + file));
+            EXPECT_EQ(ReadFile(folder + "/" + file).size(), size);
+            expected.push_back(Notification(folder + "/" + file));
+        }
+        EXPECT_EQ(mosk.Received(), expected);
+    };
+    for (const rlim_t most : {0, 100}) {
+        expectTwoFilesOf(most, directory(), DieOf([=] {
+                             const rlimit limit{most, most};
+                             ::setrlimit(RLIMIT_FSIZE, &limit);
+                             WriteToNowhere(Nowhere());
+                         }));
+    }
+    const TinyDisk disk("tiny", 16);
+    if (!disk.mounted()) {
+        GTEST_SKIP() << "cannot mount a file system here";
+    }
+    disk.Fill();
+    expectTwoFilesOf(0, directory() + "/tiny", DieOf([] {
+                         std::filesystem::current_path("tiny");
+                         WriteToNowhere(Nowhere());
+                     }));
+}
+
 TEST_F(CrashHandler, ClosedStandardDescriptorsStayClosed) {
     const Mosk mosk;
     const Death death = DieOf([] {
@@ -504,7 +568,7 @@ TEST_F(CrashHandler, ClosedStandardDescriptorsStayClosed) {
 #ifndef __arm__
 TEST_F(CrashHandler, WhatTheSystemDeniesIsDoneWithout) {
     const Mosk mosk;
-    // No copy of the process: the stack is walked in place, where there is room for that.
+    // No copy of the process: the stack is walked in place, if there is room for that.
     Death death = DieOf([] {
         static unsigned char room[1 << 18];
         stack_t alternate{};
@@ -519,8 +583,8 @@ TEST_F(CrashHandler, WhatTheSystemDeniesIsDoneWithout) {
     EXPECT_EQ(CountOf(ReadFile(death.File(1)), "WriteToNowhere(int volatile*"), 1U);
     EXPECT_EQ(mosk.Received().size(), 2U);
 
-#ifndef __SANITIZE_THREAD__ // it puts these signals off
-    // A call that raises a signal of its own within the handler costs no more than its step.
+#ifndef __SANITIZE_THREAD__ // it postpones these signals
+    // A call that raises a signal of its own within the handler costs only its own step.
     death = DieOf([] {
         Deny(SYS_clone, SECCOMP_RET_TRAP);
         WriteToNowhere(Nowhere());

@@ -238,7 +238,7 @@ TEST_F(Events, WhatACallbackThrowsGoesNoFurther) {
     }
 }
 
-// Events from many threads reach the host one at a time, while another thread exchanges the callbacks.
+// Events from many threads reach the host one at a time, while another thread replaces the callbacks.
 TEST_F(Events, EventsComeOneAtATimeWhileCallbacksAreExchanged) {
     static std::atomic<int> inside{0};
     static std::atomic<int> received{0};

@@ -1,5 +1,5 @@
-# Compares the plain names that the library exports with the list beside this file, and lets through no C++ symbol but
-# those of the exported classes.
+# Compares the plain names that the library exports with the list beside this file. Allows no C++ symbols except those
+# of the exported classes.
 cmake_policy(VERSION 3.25)
 execute_process(COMMAND ${NM} -D --defined-only --format=posix ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
 string(REGEX MATCHALL "[^\n]+" lines "${output}")

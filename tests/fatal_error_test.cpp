@@ -1,5 +1,4 @@
-/// The road by which a process dies on purpose. Every case runs in a child; its files and its status are what
-/// counts.
+/// How a process dies on purpose. Every case runs in a child; its files and its status are checked.
 
 #include "tests/support/Sandbox.h"
 
@@ -146,7 +145,7 @@ TEST_F(FatalErrors, ArgumentsReachTheLogAsTheyAre) {
     EXPECT_EQ(ExitOf([] { DeviceFatalErrorExtra(4, "f", 1, 2, nullptr); }), 4);
     EXPECT_EQ(ExitOf([] { DeviceFatalException(INT32_MIN + 6, "f", 1, nullptr); }), 6);
     EXPECT_EQ(CountOf(ReadFile("crash.txt"), "Extra"), 0U);
-    EXPECT_EQ(CountOf(ReadFile("crash.txt.1"), "Error Code: 4\r\n"), 1U) << "the log before is kept";
+    EXPECT_EQ(CountOf(ReadFile("crash.txt.1"), "Error Code: 4\r\n"), 1U) << "the previous log is kept";
 }
 
 TEST_F(FatalErrors, WithoutPathsTheRestIsStillDone) {
@@ -214,7 +213,7 @@ TEST_F(FatalErrors, AnUnannouncedExitIsTrapped) {
                   std::exit(9);
               }),
               9)
-        << "the exit goes on with its own status";
+        << "the exit continues with its own status";
     EXPECT_EQ(CountOf(ReadFile("crash.txt"), "Error Code: 49380A\r\nFault Addr: 0\r\nCrash Type: 0\r\n"), 1U);
     EXPECT_EQ(CountOf(Trace(), "FATAL ERROR!!!  OnExit called, error unknown!  Error will be 49380a!\r\n"),
               1U);

@@ -1,4 +1,5 @@
-/// Processes that fork while their threads trace. The child traces too, whatever the others were at.
+/// Processes that fork while their threads trace. The child traces too, whatever the other threads were
+/// doing.
 
 #include "tests/support/Sandbox.h"
 
@@ -41,8 +42,8 @@ using namespace Nima::Common::System::OS::Diagnostics;
 
 namespace {
 
-/// This sanitizer's allocator does not know of forks: a thread that is inside it then leaves the child
-/// without one. Nor does its search for leaks know which threads a child has.
+/// This sanitizer's allocator does not know of forks: if a thread is inside it then, the child has no usable
+/// allocator. Nor does its leak check know which threads a child has.
 #ifdef __SANITIZE_ADDRESS__
 constexpr bool kThreadsAllocate = false;
 constexpr bool kChildMayExit = false;
@@ -86,7 +87,7 @@ void UseARing() {
     EmptyRingBuffer(ring);
 }
 
-/// Threads that are inside every lock of the library in turn.
+/// Threads that are in turn inside every lock of the library.
 class Load {
   public:
     Load() {
@@ -145,7 +146,7 @@ class Load {
 
 constexpr int kChildLines = 20;
 
-/// Goes everywhere where the parent's threads may have been.
+/// Uses everything that the parent's threads may have been using.
 void TraceAsChild(int number) {
     for (int i = 0; i < kChildLines; ++i) {
         g_First.WriteErrorV("child %d line %d.", number, i);
@@ -160,7 +161,7 @@ void TraceAsChild(int number) {
     TraceDeviceFlushAll(false);
 }
 
-/// Forks, and gives the child 20 seconds for what it does. Its wait status.
+/// Forks, and gives the child 20 seconds for its action. Returns the wait status.
 int StatusOfFork(const std::function<void()>& inChild, bool exits = false) {
     const pid_t child = ::fork();
     if (child == 0) {
@@ -216,7 +217,7 @@ TEST_F(Forks, AChildTracesWhateverTheParentsThreadsAreAt) {
     }
 }
 
-// The child goes on under the lock, and all others are free.
+// The child continues under the lock, and all others are free.
 TEST_F(Forks, AHostMayForkUnderALockThatItHolds) {
     const Load load;
     g_Second.lock();
@@ -242,7 +243,7 @@ TEST_F(Forks, AHostMayForkInACallback) {
     while (child == -1) {
         LogAnEvent();
     }
-    if (child == 0) { // out of the callback, through the library
+    if (child == 0) { // leave the callback, through the library
         ::alarm(20);
         TraceAsChild(1);
         ::_exit(0);
@@ -253,8 +254,8 @@ TEST_F(Forks, AHostMayForkInACallback) {
     EXPECT_EQ(CountOf(ReadFile("log"), "child 1 line "), 20U);
 }
 
-// While a hook of the dying parent runs, which is under the crash lock, and while another thread of the
-// parent is handling a crash.
+// While a hook of the dying parent runs, under the crash lock, and while another thread of the parent is
+// handling a crash.
 TEST_F(Forks, AChildDiesItsOwnDeath) {
     g_CrashLogFile = L"crash.txt";
     int status = StatusOfFork([] {
@@ -311,7 +312,8 @@ TEST_F(Forks, AChildThatCrashesLeavesAFileOfItsOwn) {
     });
 }
 
-// Neither lost with a parent that ends at once, as one that becomes a daemon does, nor written twice.
+// The line is neither lost with a parent that ends at once, as one that becomes a daemon does, nor written
+// twice.
 TEST_F(Forks, ABufferedLineIsThereOnce) {
     for (const bool parentStays : {true, false}) {
         const int status = StatusOfFork([=] {

@@ -13,7 +13,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <clocale>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -52,7 +51,8 @@ TEST_F(Handles, FilesKeepTheirOwnResultConventions) {
     EXPECT_EQ(_set_file_pointer_helper(file, 4, SEEK_SET), 4);
     EXPECT_EQ(_set_end_of_file_helper(file), 0);
     EXPECT_EQ(_get_file_size_helper(file), 4);
-    // A negative offset is a large positive one: from 4 it ends at 2^32 + 3, of which the low 32 bits remain.
+    // A negative offset is a large positive one: from 4 it leads to 2^32 + 3, of which the low 32 bits
+    // remain.
     EXPECT_EQ(_set_file_pointer_helper(file, -1, SEEK_CUR), 3);
     EXPECT_EQ(_set_file_pointer_helper(file, 0, 77), -1);
     EXPECT_EQ(_flush_file_helper(file), 0);
@@ -66,15 +66,6 @@ TEST_F(Handles, FilesKeepTheirOwnResultConventions) {
     EXPECT_EQ(_move_file_helper(L"file", L"moved"), 1);
     EXPECT_EQ(_delete_file_helper(L"moved"), 0);
     EXPECT_EQ(_delete_file_helper(L"moved"), 1);
-
-    int accessModes[4];
-    for (int i = 0; i < 4; ++i) {
-        accessModes[i] = _get_access(i | 0x100);
-    }
-    EXPECT_EQ(accessModes[0], O_RDONLY);
-    EXPECT_EQ(accessModes[1], O_RDONLY);
-    EXPECT_EQ(accessModes[2], O_WRONLY);
-    EXPECT_EQ(accessModes[3], O_RDWR);
 }
 
 TEST_F(Handles, NothingHappensUnderPartOfAName) {
@@ -178,7 +169,24 @@ TEST_F(Handles, ACreationThatRunsOutOfMemoryLeavesNothingOpen) {
     }
 }
 
-TEST_F(Handles, WaitsIgnoreTheirTimeOut) {
+TEST_F(Handles, HotPathsAllocateNothing) {
+    static SysTraceHeader block[129]; // room for 4096 entries
+    SetRTTraceConfig(reinterpret_cast<unsigned char*>(block), sizeof(block));
+    TRACE_RING_HANDLE ring = nullptr;
+    ASSERT_EQ(GetTraceRingBuffer(RING_TIMING, &ring), 0);
+    g_AllocationsLeft = 0;
+    for (int i = 0; i < 8192; ++i) {
+        RTTrace(SYSTRACE_ID(1, 0, 1));
+        RTTrace_5(SYSTRACE_ID(1, 1, 1), 1, 2, 3, 4, 5);
+        RTTrace(SYSTRACE_ID(1, 3, 1));
+        WriteEventToRingBuffer(ring, 0, 1, 2, 3, 4, 5);
+    }
+    EXPECT_EQ(g_AllocationsLeft, 0) << "nobody has asked for any";
+    g_AllocationsLeft = -1;
+    EXPECT_EQ(block[0].wrapCount, 17);
+}
+
+TEST_F(Handles, WaitsIgnoreTheirTimeOutAndThreadsHaveTheirPriority) {
     void* event = _create_event_helper(false, false, L"name");
     std::atomic<bool> passed{false};
     struct Context {
@@ -193,6 +201,14 @@ TEST_F(Handles, WaitsIgnoreTheirTimeOut) {
             return nullptr;
         },
         &context);
+    const sched_param real{5};
+    const auto* const helper = static_cast<thread_helper*>(static_cast<handle_helper*>(thread));
+    EXPECT_EQ(_get_thread_priority_helper(nullptr), 0);
+    if (::pthread_setschedparam(helper->id(), SCHED_FIFO, &real) == 0) {
+        EXPECT_EQ(_get_thread_priority_helper(thread), 5);
+        void* const kernelId = reinterpret_cast<void*>(static_cast<std::uintptr_t>(::getpid()));
+        EXPECT_EQ(_get_thread_priority_helper(kernelId), 0) << "the caller's";
+    }
     ::usleep(50000);
     EXPECT_FALSE(passed.load());
     static_cast<event_helper*>(static_cast<handle_helper*>(event))->Set();
@@ -201,41 +217,13 @@ TEST_F(Handles, WaitsIgnoreTheirTimeOut) {
     EXPECT_EQ(_wait_handle_helper(event, 0), 0) << "a wait does not clear the flag";
     EXPECT_EQ(_close_handle_helper(event), 0);
     EXPECT_EQ(_close_handle_helper(thread), 1);
-
+    event = _create_event_helper(true, true, nullptr);
+    EXPECT_EQ(_wait_handle_helper(event, 0), 0) << "created signalled";
+    _close_handle_helper(event);
     void* semaphore = _create_semaphore_helper(0, 1, 1, nullptr);
     EXPECT_EQ(_wait_handle_helper(semaphore, 0), 0);
     static_cast<semaphore_helper*>(static_cast<handle_helper*>(semaphore))->Release();
     EXPECT_EQ(_close_handle_helper(semaphore), 0);
-    void* section = nullptr;
-    EXPECT_EQ(_create_critical_section_helper(&section), 0);
-    EXPECT_EQ(_enter_critical_section_helper(section), 0);
-    EXPECT_EQ(_leave_critical_section_helper(section), 0);
-    _delete_critical_section_helper(&section);
-    EXPECT_EQ(section, nullptr);
-}
-
-TEST_F(Handles, PriorityIsTheThreadsOwnOrTheCallers) {
-    EXPECT_EQ(_get_thread_priority_helper(nullptr), 0);
-    void* event = _create_event_helper(true, false, nullptr);
-    const auto waitFor = [](void* handle) -> void* {
-        _wait_handle_helper(handle, 0);
-        return nullptr;
-    };
-    void* thread = _create_thread_helper(waitFor, event);
-    auto* helper = static_cast<thread_helper*>(static_cast<handle_helper*>(thread));
-    const sched_param real{5};
-    if (::pthread_setschedparam(helper->id(), SCHED_FIFO, &real) == 0) {
-        EXPECT_EQ(_get_thread_priority_helper(thread), 5);
-        void* const kernelId = reinterpret_cast<void*>(static_cast<std::uintptr_t>(::getpid()));
-        EXPECT_EQ(_get_thread_priority_helper(kernelId), 0) << "the caller's";
-    }
-    static_cast<event_helper*>(static_cast<handle_helper*>(event))->Set();
-    EXPECT_EQ(_wait_handle_helper(thread, 0), 0);
-    _close_handle_helper(thread);
-    _close_handle_helper(event);
-    event = _create_event_helper(true, true, nullptr);
-    EXPECT_EQ(_wait_handle_helper(event, 0), 0) << "created signalled";
-    _close_handle_helper(event);
 }
 
 TEST_F(Handles, PositionsAndSizesAreTheirLow32Bits) {
@@ -252,15 +240,8 @@ TEST_F(Handles, PositionsAndSizesAreTheirLow32Bits) {
 }
 
 TEST_F(Handles, NumbersAndTexts) {
-    wchar_t text[8];
-    for (const int radix : {10, 16, 8}) {
-        EXPECT_STREQ(_itow(5, text, radix), L"10");
-    }
-    EXPECT_STREQ(_itow(5, text, 2), L"0");
-    EXPECT_EQ(_wtoi64(L"123abc"), 123);
     EXPECT_EQ(_wtoi64(L"42\x20ac"), 42);
-    EXPECT_EQ(_wtoi64(L" -42"), -42);
-    EXPECT_EQ(_wtoi64(L""), 0);
+    EXPECT_EQ(_wtoi64(L" -42x"), -42);
     EXPECT_EQ(_wtoi64(L"0000000000000000000123"), 1) << "twenty characters count";
     char narrow[4];
     EXPECT_EQ(_snprintf_s_helper(narrow, sizeof(narrow), 99, "%s", "abcdef"), 6);
@@ -292,13 +273,10 @@ TEST_F(Handles, ClocksDeliverRawFields) {
     } while (before.tv_sec != after.tv_sec || after.tv_nsec - before.tv_nsec > 50000000);
     std::tm local{};
     ::localtime_r(&before.tv_sec, &local);
-    EXPECT_EQ(now.wYear, local.tm_year);
-    EXPECT_EQ(now.wMonth, local.tm_mon);
-    EXPECT_EQ(now.wDayOfWeek, local.tm_wday);
-    EXPECT_EQ(now.wDay, local.tm_mday);
-    EXPECT_EQ(now.wHour, local.tm_hour);
-    EXPECT_EQ(now.wMinute, local.tm_min);
-    EXPECT_EQ(now.wSecond, local.tm_sec);
+    EXPECT_EQ((std::vector<int>{now.wYear, now.wMonth, now.wDayOfWeek, now.wDay, now.wHour, now.wMinute,
+                                now.wSecond}),
+              (std::vector<int>{local.tm_year, local.tm_mon, local.tm_wday, local.tm_mday, local.tm_hour,
+                                local.tm_min, local.tm_sec}));
     // Microseconds cut to 16 bits, which may wrap between two readings.
     const auto sinceBefore = static_cast<std::uint16_t>(now.wMilliseconds - before.tv_nsec / 1000);
     EXPECT_LE(sinceBefore, (after.tv_nsec - before.tv_nsec) / 1000 + 1);
@@ -311,8 +289,6 @@ TEST_F(Handles, ClocksDeliverRawFields) {
     } while (before.tv_sec != after.tv_sec);
     EXPECT_GE(counter.QuadPart, before.tv_sec + before.tv_nsec);
     EXPECT_LE(counter.QuadPart, after.tv_sec + after.tv_nsec);
-    _query_performance_frequency_helper(&counter);
-    EXPECT_EQ(counter.QuadPart, 1000000);
 }
 
 TEST_F(Handles, ARollKeepsOneBackup) {
@@ -334,7 +310,6 @@ TEST_F(Handles, ARollKeepsOneBackup) {
     EXPECT_EQ(Listing("."), std::vector<std::string>{"B.10"});
 
     long attributes = 7;
-    EXPECT_TRUE(FileExists(L"absent"));
     EXPECT_TRUE(FileExists(L"absent", attributes));
     EXPECT_EQ(attributes, 0);
     EXPECT_TRUE(FileExists(L"B.10", attributes));
@@ -352,7 +327,7 @@ TEST_F(Handles, AWholeBufferIsFlushedOrItsFailureReported) {
     EXPECT_EQ(FlushBufferToFile(file, bytes, 10), 0) << "opened for reading only";
     _close_handle_helper(file);
 
-    // A short write is gone on with, which here meets the full disk.
+    // After a short write the library continues, and here it meets the full disk.
     const TinyDisk disk("tiny", 16);
     if (disk.mounted()) {
         std::vector<unsigned char> many(40000, 'x');
@@ -368,7 +343,6 @@ TEST_F(Handles, AnIniFileLivesInMemoryOnly) {
     ini.WriteValue(L"before", L"k", L"v");
     EXPECT_TRUE(ini.Open(L"no such file"));
     EXPECT_TRUE(ini.CopySection(L"before").empty()) << "opening empties the table";
-    EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 7U);
     ini.WriteValue(L"s", L"k", L"42x");
     EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 42U);
     EXPECT_EQ(ini.ReadValue(L"S", L"k", 7U), 7U);
@@ -379,9 +353,6 @@ TEST_F(Handles, AnIniFileLivesInMemoryOnly) {
     EXPECT_EQ(ini.ReadValue(L"s", L"absent", std::wstring(L"default")), L"");
     ini.DeleteSection(L"s");
     EXPECT_EQ(ini.ReadValue(L"s", L"k", 7U), 7U);
-    ini.Open(L"again");
-    ini.WriteValue(L"", L"k", L"v");
-    EXPECT_EQ(ini.ReadValue(L"", L"k", std::wstring()), L"v");
     EXPECT_TRUE(Listing(".").empty());
 }
 

@@ -30,8 +30,8 @@ using Json = nlohmann::json;
 constexpr const char* kTrace = "SysTrace Buffer";
 constexpr const char* kRings = "System Ring Buffers";
 
-/// nima-post as a child whose output is read line by line. What it shows is waited for without a limit: a
-/// program that never shows it runs into the limit of the test.
+/// nima-post as a child whose output is read line by line. Waits for output without a limit: if the program
+/// never shows it, the test's own time limit ends the wait.
 class Program {
   public:
     explicit Program(const std::vector<std::string>& arguments) {
@@ -45,7 +45,7 @@ class Program {
         from_ = output[0];
     }
 
-    /// The same on a terminal of that many columns.
+    /// The same on a terminal with that many columns.
     Program(const std::vector<std::string>& arguments, unsigned short columns) {
         from_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
         EXPECT_EQ(::grantpt(from_), 0);
@@ -89,7 +89,7 @@ class Program {
         return read_.substr(0, at == std::string::npos ? at : at + text.size());
     }
 
-    /// Everything up to the end of the program, which is waited for.
+    /// Waits for the end of the program and returns everything up to it.
     std::string Rest() {
         while (More()) {
         }
@@ -104,7 +104,7 @@ class Program {
         EXPECT_EQ(::ioctl(from_, TIOCSWINSZ, &size), 0);
     }
 
-    /// The exit status, or -1 where a signal ended it.
+    /// The exit status, or -1 if a signal ended it.
     int Status() {
         int status = 0;
         ::waitpid(child_, &status, 0);
@@ -174,7 +174,7 @@ class Device {
 
     pid_t Process() const { return child_; }
 
-    /// That many records of component 5 and as many ring events, and returns when they are written.
+    /// Writes that many records of component 5 and as many ring events, and returns when they are written.
     void Write(unsigned char count) const {
         char done = 0;
         EXPECT_EQ(::write(orders_, &count, 1), 1);
@@ -212,8 +212,8 @@ class Device {
     int answers_ = -1;
 };
 
-/// What stands at a place in a tick, null where the tick has no such place: a look that finds no segment
-/// shows its problem and nothing else.
+/// The value at a place in a tick, or null if the tick has no such place: a look that finds no segment shows
+/// its problem and nothing else.
 Json At(const Json& tick, const char* place) {
     const Json::json_pointer pointer(place);
     return tick.contains(pointer) ? tick.at(pointer) : Json();
@@ -224,7 +224,7 @@ Json NextTick(Program& watch) {
     return Json::parse(watch.Line(), nullptr, false);
 }
 
-/// Goes on to the first tick that satisfies the condition.
+/// Reads on to the first tick that satisfies the condition.
 template <typename Condition>
 Json TickWith(Program& watch, const Condition& condition) {
     for (;;) {
@@ -235,7 +235,7 @@ Json TickWith(Program& watch, const Condition& condition) {
     }
 }
 
-/// Sends from an own port to a port on loopback.
+/// Sends from a port of its own to a port on loopback.
 void Send(int port, const std::string& datagram) {
     const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
@@ -273,7 +273,7 @@ TEST_F(WatchTest, SeesWhatAProcessWritesWhileItRuns) {
 
     NextTick(watch); // The trace was looked at before the rings.
     device.Write(200);
-    // Rings may be looked at later than the trace, and a record counts before it is whole.
+    // Rings may be looked at later than the trace, and a record counts before it is complete.
     std::uint64_t records = 0;
     const Json last = TickWith(watch, [&](const Json& tick) {
         records += tick.at("systrace").value("new_records", std::uint64_t{0});
@@ -285,7 +285,7 @@ TEST_F(WatchTest, SeesWhatAProcessWritesWhileItRuns) {
     EXPECT_EQ(At(last, "/systrace/records").size(), 2U);
     EXPECT_EQ(At(last, "/rings/rings/0/name"), "ScanEngine");
 
-    // Past the ring's 256 slots the newest stands in front of the oldest.
+    // Beyond the ring's 256 slots the newest is right before the oldest.
     device.Write(100);
     const Json wrapped = TickWith(
         watch, [](const Json& tick) { return At(tick, "/rings/rings/0/newest/text") == "motor: at 302"; });
@@ -336,7 +336,7 @@ TEST_F(WatchTest, GivesTheTerminalBack) {
     for (const bool key : {true, false}) {
         Program watch({"watch", "--interval", "3600000"}, 30);
         EXPECT_EQ(watch.ReadUpTo("laid out by").find("Ctrl-C ends"), std::string::npos);
-        // The rest of the lines comes with the room for it, without another look.
+        // The rest of the lines appears as soon as there is room, without another look.
         watch.Forget();
         watch.SetColumns(90);
         const std::string wide = watch.ReadUpTo("which is gone");
@@ -361,7 +361,7 @@ TEST_F(ListenTest, CopiesEachFileThatIsNamed) {
     EXPECT_EQ(heard["core_folder"], "/var/cores");
     EXPECT_EQ(heard["copy"], "kept/traces/stacktrace42-1.txt");
 
-    // A later process of that number has its own file.
+    // A later process with that number has a file of its own.
     WriteFile("stacktrace42-1.txt", "0x2: (second+0x1)\n");
     Send(port, Notification(file));
     heard = Json::parse(listen.Line());

@@ -1,5 +1,5 @@
-// nima-post from outside: the library leaves files, the program reads them, output and exit code are looked
-// at.
+// nima-post from outside: the library leaves files, the program reads them, and output and exit code are
+// checked.
 
 #include "tests/support/Sandbox.h"
 #include "tools/Program.h"
@@ -43,7 +43,7 @@ struct Result {
     std::string errors;
 
     Json Parsed() const { return Json::parse(output); }
-    /// Whether the findings hold one of this code.
+    /// Whether the findings contain one with this code.
     bool Finds(const std::string& wanted) const {
         const Json findings = Parsed()["findings"];
         for (const char* kind : {"damage", "remarks"}) {
@@ -59,7 +59,7 @@ struct Result {
 
 Result Post(const std::vector<std::string>& arguments) {
     Result result;
-    // Not in the working directory, whose files are looked at.
+    // Not in the working directory, whose files are examined.
     const std::string errors = std::filesystem::current_path().string() + ".errors";
     result.output = CapturedOutput([&] {
         const int status = InChild([&] {
@@ -125,8 +125,8 @@ std::vector<std::uint32_t> Arguments(const Json& record) {
     return record["arguments"];
 }
 
-/// Whether more than 5 ms lie between the line that filled the log and the calibration line that it caused. A
-/// writer that a busy machine holds up just there leaves a log that looks as if it had never been rewound.
+/// Whether more than 5 ms lie between the line that filled the log and the calibration line that it caused.
+/// If a busy machine delays a writer just there, the log looks as if it had never been rewound.
 bool HeldUpWhereItRewound(const std::string& path) {
     const std::vector<std::string> lines = Lines(ReadFile(path));
     const long long step = std::stoll(lines.at(0)) - std::stoll(lines.at(1));
@@ -159,8 +159,8 @@ TEST_F(PostMortem, ReadsWhatThreadsWroteIntoTheBinaryTraceInTheSegmentAndInADump
         const Json json = result.Parsed();
         EXPECT_EQ(json["kind"], file == std::string("trace.bin") ? "dump" : "segment");
         EXPECT_EQ(json["header"]["version"], 2);
-        // Slots are what the order of one writer's records is certain by: on a busy machine a writer may be
-        // kept from the clock for longer than any rule allows for.
+        // Only slots give the order of one writer's records for certain: a busy machine may keep a writer
+        // from the clock for longer than any rule allows.
         std::map<std::uint32_t, Json> bySlot;
         for (const Json& record : json["records"]) {
             bySlot[record["slot"]] = record;
@@ -193,7 +193,7 @@ TEST_F(PostMortem, ReadsTheSegmentOfAProcessThatWasKilledWhileItWrote) {
         std::vector<std::thread> writers;
         for (std::uint32_t writer = 0; writer < 2; ++writer) {
             writers.emplace_back([writer, &underWay] {
-                // More would wrap before a busy machine has killed it.
+                // With more, it would wrap before a busy machine has killed it.
                 for (std::uint32_t i = 0; i < 30'000; ++i) {
                     RTTrace_2(SYSTRACE_ID(10 + writer, 0, 7), i, ~i);
                     if (writer == 0 && i == 5000) {
@@ -225,7 +225,7 @@ TEST_F(PostMortem, ReadsTheSegmentOfAProcessThatWasKilledWhileItWrote) {
         EXPECT_EQ(numbers.empty() ? 0 : *numbers.rbegin() - *numbers.begin() + 1, numbers.size());
     }
     EXPECT_GT(whole, 5000U);
-    EXPECT_LE(json["records"].size() - whole, 4U); // What was under way, at either end of the block.
+    EXPECT_LE(json["records"].size() - whole, 4U); // What was being written, at either end of the block.
 }
 
 TEST_F(PostMortem, PutsInterleavedRecordsTogetherAndNeverGuessesAtTornOnes) {
@@ -239,10 +239,10 @@ TEST_F(PostMortem, PutsInterleavedRecordsTogetherAndNeverGuessesAtTornOnes) {
     block.Add(kA, 2000).Add(kB, 2001).Add(kA | SYSTRACE_CONTINUATION, 41).Add(kB | SYSTRACE_CONTINUATION, 51);
     block.Add(kB | SYSTRACE_CONTINUATION, 52).Add(kA | SYSTRACE_CONTINUATION, 0x111);
     block.Add(kB | SYSTRACE_CONTINUATION, 0x222);
-    // The same event twice at the same moment: nothing tells whose values these are.
+    // The same event twice at the same moment: nothing shows whose values these are.
     block.Add(kA, 3000).Add(kA, 3001).Add(kA | SYSTRACE_CONTINUATION, 61).Add(kA | SYSTRACE_CONTINUATION, 62);
     block.Add(kA | SYSTRACE_CONTINUATION, 0x111).Add(kA | SYSTRACE_CONTINUATION, 0x222);
-    // A writer that was killed, an entry never stored, a continuation of nothing.
+    // A killed writer, an entry never stored, a continuation without a record.
     block.Add(kB, 4000).Add(kB | SYSTRACE_CONTINUATION, 71).Add(0, 0).Add(0x81000003, 9);
     block.Record(kA, 5000, {80, 0x111});
     block.Write("block");
@@ -287,7 +287,7 @@ TEST_F(PostMortem, PutsInterleavedRecordsTogetherAndNeverGuessesAtTornOnes) {
     WriteFile("names", "# what it prints\ncomponent 3 Engine\nevent Engine 2 page \"page %u of %u\"\n");
     const Result named = Post({"systrace", "block", "--names", "names", "--component", "engine"});
     EXPECT_NE(named.output.find("Engine  level 0  page: page 51 of 52\n"), std::string::npos) << named.output;
-    // One of another firmware is told from damage, and the times do not suffer.
+    // A dictionary for another firmware is distinguished from damage, and the times do not suffer.
     Block many;
     for (std::uint32_t i = 0; i < 30; ++i) {
         const std::uint64_t time = i * std::uint64_t{300'000'000};
@@ -377,7 +377,7 @@ TEST_F(PostMortem, ReadsTheRingsFromTheSegmentAndFromBothTexts) {
 }
 
 TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
-    for (const int padding : {0, 13}) { // Lines of one length meet at a boundary, others are torn there.
+    for (const int padding : {0, 13}) { // Lines of the same length meet at a boundary; others are torn there.
         do {
             unlink("rewound.log");
             InGoodChild([padding] {
@@ -407,7 +407,7 @@ TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
         EXPECT_GT(overwritten, 5U);
         EXPECT_LT(overwritten, json["lines"].size());
         EXPECT_TRUE(result.Finds("rewound"));
-        // A pipe gets lines alone.
+        // A pipe gets only lines.
         const Result text = Post({"log", "rewound.log", "--tracer", "Feeder"});
         EXPECT_EQ(Lines(text.output).size(), json["lines"].size());
         EXPECT_NE(text.errors.find("older lines"), std::string::npos);
@@ -415,7 +415,7 @@ TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
 }
 
 TEST_F(PostMortem, LeavesALogAsItIsThatWasNeverRewound) {
-    // A line every 11 ms, so that a second begins on the way and the counter falls.
+    // A line every 11 ms, so that a second begins in between and the counter falls.
     std::string log =
         "700000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
         "now=01261024150926.46886, type=qpc\r\n";
@@ -500,7 +500,7 @@ TEST_F(PostMortem, TellsWhatADeadDeviceLeft) {
     EXPECT_EQ(json["failure"]["Error Code"], "31AC05");
     EXPECT_EQ(json["failure"]["File Name"], "fuser.cpp");
     EXPECT_EQ(json["extra_words"][0], "0x11");
-    EXPECT_EQ(json["active_rings"].size(), 2U); // The library's own beside it.
+    EXPECT_EQ(json["active_rings"].size(), 2U); // One is the library's own.
     WriteFile("cut.txt", ReadFile("crash.txt").substr(0, 700));
     EXPECT_EQ(Post({"crash", "cut.txt"}).code, 1);
     unlink("cut.txt");
@@ -526,7 +526,7 @@ TEST_F(PostMortem, TellsWhatADeadDeviceLeft) {
         ring += text.find("code 0x51") != std::string::npos ? 1 : 0;
         crashTime = event["cat"] == "crash" ? event["ts"].get<double>() : crashTime;
     }
-    // Dump, segment and crash log hold the same records; each is told once.
+    // Dump, segment and crash log hold the same records; each is shown once.
     EXPECT_EQ(hot, 1U);
     EXPECT_EQ(binary, 1U);
     EXPECT_EQ(ring, 1U);
@@ -575,7 +575,7 @@ TEST_F(PostMortem, ReadsEventRecordsAloneAndInAFolder) {
     EXPECT_EQ(alone.Parsed()["source"], "DeviceHost");
     EXPECT_EQ(alone.Parsed()["pairs"][0],
               (Json{{"key", "User"}, {"value", "someone"}, {"hashed", true}, {"cut", false}}));
-    // A folder that holds nothing else shows it as well.
+    // A folder with nothing else shows it as well.
     ASSERT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
     EXPECT_NE(ReadFile("report.html").find("type 6, id 2: User=someone (to be hashed), Page=0"),
               std::string::npos);
@@ -657,14 +657,14 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
     }
     EXPECT_EQ(Listing("."), before);
     EXPECT_EQ(ReadFile("device.log"), "1 <0x00000001:000> <WARN> <One> evidence\r\n");
-    // What the program wrote itself may be written again.
+    // What the program wrote itself may be overwritten.
     for (int time = 0; time < 2; ++time) {
         EXPECT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
         EXPECT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
     }
 }
 
-/// Stands for a medium that fails: beyond its first bytes nothing can be read of a file called "failing".
+/// Simulates a failing medium: of a file called "failing" only the first bytes can be read.
 extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offset) __asm__("pread64");
 extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offset) {
     constexpr off64_t kReadable = 100;

@@ -1,5 +1,5 @@
-/// How a process ends whose other threads go on tracing: with its own status, in time, and with whole lines
-/// in its files. Every case runs in a child.
+/// How a process ends while its other threads keep tracing: with its own status, in time, and with whole
+/// lines in its files. Every case runs in a child.
 
 #include "tests/support/Sandbox.h"
 
@@ -30,7 +30,7 @@ NimaTrace g_Second("Second");
 NimaTrace g_Late("Late");
 bool g_TraceBinary = true;
 
-/// With a breath now and then, so that whoever ends the process gets at the locks in between.
+/// Pauses now and then, so that the thread that ends the process gets the locks in between.
 void WriteForEver(int thread) {
     for (int i = 0;; ++i) {
         g_First.WriteErrorV("line %d of %d.", i, thread);
@@ -54,7 +54,7 @@ void WriteForEver(int thread) {
     }
 }
 
-/// Every creation binds all tracers anew.
+/// Every creation rebinds all tracers.
 void CreateForEver() {
     for (;;) {
         _TraceConfig config{};
@@ -67,8 +67,8 @@ void CreateForEver() {
     }
 }
 
-/// What becomes of a process that traces from four threads, and runs the action at some moment. 20 seconds
-/// are all it gets.
+/// The wait status of a process that traces from four threads and runs the action at some moment. It gets at
+/// most 20 seconds.
 int StatusUnderLoad(int round, const std::function<void()>& action) {
     return InChild([&] {
         ::alarm(20);
@@ -89,7 +89,7 @@ bool EndsWith(const std::string& text, const std::string& end) {
     return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
-/// The log's lines that are not whole. What stands after the last line end does not count.
+/// The log's incomplete lines. Anything after the last line end does not count.
 int TornLines() {
     const std::string log = ReadFile("log");
     int torn = 0;
@@ -116,7 +116,7 @@ TEST_F(ProcessEnds, StaticTracersMayBeWrittenThroughToTheLast) {
 }
 
 TEST_F(ProcessEnds, AFatalErrorEndsItWithTheErrorsStatus) {
-    g_TraceBinary = false; // the dump reads the block without regard to who is writing
+    g_TraceBinary = false; // the dump reads the block regardless of who is writing
     for (int round = 0; round < 4; ++round) {
         const int status = StatusUnderLoad(round, [round] {
             if (round % 2 == 0) {
@@ -146,7 +146,7 @@ TEST_F(ProcessEnds, AnExitUnderATracersLockEndsIt) {
     }
 }
 
-// The lock of one is held for good by a thread that hangs: it stays as it is, and the others end.
+// A thread that hangs holds the lock of one tracer for good: that tracer stays as it is, and the others end.
 TEST_F(ProcessEnds, AThreadThatHangsUnderATracersLockHoldsNothingUp) {
     EXPECT_EQ(StatusUnderLoad(0,
                               [] {
@@ -161,7 +161,7 @@ TEST_F(ProcessEnds, AThreadThatHangsUnderATracersLockHoldsNothingUp) {
               0);
 }
 
-// A plug-in's tracer is gone before the thread that writes through it, and the host traces on.
+// A plug-in's tracer is destroyed before the thread that writes through it ends, and the host keeps tracing.
 TEST_F(ProcessEnds, APluginIsUnloadedUnderLoad) {
     const int status = StatusUnderLoad(0, [] {
         for (int i = 0; i < 5; ++i) {

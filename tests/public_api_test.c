@@ -1,4 +1,4 @@
-/* The C interface from a plain C program: every header compiles as C11, every function links and does its
+/* The C interface from a plain C program: every header compiles as C11, and every function links and does its
  * work. */
 
 #include <stdio.h>

@@ -56,7 +56,7 @@ class Rings : public Sandbox {};
 TEST_F(Rings, TheDirectoryIsLaidOutToTheByte) {
     Ring(0);
     const std::string segment = ReadFile("System Ring Buffers");
-    EXPECT_EQ(segment.size(), kSegmentSize - 1) << "a byte short of its 503,808, which are mapped";
+    EXPECT_EQ(segment.size(), kSegmentSize - 1) << "one byte less than the 503,808 that are mapped";
     const std::uint32_t counts[] = {256, 1024, 512, 256, 512, 512, 512, 2048, 1024, 512, 256,
                                     512, 512,  256, 512, 256, 512, 512, 256,  256,  512, 256,
                                     512, 256,  512, 256, 256, 512, 256, 1024, 256};
@@ -180,7 +180,7 @@ TEST_F(Rings, TheTextDumpStopsAtTheFirstEmptySlot) {
     DumpRingBuffersUnformatted(nullptr, 0);
 }
 
-// The last 2048 records are in the ring, whoever wrote them: of each thread the latest, without a gap.
+// The last 2048 records are in the ring, whoever wrote them: the latest of each thread, without a gap.
 TEST_F(Rings, ConcurrentWritersShareOneRing) {
     constexpr std::uint32_t kThreads = 8;
     constexpr std::uint32_t kRecords = 20000;
@@ -212,7 +212,7 @@ TEST_F(Rings, ConcurrentWritersShareOneRing) {
         torn += record.words[1] + 1 != record.threadId || record.words[0] != record.words[4] ? 1 : 0;
         seen[record.threadId].insert(record.words[0]);
     }
-    // A writer that is held up for a whole round may overwrite a newer record, and rarely.
+    // A writer that is delayed for a whole round may, rarely, overwrite a newer record.
     std::size_t missing = 0;
     for (const auto& records : seen) {
         missing += records.empty() ? 0 : kRecords - *records.begin() - records.size();
@@ -231,7 +231,7 @@ TEST_F(Rings, ALaterProcessFindsWhatAKilledOneWrote) {
             }
         }
     });
-    // Building the rings anew keeps the records and starts writing at slot 0.
+    // Building the rings again keeps the records and starts writing at slot 0.
     EXPECT_NE(RecordAt(SegmentRecords(), 99).timestamp, 0);
     WriteEventToRingBuffer(Ring(0), 2, 0xAAAA, 0, 0, 0, 0);
     EXPECT_EQ(RecordAt(SegmentRecords(), 0).words[0], 0xAAAAU);
@@ -257,8 +257,8 @@ TEST_F(Rings, WithoutASegmentTheRingsLiveInPrivateMemory) {
     EXPECT_FALSE(Exists("segment.txt"));
 }
 
-// The dump of the segment ends at its unmapping step, and has cut the segment by then. In a process of its
-// own, on a segment that nobody has mapped.
+// The dump of the segment ends at its unmapping step, and has cut the segment by then. This runs in a process
+// of its own, on a segment that nobody has mapped.
 TEST_F(Rings, TheSegmentDumpEndsAtItsUnmappingStep) {
     InGoodChild([] { Fill(Ring(0), 3); });
     InGoodChild([] {
@@ -298,7 +298,7 @@ TEST_F(Rings, ADumpFileIsOpenedEmptyWhateverStandsThere) {
     EXPECT_EQ(create(1), "new");
     EXPECT_EQ(ReadFile("d.1"), "a longer old text");
     EXPECT_FALSE(Exists("d.10"));
-    // A backup that cannot be replaced: the file is emptied and used again.
+    // A backup that cannot be replaced: the file is emptied and reused.
     ::unlink("d.1");
     ASSERT_EQ(::system("mkdir d.1 && touch d.1/x"), 0);
     WriteFile("d", "a longer old text");

@@ -22,7 +22,7 @@ std::atomic<unsigned> g_Slept{0};
 
 } // namespace
 
-// The failure thread's long sleep, which nobody has time for.
+// Replaces the failure thread's long sleep, which no test can wait for.
 extern "C" unsigned sleep(unsigned seconds) {
     g_Slept += seconds;
     std::ofstream("slept") << seconds;

@@ -47,7 +47,7 @@ using namespace Nima::Common::System::OS::Diagnostics;
 
 namespace {
 
-/// Gives the tests a look at what a derived callback of a host's sees.
+/// Shows the tests what a host's derived callback sees.
 class Probe : public StandardExceptionTriageCallback {
   public:
     std::string Summary() {
@@ -176,7 +176,8 @@ TEST_F(Triage, FailureLinesGoToTraceAndCriticalOutput) {
         EXPECT_EQ(critical, c.line + "\n");
         EXPECT_EQ(trace.substr(trace.size() - c.line.size() - c.traceEnd.size()), c.line + c.traceEnd);
     }
-    // The critical line is cut at 255 characters, and what is not ASCII does not keep it from appearing.
+    // The critical line is cut at 255 characters, and characters that are not ASCII do not keep it from
+    // appearing.
     Probe callback;
     callback.SetAssertInfo(1, ("\xE4" + std::string(400, 'x')).c_str(), 1, nullptr, 0, nullptr);
     const std::string critical = CapturedOutput([&] { callback.LogFailure(); });
@@ -276,7 +277,7 @@ TEST_F(Triage, ModulesAreListedWhereASnapshotExists) {
     EXPECT_EQ(InternalEvents(), (Codes{0, 3}));
 
     Probe callback;
-    callback.SetExceptionInfo(1, 0xB, 0x2100); // the end belongs to the module
+    callback.SetExceptionInfo(1, 0xB, 0x2100); // the end address belongs to the module
     FakeModules again;
     EXPECT_EQ(
         TraceOf([&] { list(again, &callback); }),
@@ -354,7 +355,7 @@ TEST_F(Triage, PathsAreSplitAtTheirLastSeparator) {
     SplitPath(L"/a/b", folder, 8, nullptr, 0);
 }
 
-// Every section a host overrides is the one written, and one that throws costs only itself.
+// The sections that a host overrides are the ones written, and one that throws costs only itself.
 TEST_F(Triage, AHostsOwnSectionsAreWritten) {
     class Own : public Probe {
       public:

@@ -1,4 +1,4 @@
-/// The library as a plug-in would meet it: loaded by name, used, and unloaded again.
+/// The library as a plug-in: loaded by name, used, and unloaded again.
 
 #include "tests/support/Sandbox.h"
 
@@ -19,7 +19,7 @@ TEST_F(Unloading, TheLastLinesReachTheFileAndNothingStays) {
     const auto release =
         reinterpret_cast<decltype(&TraceDeviceRelease)>(::dlsym(library, "TraceDeviceRelease"));
     const auto test = reinterpret_cast<decltype(&TraceTest)>(::dlsym(library, "TraceTest"));
-    // TraceServices::ConfigureDefaultLog; nobody ever gives back what its holder holds.
+    // TraceServices::ConfigureDefaultLog; nobody ever releases what its holder holds.
     const auto configure = reinterpret_cast<int (*)(const wchar_t*, unsigned, unsigned, bool)>(::dlsym(
         library, "_ZN4Nima6Common6System2OS11Diagnostics13TraceServices19ConfigureDefaultLogEPKwjjb"));
     ASSERT_TRUE(configure != nullptr);
@@ -38,7 +38,7 @@ TEST_F(Unloading, TheLastLinesReachTheFileAndNothingStays) {
     ASSERT_EQ(::dlclose(library), 0);
     EXPECT_EQ(CountOf(ReadFile("log"), "the last line\r\n"), 1U);
     EXPECT_EQ(::dlopen(NIMA_LIBRARY, RTLD_NOW | RTLD_NOLOAD), nullptr);
-    InGoodChild([] {}); // a fork calls nothing that has gone
+    InGoodChild([] {}); // a fork calls nothing that is gone
 }
 
 } // namespace Nima::Testing

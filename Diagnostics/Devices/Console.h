@@ -4,18 +4,18 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Writes trace text to standard output. Nothing here looks at the open or the enabled flag: a closed
-/// console prints what it is given. Its lock keeps a header and its text together; what other code prints
-/// may come in between. Only the stream's own buffering is in force, and the device never flushes it.
+/// Writes trace text to standard output. Nothing here checks the open or the enabled flag: a closed console
+/// still prints. Its lock keeps a header and its text together, but output of other code may come between
+/// lines. Only the stream's own buffering applies, and the device never flushes it.
 class CConsole final : public CBaseTraceDevice {
   public:
     /// The record is not read.
     void Init(_TraceConfig* config) override;
     void Close() override;
-    /// The counter form of the header and the text, without a line end.
+    /// Prints the counter form of the header and the text, without a line end.
     void WriteData(unsigned char* text, int length) override;
     void WriteDataRaw(unsigned char* data, int length) override;
-    /// Adds "\r\n" where the message does not end in a line feed. An empty message writes nothing.
+    /// Adds "\r\n" unless the message ends in a line feed. An empty message writes nothing.
     void WritePreFormattedMessage(char* header, int headerLength, unsigned char* message,
                                   int messageLength) override;
     using CBaseTraceDevice::Flush;

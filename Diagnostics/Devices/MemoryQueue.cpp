@@ -17,7 +17,7 @@ namespace Nima::Common::System::OS::Diagnostics {
 namespace {
 
 constexpr std::size_t kMinBufferSize = 512;
-/// Header and text of most records.
+/// Enough for header and text of most records.
 constexpr std::size_t kUsualRecord = 256;
 
 constexpr std::int32_t kKindRaw = 0;
@@ -26,7 +26,7 @@ constexpr std::int32_t kKindText = 1;
 constexpr std::int32_t kModeFlushOnClose = 1;
 constexpr std::int32_t kModeFlushWhenFull = 2;
 
-/// The start of every record in the queue; of a raw record only the first two fields exist.
+/// The start of every record in the queue. A raw record has only the first two fields.
 struct RecordHeader {
     std::int32_t kind;
     std::int32_t size; ///< of the whole record, in bytes
@@ -46,8 +46,8 @@ CMemoryQueue::CMemoryQueue() = default;
 
 CMemoryQueue::~CMemoryQueue() = default;
 
-// A full queue gives up its oldest record, node and buffer, for the new one, so that tracing into a full
-// queue allocates nothing for lines that fit.
+// A full queue reuses its oldest record, node and buffer, for the new one, so that tracing into a full queue
+// allocates nothing for lines that fit.
 CMemoryQueue::Queue CMemoryQueue::TakeRecordFor(std::size_t size) {
     Queue taken;
     if (!queue_.empty() &&
@@ -135,7 +135,8 @@ void CMemoryQueue::FlushLocked() {
     }
     const HandleGuard guard(file);
     GatheredWrites output(file);
-    // A record stays queued until it has been written, so that a thread cancelled meanwhile loses none.
+    // A record stays queued until it has been written, so that a thread that is cancelled meanwhile loses
+    // none.
     auto next = queue_.begin();
     while (next != queue_.end()) {
         AddRecord(output, *next++);

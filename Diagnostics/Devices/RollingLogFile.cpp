@@ -22,7 +22,7 @@ namespace Nima::Common::System::OS::Diagnostics {
 namespace {
 
 constexpr int kBufferSize = 4096;
-/// Room for a line; the buffer's last two bytes are for the line end it may need.
+/// Room for a line; the last two bytes of the buffer are for the line end it may need.
 constexpr int kLineRoom = kBufferSize - 2;
 constexpr int kLineEndLength = 2;
 constexpr const char* kLineEnd = "\r\n";
@@ -113,7 +113,7 @@ void CRollingLogFile::WriteToFile(const void* bytes, int length) {
                                               static_cast<std::uint32_t>(written));
 }
 
-// What a short write leaves behind is dropped: nothing in a write path waits for room on the medium.
+// What a short write does not store is dropped: no write path waits for room on the medium.
 void CRollingLogFile::FlushBigBuffer() {
     if (writeBufferFill_ != 0) {
         WriteToFile(writeBuffer_, writeBufferFill_);
@@ -143,7 +143,7 @@ void CRollingLogFile::WriteData(unsigned char* text, int length) {
     if (text == nullptr || length <= 0) {
         return;
     }
-    // Under the lock remains what makes the order of the lines that of their counters.
+    // The counter is read under the lock, so that lines are in the order of their counters.
     const ThreadPart thread = ThreadPart::OfCaller();
     const PatientGuard guard(lock_);
     if (IsOpen()) {
@@ -228,7 +228,8 @@ void CRollingLogFile::RollFiles() {
     }
     if (IsOpen() && ReachedMaximum()) {
         WriteCriticalDbgMsg(L"DREL Trace!! Failed to roll trace file, seeking to beginning of file!\r\n");
-        // The count stays, so every later line rolls again: hosts see the message until they mend the setup.
+        // The count stays, so every later line rolls again: the message repeats until the host's setup is
+        // corrected.
         if (!RewindFilePosition()) {
             WriteCriticalDbgMsg(L"DREL Trace!!  Failed to reset file pointer, disabling trace!\r\n");
             InternalClose();
@@ -240,7 +241,7 @@ bool CRollingLogFile::RewindFilePosition() {
     return HasFile() && _set_file_pointer_helper(file_, 0, SEEK_SET) != -1;
 }
 
-// Straight to the file, so that it comes before any line that is still to be buffered.
+// Written straight to the file, so that it comes before any line that is buffered later.
 void CRollingLogFile::RecordCalibration() {
     if (!IsOpen()) {
         return;

@@ -25,7 +25,7 @@ constexpr int kPayloadChars = 1024;
 constinit EventLogCallback g_EventLogCallback = nullptr;
 constinit EventLogVantorCallback g_EventLogVantorCallback = nullptr;
 
-/// Calls the host's code between two internal events and keeps in what it throws. The lock is held.
+/// Calls the host's code between two internal events and catches what it throws. The lock is held.
 template <class Call>
 unsigned long CallBracketed(EventTypes type, unsigned long id, Call call) {
     const int id32 = static_cast<int>(id);
@@ -44,7 +44,7 @@ unsigned long CallBracketed(EventTypes type, unsigned long id, Call call) {
     }
 }
 
-/// A record is words first, so it is allocated as words.
+/// A record begins with words, so it is allocated as words.
 using RecordMemory = std::unique_ptr<std::uint32_t[]>;
 
 VantorCallbackStruct* MakeRecord(RecordMemory& memory, int size, EventTypes type, const char* source,
@@ -92,7 +92,8 @@ int EventLog::BuildStandardEventLogPayload(const PayloadEntry* entries, long cou
 
 int EventLog::LogEvent(EventTypes type, const wchar_t* source, long id, const wchar_t* file, int line,
                        const PayloadEntry* entries, long count) {
-    // As narrow as this: events of type 1, without a source, with id 0 or with a negative count all pass.
+    // Only this combination is refused: events of type 1, without a source, with id 0 or with a negative
+    // count all pass.
     if (source != nullptr && type != EVENT_TYPE_ERROR && id != 0 && count >= 0) {
         errno = EINVAL;
         return 0;
@@ -105,8 +106,8 @@ int EventLog::LogEvent(EventTypes type, const wchar_t* source, long id, const wc
         if (IsCancellation()) {
             throw;
         }
-        length =
-            static_cast<int>(::wcsnlen(text, kPayloadChars)); // no memory for the text: what there is of it
+        // Out of memory: use what there is of the text.
+        length = static_cast<int>(::wcsnlen(text, kPayloadChars));
     }
     const unsigned long result = DoEventLogCallback(type, source, static_cast<std::uint32_t>(id), file, line,
                                                     length != 0 ? text : nullptr);
@@ -145,7 +146,7 @@ unsigned long EventLog::DoEventLogCallback(EventTypes type, const wchar_t* sourc
 unsigned long EventLog::DoVantorCallback(EventTypes type, unsigned long id, unsigned long size,
                                          unsigned char* record) {
     const std::lock_guard guard(g_EventLogCallbackLock);
-    // Hosts install both or none: it is the event-log callback's presence that opens this way too.
+    // Hosts install both or none, so the event-log callback decides about Vantor events too.
     if (g_EventLogCallback == nullptr || g_EventLogVantorCallback == nullptr) {
         return kNoCallback;
     }

@@ -4,8 +4,8 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Guards both callbacks and every call through them. Has no end: a callback may be running while the process
-/// exits.
+/// Guards both callbacks and every call through them. Never destroyed: a callback may be running while the
+/// process exits.
 extern constinit OwnedLock g_EventLogCallbackLock;
 
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -27,7 +27,7 @@ int FlushBufferToFile(void* file, unsigned char* buffer, long length) {
             return 0;
         }
         remaining -= written;
-        offset = written; // not a running total; readers of split dumps know
+        offset = written; // not a running total; readers of split dumps expect this
     } while (remaining != 0);
     return 1;
 }
@@ -65,7 +65,7 @@ void RollFileBackupsImpl(const std::wstring& baseName, int count, bool includeBa
             _delete_file_helper(target.c_str());
         }
         _move_file_helper(source.c_str(), target.c_str());
-        // All numbered names are one and the same, so one such step does what any number of them would.
+        // All numbered names are the same, so one such step does as much as any number of them.
         if (i > 1) {
             i = 1;
         }

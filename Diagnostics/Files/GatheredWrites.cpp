@@ -32,7 +32,7 @@ void GatheredWrites::Write() {
         while (piece < pieces_ && ends_[piece] <= reached) {
             done = ends_[piece++];
         }
-        // Stopped inside a piece, or in front of one without having written anything.
+        // The write stopped inside a piece, or wrote nothing at all.
         if (piece < pieces_ && (done < reached || written == 0)) {
             done = ends_[piece++];
         }

@@ -16,10 +16,10 @@ constinit std::atomic<SysTraceBuffer*> g_RTTrace{nullptr};
 
 namespace {
 
-/// The live buffer for a writer. Everything that a writer reads it reaches through this pointer, and no
-/// processor that this runs on reads through a pointer before it has read the pointer itself: no barrier is
-/// needed, which on ARM would cost a filtered call more than all else. The thread sanitizer does not know of
-/// such dependencies.
+/// The live buffer for a writer. A writer reaches everything it reads through this pointer, and none of the
+/// processors this runs on reads through a pointer before it has read the pointer itself. So no barrier is
+/// needed; on ARM it would cost a filtered call more than everything else. The thread sanitizer does not know
+/// of such dependencies.
 inline SysTraceBuffer* BufferForWriting() {
 #ifdef __SANITIZE_THREAD__
     return g_RTTrace.load(std::memory_order_acquire);
@@ -28,9 +28,9 @@ inline SysTraceBuffer* BufferForWriting() {
 #endif
 }
 
-/// What remains of a call that the filter has let through. It has the parameters of the entry points, so that
-/// these get here by a jump: a filtered call sets up nothing for it. On its stack is what the clock fills in,
-/// and no array that could be overrun.
+/// The rest of a call that the filter has let through. It has the parameters of the entry points, so that
+/// they can jump here and a filtered call sets up nothing. Its stack holds only what the clock fills in, and
+/// no array that could be overrun.
 template <class... Words>
 __attribute__((noinline, no_stack_protector)) void RecordUnfiltered(unsigned long id, Words... arguments) {
     if (SysTraceBuffer* const buffer = BufferForWriting()) {
@@ -46,8 +46,8 @@ inline void Trace(unsigned long id, Words... arguments) {
     }
 }
 
-/// A buffer over the segment. Of all processes and threads that come at once, one formats it; the caller
-/// holds `g_SysTraceLock`. A formatted segment costs no lock.
+/// A buffer over the segment. If several processes and threads come at once, one of them formats it; the
+/// caller holds `g_SysTraceLock`. A formatted segment needs no file lock.
 SysTraceBuffer BufferOverSegment(const TraceMemory& memory, bool useHardware) {
     constexpr int kPatience = 2000;
     std::optional<ProcessLock> lock;
@@ -81,9 +81,9 @@ bool IsUsableBlock(const unsigned char* buffer, long size) {
            size <= INT32_MAX && size >= 0 && SysTraceBuffer::CalculateMaxEntries(static_cast<int>(size)) > 0;
 }
 
-/// Applies an operation to the live buffer, or to a temporary one over the segment.
-template <class Operation>
-int WithBuffer(Operation operation) {
+} // namespace
+
+int WithBuffer(const std::function<void(SysTraceBuffer&)>& operation) {
     constexpr int kAppliedToLiveBuffer = 19;
     return Guarded(ENOMEM, [&] {
         if (SysTraceBuffer* live = g_RTTrace.load(std::memory_order_acquire)) {
@@ -102,8 +102,6 @@ int WithBuffer(Operation operation) {
         return 0;
     });
 }
-
-} // namespace
 
 } // namespace Nima::Common::System::OS::Diagnostics
 
@@ -162,14 +160,6 @@ void* ConfigureSysTrace(void) {
 
 void ReleaseSysTrace(void) {
     TraceMemory::Shutdown();
-}
-
-int DumpSysTrace(const wchar_t* path, int backups) {
-    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(path, backups); });
-}
-
-int DumpSysTraceEx(SysTraceDumpCallback callback, void* context) {
-    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(callback, context); });
 }
 
 int ClearSysTrace(void) {

@@ -12,7 +12,7 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 namespace detail {
 
-/// A record as the eight words it is shared as.
+/// A record as the eight words in which it is shared.
 inline std::uint32_t* WordsOf(const RingBufferData* record) {
     void* const words = const_cast<RingBufferData*>(record);
     return static_cast<std::uint32_t*>(words);
@@ -22,7 +22,7 @@ inline void StoreWord(std::uint32_t& word, std::uint32_t value) {
     std::atomic_ref<std::uint32_t>(word).store(value, std::memory_order_relaxed);
 }
 
-/// Word by word out of registers. A copy through memory would wait for the wider stores before it.
+/// Stores word by word from registers. A copy through memory would wait for the wider stores before it.
 inline void StoreRecord(RingBufferData* slot, const RingBufferData& record) {
     std::uint32_t* const words = WordsOf(slot);
     const auto time = static_cast<std::uint64_t>(record.timestamp);
@@ -38,9 +38,9 @@ inline void StoreRecord(RingBufferData* slot, const RingBufferData& record) {
 
 } // namespace detail
 
-/// A ring of 32-byte records over storage that the manager assigns. Writers claim a slot by one atomic
-/// increment and take no lock; two that are a whole ring apart may write the same slot. Record words are
-/// accessed atomically.
+/// A ring of 32-byte records over storage that the manager assigns. Writers claim a slot with one atomic
+/// increment and take no lock; two writers that are a whole ring apart may write the same slot. Record words
+/// are accessed atomically.
 class CRingBuffer {
   public:
     /// `entries` is a power of two.
@@ -53,9 +53,10 @@ class CRingBuffer {
     /// Exact comparison.
     bool CheckName(const wchar_t* name) const { return name_ == name; }
 
-    /// Copies the record into the next slot; nothing while there is no storage. Inline, and its loads before
-    /// the increment, so that between increment and stores there is nothing to wait for. The increment orders
-    /// nothing else, since the index says nothing about what is in the slots: no barriers on ARM.
+    /// Copies the record into the next slot; does nothing while there is no storage. It is inline, with its
+    /// loads before the increment, so that nothing has to be waited for between the increment and the stores.
+    /// The increment orders nothing else, since the index says nothing about what is in the slots: no
+    /// barriers on ARM.
     void WriteData(const RingBufferData& record) {
         RingBufferData* const records = records_;
         if (records == nullptr) {
@@ -65,9 +66,9 @@ class CRingBuffer {
         RingBufferData& slot = records[(writeIndex_.fetch_add(1, std::memory_order_relaxed) + 1) & mask];
         detail::StoreRecord(&slot, record);
     }
-    /// Zeroes the records and starts at slot 0 again. Writers do not wait for it.
+    /// Zeroes the records and restarts at slot 0. Does not wait for writers.
     void EmptyBuffer();
-    /// Copies what fits of the records, from slot 0 on.
+    /// Copies as many records as fit, from slot 0 on.
     void Dump(unsigned char* out, unsigned long length, unsigned long* copied);
     /// Writes heading and records as text, in slot order, up to the first empty slot. Takes no lock.
     void Dump(void* file);
@@ -76,12 +77,12 @@ class CRingBuffer {
     void RenewLock() { lock_.Renew(); }
 
   private:
-    /// No smaller than what the processors that this runs on fetch and take from each other as a whole.
+    /// At least as large as what the processors this runs on fetch, and take from each other, as a unit.
     static constexpr std::size_t kCacheLine = 64;
 
     RingBufferData* records_ = nullptr;
-    /// Of the last written slot, before masking. In a line of its own: writers that take it from each other
-    /// would take what they only read along with it.
+    /// Index of the last written slot, before masking. It has a cache line of its own: writers that take it
+    /// from each other would otherwise take along what they only read.
     alignas(kCacheLine) std::atomic<std::uint32_t> writeIndex_{0xFFFFFFFF};
     alignas(kCacheLine) std::int32_t entryCount_;
     std::uint32_t mask_;
@@ -89,8 +90,7 @@ class CRingBuffer {
     std::wstring name_;
 };
 
-/// Writes the records of a ring as text, at most `count`, up to the first empty slot. Failed writes are
-/// passed over.
+/// Writes at most `count` records of a ring as text, up to the first empty slot. Failed writes are ignored.
 void WriteRecordsAsText(const RingBufferData* records, std::uint32_t count, void* file);
 
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -30,7 +30,7 @@ void WriteFormatted(char* buffer, int bufferLength, void* file, const char* text
     _WriteSingleLine(file, buffer);
 }
 
-/// A mapped segment, closed at the end. `errno` stays that of the step before.
+/// A mapped segment, closed at the end. `errno` stays that of the previous step.
 class Segment {
   public:
     Segment() { CreateMemorySegment(Catalogue::kRingSegment.wide, RING_DIRECTORY_SIZE, &handle_, &view_); }
@@ -124,8 +124,8 @@ int DumpRingBuffersUnformattedEx(const wchar_t* path, int backups) {
         if (size <= RING_DIRECTORY_SIZE) {
             return ENOSPC;
         }
-        // Views are unmapped with their mapping on this platform, so this reports failure and the dump ends
-        // here.
+        // On this platform a view is unmapped only with its mapping, so this reports failure and the dump
+        // ends here.
         if (!segment.Unmap() || !segment.Map(size)) {
             return errno;
         }

@@ -33,7 +33,7 @@ int TotalEntries() {
     return total;
 }
 
-/// The records in whole pages, and a page for the directory.
+/// The records in whole pages, and one page for the directory.
 int SegmentSize(int recordBytes) {
     const int pages = (recordBytes + RING_DIRECTORY_SIZE - 1) / RING_DIRECTORY_SIZE + 1;
     return pages * RING_DIRECTORY_SIZE;
@@ -175,7 +175,7 @@ int WriteDataToRingBuffer(TRACE_RING_HANDLE ring, const RingBufferData* record) 
     return 0;
 }
 
-// As with a record of the binary trace, no array stands on its stack.
+// As with a record of the binary trace, its stack holds no array.
 __attribute__((no_stack_protector)) int WriteEventToRingBuffer(TRACE_RING_HANDLE ring, unsigned long thread,
                                                                unsigned long code, unsigned long a,
                                                                unsigned long b, unsigned long c,

@@ -11,8 +11,7 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// The codes of the library's own events, recorded in ring 5; the catalogue tells the words that follow the
-/// code.
+/// The codes of the library's own events, recorded in ring 5; the catalogue lists the words after the code.
 enum _OSDiagnosticEvents : int {
     kModuleListingStarts = Catalogue::CodeOf(Catalogue::OwnRingEvent::kModuleListingStarts),
     kModuleSnapshotFailed = Catalogue::CodeOf(Catalogue::OwnRingEvent::kModuleSnapshotFailed),
@@ -22,7 +21,7 @@ enum _OSDiagnosticEvents : int {
     kEventLogCallbackCalled = Catalogue::CodeOf(Catalogue::OwnRingEvent::kEventCallback)
 };
 
-/// Builds the rings over the shared segment, once in a process. Rings, storage and segment stay to the very
+/// Builds the rings over the shared segment, once per process. Rings, storage and segment stay to the very
 /// end of the process, since exit handlers and late threads still write and dump.
 class CRingBufferMgr {
   public:
@@ -30,9 +29,9 @@ class CRingBufferMgr {
     CRingBufferMgr(const CRingBufferMgr&) = delete;
     CRingBufferMgr& operator=(const CRingBufferMgr&) = delete;
 
-    /// 0, or 22 for an index out of range.
+    /// Returns 0, or 22 for an index out of range.
     int GetRingBuffer(int index, CRingBuffer** out) const;
-    /// 0, or 22 for an unknown name.
+    /// Returns 0, or 22 for an unknown name.
     int GetRingBufferId(const wchar_t* name, int* id) const;
 
   private:
@@ -50,15 +49,15 @@ CRingBufferMgr& GetRingBufferMgr();
 /// Guards the building of the manager.
 extern constinit StaticLockStruct g_RingBufferMgrLock;
 
-/// In the child of a fork: makes the locks of all rings free. What emptying or copying a ring left half done
-/// harms nobody.
+/// In the child of a fork: makes the locks of all rings free. Emptying or copying a ring leaves nothing
+/// harmful half done.
 void RenewRingLocks();
 
 /// Ring 5; null until the manager is built.
 extern constinit std::atomic<CRingBuffer*> g_OSRing;
 
-/// Records an event of the library's own. Does not build the manager: before that the event is dropped, and
-/// the result is 22.
+/// Records an event of the library's own. Does not build the manager: until it is built, the event is dropped
+/// and the result is 22.
 int RecordInternalDiagnosticEvent(_OSDiagnosticEvents code, int a, int b, int c, int d);
 
 /// Writes this process's rings as text into an open file, formatting in `buffer`.

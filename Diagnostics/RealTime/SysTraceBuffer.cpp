@@ -24,7 +24,7 @@ constexpr auto kTriggerPending = static_cast<std::uint32_t>(SysTraceState::kTrig
 constexpr auto kCapturing = static_cast<std::uint32_t>(SysTraceState::kCapturing);
 
 unsigned char* NewBlock() {
-    // Words of the block are accessed as such: allocated as words, so that it is aligned for them.
+    // The block's words are accessed as words, so it is allocated as words and aligned for them.
     return reinterpret_cast<unsigned char*>(new std::uint32_t[kPrivateBlockSize / sizeof(std::uint32_t)]());
 }
 
@@ -146,7 +146,7 @@ void SysTraceBuffer::SetupHeader() {
             flags |= SYSTRACE_FLAG_TIMER_WORD_2_UNKNOWN;
         }
     }
-    // Last: a process that is killed in the middle leaves a block that the next one formats.
+    // Last: if the process is killed before this, the next one formats the block.
     SharedWord(header_->flags).store(flags);
 }
 
@@ -160,7 +160,7 @@ std::uint32_t& SysTraceBuffer::WrapCount() {
     return reinterpret_cast<std::uint32_t&>(header_->wrapCount);
 }
 
-// Not atomic as a whole: two writers a whole buffer apart may count one wrap, which nobody relies on.
+// Not atomic as a whole: two writers a whole buffer apart may count only one wrap, and nobody relies on more.
 void SysTraceBuffer::CountWrap() {
     Store(WrapCount(), Load(WrapCount()) + 1);
 }
@@ -209,8 +209,8 @@ void SysTraceBuffer::RestoreFilter() {
     }
 }
 
-// One compare-and-swap; tells whether the state that it found is the one asked about, which need not be the
-// one that it swaps.
+// One compare-and-swap. Returns whether the state it found is `expectedResult`, which need not be the one
+// that it replaces.
 bool SysTraceBuffer::SwapState(std::uint32_t from, std::uint32_t to, std::uint32_t expectedResult) {
     std::uint32_t found = from;
     SharedWord(header_->state).compare_exchange_strong(found, to);

@@ -12,7 +12,7 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// A 32-bit word of memory that other threads and processes write to as well.
+/// A 32-bit word of memory that other threads and processes write as well.
 using SharedWord = std::atomic_ref<std::uint32_t>;
 
 /// States of the capture word. The library writes neither of the last two; other processes may.
@@ -23,32 +23,32 @@ enum class SysTraceState : std::uint32_t {
     kCapturing = Catalogue::kCapturing
 };
 
-/// A block of 8-byte entries behind a 256-byte header (doc/systrace.md). Writers claim entries by one atomic
-/// increment each and take no lock; header, filter and state are shared by every process that maps the block.
-/// All its words are accessed atomically. A block whose header is not marked as formatted is formatted by the
-/// constructor.
+/// A 256-byte header followed by a block of 8-byte entries (doc/systrace.md). Writers claim each entry with
+/// one atomic increment and take no lock; every process that maps the block shares header, filter and state.
+/// All its words are accessed atomically. The constructor formats a block whose header is not marked as
+/// formatted.
 class SysTraceBuffer {
   public:
     /// A private block of 33,024 bytes, freed at the end.
     SysTraceBuffer();
     /// A block of the caller's, of at least 256 bytes and 4-byte aligned; writers need at least 512. The
-    /// index mask comes from `size`, never from an adopted header, so no header can lead a writer out of the
-    /// block.
+    /// index mask is derived from `size`, never from an adopted header, so no header can lead a writer out of
+    /// the block.
     SysTraceBuffer(unsigned char* buffer, long size, bool useHardware);
     SysTraceBuffer(const SysTraceBuffer&) = delete;
     SysTraceBuffer& operator=(const SysTraceBuffer&) = delete;
     ~SysTraceBuffer();
 
-    /// Whether a block's header is marked as formatted. All of it is, then.
+    /// Whether a block's header is marked as formatted. If so, all of it is.
     static bool IsFormatted(unsigned char* block);
-    /// The largest power of two of entries that fits, 0 below 512 bytes.
+    /// The largest power of two of entries that fits; 0 below 512 bytes.
     static int CalculateMaxEntries(int size);
     void GetBuffer(unsigned char** out) const { *out = memory_; }
 
-    /// Whether the id's component traces at the id's level. Bit 31 plays no part.
+    /// Whether the id's component traces at the id's level. Bit 31 is ignored.
     bool FilterTrace(std::uint32_t id) const {
-        // Level and component stand side by side: the upper four of their bits number the word, the others
-        // the bit.
+        // Level and component are adjacent in the id: the upper four of their bits number the word, the
+        // others the bit.
         static_assert(Catalogue::FilterWord(2, 77) == ((2U << 7U | 77U) >> 5U) &&
                       Catalogue::FilterBit(77) == UINT32_C(0x80000000) >> (77U & 31U));
         const std::uint32_t index = id >> (SYSTRACE_COMPONENT_SHIFT + 5) & 15;
@@ -70,29 +70,29 @@ class SysTraceBuffer {
         }
     }
 
-    /// Results in `errno`: 0, or EINVAL for a level above 4. Level 4 reaches the saved filter, and a
+    /// Both report through `errno`: 0, or EINVAL for a level above 4. Level 4 changes the saved filter, and a
     /// component of 128 or more the next level's words.
     void SetComponentLevel(unsigned char component, unsigned char level);
     void SetAllLevel(unsigned char level, bool on);
 
-    /// 0; does nothing.
+    /// Returns 0 and does nothing.
     int Trigger(SysTraceState state);
-    /// Ends a capture by trigger: state 2 becomes 1 with the saved filter live again. Otherwise false with
-    /// `errno` EOPNOTSUPP; state 1 has become 2 then.
+    /// Ends a capture by trigger: state 2 becomes 1, and the saved filter is live again. Otherwise returns
+    /// false with `errno` EOPNOTSUPP; state 1 has then become 2.
     bool ResetTrigger();
-    /// Pauses tracing in state 1 by saving and clearing the filter. False with `errno` EOPNOTSUPP where
-    /// capture cannot begin; a state of 4 has become 1 then. Begin and end are paired on the same object.
+    /// Pauses tracing in state 1 by saving and clearing the filter. Returns false with `errno` EOPNOTSUPP if
+    /// a capture cannot begin; a state of 4 has then become 1. Begin and end are paired on the same object.
     bool BeginTraceCapture();
     bool EndTraceCapture();
 
     /// Stops all tracing by moving the live filter into the saved one.
     void Disable();
-    /// Empties the buffer by its indices; entries stay.
+    /// Empties the buffer by resetting its indices; the entries stay.
     void ResetBuffer();
     void Clear();
 
-    /// Dumps to a file or a callback, see `DumpSysTrace`. Defined beside the other entry points, which they
-    /// trace with.
+    /// Dumps to a file or a callback, see `DumpSysTrace`. Defined beside the other entry points, with which
+    /// they trace.
     void Dump(const wchar_t* path, int backups);
     void Dump(SysTraceDumpCallback callback, void* context);
 
@@ -116,7 +116,7 @@ class SysTraceBuffer {
         Store(entry.id, id);
         Store(entry.value, value);
     }
-    /// As `ReadQPC32` where there is no register to read.
+    /// The same as `ReadQPC32` if there is no register to read.
     std::uint32_t Timestamp() const {
         if (timerRegister_ != nullptr) {
             return *timerRegister_;
@@ -153,13 +153,13 @@ class SysTraceBuffer {
     std::uint32_t hardwareRegister1_ = 0;
     std::uint32_t hardwareRegister2_ = 0;
     bool threadRecords_ = false;
-    std::uint32_t* filter_ = nullptr; ///< the live filter's words, the saved filter's behind them
+    std::uint32_t* filter_ = nullptr; ///< the live filter's words, followed by those of the saved filter
     std::int32_t reservedWord_ = -1;
     unsigned char reservedByte_ = 0;
     bool restoreStateOnEnd_ = false;
     bool filterSaved_ = false;
     bool ownsMemory_ = false;
-    std::int32_t memorySize_ = 0; ///< what may be read of the block, whatever its header says
+    std::int32_t memorySize_ = 0; ///< how much of the block may be read, whatever its header says
 };
 
 } // namespace Nima::Common::System::OS::Diagnostics

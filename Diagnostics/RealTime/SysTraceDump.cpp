@@ -10,7 +10,7 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 namespace {
 
-/// Single writes stay bounded.
+/// Limits single writes.
 constexpr long long kPieceSize = 1048576;
 
 /// Ends a capture that has begun, however its scope is left: a dump that is cancelled or runs out of memory
@@ -52,7 +52,7 @@ SysTraceDumpHeader SysTraceBuffer::DumpHeader() const {
     return header;
 }
 
-// Up to the last entry while the entries have not wrapped, which a wrap count of exactly 0 says; else
+// Up to the last entry if the entries have not wrapped, which a wrap count of exactly 0 means; otherwise
 // everything. An adopted header may say anything: never more than there is.
 long long SysTraceBuffer::DumpLength() {
     long long length = bufferSize_;
@@ -118,7 +118,7 @@ void SysTraceBuffer::PassBlock(SysTraceDumpCallback callback, void* context) {
             PrintWideMessage(L"ERROR!!  Failed to write SysTrace to callback, zero bytes written.\r\n");
             return;
         }
-        // A callback cannot have taken more than it was offered, nor give anything back.
+        // A callback cannot take more than it was offered, nor a negative number of bytes.
         const int taken = std::clamp(written, 0, piece);
         if (taken == 0) {
             return;
@@ -143,3 +143,13 @@ void SysTraceBuffer::Dump(SysTraceDumpCallback callback, void* context) {
 }
 
 } // namespace Nima::Common::System::OS::Diagnostics
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+int DumpSysTrace(const wchar_t* path, int backups) {
+    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(path, backups); });
+}
+
+int DumpSysTraceEx(SysTraceDumpCallback callback, void* context) {
+    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(callback, context); });
+}

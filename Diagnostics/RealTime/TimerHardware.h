@@ -6,7 +6,7 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Trace hardware, of which this build has none.
+/// Trace hardware. This build has none.
 class TarnTraceHardware {
   public:
     constexpr TarnTraceHardware() = default;
@@ -14,7 +14,7 @@ class TarnTraceHardware {
     TarnTraceHardware& operator=(const TarnTraceHardware&) = delete;
     ~TarnTraceHardware();
 
-    /// 0.
+    /// Returns 0.
     int Enable();
     void Disable();
     /// Zeroes the record and returns 0. Safe at any time, even after the object's end.
@@ -28,7 +28,7 @@ class TarnTraceHardware {
     std::uint32_t word2_ = 0;
 };
 
-/// Timer hardware, of which this build has none.
+/// Timer hardware. This build has none.
 class UserModeTimerHw {
   public:
     constexpr UserModeTimerHw() = default;
@@ -37,7 +37,7 @@ class UserModeTimerHw {
     ~UserModeTimerHw();
 
     bool init() const { return registers_ != nullptr; }
-    /// Both 0, safe at any time.
+    /// Both return 0 and are safe at any time.
     int GetTimerInfo(NimaTimerHwStruct* out) const;
     int GetTimerReg() const;
 
@@ -48,7 +48,8 @@ class UserModeTimerHw {
 extern TarnTraceHardware gTarnTraceHardware;
 extern UserModeTimerHw g_UserModeTimer;
 
-/// Two values of the timer's description, its words 4 and 3. 0 where there is no timer or a pointer is null.
+/// Two values of the timer's description, its words 4 and 3. Returns 0 if there is no timer or a pointer is
+/// null.
 int GetUserModeTimerData(long* first, long* second);
 
 } // namespace Nima::Common::System::OS::Diagnostics

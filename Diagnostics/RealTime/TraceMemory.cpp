@@ -34,7 +34,7 @@ int CreateMemorySegment(const wchar_t* name, int size, void** handle, void** vie
     const int mapError = errno;
     _close_handle_helper(*handle);
     *handle = nullptr;
-    errno = mapError; // callers that report read it there
+    errno = mapError; // callers that report the error read it there
     return mapError;
 }
 

@@ -7,19 +7,19 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Creates or opens the named segment, a file of the working directory, and maps `size` bytes of it. Returns
-/// an error number: on success that which the opening left, which callers ignore. On failure `*handle` is
-/// null.
+/// Creates or opens the named segment, a file in the working directory, and maps `size` bytes of it. Returns
+/// an error number; after success it is what the opening left in `errno`, which callers ignore. On failure
+/// `*handle` is null.
 int CreateMemorySegment(const wchar_t* name, int size, void** handle, void** view);
 
-/// The one segment that the SysTrace buffer lives in. Never zeroed: what an earlier process left stays.
+/// The one segment that holds the SysTrace buffer. Never zeroed: what an earlier process left stays.
 class TraceMemory {
   public:
     TraceMemory(const TraceMemory&) = delete;
     TraceMemory& operator=(const TraceMemory&) = delete;
     ~TraceMemory();
 
-    /// The instance, made on first use; null when the segment cannot be had, and the next call tries again.
+    /// The instance, created on first use. Null if the segment is not available; the next call tries again.
     static TraceMemory* GetInstance();
     /// Unmaps the segment. Takes no lock: nobody else may be using it.
     static void Shutdown();

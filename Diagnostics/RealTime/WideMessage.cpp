@@ -6,7 +6,8 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-// A message that is cut, or does not convert, comes back without a terminator: the last character stays zero.
+// If a message is cut or does not convert, the result has no terminator. The last character, which is never
+// written, stays zero.
 void PrintWideMessage(const wchar_t* format, ...) {
     constexpr std::size_t kSize = 4096;
     wchar_t text[kSize] = {};

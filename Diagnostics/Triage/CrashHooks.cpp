@@ -1,5 +1,6 @@
-/// The hooks that a host may replace by defining them itself. They stand alone here and are weak, so that a
-/// host's own win whether the library is shared or static, and no call of the library's is bound to these.
+/// The hooks that a host may replace by defining them itself. They are weak and in a unit of their own, so
+/// that a host's definitions win whether the library is shared or static, and none of the library's calls is
+/// bound to these.
 
 #include <Diagnostics/CrashApi.h>
 

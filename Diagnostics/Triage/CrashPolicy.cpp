@@ -30,7 +30,7 @@ constinit std::atomic<std::int32_t> g_WaitForDebug{0};
 constinit std::atomic<std::int32_t> g_DebugWaiters{0};
 constinit std::atomic<std::int32_t> g_CrashMode{0};
 
-/// Leaves word for the next start that the reboot was wanted: nothing to do so with on this platform.
+/// Would tell the next start that the reboot was wanted; this platform has no means for that.
 int WriteAutoRecoverRebootingFlag(long /*flag*/) {
     return 0;
 }
@@ -51,7 +51,7 @@ void CrashHandles::BuildEvent() {
 }
 
 void CrashHandles::EndEvent() {
-    // Ending an event waits for those who wait on it, and they wait for a debugger.
+    // Closing an event waits for those who wait on it, and they wait for a debugger.
     if (g_DebugWaiters.load() == 0) {
         _close_handle_helper(g_CrashedHandle);
         g_CrashedHandle = nullptr;

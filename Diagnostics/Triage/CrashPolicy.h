@@ -7,11 +7,11 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// Serialises all crash handling. Has no end, since the thread that ends the process holds it.
+/// Serialises all crash handling. Never destroyed, since the thread that ends the process holds it.
 extern constinit OwnedLock g_CrashLock;
 
-/// The crash semaphore, which nobody waits on, and the event that lets a process go on that waits for a
-/// debugger. Built at load, ended at unload, unless somebody is still waiting then.
+/// The crash semaphore, which nobody waits on, and the event that releases a process waiting for a debugger.
+/// Both are built at load and ended at unload; the event is left alone if a thread still waits on it then.
 class CrashHandles {
   public:
     static void BuildSemaphore();
@@ -23,11 +23,11 @@ class CrashHandles {
 extern void* g_UMCrashSemaphore;
 extern void* g_CrashedHandle;
 
-/// Set by the first handling of a failure and never cleared.
+/// Set by the first handling of a failure; cleared only in a forked child.
 extern constinit std::atomic<bool> g_FatalConditionHandled;
 
-/// In the child of a fork: where another thread was handling a crash, that was its own process's, and the
-/// lock is free again. A hook that forks goes on under the lock.
+/// In the child of a fork: if another thread was handling a crash, that was the parent's crash, and the lock
+/// is free again. A hook that forks continues under the lock.
 void RenewCrashLock();
 
 /// Sets "DrelCrashContinue". Meant to be called from a debugger.

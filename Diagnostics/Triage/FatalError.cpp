@@ -92,7 +92,7 @@ void _HandleFatalCondition(TriageCallback* callback) {
 
 int _DeviceFatalErrorImpl(long code, const char* file, int line, _EXCEPTION_POINTERS* pointers,
                           long extraCount, long* extraData) {
-    const CancellationDelay delay; // a thread that is being cancelled dies of its failure all the same
+    const CancellationDelay delay; // even a thread that is being cancelled dies of its failure
     const auto code32 = static_cast<std::uint32_t>(code);
     {
         const StaticSlot<NimaTrace>::Use tracer(_TraceFactory);
@@ -105,7 +105,7 @@ int _DeviceFatalErrorImpl(long code, const char* file, int line, _EXCEPTION_POIN
     if (LockCrashHandler() == 0) {
         return 0;
     }
-    // Whatever goes wrong from here on, the process ends with the code. The lock is never given back.
+    // Whatever goes wrong from here on, the process ends with the code. The lock is never released.
     GuardedCall([=] {
         TriageCallback& callback = g_StandardExceptionTriageCallback.get();
         callback.SetAssertInfo(code, file, line, pointers, extraCount, extraData);
@@ -116,7 +116,7 @@ int _DeviceFatalErrorImpl(long code, const char* file, int line, _EXCEPTION_POIN
     std::exit(static_cast<int>(code));
 }
 
-/// Widens the words of the exported calls once; no more than the four that are kept are ever read.
+/// Widens the words of the exported calls once; only the four that are kept are ever read.
 int FailWith(int code, const char* file, int line, _EXCEPTION_POINTERS* pointers, int extraCount,
              const int32_t* extra) {
     constexpr int kMaxExtra = 4;

@@ -2,17 +2,17 @@
 
 #include "platform/Pause.h"
 
-// What a sanitizer would report is what these functions are for.
+// These functions do on purpose what a sanitizer would report.
 #define NIMA_FAULTS_ON_PURPOSE __attribute__((no_sanitize("address", "undefined"), noinline))
 
 namespace Nima::Common::System::OS::Diagnostics {
 
 namespace {
 
-/// The address last written to, for a debugger to see.
+/// The address last written to, where a debugger can see it.
 volatile std::uint32_t g_Value = 0;
 
-/// A null that the compiler does not know to be one.
+/// A null that the compiler does not know to be null.
 volatile std::uint32_t* volatile g_Null = nullptr;
 
 } // namespace

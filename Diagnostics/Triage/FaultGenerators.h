@@ -8,9 +8,9 @@ namespace Nima::Common::System::OS::Diagnostics {
 [[noreturn]] void ForceAccessViolation();
 /// Does nothing.
 void _TestStdExceptionCallbackLogging();
-/// Notes the address and increments the 32-bit word there, which faults for null.
+/// Stores the address and increments the 32-bit word there, which faults for null.
 void _GenerateAccessViolation(std::uint32_t* address);
-/// Returns at once for a non-null pointer; never for null, where it spins without using stack.
+/// Returns at once for a non-null pointer. Never returns for null: it spins without using stack.
 void _GenerateStackOverflow(const void* pointer);
 
 } // namespace Nima::Common::System::OS::Diagnostics

@@ -26,7 +26,7 @@ constexpr std::int32_t kAssertion = 2;
 constexpr std::uint32_t kCodeAccessViolation = 0xC0000005;
 constexpr std::uint32_t kCodeStackOverflow = 0xC00000FD;
 
-/// What a printf conversion takes of a signed field.
+/// A signed field as a printf conversion takes it.
 std::uint32_t Hex(std::int32_t value) {
     return static_cast<std::uint32_t>(value);
 }
@@ -36,8 +36,8 @@ std::uint32_t Low32(std::uintptr_t value) {
     return static_cast<std::uint32_t>(value);
 }
 
-/// Formats behind a text of `position` characters; the length of what was appended, less than 1 where there
-/// is no room.
+/// Formats after a text of `position` characters. Returns the length of what was appended, less than 1 if
+/// there is no room.
 template <class... Values>
 int AppendAt(char* buffer, int position, int size, const char* format, Values... values) {
     const int room = size - position;
@@ -173,8 +173,8 @@ int StandardExceptionTriageCallback::FormatSummary() {
 int StandardExceptionTriageCallback::LogFailure() {
     EmptyScratch();
     const FailureLines lines = Describe();
-    // The scratch holds 256 wide characters, the last of which stays zero. A byte of a file name that is not
-    // plain ASCII would keep the whole line from being printed.
+    // The scratch buffer holds 256 wide characters, of which the last stays zero. A byte of a file name that
+    // is not plain ASCII would keep the whole line from being printed.
     void* const scratch = scratch_;
     auto* const wide = static_cast<wchar_t*>(scratch);
     constexpr std::size_t kWideRoom = kScratchSize / sizeof(wchar_t) - 1;
@@ -229,7 +229,7 @@ void StandardExceptionTriageCallback::DumpExceptionRecord(void* file) {
     _WriteSingleLine(file, "BEGIN EXCEPTION RECORD\r\n");
     EmptyScratch();
     if (exceptionPointers_->ContextRecord != nullptr) {
-        // Nothing is known of a context on this platform: an empty line of no characters.
+        // Nothing is known of a context on this platform: writes an empty text.
         _WriteSingleLine(file, scratch_);
         EmptyScratch();
     }

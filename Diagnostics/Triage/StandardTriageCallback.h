@@ -8,7 +8,7 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// The error codes that a failure gets by its kind.
+/// The error codes that a failure gets, depending on its kind.
 enum FailureCode : std::int32_t {
     kProcessExited = 0x0049380A,
     kOtherNativeException = 0x00493807,
@@ -16,12 +16,12 @@ enum FailureCode : std::int32_t {
     kStackOverflow = 0x00493814
 };
 
-/// The process's own callback. Never torn down: a thread may fail while the process exits.
+/// The process's own callback. Never destroyed: a thread may fail while the process exits.
 extern NeverDestroyed<StandardExceptionTriageCallback> g_StandardExceptionTriageCallback;
 
-/// Appends the prefix, if any, and " D<i>=0x<word>" for each word to a text of that length in a buffer of
-/// that size, as far as they fit. Returns the new length; a negative position is returned as it is, and a
-/// prefix that does not fit changes nothing.
+/// Appends the prefix, if any, and " D<i>=0x<word>" for each word to a text of length `position` in a buffer
+/// of `size` bytes, as far as they fit. Returns the new length. A negative position is returned unchanged,
+/// and a prefix that does not fit changes nothing.
 int FormatExtraData(const char* prefix, int position, int size, char* buffer, int count,
                     const std::int32_t* data);
 

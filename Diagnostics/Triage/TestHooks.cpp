@@ -44,10 +44,10 @@ void LogTestEvents() {
 void* TestFailureThread(void* /*unused*/) {
     const bool interactive = g_InteractiveNativeCrashSimulator.load();
     SleepSeconds(kSecondsToFailure);
-    // The count is larger than the array on purpose: no more than four words are ever read.
+    // The count passed is larger than the array on purpose: no more than four words are ever read.
     const std::int32_t words[] = {15843, 223452, 3, 4};
     DeviceFatalErrorExtra(kTestFailureCode, "Diagnostics/TraceImpl", 58, 16, words);
-    // Only where the fatal error comes back.
+    // Reached only if the fatal error returns.
     LogTestEvents();
     if (interactive) {
         _GenerateAccessViolation(nullptr);
@@ -59,8 +59,8 @@ void* TestFailureThread(void* /*unused*/) {
     }
 }
 
-/// Converts a wide text into a zeroed buffer. The formatter's result: the whole length, negative where it
-/// does not convert; 0 for null.
+/// Converts a wide text into a zeroed buffer. Returns the formatter's result: the whole length, negative if
+/// the text does not convert; 0 for null.
 int Narrow(char* buffer, std::size_t size, const wchar_t* text) {
     return text != nullptr ? _snprintf_s_helper(buffer, size, size, "%ls", text) : 0;
 }

@@ -41,7 +41,7 @@ void DumpTraceInto(const wchar_t* folder, unsigned long backups) {
         TraceError("Failed to dump trace data, not enough memory to allocate a file path.\r\n");
         return;
     }
-    // A folder that is too long would be cut to the name of something else.
+    // A path that is too long would be cut to the name of something else.
     if (_snwprintf_s_helper(path.get(), kPathSize, kPathSize, L"%ls\\%ls", folder,
                             Catalogue::kSysTraceDump.wide) >= 1) {
         DumpSysTrace(path.get(), static_cast<int>(backups));

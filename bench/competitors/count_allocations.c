@@ -1,4 +1,4 @@
-/* Preloaded: counts what the process allocates. The C library's own names let the calls through. */
+/* Preloaded: counts the process's allocations. The calls go through to the C library's own functions. */
 
 #include <stdatomic.h>
 #include <stddef.h>

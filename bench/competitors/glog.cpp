@@ -1,4 +1,4 @@
-/// glog. Its name field is the source file's, and its level of debugging output is `VLOG`.
+/// glog. Its name field is the source file's name, and its debugging output is `VLOG`.
 
 #include "competitors/harness.h"
 
@@ -9,7 +9,7 @@ using bench::Job;
 namespace {
 
 void Open(const std::string& path, int) {
-    // A new destination closes the file before.
+    // A new destination closes the previous file.
     google::SetLogDestination(google::GLOG_WARNING, path.c_str());
 }
 

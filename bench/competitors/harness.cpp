@@ -25,7 +25,7 @@ double Now() {
     return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
-/// The number of allocations so far, where the counting allocator is preloaded.
+/// The number of allocations so far, if the counting allocator is preloaded.
 long Allocations() {
     using Counter = long (*)();
     static const auto counter = reinterpret_cast<Counter>(::dlsym(RTLD_DEFAULT, "CountedAllocations"));
@@ -38,8 +38,8 @@ struct Span {
     long allocations = 0;
 };
 
-/// Threads that compete are put on different processors: left to themselves they may share one for a whole
-/// repetition, and then do not compete.
+/// Threads that compete are put on different processors: otherwise they may share one for a whole repetition,
+/// and then they do not compete.
 void PlaceThread(int thread, int threads) {
     const long processors = ::sysconf(_SC_NPROCESSORS_ONLN);
     if (threads > 1 && processors > 1) {
@@ -50,7 +50,8 @@ void PlaceThread(int thread, int threads) {
     }
 }
 
-/// One thread alone runs in a second one, too: the C library spares a process of one thread its locks.
+/// Even a single thread runs beside the main thread: the C library skips its locks in a process with one
+/// thread.
 std::string Run(const Job& job, int threads, int calls, const std::string& path) {
     if (job.begin) {
         job.begin(path, threads);
@@ -64,7 +65,7 @@ std::string Run(const Job& job, int threads, int calls, const std::string& path)
             workers.emplace_back([&, i] {
                 Span& span = spans[static_cast<std::size_t>(i)];
                 PlaceThread(i, threads);
-                job.work(i, 1); // what a thread's first call has to set up
+                job.work(i, 1); // whatever a thread's first call sets up
                 start.arrive_and_wait();
                 const long before = Allocations();
                 span.begin = Now();
@@ -116,7 +117,7 @@ std::string Answer(const std::map<std::string, Job>& jobs, const std::string& re
 } // namespace
 
 int Serve(const std::map<std::string, Job>& jobs) {
-    // Answers go out through a descriptor of their own: libraries print to the standard output.
+    // Answers use a descriptor of their own, since libraries print to standard output.
     std::FILE* const answers = ::fdopen(::dup(STDOUT_FILENO), "w");
     if (answers == nullptr || ::dup2(STDERR_FILENO, STDOUT_FILENO) == -1) {
         return 1;

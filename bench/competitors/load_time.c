@@ -1,4 +1,4 @@
-/* Prints how many microseconds it takes to load the shared library named, with what it depends on. */
+/* Prints how many microseconds it takes to load the named shared library with its dependencies. */
 
 #include <dlfcn.h>
 #include <stdio.h>

@@ -1,4 +1,4 @@
-/// log4cplus' rolling file appender. Its loggers are known by their names, so each has a digit behind it.
+/// log4cplus' rolling file appender. Loggers are identified by name, so each name has a digit at its end.
 
 #include "competitors/harness.h"
 

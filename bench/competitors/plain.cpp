@@ -1,5 +1,6 @@
-/// What needs no library, in three programs by the first argument: `floor` is what no implementation can
-/// leave out, `minimum` the least that writes the same bytes, `fprintf` what a user without a library writes.
+/// Competitors that need no library, three programs chosen by the first argument: `floor` is what no
+/// implementation can avoid, `minimum` the least that writes the same bytes, `fprintf` what a user without a
+/// library would write.
 
 #include "competitors/harness.h"
 
@@ -39,7 +40,7 @@ std::uint32_t ThreadId() {
 
 // --- lines ------------------------------------------------------------------------------------------------
 
-/// The message's formatting and its copy into a buffer of the thread's own.
+/// Formats the message and copies it into a buffer of the thread's own.
 [[gnu::noinline, gnu::format(printf, 1, 2)]] void FormatAndCopy(const char* format, ...) {
     thread_local char buffer[kBufferSize];
     thread_local std::size_t fill = 0;
@@ -118,7 +119,7 @@ char* PutThreeDigits(char* out, int value) {
     return out;
 }
 
-/// The same bytes as a line of the library's: everything is formatted before the lock is taken.
+/// The same bytes as one of the library's lines: everything is formatted before the lock is taken.
 [[gnu::noinline, gnu::format(printf, 2, 3)]] void WriteLine(std::string_view name, const char* format, ...) {
     char line[kLineSize];
     char* out = std::to_chars(line, line + 24, Counter()).ptr;
@@ -147,7 +148,7 @@ std::FILE* stream = nullptr;
                  ThreadId(), "WARN", name, page, what);
 }
 
-/// Nothing, but called.
+/// An empty function that is really called.
 [[gnu::noinline]] void Nothing(const char* format, int page, const char* what) {
     asm volatile("" : : "r"(format), "r"(page), "r"(what));
 }
@@ -165,7 +166,8 @@ std::function<void(int, int)> Loop(Call call) {
 
 using Word = std::atomic_ref<std::uint32_t>;
 
-/// A file of a fixed size, mapped as the library maps its own, with the write index in a line of its own.
+/// A file of a fixed size, mapped as the library maps its own, with the write index in a cache line of its
+/// own.
 class Mapping {
   public:
     struct Entry {
@@ -191,7 +193,7 @@ class Mapping {
         words_ = static_cast<std::uint32_t*>(view);
     }
 
-    /// Where the library's trace has its filter, too: beside the write index.
+    /// The library's trace, too, has its filter beside the write index.
     void LetThrough() { Word(words_[11]).store(~0U); }
     bool IsLetThrough(std::uint32_t id) {
         return (Word(words_[11]).load(std::memory_order_relaxed) & 0x80000000U >> (id >> 22 & 31)) != 0;
@@ -199,7 +201,7 @@ class Mapping {
 
     std::uint32_t Claim(std::uint32_t mask) { return (Word(words_[2]).fetch_add(1) + 1) & mask; }
 
-    /// `slot` counts in pieces of `words` words, behind a header of 256 bytes.
+    /// `slot` counts in units of `words` words, after a header of 256 bytes.
     std::uint32_t* Slot(std::uint32_t slot, std::uint32_t words) {
         return words_ + 64 + std::size_t{slot} * words;
     }
@@ -233,7 +235,7 @@ template <class... Words>
     next(ThreadId());
 }
 
-/// The clock and as many additions as a record has entries.
+/// The clock, and as many additions as a record has entries.
 template <int kEntries>
 [[gnu::noinline]] void ReadClockAndAdd() {
     for (int i = 0; i < kEntries; ++i) {

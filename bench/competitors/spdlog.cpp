@@ -1,5 +1,4 @@
-/// spdlog's rotating file sink, synchronous. Of its time formats the pattern has the one that is quickest to
-/// write.
+/// spdlog's rotating file sink, synchronous. The pattern uses the time format that is quickest to write.
 
 #include "competitors/harness.h"
 

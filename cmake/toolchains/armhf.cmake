@@ -1,7 +1,7 @@
 # 32-bit ARM (hard float) with Debian's cross compiler; programs run under qemu.
 #
-# The folder that scripts/armhf-sysroot makes is found relative to this file, so that other projects can name the
-# file by its path. NIMA_ARMHF_SYSROOT points elsewhere if need be.
+# The folder that scripts/armhf-sysroot creates is found relative to this file, so that other projects can refer to the
+# file by its path. NIMA_ARMHF_SYSROOT selects another folder.
 
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR armv7l)
@@ -25,23 +25,23 @@ set(CMAKE_FIND_ROOT_PATH "${NIMA_ARMHF_SYSROOT}" "${_nima_cross_root}")
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-# A package built for ARM is installed under a prefix of the host's file system.
+# A package built for ARM is installed under a prefix in the host's file system.
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE BOTH)
-# The host's own .pc files describe the wrong architecture. The ARM ones name folders of the target's file system,
-# which the flags below stand for.
+# The host's own .pc files describe the wrong architecture. The ARM ones name folders of the target's file system; the
+# flags below replace these.
 set(ENV{PKG_CONFIG_LIBDIR}
     "${NIMA_ARMHF_SYSROOT}/usr/lib/arm-linux-gnueabihf/pkgconfig:${NIMA_ARMHF_SYSROOT}/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_SYSTEM_INCLUDE_PATH} /usr/include:/usr/include/arm-linux-gnueabihf)
 set(ENV{PKG_CONFIG_SYSTEM_LIBRARY_PATH} /lib:/usr/lib:/lib/arm-linux-gnueabihf:/usr/lib/arm-linux-gnueabihf)
 
-# Without unwind tables a backtrace ends at its first frame. -idirafter, because libunwind brings an unwind.h that
-# must not hide the compiler's.
+# Without unwind tables a backtrace ends at its first frame. -idirafter, because libunwind has an unwind.h that must not
+# hide the compiler's.
 set(_nima_flags "-funwind-tables -idirafter \"${NIMA_ARMHF_SYSROOT}/usr/include/arm-linux-gnueabihf\"")
 string(APPEND _nima_flags " -idirafter \"${NIMA_ARMHF_SYSROOT}/usr/include\"")
 set(CMAKE_C_FLAGS_INIT "${_nima_flags}")
 set(CMAKE_CXX_FLAGS_INIT "${_nima_flags}")
 
-# -rpath-link for what the shared libraries in there need themselves.
+# -rpath-link for the dependencies of the shared libraries in there.
 set(_nima_link_flags "")
 foreach(_nima_dir IN LISTS _nima_library_dirs)
   string(APPEND _nima_link_flags " -L\"${_nima_dir}\" -Wl,-rpath-link,\"${_nima_dir}\"")

@@ -1,8 +1,8 @@
 #pragma once
 
-/// The layouts of everything binary that processes share or leave behind, as plain structures. All integers
-/// are little-endian. Writers and readers both use this header; the pages under doc/ say what the fields mean
-/// and what a reader does with what it does not know.
+/// The layouts of all binary data that processes share or leave behind, as plain structures. All integers are
+/// little-endian. Writers and readers both use this header; the pages under doc/ say what the fields mean and
+/// what a reader does with data it does not know.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -27,19 +27,19 @@ enum {
 };
 
 typedef struct SysTraceHeader {
-    char magic[4];                               ///< "strc"
-    uint32_t headerSize;                         ///< 256
-    uint32_t writeIndex;                         ///< of the last claimed entry, before masking; -1 when empty
-    uint32_t bufferSize;                         ///< bytes: entryCount * 8 + 256
-    uint32_t version;                            ///< 2
-    uint32_t entryCount;                         ///< a power of two
-    int32_t wrapCount;                           ///< times slot 0 was claimed, from -1
-    uint32_t flags;                              ///< SYSTRACE_FLAG_...
-    uint32_t timerWord1;                         ///< 1,000,000 without timer hardware
-    uint32_t timerWord2;                         ///< 0xFFFFFFFF without timer hardware
-    uint32_t state;                              ///< capture state, 1 while tracing
+    char magic[4];       ///< "strc"
+    uint32_t headerSize; ///< 256
+    uint32_t writeIndex; ///< index of the last claimed entry, before masking; -1 when empty
+    uint32_t bufferSize; ///< bytes: entryCount * 8 + 256
+    uint32_t version;    ///< 2
+    uint32_t entryCount; ///< a power of two
+    int32_t wrapCount;   ///< times slot 0 was claimed, counted from -1
+    uint32_t flags;      ///< SYSTRACE_FLAG_...
+    uint32_t timerWord1; ///< 1,000,000 without timer hardware
+    uint32_t timerWord2; ///< 0xFFFFFFFF without timer hardware
+    uint32_t state;      ///< capture state, 1 while tracing
     uint32_t liveFilter[SYSTRACE_FILTER_WORDS];  ///< a set bit lets a component trace at a level
-    uint32_t savedFilter[SYSTRACE_FILTER_WORDS]; ///< the live filter while a capture has cleared it
+    uint32_t savedFilter[SYSTRACE_FILTER_WORDS]; ///< holds the live filter while a capture has cleared it
     uint32_t indexMask;                          ///< entryCount - 1
     uint32_t savedState;                         ///< the state before a capture
     unsigned char reserved[76];                  ///< zero
@@ -116,7 +116,7 @@ NIMA_FORMAT_OFFSET(RingDirectory, unused, 132);
 typedef struct RingBufferData {
     int64_t timestamp; ///< performance counter; 0 marks an empty slot
     uint32_t threadId;
-    uint32_t words[5]; ///< word 1 is the event code where an event was written
+    uint32_t words[5]; ///< word 1 is the event code if an event was written
 } RingBufferData;
 
 NIMA_FORMAT_ASSERT(sizeof(RingBufferData) == RING_RECORD_SIZE);

@@ -4,9 +4,9 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// A plain mutex with a virtual destructor, used as a member or as a base. Not recursive: a thread that
-/// locks it twice waits for itself. Meets the standard library's Lockable requirements, so
-/// `std::lock_guard<LockStruct>` works. Not to be used from a signal handler.
+/// A plain mutex with a virtual destructor, used as a member or as a base. Not recursive: a thread that locks
+/// it twice waits for itself. Meets the standard library's Lockable requirements, so
+/// `std::lock_guard<LockStruct>` works. Must not be used in a signal handler.
 class LockStruct {
   public:
     LockStruct() = default;
@@ -18,9 +18,9 @@ class LockStruct {
     int lock() { return pthread_mutex_lock(&mutex_); }
     /// Takes the lock if it is free. Returns whether it did.
     bool try_lock() { return pthread_mutex_trylock(&mutex_) == 0; }
-    /// Gives the lock back. Returns 0, or the error number of the threads library.
+    /// Releases the lock. Returns 0, or the error number of the threads library.
     int unlock() { return pthread_mutex_unlock(&mutex_); }
-    /// Makes the lock free. Only for the child of a fork: the thread that held it is not there any more.
+    /// Makes the lock free. Only for the child of a fork, in which the thread that held it does not exist.
     void Renew() { pthread_mutex_init(&mutex_, nullptr); }
 
   private:
@@ -28,8 +28,8 @@ class LockStruct {
 };
 
 /// The variant for locks that are static objects. It needs no construction, so it works before any
-/// constructor has run, and is never torn down, so threads that are still running while the process exits
-/// can take it to the very end.
+/// constructor has run. It is never destroyed, so threads that still run while the process exits can take it
+/// to the very end.
 class StaticLockStruct {
   public:
     constexpr StaticLockStruct() = default;

@@ -13,56 +13,57 @@ namespace Nima::Common::System::OS::Diagnostics {
 class TraceSet;
 class TracerLock;
 
-/// A tracer: what a component writes its text lines through.
+/// A tracer: a component writes its text lines through it.
 ///
 ///     static NimaTrace trace("Scanner");
 ///     trace.WriteWarnV("jam at %d", 3);     // ... <WARN> <Scanner> jam at 3
 ///
-/// A tracer binds itself to the device registered as "LogFile" with its first line, and to every
-/// later device of that name when one is created; until there is one, lines are dropped. A line is written
-/// while the process-wide effective level is at most the level's threshold (`TraceSetEffectiveLevel`). A line
-/// that is filtered out costs one load and one comparison.
+/// With its first line a tracer binds itself to the device registered as "LogFile", and later to every new
+/// device created under that name. Until there is one, lines are dropped. A line is written while the
+/// process-wide effective level is at most the level's threshold (`TraceSetEffectiveLevel`). A line that is
+/// filtered out costs one load and one comparison.
 ///
-/// Any thread may write through any tracer, but not from a signal handler. Writers return nothing and
-/// report nothing.
+/// Any thread may write through any tracer, but not from a signal handler. Writers return nothing and report
+/// nothing.
 ///
-/// Threads may go on writing through a static tracer while the process exits: once it has been destroyed, its
-/// lines are dropped. Of any other tracer the owner must not give up the memory while somebody still uses it.
+/// Threads may keep writing through a static tracer while the process exits; once it has been destroyed, its
+/// lines are dropped. The owner of any other tracer must not free its memory while anybody still uses it.
 ///
-/// A forked child may write through every tracer, whatever the parent's threads were at, and also where it
-/// was forked under a tracer's lock.
+/// A forked child may write through every tracer, whatever the parent's threads were doing, even if it was
+/// forked under a tracer's lock.
 ///
 /// Every level has the same four writers:
 /// - `Write<Level>V(format, ...)`: a printf-style line;
 /// - `Write<Level>(format, arguments)`: the same with an argument list;
-/// - `Write<Level>(data, length)`: raw bytes behind a header;
-/// - `Write<Level>(tag, data, length)`: raw bytes behind a header and "tag::".
-/// A formatted line is cut to 1023 characters, prefix included; one that the C library fails to format (a
-/// wide argument that does not convert) goes out as 1024 bytes, zeros behind what was formatted. A null
-/// format, an empty message, null data and a length of 0 or less write nothing. A tag that does not fit
-/// writes the cut header and drops the data.
+/// - `Write<Level>(data, length)`: raw bytes after a header;
+/// - `Write<Level>(tag, data, length)`: raw bytes after a header and "tag::".
+///
+/// A formatted line is cut to 1023 characters, prefix included. If the C library fails to format a line (a
+/// wide argument that does not convert), 1024 bytes are written, with zeros after what was formatted. A null
+/// format, an empty message, null data or a length of 0 or less writes nothing. If a tag does not fit, the
+/// cut header is written and the data is dropped.
 class NIMA_DIAGNOSTICS_API NimaTrace {
   public:
     /// `name` is the component's name and is copied; null counts as empty.
     explicit NimaTrace(const char* name);
     NimaTrace(const NimaTrace&) = delete;
     NimaTrace& operator=(const NimaTrace&) = delete;
-    /// Flushes the bound device and gives up the reference to it. Waits up to 100 ms for a writer who is
-    /// inside; from one who stays longer nothing is taken away until he is through. The thread that holds the
-    /// tracer's lock may destroy it.
+    /// Flushes the bound device and releases the reference to it. Waits up to 100 ms for a writer that holds
+    /// the lock; if the writer takes longer, what it uses is freed only after it has finished. The thread
+    /// that holds the tracer's lock may destroy the tracer.
     virtual ~NimaTrace();
 
-    /// Take and give back the tracer's lock, which every writer holds while it writes. It is not
-    /// recursive: the holder must not write through this tracer, only call `Initialized`.
+    /// Take and release the tracer's lock, which every writer holds while it writes. The lock is not
+    /// recursive: its holder must not write through this tracer and may only call `Initialized`.
     void lock();
     void unlock();
 
     /// Binds the tracer on the first call and returns whether a device is bound. May be called with or
     /// without the tracer's lock.
     bool Initialized();
-    /// Gives up the bound device and binds to the device now registered as "LogFile", if any.
+    /// Releases the bound device and binds to the device now registered as "LogFile", if any.
     void Initialize();
-    /// Flushes the bound device; `final` is handed on to it.
+    /// Flushes the bound device and passes `final` on to it.
     void Flush(bool final);
     void Flush() { Flush(false); }
 

@@ -6,36 +6,35 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// A text log of bounded size: what a configuration record of type 1 creates. Lines are gathered in a
+/// A text log of bounded size; a configuration record of type 1 creates one. Lines are gathered in a
 /// 4096-byte buffer and reach the file when the next line would not fit, on `Flush` and on `Close`.
 ///
-/// The device has two sets of settings. The configured one (size, backups, file name, append) comes with
-/// `Init` and governs opening, writing and the decision to roll. The property set is what the accessors
-/// below read and write; of it only the file name has an effect: it is the name that a roll renames,
-/// deletes and looks for backups under. A host that wants its log kept as a backup when it is full sets it
-/// to the log's own name:
+/// The device has two sets of settings. The configured set (size, backups, file name, append) comes with
+/// `Init` and controls opening, writing and when to roll. The property set is what the accessors below read
+/// and write. Of the properties only the file name has an effect: a roll renames, deletes and looks for
+/// backups under that name. A host that wants a full log kept as a backup sets it to the log's own name:
 ///
 ///     auto* log = static_cast<CRollingLogFile*>(handle);   // a handle of a device of type 1
 ///     log->SetFileName(L"device.log");
 ///
-/// While it is empty a log with 0 backups is overwritten from its start when it is full. With backups
-/// configured it then reports on every line that it failed to roll and writes each at the file's start, so
+/// While the name is empty, a full log with 0 backups is overwritten from its start. A full log with backups
+/// configured reports on every line that it failed to roll and writes each line at the start of the file, so
 /// that only the newest survives: set the name, or configure 0 backups.
 ///
-/// The maximum is kept as a signed 32-bit number: with 0, or from 2^31 on, the log is full at every line, and
-/// rolls or goes on at its start each time. A path belongs to one process: a second one that logs to it
-/// keeps a position of its own, and each overwrites the other's lines.
+/// The maximum is kept as a signed 32-bit number. With 0, or from 2^31 on, the log is full at every line, and
+/// each time it rolls or continues at its start. A path belongs to one process: a second process that logs to
+/// it keeps its own position, and each overwrites the other's lines.
 class NIMA_DIAGNOSTICS_API CRollingLogFile : public CBaseTraceDevice {
   public:
     CRollingLogFile();
-    /// Writes out what is buffered and closes the file, without taking the lock: no other thread may be
-    /// using the device.
+    /// Writes out the buffer and closes the file, without taking the lock: no other thread may be using the
+    /// device.
     ~CRollingLogFile() override;
 
-    /// Closes the file, takes the settings of a record of type 1 (any other record, or none, keeps those
-    /// in force), opens the file at its end and writes a calibration line. Without the append flag it is
-    /// rolled first, as a full one is. On failure the device is closed and `errno` tells why. On ARM the path
-    /// must not be a symbolic link (ELOOP).
+    /// Closes the file, takes the settings of a record of type 1 (any other record, or none, keeps the
+    /// current ones), opens the file at its end and writes a calibration line. Without the append flag the
+    /// file is first rolled as if it were full. On failure the device is closed and `errno` says why. On ARM
+    /// the path must not be a symbolic link (ELOOP).
     void Init(_TraceConfig* config) override;
     void Close() override;
     /// The writers ignore a null pointer, a length of 0 or less and a closed device. A line whose last
@@ -65,7 +64,7 @@ class NIMA_DIAGNOSTICS_API CRollingLogFile : public CBaseTraceDevice {
   private:
     friend class ForkedDevice;
 
-    // All of these expect the caller to hold the lock.
+    // The caller must hold the lock for all of these.
     bool InternalInit();
     void InternalClose();
     void FlushBigBuffer();

@@ -12,35 +12,35 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 class ForkedDevice;
 
-/// An output of the text trace. Tracers and the plain C functions reach every device through this interface
-/// alone. The order of the virtual functions is fixed.
+/// An output of the text trace. Tracers and the plain C functions reach devices only through this interface.
+/// The order of the virtual functions is fixed.
 ///
-/// Every operation may be called from any thread; none may be called from a signal handler. No write
-/// reports to its caller: a line that cannot be written is dropped in silence. A device must not call back
-/// into the registry (create, find, release, flush all) from `Init`, `Close`, `Flush` or its destructor.
+/// Every operation may be called from any thread; none may be called from a signal handler. No write reports
+/// to its caller: a line that cannot be written is dropped silently. A device must not call back into the
+/// registry (create, find, release, flush all) from `Init`, `Close`, `Flush` or its destructor.
 class NIMA_DIAGNOSTICS_API ITraceDevice {
   public:
     virtual ~ITraceDevice() = default;
-    /// (Re)configures and opens the device. The record is read during the call only and may be null. On
-    /// success the device's open flag is set; on failure it is clear and `errno` tells why.
+    /// Configures and opens the device, or does so again. The record is read during the call only and may be
+    /// null. On success the device's open flag is set; on failure it is clear and `errno` says why.
     virtual void Init(_TraceConfig* config) = 0;
-    /// Closes the output and clears the open flag. A later `Init` re-opens it.
+    /// Closes the output and clears the open flag. A later `Init` reopens it.
     virtual void Close() = 0;
-    /// Writes one line of text: the device puts its header in front and sees to the line's end.
+    /// Writes one line of text: the device adds its header in front and the line end.
     virtual void WriteData(unsigned char* text, int length) = 0;
     /// Writes bytes as they are, without a header.
     virtual void WriteDataRaw(unsigned char* data, int length) = 0;
-    /// The enabled flag, false for a new device. No device of the library consults it before it writes.
+    /// The enabled flag, false for a new device. The library's devices do not check it before they write.
     virtual bool GetEnabled() = 0;
     virtual void SetEnabled(bool enabled) = 0;
     /// Adds one reference; returns the new count.
     virtual int AddRef() = 0;
-    /// Gives one reference back; returns the new count. At 0 the device has been destroyed.
+    /// Releases one reference; returns the new count. At 0 the device has been destroyed.
     virtual int Release() = 0;
     /// A copy of the device's name, "unknown" for a new device.
     virtual std::wstring GetName() = 0;
     virtual void SetName(std::wstring name) = 0;
-    /// Brings what the device holds back to its output.
+    /// Writes out what the device holds back.
     virtual void Flush() = 0;
     /// The same; `final` asks the device to hold nothing back from now on.
     virtual void Flush(bool final) = 0;
@@ -49,10 +49,10 @@ class NIMA_DIAGNOSTICS_API ITraceDevice {
                                           int dataLength) = 0;
 };
 
-/// What all devices share: name, flags, reference count, lock and the header of a line. A device class
-/// takes `lock_` around its own operations and calls the header functions only while it holds it.
+/// What all devices share: name, flags, reference count, lock and the header of a line. A device class takes
+/// `lock_` around its own operations and calls the header functions only while it holds the lock.
 ///
-/// A new device has 0 references, the name "unknown", is neither enabled nor open, and counts as alive
+/// A new device has 0 references and the name "unknown", is neither enabled nor open, and counts as alive
 /// until it is destroyed (`GetTraceDeviceCount`).
 class NIMA_DIAGNOSTICS_API CBaseTraceDevice : public ITraceDevice {
     friend class ForkedDevice;
@@ -66,8 +66,8 @@ class NIMA_DIAGNOSTICS_API CBaseTraceDevice : public ITraceDevice {
     /// Read and written without a lock.
     bool GetEnabled() override;
     void SetEnabled(bool enabled) override;
-    /// Both counts are atomic, so references may be taken and given back on any thread. The release that
-    /// finds a count of exactly 1 destroys the device before it returns 0.
+    /// Both change the count atomically, so references may be taken and released on any thread. The release
+    /// that finds a count of exactly 1 destroys the device before it returns 0.
     int AddRef() override;
     int Release() override;
     std::wstring GetName() override;
@@ -81,12 +81,12 @@ class NIMA_DIAGNOSTICS_API CBaseTraceDevice : public ITraceDevice {
     /// The name of the device's time source: "rdtsc" for timer type 1, "asic" for 2, "qpc" for any other.
     const char* GetTimerType() const;
 
-    /// The four functions below write a line's header into `headerBuffer_`, cut to 256 bytes with its
-    /// terminating zero, and return its length. The date form is
-    /// "%04d%02d%02d%02d%02d%02d.%03d <0x%8.8x:%03d> " with the fields of a `_SYSTEMTIME` as they stand, each
-    /// read as a signed 16-bit number and without the day of the week; the counter form is
-    /// "%lld <0x%8.8x:%03d> ". Behind the time stand a thread's identifier, cut to 32 bits, and the
-    /// scheduling priority of the thread that formats the header.
+    /// The four functions below write a line's header into `headerBuffer_`, cut to 256 bytes including its
+    /// terminating zero, and return its length. The date form is "%04d%02d%02d%02d%02d%02d.%03d
+    /// <0x%8.8x:%03d> " with the fields of a `_SYSTEMTIME` as they are, each read as a signed 16-bit number
+    /// and without the day of the week. The counter form is "%lld <0x%8.8x:%03d> ". After the time come a
+    /// thread's identifier, cut to 32 bits, and the scheduling priority of the thread that formats the
+    /// header.
     int WriteHeaderDateTime();
     int WriteHeaderCounter();
     int WriteHeader(long long counter, long threadId);

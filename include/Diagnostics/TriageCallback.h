@@ -15,7 +15,7 @@ class NIMA_DIAGNOSTICS_API OutputAdapter {
     OutputAdapter(const OutputAdapter&) = delete;
     OutputAdapter& operator=(const OutputAdapter&) = delete;
     virtual ~OutputAdapter() = default;
-    /// Nonzero on success. A null text fails.
+    /// Returns nonzero on success. A null text fails.
     virtual int WriteToOutput(const char* text, int length) = 0;
 
   private:
@@ -32,8 +32,8 @@ class NIMA_DIAGNOSTICS_API FileHandleOutputAdapter final : public OutputAdapter 
     void* file_;
 };
 
-/// Writes into a buffer of the caller's, zeroed at construction and always terminated. Once a text has not
-/// fitted, or has filled the buffer exactly, every later one fails.
+/// Writes into the caller's buffer, which is zeroed at construction and always terminated. Once a text did
+/// not fit, or filled the buffer exactly, every later one fails.
 class NIMA_DIAGNOSTICS_API BufferOutputAdapter final : public OutputAdapter {
   public:
     BufferOutputAdapter(char* buffer, int size, bool flag);
@@ -47,58 +47,59 @@ class NIMA_DIAGNOSTICS_API BufferOutputAdapter final : public OutputAdapter {
 
 struct _MODULEENTRY32;
 
-/// Knows what went wrong and writes the sections of the crash log. A host derives from it, or from the
-/// standard callback below, and hands it to `CaptureTriageData`; every section that it overrides is the one
-/// written. Used by one thread at a time. `file` is always a handle of the library's own, good for
-/// `WriteText`; the order of the virtual functions is fixed.
+/// Knows what went wrong and writes the sections of the crash log. A host derives from this class, or from
+/// the standard callback below, and passes its object to `CaptureTriageData`, which then writes the sections
+/// that the object overrides instead of the standard ones. Used by one thread at a time. `file` is always one
+/// of the library's own handles, valid for `WriteText`. The order of the virtual functions is fixed.
 class NIMA_DIAGNOSTICS_API TriageCallback {
   public:
     TriageCallback() = default;
     TriageCallback(const TriageCallback&) = delete;
     TriageCallback& operator=(const TriageCallback&) = delete;
 
-    /// The failure block of the crash log.
+    /// Writes the failure block of the crash log.
     virtual void WhatItIs(void* file) = 0;
-    /// The failure lines to trace and critical output; the one-line summary is left in the scratch. Returns
-    /// its length.
+    /// Writes the failure lines to the trace and the critical output, and leaves the one-line summary in the
+    /// scratch buffer. Returns its length.
     virtual int LogFailure() = 0;
-    /// Head of the file, `WhatItIs`, module table.
+    /// Writes the head of the file, `WhatItIs` and the module table.
     virtual void DoCrashHeader(void* file);
-    /// Last line and footer text.
+    /// Writes the last line and the footer text.
     virtual void DoCrashFooter(void* file);
-    /// Heading and `DumpCallstacksImpl`.
+    /// Writes the heading and `DumpCallstacksImpl`.
     virtual void DumpCallstacks(void* file);
-    /// Heading and all rings as text.
+    /// Writes the heading and all rings as text.
     virtual void DumpRingBuffers(void* file);
-    /// Takes a failure: type 1 native exception, 0 exit, other: `code` is the error code.
+    /// Takes a failure. Type 1 is a native exception and 0 an exit; for any other type `code` is the error
+    /// code.
     virtual void SetExceptionInfo(int type, long code, long address) = 0;
-    /// Takes an assertion, failure type 2.
+    /// Takes an assertion, which is failure type 2.
     virtual void SetAssertInfo(long code, const char* file, int line, _EXCEPTION_POINTERS* pointers,
                                long extraCount, long* extraData) = 0;
     /// Nonzero asks for a crash dump (`GenerateCrashDump`).
     virtual int GetDump() = 0;
     virtual ~TriageCallback() = default;
     virtual void Init() = 0;
-    /// The call stacks, whatever is known of them.
+    /// Writes the call stacks, as far as they are known.
     virtual void DumpCallstacksImpl(void* file) = 0;
 
     /// Writes a zero-terminated text to the file of a section.
     static void WriteText(void* file, const char* text);
-    /// Converts a wide text piece by piece in `scratch` and writes it; allocates nothing. Stops at what does
-    /// not convert.
+    /// Converts a wide text piece by piece in `scratch` and writes it; allocates nothing. Stops at the first
+    /// character that does not convert.
     static void LowImpactStringWriter(char* scratch, int size, const wchar_t* text, void* file);
-    /// Writes the table of a process's modules through the adapter; the result of the first module's look-up,
-    /// 0 where the platform has no module snapshots. With a callback of failure type 1 the module that holds
-    /// the fault address is traced (`RecordFaultingModule`).
+    /// Writes the table of a process's modules through the adapter. Returns the result of looking up the
+    /// first module, which is 0 where the platform has no module snapshots. With a callback of failure type
+    /// 1, the module that contains the fault address is traced (`RecordFaultingModule`).
     static int ListProcessModules(char* scratch, int size, int processId, OutputAdapter& adapter,
                                   TriageCallback* callback);
     static int ListProcessModules(char* scratch, int size, int processId, OutputAdapter& adapter);
-    /// The boot cycle shared by all callbacks of the process. Atomic.
+    /// The boot cycle, shared by all callbacks of the process. Atomic.
     static long GetBootCycle();
     static void SetBootCycle(long bootCycle);
 
     void RecordFaultingModule(_MODULEENTRY32& module) const;
-    /// Cut to 255 bytes; null empties it.
+    /// The name is cut to 255 bytes; null empties it.
     void SetFileName(const char* name);
     void EmptyScratch();
 
@@ -110,7 +111,7 @@ class NIMA_DIAGNOSTICS_API TriageCallback {
     static constexpr int kFileNameSize = 256;
     static constexpr int kScratchSize = 1024;
 
-    char footer_[256]{}; ///< written behind the crash log's last line
+    char footer_[256]{}; ///< written after the crash log's last line
     alignas(wchar_t) char scratch_[kScratchSize]{};
     std::int32_t errorCode_ = static_cast<std::int32_t>(0xDEADBEEF);
     std::int32_t exceptionCode_ = 0;
@@ -130,13 +131,13 @@ class NIMA_DIAGNOSTICS_API StandardExceptionTriageCallback : public TriageCallba
     void WhatItIs(void* file) override;
     int LogFailure() override;
     void SetExceptionInfo(int type, long code, long address) override;
-    /// At most four extra words are kept.
+    /// Keeps at most four extra words.
     void SetAssertInfo(long code, const char* file, int line, _EXCEPTION_POINTERS* pointers, long extraCount,
                        long* extraData) override;
-    /// 1.
+    /// Returns 1.
     int GetDump() override;
     void Init() override;
-    /// The exception record, if there is one.
+    /// Writes the exception record, if there is one.
     void DumpCallstacksImpl(void* file) override;
 
   private:
@@ -151,9 +152,9 @@ class NIMA_DIAGNOSTICS_API StandardExceptionTriageCallback : public TriageCallba
     std::int32_t extraCount_ = 0;
 };
 
-/// Writes "SysTrace.bin" into `triageFolder` (null: an ERROR line instead) and, through the callback's
-/// sections, the crash log, keeping earlier ones as backups. Returns 1 when the crash log was written, 0 for
-/// a null path or callback or a file that cannot be created. A section that throws is given up; the next ones
+/// Writes "SysTrace.bin" into `triageFolder` (if null, an ERROR line instead) and, through the callback's
+/// sections, the crash log. Earlier ones are kept as backups. Returns 1 if the crash log was written; 0 for a
+/// null path or callback, or if the file cannot be created. A section that throws is abandoned; the next ones
 /// are written.
 NIMA_DIAGNOSTICS_API int CaptureTriageData(const wchar_t* crashLogPath, unsigned long backups,
                                            TriageCallback* callback, const wchar_t* triageFolder);

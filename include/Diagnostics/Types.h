@@ -11,15 +11,15 @@
 namespace Nima::Common::System::OS::Diagnostics {
 class ITraceDevice;
 }
-/// A counted reference to a trace device. The holder owns one reference and gives it back with
-/// `TraceDeviceRelease`; after that the handle must not be used. One handle may be used by any number of
-/// threads at once. In C++ it is the device itself, in C it is opaque.
+/// A counted reference to a trace device. The holder owns one reference and releases it with
+/// `TraceDeviceRelease`; after that the handle must not be used. Any number of threads may use one handle at
+/// once. In C++ it is the device itself, in C it is opaque.
 typedef Nima::Common::System::OS::Diagnostics::ITraceDevice* TRACE_DEVICE_HANDLE;
 #else
 typedef struct TRACE_DEVICE_HANDLE__* TRACE_DEVICE_HANDLE;
 #endif
 
-/// The kinds of trace device, as `_TraceConfig::type` takes them. 2 is not used and is refused.
+/// The kinds of trace device, as used in `_TraceConfig::type`. 2 is not used and is refused.
 enum TraceDeviceType {
     TRACE_DEVICE_ROLLING_LOG_FILE = 1,
     TRACE_DEVICE_MEMORY_QUEUE = 3,
@@ -27,8 +27,8 @@ enum TraceDeviceType {
 };
 
 /// The threshold of each level. A line is written while the effective level is at most its threshold, so
-/// setting the effective level to one of these lets that level and the more severe ones through. The
-/// distances are not even: hosts compare with these very numbers.
+/// setting the effective level to one of these lets that level and the more severe ones through. The steps
+/// are uneven, and hosts compare with these exact numbers.
 enum TraceThreshold {
     TRACE_THRESHOLD_FATAL = 110000,
     TRACE_THRESHOLD_ERROR = 70000,
@@ -39,7 +39,7 @@ enum TraceThreshold {
 };
 
 /// Configures one trace device. The caller owns the record and every string in it; all are read during the
-/// call only. What follows the name depends on the type, and a console has no further settings.
+/// call only. The fields after the name depend on the type; a console has no further settings.
 typedef struct _TraceConfig {
     int32_t type;        ///< one of `TraceDeviceType`
     const wchar_t* name; ///< the device's name in the registry, never null
@@ -48,18 +48,18 @@ typedef struct _TraceConfig {
             uint32_t maxFileSize;    ///< bytes; with 0, or from 2^31 on, every line finds the log full
             uint32_t maxRollCount;   ///< number of backups; 0 rewinds the file instead of rolling it
             const wchar_t* fileName; ///< the log's path
-            bool append;             ///< true goes on behind an existing file, false rolls it first
+            bool append;             ///< true appends to an existing file, false rolls it first
         } rollingLogFile;
         struct {
-            int32_t queueDepth;      ///< stored, but the depth in force is that of `SetQueueDepth`
+            int32_t queueDepth;      ///< stored, but the depth in effect is that of `SetQueueDepth`
             const wchar_t* fileName; ///< where `Flush` writes; an empty name keeps the device's earlier one
             int32_t mode; ///< bit 1: `Close` writes the queue out; bit 2: a full queue is written out
         } memoryQueue;
     } settings;
 } _TraceConfig;
 
-/// A wall-clock time in the shape of a Win32 record, but holding the raw fields of the C library's
-/// broken-down time: nothing is added to year or month.
+/// A wall-clock time in the form of a Win32 record, but with the raw fields of the C library's broken-down
+/// time: nothing is added to year or month.
 typedef struct _SYSTEMTIME {
     uint16_t wYear;         ///< years since 1900
     uint16_t wMonth;        ///< months since January, 0 to 11

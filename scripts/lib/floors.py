@@ -3,11 +3,14 @@
 
     floors.py [ROOT]
 
-A table of the page whose first column is headed "floor" gives a floor to each path in backticks: a folder with all that is
-in it ("tools/base/"), or a unit, which is a header and its source ("Diagnostics/TraceDevice"); the longest path that fits
-counts, and paths with the word "with" between them count as one. The first table is the ground on which the others stand, each by itself. A file may include its own header, what is
-under the same path, what is on a lower floor of its table, and the ground. Units must not include each other in a circle,
-and every source must have a floor. Exit status 1, and a line for each include that is wrong.
+A table of the page whose first column is headed "floor" gives a floor to each path in backticks: a folder with
+everything in it ("tools/base/"), or a unit, which is a header and its source ("Diagnostics/TraceDevice"). The longest
+path that matches a file counts, and paths with the word "with" between them count as one. A floor may have several
+rows. The first table is the ground; each of the others builds on it alone. A file may include its own header, files
+under the same path, files on a lower floor of its table, and the ground. Units must not include each other in a circle,
+and every source must have a floor. A table whose first column is headed "folder, its public headers" confines folders
+to the public headers of its second column; again the longest path counts. Prints a line for each include that is wrong;
+exit status 1 if there is any.
 """
 
 import pathlib
@@ -19,25 +22,38 @@ CHECKED = ("catalogue", "include", "platform", "ini", "Diagnostics", "crashHandl
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<(Diagnostics/[^>]+)>)', re.M)
 
 
-def floors_of(page):
-    """{path: (house, floor, group)}: each table of floors is a house of its own, the first one the ground of all others."""
-    floors, house, inside = {}, -1, False
+def rows_of(page, heading):
+    """The cells of each row of each table whose first column has this heading, with the table's number."""
+    table, inside = -1, False
     for line in page.splitlines():
         cells = [cell.strip() for cell in line.strip().strip("|").split("|")]
         if not line.startswith("|"):
             inside = False
-        elif cells[0] == "floor":
-            inside, house = True, house + 1
-        elif inside and cells[0].isdigit():
-            group = 0
-            for before, path in re.findall(r"([^`]*)`([^`]+)`", cells[1]):
-                group += before != " with "
-                floors[path] = (house, int(cells[0]), group)
+        elif cells[0] == heading:
+            inside, table = True, table + 1
+        elif inside and not cells[0].startswith("-"):
+            yield table, cells
+
+
+def floors_of(page):
+    """{path: (house, floor, group)}. Each table of floors is a house, house 0 the ground. Paths that count as one share
+    a group."""
+    floors, group = {}, 0
+    for house, cells in rows_of(page, "floor"):
+        for before, path in re.findall(r"([^`]*)`([^`]+)`", cells[1]):
+            group += before != " with "
+            floors[path] = (house, int(cells[0]), group)
     return floors
 
 
+def confined_of(page):
+    """{path: the public headers that files under it may include}."""
+    return {path: re.findall("`([^`]+)`", cells[1]) for _, cells in rows_of(page, "folder, its public headers")
+            for path in re.findall("`([^`]+)`", cells[0])}
+
+
 def is_below(target, place):
-    """Whether what stands at `target` may be included from `place`."""
+    """Whether code at `target` may be included from `place`."""
     return target[0] == 0 < place[0] or (target[0] == place[0] and target[1] < place[1])
 
 
@@ -45,10 +61,10 @@ def unit_of(path):
     return re.sub(r"\.(h|cpp|c)$", "", path)
 
 
-def place_of(path, floors):
-    """The longest path of the page that a file is under, or nothing."""
+def place_of(path, places):
+    """The longest of these paths that a file is under, or None."""
     unit = unit_of(path)
-    fits = [each for each in floors if unit == each or path == each or (each.endswith("/") and path.startswith(each))]
+    fits = [each for each in places if unit == each or path == each or (each.endswith("/") and path.startswith(each))]
     return max(fits, key=len, default=None)
 
 
@@ -71,9 +87,16 @@ def circles(edges):
     return found
 
 
+def is_own(other, file):
+    """Whether a header is the source's own, which may be a public one."""
+    same_name = pathlib.Path(other).stem == pathlib.Path(file).stem
+    return unit_of(other) == unit_of(file) or (same_name and other.startswith("include/") and not file.startswith("tools/"))
+
+
 def main():
     root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else ".").resolve()
-    floors = floors_of((root / PAGE).read_text(encoding="utf-8"))
+    page = (root / PAGE).read_text(encoding="utf-8")
+    floors, confined = floors_of(page), confined_of(page)
     files = sorted(str(path.relative_to(root)) for folder in CHECKED for path in (root / folder).rglob("*")
                    if path.suffix in (".h", ".cpp", ".c"))
     problems, edges = [], {}
@@ -85,13 +108,16 @@ def main():
         for quoted, public in INCLUDE.findall((root / file).read_text(encoding="utf-8")):
             other = quoted or "include/" + public
             if not (root / other).is_file():
-                continue  # written by the build
-            if unit_of(other) == unit_of(file) or pathlib.Path(other).stem == pathlib.Path(file).stem:
+                continue  # generated by the build
+            if is_own(other, file):
                 continue
             edges.setdefault(unit_of(file), set()).add(unit_of(other))
             target = place_of(other, floors)
-            if target is not None and floors[target] != floors[place] and not is_below(floors[target], floors[place]):
+            if target is None or (floors[target] != floors[place] and not is_below(floors[target], floors[place])):
                 problems.append(f"{file}: includes {other}, which is not below it")
+            allowed = confined.get(place_of(file, confined))
+            if allowed is not None and other.startswith("include/") and unit_of(other) not in allowed:
+                problems.append(f"{file}: includes {other}, which {PAGE} keeps from it")
     problems += ["a circle: " + " includes ".join(circle + circle[:1]) for circle in circles(edges)]
     print("\n".join(problems), end="\n" if problems else "")
     return 1 if problems else 0

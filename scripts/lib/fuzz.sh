@@ -4,7 +4,7 @@
 fuzz_targets=(systrace ring_segment ring_text text_log queue_file crash_log stack_trace names log_line notification
     live_segments event_record)
 
-# make_seeds HOST CORPUS: what the example device leaves when it dies, cut small, besides the seeds of the tree.
+# make_seeds HOST CORPUS: what the example device leaves when it dies, cut short, in addition to the seeds in the tree.
 make_seeds() {
     local host corpus=$2 run target
     host=$(realpath "$1")
@@ -20,14 +20,14 @@ make_seeds() {
     done
     head -c 2048 "$run/SysTrace.bin" >"$corpus/systrace/dump"
     head -c 2048 "$run/SysTrace Buffer" >"$corpus/systrace/segment"
-    # A directory of eight records, which are those of the first ring that has any.
+    # A directory of eight records, those of the first ring that has any.
     {
         head -c 8 "$run/System Ring Buffers"
         printf '\x04\0\0\0\0\0\0\0\x04\0\0\0'
         head -c 4076 /dev/zero
         head -c 45312 "$run/System Ring Buffers" | tail -c 256
     } >"$corpus/ring_segment/segment"
-    # Two looks: at a short block whose entries are all there, and at it again.
+    # Two looks: at a short block with all its entries, and at the same block again.
     {
         head -c 20 "$run/SysTrace Buffer"
         printf '\x20\0\0\0'
@@ -46,14 +46,15 @@ make_seeds() {
     rm -rf "$run"
 }
 
-# run_fuzzers BUILD SECONDS: every target for its share of the time. A crash's input stays in BUILD/artifacts.
+# run_fuzzers BUILD SECONDS: runs every target for its share of the time. An input that crashes stays in
+# BUILD/artifacts.
 run_fuzzers() {
     local build=$1 share=$(($2 / ${#fuzz_targets[@]})) target log result=0
     ((share > 0)) || share=1
     mkdir -p "$build/artifacts"
     for target in "${fuzz_targets[@]}"; do
         log="$build/$target.log"
-        # The same walk every time, so that a change is judged and not the dice; FUZZ_SEED=0 takes another one.
+        # The same seed every time, so that a run judges the change and not chance; FUZZ_SEED=0 takes another one.
         if "$build/fuzz/${target}_fuzz" -seed="${FUZZ_SEED:-1}" -max_total_time="$share" -rss_limit_mb=1024 -timeout=10 -max_len=16384 \
             -dict=fuzz/tokens.dict -artifact_prefix="$build/artifacts/$target-" -verbosity=1 \
             "$build/corpus/$target" >"$log" 2>&1; then

@@ -1,7 +1,8 @@
 # shellcheck shell=bash
-# Sourced. What scripts/test --lint checks: C and C++ sources, the modules of the report's page, shell scripts.
+# Sourced. What scripts/test --lint checks: C and C++ sources, the modules of the report's page, shell scripts, the
+# width of the pages.
 
-# New files count as well, so that nothing unchecked is committed.
+# New files count as well, so that nothing is committed unchecked.
 project_files() {
     if [[ "$(git rev-parse --show-toplevel 2>/dev/null || true)" == "$PWD" ]]; then
         git ls-files --cached --others --exclude-standard
@@ -12,8 +13,8 @@ project_files() {
     done
 }
 
-# The release build's commands, one for each file of the list (a file can be in several targets), without the
-# options that only GCC knows.
+# The release build's commands, one for each file of the list (a file can be in several targets), without the options
+# that only GCC knows.
 write_compile_commands() {
     awk -v root="$PWD/" '
         NR == FNR { wanted[root $0] = 1; next }
@@ -39,7 +40,7 @@ write_compile_commands() {
     ' "$1" build/release/compile_commands.json >build/lint/compile_commands.json
 }
 
-# The outputs of parallel runs are kept apart, and the count of what was found in system headers is left out.
+# Keeps the outputs of parallel runs apart, and drops the count of findings in system headers.
 tidy_file() {
     local output
     if ! output=$(clang-tidy-14 --quiet -p build/lint --warnings-as-errors='*' \
@@ -49,7 +50,7 @@ tidy_file() {
     fi
 }
 
-# lint_sources JOBS: how they are laid out, and what clang-tidy finds. Needs a configured release build.
+# lint_sources JOBS: checks the layout of the sources and runs clang-tidy on them. Needs a configured release build.
 lint_sources() {
     local result=0
     project_files | grep -E '\.(h|hpp|cpp|c)$' >build/lint/files
@@ -61,7 +62,7 @@ lint_sources() {
     return "$result"
 }
 
-# Pairs of a module of the page and one that it imports.
+# Prints each module of the page with every module that it imports.
 page_imports() {
     local file module
     for file in tools/report/page/*.js tools/report/page/*/*.js; do
@@ -71,7 +72,7 @@ page_imports() {
     done
 }
 
-# What a module may import is part of the rules; that the imports form no circle is found by sorting them.
+# What a module may import is part of the eslint rules; sorting the imports shows that they form no circle.
 lint_page() {
     local result=0
     NODE_PATH=/usr/share/nodejs eslint --format unix --max-warnings 0 tools/report/page || result=1
@@ -79,12 +80,11 @@ lint_page() {
     return "$result"
 }
 
-# Functions that are called by a name in a variable look unreachable to shellcheck.
 lint_scripts() {
     local file first
     project_files | while IFS= read -r file; do
         first=''
         IFS= read -r first <"$file" 2>/dev/null || true
         [[ "$file" != *.sh && ! "$first" =~ ^#!.*sh$ ]] || printf '%s\n' "$file"
-    done | xargs -d '\n' shellcheck --external-sources --exclude=SC2317
+    done | xargs -d '\n' shellcheck --external-sources
 }

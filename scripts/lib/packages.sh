@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Sourced. ensure_packages NAME... installs the Debian packages of the list that are missing; retry COMMAND... is for
-# whatever goes over the network.
+# Sourced. ensure_packages NAME... installs those of the named Debian packages that are missing; retry COMMAND... is
+# for anything that uses the network.
 
 retry() {
     local attempt
@@ -16,13 +16,13 @@ retry() {
 _packages_missing() {
     local name
     for name in "$@"; do
-        # In the list of known packages but removed again also counts as missing.
+        # A package that was removed, but is still known to dpkg, also counts as missing.
         [[ "$(dpkg-query -W -f '${db:Status-Status}' "$name" 2>/dev/null || true)" == installed ]] ||
             printf '%s\n' "$name"
     done
 }
 
-# Runs a command with its output kept back, and shows it only when the command fails.
+# Runs a command and shows its output only if it fails.
 quietly() {
     local log code=0
     log=$(mktemp)
@@ -38,7 +38,7 @@ _packages_apt_get() {
 }
 
 _packages_install() {
-    # A source that does not answer is no reason to give up: what is needed may come from another one.
+    # Continue if a source does not answer: another one may have what is needed.
     _packages_apt_get update || true
     _packages_apt_get install --no-install-recommends "$@"
 }

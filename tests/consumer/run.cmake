@@ -1,5 +1,5 @@
-# Installs the library to a fresh prefix and builds and runs a consumer against it, through the CMake package and,
-# where the consumer's compiler is the machine's own, through pkg-config.
+# Installs the library to a fresh prefix, then builds and runs a consumer against it: through the CMake package and, if
+# the consumer's compiler is the machine's own, through pkg-config.
 cmake_policy(VERSION 3.25)
 
 function(run)

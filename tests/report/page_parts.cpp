@@ -1,4 +1,4 @@
-// Copies the page's data from standard input into the page as it is built into the tool.
+// Copies the page's data from standard input into the page, as it is built into the tool.
 #include "ReportPage.h"
 
 #include <iostream>

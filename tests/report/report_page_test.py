@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Opens report pages in headless Chromium and uses them as a reader does.
 
-    report_page_test.py --page-program PROGRAM    samples, put into the page that the program has built in
+    report_page_test.py --page-program PROGRAM    samples, inserted into the page that is built into the program
     report_page_test.py FILE.html...              pages that the tool has written
 
 Needs the packages chromium, chromium-driver and python3-selenium.
@@ -67,7 +67,7 @@ class Page:
         return self.browser.execute_script(script, *args)
 
     def settle(self):
-        """Waits until what was asked for has been drawn."""
+        """Waits until everything requested has been drawn."""
         self.browser.execute_async_script(
             "const done = arguments[0]; requestAnimationFrame(() => requestAnimationFrame(() => setTimeout(done, 0)));")
 
@@ -139,7 +139,7 @@ class Page:
             if message["method"] == "Network.requestWillBeSent":
                 requests.append(message["params"]["request"]["url"])
         foreign = [url for url in requests if not url.startswith(("file://" + str(self.path), "data:"))]
-        self.check("nothing but the file itself is asked for", requests and not foreign, foreign[:3] or "no request seen")
+        self.check("nothing but the file itself is requested", requests and not foreign, foreign[:3] or "no request seen")
         self.check("no text became markup or script", self.run(
             "return window.broken === undefined && document.images.length === 0 && document.scripts.length === 3;"))
 
@@ -147,7 +147,7 @@ class Page:
         shown = self.run("return document.body.innerText;").replace("\xa0", " ")
         failure = self.data["failure"]
         title = failure["title"] if failure else "No crash log in this folder"
-        self.check("the failure stands at the top", visible(title) in shown)
+        self.check("the failure is at the top", visible(title) in shown)
         facts = self.run("return [...document.querySelectorAll('#failure dd, #failure li')].map((node) => node.textContent);")
         wanted = [value for _, value in (failure or {}).get("summary", [])]
         self.check("every fact of the failure is shown", all(visible(str(value)) in facts for value in wanted))
@@ -155,7 +155,7 @@ class Page:
         expected = [visible(frame) for stack in (failure or {}).get("stacks", []) for frame in stack["frames"]]
         self.check("every frame is shown", frames == expected)
         statements = self.run("return [...document.querySelectorAll('#clock li')].map((node) => node.textContent);")
-        self.check("the statements on time are shown",
+        self.check("the statements about time are shown",
                    not self.data["clock"].get("statement") or
                    statements == [visible(line) for line in self.data["clock"]["statement"]])
         notes = self.run("return [...document.querySelectorAll('#files-table .notes p')].map((node) => node.textContent);")
@@ -192,7 +192,7 @@ class Page:
         self.check("and changes them back", (self.run(read), self.run(pixel)) == before)
 
     def paper(self):
-        """Printing leaves out the timeline and the records; quiet() sees whether drawing nothing is taken well."""
+        """Printing leaves out the timeline and the records; quiet() checks that drawing nothing causes no error."""
         self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print"})
         self.settle()
         self.check("paper has no timeline", not self.find("#lanes").is_displayed() and self.find("#failure").is_displayed())
@@ -306,7 +306,7 @@ class Page:
         begin, end = self.view()
         self.check("+ zooms in", end - begin < whole[1] - whole[0])
         self.key("#lanes", Keys.ARROW_RIGHT)
-        self.check("an arrow moves on", self.view()[0] > begin)
+        self.check("an arrow key moves the view", self.view()[0] > begin)
         self.key("#lanes", Keys.ARROW_LEFT, "-")
         self.check("- zooms out", self.span() > (end - begin) * 1.5)
         failure = self.data["failure"]
@@ -318,7 +318,7 @@ class Page:
         self.check("Home shows all", self.view() == whole)
 
     def chart_at(self, x, y):
-        """A pointer action there, in pixels of the canvas."""
+        """A pointer action at that place, in pixels of the canvas."""
         size = self.run("const b = document.getElementById('chart').getBoundingClientRect(); return [b.width, b.height];")
         return ActionChains(self.browser, duration=0).move_to_element_with_offset(
             self.find("#chart"), int(x - size[0] / 2), int(y - size[1] / 2))
@@ -358,7 +358,7 @@ class Page:
         self.click("#zoom-fit")
 
     def pick(self):
-        """Finds a record with the pointer alone and clicks it."""
+        """Finds a record with only the pointer and clicks it."""
         index = next((i for i in range(len(self.rows) // 3, len(self.rows)) if self.stands_alone(i)), None)
         if index is None:
             return
@@ -372,7 +372,7 @@ class Page:
         left, width = self.plot()
         x = left + (self.rows[index][0] - begin) / (end - begin) * width
         self.key("#lanes", Keys.ESCAPE)
-        self.check("Escape gives the selection up", self.detail_text() is None and self.selected_line() is None)
+        self.check("Escape clears the selection", self.detail_text() is None and self.selected_line() is None)
         self.run("document.getElementById('timeline').scrollIntoView({block: 'start'}); ")
         found = self.hover_for(x, index)
         self.check("hovering shows what is there", found)
@@ -382,7 +382,7 @@ class Page:
             self.check("a click selects it, in the table as well, and shows all of it", self.shows(index), self.details()[:200])
 
     def stands_alone(self, index):
-        """Nothing else is near enough to be hit in its place."""
+        """Whether nothing else is near enough to be hit instead."""
         t, text = self.rows[index][0], self.rows[index][6]
         near = [self.rows[i][0] for i in (index - 1, index + 1) if 0 <= i < len(self.rows)]
         return t is not None and text and all(other is None or abs(other - t) > 50 for other in near)
@@ -399,7 +399,7 @@ class Page:
         return False
 
     def speed(self):
-        """Shown, not checked: how fast the machine is decides. Counted in the page's own thread."""
+        """Shown but not checked, since it depends on the machine. Counted in the page's own thread."""
         before = self.spent()
         self.browser.execute_async_script("""
             const done = arguments[0]; let left = 30;
@@ -414,17 +414,17 @@ class Page:
         self.click("#zoom-fit")
 
     def shown_time(self):
-        """The box that keeps to the shown time follows the timeline."""
+        """The filter for the visible time follows the timeline."""
         self.click("#filter-range")
         self.key("#lanes", Keys.END)
         begin, end = self.view()
         expected = sum(row[0] is not None and begin <= row[0] <= end for row in self.rows)
-        self.check("the table keeps to the shown time where asked", self.count() == expected, (self.count(), expected))
+        self.check("the table shows only the visible time on request", self.count() == expected, (self.count(), expected))
         self.reset()
         self.key("#lanes", Keys.HOME)
 
     def every_row(self):
-        """Each record by the table's own keys."""
+        """Each record, selected with the table's own keys."""
         self.key("#grid", Keys.HOME)
         wrong = []
         for index in range(len(self.rows)):
@@ -481,7 +481,7 @@ def start_browser(profile):
         options.add_argument(flag)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL", "performance": "ALL"})
     browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
-    # The browser's own first page asks for things too.
+    # The browser's own first page makes requests too.
     browser.get("about:blank")
     browser.execute_cdp_cmd("Performance.enable", {"timeDomain": "threadTicks"})
     return browser

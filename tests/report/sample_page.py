@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Pages to look at and to test with.
+"""Sample pages, to look at and to test with.
 
     sample_page.py PAGE_PROGRAM {crash|calm|empty|hostile|large} FILE.html
 
-The program has the page built in: report_page_parts of the build folder.
+The page is built into the program, which is report_page_parts in the build folder.
 """
 
 import json
@@ -77,14 +77,14 @@ def base(folder, names, rows):
         "clock": {"wall": True, "origin": "2026-11-24T15:09:26.000", "originMs": ORIGIN_MS, "statement": [
             "The counters of device.log and SysTrace.bin count nanoseconds within a second; whole seconds were recovered from "
             "their order and from 3 calibration lines.",
-            "Where a thread was silent for more than a second the time may be later by whole seconds (marked ≥).",
-            "The rings carry no date. Their newest record was placed at the moment of the crash (marked ~)."]},
+            "If a thread was silent for more than a second, its times may be later by whole seconds (marked ≥).",
+            "The rings hold no date. Their newest record was placed at the moment of the crash (marked ~)."]},
         "files": [
             {"name": "device.log", "kind": "text log", "bytes": 1048533, "state": "ok", "notes": []},
             {"name": "SysTrace.bin", "kind": "binary trace dump", "bytes": 191088, "state": "damaged", "notes": [
                 "3 records are incomplete: their writers were killed.", "17 entries at the start belong to no record."]},
             {"name": "System Ring Buffers", "kind": "ring segment", "bytes": 503807, "state": "ok", "notes": [
-                "Ring EngineLink has probably wrapped; where its oldest record stands is not recorded."]},
+                "Ring EngineLink has probably wrapped; where its oldest record is, is not recorded."]},
             {"name": "core.1234", "kind": "unknown", "bytes": 88281088, "state": "skipped", "notes": [
                 "Not a file of this library."]},
             {"name": "device.log.1", "kind": "text log", "bytes": 0, "state": "unusable", "notes": ["The file is empty."]},
@@ -109,7 +109,7 @@ def base(folder, names, rows):
 def failure(moment):
     return {
         "title": "Assertion through a fatal-error call",
-        "summary": [["Crash type", "2, an assertion through DeviceFatalError and its kin"], ["File", "/src/device/ways_to_die.cpp"],
+        "summary": [["Crash type", "2, an assertion through DeviceFatalError"], ["File", "/src/device/ways_to_die.cpp"],
                     ["Line", "24"], ["Error code", "0x0031AC05"], ["Fault address", "0x0"], ["Exception code", "0x0"],
                     ["Boot cycle", "42"], ["Crash date", "2026-11-24 15:09:57"]],
         "exception": [["Address", "0x94b84000"], ["Exception", "0xc0000005"], ["Flags", "0x00000000"], ["P00", "0x00000000"]],

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The report of a device that really died, in a browser: tool_page.sh DEVICE_HOST NIMA_POST TEXT WORK_FOLDER
+# Shows the report of a device that really died in a browser: tool_page.sh DEVICE_HOST NIMA_POST TEXT WORK_FOLDER
 set -euo pipefail
 
 host=$(realpath "$1")

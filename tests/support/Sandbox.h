@@ -8,7 +8,7 @@
 
 namespace Nima::Testing {
 
-/// Every test runs in a fresh working directory of its own, since logs and segments are files of the working
+/// Every test runs in a fresh working directory of its own, since logs and segments are files in the working
 /// directory. It is removed afterwards.
 class Sandbox : public ::testing::Test {
   protected:
@@ -32,17 +32,17 @@ std::size_t CountOf(const std::string& text, const std::string& part);
 /// What the action prints to standard output, down to the file descriptor.
 std::string CapturedOutput(const std::function<void()>& action);
 
-/// Runs the action in a child process, which then exits in the ordinary way, destructors included. Returns
-/// the wait status.
+/// Runs the action in a child process, which then exits normally, destructors included. Returns the wait
+/// status.
 int InChild(const std::function<void()>& action);
-/// The same, asserting that the child ended with status 0.
+/// The same, and asserts that the child ended with status 0.
 void InGoodChild(const std::function<void()>& action);
 
-/// Runs an endless action in a child process, and kills it with signal 9 some time after it has called what
-/// it is given.
+/// Runs an endless action in a child process, and kills it with signal 9 some time after the action has
+/// called its argument.
 void KilledMidway(const std::function<void(const std::function<void()>& underWay)>& action);
 
-/// Mounts a small tmpfs on a directory made for it and unmounts it at the end; `mounted()` is false where the
+/// Mounts a small tmpfs on a directory made for it and unmounts it at the end; `mounted()` is false if the
 /// machine does not allow that.
 class TinyDisk {
   public:
@@ -51,7 +51,7 @@ class TinyDisk {
     TinyDisk& operator=(const TinyDisk&) = delete;
     ~TinyDisk();
     bool mounted() const { return mounted_; }
-    /// Takes up what room is left.
+    /// Uses up the remaining room.
     void Fill() const;
 
   private:

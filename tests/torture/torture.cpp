@@ -1,12 +1,12 @@
-/// Kills a host at random moments, in every way that a process dies, and looks at what it has left: it ends
-/// in time and in the right manner, every stack-trace file holds frames, and every file is announced exactly
-/// once.
+/// Kills a host at random moments, in every way that a process dies, and checks what it leaves: it must end
+/// in time and in the right way, every stack-trace file must hold frames, and every file must be announced
+/// exactly once.
 ///
 ///     torture [--seconds N] [--seed N] [--way NAME]
 ///
-/// The host is busy with what hosts do: it allocates, traces, loads modules, throws, in one thread or in
-/// several. A run prints its seed, and the same seed dies in the same ways again, if not at the same
-/// instructions. Exit status 0 if every death was as it must be.
+/// The host does what hosts do: it allocates, traces, loads modules and throws, in one thread or in several.
+/// A run prints its seed; the same seed dies in the same ways again, though not at the same instructions. The
+/// exit status is 0 if every death was as it must be.
 
 #include <algorithm>
 #include <atomic>
@@ -53,7 +53,7 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-/// A host that has not ended by then hangs. What it may take is much less; a busy machine stretches it.
+/// A host that has not ended by then hangs. It should take much less; a busy machine stretches the time.
 constexpr milliseconds kHangs{20000};
 
 NimaTrace g_Trace("Torture");
@@ -169,7 +169,7 @@ void FaultBesideTheLoader() {
 }
 
 void FaultWithoutFolder() {
-    std::error_code ignored; // another thread may be making a file in it
+    std::error_code ignored; // another thread may be creating a file in it
     fs::remove_all(fs::current_path(), ignored);
     Fault();
 }
@@ -192,7 +192,7 @@ void FaultWithFullPipes() {
         }
         ::fcntl(ends[1], F_SETFL, 0);
         ::dup2(ends[1], STDOUT_FILENO);
-#ifndef __arm__ // the emulator has a line of its own for standard error there, and waits
+#ifndef __arm__ // there the emulator writes a line of its own to standard error, and waits
         ::dup2(ends[1], STDERR_FILENO);
 #endif
     }
@@ -230,9 +230,9 @@ enum class End { Abort, Exit };
 
 struct Way {
     const char* name;
-    int signal; ///< sent from outside while the host works; 0 for those that it does itself
+    int signal; ///< sent from outside while the host works; 0 for a death that it causes itself
     void (*act)();
-    int files; ///< -1 for as many as there are; at least one
+    int files; ///< -1 for any number, but at least one
     End end;
     int status; ///< of an exit
 };
@@ -298,7 +298,7 @@ class NotificationPort {
         }
     }
 
-    /// The numbers of the files of a process that were announced, in order.
+    /// The numbers of a process's files that were announced, in order.
     std::vector<int> Announced(pid_t process) const {
         std::vector<int> numbers;
         char buffer[512];
@@ -362,7 +362,7 @@ std::string FramesProblem(const std::string& path, bool isReport) {
         if (line.rfind("0x", 0) == 0 && (line.size() == 98 || std::regex_match(line, frame))) {
             ++frames;
         } else if (!isReport) {
-            return std::string(path).append(" holds a line that is no frame: ").append(line);
+            return std::string(path).append(" contains a line that is not a frame: ").append(line);
         }
         if (line.find("InstallHandler") != std::string::npos) {
             return path + " holds a frame of the handler's own";
@@ -480,7 +480,7 @@ int Torture(int count, char** arguments) {
     for (const auto& [way, took] : slowest) {
         std::printf("%-24s slowest %5d ms\n", way.c_str(), static_cast<int>(took.count()));
     }
-    std::printf("%d deaths, %d not as they must be\n", deaths, bad);
+    std::printf("%d deaths, %d not as they should be\n", deaths, bad);
     fs::current_path("/");
     if (bad == 0) {
         fs::remove_all(home);

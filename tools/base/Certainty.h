@@ -4,14 +4,14 @@
 
 namespace NimaPost {
 
-/// How sure a time is: by how many whole seconds the true time may lie after or before the one shown, and
-/// what the time rests on.
+/// How certain a time is: by how many whole seconds the true time may be after or before the one shown, and
+/// what the time is based on.
 struct Certainty {
     static constexpr std::int64_t kUnbounded = -1;
 
     std::int64_t later = kUnbounded;
     std::int64_t earlier = 0;
-    /// Tied to another source by an assumption; the bounds hold within the source alone.
+    /// Tied to another source by an assumption; the bounds hold only within this source.
     bool assumed = false;
 
     bool Exact() const { return later == 0 && earlier == 0 && !assumed; }

@@ -6,7 +6,7 @@ namespace NimaPost {
 
 namespace {
 
-/// No device runs for 30,000 years, and sums of what it could show stay far from overflowing.
+/// No device runs for 30,000 years, and sums of plausible times are far from overflowing.
 bool IsPlausible(std::int64_t counter) {
     return counter >= 0 && counter < (std::int64_t{1} << 40);
 }
@@ -31,7 +31,8 @@ std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_
         if (lastOfThread_.size() >= kMostThreads) {
             lastOfThread_.clear();
         }
-        // A thread's own stamps stand in order, which tells a late writer from a second that has passed.
+        // A thread's own stamps are in order, which distinguishes a late writer from a second that has
+        // passed.
         const auto [found, fresh] = lastOfThread_.try_emplace(*thread, floor);
         last = &found->second;
         if (!fresh) {
@@ -59,9 +60,9 @@ bool CounterClock::FitsOneRun(std::int64_t counter, std::int64_t elapsed) {
     if (!IsPlausible(counter)) {
         return false;
     }
-    // Elapsed time is the counters' difference and a period for each second that has begun, so these are
-    // known; and the nanoseconds of a second being fewer than a billion, every stamp bounds the second of the
-    // first.
+    // Elapsed time is the difference of the counters plus a period for each second that has begun, so the
+    // number of seconds is known. Since a second has fewer than a billion nanoseconds, every stamp bounds the
+    // second of the first one.
     const std::int64_t begun = (elapsed - counter + firstCounter_) / kCounterPeriod;
     const std::int64_t mostFirst = counter - begun;
     const std::int64_t leastFirst = mostFirst - kCounterPeriod;

@@ -8,39 +8,40 @@
 namespace NimaPost {
 
 constexpr std::int64_t kSecond = 1'000'000'000;
-/// The counter is seconds plus nanoseconds: a second adds a billion nanoseconds and takes all but one of them
-/// away again. Elapsed time and counter therefore agree modulo this, and only modulo this.
+/// The counter is seconds plus nanoseconds: over a whole second it grows by 1 instead of a billion. Elapsed
+/// time and counter therefore agree modulo this number, and only modulo it.
 constexpr std::int64_t kCounterPeriod = kSecond - 1;
 
-/// The remainder that is never negative.
+/// The remainder, never negative.
 constexpr std::int64_t Modulo(std::int64_t value, std::int64_t modulus) {
     const std::int64_t rest = value % modulus;
     return rest < 0 ? rest + modulus : rest;
 }
 
-/// From one counter to another, read as a step forward of less than a period.
+/// The step from one counter to another, read as forward and less than a period.
 constexpr std::int64_t StepForward(std::int64_t from, std::int64_t to) {
     return Modulo(Modulo(to, kCounterPeriod) - Modulo(from, kCounterPeriod), kCounterPeriod);
 }
 
-/// From one counter to another by the shorter way round.
+/// The step from one counter to another by the shorter way round.
 constexpr std::int64_t NearestStep(std::int64_t from, std::int64_t to) {
     const std::int64_t step = StepForward(from, to);
     return step > kCounterPeriod / 2 ? step - kCounterPeriod : step;
 }
 
-/// The same, read as a step forward but for falls of at most `fall`.
+/// The step, read as forward unless it is a fall of at most `fall`.
 constexpr std::int64_t StepWithFall(std::int64_t from, std::int64_t to, std::int64_t fall) {
     const std::int64_t step = StepForward(from, to);
     return step > kCounterPeriod - fall ? step - kCounterPeriod : step;
 }
 
-/// How far two lines that were stamped and written at the same moment may have changed places.
+/// How far apart two lines may be stamped and still have changed places in the file.
 constexpr std::int64_t kDisorder = kSecond / 10;
-/// The head of a dump is written before what it dumps, and the device goes on meanwhile.
+/// The head of a dump is written before the data that is dumped, and the device keeps running meanwhile.
 constexpr std::int64_t kDumpTakes = kSecond / 5;
 
-/// How long before a dump's head a record of it was written, at the least; a little after it is negative.
+/// How long before a dump's head one of its records was written, at the least; negative if it was written a
+/// little after.
 constexpr std::int64_t BeforeHead(std::int64_t record, std::int64_t head) {
     return StepWithFall(record, head, kDumpTakes);
 }
@@ -49,15 +50,15 @@ constexpr std::int64_t BeforeHead(std::int64_t record, std::int64_t head) {
 /// the earliest that the order allows: whole seconds without a record leave no trace in the counter.
 class CounterClock {
   public:
-    /// How far a stamp may stand before one that was written ahead of it.
+    /// How much earlier a stamp may be than one stored before it.
     struct Disorder {
-        /// Stamps of other threads: a writer may be held up between reading the clock and storing.
+        /// For stamps of other threads: a writer may be delayed between reading the clock and storing.
         std::int64_t acrossThreads = kSecond / 10;
-        /// Stamps of one thread. Not zero where threads of several processes may share an identifier.
+        /// For stamps of one thread. Not zero if threads of several processes may share an identifier.
         std::int64_t withinThread = 0;
     };
 
-    /// No device has more threads; where the input claims to, what is known of each is given up, so that
+    /// No device has more threads. If the input claims to, what is known of each thread is discarded, so that
     /// memory stays bounded.
     static constexpr std::size_t kMostThreads = 1 << 16;
 
@@ -67,12 +68,12 @@ class CounterClock {
     /// The elapsed nanoseconds of the next stamp, 0 for the first.
     std::int64_t Next(std::int64_t counter, std::optional<std::uint32_t> thread);
 
-    /// The elapsed time of a stamp that is not to be relied on: the nearest to where the clock stands, which
-    /// stays there.
+    /// The elapsed time of an unreliable stamp: the one nearest to the clock's current time, which does not
+    /// change.
     std::int64_t Near(std::int64_t counter) const;
 
-    /// Ranges in which no single run of the clock can hold all stamps: the device started anew, or a stamp is
-    /// damaged. The clock goes on from where it stood.
+    /// How often no single run of the clock can explain all stamps: the device restarted, or a stamp is
+    /// damaged. The clock then continues from its current time.
     std::uint64_t Breaks() const { return breaks_; }
 
     bool Started() const { return started_; }

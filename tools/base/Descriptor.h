@@ -6,11 +6,11 @@
 
 namespace NimaPost {
 
-/// Owns a file descriptor, or none, and closes it in the end.
+/// Owns a file descriptor, or none, and closes it at its end.
 class Descriptor {
   public:
     Descriptor() = default;
-    /// Takes the descriptor over; negative for none.
+    /// Takes ownership of the descriptor; negative for none.
     explicit Descriptor(int number) : number_(number) {}
     Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
     Descriptor& operator=(Descriptor&& other) noexcept {
@@ -27,7 +27,7 @@ class Descriptor {
 
     explicit operator bool() const { return number_ >= 0; }
     int Number() const { return number_; }
-    /// Gives the descriptor away.
+    /// Gives up ownership of the descriptor.
     int Release() { return std::exchange(number_, -1); }
 
   private:

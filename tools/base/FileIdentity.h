@@ -5,7 +5,7 @@
 
 namespace NimaPost {
 
-/// What makes a file this one, whatever path leads to it.
+/// Identifies a file, whatever path leads to it.
 struct FileIdentity {
     dev_t device = 0;
     ino_t inode = 0;

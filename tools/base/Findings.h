@@ -8,14 +8,14 @@
 
 namespace NimaPost {
 
-/// Something that a reader has to say about its input: a code for programs, "torn-record" for example, and a
+/// Something that a reader reports about its input: a code for programs, "torn-record" for example, and a
 /// sentence for people. Codes are listed in doc/nima-post.md and do not change.
 struct Finding {
     std::string_view code; ///< a literal
     std::string sentence;
 };
 
-/// Damage is what could not be read, a remark is what the engineer should know about what was.
+/// Damage is what could not be read; a remark is what an engineer should know about what was read.
 struct Findings {
     std::vector<Finding> damage;
     std::vector<Finding> remarks;
@@ -27,13 +27,13 @@ struct Findings {
         remarks.push_back({code, std::move(sentence)});
     }
 
-    /// Whether there is damage of this code.
+    /// Whether there is damage with this code.
     bool Holds(std::string_view code) const {
         return std::any_of(damage.begin(), damage.end(),
                            [&](const Finding& each) { return each.code == code; });
     }
 
-    /// Adds those of a file, with its name before each.
+    /// Adds the findings of a file, each with the file's name in front.
     void Append(const std::string& file, const Findings& others) {
         for (const auto& [from, to] : {std::pair(&others.damage, &damage), {&others.remarks, &remarks}}) {
             for (const Finding& finding : *from) {
@@ -43,7 +43,7 @@ struct Findings {
     }
 };
 
-/// How a command ends.
+/// The exit status of a command.
 enum ExitCode { kExitFine = 0, kExitDamaged = 1, kExitUnusable = 2 };
 
 } // namespace NimaPost

@@ -11,7 +11,7 @@
 namespace NimaPost {
 
 std::optional<InputFile> InputFile::Open(const std::string& path, std::string& problem) {
-    // Without O_NONBLOCK a pipe without a writer would keep the program waiting here.
+    // Without O_NONBLOCK the program would wait here on a pipe without a writer.
     InputFile file(path, Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
     struct stat status {};
     if (!file.descriptor_ || fstat(file.descriptor_.Number(), &status) != 0) {

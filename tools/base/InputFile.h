@@ -11,26 +11,26 @@
 
 namespace NimaPost {
 
-/// A regular file opened for reading alone. It is read, never mapped: a file that a live process cuts short
+/// A regular file opened only for reading. It is read, never mapped: a file that a live process cuts short
 /// must not take its reader down.
 class InputFile {
   public:
-    /// Empty when there is nothing to read; then `problem` says why. Devices, pipes and folders are refused.
+    /// Empty if there is nothing to read; `problem` then says why. Devices, pipes and folders are refused.
     static std::optional<InputFile> Open(const std::string& path, std::string& problem);
 
     /// The size as it was when the file was opened, or at the last `Refresh`.
     std::uint64_t Size() const { return size_; }
-    /// Asks for the size again, and whether the path still names this file.
+    /// Updates the size. Returns whether the path still names this file.
     bool Refresh();
 
-    /// Reads up to `bytes.size()` bytes at an offset; returns how many there were, less at the file's end or
-    /// where reading fails.
+    /// Reads up to `bytes.size()` bytes at an offset. Returns the number of bytes read, which is less at the
+    /// file's end or if reading fails.
     std::size_t ReadAt(std::uint64_t offset, std::span<char> bytes) const;
-    /// The whole file, at most `limit` bytes of it.
+    /// The whole file, but at most `limit` bytes of it.
     std::string ReadAll(std::uint64_t limit) const;
 
-    /// Why reading failed some time, "Input/output error" for example; empty if it never did. The end of the
-    /// file is no failure.
+    /// Why reading failed at some point, "Input/output error" for example; empty if it never did. The end of
+    /// the file is no failure.
     std::string ReadProblem() const;
 
     const std::string& Path() const { return path_; }

@@ -18,7 +18,7 @@ void Request(int /*signal*/) {
 
 Interrupt::Interrupt() {
     requested = 0;
-    // No SA_RESTART: what waits is to come back and look.
+    // No SA_RESTART: a wait must return and look.
     struct sigaction action {};
     action.sa_handler = Request;
     sigaction(SIGINT, &action, &previousInterrupt);

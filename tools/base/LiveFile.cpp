@@ -16,7 +16,7 @@ const InputFile* LiveFile::Look(std::vector<std::string>& notices) {
     file_ = InputFile::Open(path_, problem_);
     if (file_) {
         if (replaced) {
-            notices.push_back(name_ + " is another file than before.");
+            notices.push_back(name_ + " is a different file than before.");
         }
         ++generation_;
         return &*file_;

@@ -8,20 +8,20 @@
 
 namespace NimaPost {
 
-/// A file that another process has mapped, looked at again and again: it may come, go, be replaced, cut or
-/// grow between two looks. It is only ever read.
+/// A file that another process has mapped, looked at repeatedly: between two looks it may appear, disappear,
+/// be replaced, be cut, or grow. It is only ever read.
 class LiveFile {
   public:
-    /// `name` is what notices call it.
+    /// `name` is the file's name in notices.
     LiveFile(std::string path, std::string name) : path_(std::move(path)), name_(std::move(name)) {}
 
-    /// The file as it is now, or null where there is none; `Problem` then says why. What has happened to it
+    /// The file as it is now, or null if there is none; `Problem` then says why. What has happened to it
     /// since the last look is added to the notices.
     const InputFile* Look(std::vector<std::string>& notices);
 
     const std::string& Problem() const { return problem_; }
     const std::string& Name() const { return name_; }
-    /// How often another file than before was found: what is remembered of the one before is void.
+    /// How often a different file was found: what is remembered of the previous one is then void.
     unsigned Generation() const { return generation_; }
 
   private:

@@ -10,10 +10,10 @@ namespace NimaPost {
 
 using Json = nlohmann::ordered_json;
 
-/// Text on its way to standard output or a file, gathered in large pieces. A failed write is remembered.
+/// Text for standard output or a file, gathered in large pieces. A failed write is remembered.
 class Output {
   public:
-    /// Does not take the stream over.
+    /// Does not take ownership of the stream.
     explicit Output(std::FILE* stream) : stream_(stream) {}
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
@@ -23,16 +23,16 @@ class Output {
     std::string& Text() { return text_; }
     void Write(std::string_view text);
     void Line(std::string_view text);
-    /// One value without line breaks; bytes that are no UTF-8 are replaced.
+    /// One value without line breaks; bytes that are not UTF-8 are replaced.
     void WriteJson(const Json& value);
 
-    /// Sends what was gathered once it is much.
+    /// Writes the gathered text once there is a lot of it.
     void Pace() {
         if (text_.size() >= kPiece) {
             Send();
         }
     }
-    /// Sends all of it now. False once anything has failed.
+    /// Writes everything now. Returns false once anything has failed.
     bool Flush();
 
   private:
@@ -45,8 +45,8 @@ class Output {
     bool failed_ = false;
 };
 
-/// A JSON object written member by member, so that a long array never stands in memory:
-/// Begin, Member..., BeginArray, Element..., EndArray, End.
+/// A JSON object written member by member, so that a long array is never in memory as a whole: Begin,
+/// Member..., BeginArray, Element..., EndArray, End.
 class JsonDocument {
   public:
     explicit JsonDocument(Output& out) : out_(out) { out_.Write("{"); }

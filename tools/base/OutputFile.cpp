@@ -15,13 +15,13 @@ namespace NimaPost {
 
 namespace {
 
-/// Where a path leads: a file that is there stays what it is, and the link to it a link.
+/// The file that a path leads to. An existing file keeps its identity, and a link to it stays a link.
 std::string Resolved(const std::string& path) {
     const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr), std::free);
     return real ? real.get() : path;
 }
 
-/// A new file beside the one that it is to become.
+/// A new file beside the one that it will become.
 std::FILE* OpenTemporary(std::string& path) {
     Descriptor descriptor(mkostemp(path.data(), O_CLOEXEC));
     if (!descriptor) {
@@ -53,11 +53,11 @@ bool OutputFile::Create(const std::string& path, std::span<const FileIdentity> i
     struct stat status {};
     const bool there = stat(path.c_str(), &status) == 0;
     if (there && std::find(inputs.begin(), inputs.end(), IdentityOf(status)) != inputs.end()) {
-        problem = path + ": is one of the files that are read; the output needs another name";
+        problem = path + ": is one of the input files; choose another name for the output";
         return false;
     }
     path_ = Resolved(path);
-    // What is no regular file, such as a terminal, is written to as it is.
+    // Anything but a regular file, such as a terminal, is written to directly.
     if (there && !S_ISREG(status.st_mode)) {
         stream_ = std::fopen(path.c_str(), "we");
     } else {

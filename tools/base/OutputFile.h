@@ -10,8 +10,8 @@
 
 namespace NimaPost {
 
-/// A file that a command writes. It appears under its name only when all of it could be written, and an
-/// earlier file of that name stays until then.
+/// A file that a command writes. It appears under its name only once all of it has been written; an earlier
+/// file of that name stays until then.
 class OutputFile {
   public:
     OutputFile() = default;
@@ -19,11 +19,11 @@ class OutputFile {
     OutputFile& operator=(const OutputFile&) = delete;
     ~OutputFile();
 
-    /// False, with the reason and before anything has been opened, where the path leads to one of the inputs;
-    /// false as well where the file cannot be made.
+    /// Returns false, with the reason and before anything has been opened, if the path leads to one of the
+    /// inputs; also returns false if the file cannot be created.
     bool Create(const std::string& path, std::span<const FileIdentity> inputs, std::string& problem);
     Output& Out() { return *out_; }
-    /// False, with the reason, where anything could not be written.
+    /// Returns false, with the reason, if anything could not be written.
     bool Finish(std::string& problem);
 
   private:

@@ -8,7 +8,7 @@ namespace NimaPost {
 ProcessState StateOfProcess(std::uint32_t id) {
     std::ifstream file("/proc/" + std::to_string(id) + "/stat");
     const std::string text{std::istreambuf_iterator<char>(file), {}};
-    // "4711 (name) S ...", where the name may hold anything.
+    // "4711 (name) S ...", where the name may contain any character.
     const std::size_t open = text.find('(');
     const std::size_t close = text.rfind(')');
     if (open == std::string::npos || close == std::string::npos || close < open || close + 2 >= text.size()) {

@@ -7,10 +7,10 @@ namespace NimaPost {
 
 struct ProcessState {
     bool lives = false;
-    std::string name; ///< as the kernel has it; empty where it does not live
+    std::string name; ///< as the kernel reports it; empty if it does not live
 };
 
-/// Whether a process of that identifier lives. An identifier may have been given away anew.
+/// Whether a process with that identifier lives. The identifier may have been reused.
 ProcessState StateOfProcess(std::uint32_t id);
 
 } // namespace NimaPost

@@ -14,7 +14,7 @@ namespace {
 
 struct sigaction previousResize;
 
-/// Another screen, no cursor, and what is wider than the terminal is cut instead of being wrapped.
+/// Switches to the other screen without a cursor; lines wider than the terminal are cut instead of wrapped.
 constexpr std::string_view kTake = "\x1b[?1049h\x1b[?25l\x1b[?7l\x1b[H\x1b[2J";
 constexpr std::string_view kGiveBack = "\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l";
 
@@ -31,7 +31,7 @@ void WriteNow(std::string_view text) {
     }
 }
 
-/// As much of a line as has no more characters than there are columns.
+/// As much of a line as fits the columns, one character each.
 std::string_view Cut(std::string_view line, std::size_t columns) {
     for (std::size_t i = 0; i < line.size(); ++i) {
         const bool begins = (static_cast<unsigned char>(line[i]) & 0xC0) != 0x80;
@@ -46,7 +46,7 @@ std::string_view Cut(std::string_view line, std::size_t columns) {
 
 Screen::Screen(Output& out) : out_(out) {
     TakeSize();
-    // Only to end a wait; a write goes on.
+    // The handler only ends a wait; a write is restarted.
     struct sigaction action {};
     action.sa_handler = [](int /*signal*/) {};
     action.sa_flags = SA_RESTART;
@@ -56,7 +56,7 @@ Screen::Screen(Output& out) : out_(out) {
 
 Screen::~Screen() {
     out_.Flush();
-    // Straight to the terminal, since a failed stream takes nothing any more.
+    // Straight to the terminal, since a failed stream accepts nothing more.
     WriteNow(kGiveBack);
     sigaction(SIGWINCH, &previousResize, nullptr);
 }
@@ -82,7 +82,7 @@ bool Screen::TakeSize() {
 
 void Screen::Show(const std::vector<std::string>& lines) {
     out_.Write("\x1b[H");
-    // Erased before it is written: behind a line that fills the row the cursor still stands on its last
+    // Erased before it is written: after a line that fills the row, the cursor is still on the last
     // character.
     for (std::size_t i = 0; i < lines.size() && i < rows_; ++i) {
         out_.Write(i == 0 ? "\x1b[7m\x1b[K" : i == 1 ? "\x1b[0m\r\n\x1b[K" : "\r\n\x1b[K");

@@ -8,8 +8,8 @@
 
 namespace NimaPost {
 
-/// The terminal on standard output, taken over for a picture that is drawn again and again. It gets its old
-/// content, cursor and attributes back in the end.
+/// The terminal on standard output, taken over for a picture that is drawn repeatedly. At the end it gets its
+/// old content, cursor and attributes back.
 class Screen {
   public:
     explicit Screen(Output& out);
@@ -20,7 +20,7 @@ class Screen {
     /// Whether standard output is a terminal that can do this.
     static bool Possible();
 
-    /// Asks the terminal for its size. True if it has changed.
+    /// Asks the terminal for its size. Returns whether it has changed.
     bool TakeSize();
     std::size_t Rows() const { return rows_; }
 

@@ -14,7 +14,7 @@ bool IsPlain(unsigned char c) {
     return c >= 0x20 && c < 0x7F;
 }
 
-/// A character at the front of a text; of length 0 where the bytes there are no UTF-8.
+/// The character at the front of a text; its length is 0 if the bytes there are not UTF-8.
 struct Character {
     std::size_t length = 0;
     std::uint32_t code = 0;
@@ -50,7 +50,8 @@ Character FirstCharacter(std::string_view text) {
     return character.code < least || character.code > 0x10FFFF || surrogate ? Character() : character;
 }
 
-/// Characters that take no room or turn the direction of text around; the report's page escapes the same.
+/// Characters that take no room or turn the direction of text around; the report's page escapes the same
+/// ones.
 bool IsUnseen(std::uint32_t code) {
     constexpr std::pair<std::uint32_t, std::uint32_t> kUnseen[]{
         {0xAD, 0xAD},     {0x61C, 0x61C},   {0x200B, 0x200F}, {0x2028, 0x202E},

@@ -12,12 +12,12 @@ namespace NimaPost {
 namespace {
 
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
-/// Date and stamp of a line are read one after the other; a busy device lets milliseconds pass between. Half
-/// of what an unseen second shifts the cut microseconds by (16.96 ms) would be too much.
+/// A line's date and stamp are read one after the other, and on a busy device milliseconds pass in between.
+/// This must stay below half of 16.96 ms, by which an unseen second shifts the cut microseconds.
 constexpr std::int64_t kTolerance = 5'000'000;
 
-/// Since 1900: from the last evening of 1969, which is where a clock without a battery begins west of
-/// Greenwich, to 2200.
+/// Since 1900: from the last evening of 1969, where a clock without a battery begins west of Greenwich, to
+/// 2200.
 constexpr std::int64_t kLeastYear = 69;
 constexpr std::int64_t kMostYear = 300;
 
@@ -36,7 +36,7 @@ bool TakeDigits(std::string_view& text, std::size_t count, std::int64_t& value) 
     return true;
 }
 
-/// The fields of a date with what stands between them; the widths are those of the printing formats.
+/// The fields of a date and the characters between them; the widths are those of the printing formats.
 std::optional<RawDate> TakeDate(std::string_view& text, const std::array<std::string_view, 6>& separators) {
     constexpr std::array<std::size_t, 6> kWidths{4, 2, 2, 2, 2, 2};
     std::string_view rest = text;
@@ -86,7 +86,7 @@ void AppendDateAndTime(std::string& out, std::int64_t nanoseconds, bool withDay,
     out.append(places, 2);
 }
 
-/// The moments that a date can stand for.
+/// The moments that a date can mean.
 std::vector<std::int64_t> Candidates(const RawDate& date) {
     std::vector<std::int64_t> moments;
     for (std::int64_t cut = date.microsecondsCut; cut < kMicrosecondsPerSecond; cut += kCutMicroseconds) {
@@ -99,8 +99,8 @@ std::vector<std::int64_t> Candidates(const RawDate& date) {
 
 std::optional<RawDate> MakeRawDate(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,
                                    std::int64_t minute, std::int64_t second, std::int64_t subsecond) {
-    // 60 is a leap second. The memory queue prints the sub-second field as a signed number. Distances between
-    // any two dates of these years, in nanoseconds, fit 64 bits.
+    // 60 is a leap second. The memory queue prints the sub-second field as a signed number. The distance
+    // between any two dates of these years, in nanoseconds, fits 64 bits.
     if (year < kLeastYear || year > kMostYear || month < 0 || month > 11 || day < 1 || day > 31 || hour < 0 ||
         hour > 23 || minute < 0 || minute > 59 || second < 0 || second > 60 || subsecond < -32768 ||
         subsecond > 65535) {

@@ -8,24 +8,24 @@
 
 namespace NimaPost {
 
-/// A moment as the library dates it: local time to the second, and of the microseconds the low 16 bits.
+/// A moment as the library dates it: local time to the second, and the low 16 bits of the microseconds.
 struct RawDate {
     std::int64_t second = 0; ///< since 1970, as if local time were UTC
     std::uint32_t microsecondsCut = 0;
 
-    /// Nanoseconds since 1970 of the earliest moment that the date can stand for.
+    /// Nanoseconds since 1970 of the earliest moment that the date can mean.
     std::int64_t Earliest() const { return second * 1'000'000'000 + microsecondsCut * std::int64_t{1000}; }
 };
 
-/// The microseconds of a second that leave the same 16 bits are this many apart.
+/// The distance between microseconds of a second that leave the same 16 bits.
 constexpr std::int64_t kCutMicroseconds = 65536;
 
-/// Fields as they are printed: years since 1900, months from 0. Empty where they are no date.
+/// Fields as they are printed: years since 1900, months from 0. Empty if they are not a date.
 std::optional<RawDate> MakeRawDate(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,
                                    std::int64_t minute, std::int64_t second, std::int64_t subsecond);
-/// "01261024150926.46886", as in a calibration line and the memory queue's file; advances behind it.
+/// "01261024150926.46886", as in a calibration line and the memory queue's file; advances past it.
 std::optional<RawDate> TakeCompactDate(std::string_view& text);
-/// "0126-10-24 15:54:50.16413", as in the head of a dump; advances behind it.
+/// "0126-10-24 15:54:50.16413", as in the head of a dump; advances past it.
 std::optional<RawDate> TakeSpacedDate(std::string_view& text);
 
 /// "2026-11-24 15:09:26.046886123"; the day is left out on request.
@@ -33,16 +33,16 @@ void AppendWallTime(std::string& out, std::int64_t nanosecondsSince1970, bool wi
 /// "2026-11-24T15:09:26.046886123"
 std::string WallTimeIso(std::int64_t nanosecondsSince1970);
 
-/// What is known of the distance between wall clock and elapsed time: wall = elapsed + offset. A date leaves
-/// about 16 offsets open, a second date far from the first in phase leaves fewer.
+/// What is known of the distance between wall clock and elapsed time: wall = elapsed + offset. One date
+/// leaves about 16 possible offsets; a second date whose phase is far from the first's leaves fewer.
 class WallOffset {
   public:
     /// A date and the elapsed time at which it was taken.
     WallOffset(const RawDate& date, std::int64_t elapsed);
 
     /// Takes a second date of the same run of the clocks into account. `elapsed` is the least time that can
-    /// have passed; the result is how many whole counter periods have passed unseen beside. Empty, and
-    /// nothing changed, when no number explains both dates: the clock was set or the device started anew.
+    /// have passed; the result is how many whole counter periods have passed unseen in addition. Empty, with
+    /// nothing changed, if no number explains both dates: the clock was set or the device restarted.
     std::optional<std::int64_t> Join(const RawDate& date, std::int64_t elapsed);
 
     /// The earliest offset that agrees with all dates.

@@ -13,7 +13,7 @@
 
 namespace NimaPost {
 
-/// What every command gets: the common options and where its result goes.
+/// What every command gets: the common options, and where its result goes.
 struct Context {
     bool json = false;
     std::string namesFile;
@@ -23,13 +23,13 @@ struct Context {
 
 using Run = std::function<int(Context&)>;
 
-/// A command adds itself to the program and sets `run` when it is the one that was asked for.
+/// A command adds itself to the program and sets `run` if it is the one that was called.
 using CommandAdder = void(CLI::App& app, Context& context, Run& run);
 
 /// Adds every command of the table.
 void AddAllCommands(CLI::App& app, Context& context, Run& run);
 
-/// A subcommand with the options that all of them share.
+/// A subcommand with the options that all commands share.
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
                      const std::string& description);
 
@@ -40,8 +40,8 @@ void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& 
 /// output holds nothing but what was asked for. What was printed before comes first on a terminal, too.
 void PrintFindings(Context& context, const Findings& findings);
 
-/// Prints on standard error, and as a JSON object on standard output where JSON was asked for, why nothing
-/// could be read; returns the exit code for that.
+/// Prints why nothing could be read, on standard error and, if JSON was asked for, as a JSON object on
+/// standard output. Returns the exit code for that.
 int ReportUnusable(Context& context, const std::string& path, const Findings& findings);
 int ReportUnusable(Context& context, const std::string& problem);
 

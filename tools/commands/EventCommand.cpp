@@ -52,7 +52,7 @@ int RunEvent(Context& context, const std::string& path) {
 void AddEventCommand(CLI::App& app, Context& context, Run& run) {
     auto path = std::make_shared<std::string>();
     CLI::App* command = AddCommand(app, context, "event", "A flat event record");
-    command->add_option("FILE", *path, "What the host's callback was given")->required();
+    command->add_option("FILE", *path, "The record that the host's callback received")->required();
     command->callback([&run, path] { run = [path](Context& c) { return RunEvent(c, *path); }; });
 }
 

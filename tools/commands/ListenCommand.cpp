@@ -22,9 +22,9 @@ namespace NimaPost {
 
 namespace {
 
-/// An interrupt that comes between the look for one and the wait is noticed after this many milliseconds.
+/// An interrupt that comes between the check for one and the wait is noticed after this many milliseconds.
 constexpr int kLongestWait = 250;
-/// Of a datagram that is no notification as much is shown.
+/// How much is shown of a datagram that is not a notification.
 constexpr std::size_t kMostShown = 256;
 
 struct Options {
@@ -43,7 +43,8 @@ struct Received {
 
 class Listener {
   public:
-    /// Takes the port on loopback, or one that the system chooses for 0. False with `errno` where it cannot.
+    /// Takes the port on loopback, or for 0 one that the system chooses. Returns false with `errno` set on
+    /// failure.
     bool Bind(std::uint16_t port) {
         socket_ = Descriptor(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
         sockaddr_in address{};
@@ -60,7 +61,7 @@ class Listener {
     }
     std::uint16_t Port() const { return port_; }
 
-    /// False when nothing came for a while, or an interrupt did.
+    /// Returns false if nothing came for a while, or an interrupt did.
     bool Receive(Received& received) {
         pollfd wait{socket_.Number(), POLLIN, 0};
         if (poll(&wait, 1, kLongestWait) <= 0) {
@@ -119,7 +120,7 @@ void PrintNotification(Context& context, const Received& received, const CrashNo
         AppendLine(text, "  copied to    ", copy->path + ", " + Counted(copy->bytes, "byte"));
     }
     if (copy && !copy->problem.empty()) {
-        AppendLine(text, copy->path.empty() ? "  not copied:  " : "  not all:     ", copy->problem);
+        AppendLine(text, copy->path.empty() ? "  not copied:  " : "  incomplete:  ", copy->problem);
     }
 }
 

@@ -34,7 +34,7 @@ bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem)
     for (const std::string& level : options.levels) {
         if (!filter.AddLevel(level)) {
             problem = "no level \"" + level +
-                      "\": FATAL, ERROR, WARN, PERF, INFO, DEBUG or CAL, with a + for graver ones too";
+                      "\": FATAL, ERROR, WARN, PERF, INFO, DEBUG or CAL, with a + for more severe ones too";
             return false;
         }
     }
@@ -51,14 +51,14 @@ bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem)
     return true;
 }
 
-/// '=' for a time that is certain to the clock's own precision, '~' for the earliest or latest possible; '<'
-/// for lines of a round that was being overwritten.
+/// '=' for a time that is certain to the clock's own precision, '~' for the earliest or latest possible time;
+/// '<' for lines of a round that was being overwritten.
 void AppendMarks(std::string& text, const LogEntry& entry) {
     text += entry.certainty.Exact() ? '=' : '~';
     text += entry.part->overwritten ? '<' : ' ';
 }
 
-/// Formats times; lines of one second share all but the fraction.
+/// Formats times; lines of one second share everything but the fraction.
 class TimePrinter {
   public:
     void Append(std::string& text, const LogEntry& entry) {
@@ -202,7 +202,7 @@ void Follow(Context& context, const std::string& path, LogFilter& filter) {
     }
 }
 
-/// Logs are read a second time for their lines, which may fail where the first time did not.
+/// Logs are read a second time for their lines, which may fail although the first time did not.
 int ReportLateProblems(Context& context, const LogSet& logs, const Findings& known) {
     const Findings problems = logs.ReadProblems();
     if (problems.damage.empty() || known.Holds("cannot-read")) {
@@ -250,14 +250,13 @@ void AddLogCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time");
     command->add_option("FILE", options->files, "Logs; their backups (FILE.1 ...) are read as well")
         ->required();
-    command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and graver")
+    command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and more severe")
         ->delimiter(',');
     command->add_option("--tracer", options->tracers, "Only lines of these tracers");
     command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
         ->delimiter(',');
-    command->add_option("--text", options->text, "Only messages that hold this");
-    command->add_flag("-i,--ignore-case", options->ignoreCase,
-                      "--text takes upper and lower case alike (ASCII)");
+    command->add_option("--text", options->text, "Only messages that contain this text");
+    command->add_flag("-i,--ignore-case", options->ignoreCase, "--text ignores case (ASCII)");
     command->add_flag("--alone", options->alone, "Leave the backups out");
     command->add_flag("-f,--follow", options->follow, "Print lines as they are written, until Ctrl-C");
     command->callback([&run, options] { run = [options](Context& c) { return RunLog(c, *options); }; });

@@ -15,7 +15,7 @@ namespace NimaPost {
 
 namespace {
 
-/// What a browser opens at once and a mail carries.
+/// What a browser opens at once and fits in a mail.
 constexpr std::size_t kDefaultRows = 50000;
 /// A page's list cannot be scrolled beyond about this many rows.
 constexpr std::size_t kMostRows = 500000;
@@ -25,7 +25,7 @@ struct Options {
     std::size_t rows = kDefaultRows;
 };
 
-/// Keeps the page's data from ending its element.
+/// Keeps the page's data from closing its own element.
 void WriteEscaped(Output& out, const Json& json) {
     const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
     std::string_view rest = text;
@@ -45,7 +45,7 @@ std::string Now() {
     return text.substr(0, text.find('.')) + 'Z';
 }
 
-/// The folder's own name, also where it was given as "." or with a slash at its end.
+/// The folder's own name, even if it was given as "." or with a slash at its end.
 std::string FolderName(const std::string& folder) {
     std::error_code error;
     std::filesystem::path path = std::filesystem::canonical(folder, error);
@@ -62,7 +62,7 @@ void WriteRows(Output& out, const std::vector<Row>& sorted, std::uint64_t omitte
     WriteEscaped(out, {{"rows", omitted},
                        {"statement", omitted == 0 ? std::string()
                                                   : Counted(omitted, "older record") +
-                                                        " left out; --rows takes more of them in."}});
+                                                        " left out; --rows includes more of them."}});
 }
 
 void WritePage(Output& out, const Options& options, const Story& story, const Names& names) {

@@ -125,8 +125,8 @@ void PrintRings(Context& context, const Options& options, const RingSet& set) {
 
 void PrintMerged(Context& context, const std::vector<MergedRecord>& merged) {
     context.out.Line(
-        "\nAll rings in one order; seconds before the newest record. Each ring's newest record is taken to "
-        "stand within the last second; it may be older by whole seconds.");
+        "\nAll rings in one order; seconds before the newest record. Each ring's newest record is assumed to "
+        "be within the last second; it may be older by whole seconds.");
     std::string& text = context.out.Text();
     for (const MergedRecord& each : merged) {
         AppendSeconds(text, each.time);
@@ -193,7 +193,7 @@ void AddRemarks(const RingSet& set, Findings& findings) {
         if (ring.seam == Seam::kUncertain) {
             findings.Remark("uncertain-seam",
                             ring.name +
-                                ": nothing recorded tells for sure where its newest record meets the "
+                                ": nothing recorded shows for certain where its newest record meets the "
                                 "oldest, or those of an earlier process.");
         }
         if (ring.clockBreaks > 0) {

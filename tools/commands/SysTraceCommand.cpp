@@ -59,7 +59,7 @@ bool MakeFilter(const Options& options, const Names& names, Filter& filter, std:
     return true;
 }
 
-/// While a dump is taken the live filter and state stand under "saved".
+/// While a dump is being taken, the live filter and state are stored as "saved".
 bool TakenUnderCapture(const SysTraceHeader& header) {
     return header.savedState != 0 && std::all_of(std::begin(header.liveFilter), std::end(header.liveFilter),
                                                  [](auto word) { return word == 0; });
@@ -134,8 +134,8 @@ std::vector<std::uint32_t> Select(const SysTraceFile& trace, const Filter& filte
             selected.push_back(i);
         }
     }
-    // Writers that were held up stand a little behind their time; stable, so that equal times keep their
-    // slots' order.
+    // Delayed writers are stored a little after their time. The sort is stable, so that equal times keep the
+    // order of their slots.
     std::stable_sort(selected.begin(), selected.end(), [&](std::uint32_t a, std::uint32_t b) {
         return trace.records[a].elapsed < trace.records[b].elapsed;
     });

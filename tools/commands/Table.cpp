@@ -2,7 +2,7 @@
 
 namespace NimaPost {
 
-// A command is a file that defines one of these, and a row below.
+// Each command is a file that defines one of these, and a row below.
 CommandAdder AddCrashCommand;
 CommandAdder AddEventCommand;
 CommandAdder AddListenCommand;

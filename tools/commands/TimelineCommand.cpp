@@ -28,7 +28,7 @@ const char* CertaintyInWords(const TimelineEvent& event) {
                                      : "perhaps whole seconds off";
 }
 
-/// Microseconds with three places; a floating-point number would lose the nanoseconds.
+/// Microseconds with three decimal places; a floating-point number would lose the nanoseconds.
 std::string Microseconds(std::int64_t nanoseconds) {
     std::string places;
     AppendSeconds(places, Modulo(nanoseconds, 1000));
@@ -163,7 +163,7 @@ class TraceWriter {
         };
         for (auto rate = rates_.begin(); rate != rates_.end(); ++rate) {
             write(rate->first, rate->second);
-            // A counter keeps its value until the next one, so a quiet second has to say so.
+            // A counter keeps its value until the next one, so a second without entries needs one of its own.
             const auto next = std::next(rate);
             if (next == rates_.end() || next->first != rate->first + 1) {
                 write(rate->first + 1, {});

@@ -21,10 +21,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// An interrupt that comes between the look for one and the wait is noticed after this time.
+/// An interrupt that comes between the check for one and the wait is noticed after this time.
 constexpr std::chrono::milliseconds kLongestWait(200);
 constexpr std::size_t kUsualRecords = 10;
-/// As many notices stay on the screen.
+/// How many notices stay on the screen.
 constexpr std::size_t kNotices = 4;
 
 struct Options {
@@ -34,7 +34,7 @@ struct Options {
     std::optional<std::size_t> last;
 };
 
-/// Looks at a folder's segments and shows what it saw, in one of three ways.
+/// Looks at a folder's segments and shows the result in one of three ways.
 class Watch {
   public:
     Watch(Context& context, const Options& options)
@@ -78,7 +78,7 @@ class Watch {
 
     std::uint64_t Ticks() const { return tick_.number; }
 
-    /// Waits for the next tick; what is shown follows the terminal's size meanwhile.
+    /// Waits for the next tick; meanwhile the picture follows the terminal's size.
     void Wait(const Interrupt& interrupt) {
         const Clock::time_point next = looked_ + std::chrono::milliseconds(options_.interval);
         for (Clock::time_point now = Clock::now(); now < next && !interrupt.Requested(); now = Clock::now()) {
@@ -179,7 +179,7 @@ void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddCommand(app, context, "watch",
                                    "The rings and the binary trace of a running process, live, until Ctrl-C");
     command->add_option("DIRECTORY", options->directory, "The working directory of the process (.)");
-    command->add_option("--interval", options->interval, "Milliseconds from look to look (500)")
+    command->add_option("--interval", options->interval, "Milliseconds between looks (500)")
         ->type_name("MS")
         ->check(CLI::Range(10, 3600000));
     AddCountOption(*command, options->count, "looks");

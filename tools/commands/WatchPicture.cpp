@@ -123,7 +123,7 @@ void WatchPicture::Rings() {
     if (look.process.lives) {
         line += " (";
         AppendPrintable(line, look.process.name);
-        line += "), which lives";
+        line += "), which is running";
     } else {
         line += ", which is gone";
     }

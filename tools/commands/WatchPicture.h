@@ -17,7 +17,7 @@ namespace NimaPost {
 struct WatchTick {
     std::uint64_t number = 0;
     std::int64_t time = 0;
-    double seconds = 0; ///< since the tick before
+    double seconds = 0; ///< since the previous tick
     const TraceLook* trace = nullptr;
     const RingsLook* rings = nullptr;
     std::vector<std::string> notices;
@@ -54,7 +54,7 @@ class WatchPicture {
     std::vector<std::string> lines_;
 };
 
-/// The same looks as JSON, at most `most` of the last records among them.
+/// The same looks as JSON, with at most `most` of the last records.
 Json TraceJson(const WatchTick& tick, const Names& names, std::size_t most);
 Json RingsJson(const WatchTick& tick, const Names& names);
 

@@ -19,7 +19,7 @@ std::string_view WithoutBlanks(std::string_view text) {
     return text;
 }
 
-/// "Label: value" with the label's blanks in front taken away.
+/// "Label: value"; blanks before the label are dropped.
 bool SplitField(std::string_view line, std::string_view separator, std::string_view& label,
                 std::string_view& value) {
     const std::size_t at = line.find(separator);
@@ -43,7 +43,7 @@ void ReadExtraData(std::string_view value, std::vector<std::string>& words) {
     }
 }
 
-/// Whether a line is one of those that every dump begins with.
+/// Whether a line is one of those with which every dump begins.
 bool IsOfHead(std::string_view line) {
     return line.starts_with(kHeadTicks) || line.starts_with(kHeadFrequency) ||
            line.find(kHeadDate) != std::string_view::npos;

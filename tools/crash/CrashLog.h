@@ -16,7 +16,7 @@ namespace NimaPost {
 struct CrashLog {
     std::optional<RawDate> date;
     std::optional<std::int64_t> ticks;
-    /// "Error Code" and what follows it, in the order of the log; labels without blanks in front.
+    /// "Error Code" and what follows it, in the order of the log; labels without leading blanks.
     std::vector<std::pair<std::string, std::string>> failure;
     std::vector<std::string> extraData;
     std::vector<std::string> modules;
@@ -26,7 +26,7 @@ struct CrashLog {
     bool complete = false;
     std::string footer;
 
-    /// The value of a field of the failure block; empty where it is not there.
+    /// The value of a field of the failure block; empty if there is no such field.
     std::string_view Field(std::string_view label) const;
     /// What kind of failure it was, in words.
     std::string Title() const;

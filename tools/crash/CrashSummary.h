@@ -9,13 +9,14 @@
 
 namespace NimaPost {
 
-/// A ring that was written to, with its newest record's distance from the others' newest or the crash.
+/// A ring that was written to, and how far its newest record is from the newest of the other rings or from
+/// the crash.
 struct ActiveRing {
     const Ring* ring = nullptr;
     std::int64_t newest = 0; ///< nanoseconds, negative before it
 };
 
-/// The rings of a set that hold records, the one written last in front.
+/// The rings of a set that hold records, the one written last first.
 std::vector<ActiveRing> ActiveRings(const RingSet& set);
 
 /// What failed, as pairs of a label and a value for people to read.

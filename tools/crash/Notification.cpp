@@ -24,7 +24,7 @@ std::optional<CrashNotification> ParseNotification(std::string_view datagram) {
         return std::nullopt;
     }
     datagram.remove_suffix(kEnd.size());
-    // A working directory may have line ends in its name, the kernel's pattern has none.
+    // A working directory may have line ends in its name; the kernel's pattern has none.
     const std::size_t folder = datagram.rfind(kFolder);
     if (folder == std::string_view::npos || folder == 0) {
         return std::nullopt;

@@ -10,7 +10,7 @@ namespace NimaPost {
 
 /// A stack-trace file, doc/stack-trace.md.
 struct StackTrace {
-    std::vector<std::string> report; ///< the lines in front of the frames
+    std::vector<std::string> report; ///< the lines before the frames
     std::vector<std::string> frames;
 };
 

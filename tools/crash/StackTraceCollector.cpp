@@ -35,7 +35,7 @@ bool WriteAll(int descriptor, const char* bytes, std::size_t length) {
     return true;
 }
 
-/// The file is complete when its process notifies, so its end is the end.
+/// The file is complete when its process notifies, so the end found here is its end.
 void CopyBytes(int from, int to, StackTraceCollector::Copy& copy) {
     std::array<char, 1 << 16> piece{};
     for (;;) {
@@ -83,7 +83,8 @@ StackTraceCollector::Copy StackTraceCollector::Take(const std::string& path) con
         copy.problem = "not the path of a stack-trace file";
         return copy;
     }
-    // A pipe without a writer would keep the program waiting, a link lead to what nobody meant to give away.
+    // On a pipe without a writer the program would wait, and a link could lead to a file that nobody meant to
+    // give away.
     const Descriptor from(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     struct stat status {};
     if (!from || fstat(from.Number(), &status) != 0) {

@@ -9,20 +9,20 @@
 
 namespace NimaPost {
 
-/// Copies stack-trace files into a folder before their owner clears them away.
+/// Copies stack-trace files into a folder before their owner removes them.
 class StackTraceCollector {
   public:
-    /// Opens the folder, which is made where it is missing. Empty when that cannot be; `problem` says why.
+    /// Opens the folder, creating it if it is missing. Empty on failure; `problem` says why.
     static std::optional<StackTraceCollector> Open(const std::string& folder, std::string& problem);
 
     struct Copy {
-        std::string path; ///< empty where nothing was copied
+        std::string path; ///< empty if nothing was copied
         std::uint64_t bytes = 0;
-        std::string problem; ///< why there is no copy, or why it is not all of the file
+        std::string problem; ///< why there is no copy, or why it is incomplete
     };
-    /// Copies the file that a notification names under its own name, or that name and a number where it is
-    /// taken. Whoever notifies is not to be trusted: anything but a regular file with the name of a stack
-    /// trace is refused, and a long file is cut.
+    /// Copies the file that a notification names, under its own name, or under that name and a number if it
+    /// is taken. The sender of a notification is not trusted: anything but a regular file with the name of a
+    /// stack trace is refused, and a long file is cut.
     Copy Take(const std::string& path) const;
 
   private:

@@ -11,7 +11,7 @@ namespace NimaPost {
 
 namespace {
 
-/// What a text field of a fixed size holds before its first zero.
+/// The content of a text field of fixed size, up to its first zero.
 std::string_view TextOf(const char* field, std::size_t size) {
     return {field, strnlen(field, size)};
 }
@@ -52,8 +52,7 @@ void ReadEntries(std::string_view bytes, std::uint32_t area, EventRecord& record
         }
     }
     if (strange > 0) {
-        findings.Damage("unknown-entry",
-                        Counted(strange, "entry") + " of another size or type than any known.");
+        findings.Damage("unknown-entry", Counted(strange, "entry") + " of unknown size or type.");
     }
     if (present < promised) {
         findings.Damage("file-cut",
@@ -83,7 +82,7 @@ std::optional<EventRecord> ReadEventRecord(std::string_view bytes, Findings& fin
     }
     if (!LooksLikeEventRecord(bytes)) {
         findings.Damage("not-an-event-record",
-                        "No event record, or one of a version or a layout that this program does not know.");
+                        "Not an event record, or one whose version or layout this program does not know.");
         return std::nullopt;
     }
     EventRecord record;

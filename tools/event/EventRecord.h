@@ -15,8 +15,8 @@ struct EventRecord {
     struct Pair {
         std::string key;
         std::string value;
-        bool hashed = false; ///< whether the receiver is to hash the value
-        bool cut = false;    ///< the record holds the beginning alone
+        bool hashed = false; ///< whether the receiver should hash the value
+        bool cut = false;    ///< the record holds only the beginning
     };
 
     std::uint32_t type = 0;
@@ -25,10 +25,10 @@ struct EventRecord {
     std::vector<Pair> pairs;
 };
 
-/// By the front of a file, of which 56 bytes are enough; also where the file has lost its end.
+/// Decides by the front of a file, of which 56 bytes are enough, even if the file has lost its end.
 bool LooksLikeEventRecord(std::string_view front);
 
-/// Empty where it is no record that this program knows; the findings then say so.
+/// Empty if it is no record that this program knows; the findings then say so.
 std::optional<EventRecord> ReadEventRecord(std::string_view bytes, Findings& findings);
 
 /// "type 1, id 1: User=someone (to be hashed), Page=0", as a terminal can show it.

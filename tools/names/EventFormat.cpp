@@ -10,8 +10,8 @@ namespace NimaPost {
 
 namespace {
 
-/// A conversion of a format: "%", flags, width, precision and a letter. Length letters are of no use to
-/// 32-bit words, text has none.
+/// A conversion of a format: "%", flags, width, precision and a letter. 32-bit words need no length letters,
+/// so the text has none.
 struct Conversion {
     std::string flags;
     char letter = 0;
@@ -48,7 +48,7 @@ void AppendConverted(std::string& out, const Conversion& conversion, std::uint32
     if (conversion.letter == 'p') {
         return AppendHex32(out, value);
     }
-    // Widths are three digits at most.
+    // Widths have at most three digits.
     std::array<char, 2100> text{};
     std::string format = "%" + conversion.flags + conversion.letter;
     const bool isSigned = conversion.letter == 'd' || conversion.letter == 'i';

@@ -21,7 +21,7 @@ void SkipBlanks(std::string_view& text) {
     text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
 }
 
-/// A word, or a text in double quotes in which a backslash stands before a quote or a backslash.
+/// A word, or a text in double quotes in which quotes and backslashes are preceded by a backslash.
 bool TakeWord(std::string_view& line, std::string& word) {
     SkipBlanks(line);
     word.clear();
@@ -94,7 +94,7 @@ bool SplitWords(std::string_view line, std::vector<std::string>& words, std::str
         words.push_back(word);
     }
     if (!line.empty() && line.front() != '#') {
-        problem = "a quote without its end";
+        problem = "a quote that is not closed";
         return false;
     }
     return true;
@@ -107,7 +107,7 @@ struct Names::Kind {
     std::string_view word;
     std::size_t leastWords;
     std::size_t mostWords;
-    /// What the words after the first ought to be.
+    /// What the words after the first should be.
     std::string_view takes;
     bool (Names::*add)(const Words& words, std::string& problem);
 };
@@ -117,9 +117,10 @@ const std::array<Names::Kind, 5>& Names::Kinds() {
         Kind{"component", 3, 3, "takes a number (at most 127) and a name", &Names::AddComponent},
         Kind{"level", 3, 3, "takes a number (at most 3) and a name", &Names::AddLevel},
         Kind{"thread", 3, 3, "takes a number (at most 4294967295) and a name", &Names::AddThread},
-        Kind{"event", 4, 5, "takes a component, an event number, a name and perhaps a format",
+        Kind{"event", 4, 5, "takes a component, an event number, a name and optionally a format",
              &Names::AddEvent},
-        Kind{"ring", 4, 5, "takes a ring's name, a code, a name and perhaps a format", &Names::AddRingEvent}};
+        Kind{"ring", 4, 5, "takes a ring's name, a code, a name and optionally a format",
+             &Names::AddRingEvent}};
     static_assert(kMostComponent == 127 && kMostLevel == 3 && kAnyNumber == 4294967295U);
     return kKinds;
 }
@@ -204,7 +205,7 @@ bool Names::AddThread(const Words& words, std::string& /*problem*/) {
     return AddNumbered(threads_, words, kAnyNumber);
 }
 
-/// The last words of an event: its number, its name, and perhaps a format.
+/// The last words of an event: its number, its name, and optionally a format.
 bool Names::TakeEvent(const Words& words, std::uint32_t most, std::uint32_t& number, EventName& event,
                       std::string& problem) {
     if (!Number(words[2], most, number)) {

@@ -14,7 +14,7 @@
 
 namespace NimaPost {
 
-/// An event in words: a name and, where given, a text with printf conversions for its 32-bit arguments.
+/// An event in words: a name and, if given, a text with printf conversions for its 32-bit arguments.
 struct EventName {
     std::string name;
     std::string format;
@@ -28,18 +28,18 @@ class Names {
   public:
     Names();
 
-    /// Adds the lines of a file to the dictionary. False where the file cannot be read or a line is not
+    /// Adds the lines of a file to the dictionary. Returns false if the file cannot be read or a line is not
     /// understood; `problem` then names file and line.
     bool Load(const std::string& path, std::string& problem);
     bool AddLine(std::string_view line, std::string& problem);
-    /// Of the file that was loaded last.
+    /// The identity of the file that was loaded last.
     std::optional<FileIdentity> File() const { return file_; }
 
     /// "Engine", or "component 2".
     std::string Component(std::uint32_t number) const;
     /// "level 1", or its name.
     std::string Level(std::uint32_t number) const;
-    /// Empty where the thread has no name.
+    /// Empty if the thread has no name.
     std::string Thread(std::uint32_t id) const;
     /// By name or number, for filters.
     std::optional<std::uint32_t> FindComponent(std::string_view text) const;

@@ -11,7 +11,7 @@
 
 namespace NimaPost {
 
-/// The newest crash log of a folder; null where there is none.
+/// The newest crash log of a folder; null if there is none.
 const CrashLog* NewestCrash(const Story& story);
 
 /// Everything that is not a row.

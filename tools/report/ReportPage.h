@@ -4,8 +4,8 @@
 
 namespace NimaPost {
 
-/// The report's page up to the place of its data. What goes there is one JSON object as page/main.js
-/// describes it, with every "<" written as \u003c.
+/// The report's page up to the place of its data. The data is one JSON object as page/main.js describes it,
+/// with every "<" written as \u003c.
 std::string_view PageHead();
 
 /// The rest of the page.

@@ -39,7 +39,7 @@ void Rows::Take(const TimelineEvent& event) {
     row.name = names.Of(event.name);
     row.text = ToUtf8(event.text.substr(0, kLongestText));
     row.text += event.text.size() > kLongestText ? " ..." : "";
-    // Words of records carry their mark already.
+    // The wording of a record already contains its mark.
     row.text +=
         event.kind != EventKind::kText || event.mark.empty() ? "" : "  [" + std::string(event.mark) + "]";
     row.arguments.assign(event.arguments.begin(), event.arguments.end());

@@ -15,7 +15,7 @@
 
 namespace NimaPost {
 
-/// Texts that occur again and again, as numbers.
+/// Numbers for texts that occur again and again.
 class Index {
   public:
     /// -1 for an empty text.
@@ -31,7 +31,7 @@ struct Row {
     std::optional<std::int64_t> time;
     std::uint64_t order = 0;
     int sureness = 0;     ///< 0 exact, 1 perhaps whole seconds off, 2 assumed
-    std::size_t file = 0; ///< in the folder's files
+    std::size_t file = 0; ///< index in the folder's files
     std::int64_t thread = -1;
     std::int64_t level = -1;
     std::int64_t name = -1;
@@ -59,7 +59,7 @@ class Rows {
   private:
     static bool Before(const Row& a, const Row& b);
 
-    /// "level 2" stands as "2", a name of the dictionary as it is.
+    /// "level 2" becomes "2"; a name of the dictionary stays as it is.
     static std::string_view LevelDigit(std::string_view level);
 
     void KeepNewest();
@@ -70,7 +70,7 @@ class Rows {
     std::uint64_t taken_ = 0;
 };
 
-/// A row as the page takes it; times count from the origin.
+/// A row in the form that the page expects; times count from the origin.
 Json RowJson(const Row& row, std::int64_t origin);
 
 } // namespace NimaPost

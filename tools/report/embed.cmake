@@ -1,5 +1,5 @@
 # Puts the page together and writes it as one C++ source:
-# cmake -DHTML=file -DCSS=file -DSCRIPT=file -DOUTPUT=file -P embed.cmake
+#     cmake -DHTML=file -DCSS=file -DSCRIPT=file -DOUTPUT=file -P embed.cmake
 cmake_minimum_required(VERSION 3.25)
 
 file(READ "${HTML}" page)

@@ -41,7 +41,7 @@ const RingsLook& LiveRings::Look(std::vector<std::string>& notices) {
     look_.process = StateOfProcess(look_.processId);
     const bool sameFile = known_ && generation_ == file_.Generation();
     if (sameFile && std::memcmp(&directory_, &directoryBefore, kDirectoryFields) != 0) {
-        notices.push_back("Process " + std::to_string(look_.processId) + " has laid the rings out anew.");
+        notices.push_back("Process " + std::to_string(look_.processId) + " has laid the rings out again.");
     }
     const bool comparable = sameFile && directory_.segmentSize == directoryBefore.segmentSize &&
                             std::equal(std::begin(directory_.entryCounts), std::end(directory_.entryCounts),
@@ -112,7 +112,8 @@ void LiveRings::Compare(std::uint32_t index, const RingBufferData* now, const Ri
             continue;
         }
         ++fresh;
-        // The last of a run of fresh slots is the newest of its writer, and processes write apart.
+        // The last of a run of fresh slots is the newest of its writer, and different processes write in
+        // different places.
         const std::uint32_t next = (slot + 1) % ring.entries;
         const bool ends = now[next].timestamp == 0 || Same(now[next], before[next]);
         if (ends && (!newest || ahead(now[slot]) > ahead(*newest))) {
@@ -133,7 +134,7 @@ void LiveRings::Compare(std::uint32_t index, const RingBufferData* now, const Ri
     }
 }
 
-/// Where no comparison has told which record is the newest, its place among the others does.
+/// If no comparison has shown which record is the newest, its place among the others does.
 void LiveRings::TakeNewestBySeam(const InputFile& file) {
     bool missing = false;
     for (std::size_t i = 0; i < RING_COUNT; ++i) {

@@ -16,7 +16,7 @@ namespace NimaPost {
 struct RingLook {
     std::uint32_t entries = 0;
     std::uint32_t used = 0;
-    /// Slots that hold another record than at the look before; empty at the first. If it is all of them,
+    /// Slots that hold another record than at the previous look; empty at the first look. If all of them do,
     /// more may have been written.
     std::optional<std::uint32_t> fresh;
     std::optional<RingBufferData> newest;
@@ -24,14 +24,14 @@ struct RingLook {
 
 /// What one look at the rings shows.
 struct RingsLook {
-    std::string problem; ///< why there is nothing to see; the rest is void then
+    std::string problem; ///< why there is nothing to see; if set, the rest is void
     std::uint32_t processId = 0;
     ProcessState process;
     std::array<RingLook, RING_COUNT> rings;
 };
 
-/// Looks at the segment "System Ring Buffers" of a running process. Nothing in it tells where a ring is
-/// written next, so each look compares its records with those of the look before.
+/// Looks at the segment "System Ring Buffers" of a running process. Nothing in it says where a ring is
+/// written next, so each look compares the ring's records with those of the previous look.
 class LiveRings {
   public:
     explicit LiveRings(const std::string& directory)
@@ -52,7 +52,7 @@ class LiveRings {
     std::vector<RingBufferData> records_;
     std::array<std::optional<RingBufferData>, RING_COUNT> newest_;
     unsigned generation_ = 0;
-    bool known_ = false; ///< `directory_` and `records_` are those of a look before
+    bool known_ = false; ///< `directory_` and `records_` are those of an earlier look
 };
 
 } // namespace NimaPost

@@ -8,8 +8,8 @@ namespace NimaPost {
 
 namespace {
 
-/// The newest counter of all: the one that every other ring's newest stands close before. Counters agree with
-/// time modulo a second alone, so the newest follows the widest gap on that circle.
+/// The newest counter of all, just before which every other ring's newest counter lies. Counters agree with
+/// time only modulo a second, so the newest comes before the widest gap on that circle.
 std::int64_t NewestCounter(const RingSet& set) {
     std::vector<std::int64_t> phases;
     for (const Ring& ring : set.rings) {

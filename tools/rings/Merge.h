@@ -8,14 +8,14 @@ namespace NimaPost {
 
 /// A record in the common order of all rings.
 struct MergedRecord {
-    std::int64_t time = 0; ///< nanoseconds before the newest of all, so 0 or negative
+    std::int64_t time = 0; ///< nanoseconds before the newest of all, so it is 0 or negative
     const Ring* ring = nullptr;
     const RingRecord* record = nullptr;
 };
 
-/// Puts all rings into one order. Nothing recorded ties one ring's seconds to another's, so every ring's
-/// newest record is taken to stand less than a second before the newest of all. `ticks` of a dump's head,
-/// where there is one, is the moment the rings are measured from.
+/// Puts all rings into one order. No record ties one ring's seconds to another's, so every ring's newest
+/// record is assumed to be less than a second before the newest of all. If a dump's head has `ticks`, times
+/// are measured from that moment.
 std::vector<MergedRecord> MergeRings(const RingSet& set);
 
 } // namespace NimaPost

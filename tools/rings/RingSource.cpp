@@ -58,8 +58,8 @@ void RingSource::Place(Axis& axis) {
     if (!All().empty()) {
         axis.State(
             {"rings-tied",
-             "Every ring's newest record is taken to stand within a second of the moment the rings were "
-             "read or written; its ring may be older by whole seconds."});
+             "Every ring's newest record is assumed to be within a second of the moment the rings were "
+             "read or written; the ring may be older by whole seconds."});
     }
 }
 

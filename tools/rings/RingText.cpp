@@ -15,7 +15,7 @@ namespace {
 
 /// Far more records than any text dump of the library holds.
 constexpr std::size_t kMostTextRecords = 1 << 20;
-/// Headings are 31 in a dump; an index or a name may be wrong, and a text hold several dumps.
+/// A dump has 31 headings; an index or a name may be wrong, and a text may hold several dumps.
 constexpr std::size_t kMostTextRings = 1024;
 
 bool TakeWord32(std::string_view& line, std::uint32_t& word) {
@@ -35,7 +35,7 @@ bool ReadRecordLine(std::string_view line, RingBufferData& data) {
            TakeWord32(line, data.words[4]) && line.empty();
 }
 
-/// A ring's heading carries its name, or its index where the dump came from the segment.
+/// A ring's heading has its name, or its index if the dump came from the segment.
 bool ReadHeading(std::string_view line, Ring& ring) {
     constexpr std::string_view kEnd = kRingHeadingEnd;
     if (!TakeLiteral(line, kRingHeadingBegin) || !line.ends_with(kEnd)) {

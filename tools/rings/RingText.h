@@ -10,14 +10,14 @@
 namespace NimaPost {
 
 bool LooksLikeRingText(std::string_view front);
-/// Whether a dump of the rings stands somewhere in a text.
+/// Whether a text contains a dump of the rings.
 bool HoldsRingText(std::string_view text);
 
 /// Reads a text dump of either kind: headings with names or with indices.
 std::optional<RingSet> ReadRingText(std::string_view text, Findings& findings);
 
-/// Reads the rings of a dump; `text` goes on after the mark that begins it, in a crash log for example, and
-/// is read up to the mark that ends it.
+/// Reads the rings of a dump. `text` begins after the mark that begins the dump, in a crash log for example,
+/// and is read up to the mark that ends it.
 void ReadRingLines(std::string_view text, RingSet& set, Findings& findings);
 
 /// The head of every text dump and crash log: "Crash Date/Time: ...", "Ticks: ...".

@@ -20,20 +20,20 @@ struct RingRecord {
 /// Where the newest record of a ring meets the oldest.
 enum class Seam : unsigned char {
     kNone,     ///< the ring has not filled: slot 0 is the oldest
-    kLikely,   ///< one place stands out
-    kUncertain ///< nothing recorded tells; the likeliest place was taken
+    kLikely,   ///< one place is clearly distinct
+    kUncertain ///< nothing recorded shows it; the most likely place was taken
 };
 
 struct Ring {
     std::uint32_t index = 0;
     std::string name;
-    std::uint32_t entries = 0; ///< 0 where the input does not tell
+    std::uint32_t entries = 0; ///< 0 if the input does not say
     Seam seam = Seam::kNone;
     std::uint64_t clockBreaks = 0;
     std::vector<RingRecord> records; ///< oldest first
 };
 
-/// All rings of a segment or of a text dump of one.
+/// All rings of a segment, or of a text dump of one.
 struct RingSet {
     bool isText = false;
     std::optional<std::uint32_t> processId;

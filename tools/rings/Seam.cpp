@@ -10,18 +10,18 @@ namespace NimaPost {
 
 namespace {
 
-/// A step that stands out among a ring's steps does so by this factor.
+/// A step counts as distinct if it is this many times wider than the next.
 constexpr std::int64_t kStandsOut = 8;
 
 std::int64_t StepBetween(const RingRecord& a, const RingRecord& b) {
     return StepForward(a.data.timestamp, b.data.timestamp);
 }
 
-/// Threads of one process lie closer together than this in its address space, and so do their identifiers.
+/// Threads of one process are closer together than this in its address space, and so are their identifiers.
 constexpr std::uint32_t kOneProcess = 1U << 29;
 
 /// The places that no thread writes on both sides of: perhaps another process took the ring over there and
-/// began at slot 0 again.
+/// restarted at slot 0.
 std::vector<std::size_t> ChangesOfThreads(const std::vector<RingRecord>& records) {
     std::unordered_map<std::uint32_t, std::size_t> last;
     for (std::size_t i = 0; i < records.size(); ++i) {
@@ -43,14 +43,14 @@ bool AreOfOneProcess(const RingRecord& a, const RingRecord& b) {
     return std::min(apart, 0 - apart) < kOneProcess;
 }
 
-/// How long before the head of a dump the record in front of a place was written, at the least.
+/// How long before the head of a dump the record before a place was written, at the least.
 std::int64_t NewestBeforeHead(const std::vector<RingRecord>& records, std::size_t place, std::int64_t ticks) {
     const RingRecord& newest = records[(place + records.size() - 1) % records.size()];
     return std::max<std::int64_t>(BeforeHead(newest.data.timestamp, ticks), 0);
 }
 
-/// The step from newest to oldest leads back in time, so nothing ties it to the others: in a busy ring it is
-/// by far the widest when read as a step forward.
+/// The step from newest to oldest leads back in time, so nothing ties it to the other steps: in a busy ring
+/// it is by far the widest when read as a step forward.
 std::size_t WidestStep(const std::vector<RingRecord>& records, bool& standsOut) {
     std::size_t place = 0;
     std::int64_t widest = -1;
@@ -71,7 +71,7 @@ std::size_t WidestStep(const std::vector<RingRecord>& records, bool& standsOut) 
 }
 
 /// Turns slot order into time order. `full`: every slot of the ring has been written at some time. `ticks`:
-/// when the dump that the ring stands in was begun.
+/// when the dump that contains the ring was begun.
 void FindSeam(Ring& ring, bool full, std::optional<std::int64_t> ticks) {
     auto& records = ring.records;
     if (records.size() < 2) {

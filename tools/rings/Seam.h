@@ -8,7 +8,7 @@
 namespace NimaPost {
 
 /// Turns a ring's records from slot order into time order and recovers their times. `full`: every slot of the
-/// ring has been written at some time. `ticks`: when the dump that the ring stands in was begun.
+/// ring has been written at some time. `ticks`: when the dump that contains the ring was begun.
 void OrderRing(Ring& ring, bool full, std::optional<std::int64_t> ticks);
 
 } // namespace NimaPost

@@ -39,7 +39,7 @@ bool IsPlausible(const RingDirectory& directory, std::uint64_t fileSize) {
     return fits || fileSize + 1 == segment;
 }
 
-/// Records of one ring as they lie in the segment.
+/// Records of one ring as they are in the segment.
 void TakeSlots(std::string_view bytes, Ring& ring) {
     const std::size_t count = bytes.size() / RING_RECORD_SIZE;
     for (std::size_t slot = 0; slot < count; ++slot) {
@@ -53,7 +53,7 @@ void TakeSlots(std::string_view bytes, Ring& ring) {
     OrderRing(ring, ring.records.size() == ring.entries, std::nullopt);
 }
 
-/// Reads the rings one after the other; returns where the last one ends, and how many records the file lacks.
+/// Reads the rings one after the other. Returns where the last one ends, and how many records the file lacks.
 std::uint64_t ReadRings(const InputFile& file, const RingDirectory& directory, RingSet& set,
                         std::uint64_t& missing) {
     std::uint64_t offset = RING_DIRECTORY_SIZE;
@@ -66,7 +66,7 @@ std::uint64_t ReadRings(const InputFile& file, const RingDirectory& directory, R
         const std::uint64_t present = file.Size() > offset ? std::min(file.Size() - offset, bytes) : 0;
         std::string content(static_cast<std::size_t>(present), '\0');
         content.resize(file.ReadAt(offset, content));
-        // The last record lacks its last byte in the file, which is shown as zero.
+        // The file lacks the last byte of the last record, which is shown as zero.
         if (bytes - content.size() == 1 && i + 1 == RING_COUNT) {
             content.push_back('\0');
         }

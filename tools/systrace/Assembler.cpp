@@ -11,12 +11,12 @@ namespace NimaPost {
 
 namespace {
 
-/// As many writers of the same event at the same moment are believed in.
+/// The most writers of the same event at the same moment that are plausible.
 constexpr int kMostWriters = 64;
 constexpr std::uint32_t kNone = 0xFFFFFFFF;
-/// So many records of an event tell what it looks like.
+/// This many records of an event show what it looks like.
 constexpr std::uint32_t kManyRecords = 20;
-/// A held-up writer's next entry is claimed after a few others, not after thousands.
+/// A delayed writer's next entry is claimed after a few others, not after thousands.
 constexpr std::uint32_t kLongestOverlap = 64;
 
 /// Puts records together from entries.
@@ -37,7 +37,7 @@ class Assembler {
     }
 
   private:
-    /// What is known of a record besides its values while it is being put together.
+    /// What is known of a record, besides its values, while it is being put together.
     struct Draft {
         std::uint32_t position = 0;
         std::uint32_t last = 0; ///< position of its last entry
@@ -50,7 +50,7 @@ class Assembler {
         std::uint32_t firstRecord = kNone;
         /// Continuations that its records have, if that is known.
         std::uint32_t length = kNone;
-        bool certain = false;   ///< no record of the event has another number
+        bool certain = false;   ///< no record of the event has a different number
         bool scattered = false; ///< its records seem to have all kinds of lengths
     };
 
@@ -98,7 +98,7 @@ class Assembler {
         event.lastRecord = index;
     }
 
-    /// At the front of a wrapped block the rests of records that the wrap has cut are to be expected.
+    /// At the front of a wrapped block, remains of records that the wrap has cut are normal.
     void CountStray(std::uint32_t at) {
         if (claimed_.wrapped && at < kLongestOverlap) {
             ++trace_.cutOff;
@@ -128,8 +128,9 @@ class Assembler {
         return trace_.values[record.firstValue + record.values - 1];
     }
 
-    /// How many continuations an event's records have: the dictionary knows, else what most of the records
-    /// that stand in one piece have. And which threads write, which settles whether a record reached its end.
+    /// How many continuations an event's records have: from the dictionary if it says so, otherwise what most
+    /// of the uninterrupted records have. Also which threads write, which decides whether a record is
+    /// complete.
     void LearnLengths() {
         for (auto& [id, event] : events_) {
             if (event.firstRecord == kNone) {
@@ -144,7 +145,7 @@ class Assembler {
             const std::uint32_t length =
                 static_cast<std::uint32_t>(*name->arguments) + (threadEntries_ ? 1 : 0);
             if (event.certain && event.length != length) {
-                trace_.misnamed.push_back(first.id); // The dictionary is of another firmware.
+                trace_.misnamed.push_back(first.id); // The dictionary is for another firmware.
             } else {
                 event.length = length;
                 event.certain = true;
@@ -173,7 +174,8 @@ class Assembler {
         event.scattered = records > 1 && *most * 2 < records;
         if (*most > 0 && !event.scattered) {
             event.length = static_cast<std::uint32_t>(most - counts.data());
-            // An event that always had so many values had as many in the record that seems to have others.
+            // If an event always had this many values, a record that seems to have another number had this
+            // many too.
             event.certain = records >= kManyRecords && *most + records / kManyRecords >= records;
         }
     }
@@ -196,14 +198,13 @@ class Assembler {
             return;
         }
         if (event.scattered && !event.certain && !drafts_[index].contiguous) {
-            // Its writers were at it at the same moment all the time, and no one knows how many values it
-            // has.
+            // Its writers overlapped all the time, and nobody knows how many values it has.
             record.state = RecordState::kEntangled;
             ++trace_.entangled;
             return;
         }
         const bool wrongLength = event.length != kNone && record.values != event.length;
-        // A record of another length than most is doubtful where its end is no thread that anybody else is.
+        // A record of unusual length is doubtful if it does not end in the identifier of a known thread.
         const bool strangeEnd =
             wrongLength && threadEntries_ && record.values > 0 && threads_[LastValue(index)] < 2;
         if (noThread || (wrongLength && event.certain) || strangeEnd) {
@@ -212,8 +213,8 @@ class Assembler {
         }
     }
 
-    /// Whether the values that a short record lacks stand with the records of the same event that began
-    /// before it ended. All of these are entangled then.
+    /// Whether the values that a short record lacks are with records of the same event that began before it
+    /// ended. All of these are then entangled.
     bool MarkEntangled(std::uint32_t first, std::uint32_t length) {
         std::uint64_t have = trace_.records[first].values;
         std::uint64_t wanted = length;
@@ -271,7 +272,7 @@ void RecoverTimes(SysTraceFile& trace) {
     // Processes share the block, and their main threads may share an identifier.
     CounterClock clock({kSecond / 10, kSecond / 1000});
     for (SysTraceRecord& record : trace.records) {
-        // A record without any value may be an entry of the round before that nobody has overwritten.
+        // A record without any value may be an entry of the previous round that nobody has overwritten.
         if (record.state == RecordState::kTorn && record.values == 0 && clock.Started()) {
             record.elapsed = clock.Near(record.stamp);
         } else {

@@ -15,7 +15,7 @@ namespace {
 
 using Nima::Catalogue::kSysTraceMagic;
 
-/// Sixteen times what the library makes; a header that claims more is read as far as this.
+/// Sixteen times what the library makes; if a header claims more, only this much is read.
 constexpr std::uint64_t kMostEntries = std::uint64_t{1} << 24;
 constexpr std::uint32_t kNoIndex = 0xFFFFFFFF;
 
@@ -38,7 +38,7 @@ bool IsDumpFront(std::string_view front) {
     return header.magic == SYSTRACE_DUMP_MAGIC;
 }
 
-/// The entry count, from fields that should agree: what the majority says.
+/// The entry count, from fields that should agree: the majority decides.
 std::uint32_t EntryCount(const SysTraceHeader& header, Findings& findings) {
     const std::uint64_t fromMask = std::uint64_t{header.indexMask} + 1;
     const std::uint64_t fromSize = header.bufferSize > SYSTRACE_HEADER_SIZE
@@ -98,7 +98,7 @@ void ReadEntries(const InputFile& file, std::uint64_t offset, std::uint32_t coun
                             sizeof(SysTraceEntry));
     const std::size_t inFile = file.ReadAt(offset, bytes) / sizeof(SysTraceEntry);
     const std::uint32_t upToEnd = std::min(count, claimed.slots - claimed.firstSlot);
-    // From the oldest slot to the block's end and on from its front, as far as the file has them.
+    // From the oldest slot to the block's end, then on from its front, as far as the file has them.
     for (const auto& [first, slots] : {std::pair(claimed.firstSlot, upToEnd), {0U, count - upToEnd}}) {
         const std::size_t begin = std::min<std::size_t>(first, inFile);
         const std::size_t end = std::min<std::size_t>(std::size_t{first} + slots, inFile);
@@ -113,7 +113,7 @@ void ReadEntries(const InputFile& file, std::uint64_t offset, std::uint32_t coun
     if (missing > 0) {
         findings.Damage("file-cut", "The file is cut: " + Counted(missing, "claimed entry") + " of " +
                                         std::to_string(count) + " are not in it.");
-        // What is left runs from the oldest slot that is there to the file's end, then on from slot 0.
+        // What is left runs from the oldest slot present to the file's end, then on from slot 0.
         claimed.firstSlot = claimed.firstSlot < inFile ? claimed.firstSlot : 0;
         claimed.slots = std::max<std::uint32_t>(1, static_cast<std::uint32_t>(inFile));
     }
@@ -140,16 +140,17 @@ void Report(const SysTraceFile& trace, Findings& findings) {
         findings.Remark("misnamed-event",
                         "The dictionary gives event " + Hex(id & SYSTRACE_EVENT_MASK) + " of component " +
                             std::to_string(id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK) +
-                            " another number of arguments than its records have.");
+                            " a different number of arguments than its records have.");
     }
     if (trace.cutOff > 0) {
-        findings.Remark("wrapped-start", Counted(trace.cutOff, "entry") +
-                                             " at the front: what the wrap has left of older records.");
+        findings.Remark("wrapped-start",
+                        Counted(trace.cutOff, "entry") +
+                            " at the front: remains of older records that the wrap has cut.");
     }
     if (trace.clockBreaks > 0) {
         findings.Remark("clock-break", "The stamps do not fit one run of the clock in " +
                                            Counted(trace.clockBreaks, "place") +
-                                           ": the device started anew there, or stamps are damaged.");
+                                           ": the device restarted there, or stamps are damaged.");
     }
 }
 

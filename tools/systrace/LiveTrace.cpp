@@ -11,21 +11,21 @@ namespace NimaPost {
 
 namespace {
 
-/// As many entries before the newest are read for the last records, whatever has been written.
+/// How many entries before the newest are read for the last records, whatever has been written.
 constexpr std::uint64_t kTail = 1024;
-/// And no more than this, 512 KB, at one look.
+/// The most entries read at one look, 512 KB.
 constexpr std::uint64_t kMostEntries = 1 << 16;
-/// Of these the last may have been claimed and not be stored yet.
+/// This many of the last entries may have been claimed but not stored yet.
 constexpr std::uint32_t kUnsettled = 64;
 constexpr std::uint32_t kMostSlots = 1 << 24;
-/// A record has eight entries at most; one that is not whole so near the end is still being written.
+/// A record has at most eight entries; an incomplete record this close to the end is still being written.
 constexpr std::uint32_t kBeingWritten = 16;
 
 std::uint64_t BytesOf(const SysTraceHeader& header) {
     return SYSTRACE_HEADER_SIZE + std::uint64_t{header.entryCount} * sizeof(SysTraceEntry);
 }
 
-/// Reads slots that follow each other, over the block's end to its front.
+/// Reads consecutive slots, past the block's end and on from its front.
 std::vector<SysTraceEntry> ReadSlots(const InputFile& file, std::uint32_t slots, std::uint32_t first,
                                      std::uint32_t count) {
     std::vector<SysTraceEntry> entries(count);
@@ -34,7 +34,7 @@ std::vector<SysTraceEntry> ReadSlots(const InputFile& file, std::uint32_t slots,
     const std::size_t firstBytes = std::size_t{upToEnd} * sizeof(SysTraceEntry);
     const std::size_t allBytes = std::size_t{count} * sizeof(SysTraceEntry);
     const std::uint64_t offset = SYSTRACE_HEADER_SIZE + std::uint64_t{first} * sizeof(SysTraceEntry);
-    // What a cut has taken away meanwhile stays zero, as if it had never been stored.
+    // What was cut off meanwhile stays zero, as if it had never been stored.
     file.ReadAt(offset, {bytes, firstBytes});
     file.ReadAt(SYSTRACE_HEADER_SIZE, {bytes + firstBytes, allBytes - firstBytes});
     return entries;
@@ -73,8 +73,8 @@ bool LiveTrace::ReadHeader(const InputFile& file) {
                std::memcmp(header.magic, Nima::Catalogue::kSysTraceMagic, sizeof(header.magic)) != 0) {
         look_.problem = file_.Name() + " is not formatted.";
     } else if (header.version != SYSTRACE_VERSION || header.headerSize != SYSTRACE_HEADER_SIZE) {
-        look_.problem =
-            file_.Name() + " is of version " + std::to_string(header.version) + ", unknown to this program.";
+        look_.problem = file_.Name() + " has version " + std::to_string(header.version) +
+                        ", which this program does not know.";
     } else if (!std::has_single_bit(header.entryCount) || header.entryCount > kMostSlots ||
                header.indexMask != header.entryCount - 1) {
         look_.problem = "The header of " + file_.Name() + " contradicts itself: entry count " +
@@ -91,13 +91,13 @@ void LiveTrace::CountClaims(std::vector<std::string>& notices) {
     const SysTraceHeader& header = look_.header;
     const std::uint32_t claimed = header.wrapCount == -1 ? 0 : header.writeIndex + 1;
     if (claimed_) {
-        // The write index goes on past 2^32, so only its difference counts.
+        // The write index continues past 2^32, so only its difference counts.
         const std::uint32_t more = claimed - *claimed_;
         const bool cleared = header.wrapCount < wrapCount_ || more > 0x80000000U;
         look_.newEntries = cleared ? claimed : more;
         if (cleared) {
             unsettled_.clear();
-            notices.push_back(file_.Name() + " was cleared or formatted anew.");
+            notices.push_back(file_.Name() + " was cleared or formatted again.");
         }
     }
     claimed_ = claimed;

@@ -16,18 +16,18 @@ namespace NimaPost {
 
 /// What one look at a SysTrace segment shows.
 struct TraceLook {
-    std::string problem; ///< why there is nothing to see; the rest is void then
+    std::string problem; ///< why there is nothing to see; if set, the rest is void
     SysTraceHeader header{};
-    /// Entries claimed since the look before; empty at the first.
+    /// Entries claimed since the previous look; empty at the first look.
     std::optional<std::uint64_t> newEntries;
-    std::uint64_t newRecords = 0;  ///< of them, those that begin a record
-    std::uint64_t notLookedAt = 0; ///< of them, those that were too many for one look
+    std::uint64_t newRecords = 0;  ///< how many of them begin a record
+    std::uint64_t notLookedAt = 0; ///< how many of them were too many for one look
     std::array<std::uint64_t, Nima::Catalogue::kComponents> newOfComponent{}; ///< records
     SysTraceFile newest;                                                      ///< the last records
 };
 
 /// Looks at the segment "SysTrace Buffer" of a running process: each time at the header, at what was claimed
-/// since the last time and at a few hundred entries before.
+/// since the last look, and at a few hundred entries before that.
 class LiveTrace {
   public:
     explicit LiveTrace(const std::string& directory)
@@ -45,9 +45,9 @@ class LiveTrace {
     LiveFile file_;
     TraceLook look_;
     unsigned generation_ = 0;
-    /// The last entries of the look before: those that were claimed and not yet stored then are now.
+    /// The last entries of the previous look: those that were claimed but not yet stored then are stored now.
     std::vector<SysTraceEntry> unsettled_;
-    /// Entries claimed at the last look, modulo 2^32, and the wrap count then.
+    /// Entries claimed at the last look, modulo 2^32, and the wrap count at that time.
     std::optional<std::uint32_t> claimed_;
     std::int32_t wrapCount_ = -1;
 };

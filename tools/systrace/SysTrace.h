@@ -19,7 +19,7 @@ struct SysTraceRecord {
     std::uint32_t slot = 0;
     std::uint32_t id = 0; ///< without the continuation bit
     std::uint32_t stamp = 0;
-    std::uint32_t firstValue = 0; ///< in the trace's values
+    std::uint32_t firstValue = 0; ///< index in the trace's values
     std::uint32_t values = 0;     ///< arguments, without the thread
     std::uint32_t thread = 0;
     bool hasThread = false;
@@ -35,9 +35,9 @@ struct SysTraceFile {
     bool isDump = false;
     SysTraceHeader header{};
     std::uint64_t bytes = 0;             ///< of the file
-    std::uint32_t entryCount = 0;        ///< as it was understood
+    std::uint32_t entryCount = 0;        ///< as determined by the reader
     std::uint64_t entriesRead = 0;       ///< claimed entries that the file holds
-    std::vector<SysTraceRecord> records; ///< in the order of their claims
+    std::vector<SysTraceRecord> records; ///< in the order in which they were claimed
     std::vector<std::uint32_t> values;
 
     std::uint64_t neverStored = 0; ///< claimed entries of two zero words
@@ -46,7 +46,7 @@ struct SysTraceFile {
     std::uint64_t torn = 0;
     std::uint64_t entangled = 0;
     std::uint64_t clockBreaks = 0;
-    std::vector<std::uint32_t> misnamed; ///< events that the dictionary gives another number of arguments
+    std::vector<std::uint32_t> misnamed; ///< events to which the dictionary gives another number of arguments
 
     std::span<const std::uint32_t> ValuesOf(const SysTraceRecord& record) const {
         return std::span(values).subspan(record.firstValue, record.values);
@@ -56,8 +56,8 @@ struct SysTraceFile {
 /// Whether the bytes at the front of a file (512 are enough) look like a dump or a segment.
 bool LooksLikeSysTrace(std::string_view front);
 
-/// Empty where the file is neither dump nor segment, or of a version that this program does not know; the
-/// findings then say so. `names` tells how many arguments an event has.
+/// Empty if the file is neither a dump nor a segment, or has a version that this program does not know; the
+/// findings then say so. `names` says how many arguments an event has.
 std::optional<SysTraceFile> ReadSysTrace(const InputFile& file, const Names& names, Findings& findings);
 
 } // namespace NimaPost

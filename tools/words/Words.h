@@ -11,13 +11,13 @@
 
 namespace NimaPost {
 
-/// How much of a record there is.
+/// How complete a record is.
 enum class RecordState : unsigned char {
     kWhole,
     /// Its writer never finished it, or its entries are lost.
     kTorn,
-    /// Records of the same event were written at the same moment and their values cannot be told apart. All
-    /// the values that followed stand with the last record of the group.
+    /// Records of the same event were written at the same moment, and their values cannot be told apart. All
+    /// the values that followed are with the last record of the group.
     kEntangled
 };
 
@@ -30,9 +30,9 @@ std::string_view CaptureStateName(std::uint32_t state);
 /// "levels 0 and 1: every component; level 2: Engine, component 7".
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
 
-/// An event of the binary trace as every view tells it: "page_begins: page 1, 79 lines". Without a
-/// dictionary, or where the record is not whole, numbers stand for the words: "event 0x3 0xabc", "page_begins
-/// 0x1  [torn]".
+/// An event of the binary trace as every view shows it: "page_begins: page 1, 79 lines". Without a
+/// dictionary, or if the record is incomplete, numbers take the place of words: "event 0x3 0xabc",
+/// "page_begins 0x1  [torn]".
 void AppendTraceEvent(std::string& text, const Names& names, std::uint32_t component, std::uint32_t event,
                       std::span<const std::uint32_t> values, RecordState state);
 
@@ -41,7 +41,7 @@ void AppendTraceEvent(std::string& text, const Names& names, std::uint32_t compo
 void AppendRingEvent(std::string& text, const Names& names, std::string_view ring,
                      const RingBufferData& record);
 
-/// The words that a ring's record has after its code, as far as its event takes them.
+/// The words after the code in a ring's record, as many as its event takes.
 std::span<const std::uint32_t> RingArguments(const EventName* event, const RingBufferData& record);
 
 } // namespace NimaPost

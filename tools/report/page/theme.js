@@ -1,4 +1,4 @@
-// Light or dark: as the system has it until the reader chooses, and always light on paper.
+// Light or dark: as the system is set until the reader chooses, and always light on paper.
 import {byId} from "./base/dom.js";
 
 function applyTheme(theme) {
@@ -10,7 +10,7 @@ function applyTheme(theme) {
   document.dispatchEvent(new Event("themechange"));
 }
 
-// Paper is light, and a closed list cannot be opened on it.
+// Paper is light, and a folded list cannot be opened on it.
 function startPrinting() {
   let theme = null;
   let closed = [];

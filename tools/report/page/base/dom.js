@@ -21,7 +21,7 @@ export function isPlainKey(event) {
   return !event.ctrlKey && !event.metaKey && !event.altKey;
 }
 
-// Calls are gathered until the next frame.
+// Gathers calls until the next frame.
 export function frameRunner(action) {
   let pending = false;
   return () => {

@@ -35,7 +35,7 @@ function formatSeconds(seconds) {
   return `${Math.floor(hours / 24)} d ${hours % 24} h`;
 }
 
-// The sign of a duration is left out.
+// The sign of a duration is dropped.
 export function formatDuration(ns) {
   const size = Math.abs(ns);
   if (size < 1e3) {

@@ -1,4 +1,4 @@
-// Places in sorted arrays, of which only the first `count` values are looked at.
+// Positions in sorted arrays of which only the first `count` values are used.
 
 // The first value that is not less than the wanted one.
 export function lowerBound(values, count, wanted) {

@@ -1,6 +1,6 @@
-// Text of the device as people can read it.
+// The device's text, as people can read it.
 
-// Characters that would be invisible, or that turn the direction of their neighbours: first and last of each range.
+// Characters that would be invisible or would turn the direction of their neighbours: first and last of each range.
 const UNSEEN_RANGES = [
   [0x0000, 0x0008], [0x000b, 0x001f], [0x007f, 0x009f], [0x00ad, 0x00ad], [0x061c, 0x061c], [0x200b, 0x200f],
   [0x2028, 0x202e], [0x2060, 0x206f], [0xfeff, 0xfeff], [0xfff9, 0xfffb],
@@ -12,7 +12,7 @@ function hex(number, digits) {
   return number.toString(16).padStart(digits, "0");
 }
 
-// Unseen characters are replaced by their number.
+// Invisible characters are replaced by their number.
 export function visible(text) {
   return text.replace(UNSEEN, (character) => {
     const code = character.codePointAt(0);

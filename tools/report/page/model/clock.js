@@ -43,7 +43,7 @@ export class Clock {
     return digits === 0 ? clock : `${clock}.${below.slice(0, digits)}`;
   }
 
-  // In a table: with the day only where the records are of several days.
+  // For a table: with the day only if the records span several days.
   short(t) {
     return this.severalDays ? `${this.date(t).slice(5)} ${this.time(t, 6)}` : this.time(t, 6);
   }
@@ -52,13 +52,13 @@ export class Clock {
     return this.wall ? `${this.date(t)} ${this.time(t, digits)}` : this.time(t, digits);
   }
 
-  // The end is written without its day where that is the day of the start.
+  // The end is written without its day if that is the same as the start's.
   range(from, to, digits) {
     const isOneDay = this.wall && this.date(from) === this.date(to);
     return [this.full(from, digits), isOneDay ? this.time(to, digits) : this.full(to, digits)];
   }
 
-  // A moment that may be words already, or unknown.
+  // A moment, which may also be a text or unknown.
   moment(moment) {
     return Number.isFinite(moment) ? this.full(moment, 6) : moment ?? "";
   }

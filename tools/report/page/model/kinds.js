@@ -1,4 +1,4 @@
-// What kinds of records there are, and how they are painted.
+// The kinds of records, and how they are painted.
 
 export const KIND_TEXT = 0;
 export const KIND_BINARY = 1;
@@ -14,7 +14,7 @@ export const SURE_WORDS = [
 ];
 export const SURE_SIGNS = ["", "≥", "~"];
 
-// Where several records share a pixel, the last in this list is seen.
+// If several records share a pixel, the last in this list is visible.
 export const PAINTS = [
   "cal", "debug", "plain", "info", "perf", "warn", "error", "fatal",
   "binary3", "binary2", "binary1", "binary0",

@@ -2,7 +2,7 @@ import {lowerBound} from "../base/sorted.js";
 import {Clock} from "./clock.js";
 import {KIND_TEXT, PAINTS, SURE_SIGNS, kindOfSource, paintOf} from "./kinds.js";
 
-// A record whose time is unknown comes after the others.
+// A record with an unknown time comes after the others.
 function sortKey(row) {
   return Number.isFinite(row[0]) ? row[0] : Infinity;
 }

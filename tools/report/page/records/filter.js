@@ -12,7 +12,7 @@ function option(value, text) {
   return node;
 }
 
-// How many rows have each value of a column; the last counter is for those with none.
+// How many rows have each value of a column; the last counter is for rows without one.
 function countValues(column, size) {
   const counts = new Uint32Array(size + 1);
   for (let row = 0; row < column.length; ++row) {
@@ -34,12 +34,12 @@ function fillSelect(id, column, labels, noneLabel) {
   }
 }
 
-// The form above the table: what can be asked for, what is, and which records match.
+// The form above the table: the choices it offers, the current ones, and which records match.
 export class RecordFilter {
   constructor(model) {
     this.model = model;
     this.form = byId("filters");
-    // A byte for each record. `shown` lists those that match, only of the visible time where that is asked for.
+    // A byte for each record. `shown` lists those that match, limited to the visible time if that is requested.
     this.matches = new Uint8Array(model.count).fill(1);
     this.shown = new Int32Array(model.count);
     this.shownCount = 0;

@@ -13,7 +13,7 @@ function wholeRows(top) {
   return Math.round(top / ROW_HEIGHT) * ROW_HEIGHT;
 }
 
-// All records that match, of which only those on the screen are in the document.
+// All records that match; only those on the screen are in the document.
 export class RecordTable {
   constructor(model) {
     this.model = model;
@@ -78,7 +78,7 @@ export class RecordTable {
     }
   }
 
-  // When the filter hides the selection, steps count from where it would be.
+  // If the filter hides the selection, steps count from where it would be.
   step(by) {
     const {shown, shownCount} = this.filter;
     if (shownCount === 0) {

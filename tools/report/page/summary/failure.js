@@ -1,4 +1,4 @@
-// What failed, as the crash log and the stack traces say it.
+// What failed, according to the crash log and the stack traces.
 import {byId, element} from "../base/dom.js";
 import {plural} from "../base/numbers.js";
 import {visible} from "../base/text.js";

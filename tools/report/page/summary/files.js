@@ -1,4 +1,4 @@
-// The files of the folder: their table, and what is to be said about reading them.
+// The files of the folder: their table, and the notes on reading them.
 import {byId, element} from "../base/dom.js";
 import {formatCount} from "../base/numbers.js";
 

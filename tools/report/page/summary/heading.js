@@ -1,4 +1,4 @@
-// What the page is about: the folder, how much there is, how sure the times are, what was left out.
+// What the page is about: the folder, how much there is, how certain the times are, what was left out.
 import {byId, element} from "../base/dom.js";
 import {plural} from "../base/numbers.js";
 import {visible, visibleLine} from "../base/text.js";

@@ -1,4 +1,4 @@
-// The table of rings. Empty ones are shown only when asked for.
+// The table of rings. Empty ones are shown only on request.
 import {byId, element} from "../base/dom.js";
 import {formatCount, plural} from "../base/numbers.js";
 

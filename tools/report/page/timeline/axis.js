@@ -69,7 +69,7 @@ function drawFlag(context, colours, {x, left}) {
   context.fillText("crash", left + FLAG_WIDTH / 2, 12);
 }
 
-// A label gives way to the flag and to the edges.
+// A label that would overlap the flag or the edges is left out.
 function drawTicks(context, scene, flag) {
   const {gutter, width} = scene.view;
   for (const tick of findTicks(context, scene)) {

@@ -2,7 +2,7 @@ import {PAINTS} from "../model/kinds.js";
 
 const LONELY = 5;
 
-// What falls into each pixel of one line of marks.
+// What falls on each pixel of one line of marks.
 export class Buckets {
   constructor() {
     this.resize(0);
@@ -36,7 +36,7 @@ export class Buckets {
     this.tally[x * PAINTS.length + paint] += 1;
   }
 
-  // Nothing is near enough to overlap a whole mark.
+  // Nothing is close enough to overlap a whole mark.
   isLonely(x) {
     if (this.count[x] !== 1) {
       return false;
@@ -50,7 +50,7 @@ export class Buckets {
     return true;
   }
 
-  // A bar of all that is in a pixel, the worst at its foot and never too thin to be seen.
+  // A bar of everything in a pixel, with the worst at the bottom and never too thin to be seen.
   drawStack(context, x, {left, bottom, wide, tall}, colours) {
     const worst = this.paint[x];
     const at = x * PAINTS.length;

@@ -14,7 +14,7 @@ export function fitCanvas(canvas, width, height) {
   return context;
 }
 
-// The style sheet's colours and fonts as they are now.
+// The current colours and fonts of the style sheet.
 export function readColours() {
   const style = getComputedStyle(document.documentElement);
   const read = (name) => style.getPropertyValue(`--${name}`).trim();

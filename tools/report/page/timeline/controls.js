@@ -2,7 +2,7 @@
 import {byId, isPlainKey} from "../base/dom.js";
 import {SUBROW_HEIGHT} from "./lanes.js";
 
-// Keys and buttons have no pointer: they zoom around the selection where it can be seen.
+// Keys and buttons have no pointer: they zoom around the selection if it is visible.
 function zoomStep({model, view, selected}, factor) {
   const t = selected >= 0 ? model.times[selected] : NaN;
   view.zoom(factor, view.contains(t) ? t : (view.from + view.to) / 2);

@@ -5,7 +5,7 @@ import {LANE_PAD, SUBROW_HEIGHT} from "./lanes.js";
 import {AXIS_HEIGHT} from "./scene.js";
 
 const LEFT = 10;
-// Narrower than this, the names of the kinds are left out.
+// If the gutter is narrower than this, the names of the kinds are left out.
 const ROOM_FOR_KINDS = 120;
 
 function drawThread(context, scene, lane) {

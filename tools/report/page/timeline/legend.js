@@ -1,4 +1,4 @@
-// What the marks mean; only those that occur.
+// What the marks mean; only marks that occur are listed.
 import {element} from "../base/dom.js";
 import {KIND_BINARY, KIND_RING, KIND_SHAPES, KIND_TEXT, PAINTS, PAINT_FATAL, PAINT_RING, SURE_EXACT}
   from "../model/kinds.js";

@@ -1,4 +1,4 @@
-// The records on their lanes: a mark for one that stands alone, bars where they are dense.
+// The records on their lanes: a mark for a single one, bars where they are dense.
 import {PAINT_FATAL, SURE_EXACT} from "../model/kinds.js";
 import {drawGlyph} from "./canvas.js";
 import {SUBROW_HEIGHT} from "./lanes.js";

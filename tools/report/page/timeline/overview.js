@@ -3,11 +3,11 @@ import {Buckets} from "./buckets.js";
 import {fillBox, fitCanvas} from "./canvas.js";
 
 const HEIGHT = 34;
-// Only what went wrong has a colour here; rank 0 is for all else.
+// Only what went wrong has a colour here; rank 0 is for everything else.
 const WRONG = ["warn", "error", "fatal"].map((name) => PAINTS.indexOf(name));
 const RANKS = PAINTS.map((_, paint) => WRONG.indexOf(paint) + 1);
 
-// The small picture of all the time there is, with a window that shows and moves the view.
+// The small picture of the whole time range, with a window that shows and moves the view.
 export class Overview {
   constructor(canvas, scene) {
     this.canvas = canvas;
@@ -17,7 +17,7 @@ export class Overview {
     this.listen();
   }
 
-  // The records' colours or what matches have changed.
+  // The records' colours, or which records match, have changed.
   forget() {
     this.image = null;
   }

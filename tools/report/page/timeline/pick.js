@@ -7,7 +7,7 @@ function subRowAt(scene, {x, y}, reach) {
   return scene.lanes.subRowAt(y - AXIS_HEIGHT + scene.host.scrollTop);
 }
 
-// The better one of two; on the same pixel that is the one that is seen.
+// The better of two candidates; on the same pixel, the one that is visible.
 function better(paint, best, found) {
   if (!best) {
     return found;

@@ -3,7 +3,7 @@ const REACH = 6;
 const TOUCH_REACH = 14;
 const LINE_OF_WHEEL = 16;
 const PAGE_OF_WHEEL = 400;
-// After the wheel has zoomed out to everything, this long must pass before it scrolls the page on.
+// After the wheel has zoomed out to everything, it scrolls the page only after a pause of this length.
 const WHEEL_PAUSE_MS = 400;
 
 function wheelUnit(event) {
@@ -22,7 +22,7 @@ export class Pointer {
     this.pointers = new Map();
     this.pressed = null;
     this.lastWheel = 0;
-    // Called with a place in pixels of the chart, and how far from a mark it still counts.
+    // Called with a place in pixels of the chart, and the distance from a mark that still counts.
     this.onHover = () => {};
     this.onClick = () => {};
     // Nothing is pointed at any more.
@@ -64,7 +64,7 @@ export class Pointer {
     this.view.pan((by * wheelUnit(event)) / this.view.plot);
   }
 
-  // With everything on the screen there is nothing to zoom out to, and the page may scroll on.
+  // If everything is on the screen, there is nothing to zoom out to, and the page may scroll.
   takesWheel(event) {
     const isAtEnd = event.deltaY > 0 && this.view.span >= this.view.full.span;
     if (!isAtEnd) {

@@ -4,7 +4,7 @@ import {View} from "./view.js";
 
 export const AXIS_HEIGHT = 26;
 
-// All that the timeline's pictures are made of.
+// Everything that the timeline's pictures are made of.
 export class Scene {
   constructor(model, host) {
     this.model = model;
@@ -25,7 +25,7 @@ export class Scene {
     return !this.isFiltered || this.matches[row] === 1;
   }
 
-  // The place on the screen of a place among the lanes.
+  // The position on the screen of a position among the lanes.
   y(top) {
     return AXIS_HEIGHT + top - this.host.scrollTop;
   }

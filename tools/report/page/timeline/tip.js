@@ -18,14 +18,14 @@ function bodyText(model, row) {
   return element("p", "tip-text", text.length > LONGEST_TEXT ? `${text.slice(0, LONGEST_TEXT)}…` : text);
 }
 
-// What is under the pointer, beside it.
+// Describes what is under the pointer, beside it.
 export class Tip {
   constructor(node, model) {
     this.node = node;
     this.model = model;
   }
 
-  // `others` are records on the same pixel that are not shown.
+  // `others` is the number of records on the same pixel that are not shown.
   show(row, others, {clientX, clientY}) {
     const {model, node} = this;
     node.replaceChildren(headLine(model, row), bodyText(model, row));
@@ -36,7 +36,7 @@ export class Tip {
     this.place(clientX, clientY);
   }
 
-  // Below the pointer, or above it where there is no room.
+  // Below the pointer, or above it if there is no room.
   place(x, y) {
     const box = this.node.getBoundingClientRect();
     const left = Math.min(x + 14, innerWidth - box.width - 8);

@@ -4,7 +4,7 @@ const MIN_SPAN = 1e3;
 const NARROW = 560;
 const RIGHT_MARGIN = 12;
 
-// The time that is shown, and where on the screen: the gutter on the left holds labels, the plot shows time.
+// The time that is shown, and where it is on the screen: the gutter on the left holds labels, the plot shows time.
 export class View {
   constructor(first, last) {
     const margin = last > first ? (last - first) * 0.02 : NS_PER_S / 2;
@@ -39,7 +39,7 @@ export class View {
     return t >= this.from && t <= this.to;
   }
 
-  // Never more than half a screen of nothing on either side.
+  // Never leaves more than half a screen empty on either side.
   set(from, to) {
     const span = Math.min(Math.max(to - from, MIN_SPAN), this.full.span);
     const centre = Math.min(Math.max((from + to) / 2, this.full.from), this.full.to);
@@ -56,7 +56,7 @@ export class View {
     this.set(t - this.span / 2, t + this.span / 2);
   }
 
-  // Centres on a moment, eight times nearer where that is possible.
+  // Centres on a moment and zooms in eight times, if possible.
   approach(t) {
     const span = Math.max(MIN_SPAN, Math.min(this.span, this.full.span) / 8);
     this.set(t - span / 2, t + span / 2);
