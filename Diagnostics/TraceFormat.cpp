@@ -15,50 +15,6 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-TextComposer::~TextComposer() {
-    if (size_ > 0) {
-        buffer_[std::min(length_, size_ - 1)] = '\0';
-    }
-}
-
-void TextComposer::Add(char c) {
-    if (length_ < size_) {
-        buffer_[length_] = c;
-    }
-    ++length_;
-}
-
-void TextComposer::Add(const char* text, std::size_t length) {
-    if (length_ < size_) {
-        std::memcpy(buffer_ + length_, text, std::min(length, size_ - length_));
-    }
-    length_ += length;
-}
-
-void TextComposer::Add(const char* text) {
-    Add(text, std::strlen(text));
-}
-
-void TextComposer::AddDecimal(long long value) {
-    char digits[24];
-    const auto* const end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
-    Add(digits, static_cast<std::size_t>(end - digits));
-}
-
-void TextComposer::AddPadded(int value, int width) {
-    char digits[16];
-    const long long magnitude = value < 0 ? -static_cast<long long>(value) : value;
-    const auto* const end = std::to_chars(digits, digits + sizeof(digits), magnitude).ptr;
-    if (value < 0) {
-        Add('-');
-        --width;
-    }
-    for (auto missing = width - (end - digits); missing > 0; --missing) {
-        Add('0');
-    }
-    Add(digits, static_cast<std::size_t>(end - digits));
-}
-
 namespace {
 
 char* Put(char* out, std::string_view text) {

@@ -1,38 +1,13 @@
 #pragma once
 
+#include "Diagnostics/TextComposer.h"
+
 #include <cstddef>
 #include <cstdint>
 
 #include <Diagnostics/Types.h>
 
 namespace Nima::Common::System::OS::Diagnostics {
-
-/// Composes text without printf, but with printf's results: what fits is stored and zero-terminated, and the
-/// length keeps counting beyond the end.
-class TextComposer {
-  public:
-    TextComposer(char* buffer, std::size_t size) : buffer_(buffer), size_(size) {}
-    /// Terminates the text, if there is any room.
-    ~TextComposer();
-    TextComposer(const TextComposer&) = delete;
-    TextComposer& operator=(const TextComposer&) = delete;
-
-    /// The length of the whole text, whether or not it fitted.
-    int length() const { return static_cast<int>(length_); }
-
-    void Add(char c);
-    void Add(const char* text, std::size_t length);
-    void Add(const char* text);
-    /// "%lld"
-    void AddDecimal(long long value);
-    /// "%0<width>d"
-    void AddPadded(int value, int width);
-
-  private:
-    char* buffer_;
-    std::size_t size_;
-    std::size_t length_ = 0;
-};
 
 /// The part of a header that describes the thread, " <0x%8.8x:%03d> ". It can be composed before the lock is
 /// taken under which the time is read.

@@ -257,7 +257,7 @@ void CRollingLogFile::RecordCalibration() {
         text.Add('<');
         text.Add(Catalogue::kCalibrationLevel);
         text.Add("> <Trace> Calibration freq=");
-        text.AddDecimal(counterFrequency_);
+        text.AddNumber(counterFrequency_);
         text.Add(", ");
         text.Add(Catalogue::kCalibrationDate);
         ComposeDate(text, now, DateFields::kAsTheyAre);

@@ -82,9 +82,9 @@ bool IsUsableBlock(const unsigned char* buffer, long size) {
            size <= INT32_MAX && size >= 0 && SysTraceBuffer::CalculateMaxEntries(static_cast<int>(size)) > 0;
 }
 
-/// Applies an operation to the live buffer, or to a temporary one over the segment.
-template <class Operation>
-int WithBuffer(Operation operation) {
+} // namespace
+
+int WithBuffer(const std::function<void(SysTraceBuffer&)>& operation) {
     constexpr int kAppliedToLiveBuffer = 19;
     return Guarded(ENOMEM, [&] {
         if (SysTraceBuffer* live = g_RTTrace.load(std::memory_order_acquire)) {
@@ -103,8 +103,6 @@ int WithBuffer(Operation operation) {
         return 0;
     });
 }
-
-} // namespace
 
 } // namespace Nima::Common::System::OS::Diagnostics
 
@@ -163,14 +161,6 @@ void* ConfigureSysTrace(void) {
 
 void ReleaseSysTrace(void) {
     TraceMemory::Shutdown();
-}
-
-int DumpSysTrace(const wchar_t* path, int backups) {
-    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(path, backups); });
-}
-
-int DumpSysTraceEx(SysTraceDumpCallback callback, void* context) {
-    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(callback, context); });
 }
 
 int ClearSysTrace(void) {

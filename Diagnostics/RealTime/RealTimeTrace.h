@@ -4,6 +4,7 @@
 #include "catalogue/OwnEvents.h"
 
 #include <atomic>
+#include <functional>
 
 #include <Diagnostics/Lock.h>
 
@@ -14,6 +15,10 @@ extern constinit std::atomic<SysTraceBuffer*> g_RTTrace;
 
 /// Guards creation and replacement of the live buffer.
 extern constinit StaticLockStruct g_SysTraceLock;
+
+/// Applies an operation to the live buffer, or to a temporary one over the segment. Result as
+/// `ClearSysTrace`.
+int WithBuffer(const std::function<void(SysTraceBuffer&)>& operation);
 
 /// The library's own events, component 127, level 0.
 enum SysTraceEvent : std::uint32_t {

@@ -143,3 +143,13 @@ void SysTraceBuffer::Dump(SysTraceDumpCallback callback, void* context) {
 }
 
 } // namespace Nima::Common::System::OS::Diagnostics
+
+using namespace Nima::Common::System::OS::Diagnostics;
+
+int DumpSysTrace(const wchar_t* path, int backups) {
+    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(path, backups); });
+}
+
+int DumpSysTraceEx(SysTraceDumpCallback callback, void* context) {
+    return WithBuffer([=](SysTraceBuffer& buffer) { buffer.Dump(callback, context); });
+}
