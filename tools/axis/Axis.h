@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/axis/Processes.h"
 #include "tools/base/Findings.h"
 #include "tools/base/WallClock.h"
 
@@ -47,6 +48,10 @@ class Axis {
     /// The only call for this event; empty where there is none or more than one.
     std::optional<std::int64_t> CallOf(std::uint32_t eventType, std::uint32_t eventId) const;
 
+    /// The processes of the folder, whichever source finds them: text logs first, which know the most.
+    Processes& AllProcesses() { return processes_; }
+    const Processes& AllProcesses() const { return processes_; }
+
     /// How times were recovered and tied together.
     const std::vector<Finding>& Statement() const { return statement_; }
     void State(Finding finding) { statement_.push_back(std::move(finding)); }
@@ -57,6 +62,7 @@ class Axis {
     std::optional<Tie> newest_;
     std::optional<std::int64_t> crash_;
     std::vector<CallbackMark> callbacks_;
+    Processes processes_;
     std::vector<Finding> statement_;
 };
 

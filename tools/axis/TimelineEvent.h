@@ -22,6 +22,9 @@ struct TimelineEvent {
     Certainty certainty;
     std::size_t file = 0; ///< in the folder's files
     std::optional<std::uint32_t> thread;
+    /// From 1, as the axis numbers them; empty where nothing tells.
+    std::optional<std::size_t> boot;
+    std::optional<std::size_t> process;
     std::string_view level; ///< "WARN", "level 1"; empty where there is none
     std::string_view name;  ///< tracer, component, ring or an event's source
     std::string_view text;  ///< in words, with its arguments

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <vector>
+
+namespace NimaPost {
+
+/// A process of the device and what is known of it.
+struct ProcessFacts {
+    std::optional<std::size_t> boot; ///< from 1; empty where nothing tells
+    std::set<std::uint32_t> threads;
+    /// On the axis; empty where nothing dates it.
+    std::optional<std::int64_t> first;
+    std::optional<std::int64_t> last;
+};
+
+/// The processes that a folder tells of, numbered from 1 in the order in which they are added: that of time,
+/// as far as it is known.
+class Processes {
+  public:
+    /// The number of the process.
+    std::size_t Add(ProcessFacts facts);
+    const std::vector<ProcessFacts>& All() const { return all_; }
+    const ProcessFacts& operator[](std::size_t number) const { return all_[number - 1]; }
+
+    /// The one process that has any of these threads; empty where none or several have one.
+    std::optional<std::size_t> WithAnyOf(const std::set<std::uint32_t>& threads) const;
+
+  private:
+    std::vector<ProcessFacts> all_;
+};
+
+} // namespace NimaPost
