@@ -13,6 +13,8 @@ inline constexpr char kSysTraceMagic[] = "strc";
 inline constexpr char kCalibrationLevel[] = "CAL";
 /// Comes before the date of a calibration line.
 inline constexpr char kCalibrationDate[] = "now=";
+/// Comes before the name of the timer, with which a calibration line ends.
+inline constexpr char kCalibrationType[] = ", type=";
 
 // ---- The head of ring dumps and crash logs: "<title> Date/Time: <date>", "Ticks: <counter>" ----
 

@@ -261,7 +261,7 @@ void CRollingLogFile::RecordCalibration() {
         text.Add(", ");
         text.Add(Catalogue::kCalibrationDate);
         ComposeDate(text, now, DateFields::kAsTheyAre);
-        text.Add(", type=");
+        text.Add(Catalogue::kCalibrationType);
         text.Add(GetTimerType());
         length = text.length();
     }

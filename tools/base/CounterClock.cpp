@@ -18,7 +18,7 @@ std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_
         started_ = true;
         base_ = Modulo(counter, kCounterPeriod);
         firstCounter_ = IsPlausible(counter) ? counter : base_;
-        leastFirstSecond_ = firstCounter_ - kCounterPeriod;
+        leastSecond_ = firstCounter_ - kCounterPeriod;
         mostFirstSecond_ = firstCounter_;
         if (thread) {
             lastOfThread_[*thread] = 0;
@@ -61,14 +61,19 @@ bool CounterClock::FitsOneRun(std::int64_t counter, std::int64_t elapsed) {
         return false;
     }
     // Elapsed time is the difference of the counters plus a period for each second that has begun, so the
-    // number of seconds is known. Since a second has fewer than a billion nanoseconds, every stamp bounds the
-    // second of the first one.
+    // number of seconds is known, but for those that passed unseen. Since a second has fewer than a billion
+    // nanoseconds, every stamp bounds the second in which it was taken.
     const std::int64_t begun = (elapsed - counter + firstCounter_) / kCounterPeriod;
-    const std::int64_t mostFirst = counter - begun;
-    const std::int64_t leastFirst = mostFirst - kCounterPeriod;
-    const bool fits = std::max(leastFirst, leastFirstSecond_) <= std::min(mostFirst, mostFirstSecond_);
-    leastFirstSecond_ = fits ? std::max(leastFirst, leastFirstSecond_) : leastFirst;
-    mostFirstSecond_ = fits ? std::min(mostFirst, mostFirstSecond_) : mostFirst;
+    const std::int64_t least = leastSecond_ + begun - begun_;
+    const bool fits = counter >= least;
+    const std::int64_t ofStamp = counter - kCounterPeriod;
+    if (begun >= begun_) {
+        leastSecond_ = fits ? std::max(least, ofStamp) : ofStamp;
+        begun_ = begun;
+    } else {
+        leastSecond_ = std::max(leastSecond_, ofStamp + begun_ - begun);
+    }
+    mostFirstSecond_ = std::min(mostFirstSecond_, counter - begun);
     return fits;
 }
 

@@ -76,6 +76,20 @@ class CounterClock {
     /// damaged. The clock then continues from its current time.
     std::uint64_t Breaks() const { return breaks_; }
 
+    /// Bounds of the monotonic clock, in whole seconds. A counter is this plus fewer nanoseconds than a
+    /// second has, so every stamp gives two. What passed unseen makes the clock later, so that there is a
+    /// least value for the last stamp and a most for the first.
+    std::int64_t MostFirstSecond() const { return mostFirstSecond_; }
+    std::int64_t LeastLastSecond() const { return leastSecond_; }
+
+    /// The identifiers of the threads so far.
+    template <class Visitor>
+    void ForEachThread(const Visitor& visitor) const {
+        for (const auto& [thread, last] : lastOfThread_) {
+            visitor(thread);
+        }
+    }
+
     bool Started() const { return started_; }
     /// The latest time so far.
     std::int64_t Frontier() const { return frontier_; }
@@ -90,8 +104,9 @@ class CounterClock {
     std::int64_t firstCounter_ = 0;
     std::int64_t base_ = 0;
     std::int64_t frontier_ = 0;
-    std::int64_t leastFirstSecond_ = 0;
     std::int64_t mostFirstSecond_ = 0;
+    std::int64_t begun_ = 0;       ///< seconds that have begun since the first stamp, at the least
+    std::int64_t leastSecond_ = 0; ///< of the clock, when the last of them began
     std::uint64_t breaks_ = 0;
     bool started_ = false;
 };

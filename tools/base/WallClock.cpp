@@ -6,16 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdlib>
 
 namespace NimaPost {
 
 namespace {
 
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
-/// A line's date and stamp are read one after the other, and on a busy device milliseconds pass in between.
-/// This must stay below half of 16.96 ms, by which an unseen second shifts the cut microseconds.
-constexpr std::int64_t kTolerance = 5'000'000;
-
 /// Since 1900: from the last evening of 1969, where a clock without a battery begins west of Greenwich, to
 /// 2200.
 constexpr std::int64_t kLeastYear = 69;
@@ -95,6 +92,15 @@ std::vector<std::int64_t> Candidates(const RawDate& date) {
     return moments;
 }
 
+/// From a moment to the nearest one that the date can mean.
+std::int64_t Apart(const RawDate& date, std::int64_t moment) {
+    const std::int64_t step = kCutMicroseconds * 1000;
+    const std::int64_t first = date.Earliest();
+    const std::int64_t count = (date.second * kSecond + kSecond - 1 - first) / step;
+    const std::int64_t nearest = std::clamp<std::int64_t>((moment - first + step / 2) / step, 0, count);
+    return first + nearest * step - moment;
+}
+
 } // namespace
 
 std::optional<RawDate> MakeRawDate(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,
@@ -140,32 +146,39 @@ WallOffset::WallOffset(const RawDate& date, std::int64_t elapsed) : candidates_(
     }
 }
 
-std::optional<std::int64_t> WallOffset::Join(const RawDate& date, std::int64_t elapsed) {
-    const std::vector<std::int64_t> moments = Candidates(date);
+WallOffset::Fit WallOffset::BestFit(const RawDate& date, std::int64_t elapsed,
+                                    std::int64_t leastUnseen) const {
     const std::int64_t about = (date.second * kSecond - candidates_.front() - elapsed) / kCounterPeriod;
-    std::optional<std::int64_t> best;
-    std::int64_t bestDistance = kTolerance + 1;
-    const auto distance = [&](std::int64_t offset, std::int64_t unseen) {
-        std::int64_t least = kTolerance + 1;
-        for (const std::int64_t moment : moments) {
-            const std::int64_t apart = moment - elapsed - unseen * kCounterPeriod - offset;
-            least = std::min(least, apart < 0 ? -apart : apart);
-        }
-        return least;
-    };
-    for (std::int64_t unseen = std::max<std::int64_t>(0, about - 2); unseen <= about + 2; ++unseen) {
+    Fit best{0, INT64_MAX};
+    for (std::int64_t unseen = std::max(leastUnseen, about - 2); unseen <= about + 2; ++unseen) {
         for (const std::int64_t offset : candidates_) {
-            const std::int64_t apart = distance(offset, unseen);
-            if (apart < bestDistance) {
-                bestDistance = apart;
-                best = unseen;
+            const std::int64_t apart = Apart(date, elapsed + unseen * kCounterPeriod + offset);
+            if (std::abs(apart) < best.misfit) {
+                best = {unseen, std::abs(apart)};
             }
         }
     }
-    if (best) {
-        std::erase_if(candidates_, [&](std::int64_t offset) { return distance(offset, *best) > kTolerance; });
-    }
     return best;
+}
+
+std::int64_t WallOffset::Misfit(const RawDate& date, std::int64_t elapsed) const {
+    return BestFit(date, elapsed, INT64_MIN).misfit;
+}
+
+std::optional<std::int64_t> WallOffset::Join(const RawDate& date, std::int64_t elapsed,
+                                             std::int64_t tolerance) {
+    const Fit best = BestFit(date, elapsed, 0);
+    if (best.misfit > tolerance) {
+        return std::nullopt;
+    }
+    const std::int64_t passed = elapsed + best.unseen * kCounterPeriod;
+    std::erase_if(candidates_,
+                  [&](std::int64_t offset) { return std::abs(Apart(date, passed + offset)) > tolerance; });
+    // A date is read after its stamp, so the one that was read soonest is the truest.
+    for (std::int64_t& offset : candidates_) {
+        offset += std::min<std::int64_t>(0, Apart(date, passed + offset));
+    }
+    return best.unseen;
 }
 
 } // namespace NimaPost

@@ -33,6 +33,10 @@ void AppendWallTime(std::string& out, std::int64_t nanosecondsSince1970, bool wi
 /// "2026-11-24T15:09:26.046886123"
 std::string WallTimeIso(std::int64_t nanosecondsSince1970);
 
+/// A writer reads a line's date and stamp one after the other. On a busy device milliseconds pass in between.
+/// This must stay below half of 16.96 ms, by which an unseen second shifts the cut microseconds.
+inline constexpr std::int64_t kDateTakes = 5'000'000;
+
 /// What is known of the distance between wall clock and elapsed time: wall = elapsed + offset. One date
 /// leaves about 16 possible offsets; a second date whose phase is far from the first's leaves fewer.
 class WallOffset {
@@ -42,8 +46,13 @@ class WallOffset {
 
     /// Takes a second date of the same run of the clocks into account. `elapsed` is the least time that can
     /// have passed; the result is how many whole counter periods have passed unseen in addition. Empty, with
-    /// nothing changed, if no number explains both dates: the clock was set or the device restarted.
-    std::optional<std::int64_t> Join(const RawDate& date, std::int64_t elapsed);
+    /// nothing changed, if no number explains both dates to within `tolerance` nanoseconds: the clock was set
+    /// or the device restarted.
+    std::optional<std::int64_t> Join(const RawDate& date, std::int64_t elapsed,
+                                     std::int64_t tolerance = kDateTakes);
+    /// By how much a second date misses what whole counter periods explain, by the number that fits best; the
+    /// number may be negative, where the clock was set back.
+    std::int64_t Misfit(const RawDate& date, std::int64_t elapsed) const;
 
     /// The earliest offset that agrees with all dates.
     std::int64_t Earliest() const { return candidates_.front(); }
@@ -51,6 +60,12 @@ class WallOffset {
     std::int64_t Spread() const { return candidates_.back() - candidates_.front(); }
 
   private:
+    struct Fit {
+        std::int64_t unseen = 0;
+        std::int64_t misfit = 0;
+    };
+    Fit BestFit(const RawDate& date, std::int64_t elapsed, std::int64_t leastUnseen) const;
+
     std::vector<std::int64_t> candidates_; ///< nanoseconds, ascending, never empty
 };
 

@@ -11,6 +11,7 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <thread>
 
 namespace NimaPost {
@@ -26,6 +27,8 @@ struct Options {
     std::vector<std::string> threads;
     std::string text;
     bool ignoreCase = false;
+    std::optional<std::size_t> boot;
+    std::optional<std::size_t> process;
     bool alone = false;
     bool follow = false;
 };
@@ -51,10 +54,9 @@ bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem)
     return true;
 }
 
-/// '=' for a time that is certain to the clock's own precision, '~' for the earliest or latest possible time;
 /// '<' for lines of a round that was being overwritten.
 void AppendMarks(std::string& text, const LogEntry& entry) {
-    text += entry.certainty.Exact() ? '=' : '~';
+    text += entry.certainty.Mark();
     text += entry.part->overwritten ? '<' : ' ';
 }
 
@@ -99,7 +101,13 @@ Json EntryJson(const LogEntry& entry, const LogSet& logs) {
     if (entry.hasTime && !entry.hasWall) {
         json["elapsed_ns"] = entry.time;
     }
+    json["boot"] = entry.boot ? Json(*entry.boot) : Json();
+    json["process"] = entry.process ? Json(*entry.process) : Json();
     json["later_by_seconds"] = SecondsOrOpen(entry.certainty.later);
+    if (const auto likely = logs.LikelyBoundOf(entry)) {
+        json["likely_later_by_seconds"] = likely->later;
+        json["assuming"] = likely->assuming;
+    }
     json["earlier_by_seconds"] = SecondsOrOpen(entry.certainty.earlier);
     json["overwritten"] = entry.part->overwritten;
     if (entry.continued) {
@@ -117,6 +125,23 @@ Json EntryJson(const LogEntry& entry, const LogSet& logs) {
     return json;
 }
 
+Json ProcessesJson(const LogSet& logs) {
+    Json processes = Json::array();
+    for (const LogProcess& process : logs.Processes()) {
+        Json threads = Json::array();
+        for (const std::uint32_t thread : process.threads) {
+            threads.push_back(Hex32(thread));
+        }
+        processes.push_back({{"process", processes.size() + 1},
+                             {"boot", process.boot > 0 ? Json(process.boot) : Json()},
+                             {"evidence", CodeOf(process.evidence)},
+                             {"first", process.hasWall ? Json(WallTimeIso(process.first)) : Json()},
+                             {"last", process.hasWall ? Json(WallTimeIso(process.last)) : Json()},
+                             {"threads", std::move(threads)}});
+    }
+    return processes;
+}
+
 Findings Summary(const LogSet& logs) {
     Findings findings;
     findings.damage = logs.Unusable().damage;
@@ -131,7 +156,18 @@ Findings Summary(const LogSet& logs) {
     return findings;
 }
 
-void PrintText(Context& context, const LogSet& logs, LogFilter& filter) {
+/// Hands over the lines of the wanted boot and process.
+void ForEachWanted(const LogSet& logs, const Options& options, ShownLines& shown) {
+    logs.ForEach([&](const LogEntry& entry) {
+        if ((!options.boot || entry.boot == options.boot) &&
+            (!options.process || entry.process == options.process)) {
+            shown.Take(entry);
+        }
+        return true;
+    });
+}
+
+void PrintText(Context& context, const LogSet& logs, const Options& options, LogFilter& filter) {
     TimePrinter times;
     ShownLines shown(filter, [&](const LogEntry& entry) {
         std::string& text = context.out.Text();
@@ -142,21 +178,17 @@ void PrintText(Context& context, const LogSet& logs, LogFilter& filter) {
         text += '\n';
         context.out.Pace();
     });
-    logs.ForEach([&](const LogEntry& entry) {
-        shown.Take(entry);
-        return true;
-    });
+    ForEachWanted(logs, options, shown);
 }
 
-void PrintJson(Context& context, const LogSet& logs, LogFilter& filter, const Findings& findings) {
+void PrintJson(Context& context, const LogSet& logs, const Options& options, LogFilter& filter,
+               const Findings& findings) {
     JsonDocument document(context.out);
     document.Member("findings", FindingsJson(findings));
+    document.Member("processes", ProcessesJson(logs));
     document.BeginArray("lines");
     ShownLines shown(filter, [&](const LogEntry& entry) { document.Element(EntryJson(entry, logs)); });
-    logs.ForEach([&](const LogEntry& entry) {
-        shown.Take(entry);
-        return true;
-    });
+    ForEachWanted(logs, options, shown);
     document.EndArray();
     document.End();
 }
@@ -235,10 +267,10 @@ int RunLog(Context& context, const Options& options) {
     logs.Arrange();
     const Findings findings = Summary(logs);
     if (context.json) {
-        PrintJson(context, logs, filter, findings);
+        PrintJson(context, logs, options, filter, findings);
     } else {
         PrintFindings(context, findings);
-        PrintText(context, logs, filter);
+        PrintText(context, logs, options, filter);
     }
     return std::max(ExitCodeOf(findings), ReportLateProblems(context, logs, findings));
 }
@@ -257,6 +289,10 @@ void AddLogCommand(CLI::App& app, Context& context, Run& run) {
         ->delimiter(',');
     command->add_option("--text", options->text, "Only messages that contain this text");
     command->add_flag("-i,--ignore-case", options->ignoreCase, "--text ignores case (ASCII)");
+    command->add_option("--boot", options->boot, "Only lines of this boot, by number")
+        ->check(CLI::PositiveNumber);
+    command->add_option("--process", options->process, "Only lines of this process, by number")
+        ->check(CLI::PositiveNumber);
     command->add_flag("--alone", options->alone, "Leave the backups out");
     command->add_flag("-f,--follow", options->follow, "Print lines as they are written, until Ctrl-C");
     command->callback([&run, options] { run = [options](Context& c) { return RunLog(c, *options); }; });

@@ -1,17 +1,71 @@
 #include "tools/log/LineReader.h"
 
+#include "tools/base/CounterClock.h"
+#include "tools/base/Text.h"
+
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 
 namespace NimaPost {
+
+namespace {
+
+/// A few lines.
+constexpr std::size_t kLookAhead = 4096;
+/// How soon the next line is expected after a calibration line. Readings of its counter that differ in the
+/// first digits lie further apart.
+constexpr std::int64_t kNextLine = kSecond / 10;
+
+/// How many of the digits in front of a calibration line's thread belong to the torn line before it: those
+/// that leave a counter to which the next stamp fits. Where none does, none is taken off and the line has no
+/// stamp.
+std::size_t ForeignDigits(std::string_view digits, std::string_view following, bool& stamped) {
+    std::optional<std::int64_t> next;
+    while (!following.empty() && !next) {
+        const LogLine line = ParseLogLine(TakeLine(following));
+        next = line.hasHeader ? std::optional(line.counter) : std::nullopt;
+    }
+    std::size_t foreign = 0;
+    std::int64_t nearest = kNextLine;
+    for (std::size_t i = 0; next && i < digits.size(); ++i) {
+        std::string_view counter = digits.substr(i);
+        std::int64_t value = 0;
+        if (counter.size() <= kLongestCounter && (counter[0] != '0' || counter.size() == 1) &&
+            TakeDecimal(counter, value) && std::abs(StepWithFall(value, *next, kNextLine)) < nearest) {
+            nearest = std::abs(StepWithFall(value, *next, kNextLine));
+            foreign = i;
+        }
+    }
+    stamped = nearest < kNextLine;
+    return foreign;
+}
+
+} // namespace
 
 LineReader::LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end)
     : file_(file), kind_(kind), next_(begin), end_(end) {}
 
 bool LineReader::Next(std::string_view& line) {
+    joined_ = splits_;
     for (;;) {
         const std::string_view rest(buffer_.data() + from_, to_ - from_);
-        const std::size_t length = LineLength(rest);
+        std::size_t length = LineLength(rest);
+        if (length > 0 && kind_ == LogKind::kLines && !joined_) {
+            if (const auto found = FindJoinedCalibration(rest.substr(0, length))) {
+                if (rest.size() - length < kLookAhead && Fill()) {
+                    continue;
+                }
+                const std::size_t at =
+                    found->digits + ForeignDigits(rest.substr(found->digits, found->thread - found->digits),
+                                                  rest.substr(length, kLookAhead), stamped_);
+                splits_ = at > 0;
+                joined_ = at == 0;
+                length = at > 0 ? at : length;
+            }
+        } else {
+            splits_ = false;
+        }
         if (length > 0) {
             line = rest.substr(0, length);
             lineOffset_ = next_ - rest.size();
@@ -26,6 +80,12 @@ bool LineReader::Next(std::string_view& line) {
             return !last.empty();
         }
     }
+}
+
+LogLine LineReader::Parse(std::string_view line) const {
+    LogLine parsed = kind_ == LogKind::kQueue ? ParseQueueRecord(line) : ParseLogLine(line);
+    parsed.stamped = parsed.stamped && !(joined_ && !stamped_);
+    return parsed;
 }
 
 /// 0 when the end of the line is not in the buffer yet.

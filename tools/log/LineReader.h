@@ -5,13 +5,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 #include <vector>
 
 namespace NimaPost {
 
 /// Reads the lines, or the queue's records, of a part of a file one after the other. Memory is bounded: what
-/// is longer than 64 KiB comes in pieces.
+/// is longer than 64 KiB comes in pieces. A calibration line that was written at the end of a torn line is a
+/// line of its own.
 class LineReader {
   public:
     LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end);
@@ -20,6 +22,10 @@ class LineReader {
     bool Next(std::string_view& line);
     /// Where the line of the last call begins.
     std::uint64_t Offset() const { return lineOffset_; }
+    /// Whether that line was found at the end of a torn one.
+    bool Joined() const { return joined_; }
+    /// That line taken apart.
+    LogLine Parse(std::string_view line) const;
 
   private:
     static constexpr std::size_t kBlock = 1 << 20;
@@ -30,12 +36,15 @@ class LineReader {
 
     const InputFile& file_;
     LogKind kind_;
-    std::uint64_t next_; ///< file offset behind the buffer
+    std::uint64_t next_; ///< file offset after the buffer
     std::uint64_t end_;
     std::vector<char> buffer_;
     std::size_t from_ = 0;
     std::size_t to_ = 0;
     std::uint64_t lineOffset_ = 0;
+    bool splits_ = false; ///< the next line is what a torn line was split from
+    bool joined_ = false;
+    bool stamped_ = true; ///< of a joined line: its counter is known
 };
 
 } // namespace NimaPost

@@ -12,6 +12,8 @@ namespace {
 constexpr std::string_view kThreadMark = " <0x";
 constexpr std::string_view kCalibration = Nima::Catalogue::kCalibrationLevel;
 constexpr std::size_t kLongestLevel = 5;
+/// ", type=rdtsc"
+constexpr std::size_t kLongestType = 12;
 /// "01261024150926." and up to six characters, then the thread mark.
 constexpr std::size_t kDateDigits = 14;
 constexpr std::size_t kLongestDate = kDateDigits + 7;
@@ -72,7 +74,7 @@ LogLine ParseLogLine(std::string_view text) {
     LogLine line;
     std::string_view rest = text;
     if (TakeDecimal(rest, line.counter) && TakeThreadAndPriority(rest, line)) {
-        line.hasHeader = true;
+        line.hasHeader = line.stamped = true;
         ReadBody(rest, line);
     } else {
         line.counter = 0;
@@ -88,7 +90,7 @@ LogLine ParseQueueRecord(std::string_view text) {
     std::string_view rest = text;
     line.date = TakeCompactDate(rest);
     if (line.date && TakeThreadAndPriority(rest, line)) {
-        line.hasHeader = true;
+        line.hasHeader = line.stamped = true;
         ReadBody(rest, line);
     } else {
         line.date.reset();
@@ -115,8 +117,32 @@ bool IsCalibration(const LogLine& line) {
     return line.level == kCalibration;
 }
 
+std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text) {
+    text = WithoutLineEnd(text);
+    const std::size_t end = text.size() - std::min(text.size(), kLongestType);
+    if (text.substr(end).find(Nima::Catalogue::kCalibrationType) == std::string_view::npos) {
+        return std::nullopt;
+    }
+    const std::size_t thread = text.rfind(kThreadMark);
+    if (thread == std::string_view::npos) {
+        return std::nullopt;
+    }
+    LogLine line;
+    std::string_view rest = text.substr(thread);
+    if (!TakeThreadAndPriority(rest, line)) {
+        return std::nullopt;
+    }
+    ReadBody(rest, line);
+    const std::size_t before = text.substr(0, thread).find_last_not_of("0123456789");
+    const std::size_t digits = before == std::string_view::npos ? 0 : before + 1;
+    // A line that begins with its counter is whole.
+    const bool joined = digits > 0 || thread > kLongestCounter;
+    return joined && digits < thread && IsCalibration(line) ? std::optional(JoinedCalibration{digits, thread})
+                                                            : std::nullopt;
+}
+
 bool LooksLikeCutLine(std::string_view text) {
-    // Behind the cut stands what is left of a header: of a thread with its priority, or of a level.
+    // After the cut stands what is left of a header: of a thread with its priority, or of a level.
     const std::size_t at = text.substr(0, 64).find("> <");
     if (at == std::string_view::npos) {
         return false;

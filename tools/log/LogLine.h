@@ -14,6 +14,8 @@ namespace NimaPost {
 /// The parts of a line of a text log, doc/text-log.md, as views into it.
 struct LogLine {
     bool hasHeader = false;
+    /// False where the counter's first digits cannot be told from a torn line in front of them.
+    bool stamped = false;
     std::int64_t counter = 0;
     std::uint32_t thread = 0;
     std::int64_t priority = 0;
@@ -22,6 +24,23 @@ struct LogLine {
     std::string_view message; ///< without the line end
     /// Of the memory queue's file, which is dated instead of stamped.
     std::optional<RawDate> date;
+};
+
+/// From the stamp of the line that filled a log to the calibration line that it caused: a write of the
+/// buffer.
+inline constexpr std::int64_t kRollTakes = 5'000'000;
+/// The same on a device that is busy; too long to be proof by itself.
+inline constexpr std::int64_t kSlowRollTakes = 100'000'000;
+/// From the last line of a log without a buffer to the calibration line.
+inline constexpr std::int64_t kUnbufferedRollTakes = 1'000'000;
+
+/// Dates and counters of two boots fit one clock this closely once in 140 times.
+inline constexpr std::int64_t kFitsClosely = 100'000;
+
+/// A line's stamp and who wrote it.
+struct LineStamp {
+    std::int64_t counter = 0;
+    std::uint32_t thread = 0;
 };
 
 /// The levels that lines are written at, the gravest first.
@@ -35,12 +54,22 @@ LogLine ParseQueueRecord(std::string_view text);
 /// The date of a calibration line.
 std::optional<RawDate> CalibrationDate(const LogLine& line);
 
-/// The thread, of a line that stands behind all earlier ones of its thread. A calibration line does not: the
-/// line that made a log roll is stamped before it and stored behind it.
+/// The thread, of a line that stands after all earlier ones of its thread. A calibration line does not: the
+/// line that made a log roll is stamped before it and stored after it.
 std::optional<std::uint32_t> OrderedThread(const LogLine& line);
 
 /// Whether a line is one of calibration, whatever its date.
 bool IsCalibration(const LogLine& line);
+
+/// Of a counter, in digits: nanoseconds of a second, and the seconds that a device can have run.
+inline constexpr std::size_t kLongestCounter = 10;
+
+/// A calibration line in the middle of a line: a process wrote it at the end of what another left torn.
+struct JoinedCalibration {
+    std::size_t digits = 0; ///< where the digits in front of its thread begin, some of them perhaps torn text
+    std::size_t thread = 0; ///< where they end
+};
+std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text);
 
 /// Whether a line that has no header of its own looks like the rest of one that had.
 bool LooksLikeCutLine(std::string_view text);

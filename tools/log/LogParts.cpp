@@ -23,13 +23,22 @@ class Divider {
         if (!line.hasHeader) {
             return;
         }
-        const auto date = CalibrationDate(line);
-        if (date && parts_.size() < kMostParts) {
+        const bool calibrates = IsCalibration(line);
+        if (calibrates && parts_.size() < kMostParts) {
             Close(offset);
-            part_.date = date;
+            part_.calibration = LineStamp{line.counter, line.thread};
+            part_.date = line.stamped ? CalibrationDate(line) : std::nullopt;
+        }
+        if (!line.stamped) {
+            return;
         }
         if (part_.stamped++ == 0) {
             part_.firstCounter = line.counter;
+        } else if (!part_.second) {
+            part_.second = LineStamp{line.counter, line.thread};
+        }
+        if (!calibrates) {
+            part_.last = LineStamp{line.counter, line.thread};
         }
         clock_.Next(line.counter, OrderedThread(line));
     }
@@ -46,6 +55,14 @@ class Divider {
         part_.length = clock_.Frontier();
         part_.lastCounter = clock_.FrontierCounter();
         part_.clockBreaks = clock_.Breaks();
+        part_.mostFirstSecond = clock_.MostFirstSecond();
+        part_.leastLastSecond = clock_.LeastLastSecond();
+        if (part_.calibration) {
+            part_.threads.push_back(part_.calibration->thread);
+        }
+        clock_.ForEachThread([&](std::uint32_t thread) { part_.threads.push_back(thread); });
+        std::sort(part_.threads.begin(), part_.threads.end());
+        part_.threads.erase(std::unique(part_.threads.begin(), part_.threads.end()), part_.threads.end());
         if (part_.end > part_.begin) {
             parts_.push_back(part_);
         }
@@ -59,14 +76,13 @@ class Divider {
     CounterClock clock_;
 };
 
-void AppendParts(const InputFile& file, std::uint64_t begin, std::uint64_t end, bool overwritten,
-                 std::vector<LogPart>& parts) {
-    Divider divider(begin);
-    LineReader reader(file, LogKind::kLines, begin, end);
+void AppendParts(const InputFile& file, ByteRange range, bool overwritten, std::vector<LogPart>& parts) {
+    Divider divider(range.begin);
+    LineReader reader(file, LogKind::kLines, range.begin, range.end);
     for (std::string_view text; reader.Next(text);) {
-        divider.Line(ParseLogLine(text), reader.Offset());
+        divider.Line(reader.Parse(text), reader.Offset());
     }
-    for (LogPart& part : divider.Finish(end)) {
+    for (LogPart& part : divider.Finish(range.end)) {
         part.overwritten = overwritten;
         parts.push_back(part);
     }
@@ -74,29 +90,34 @@ void AppendParts(const InputFile& file, std::uint64_t begin, std::uint64_t end, 
 
 } // namespace
 
+bool LogPart::HasThread(std::uint32_t thread) const {
+    return std::binary_search(threads.begin(), threads.end(), thread);
+}
+
 LogSurvey SurveyLog(const InputFile& file) {
     LogSurvey survey;
     RoundDetector detector;
     Divider divider(0);
     LineReader reader(file, LogKind::kLines, 0, file.Size());
     for (std::string_view text; reader.Next(text); ++survey.lines) {
-        const LogLine line = ParseLogLine(text);
+        const LogLine line = reader.Parse(text);
+        survey.torn += reader.Joined() ? 1 : 0;
         detector.Line(line, text, reader.Offset());
         divider.Line(line, reader.Offset());
     }
-    std::vector<std::uint64_t> seams = detector.Judge(file.Size());
-    if (seams.empty()) {
+    const Rounds rounds = detector.Judge(file.Size());
+    survey.hidesSeam = rounds.hidden;
+    if (rounds.ranges.size() == 1) {
         survey.parts = divider.Finish(file.Size());
+        for (LogPart& part : survey.parts) {
+            part.hidesSeam = rounds.hidden;
+        }
         return survey;
     }
-    survey.newestEnd = seams.front();
-    std::uint64_t end = file.Size();
-    std::reverse(seams.begin(), seams.end());
-    for (const std::uint64_t seam : seams) {
-        AppendParts(file, seam, end, true, survey.parts);
-        end = seam;
+    survey.newestEnd = rounds.ranges.back().end;
+    for (const ByteRange& range : rounds.ranges) {
+        AppendParts(file, range, range.begin != 0, survey.parts);
     }
-    AppendParts(file, 0, end, false, survey.parts);
     return survey;
 }
 

@@ -3,41 +3,67 @@
 #include "tools/base/Certainty.h"
 #include "tools/base/InputFile.h"
 #include "tools/base/WallClock.h"
+#include "tools/log/LogLine.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <vector>
 
 namespace NimaPost {
 
-/// A stretch of a log's file that was written in one go, from one calibration line to the next.
+/// How a part of a log follows the one before it.
+enum class PartLink : unsigned char {
+    kOpening,   ///< by a process that opened the log; what the part before tells binds nothing here
+    kContinues, ///< by the same process in the same file: it went on at the file's start
+    kRolled,    ///< by the same process, in the file after a backup
+};
+
+/// A stretch of a log's file that was written in one go, from one calibration line to the next. What is read
+/// from its lines stands first; how it is placed is found out later.
 struct LogPart {
     std::size_t file = 0; ///< in the log set's files
     std::uint64_t begin = 0;
     std::uint64_t end = 0;
     /// Older than the lines in front of it: the rest of a file whose writer went on at its start.
     bool overwritten = false;
-    std::optional<RawDate> date; ///< of the calibration line that it begins with
+    /// Somewhere in it older lines follow the newest, and nothing shows where.
+    bool hidesSeam = false;
+    std::optional<LineStamp> calibration; ///< the line that it begins with
+    std::optional<RawDate> date;          ///< of that line, if it is of use
+    std::optional<LineStamp> second;      ///< the stamped line after that one
+    std::optional<LineStamp> last;
     std::int64_t firstCounter = 0;
-    std::uint64_t stamped = 0; ///< lines with a header
-    // From the part's own clock: how far it got.
+    std::uint64_t stamped = 0;          ///< lines with a stamp
+    std::vector<std::uint32_t> threads; ///< ascending
+    // From the part's own clock: how far it got, and bounds of the device's clock in whole seconds.
     std::int64_t length = 0;
     std::int64_t lastCounter = 0;
     std::uint64_t clockBreaks = 0;
+    std::int64_t mostFirstSecond = 0;
+    std::int64_t leastLastSecond = 0;
+
     // Where the part stands in the whole.
-    std::size_t run = 0;    ///< parts of one run of the device's clocks
-    std::int64_t start = 0; ///< of its first stamped line, nanoseconds on the run's axis
+    PartLink link = PartLink::kOpening;
+    std::optional<std::size_t> process; ///< in the log set's processes; empty for the memory queue's file
+    std::size_t run = 0;                ///< parts whose times count from one origin
+    std::int64_t start = 0;             ///< of its first stamped line, nanoseconds on the run's axis
+    std::int64_t queueFirst = 0;        ///< time of the queue's first record
     Certainty certainty;
+
+    bool HasThread(std::uint32_t thread) const;
 };
 
 /// What one reading of a log's file tells.
 struct LogSurvey {
     std::uint64_t lines = 0;
+    std::uint64_t torn = 0; ///< lines that end where a calibration line begins
     /// In the order of time.
     std::vector<LogPart> parts;
     /// Where the newest lines end and those of an earlier round follow, if the writer went on at the file's
     /// start.
     std::optional<std::uint64_t> newestEnd;
+    bool hidesSeam = false;
 };
 
 /// Divides a log at its calibration lines, runs the clock over each part, and finds out whether its writer

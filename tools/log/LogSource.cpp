@@ -37,17 +37,30 @@ class LogSource : public Source {
         if (const auto anchor = logs_.LastAnchor()) {
             axis.SetLogClock({anchor->counter, anchor->wall});
         }
-        if (std::any_of(logs_.Parts().begin(), logs_.Parts().end(),
-                        [](const LogPart& part) { return part.date.has_value(); })) {
+        for (const LogProcess& process : logs_.Processes()) {
+            ProcessFacts facts;
+            facts.threads = process.threads;
+            if (process.hasWall) {
+                axis.SetWall();
+                facts.boot = process.boot;
+                facts.first = process.first;
+                facts.last = process.last;
+            }
+            axis.AllProcesses().Add(std::move(facts));
+        }
+        const bool queue = std::any_of(logs_.Sources().begin(), logs_.Sources().end(),
+                                       [](const auto& source) { return source.kind == LogKind::kQueue; });
+        if (queue) {
             axis.SetWall();
         }
     }
 
     void Place(Axis& axis) override {
         std::int64_t next = 0;
-        for (const LogPart& part : logs_.Parts()) {
+        std::optional<Tie> last;
+        logs_.ForEachPart([&](const LogPart& part) {
             if (!IsUndated(part)) {
-                continue;
+                return;
             }
             const auto& tie = axis.Newest();
             if (tie) {
@@ -55,6 +68,7 @@ class LogSource : public Source {
                     tie->time + NearestStep(tie->counter, part.lastCounter) - part.length;
             } else {
                 undatedRuns_[part.run] = next;
+                last = Tie{part.lastCounter, next + part.length};
                 next += part.length + kSecond;
             }
             axis.State(
@@ -63,10 +77,9 @@ class LogSource : public Source {
                      (tie ? ": without a date; its last line is taken to stand within half a second of the "
                             "others' end."
                           : ": without a date; its times count from its own first line.")});
-        }
-        if (!axis.Newest() && !undatedRuns_.empty()) {
-            const LogPart& part = logs_.Parts().back();
-            axis.SetNewest({part.lastCounter, undatedRuns_[part.run] + part.length});
+        });
+        if (last) {
+            axis.SetNewest(*last);
         }
     }
 
@@ -91,6 +104,8 @@ class LogSource : public Source {
             event.certainty = undated != undatedRuns_.end() ? Certainty::Assumed() : entry.certainty;
             event.file = files_[entry.part->file]->index;
             event.thread = thread;
+            event.boot = entry.boot;
+            event.process = entry.process;
             event.level = level;
             event.name = tracer;
             event.text = entry.line.message;

@@ -11,16 +11,10 @@ namespace {
 
 /// A file passes its maximum by less than a buffer and a line, so rounds end within this of each other.
 constexpr std::uint64_t kRoundsDiffer = 4096 + 2048;
-/// From the stamp of the line that filled the log to the calibration line that it caused: a write of the
-/// buffer.
-constexpr std::int64_t kRollTakes = kSecond / 200;
-/// The same on a device that is busy; too long to be proof by itself.
-constexpr std::int64_t kSlowRollTakes = kSecond / 10;
-/// From the last line of a log without a buffer to the calibration line.
-constexpr std::int64_t kUnbufferedRollTakes = kSecond / 1000;
 /// A step between rounds is any part of a second. One that is to be told from a thread's pause has to be
 /// wider than what keeps a thread waiting on a busy device, and by far wider than others.
 constexpr std::int64_t kStandsOut = 64;
+constexpr std::int64_t kLikelier = 8;
 constexpr std::int64_t kBusyWait = kSecond / 10;
 
 /// Lines without a header beyond these are the way of this log, and no sign of anything.
@@ -45,7 +39,7 @@ std::int64_t StepWidths::Usual() const {
 }
 
 void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64_t offset) {
-    if (!line.hasHeader) {
+    if (!line.stamped && !IsCalibration(line)) {
         if (headerless_ == 0) {
             headerlessOffset_ = offset;
             headerlessIsCut_ = LooksLikeCutLine(text);
@@ -53,31 +47,72 @@ void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64
         ++headerless_;
         return;
     }
-    if (const auto date = CalibrationDate(line)) {
-        if (offset == 0) {
-            first_ = line.counter;
-            firstThread_ = line.thread;
-            firstDate_ = date;
-        } else if (firstDate_ && date->second < firstDate_->second && !dateFellAt_) {
-            dateFellAt_ = offset;
+    if (IsCalibration(line)) {
+        Calibration(line, offset);
+    } else {
+        if (first_ && !afterFirst_) {
+            afterFirst_ = line.thread == firstThread_ ? StepForward(line.counter, *first_) : kSecond;
         }
-    } else if (first_ && !behindFirst_) {
-        behindFirst_ = line.thread == firstThread_ ? StepForward(line.counter, *first_) : kSecond;
-    }
-    Consider(line, offset);
-    previous_ = line.counter;
-    previousOffset_ = offset;
-    if (!IsCalibration(line)) {
+        Consider(line, offset);
+        previous_ = line.counter;
         if (lastOfThread_.size() >= CounterClock::kMostThreads) {
             lastOfThread_.clear();
         }
         lastOfThread_[line.thread] = line.counter;
         last_[lines_++ % last_.size()] = {line.counter, line.thread};
+        openingAtEnd_.reset();
     }
+    previousOffset_ = offset;
     headerless_ = 0;
 }
 
-std::vector<std::uint64_t> RoundDetector::Judge(std::uint64_t size) const {
+void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
+    const auto date = line.stamped ? CalibrationDate(line) : std::nullopt;
+    if (offset == 0 && date) {
+        first_ = line.counter;
+        firstThread_ = line.thread;
+        firstDate_ = date;
+    } else if (date && firstDate_ && date->second < firstDate_->second && !dateFellAt_) {
+        dateFellAt_ = offset;
+    }
+    if (headerless_ == 1 && headerlessIsCut_ && torn_.size() < 2 * kMostTorn) {
+        Step step;
+        step.width = 0;
+        step.torn = step.cutHeader = true;
+        step.offset = headerlessOffset_;
+        step.from = previousOffset_;
+        torn_.push_back(step);
+    }
+    // What an opening process writes has nothing to do with the lines before it, nor does a silence in front
+    // of its first line.
+    previous_.reset();
+    lastOfThread_.clear();
+    openingAtEnd_ = openingAtEnd_.value_or(offset);
+}
+
+Rounds RoundDetector::Judge(std::uint64_t size) const {
+    Rounds rounds;
+    const std::vector<std::uint64_t> seams = Seams(size);
+    rounds.hidden = seams.empty() && first_ && IsProven();
+    std::uint64_t end = size;
+    // A full log is opened at its end and goes on at its start with the first line. The rounds in it are all
+    // older than that opening.
+    const bool openedWhenFull = seams.size() > 1 && openingAtEnd_ && *openingAtEnd_ > seams.back();
+    if (openedWhenFull) {
+        end = *openingAtEnd_;
+    }
+    for (auto seam = seams.rbegin(); seam != seams.rend(); ++seam) {
+        rounds.ranges.push_back({*seam, end});
+        end = *seam;
+    }
+    if (openedWhenFull) {
+        rounds.ranges.push_back({*openingAtEnd_, size});
+    }
+    rounds.ranges.push_back({0, end});
+    return rounds;
+}
+
+std::vector<std::uint64_t> RoundDetector::Seams(std::uint64_t size) const {
     std::vector<std::uint64_t> seams;
     if (!first_ || !IsProven()) {
         return seams;
@@ -92,7 +127,7 @@ std::vector<std::uint64_t> RoundDetector::Judge(std::uint64_t size) const {
     }
     AddAlignedSeams(usual, size, seams);
     if (seams.empty() || (dateFellAt_ && seams.front() > *dateFellAt_)) {
-        if (const Step* best = Best()) {
+        if (const Step* best = Best(usual)) {
             seams.insert(seams.begin(), best->offset);
         }
     }
@@ -102,16 +137,16 @@ std::vector<std::uint64_t> RoundDetector::Judge(std::uint64_t size) const {
 bool RoundDetector::IsProven() const {
     const bool anyCut =
         std::any_of(torn_.begin(), torn_.end(), [](const Step& step) { return step.cutHeader; });
-    const bool early = behindFirst_ && *behindFirst_ > 0 && *behindFirst_ < kRollTakes;
+    const bool early = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kRollTakes;
     const bool otherSign = (!torn_.empty() && torn_.size() < kMostTorn) ||
                            std::any_of(widest_.begin(), widest_.end(),
                                        [&](const Step& step) { return StandsOut(step, widths_.Usual()); });
-    const bool slow = behindFirst_ && *behindFirst_ > 0 && *behindFirst_ < kSlowRollTakes && otherSign;
-    return anyCut || dateFellAt_ || early || slow || EndsAtFirst();
+    const bool slow = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kSlowRollTakes && otherSign;
+    return anyCut || early || slow || EndsAtFirst();
 }
 
 bool RoundDetector::EndsAtFirst() const {
-    return lines_ > last_.size() && std::any_of(last_.begin(), last_.end(), [&](const Stamp& stamp) {
+    return lines_ > last_.size() && std::any_of(last_.begin(), last_.end(), [&](const LineStamp& stamp) {
                return stamp.thread == firstThread_ &&
                       StepForward(stamp.counter, *first_) < kUnbufferedRollTakes;
            });
@@ -131,7 +166,7 @@ void RoundDetector::AddAlignedSeams(std::int64_t usual, std::uint64_t size,
             first = &step;
         }
     }
-    // A line that was cut inside its counter passes for a whole one, with a step of its own behind it.
+    // A line that was cut inside its counter passes for a whole one, with a step of its own after it.
     for (const Step& step : widest_) {
         if (first != nullptr && StandsOut(step, usual) && step.offset == first->from) {
             first = &step;
@@ -142,8 +177,8 @@ void RoundDetector::AddAlignedSeams(std::int64_t usual, std::uint64_t size,
     }
     const std::uint64_t newestEnd = seams.empty() ? size : *std::min_element(seams.begin(), seams.end());
     for (const Step& step : widest_) {
-        const bool behindCut = std::find(seams.begin(), seams.end(), step.from) != seams.end();
-        if (StandsOut(step, usual) && step.offset > newestEnd && isNearEnd(step.offset) && !behindCut) {
+        const bool afterCut = std::find(seams.begin(), seams.end(), step.from) != seams.end();
+        if (StandsOut(step, usual) && step.offset > newestEnd && isNearEnd(step.offset) && !afterCut) {
             seams.push_back(step.offset);
         }
     }
@@ -151,11 +186,12 @@ void RoundDetector::AddAlignedSeams(std::int64_t usual, std::uint64_t size,
     seams.erase(std::unique(seams.begin(), seams.end()), seams.end());
 }
 
-const Step* RoundDetector::Best() const {
+const Step* RoundDetector::Best(std::int64_t usual) const {
     const Step* best = nullptr;
     for (const auto* steps : {&torn_, &widest_}) {
         for (const Step& step : *steps) {
-            if (step.width >= 0 && (!dateFellAt_ || step.offset <= *dateFellAt_) &&
+            const bool likelier = step.torn || step.width > kLikelier * usual;
+            if (step.width >= 0 && likelier && (!dateFellAt_ || step.offset <= *dateFellAt_) &&
                 (best == nullptr || std::pair(step.torn, step.width) > std::pair(best->torn, best->width))) {
                 best = &step;
             }

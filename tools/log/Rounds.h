@@ -12,10 +12,22 @@
 
 namespace NimaPost {
 
-/// A place between two stamped lines.
+struct ByteRange {
+    std::uint64_t begin = 0;
+    std::uint64_t end = 0;
+};
+
+/// A file in the order in which it was written.
+struct Rounds {
+    std::vector<ByteRange> ranges; ///< one, or the newest last, which then begins at the file's start
+    /// The writer went on at the file's start, but where its newest lines end does not show.
+    bool hidden = false;
+};
+
+/// A place between two stamped lines of which neither is a calibration line.
 struct Step {
     std::int64_t width = -1;  ///< from one stamp to the next, read as a step forward
-    std::uint64_t offset = 0; ///< where the lines behind it begin, a torn one included
+    std::uint64_t offset = 0; ///< where the lines after it begin, a torn one included
     std::uint64_t from = 0;   ///< where the line in front of it begins
     bool torn = false;        ///< one line without header stands between
     bool cutHeader = false;   ///< and it looks like the rest of a line that had one
@@ -39,21 +51,18 @@ class RoundDetector {
   public:
     void Line(const LogLine& line, std::string_view text, std::uint64_t offset);
 
-    /// Where rounds meet, in the order of the file: newer lines stand before each place and older ones behind
-    /// it. Empty where nothing says that the writer went on at the file's start.
-    std::vector<std::uint64_t> Judge(std::uint64_t size) const;
+    Rounds Judge(std::uint64_t size) const;
 
   private:
     /// So many lines at the end of a log without a buffer may be the one that filled it.
     static constexpr std::size_t kUnbufferedLines = 2;
 
-    struct Stamp {
-        std::int64_t counter = 0;
-        std::uint32_t thread = 0;
-    };
+    /// Where rounds meet, in the order of the file: newer lines stand before each place and older ones after
+    /// it.
+    std::vector<std::uint64_t> Seams(std::uint64_t size) const;
 
-    /// The line that fills a log waits in the buffer while the log goes on at its start. So it stands behind
-    /// the calibration line there, by the same thread and stamped a moment before it; behind one that was
+    /// The line that fills a log waits in the buffer while the log goes on at its start. So it stands after
+    /// the calibration line there, by the same thread and stamped a moment before it; after one that was
     /// written at an opening all lines are later.
     bool IsProven() const;
 
@@ -67,21 +76,24 @@ class RoundDetector {
     /// lengths end.
     void AddAlignedSeams(std::int64_t usual, std::uint64_t size, std::vector<std::uint64_t>& seams) const;
 
-    /// The most likely place when none stands out: a torn line, or else the widest step.
-    const Step* Best() const;
+    /// The most likely place when none stands out, if any is likelier than others.
+    const Step* Best(std::int64_t usual) const;
 
+    void Calibration(const LogLine& line, std::uint64_t offset);
     void Consider(const LogLine& line, std::uint64_t offset);
 
     std::optional<std::int64_t> first_; ///< counter of the calibration line at the file's start
     std::uint32_t firstThread_ = 0;
     std::optional<RawDate> firstDate_;
-    /// By how much the line behind it is stamped earlier; a second when another thread wrote it.
-    std::optional<std::int64_t> behindFirst_;
+    /// By how much the line after it is stamped earlier; a second when another thread wrote it.
+    std::optional<std::int64_t> afterFirst_;
     std::optional<std::uint64_t> dateFellAt_;
-    std::optional<std::int64_t> previous_;
+    /// The first of the calibration lines that the file ends with.
+    std::optional<std::uint64_t> openingAtEnd_;
+    std::optional<std::int64_t> previous_; ///< the counter of the line before, unless that one calibrates
     std::uint64_t previousOffset_ = 0;
     std::unordered_map<std::uint32_t, std::int64_t> lastOfThread_;
-    std::array<Stamp, kUnbufferedLines> last_;
+    std::array<LineStamp, kUnbufferedLines> last_;
     std::uint64_t lines_ = 0;
     std::vector<Step> torn_;
     std::vector<Step> widest_ = std::vector<Step>(8);

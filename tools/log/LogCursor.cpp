@@ -1,0 +1,47 @@
+#include "tools/log/LogCursor.h"
+
+#include "tools/base/Text.h"
+
+namespace NimaPost {
+
+std::int64_t QueueClock::Next(const RawDate& date) {
+    std::int64_t time = date.Earliest();
+    const std::int64_t step = kCutMicroseconds * 1000;
+    const std::int64_t end = (date.second + 1) * kSecond;
+    while (time < last_ && last_ < end && time + step < end) {
+        time += step;
+    }
+    later_ = (end - 1 - time) / step * step;
+    last_ = time;
+    return time;
+}
+
+void LogCursor::BeginPart(const LogPart& part, const LogFile& file) {
+    const LogRun& run = runs_[part.run];
+    reader_.emplace(file.file, file.kind, part.begin, part.end);
+    entry_ = LogEntry();
+    entry_.part = &part;
+    entry_.certainty = part.certainty;
+    entry_.hasWall = file.kind == LogKind::kQueue || run.wall.has_value();
+    entry_.certainty.originLater = run.wall ? run.wall->Spread() : 0;
+    origin_ = part.start + OriginOf(run);
+    clock_ = CounterClock();
+    queueClock_ = QueueClock();
+}
+
+void LogCursor::Take() {
+    entry_.line = reader_->Parse(text_);
+    entry_.text = WithoutLineEnd(text_);
+    entry_.offset = reader_->Offset();
+    entry_.continued = !entry_.line.hasHeader;
+    if (entry_.line.date) {
+        entry_.time = queueClock_.Next(*entry_.line.date);
+        entry_.certainty.originLater = queueClock_.Later();
+        entry_.hasTime = true;
+    } else if (entry_.line.stamped) {
+        entry_.time = origin_ + clock_.Next(entry_.line.counter, OrderedThread(entry_.line));
+        entry_.hasTime = true;
+    }
+}
+
+} // namespace NimaPost

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "tools/base/CounterClock.h"
+#include "tools/log/LineReader.h"
+#include "tools/log/LogEntry.h"
+#include "tools/log/LogFile.h"
+#include "tools/log/TimePlacer.h"
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+namespace NimaPost {
+
+/// Times of the memory queue's records: the date's second, and within it as early as the order allows.
+class QueueClock {
+  public:
+    std::int64_t Next(const RawDate& date);
+    /// From the last time to the latest that its date can mean.
+    std::int64_t Later() const { return later_; }
+
+  private:
+    std::int64_t last_ = INT64_MIN;
+    std::int64_t later_ = 0;
+};
+
+/// Reads the lines of one log's placed parts, in their order.
+class LogCursor {
+  public:
+    LogCursor(const std::vector<LogPart>& parts, const std::vector<LogRun>& runs)
+        : parts_(parts), runs_(runs) {}
+
+    /// False at the end. `fileOf` finds a part's file.
+    template <class FileOf>
+    bool Next(const FileOf& fileOf) {
+        while (!reader_ || !reader_->Next(text_)) {
+            if (next_ == parts_.size()) {
+                return false;
+            }
+            const LogPart& part = parts_[next_++];
+            BeginPart(part, fileOf(part));
+        }
+        Take();
+        return true;
+    }
+    const LogEntry& Entry() const { return entry_; }
+
+  private:
+    void BeginPart(const LogPart& part, const LogFile& file);
+    void Take();
+
+    const std::vector<LogPart>& parts_;
+    const std::vector<LogRun>& runs_;
+    std::size_t next_ = 0;
+    std::optional<LineReader> reader_;
+    std::string_view text_;
+    LogEntry entry_;
+    std::int64_t origin_ = 0;
+    CounterClock clock_;
+    QueueClock queueClock_;
+};
+
+} // namespace NimaPost

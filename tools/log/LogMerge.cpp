@@ -1,0 +1,78 @@
+#include "tools/log/LogMerge.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::size_t kUnknownBoot = std::numeric_limits<std::size_t>::max();
+
+} // namespace
+
+const LogEntry* LogMerge::Next() {
+    if (current_ != nullptr) {
+        Advance(*current_);
+    }
+    if (current_ == nullptr || current_->ended || current_->key > limit_) {
+        Choose();
+    }
+    return current_ != nullptr ? &current_->entry : nullptr;
+}
+
+void LogMerge::Choose() {
+    current_ = nullptr;
+    for (Stream& stream : streams_) {
+        if (!stream.ended && (current_ == nullptr || stream.key < current_->key)) {
+            current_ = &stream;
+        }
+    }
+    limit_ = {kUnknownBoot, std::numeric_limits<std::int64_t>::max()};
+    for (const Stream& stream : streams_) {
+        if (!stream.ended && &stream != current_) {
+            limit_ = std::min(limit_, stream.key);
+        }
+    }
+}
+
+void LogMerge::Advance(Stream& stream) {
+    if (!stream.cursor) {
+        stream.cursor = std::make_unique<LogCursor>(*stream.parts, runs_);
+        stream.key = {0, std::numeric_limits<std::int64_t>::min()};
+    }
+    if (!stream.cursor->Next([&](const LogPart& part) -> const LogFile& { return *files_[part.file]; })) {
+        stream.ended = true;
+        return;
+    }
+    const bool samePart = stream.entry.part == stream.cursor->Entry().part;
+    stream.entry = stream.cursor->Entry();
+    LogEntry& entry = stream.entry;
+    stream.boot = samePart ? stream.boot : BootOf(*entry.part);
+    if (stream.boot != 0) {
+        entry.boot = stream.boot;
+    }
+    if (entry.part->process) {
+        entry.process = *entry.part->process + 1;
+    }
+    // What has no time goes with the line before it.
+    const Key key{stream.boot != 0 ? stream.boot : kUnknownBoot,
+                  entry.hasTime ? entry.time : stream.key.second};
+    stream.key = std::max(stream.key, key);
+}
+
+/// A queue's records are dated; they belong to the last boot that had begun by then.
+std::size_t LogMerge::BootOf(const LogPart& part) const {
+    if (part.process) {
+        return processes_[*part.process].boot;
+    }
+    std::size_t boot = 0;
+    for (const LogProcess& process : processes_) {
+        if (process.boot > boot && (boot == 0 || process.first <= part.queueFirst)) {
+            boot = process.boot;
+        }
+    }
+    return boot;
+}
+
+} // namespace NimaPost

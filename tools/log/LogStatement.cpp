@@ -1,0 +1,84 @@
+#include "tools/base/CounterClock.h"
+#include "tools/base/Text.h"
+#include "tools/log/LogSet.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+namespace {
+
+/// Of processes that are told about one by one.
+constexpr std::size_t kMostTold = 16;
+
+void StateProcesses(const std::vector<LogProcess>& processes, std::vector<Finding>& statement) {
+    if (processes.size() < 2) {
+        return;
+    }
+    std::size_t boots = 0;
+    for (const LogProcess& process : processes) {
+        boots = std::max(boots, process.boot);
+    }
+    statement.push_back({"several-processes", std::to_string(processes.size()) + " processes in " +
+                                                  Counted(boots, "boot") + " wrote the text logs."});
+    for (std::size_t i = 0; i < std::min(processes.size(), kMostTold); ++i) {
+        const LogProcess& process = processes[i];
+        std::string text = "Process " + std::to_string(i + 1) + ", boot " +
+                           (process.boot > 0 ? std::to_string(process.boot) : "unknown");
+        if (process.hasWall) {
+            text += ", from ";
+            AppendWallTime(text, process.first);
+        }
+        statement.push_back({"process-begins", text + ": " + InWords(process) + "."});
+    }
+    if (processes.size() > kMostTold) {
+        statement.push_back(
+            {"process-begins", "And " + std::to_string(processes.size() - kMostTold) + " more."});
+    }
+}
+
+} // namespace
+
+std::vector<Finding> LogSet::ClockStatement() const {
+    std::vector<Finding> statement;
+    std::int64_t spread = -1;
+    for (const LogRun& run : runs_) {
+        spread = std::max(spread, run.wall ? run.wall->Spread() : -1);
+    }
+    if (spread >= 0) {
+        std::string seconds;
+        AppendSeconds(seconds, spread);
+        statement.push_back({"date-cut",
+                             "Wall-clock times count from calibration lines; what these cut off may "
+                             "make them later by up to " +
+                                 seconds.substr(1) + " s, all of one process alike."});
+    }
+    StateProcesses(processes_, statement);
+    if (timesSet_ > 0) {
+        statement.push_back(
+            {"clock-set", "The wall clock was set " + Counted(timesSet_, "time") +
+                              " while a process ran; lines before that may be wrong by as much."});
+    }
+    std::int64_t unseen = 0;
+    bool open = false;
+    ForEachPart([&](const LogPart& part) {
+        unseen += std::max<std::int64_t>(part.certainty.later, 0);
+        open = open || part.certainty.later == Certainty::kUnbounded;
+    });
+    if (unseen > 0) {
+        statement.push_back(
+            {"silence",
+             Counted(unseen, "second") +
+                 " passed without a line somewhere between calibration lines; times there may be later "
+                 "by that much."});
+    }
+    if (open) {
+        statement.push_back(
+            {"open-end",
+             "After a process's last calibration line whole seconds without a line leave no trace: times "
+             "there (marked ~) are the earliest possible."});
+    }
+    return statement;
+}
+
+} // namespace NimaPost

@@ -1,0 +1,132 @@
+#include "tools/log/TimePlacer.h"
+
+#include "tools/base/CounterClock.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr Certainty kBoundByNothing{Certainty::kUnbounded, Certainty::kUnbounded};
+
+/// A calibration line at a file's start was written when the log went on there if the line that filled the
+/// log follows it, or was the last one before it.
+bool FollowsItsFiller(const LogPart& before, const LogPart& part) {
+    const LineStamp& calibration = *part.calibration;
+    const auto fills = [&](const std::optional<LineStamp>& stamp, std::int64_t within) {
+        const std::int64_t step = stamp && stamp->thread == calibration.thread
+                                      ? StepForward(stamp->counter, calibration.counter)
+                                      : 0;
+        return step > 0 && step < within;
+    };
+    return fills(part.second, kSlowRollTakes) || fills(before.last, kUnbufferedRollTakes);
+}
+
+bool ShareAThread(const LogPart& a, const LogPart& b) {
+    return std::any_of(a.threads.begin(), a.threads.end(),
+                       [&](std::uint32_t thread) { return b.HasThread(thread); });
+}
+
+} // namespace
+
+std::int64_t OriginOf(const LogRun& run) {
+    return run.wall ? run.wall->Earliest() : 0;
+}
+
+void TimePlacer::Place(std::vector<LogPart>& parts) {
+    before_ = dated_ = nullptr;
+    waiting_.clear();
+    for (LogPart& part : parts) {
+        part.link = LinkOf(part);
+        if (part.hidesSeam) {
+            part.certainty = kBoundByNothing;
+        }
+        if (part.date) {
+            PlaceDated(part);
+            HangBefore(part);
+            dated_ = &part;
+        } else if (part.calibration && dated_ != nullptr) {
+            HangAfter(part);
+        } else {
+            waiting_.push_back(&part);
+        }
+        before_ = &part;
+    }
+    for (LogPart* part : waiting_) {
+        dated_ != nullptr ? HangAfter(*part) : BeginRun(*part);
+    }
+}
+
+PartLink TimePlacer::LinkOf(const LogPart& part) const {
+    if (before_ == nullptr || (part.begin > 0 && part.calibration)) {
+        return PartLink::kOpening;
+    }
+    if (before_->file != part.file) {
+        // A roll into a backup leaves no line of its own.
+        return part.calibration && ShareAThread(*before_, part) && FitsClosely(part) ? PartLink::kRolled
+                                                                                     : PartLink::kOpening;
+    }
+    if (!part.calibration) {
+        return PartLink::kContinues; // Rounds of which the beginnings were overwritten.
+    }
+    // Opened at its full end and gone on at its start with the first line, all by one process.
+    const bool opened = before_->date && before_->stamped == 1 && FitsClosely(part);
+    return opened || FollowsItsFiller(*before_, part) ? PartLink::kContinues : PartLink::kOpening;
+}
+
+std::int64_t TimePlacer::StartAfter(const LogPart& part) const {
+    return dated_->start + dated_->length + StepWithFall(dated_->lastCounter, part.firstCounter, kDisorder);
+}
+
+bool TimePlacer::FitsClosely(const LogPart& part) const {
+    return part.date && dated_ != nullptr && dated_ == before_ &&
+           runs_[dated_->run].wall->Misfit(*part.date, StartAfter(part)) <= kFitsClosely;
+}
+
+void TimePlacer::PlaceDated(LogPart& part) {
+    if (part.link == PartLink::kOpening || dated_ == nullptr || dated_ != before_ || dated_->hidesSeam) {
+        BeginRun(part, LogRun{WallOffset(*part.date, 0)});
+        return;
+    }
+    part.start = StartAfter(part);
+    if (const auto unseen = runs_[dated_->run].wall->Join(*part.date, part.start)) {
+        part.run = dated_->run;
+        part.start += *unseen * kCounterPeriod;
+        dated_->certainty.later = *unseen;
+    } else {
+        // The wall clock was set, and nothing tells when.
+        ++timesSet_;
+        dated_->certainty = kBoundByNothing;
+        BeginRun(part, LogRun{WallOffset(*part.date, 0)});
+    }
+}
+
+/// Counts the times of parts back from the dated one that they stand before.
+void TimePlacer::HangBefore(LogPart& dated) {
+    const LogPart* next = &dated;
+    bool sameProcess = true;
+    for (; !waiting_.empty(); waiting_.pop_back()) {
+        LogPart& part = *waiting_.back();
+        sameProcess = sameProcess && next->link != PartLink::kOpening;
+        part.run = next->run;
+        part.start =
+            next->start - StepWithFall(part.lastCounter, next->firstCounter, kDisorder) - part.length;
+        part.certainty = sameProcess ? Certainty{0, Certainty::kUnbounded} : Certainty::Assumed();
+        next = &part;
+    }
+}
+
+void TimePlacer::HangAfter(LogPart& part) {
+    part.run = dated_->run;
+    part.start = StartAfter(part);
+    part.certainty = Certainty::Assumed();
+}
+
+void TimePlacer::BeginRun(LogPart& part, LogRun run) {
+    part.start = 0;
+    part.run = runs_.size();
+    runs_.push_back(std::move(run));
+}
+
+} // namespace NimaPost

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tools/log/LogParts.h"
+
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+namespace NimaPost {
+
+/// Parts whose times count from one origin.
+struct LogRun {
+    std::optional<WallOffset> wall; ///< empty where no date tells
+};
+
+/// The wall-clock origin of a run, or 0.
+std::int64_t OriginOf(const LogRun& run);
+
+/// Places the parts of one log, which stand in the order of time, on the clocks of their processes: finds out
+/// how each follows the one before and what their dates say together (doc/clock.md).
+class TimePlacer {
+  public:
+    explicit TimePlacer(std::vector<LogRun>& runs) : runs_(runs) {}
+
+    void Place(std::vector<LogPart>& parts);
+
+    /// How often the wall clock was set while a process ran.
+    std::size_t TimesSet() const { return timesSet_; }
+
+  private:
+    PartLink LinkOf(const LogPart& part) const;
+    bool FitsClosely(const LogPart& part) const;
+    void PlaceDated(LogPart& part);
+    void HangBefore(LogPart& next);
+    void HangAfter(LogPart& part);
+    void BeginRun(LogPart& part, LogRun run = {});
+    std::int64_t StartAfter(const LogPart& part) const;
+
+    std::vector<LogRun>& runs_;
+    LogPart* before_ = nullptr;     ///< the part before this one
+    LogPart* dated_ = nullptr;      ///< the last one that the clock ran through
+    std::vector<LogPart*> waiting_; ///< without a date of their own, since `dated_`
+    std::size_t timesSet_ = 0;
+};
+
+} // namespace NimaPost
