@@ -32,8 +32,9 @@ class TextLog {
     void Line(std::uint32_t thread);
     /// Raw bytes with a header of the tracer's, stamped before the device's lock is taken.
     void RawLine(std::uint32_t thread);
-    /// Text that is already a payload; what the other two end in.
+    /// What both end in, and what the device offers: a payload with its prefix.
     void Store(std::uint32_t thread, std::string_view prefix, std::string_view payload);
+    std::string HeaderNow(std::uint32_t thread) const;
 
     /// What a thread writes, mostly lines.
     Output Writer();
@@ -47,7 +48,6 @@ class TextLog {
     void Roll();
     void Calibrate(std::uint32_t thread);
     std::string Message();
-    std::string HeaderNow(std::uint32_t thread) const;
 
     World& world_;
     Process& process_;

@@ -164,10 +164,10 @@ bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tall
                 "records", "splits", "folders with");
     for (std::size_t i = 0; i < scenarios.size(); ++i) {
         const Tally& tally = tallies[i];
-        // Chance has its part in a few folders.
-        const std::uint64_t tolerated =
-            main ? (tally.folders * static_cast<std::uint64_t>(scenarios[i]->toleratedPerMille) + 999) / 1000
-                 : (tally.folders * static_cast<std::uint64_t>(scenarios[i]->toleratedOfSecond) + 999) / 1000;
+        const auto share = static_cast<std::uint64_t>(main ? scenarios[i]->toleratedPerMille
+                                                           : scenarios[i]->toleratedOfSecond);
+        // Rounded up, but for a single folder that somebody looks at.
+        const std::uint64_t tolerated = tally.folders > 1 ? (tally.folders * share + 999) / 1000 : 0;
         fine = fine && tally.failed <= tolerated;
         std::printf("%-20s %7llu %6llu %9llu", std::string(scenarios[i]->name).c_str(),
                     static_cast<unsigned long long>(tally.folders),
