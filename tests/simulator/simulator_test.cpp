@@ -91,6 +91,17 @@ class Twins {
                                        static_cast<int>(payload.size()));
         model_.Store(thread_, header, payload);
     }
+    /// Often one that fills the buffer to the last byte, or nearly.
+    std::size_t SomeLength() {
+        Random& random = world_.random;
+        const auto room = static_cast<std::int64_t>(4094 - model_.Buffered()) -
+                          static_cast<std::int64_t>(model_.HeaderNow(thread_).size());
+        if (room > 10 && random.OneIn(5)) {
+            return static_cast<std::size_t>(room + random.Between(-2, 2));
+        }
+        return static_cast<std::size_t>(random.OneIn(50) ? random.Between(4000, 4200)
+                                                         : random.Between(1, 150));
+    }
     void Flush(bool final) {
         real_.Flush(final);
         model_.Flush(final);
@@ -111,9 +122,7 @@ void Live(World& world, const LogSettings& settings) {
     Twins twins(world, settings);
     for (int i = 0; i < 400; ++i) {
         world.device.Pass(random.Between(1, random.OneOf({kMillisecond, 3 * kSecond})));
-        std::string payload(
-            static_cast<std::size_t>(random.OneIn(50) ? 4000 + random.Below(200) : 1 + random.Below(150)),
-            'x');
+        std::string payload(twins.SomeLength(), 'x');
         if (random.OneIn(3)) {
             payload.back() = '\n';
         }
