@@ -90,7 +90,7 @@ void TextLog::Store(std::uint32_t thread, std::string_view prefix, std::string_v
     const std::size_t total = prefix.size() + payload.size();
     const std::string_view end = payload.back() == '\n' ? "" : "\r\n";
     if (total < kRoom && buffering_) {
-        if (total > kRoom - buffer_.size()) {
+        if (buffer_.size() + total > kRoom) {
             FlushBuffer();
         }
         buffer_ += prefix;
