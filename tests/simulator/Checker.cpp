@@ -62,8 +62,8 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
             claim.message = event.text;
             claim.serial = SerialOf(event.text);
             claims.Add(claim, BaseOf(story.Files()[event.file].name));
-        } else if (event.kind != EventKind::kRecord && !event.arguments.empty()) {
-            // Rings have an order each, and so has every file.
+        } else if (event.kind != EventKind::kRecord && !event.arguments.empty() && event.mark.empty()) {
+            // Rings have an order each, and so has every file. What is marked as torn bears any number.
             claim.serial = event.arguments[0];
             claims.Add(claim, story.Files()[event.file].name + " " +
                                   std::string(event.kind == EventKind::kRing ? event.name : ""));

@@ -48,6 +48,7 @@ Whole::Whole(const Files& files, const Truth& truth) {
     for (const auto& [name, file] : files.All()) {
         Scan(file->content, truth);
         ScanCalibrations(file->content, truth);
+        records_.insert(file->records.begin(), file->records.end());
     }
 }
 
@@ -166,9 +167,12 @@ void Claims::Finish() {
     if (scope_ == Scope::kLog || strictness_ == Strictness::kOnlyExact) {
         return;
     }
-    for (const std::uint64_t serial : whole_.Lines()) {
-        if (told_.count(serial) == 0) {
-            verdict_.Add(Fault::kMissing, "#" + std::to_string(serial));
+    for (const auto* expected : {&whole_.Lines(), &whole_.Records()}) {
+        for (const std::uint64_t serial : *expected) {
+            // A killed writer may have spoilt what another had stored.
+            if (told_.count(serial) == 0 && (expected != &whole_.Records() || !truth_.damaged)) {
+                verdict_.Add(Fault::kMissing, "#" + std::to_string(serial));
+            }
         }
     }
     const auto addJoined = [&](const auto& trueOnes, Fault fault, const char* what) {

@@ -35,6 +35,8 @@ class Whole {
     Whole(const Files& files, const Truth& truth);
     bool Has(std::uint64_t serial) const { return lines_.count(serial) != 0; }
     const std::set<std::uint64_t>& Lines() const { return lines_; }
+    /// Of the binary trace and the rings.
+    const std::set<std::uint64_t>& Records() const { return records_; }
     /// A calibration line with this message.
     bool HasCalibration(const std::string& message) const { return calibrations_.count(message) != 0; }
 
@@ -43,6 +45,7 @@ class Whole {
     void ScanCalibrations(const std::string& content, const Truth& truth);
 
     std::set<std::uint64_t> lines_;
+    std::set<std::uint64_t> records_;
     std::set<std::string> calibrations_;
 };
 

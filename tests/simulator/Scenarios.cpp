@@ -1,5 +1,6 @@
 #include "tests/simulator/Scenarios.h"
 
+#include "tests/simulator/DeviceScenarios.h"
 #include "tests/simulator/TextScenarios.h"
 
 #include <array>
@@ -21,6 +22,13 @@ constexpr std::array kScenarios{
     Scenario{"torn-tails", TornTails, 10},
     Scenario{"two-files", TwoFiles, 10},
     Scenario{"shared-file", SharedFile, 100},
+    Scenario{"traces", Traces, 10},
+    Scenario{"trace-kills", TraceKills, 30},
+    Scenario{"trace-restarts", TraceRestarts, 30},
+    Scenario{"rings", Rings, 30},
+    Scenario{"ring-restarts", RingRestarts, 50},
+    Scenario{"crash-logs", CrashLogs, 30},
+    Scenario{"everything", Everything, 100},
 };
 
 } // namespace

@@ -38,6 +38,9 @@ void Live(World& world, const Lives& lives) {
         }
         Host& host = i > 0 && random.OneIn(3) ? hosts.emplace_back(world, lives.settings, hosts.back())
                                               : hosts.emplace_back(world, lives.settings);
+        if (lives.equip) {
+            lives.equip(host);
+        }
         host.Start();
         const Pace pace = Pace::Any(random);
         const int pieces = lives.meanwhile ? random.Small(2, 5) : 1;

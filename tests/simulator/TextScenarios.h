@@ -21,6 +21,8 @@ struct Lives {
     std::function<void()> between = {};
     /// What happens several times during a life.
     std::function<void(Host&)> meanwhile = {};
+    /// What a host writes to beside its log.
+    std::function<void(Host&)> equip = {};
 };
 
 void Live(World& world, const Lives& lives);

@@ -107,6 +107,10 @@ Files::Handle Files::Open(const std::string& name) {
     return file;
 }
 
+void Files::Put(const std::string& name, File file) {
+    files_[name] = std::make_shared<File>(std::move(file));
+}
+
 void Files::Rename(const std::string& from, const std::string& to) {
     const auto found = files_.find(from);
     if (found != files_.end()) {

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -125,12 +126,15 @@ class Files {
   public:
     struct File {
         std::string content;
-        std::int64_t modified = 0; ///< by the device's wall clock
+        std::int64_t modified = 0;       ///< by the device's wall clock
+        std::set<std::uint64_t> records; ///< serial numbers of those that are whole in it
     };
     using Handle = std::shared_ptr<File>;
 
     /// Creates the file if there is none.
     Handle Open(const std::string& name);
+    /// A file as it is written at once, over what was there.
+    void Put(const std::string& name, File file);
     bool Exists(const std::string& name) const { return files_.count(name) != 0; }
     void Rename(const std::string& from, const std::string& to);
     void Remove(const std::string& name) { files_.erase(name); }
