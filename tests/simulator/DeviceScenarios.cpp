@@ -122,13 +122,26 @@ void TraceRestarts(World& world) {
     LiveAndFetch(world, machine, lives);
 }
 
-void Rings(World& world) {
+namespace {
+
+void RingsAt(World& world, Pace (*pace)(Random& random)) {
     Machine machine(world, false, true);
     Lives lives = LivesOf(machine);
+    lives.pace = pace;
     if (world.random.OneIn(2)) {
         lives.meanwhile = [&](Host& host) { machine.DumpRings(host); };
     }
     LiveAndFetch(world, machine, lives);
+}
+
+} // namespace
+
+void Rings(World& world) {
+    RingsAt(world, Pace::Busy);
+}
+
+void SlowRings(World& world) {
+    RingsAt(world, Pace::Any);
 }
 
 void RingRestarts(World& world) {

@@ -9,6 +9,7 @@ void Traces(World& world);
 void TraceKills(World& world);
 void TraceRestarts(World& world);
 void Rings(World& world);
+void SlowRings(World& world);
 void RingRestarts(World& world);
 void CrashLogs(World& world);
 void Everything(World& world);

@@ -26,6 +26,7 @@ constexpr std::array kScenarios{
     Scenario{"trace-kills", TraceKills, 30},
     Scenario{"trace-restarts", TraceRestarts, 30},
     Scenario{"rings", Rings, 30},
+    Scenario{"slow-rings", SlowRings, 500},
     Scenario{"ring-restarts", RingRestarts, 50},
     Scenario{"crash-logs", CrashLogs, 30},
     Scenario{"everything", Everything, 100},

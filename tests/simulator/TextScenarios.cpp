@@ -42,7 +42,7 @@ void Live(World& world, const Lives& lives) {
             lives.equip(host);
         }
         host.Start();
-        const Pace pace = Pace::Any(random);
+        const Pace pace = lives.pace(random);
         const int pieces = lives.meanwhile ? random.Small(2, 5) : 1;
         for (int piece = 0; piece < pieces; ++piece) {
             if (piece > 0) {

@@ -8,7 +8,8 @@
 
 namespace Simulator {
 
-/// Lives of hosts one after the other, from each end to the next beginning. Every host works at its own pace.
+/// Lives of hosts one after the other, from each end to the next beginning. Every host works at a pace of its
+/// own.
 struct Lives {
     LogSettings settings;
     int fewest = 1;
@@ -21,6 +22,7 @@ struct Lives {
     std::function<void()> between = {};
     /// What happens several times during a life.
     std::function<void(Host&)> meanwhile = {};
+    Pace (*pace)(Random& random) = Pace::Any;
     /// What a host writes to beside its log.
     std::function<void(Host&)> equip = {};
 };
