@@ -1,0 +1,118 @@
+#include "tests/simulator/Checker.h"
+
+#include "tests/simulator/Claims.h"
+#include "tools/log/LogSet.h"
+#include "tools/names/Names.h"
+#include "tools/story/Story.h"
+
+#include <algorithm>
+
+namespace Simulator {
+
+namespace {
+
+using NimaPost::EventKind;
+using NimaPost::LogEntry;
+using NimaPost::TimelineEvent;
+
+/// "#17; page 3": the serial number of a line's message; 0 where it bears none.
+std::uint64_t SerialOf(std::string_view message) {
+    std::uint64_t serial = 0;
+    std::size_t at = 1;
+    for (; at < message.size() && message[at] >= '0' && message[at] <= '9' && at < 12; ++at) {
+        serial = serial * 10 + static_cast<std::uint64_t>(message[at] - '0');
+    }
+    return message.starts_with('#') && at < message.size() && message[at] == ';' ? serial : 0;
+}
+
+Claim ClaimOf(const NimaPost::Certainty& certainty) {
+    Claim claim;
+    claim.later = certainty.later;
+    claim.earlier = certainty.earlier;
+    claim.originLater = certainty.originLater;
+    claim.exact = certainty.Exact();
+    return claim;
+}
+
+bool IsLog(const std::string& name) {
+    return name.ends_with(".log");
+}
+
+/// A log and its backup are one place.
+std::string BaseOf(const std::string& name) {
+    return name.substr(0, name.find(".log"));
+}
+
+void CheckStory(const std::string& folder, const Truth& truth, const Whole& whole, Strictness strictness,
+                Verdict& verdict) {
+    const NimaPost::Names names;
+    NimaPost::Story story(names);
+    std::string problem;
+    if (!story.Read(folder, problem)) {
+        verdict.Add(Fault::kUnreadable, problem);
+        return;
+    }
+    Claims claims(truth, whole, strictness, Scope::kFolder, verdict);
+    story.ForEach([&](const TimelineEvent& event) {
+        Claim claim = ClaimOf(event.certainty);
+        claim.time = story.Time().HasWall() ? event.time : std::nullopt;
+        claim.process = event.process;
+        claim.boot = event.boot;
+        if (event.kind == EventKind::kText) {
+            claim.message = event.text;
+            claim.serial = SerialOf(event.text);
+            claims.Add(claim, BaseOf(story.Files()[event.file].name));
+        } else if (event.kind != EventKind::kRecord && !event.arguments.empty() && event.mark.empty()) {
+            // Rings have an order each, and so has every file. What is marked as torn bears any number.
+            claim.serial = event.arguments[0];
+            claims.Add(claim, story.Files()[event.file].name + " " +
+                                  std::string(event.kind == EventKind::kRing ? event.name : ""));
+        }
+        return true;
+    });
+    claims.Finish();
+    const NimaPost::Findings findings = story.AllDamage();
+    for (const NimaPost::Finding& finding : findings.damage) {
+        if (!truth.damaged && strictness == Strictness::kEverything) {
+            verdict.Add(Fault::kDamage, std::string(finding.code) + ": " + finding.sentence);
+        }
+    }
+}
+
+/// As `nima-post log FILE` does, backups included.
+void CheckLog(const std::string& folder, const std::string& name, const Truth& truth, const Whole& whole,
+              Strictness strictness, Verdict& verdict) {
+    NimaPost::LogSet logs;
+    logs.Add(folder + "/" + name, true);
+    if (!logs.Unusable().damage.empty()) {
+        verdict.Add(Fault::kUnreadable, logs.Unusable().damage.front().sentence);
+        return;
+    }
+    logs.Arrange();
+    Claims claims(truth, whole, strictness, Scope::kLog, verdict);
+    logs.ForEach([&](const LogEntry& entry) {
+        Claim claim = ClaimOf(entry.certainty);
+        claim.time = entry.hasTime && entry.hasWall ? std::optional(entry.time) : std::nullopt;
+        claim.message = entry.line.message;
+        claim.serial = SerialOf(claim.message);
+        claims.Add(claim, "log " + name);
+        return true;
+    });
+    claims.Finish();
+}
+
+} // namespace
+
+Verdict Check(const std::string& folder, const Files& files, const Truth& truth, Strictness strictness) {
+    Verdict verdict;
+    const Whole whole(files, truth);
+    CheckStory(folder, truth, whole, strictness, verdict);
+    for (const auto& [name, file] : files.All()) {
+        if (IsLog(name) && !file->content.empty()) {
+            CheckLog(folder, name, truth, whole, strictness, verdict);
+        }
+    }
+    return verdict;
+}
+
+} // namespace Simulator

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "tests/simulator/World.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Simulator {
+
+/// What a reader can say that is not true.
+enum class Fault : unsigned char {
+    kUnreadable, ///< the folder, or a file of it, was refused
+    kEarly,      ///< the truth is later than the time shown and its bound
+    kLate,       ///< the truth is earlier
+    kSetClock,   ///< so, but true by the clock as it was before it was set
+    kExact,      ///< called exact, and not
+    kOrder,      ///< of one process's records
+    kMissing,    ///< a whole line that is in the files was not told
+    kRepeated,   ///< told more than once
+    kDamage,     ///< of an undamaged folder
+    kProcesses,  ///< of two processes made one
+    kBoots,      ///< of two boots made one
+    kFaults
+};
+inline constexpr std::size_t kFaults = static_cast<std::size_t>(Fault::kFaults);
+std::string_view NameOf(Fault fault);
+
+/// What came of checking a folder.
+struct Verdict {
+    std::array<std::uint64_t, kFaults> counts{};
+    std::vector<std::string> details; ///< of the first faults
+
+    /// Lines of text, and records without dates: all of them, those with bounds closer than a second
+    /// together, and those that bear a process's number.
+    struct Share {
+        std::uint64_t all = 0;
+        std::uint64_t bounded = 0;
+        std::uint64_t inProcess = 0;
+    };
+    Share lines;
+    Share records;
+    std::uint64_t splits = 0; ///< processes that bear several numbers
+
+    bool Failed() const;
+    void Add(Fault fault, const std::string& detail);
+};
+
+/// Whether exactness alone is asked for, as of writers that keep to nothing.
+enum class Strictness : unsigned char { kEverything, kOnlyExact };
+
+/// Reads the folder as nima-post does, once as a whole and once log by log, and compares what is said with
+/// the truth. The files are those that were stored there.
+Verdict Check(const std::string& folder, const Files& files, const Truth& truth, Strictness strictness);
+
+} // namespace Simulator

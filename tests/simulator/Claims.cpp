@@ -1,0 +1,189 @@
+#include "tests/simulator/Claims.h"
+
+#include <algorithm>
+#include <array>
+
+namespace Simulator {
+
+namespace {
+
+/// Between a stamp and its store others may store.
+constexpr std::int64_t kStoreDelay = 100 * kMillisecond;
+/// Between the stamp of a calibration line and its date, by which times may be too late.
+constexpr std::int64_t kDateDelay = 5 * kMillisecond;
+/// Beside the delay of dates: they are cut to microseconds.
+constexpr std::int64_t kSlack = kMillisecond;
+constexpr std::size_t kMostDetails = 40;
+
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+/// Whether a line can begin here, and its counter's first digit is known.
+bool CanBegin(const std::string& content, std::size_t at, bool inMidLine) {
+    return at == 0 || content[at - 1] == '\n' ||
+           (inMidLine && !IsDigit(content[at - 1]) && content[at - 1] != '-');
+}
+
+} // namespace
+
+std::string_view NameOf(Fault fault) {
+    constexpr std::array<std::string_view, kFaults> kNames{"unreadable", "early",   "late",    "set-clock",
+                                                           "exact",      "order",   "missing", "repeated",
+                                                           "damage",     "process", "boot"};
+    return kNames[static_cast<std::size_t>(fault)];
+}
+
+bool Verdict::Failed() const {
+    return std::any_of(counts.begin(), counts.end(), [](std::uint64_t count) { return count > 0; });
+}
+
+void Verdict::Add(Fault fault, const std::string& detail) {
+    if (counts[static_cast<std::size_t>(fault)]++ < 5 && details.size() < kMostDetails) {
+        details.push_back(std::string(NameOf(fault)) + ": " + detail);
+    }
+}
+
+Whole::Whole(const Files& files, const Truth& truth) {
+    for (const auto& [name, file] : files.All()) {
+        Scan(file->content, truth);
+        ScanCalibrations(file->content, truth);
+        records_.insert(file->records.begin(), file->records.end());
+    }
+}
+
+void Whole::Scan(const std::string& content, const Truth& truth) {
+    for (std::size_t at = content.find("> #"); at != std::string::npos; at = content.find("> #", at + 1)) {
+        const std::size_t mark = at + 2;
+        std::uint64_t serial = 0;
+        std::size_t end = mark + 1;
+        for (; end < content.size() && IsDigit(content[end]) && end < mark + 12; ++end) {
+            serial = serial * 10 + static_cast<std::uint64_t>(content[end] - '0');
+        }
+        const Stamp* stamp = truth.Of(serial);
+        if (stamp == nullptr || end == content.size() || content[end] != ';' || stamp->header.size() > mark) {
+            continue;
+        }
+        const std::size_t begin = mark - stamp->header.size();
+        if (content.compare(begin, stamp->header.size(), stamp->header) == 0 &&
+            CanBegin(content, begin, false)) {
+            lines_.insert(serial);
+        }
+    }
+}
+
+void Whole::ScanCalibrations(const std::string& content, const Truth& truth) {
+    for (const auto& [message, stamp] : truth.calibrations) {
+        const std::size_t at = content.find(stamp.header + message + "\r\n");
+        if (at != std::string::npos && CanBegin(content, at, true)) {
+            calibrations_.insert(message);
+        }
+    }
+}
+
+const Stamp* Claims::TruthOf(const Claim& claim) const {
+    if (claim.serial != 0) {
+        const Stamp* stamp = truth_.Of(claim.serial);
+        return stamp != nullptr && (stamp->kind != Kind::kText || whole_.Has(claim.serial)) ? stamp : nullptr;
+    }
+    const std::string message(claim.message);
+    const bool known = truth_.calibrations.count(message) == 1 && whole_.HasCalibration(message);
+    return known ? &truth_.calibrations.find(message)->second : nullptr;
+}
+
+void Claims::Add(const Claim& claim, const std::string& place) {
+    const Stamp* const stamp = TruthOf(claim);
+    if (stamp == nullptr) {
+        return;
+    }
+    std::string where = place + ", ";
+    where += claim.serial != 0 ? "#" + std::to_string(claim.serial) : std::string(claim.message);
+    where += " of process " + std::to_string(stamp->process);
+    if (claim.serial != 0 && !told_.insert(claim.serial).second) {
+        verdict_.Add(Fault::kRepeated, where);
+    }
+    if (scope_ == Scope::kFolder) {
+        Count(claim, *stamp);
+    }
+    CheckTime(claim, *stamp, where);
+    if (strictness_ == Strictness::kEverything && claim.serial != 0) {
+        CheckOrder(*stamp, place, where);
+    }
+}
+
+void Claims::Count(const Claim& claim, const Stamp& stamp) {
+    Verdict::Share& share = stamp.kind == Kind::kText ? verdict_.lines : verdict_.records;
+    ++share.all;
+    share.bounded += claim.time && claim.later == 0 && claim.earlier == 0;
+    if (claim.process) {
+        ++share.inProcess;
+        processes_[*claim.process].insert(stamp.process);
+        numbers_[stamp.process].insert(*claim.process);
+    }
+    if (claim.boot) {
+        boots_[*claim.boot].insert(stamp.boot);
+    }
+}
+
+void Claims::CheckTime(const Claim& claim, const Stamp& stamp, const std::string& where) {
+    if (!claim.time) {
+        return;
+    }
+    const std::int64_t slack = kSlack + std::min(truth_.dateDelay, kDateDelay);
+    const auto isWithin = [&](std::int64_t wall) {
+        const std::int64_t after = wall - *claim.time;
+        return std::pair(claim.later >= 0 && after > claim.later * kSecond + claim.originLater + slack,
+                         claim.earlier >= 0 && -after > claim.earlier * kSecond + slack);
+    };
+    const std::int64_t after = stamp.wall - *claim.time;
+    const std::string off = where + ": shown " + std::to_string(*claim.time) + ", true " +
+                            std::to_string(after) + " ns after that; later by " +
+                            std::to_string(claim.later) + ", earlier by " + std::to_string(claim.earlier) +
+                            ", all by " + std::to_string(claim.originLater);
+    const auto [early, late] = isWithin(stamp.wall);
+    const bool byOldClock = isWithin(stamp.wallBeforeSetting) == std::pair(false, false);
+    if ((early || late) && strictness_ == Strictness::kEverything) {
+        verdict_.Add(byOldClock ? Fault::kSetClock : early ? Fault::kEarly : Fault::kLate, off);
+    }
+    if (claim.exact && (early || late) && !byOldClock) {
+        verdict_.Add(Fault::kExact, off);
+    }
+}
+
+void Claims::CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where) {
+    Latest& latest = latest_[{place, stamp.process}];
+    std::int64_t& ofThread = latest.ofThread.try_emplace(stamp.thread, INT64_MIN).first->second;
+    if (stamp.monotonic < ofThread || stamp.monotonic + kStoreDelay < latest.ofProcess) {
+        verdict_.Add(Fault::kOrder, where + " after later ones");
+    }
+    ofThread = std::max(ofThread, stamp.monotonic);
+    latest.ofProcess = std::max(latest.ofProcess, stamp.monotonic);
+}
+
+void Claims::Finish() {
+    for (const auto& [process, numbers] : numbers_) {
+        verdict_.splits += numbers.size() > 1;
+    }
+    if (scope_ == Scope::kLog || strictness_ == Strictness::kOnlyExact) {
+        return;
+    }
+    for (const auto* expected : {&whole_.Lines(), &whole_.Records()}) {
+        for (const std::uint64_t serial : *expected) {
+            // A killed writer may have spoilt what another had stored.
+            if (told_.count(serial) == 0 && (expected != &whole_.Records() || !truth_.damaged)) {
+                verdict_.Add(Fault::kMissing, "#" + std::to_string(serial));
+            }
+        }
+    }
+    const auto addJoined = [&](const auto& trueOnes, Fault fault, const char* what) {
+        for (const auto& [number, several] : trueOnes) {
+            if (several.size() > 1) {
+                verdict_.Add(fault, what + std::to_string(number) + " is several");
+            }
+        }
+    };
+    addJoined(processes_, Fault::kProcesses, "process ");
+    addJoined(boots_, Fault::kBoots, "boot ");
+}
+
+} // namespace Simulator

@@ -1,0 +1,89 @@
+#pragma once
+
+#include "tests/simulator/Checker.h"
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace Simulator {
+
+/// What a reader says about a line or a record.
+struct Claim {
+    std::uint64_t serial = 0;      ///< 0 where it bears none
+    std::string_view message = {}; ///< of a line
+    std::optional<std::int64_t> time;
+    std::int64_t later = kUnbounded; ///< whole seconds
+    std::int64_t earlier = kUnbounded;
+    std::int64_t originLater = 0; ///< nanoseconds
+    bool exact = false;
+    std::optional<std::size_t> process;
+    std::optional<std::size_t> boot;
+
+    static constexpr std::int64_t kUnbounded = -1;
+};
+
+/// Which lines are in the files from their counters to their serial numbers, where a line can begin. Only of
+/// them can a reader be expected to know anything.
+class Whole {
+  public:
+    Whole(const Files& files, const Truth& truth);
+    bool Has(std::uint64_t serial) const { return lines_.count(serial) != 0; }
+    const std::set<std::uint64_t>& Lines() const { return lines_; }
+    /// Of the binary trace and the rings.
+    const std::set<std::uint64_t>& Records() const { return records_; }
+    /// A calibration line with this message.
+    bool HasCalibration(const std::string& message) const { return calibrations_.count(message) != 0; }
+
+  private:
+    void Scan(const std::string& content, const Truth& truth);
+    void ScanCalibrations(const std::string& content, const Truth& truth);
+
+    std::set<std::uint64_t> lines_;
+    std::set<std::uint64_t> records_;
+    std::set<std::string> calibrations_;
+};
+
+/// Whether a reader reads everything, so that each line must come and counts, or one log.
+enum class Scope : unsigned char { kFolder, kLog };
+
+/// Compares claims with the truth, in the order in which a reader makes them.
+class Claims {
+  public:
+    Claims(const Truth& truth, const Whole& whole, Strictness strictness, Scope scope, Verdict& verdict)
+        : truth_(truth), whole_(whole), strictness_(strictness), scope_(scope), verdict_(verdict) {}
+
+    /// `place`: within it a reader promises order.
+    void Add(const Claim& claim, const std::string& place);
+    /// After the last one.
+    void Finish();
+
+  private:
+    const Stamp* TruthOf(const Claim& claim) const;
+    void CheckTime(const Claim& claim, const Stamp& stamp, const std::string& where);
+    void CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where);
+    void Count(const Claim& claim, const Stamp& stamp);
+
+    struct Latest {
+        std::int64_t ofProcess = INT64_MIN;
+        std::map<std::uint32_t, std::int64_t> ofThread;
+    };
+
+    const Truth& truth_;
+    const Whole& whole_;
+    Strictness strictness_;
+    Scope scope_;
+    Verdict& verdict_;
+    std::map<std::pair<std::string, int>, Latest> latest_;
+    std::set<std::uint64_t> told_;
+    std::map<std::size_t, std::set<int>> processes_; ///< the true ones of each number
+    std::map<std::size_t, std::set<int>> boots_;
+    std::map<int, std::set<std::size_t>> numbers_; ///< of each true process
+};
+
+} // namespace Simulator

@@ -1,0 +1,202 @@
+#include "tests/simulator/DeviceScenarios.h"
+
+#include "catalogue/OwnEvents.h"
+#include "tests/simulator/CrashFiles.h"
+#include "tests/simulator/RingSegment.h"
+#include "tests/simulator/TextScenarios.h"
+#include "tests/simulator/TraceBlock.h"
+
+#include <optional>
+
+namespace Simulator {
+
+namespace {
+
+/// What the processes of a device share.
+class Machine {
+  public:
+    Machine(World& world, bool hasTrace, bool hasRings) : world_(world) {
+        if (hasTrace) {
+            trace_.emplace(world, static_cast<std::uint32_t>(world.random.OneOf({1024, 4096, 16384})));
+        }
+        if (hasRings) {
+            rings_.emplace(world);
+        }
+    }
+    Machine(const Machine&) = delete;
+    Machine& operator=(const Machine&) = delete;
+
+    void Equip(Host& host) {
+        if (trace_) {
+            host.process.Writes(trace_->Writer(host.process), world_.random.Small(1, 4));
+        }
+        if (rings_) {
+            host.process.Writes(rings_->LayOut(host.process), world_.random.Small(1, 4));
+        }
+    }
+    void Kill(Host& host) {
+        host.Kill();
+        if (trace_ && trace_->Kill(host.process)) {
+            world_.truth.damaged = true;
+        }
+    }
+    /// A fatal error leaves files and ends the process in order.
+    void Crash(Host& host) {
+        host.process.Settle();
+        const std::uint32_t thread = host.process.MainThread();
+        host.log.Line(thread);
+        if (trace_) {
+            trace_->Own(thread, IdOf(Nima::Catalogue::OwnTraceEvent::kFatalErrorHandling));
+            trace_->Dump(thread);
+        }
+        StoreCrashLog(world_, rings_ ? &*rings_ : nullptr);
+        host.End();
+    }
+    /// A signal leaves a stack trace and nothing that was in memory.
+    void DieOfSignal(Host& host) {
+        StoreStackTrace(world_, host.process.Number());
+        Kill(host);
+    }
+    void DumpRings(Host& host) {
+        host.process.Settle();
+        if (rings_) {
+            StoreRingDump(world_, *rings_);
+        }
+    }
+    /// What is in memory when the files are fetched.
+    void Fetch() {
+        if (trace_) {
+            trace_->StoreSegment();
+        }
+        if (rings_) {
+            rings_->StoreSegment();
+        }
+    }
+
+  private:
+    World& world_;
+    std::optional<TraceBlock> trace_;
+    std::optional<RingSegment> rings_;
+};
+
+/// A new process soon, or after a boot. With or without a clock, the shared files are still there.
+void RestartOrBoot(World& world) {
+    Random& random = world.random;
+    if (random.OneIn(2)) {
+        world.device.Pass(random.Between(kMillisecond, random.OneOf({3 * kSecond, kHour})));
+    } else {
+        world.device.Reboot(random.Between(kSecond, random.OneOf({kMinute, 5 * kHour})), !random.OneIn(4));
+    }
+}
+
+Lives LivesOf(Machine& machine) {
+    return {.settings = {}, .mostWrites = 2500, .equip = [&](Host& host) { machine.Equip(host); }};
+}
+
+void LiveAndFetch(World& world, Machine& machine, const Lives& lives) {
+    Live(world, lives);
+    machine.Fetch();
+}
+
+} // namespace
+
+void Traces(World& world) {
+    Machine machine(world, true, false);
+    LiveAndFetch(world, machine, LivesOf(machine));
+}
+
+void TraceKills(World& world) {
+    Machine machine(world, true, false);
+    Lives lives = LivesOf(machine);
+    lives.most = 3;
+    lives.end = [&](Host& host) { machine.Kill(host); };
+    LiveAndFetch(world, machine, lives);
+}
+
+void TraceRestarts(World& world) {
+    Machine machine(world, true, false);
+    Lives lives = LivesOf(machine);
+    lives.fewest = 2;
+    lives.most = 4;
+    lives.between = [&] { RestartOrBoot(world); };
+    LiveAndFetch(world, machine, lives);
+}
+
+namespace {
+
+void RingsAt(World& world, Pace (*pace)(Random& random)) {
+    Machine machine(world, false, true);
+    Lives lives = LivesOf(machine);
+    lives.pace = pace;
+    if (world.random.OneIn(2)) {
+        lives.meanwhile = [&](Host& host) { machine.DumpRings(host); };
+    }
+    LiveAndFetch(world, machine, lives);
+}
+
+} // namespace
+
+void Rings(World& world) {
+    RingsAt(world, Pace::Busy);
+}
+
+void SlowRings(World& world) {
+    RingsAt(world, Pace::Any);
+}
+
+void RingRestarts(World& world) {
+    Machine machine(world, false, true);
+    Lives lives = LivesOf(machine);
+    lives.fewest = 2;
+    lives.most = 4;
+    lives.between = [&] { RestartOrBoot(world); };
+    LiveAndFetch(world, machine, lives);
+}
+
+void CrashLogs(World& world) {
+    Machine machine(world, world.random.OneIn(2), !world.random.OneIn(3));
+    Lives lives = LivesOf(machine);
+    lives.most = 3;
+    lives.mostWrites = 1200;
+    lives.end = [&](Host& host) { machine.Crash(host); };
+    lives.between = [&] { RestartOrBoot(world); };
+    LiveAndFetch(world, machine, lives);
+}
+
+void Everything(World& world) {
+    Random& random = world.random;
+    Machine machine(world, !random.OneIn(3), !random.OneIn(3));
+    Lives lives = LivesOf(machine);
+    lives.settings = {.maximum = random.OneOf({20'000, 45'000, 1 << 20}), .backups = random.Small(0, 1)};
+    lives.settings.append = !random.OneIn(4);
+    lives.most = 4;
+    lives.mostWrites = 600;
+    lives.between = [&] { RestartOrBoot(world); };
+    lives.meanwhile = [&](Host& host) {
+        switch (random.Below(4)) {
+            case 0:
+                return world.device.SetClock(random.Between(-kHour, kHour));
+            case 1:
+                return machine.DumpRings(host);
+            case 2:
+                return host.log.Open(host.process.MainThread());
+            default:
+                return world.device.Pass(random.Below(kMinute));
+        }
+    };
+    lives.end = [&](Host& host) {
+        switch (random.Below(4)) {
+            case 0:
+                return machine.Kill(host);
+            case 1:
+                return machine.Crash(host);
+            case 2:
+                return machine.DieOfSignal(host);
+            default:
+                return host.End();
+        }
+    };
+    LiveAndFetch(world, machine, lives);
+}
+
+} // namespace Simulator

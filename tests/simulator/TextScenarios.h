@@ -1,0 +1,45 @@
+#pragma once
+
+#include "tests/simulator/Host.h"
+#include "tests/simulator/World.h"
+
+#include <functional>
+#include <memory>
+
+namespace Simulator {
+
+/// Lives of hosts one after the other, from each end to the next beginning. Every host works at a pace of its
+/// own.
+struct Lives {
+    LogSettings settings;
+    int fewest = 1;
+    int most = 1;
+    int leastWrites = 50;
+    int mostWrites = 700;
+    /// How a host ends; regularly without one.
+    std::function<void(Host&)> end = {};
+    /// What happens between two hosts; a while without one.
+    std::function<void()> between = {};
+    /// What happens several times during a life.
+    std::function<void(Host&)> meanwhile = {};
+    Pace (*pace)(Random& random) = Pace::Any;
+    /// What a host writes to beside its log.
+    std::function<void(Host&)> equip = {};
+};
+
+void Live(World& world, const Lives& lives);
+
+void OneRun(World& world);
+void Rolls(World& world);
+void Rewinds(World& world);
+void Appended(World& world);
+void OtherOpenings(World& world);
+void Boots(World& world);
+void BootsWithoutClock(World& world);
+void ClockSet(World& world);
+void Kills(World& world);
+void TornTails(World& world);
+void TwoFiles(World& world);
+void SharedFile(World& world);
+
+} // namespace Simulator

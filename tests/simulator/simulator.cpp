@@ -1,0 +1,220 @@
+/// Writes folders as devices do, reads them as nima-post does, and compares what is said with what is true.
+///
+///     simulator [--set main|second] [--folders N] [--seconds S] [--seed S] [--scenario NAME] [--keep DIR]
+///
+/// Nothing sleeps and no device is needed: time is a number, and devices write files as the library does,
+/// byte for byte (tests/simulator/simulator_test.cpp holds the text log to that). Folder number i comes from
+/// the seed S + i and a scenario, one after the other, so one of them is repeated with --scenario NAME --seed
+/// S+i --folders 1. In the main set the writers keep within the delays that doc/clock.md assumes, and
+/// everything that is said must be true. In the second set they do not; then only what is called exact must
+/// be so. With --keep a folder that fails stays in DIR, with its truth beside it. A table tells, for each
+/// scenario, how many folders failed and of what, and for how large a share of lines, and of records without
+/// dates, the bounds are closer than a second. Exit status: 1 if more folders of a scenario failed than it
+/// tolerates, 2 for wrong options.
+
+#include "tests/simulator/Checker.h"
+#include "tests/simulator/Scenarios.h"
+#include "tests/simulator/World.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace Simulator;
+
+struct Options {
+    bool main = true;
+    std::uint64_t folders = 1000;
+    std::int64_t seconds = INT64_MAX;
+    std::uint64_t seed = 1;
+    std::string scenario;
+    std::string keep;
+};
+
+struct Tally {
+    std::uint64_t folders = 0;
+    std::uint64_t failed = 0;
+    std::uint64_t splits = 0;
+    std::array<std::uint64_t, kFaults> foldersWith{};
+    Verdict::Share lines;
+    Verdict::Share records;
+
+    void Add(const Verdict& verdict) {
+        ++folders;
+        failed += verdict.Failed();
+        splits += verdict.splits;
+        for (std::size_t i = 0; i < kFaults; ++i) {
+            foldersWith[i] += verdict.counts[i] > 0;
+        }
+        Add(lines, verdict.lines);
+        Add(records, verdict.records);
+    }
+
+  private:
+    static void Add(Verdict::Share& sum, const Verdict::Share& share) {
+        sum.all += share.all;
+        sum.bounded += share.bounded;
+        sum.inProcess += share.inProcess;
+    }
+};
+
+[[noreturn]] void Refuse(const std::string& why) {
+    std::fprintf(stderr, "simulator: %s; see the head of tests/simulator/simulator.cpp\n", why.c_str());
+    std::exit(2);
+}
+
+Options Parse(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; i += 2) {
+        const std::string name = argv[i];
+        if (i + 1 >= argc) {
+            Refuse(name + " needs a value");
+        }
+        const std::string value = argv[i + 1];
+        const auto number = [&] { return std::strtoull(value.c_str(), nullptr, 10); };
+        if (name == "--set" && (value == "main" || value == "second")) {
+            options.main = value == "main";
+        } else if (name == "--folders") {
+            options.folders = number();
+        } else if (name == "--seconds") {
+            options.seconds = static_cast<std::int64_t>(number());
+        } else if (name == "--seed") {
+            options.seed = number();
+        } else if (name == "--scenario") {
+            options.scenario = value;
+        } else if (name == "--keep") {
+            options.keep = value;
+        } else {
+            Refuse("not understood: " + name + " " + value);
+        }
+    }
+    return options;
+}
+
+std::vector<const Scenario*> Chosen(const Options& options) {
+    std::vector<const Scenario*> chosen;
+    for (const Scenario& scenario : AllScenarios()) {
+        if (options.scenario.empty() || options.scenario == scenario.name) {
+            chosen.push_back(&scenario);
+        }
+    }
+    if (chosen.empty()) {
+        Refuse("no such scenario: " + options.scenario);
+    }
+    return chosen;
+}
+
+/// For people: what was written, in the order in which it was stamped by each process.
+void StoreTruth(const std::string& path, const Truth& truth, const Verdict& verdict) {
+    std::ofstream out(path);
+    for (const std::string& detail : verdict.details) {
+        out << detail << '\n';
+    }
+    out << "serial wall monotonic boot process thread kind\n";
+    for (std::size_t i = 0; i < truth.stamps.size(); ++i) {
+        const Stamp& stamp = truth.stamps[i];
+        out << i + 1 << ' ' << stamp.wall << ' ' << stamp.monotonic << ' ' << stamp.boot << ' '
+            << stamp.process << " 0x" << std::hex << stamp.thread << std::dec << ' '
+            << static_cast<int>(stamp.kind) << '\n';
+    }
+    for (const auto& [message, stamp] : truth.calibrations) {
+        out << "calibration " << stamp.wall << ' ' << stamp.monotonic << ' ' << stamp.boot << ' '
+            << stamp.process << ' ' << stamp.header << message << '\n';
+    }
+}
+
+Verdict RunFolder(const Options& options, const Scenario& scenario, std::uint64_t seed,
+                  const std::string& folder) {
+    World world(seed, scenario.name, options.main ? Delays::Main() : Delays::Second());
+    scenario.play(world);
+    world.truth.dateDelay = world.device.LongestDateDelay();
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    world.files.Store(folder);
+    Verdict verdict = Check(folder, world.files, world.truth,
+                            options.main ? Strictness::kEverything : Strictness::kOnlyExact);
+    if (verdict.Failed() && !options.keep.empty()) {
+        const std::string kept = options.keep + "/" + std::string(scenario.name) + "-" + std::to_string(seed);
+        std::filesystem::create_directories(kept);
+        world.files.Store(kept);
+        StoreTruth(kept + ".truth", world.truth, verdict);
+    }
+    return verdict;
+}
+
+void PrintShare(const Verdict::Share& share) {
+    if (share.all == 0) {
+        std::printf("%8s", "-");
+    } else {
+        std::printf("%7.1f%%", 100.0 * static_cast<double>(share.bounded) / static_cast<double>(share.all));
+    }
+}
+
+/// Returns whether all is within what is tolerated.
+bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tally>& tallies, bool main) {
+    bool fine = true;
+    std::printf("%-20s %7s %6s %9s %7s %7s %6s  %s\n", "scenario", "folders", "failed", "tolerated", "lines",
+                "records", "splits", "folders with");
+    for (std::size_t i = 0; i < scenarios.size(); ++i) {
+        const Tally& tally = tallies[i];
+        const auto share = static_cast<std::uint64_t>(main ? scenarios[i]->toleratedPerMille
+                                                           : scenarios[i]->toleratedOfSecond);
+        // Rounded up, but for a single folder that somebody looks at.
+        const std::uint64_t tolerated = tally.folders > 1 ? (tally.folders * share + 999) / 1000 : 0;
+        fine = fine && tally.failed <= tolerated;
+        std::printf("%-20s %7llu %6llu %9llu", std::string(scenarios[i]->name).c_str(),
+                    static_cast<unsigned long long>(tally.folders),
+                    static_cast<unsigned long long>(tally.failed),
+                    static_cast<unsigned long long>(tolerated));
+        PrintShare(tally.lines);
+        PrintShare(tally.records);
+        std::printf(" %6llu ", static_cast<unsigned long long>(tally.splits));
+        for (std::size_t fault = 0; fault < kFaults; ++fault) {
+            if (tally.foldersWith[fault] > 0) {
+                std::printf(" %s %llu", std::string(NameOf(static_cast<Fault>(fault))).c_str(),
+                            static_cast<unsigned long long>(tally.foldersWith[fault]));
+            }
+        }
+        std::printf("%s\n", tally.failed > tolerated ? "  FAILED" : "");
+    }
+    return fine;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const Options options = Parse(argc, argv);
+    const auto scenarios = Chosen(options);
+    const char* const temporary = std::getenv("TMPDIR");
+    std::string folder = std::string(temporary != nullptr ? temporary : "/tmp") + "/nima-simulator.XXXXXX";
+    if (::mkdtemp(folder.data()) == nullptr) {
+        Refuse("cannot create " + folder);
+    }
+    std::vector<Tally> tallies(scenarios.size());
+    const auto begin = std::chrono::steady_clock::now();
+    for (std::uint64_t i = 0; i < options.folders; ++i) {
+        if (std::chrono::steady_clock::now() - begin >=
+            std::chrono::seconds(std::min<std::int64_t>(options.seconds, 1 << 30))) {
+            break;
+        }
+        const std::size_t at = static_cast<std::size_t>(i % scenarios.size());
+        const Verdict verdict = RunFolder(options, *scenarios[at], options.seed + i, folder + "/folder");
+        tallies[at].Add(verdict);
+        if (options.folders == 1) {
+            for (const std::string& detail : verdict.details) {
+                std::printf("%s\n", detail.c_str());
+            }
+        }
+    }
+    std::filesystem::remove_all(folder);
+    std::printf("seed %llu, %s set\n", static_cast<unsigned long long>(options.seed),
+                options.main ? "main" : "second");
+    return Print(scenarios, tallies, options.main) ? 0 : 1;
+}
