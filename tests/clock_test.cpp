@@ -77,25 +77,35 @@ std::string Calibration(std::int64_t time, std::int64_t wall) {
 
 constexpr std::int64_t kDay = 1'795'478'400 * kSecond; // 24 November 2026
 
-class LogTimes : public Sandbox {
-  protected:
-    static std::vector<LogEntry> Read(const std::string& content) {
-        WriteFile("a.log", content);
-        LogSet logs;
-        logs.Add("a.log", false);
-        logs.Arrange();
-        std::vector<LogEntry> entries;
-        logs.ForEach([&](const LogEntry& entry) {
-            LogEntry copy = entry;
-            copy.part = nullptr;
-            copy.line = LogLine();
-            copy.text = {};
-            entries.push_back(copy);
+/// The files of a log are read with their backups.
+struct Logs {
+    LogSet set;
+    std::vector<LogEntry> entries; ///< without views into the files
+
+    explicit Logs(const std::vector<std::string>& paths) {
+        for (const std::string& path : paths) {
+            set.Add(path, true);
+        }
+        set.Arrange();
+        set.ForEach([&](const LogEntry& entry) {
+            messages.emplace_back(entry.line.message);
+            entries.push_back(entry);
+            entries.back().line = LogLine();
+            entries.back().text = {};
             return true;
         });
-        return entries;
     }
+    std::string Messages() const {
+        std::string all;
+        for (const std::string& message : messages) {
+            all += message.starts_with("Calibration") ? "C|" : message + "|";
+        }
+        return all;
+    }
+    std::vector<std::string> messages;
 };
+
+class LogTimes : public Sandbox {};
 
 } // namespace
 
@@ -134,56 +144,104 @@ TEST(CounterTimes, OfOneThreadAreExactUpToASecondAndNeverTooLateBeyond) {
     EXPECT_GT(restarted.Breaks(), 0U);
 }
 
-TEST_F(LogTimes, AreTiedToTheWallClockAndTellWhatTheyDoNotKnow) {
+TEST_F(LogTimes, BetweenTwoRollsOfOneProcessAreExactOrTellWhatPassedUnseen) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot + 123'456'789;
-    const std::vector<std::int64_t> times{kBoot,
-                                          kBoot + 300 * kMillisecond,
-                                          kBoot + 900 * kMillisecond, // all seen up to here
-                                          kBoot + 1'000 * kMillisecond,
-                                          kBoot + 6'400 * kMillisecond, // five seconds without a line
-                                          kBoot + 6'900 * kMillisecond, // calibrated again
+    const std::vector<std::int64_t> times{kBoot, kBoot + 300 * kMillisecond,
+                                          kBoot + 6'400 * kMillisecond, // six seconds without a line
+                                          kBoot + 6'900 * kMillisecond, // rolled
                                           kBoot + 7'000 * kMillisecond};
-    std::string log;
+    const auto line = [&](std::size_t i) { return Line(times[i], "<WARN> <A> line"); };
+    WriteFile("a.log.1", Calibration(times[0], times[0] + offset) + line(1) + line(2));
+    WriteFile("a.log", Calibration(times[3], times[3] + offset) + line(4));
+    const Logs rolled({"a.log"});
+    ASSERT_EQ(rolled.entries.size(), times.size());
+    const auto lateness = [&](std::size_t i) { return times[i] + offset - rolled.entries[i].time; };
     for (std::size_t i = 0; i < times.size(); ++i) {
-        log += i == 0 || i == 3 || i == 5 ? Calibration(times[i], times[i] + offset)
-                                          : Line(times[i], "<WARN> <A> line");
-    }
-    const auto entries = Read(log);
-    ASSERT_EQ(entries.size(), times.size());
-    const auto lateness = [&](std::size_t i) { return times[i] + offset - entries[i].time; };
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        ASSERT_TRUE(entries[i].hasWall);
-        EXPECT_EQ(lateness(i) - lateness(0), i == 4 ? 5 * kCounterPeriod : 0) << i;
+        EXPECT_EQ(lateness(i) - lateness(0), i == 2 ? 6 * kCounterPeriod : 0) << i;
+        EXPECT_EQ(rolled.entries[i].process, 1U);
     }
     EXPECT_GE(lateness(0), 0);
-    EXPECT_LT(lateness(0), kSecond);
-    EXPECT_EQ(entries[1].certainty.later, 0);
-    EXPECT_EQ(entries[4].certainty.later, 5);
-    EXPECT_EQ(entries[6].certainty.later, Certainty::kUnbounded);
+    EXPECT_LE(lateness(0), rolled.entries[0].certainty.originLater);
+    EXPECT_EQ(rolled.entries[1].certainty.later, 6);
+    EXPECT_EQ(rolled.entries[4].certainty.later, Certainty::kUnbounded);
+    EXPECT_EQ(rolled.set.LikelyBoundOf(rolled.entries[4])->later, 0);
 
-    // Calibration lines in different phases of the second narrow down what each cuts off.
-    std::string many;
-    for (int i = 0; i < 12; ++i) {
-        const std::int64_t at = kBoot + i * (770 * kMillisecond);
-        many += Calibration(at, at + offset);
+    // Whatever the clock was set to in between, the file's number orders.
+    WriteFile("a.log", Calibration(times[3], times[3] + offset - 3600 * kSecond) +
+                           Line(times[4], "<WARN> <A> newest"));
+    EXPECT_EQ(Logs({"a.log"}).messages.back(), "newest");
+}
+
+TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThem) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const auto process = [](std::int64_t time, std::int64_t toWall, std::uint32_t thread) {
+        return Calibration(time, time + toWall) + Line(time + 5, "<WARN> <A> one", thread) +
+               Line(time + 990'000, "<WARN> <A> two", thread);
+    };
+    // Restarted in the same boot; then the device, whose clock begins anew; then once more, with a date
+    // before the last one.
+    WriteFile("a.log", process(kBoot, offset, 1) + process(kBoot + 9 * kSecond, offset, 2) +
+                           process(20 * kSecond, offset + kBoot, 3) +
+                           process(30 * kSecond + 7 * kMillisecond, kDay, 4));
+    const Logs logs({"a.log"});
+    ASSERT_EQ(logs.Messages(), "C|one|two|C|one|two|C|one|two|C|one|two|");
+    const std::vector<std::string> evidence{"first", "clocks-fit", "uptime", "date"};
+    const std::vector<std::size_t> boots{1, 1, 2, 3};
+    ASSERT_EQ(logs.set.Processes().size(), evidence.size());
+    for (std::size_t i = 0; i < logs.entries.size(); ++i) {
+        EXPECT_EQ(logs.entries[i].process, i / 3 + 1) << i;
+        EXPECT_EQ(logs.entries[i].boot, boots[i / 3]) << i;
+        EXPECT_EQ(logs.entries[i].certainty.later, Certainty::kUnbounded) << i;
+        EXPECT_FALSE(logs.entries[i].part->overwritten);
     }
-    const auto narrowed = Read(many);
-    const std::int64_t late = kBoot + offset - narrowed.front().time;
-    EXPECT_GE(late, 0);
-    EXPECT_LT(late, 300 * kMillisecond);
+    for (std::size_t i = 0; i < evidence.size(); ++i) {
+        EXPECT_EQ(CodeOf(logs.set.Processes()[i].evidence), evidence[i]);
+    }
+    EXPECT_EQ(logs.set.LikelyBoundOf(logs.entries[2])->assuming, std::string("clock-not-set"));
+    EXPECT_NEAR(static_cast<double>(logs.set.LikelyBoundOf(logs.entries[2])->later), 9, 1);
+}
 
-    // If a clock was set or a device restarted, a new run begins and no seconds are invented.
-    const auto twice = Read(Calibration(kBoot, kBoot + offset) + Line(kBoot + 5, "<WARN> <A> before") +
-                            Calibration(9 * kSecond, kBoot + offset + 90 * kSecond + 7 * kMillisecond) +
-                            Line(9 * kSecond + 5, "<WARN> <A> after"));
-    EXPECT_EQ(twice[3].time - twice[2].time, 5);
-    EXPECT_EQ(twice[2].time / kSecond - twice[0].time / kSecond, 90);
+TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    std::string a = Calibration(kBoot, kBoot + offset);
+    std::string b = Calibration(kBoot + 50 * kMillisecond, kBoot + 50 * kMillisecond + offset);
+    std::string merged = "C|a0|C|";
+    for (int i = 0; i < 9; ++i) {
+        const std::int64_t time = kBoot + i * 100 * kMillisecond;
+        a += Line(time + kMillisecond, "<WARN> <A> a" + std::to_string(i), 1);
+        b += Line(time + 51 * kMillisecond, "<WARN> <B> b" + std::to_string(i), 2);
+        merged += (i == 0 ? "" : "a" + std::to_string(i) + "|") + "b" + std::to_string(i) + "|";
+    }
+    WriteFile("a.log", a);
+    WriteFile("b.log", b);
+    const Logs logs({"b.log", "a.log"});
+    EXPECT_EQ(logs.Messages(), merged);
+    ASSERT_EQ(logs.set.Processes().size(), 2U);
+    EXPECT_EQ(logs.set.Processes()[1].boot, 1U);
+}
+
+TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::int64_t later = kBoot + 100 * kSecond + 3 * kMillisecond;
+    for (const std::string torn : {"<WARN> <A> page ", "<WARN> <A> page 12"}) {
+        std::string first = Line(kBoot + 5, torn);
+        first.resize(first.size() - 2);
+        WriteFile("a.log", Calibration(kBoot, kBoot + offset) + first + Calibration(later, later + offset) +
+                               Line(later + 5, "<WARN> <A> again"));
+        const Logs logs({"a.log"});
+        EXPECT_EQ(logs.Messages(), "C|" + torn.substr(11) + "|C|again|");
+        EXPECT_EQ(logs.set.Sources()[0].findings.damage.size(), 1U);
+        ASSERT_EQ(logs.set.Processes().size(), 2U);
+        EXPECT_NEAR(static_cast<double>(logs.entries[3].time - (later + offset)), 0, 1e9);
+    }
 }
 
 TEST_F(LogTimes, OfAQueueComeFromItsDates) {
-    const auto entries = Read(
-        "01261024150926.100 <0x00000001:000> <WARN> <A> one01261024150926.-30000 <0x00000001:000> two"
-        "01261024150926.50 <0x00000001:000> <INFO> <B> three\n");
+    WriteFile("queue",
+              "01261024150926.100 <0x00000001:000> <WARN> <A> one01261024150926.-30000 <0x00000001:000> two"
+              "01261024150926.50 <0x00000001:000> <INFO> <B> three\n");
+    const Logs logs({"queue"});
+    const auto& entries = logs.entries;
     ASSERT_EQ(entries.size(), 3U);
     const std::int64_t second = kDay + (15 * 3600 + 9 * 60 + 26) * kSecond;
     EXPECT_EQ(entries[0].time, second + 100'000);

@@ -76,17 +76,81 @@ class Divider {
     CounterClock clock_;
 };
 
-void AppendParts(const InputFile& file, ByteRange range, bool overwritten, std::vector<LogPart>& parts) {
+std::vector<LogPart> PartsOf(const InputFile& file, ByteRange range) {
     Divider divider(range.begin);
     LineReader reader(file, LogKind::kLines, range.begin, range.end);
     for (std::string_view text; reader.Next(text);) {
         divider.Line(reader.Parse(text), reader.Offset());
     }
-    for (LogPart& part : divider.Finish(range.end)) {
-        part.overwritten = overwritten;
-        parts.push_back(part);
-    }
+    return divider.Finish(range.end);
 }
+
+bool AnyHasThread(const std::vector<LogPart>& parts, std::uint32_t thread) {
+    return std::any_of(parts.begin(), parts.end(),
+                       [&](const LogPart& part) { return part.HasThread(thread); });
+}
+
+bool ShareAThread(const std::vector<LogPart>& a, const std::vector<LogPart>& b) {
+    return std::any_of(a.begin(), a.end(), [&](const LogPart& part) {
+        return std::any_of(part.threads.begin(), part.threads.end(),
+                           [&](std::uint32_t thread) { return AnyHasThread(b, thread); });
+    });
+}
+
+/// The rounds of a file in the order of time. A process that opens a full log leaves a calibration line at
+/// its end and then goes on at its start, so its rounds follow that line. They are known by their threads,
+/// unless the first process had the same.
+class RoundSorter {
+  public:
+    RoundSorter(const InputFile& file, const Rounds& rounds)
+        : openings_(PartsOf(file, rounds.openings)), newest_(PartsOf(file, rounds.newest)) {
+        for (const ByteRange& range : rounds.older) {
+            Add(PartsOf(file, range));
+        }
+        Move(openings_.size());
+        Append(newest_, false);
+    }
+
+    std::vector<LogPart> Take() { return std::move(sorted_); }
+
+  private:
+    void Add(const std::vector<LogPart>& round) {
+        const bool first = sorted_.empty();
+        for (std::size_t i = openings_.size(); !first && i > moved_; --i) {
+            if (IsOf(round, i - 1) && !IsOf(first_, i - 1)) {
+                Move(i);
+            }
+        }
+        first_ = first ? round : first_;
+        Append(round, true);
+    }
+
+    /// Whether a round may be by the process that wrote an opening.
+    bool IsOf(const std::vector<LogPart>& round, std::size_t opening) const {
+        return AnyHasThread(round, openings_[opening].calibration->thread) ||
+               (opening + 1 == openings_.size() && ShareAThread(round, newest_));
+    }
+
+    void Move(std::size_t openings) {
+        for (; moved_ < openings; ++moved_) {
+            openings_[moved_].overwritten = true;
+            sorted_.push_back(openings_[moved_]);
+        }
+    }
+
+    void Append(const std::vector<LogPart>& round, bool overwritten) {
+        for (const LogPart& part : round) {
+            sorted_.push_back(part);
+            sorted_.back().overwritten = overwritten;
+        }
+    }
+
+    std::vector<LogPart> openings_;
+    std::size_t moved_ = 0; ///< openings that stand in their place
+    std::vector<LogPart> newest_;
+    std::vector<LogPart> first_; ///< the oldest round
+    std::vector<LogPart> sorted_;
+};
 
 } // namespace
 
@@ -107,17 +171,15 @@ LogSurvey SurveyLog(const InputFile& file) {
     }
     const Rounds rounds = detector.Judge(file.Size());
     survey.hidesSeam = rounds.hidden;
-    if (rounds.ranges.size() == 1) {
+    if (rounds.older.empty()) {
         survey.parts = divider.Finish(file.Size());
         for (LogPart& part : survey.parts) {
             part.hidesSeam = rounds.hidden;
         }
         return survey;
     }
-    survey.newestEnd = rounds.ranges.back().end;
-    for (const ByteRange& range : rounds.ranges) {
-        AppendParts(file, range, range.begin != 0, survey.parts);
-    }
+    survey.newestEnd = rounds.newest.end;
+    survey.parts = RoundSorter(file, rounds).Take();
     return survey;
 }
 

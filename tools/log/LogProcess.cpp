@@ -41,8 +41,8 @@ std::string InWords(const LogProcess& process) {
         case BootEvidence::kUnknown:
             break;
     }
-    return process.date ? "perhaps another boot: the dates miss one clock by only" + misfit + " s"
-                        : "perhaps another boot: its date is not known";
+    return process.misfit > 0 ? "perhaps another boot: the dates miss one clock by only" + misfit + " s"
+                              : "perhaps another boot: no two dates can be compared";
 }
 
 } // namespace NimaPost

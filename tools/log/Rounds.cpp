@@ -27,11 +27,11 @@ void StepWidths::Add(std::int64_t width) {
     ++sum_;
 }
 
-std::int64_t StepWidths::Usual() const {
+std::int64_t StepWidths::Quantile(std::uint64_t parts, std::uint64_t of) const {
     std::uint64_t below = 0;
     for (std::size_t bits = 0; bits < counts_.size(); ++bits) {
         below += counts_[bits];
-        if (below * 100 >= sum_ * 99) {
+        if (below * of >= sum_ * parts) {
             return std::int64_t{1} << bits;
         }
     }
@@ -43,8 +43,10 @@ void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64
         if (headerless_ == 0) {
             headerlessOffset_ = offset;
             headerlessIsCut_ = LooksLikeCutLine(text);
+            headerlessIsUnattached_ = endedByDevice_;
         }
         ++headerless_;
+        endedByDevice_ = text.ends_with("\r\n");
         return;
     }
     if (IsCalibration(line)) {
@@ -64,6 +66,7 @@ void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64
     }
     previousOffset_ = offset;
     headerless_ = 0;
+    endedByDevice_ = text.ends_with("\r\n");
 }
 
 void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
@@ -95,20 +98,15 @@ Rounds RoundDetector::Judge(std::uint64_t size) const {
     const std::vector<std::uint64_t> seams = Seams(size);
     rounds.hidden = seams.empty() && first_ && IsProven();
     std::uint64_t end = size;
-    // A full log is opened at its end and goes on at its start with the first line. The rounds in it are all
-    // older than that opening.
-    const bool openedWhenFull = seams.size() > 1 && openingAtEnd_ && *openingAtEnd_ > seams.back();
-    if (openedWhenFull) {
+    if (!seams.empty() && openingAtEnd_ && *openingAtEnd_ > seams.back()) {
+        rounds.openings = {*openingAtEnd_, size};
         end = *openingAtEnd_;
     }
     for (auto seam = seams.rbegin(); seam != seams.rend(); ++seam) {
-        rounds.ranges.push_back({*seam, end});
+        rounds.older.push_back({*seam, end});
         end = *seam;
     }
-    if (openedWhenFull) {
-        rounds.ranges.push_back({*openingAtEnd_, size});
-    }
-    rounds.ranges.push_back({0, end});
+    rounds.newest = {0, end};
     return rounds;
 }
 
@@ -119,9 +117,10 @@ std::vector<std::uint64_t> RoundDetector::Seams(std::uint64_t size) const {
     }
     const std::int64_t usual = widths_.Usual();
     for (const Step& step : torn_) {
-        const bool sure = step.cutHeader || (torn_.size() < kMostTorn && step.width > usual);
-        const bool follows = !seams.empty() && !step.cutHeader && step.offset + 2 * kRoundsDiffer < size;
-        if (sure && !follows) {
+        const bool few = torn_.size() < kMostTorn;
+        const bool cut = step.cutHeader || (few && step.unattached && step.width > widths_.Common());
+        const bool isNearEnd = step.offset + 2 * kRoundsDiffer >= size;
+        if (cut || (few && step.width > usual && (seams.empty() || isNearEnd))) {
             seams.push_back(step.offset);
         }
     }
@@ -215,6 +214,7 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
     }
     widths_.Add(step.width);
     step.torn = headerless_ == 1;
+    step.unattached = step.torn && headerlessIsUnattached_;
     step.cutHeader = step.torn && headerlessIsCut_;
     step.offset = headerless_ > 0 ? headerlessOffset_ : offset;
     step.from = previousOffset_;

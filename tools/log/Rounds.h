@@ -17,9 +17,13 @@ struct ByteRange {
     std::uint64_t end = 0;
 };
 
-/// A file in the order in which it was written.
+/// How a file was written.
 struct Rounds {
-    std::vector<ByteRange> ranges; ///< one, or the newest last, which then begins at the file's start
+    std::vector<ByteRange> older; ///< in the order in which they were written
+    /// The calibration lines at the end of a full file, each of a process that opened it there and then went
+    /// on at its start; empty where there are none or no older rounds to tell from them.
+    ByteRange openings;
+    ByteRange newest; ///< all of it where there are no older ones
     /// The writer went on at the file's start, but where its newest lines end does not show.
     bool hidden = false;
 };
@@ -30,7 +34,8 @@ struct Step {
     std::uint64_t offset = 0; ///< where the lines after it begin, a torn one included
     std::uint64_t from = 0;   ///< where the line in front of it begins
     bool torn = false;        ///< one line without header stands between
-    bool cutHeader = false;   ///< and it looks like the rest of a line that had one
+    bool unattached = false;  ///< and the line before it was ended by the device, not by its message
+    bool cutHeader = false;   ///< and it looks like the rest of a line that had a header
 };
 
 /// How wide steps are in a log, by powers of two.
@@ -38,9 +43,13 @@ class StepWidths {
   public:
     void Add(std::int64_t width);
     /// What hardly any step exceeds.
-    std::int64_t Usual() const;
+    std::int64_t Usual() const { return Quantile(99, 100); }
+    /// What one step in four exceeds.
+    std::int64_t Common() const { return Quantile(3, 4); }
 
   private:
+    std::int64_t Quantile(std::uint64_t parts, std::uint64_t of) const;
+
     std::array<std::uint64_t, 65> counts_{};
     std::uint64_t sum_ = 0;
 };
@@ -101,6 +110,8 @@ class RoundDetector {
     std::uint64_t headerless_ = 0;
     std::uint64_t headerlessOffset_ = 0;
     bool headerlessIsCut_ = false;
+    bool headerlessIsUnattached_ = false;
+    bool endedByDevice_ = false; ///< the line before
 };
 
 } // namespace NimaPost

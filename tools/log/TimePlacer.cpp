@@ -68,7 +68,8 @@ PartLink TimePlacer::LinkOf(const LogPart& part) const {
                                                                                      : PartLink::kOpening;
     }
     if (!part.calibration) {
-        return PartLink::kContinues; // Rounds of which the beginnings were overwritten.
+        // Rounds of which the beginnings were overwritten.
+        return ShareAThread(*before_, part) ? PartLink::kContinues : PartLink::kOpening;
     }
     // Opened at its full end and gone on at its start with the first line, all by one process.
     const bool opened = before_->date && before_->stamped == 1 && FitsClosely(part);
