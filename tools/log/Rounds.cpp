@@ -17,6 +17,9 @@ constexpr std::int64_t kStandsOut = 64;
 constexpr std::int64_t kLikelier = 8;
 constexpr std::int64_t kBusyWait = kSecond / 10;
 
+/// A tracer's lines are shorter; longer ones hold raw data and never had a header.
+constexpr std::size_t kLongestTraced = 1100;
+
 /// Lines without a header beyond these are the way of this log, and no sign of anything.
 constexpr std::size_t kMostTorn = 64;
 
@@ -43,7 +46,7 @@ void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64
         if (headerless_ == 0) {
             headerlessOffset_ = offset;
             headerlessIsCut_ = LooksLikeCutLine(text);
-            headerlessIsUnattached_ = endedByDevice_;
+            headerlessIsUnattached_ = endedByDevice_ && text.size() < kLongestTraced;
         }
         ++headerless_;
         endedByDevice_ = text.ends_with("\r\n");
@@ -78,7 +81,9 @@ void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
     } else if (date && firstDate_ && date->second < firstDate_->second && !dateFellAt_) {
         dateFellAt_ = offset;
     }
-    if (headerless_ == 1 && headerlessIsCut_ && torn_.size() < 2 * kMostTorn) {
+    lastDate_ = date;
+    lastOpening_ = {line.counter, line.thread};
+    if (headerless_ > 0 && headerlessIsCut_ && torn_.size() < 2 * kMostTorn) {
         Step step;
         step.width = 0;
         step.torn = step.cutHeader = true;
@@ -125,8 +130,11 @@ std::vector<std::uint64_t> RoundDetector::Seams(std::uint64_t size) const {
         }
     }
     AddAlignedSeams(usual, size, seams);
-    if (seams.empty() || (dateFellAt_ && seams.front() > *dateFellAt_)) {
-        if (const Step* best = Best(usual)) {
+    if (seams.empty() || seams.front() + kRoundsDiffer >= size ||
+        (dateFellAt_ && seams.front() > *dateFellAt_)) {
+        const std::uint64_t before =
+            std::min(seams.empty() ? size : seams.front(), dateFellAt_.value_or(size - 1) + 1);
+        if (const Step* best = Best(usual, before)) {
             seams.insert(seams.begin(), best->offset);
         }
     }
@@ -141,7 +149,14 @@ bool RoundDetector::IsProven() const {
                            std::any_of(widest_.begin(), widest_.end(),
                                        [&](const Step& step) { return StandsOut(step, widths_.Usual()); });
     const bool slow = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kSlowRollTakes && otherSign;
-    return anyCut || early || slow || EndsAtFirst();
+    return anyCut || early || slow || EndsAtFirst() || WasOpenedWhenFull();
+}
+
+bool RoundDetector::WasOpenedWhenFull() const {
+    return openingAtEnd_.value_or(0) > 0 && lastDate_ && lastOpening_.thread == firstThread_ &&
+           lastDate_->second <= firstDate_->second &&
+           WallOffset(*lastDate_, 0).Misfit(*firstDate_, StepForward(lastOpening_.counter, *first_)) <=
+               kFitsClosely;
 }
 
 bool RoundDetector::EndsAtFirst() const {
@@ -185,12 +200,12 @@ void RoundDetector::AddAlignedSeams(std::int64_t usual, std::uint64_t size,
     seams.erase(std::unique(seams.begin(), seams.end()), seams.end());
 }
 
-const Step* RoundDetector::Best(std::int64_t usual) const {
+const Step* RoundDetector::Best(std::int64_t usual, std::uint64_t before) const {
     const Step* best = nullptr;
     for (const auto* steps : {&torn_, &widest_}) {
         for (const Step& step : *steps) {
-            const bool likelier = step.torn || step.width > kLikelier * usual;
-            if (step.width >= 0 && likelier && (!dateFellAt_ || step.offset <= *dateFellAt_) &&
+            const bool likelier = step.width > (step.torn ? widths_.Common() : kLikelier * usual);
+            if (step.width >= 0 && likelier && step.offset < before &&
                 (best == nullptr || std::pair(step.torn, step.width) > std::pair(best->torn, best->width))) {
                 best = &step;
             }
@@ -213,9 +228,9 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
         step.width = possible ? 0 : step.width;
     }
     widths_.Add(step.width);
-    step.torn = headerless_ == 1;
-    step.unattached = step.torn && headerlessIsUnattached_;
-    step.cutHeader = step.torn && headerlessIsCut_;
+    step.unattached = headerless_ > 0 && headerlessIsUnattached_;
+    step.cutHeader = headerless_ > 0 && headerlessIsCut_;
+    step.torn = headerless_ == 1 || step.unattached || step.cutHeader;
     step.offset = headerless_ > 0 ? headerlessOffset_ : offset;
     step.from = previousOffset_;
     if (step.torn && (torn_.size() < kMostTorn || step.cutHeader) && torn_.size() < 2 * kMostTorn) {

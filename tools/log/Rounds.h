@@ -33,7 +33,7 @@ struct Step {
     std::int64_t width = -1;  ///< from one stamp to the next, read as a step forward
     std::uint64_t offset = 0; ///< where the lines after it begin, a torn one included
     std::uint64_t from = 0;   ///< where the line in front of it begins
-    bool torn = false;        ///< one line without header stands between
+    bool torn = false;        ///< a line without header stands between, perhaps the rest of one
     bool unattached = false;  ///< and the line before it was ended by the device, not by its message
     bool cutHeader = false;   ///< and it looks like the rest of a line that had a header
 };
@@ -75,6 +75,10 @@ class RoundDetector {
     /// written at an opening all lines are later.
     bool IsProven() const;
 
+    /// A process that opened the log when it was full left a calibration line at its end, and the one at the
+    /// start with its first line.
+    bool WasOpenedWhenFull() const;
+
     /// Without a buffer the line that filled the log is the last one of its round, or nearly.
     bool EndsAtFirst() const;
 
@@ -86,7 +90,7 @@ class RoundDetector {
     void AddAlignedSeams(std::int64_t usual, std::uint64_t size, std::vector<std::uint64_t>& seams) const;
 
     /// The most likely place when none stands out, if any is likelier than others.
-    const Step* Best(std::int64_t usual) const;
+    const Step* Best(std::int64_t usual, std::uint64_t before) const;
 
     void Calibration(const LogLine& line, std::uint64_t offset);
     void Consider(const LogLine& line, std::uint64_t offset);
@@ -94,6 +98,8 @@ class RoundDetector {
     std::optional<std::int64_t> first_; ///< counter of the calibration line at the file's start
     std::uint32_t firstThread_ = 0;
     std::optional<RawDate> firstDate_;
+    std::optional<RawDate> lastDate_; ///< of the last calibration line, with its stamp
+    LineStamp lastOpening_;
     /// By how much the line after it is stamped earlier; a second when another thread wrote it.
     std::optional<std::int64_t> afterFirst_;
     std::optional<std::uint64_t> dateFellAt_;
