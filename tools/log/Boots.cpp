@@ -3,6 +3,7 @@
 #include "tools/base/CounterClock.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace NimaPost {
 
@@ -37,7 +38,8 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
 void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     const std::int64_t first = part.start + OriginOf(run);
     const bool starts = process.threads.empty();
-    process.threads.insert(part.threads.begin(), part.threads.end());
+    std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
+                        std::inserter(process.threads, process.threads.end()));
     // Across a place where order breaks the clock counts seconds that did not pass.
     if (part.stamped > 0 && !part.hidesSeam && part.clockBreaks == 0) {
         process.mostFirstSecond = std::min(process.mostFirstSecond, part.mostFirstSecond);
@@ -49,6 +51,16 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     if (part.date && !process.date) {
         process.date = part.date;
         process.counter = part.firstCounter;
+    }
+}
+
+/// A process that writes on while another has the log open shows by its threads beside those of the other.
+void FindOthers(LogPart& part, const LogProcess& before) {
+    std::copy_if(part.threads.begin(), part.threads.end(), std::back_inserter(part.others),
+                 [&](std::uint32_t thread) { return before.threads.count(thread) > 0; });
+    if (part.others.size() == part.threads.size() || !part.calibration ||
+        before.threads.count(part.calibration->thread) > 0) {
+        part.others.clear(); // A process like the one before, with the same identifiers.
     }
 }
 
@@ -139,6 +151,10 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
         }
         part.process = processes.size() - 1;
         LogProcess& process = processes.back();
+        if (processes.size() - 1 > firstOfLog) {
+            FindOthers(part, processes[processes.size() - 2]);
+            part.othersProcess = part.others.empty() ? std::nullopt : std::optional(processes.size() - 2);
+        }
         Include(process, part, runs[part.run]);
         datedOfThis = part.date ? &part : datedOfThis;
         const bool last = i + 1 == parts.size() || parts[i + 1].link == PartLink::kOpening;

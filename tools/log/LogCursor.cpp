@@ -2,6 +2,8 @@
 
 #include "tools/base/Text.h"
 
+#include <algorithm>
+
 namespace NimaPost {
 
 std::int64_t QueueClock::Next(const RawDate& date) {
@@ -39,8 +41,13 @@ void LogCursor::Take() {
         entry_.certainty.originLater = queueClock_.Later();
         entry_.hasTime = true;
     } else if (entry_.line.stamped) {
-        entry_.time = origin_ + clock_.Next(entry_.line.counter, OrderedThread(entry_.line));
+        const std::int64_t elapsed = clock_.Next(entry_.line.counter, OrderedThread(entry_.line));
+        entry_.time = origin_ + elapsed;
         entry_.hasTime = true;
+        if (const auto& notAfter = entry_.part->notAfter) {
+            const std::int64_t later = *notAfter - entry_.part->start - elapsed;
+            entry_.certainty.later = std::max<std::int64_t>(0, later) / kSecond + 1;
+        }
     }
 }
 

@@ -53,12 +53,19 @@ void LogMerge::Advance(Stream& stream) {
         entry.boot = stream.boot;
     }
     if (entry.part->process) {
-        entry.process = *entry.part->process + 1;
+        entry.process = ProcessOf(entry) + 1;
     }
     // What has no time goes with the line before it.
     const Key key{stream.boot != 0 ? stream.boot : kUnknownBoot,
                   entry.hasTime ? entry.time : stream.key.second};
     stream.key = std::max(stream.key, key);
+}
+
+std::size_t LogMerge::ProcessOf(const LogEntry& entry) {
+    const LogPart& part = *entry.part;
+    const bool byOther = part.othersProcess && entry.line.stamped &&
+                         std::binary_search(part.others.begin(), part.others.end(), entry.line.thread);
+    return byOther ? *part.othersProcess : *part.process;
 }
 
 /// A queue's records are dated; they belong to the last boot that had begun by then.

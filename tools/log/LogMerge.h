@@ -47,6 +47,7 @@ class LogMerge {
     };
 
     void Advance(Stream& stream);
+    static std::size_t ProcessOf(const LogEntry& entry);
     std::size_t BootOf(const LogPart& part) const;
     void Choose();
 

@@ -49,6 +49,11 @@ struct LogPart {
     std::size_t run = 0;                ///< parts whose times count from one origin
     std::int64_t start = 0;             ///< of its first stamped line, nanoseconds on the run's axis
     std::int64_t queueFirst = 0;        ///< time of the queue's first record
+    /// Threads of the process before that write on: two processes share the file.
+    std::vector<std::uint32_t> others;
+    std::optional<std::size_t> othersProcess;
+    /// On the run's axis: all lines of the part are earlier.
+    std::optional<std::int64_t> notAfter;
     Certainty certainty;
 
     bool HasThread(std::uint32_t thread) const;

@@ -192,6 +192,8 @@ void LogSet::SortProcesses() {
         for (LogPart& part : parts) {
             if (part.process) {
                 part.process = place[*part.process];
+                part.othersProcess =
+                    part.othersProcess ? std::optional(place[*part.othersProcess]) : std::nullopt;
             }
         }
     }

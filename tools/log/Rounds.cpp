@@ -14,7 +14,6 @@ constexpr std::uint64_t kRoundsDiffer = 4096 + 2048;
 /// A step between rounds is any part of a second. One that is to be told from a thread's pause has to be
 /// wider than what keeps a thread waiting on a busy device, and by far wider than others.
 constexpr std::int64_t kStandsOut = 64;
-constexpr std::int64_t kLikelier = 8;
 constexpr std::int64_t kBusyWait = kSecond / 10;
 
 /// A tracer's lines are shorter; longer ones hold raw data and never had a header.
@@ -78,8 +77,14 @@ void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
         first_ = line.counter;
         firstThread_ = line.thread;
         firstDate_ = date;
-    } else if (date && firstDate_ && date->second < firstDate_->second && !dateFellAt_) {
-        dateFellAt_ = offset;
+    } else if (date && firstDate_) {
+        datesRise_ = datesRise_ || date->second > firstDate_->second;
+        if (date->second < firstDate_->second && !dateFellAt_) {
+            dateFellAt_ = offset;
+        }
+    }
+    if (offset > 0 && !firstOpening_) {
+        firstOpening_ = offset;
     }
     lastDate_ = date;
     lastOpening_ = {line.counter, line.thread};
@@ -130,13 +135,16 @@ std::vector<std::uint64_t> RoundDetector::Seams(std::uint64_t size) const {
         }
     }
     AddAlignedSeams(usual, size, seams);
-    if (seams.empty() || seams.front() + kRoundsDiffer >= size ||
-        (dateFellAt_ && seams.front() > *dateFellAt_)) {
-        const std::uint64_t before =
-            std::min(seams.empty() ? size : seams.front(), dateFellAt_.value_or(size - 1) + 1);
-        if (const Step* best = Best(usual, before)) {
+    // A log is opened at its end, so no opening stands among the newest lines of a log that went on at its
+    // start.
+    const std::uint64_t newestEnd = std::min(firstOpening_.value_or(size), dateFellAt_.value_or(size));
+    if (seams.empty() || seams.front() > newestEnd || seams.front() + kRoundsDiffer >= size) {
+        if (const Step* best = Best(usual, std::min(newestEnd, seams.empty() ? size : seams.front()))) {
             seams.insert(seams.begin(), best->offset);
         }
+    }
+    if (!seams.empty() && seams.front() > newestEnd) {
+        seams.clear();
     }
     return seams;
 }
@@ -149,7 +157,7 @@ bool RoundDetector::IsProven() const {
                            std::any_of(widest_.begin(), widest_.end(),
                                        [&](const Step& step) { return StandsOut(step, widths_.Usual()); });
     const bool slow = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kSlowRollTakes && otherSign;
-    return anyCut || early || slow || EndsAtFirst() || WasOpenedWhenFull();
+    return anyCut || WasOpenedWhenFull() || (!datesRise_ && (early || slow || EndsAtFirst()));
 }
 
 bool RoundDetector::WasOpenedWhenFull() const {
@@ -204,8 +212,8 @@ const Step* RoundDetector::Best(std::int64_t usual, std::uint64_t before) const 
     const Step* best = nullptr;
     for (const auto* steps : {&torn_, &widest_}) {
         for (const Step& step : *steps) {
-            const bool likelier = step.width > (step.torn ? widths_.Common() : kLikelier * usual);
-            if (step.width >= 0 && likelier && step.offset < before &&
+            const bool likelier = step.torn ? step.width > widths_.Common() : StandsOut(step, usual);
+            if (likelier && step.offset < before &&
                 (best == nullptr || std::pair(step.torn, step.width) > std::pair(best->torn, best->width))) {
                 best = &step;
             }

@@ -102,7 +102,9 @@ class RoundDetector {
     LineStamp lastOpening_;
     /// By how much the line after it is stamped earlier; a second when another thread wrote it.
     std::optional<std::int64_t> afterFirst_;
+    bool datesRise_ = false; ///< an opening is dated after the first line
     std::optional<std::uint64_t> dateFellAt_;
+    std::optional<std::uint64_t> firstOpening_; ///< after the file's start
     /// The first of the calibration lines that the file ends with.
     std::optional<std::uint64_t> openingAtEnd_;
     std::optional<std::int64_t> previous_; ///< the counter of the line before, unless that one calibrates

@@ -113,7 +113,10 @@ void TimePlacer::HangBefore(LogPart& dated) {
         part.run = next->run;
         part.start =
             next->start - StepWithFall(part.lastCounter, next->firstCounter, kDisorder) - part.length;
-        part.certainty = sameProcess ? Certainty{0, Certainty::kUnbounded} : Certainty::Assumed();
+        part.certainty = Certainty{Certainty::kUnbounded, Certainty::kUnbounded, !sameProcess};
+        if (sameProcess) {
+            part.notAfter = dated.start;
+        }
         next = &part;
     }
 }
