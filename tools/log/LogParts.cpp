@@ -104,6 +104,9 @@ class RoundSorter {
   public:
     RoundSorter(const InputFile& file, const Rounds& rounds)
         : openings_(PartsOf(file, rounds.openings)), newest_(PartsOf(file, rounds.newest)) {
+        for (LogPart& part : newest_) {
+            part.hidesSeam = rounds.hidden;
+        }
         for (const ByteRange& range : rounds.older) {
             Add(PartsOf(file, range));
         }

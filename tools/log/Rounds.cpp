@@ -21,6 +21,8 @@ constexpr std::size_t kLongestTraced = 1100;
 
 /// Lines without a header beyond these are the way of this log, and no sign of anything.
 constexpr std::size_t kMostTorn = 64;
+/// The same of lines after one that the device ended, which only raw data and cut lines are.
+constexpr std::size_t kMostUnattached = 6;
 
 } // namespace
 
@@ -105,45 +107,55 @@ void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
 
 Rounds RoundDetector::Judge(std::uint64_t size) const {
     Rounds rounds;
-    const std::vector<std::uint64_t> seams = Seams(size);
-    rounds.hidden = seams.empty() && first_ && IsProven();
+    if (!first_ || !IsProven()) {
+        rounds.newest = {0, size};
+        return rounds;
+    }
+    const std::vector<Seam> seams = Seams(size);
+    // Where the only seam is one of those near the file's end, the newest may be hidden in front of it.
+    rounds.hidden = seams.empty() || seams.front().rank < Rank::kUnattached ||
+                    (seams.front().offset + kRoundsDiffer >= size && size > 4 * kRoundsDiffer);
     std::uint64_t end = size;
-    if (!seams.empty() && openingAtEnd_ && *openingAtEnd_ > seams.back()) {
+    if (!seams.empty() && openingAtEnd_ && *openingAtEnd_ > seams.back().offset) {
         rounds.openings = {*openingAtEnd_, size};
         end = *openingAtEnd_;
     }
     for (auto seam = seams.rbegin(); seam != seams.rend(); ++seam) {
-        rounds.older.push_back({*seam, end});
-        end = *seam;
+        rounds.older.push_back({seam->offset, end});
+        end = seam->offset;
     }
     rounds.newest = {0, end};
     return rounds;
 }
 
-std::vector<std::uint64_t> RoundDetector::Seams(std::uint64_t size) const {
-    std::vector<std::uint64_t> seams;
-    if (!first_ || !IsProven()) {
-        return seams;
-    }
-    const std::int64_t usual = widths_.Usual();
-    for (const Step& step : torn_) {
-        const bool few = torn_.size() < kMostTorn;
-        const bool cut = step.cutHeader || (few && step.unattached && step.width > widths_.Common());
-        const bool isNearEnd = step.offset + 2 * kRoundsDiffer >= size;
-        if (cut || (few && step.width > usual && (seams.empty() || isNearEnd))) {
-            seams.push_back(step.offset);
+std::vector<RoundDetector::Seam> RoundDetector::Seams(std::uint64_t size) const {
+    // All rounds but the newest end near the file's end.
+    const std::uint64_t nearEnd = size - std::min(size, kRoundsDiffer);
+    std::vector<Seam> seams;
+    for (const auto* steps : {&torn_, &widest_}) {
+        for (const Step& step : *steps) {
+            const Rank rank = RankOf(step);
+            const bool afterCut = std::any_of(seams.begin(), seams.end(),
+                                              [&](const Seam& seam) { return seam.offset == step.from; });
+            if (step.offset >= nearEnd && rank > Rank::kPossible && !(rank == Rank::kAligned && afterCut)) {
+                seams.push_back({step.offset, rank});
+            }
         }
     }
-    AddAlignedSeams(usual, size, seams);
+    std::sort(seams.begin(), seams.end(), [](const Seam& a, const Seam& b) {
+        return std::pair(a.offset, b.rank) < std::pair(b.offset, a.rank);
+    });
+    seams.erase(std::unique(seams.begin(), seams.end(),
+                            [](const Seam& a, const Seam& b) { return a.offset == b.offset; }),
+                seams.end());
     // A log is opened at its end, so no opening stands among the newest lines of a log that went on at its
     // start.
     const std::uint64_t newestEnd = std::min(firstOpening_.value_or(size), dateFellAt_.value_or(size));
-    if (seams.empty() || seams.front() > newestEnd || seams.front() + kRoundsDiffer >= size) {
-        if (const Step* best = Best(usual, std::min(newestEnd, seams.empty() ? size : seams.front()))) {
-            seams.insert(seams.begin(), best->offset);
-        }
+    const Seam best = BestBefore(std::min(newestEnd, seams.empty() ? size : nearEnd));
+    if (best.rank > (seams.empty() ? Rank::kNone : Rank::kPossible)) {
+        seams.insert(seams.begin(), best);
     }
-    if (!seams.empty() && seams.front() > newestEnd) {
+    if (!seams.empty() && seams.front().offset > newestEnd) {
         seams.clear();
     }
     return seams;
@@ -178,48 +190,38 @@ bool RoundDetector::StandsOut(const Step& step, std::int64_t usual) {
     return step.width > kStandsOut * usual && step.width > kBusyWait;
 }
 
-void RoundDetector::AddAlignedSeams(std::int64_t usual, std::uint64_t size,
-                                    std::vector<std::uint64_t>& seams) const {
-    const auto isNearEnd = [&](std::uint64_t offset) { return offset + 2 * kRoundsDiffer >= size; };
-    const std::uint64_t torn = seams.empty() ? size : seams.front();
-    const Step* first = nullptr;
-    for (const Step& step : widest_) {
-        if (StandsOut(step, usual) && step.offset < torn && (first == nullptr || step.width > first->width)) {
-            first = &step;
+RoundDetector::Rank RoundDetector::RankOf(const Step& step) const {
+    const bool few = torn_.size() < kMostTorn;
+    return step.cutHeader ? Rank::kHeader
+           : step.unattached && (unattached_ < kMostUnattached || (few && step.width > widths_.Common()))
+               ? Rank::kUnattached
+           : step.torn && few && step.width > widths_.Usual()  ? Rank::kWide
+           : !step.torn && StandsOut(step, widths_.Usual())    ? Rank::kAligned
+           : step.torn && few && step.width > widths_.Common() ? Rank::kPossible
+                                                               : Rank::kNone;
+}
+
+RoundDetector::Seam RoundDetector::BestBefore(std::uint64_t end) const {
+    const Step* best = nullptr;
+    Rank rank = Rank::kNone;
+    for (const auto* steps : {&torn_, &widest_}) {
+        for (const Step& step : *steps) {
+            const Rank ofStep = RankOf(step);
+            if (step.offset < end &&
+                (ofStep > rank || (best != nullptr && ofStep == rank && step.width > best->width))) {
+                best = &step;
+                rank = ofStep;
+            }
         }
     }
     // A line that was cut inside its counter passes for a whole one, with a step of its own after it.
     for (const Step& step : widest_) {
-        if (first != nullptr && StandsOut(step, usual) && step.offset == first->from) {
-            first = &step;
+        if (best != nullptr && rank == Rank::kAligned && step.offset == best->from &&
+            RankOf(step) == Rank::kAligned) {
+            return {step.offset, rank};
         }
     }
-    if (first != nullptr && isNearEnd(torn)) {
-        seams.push_back(first->offset);
-    }
-    const std::uint64_t newestEnd = seams.empty() ? size : *std::min_element(seams.begin(), seams.end());
-    for (const Step& step : widest_) {
-        const bool afterCut = std::find(seams.begin(), seams.end(), step.from) != seams.end();
-        if (StandsOut(step, usual) && step.offset > newestEnd && isNearEnd(step.offset) && !afterCut) {
-            seams.push_back(step.offset);
-        }
-    }
-    std::sort(seams.begin(), seams.end());
-    seams.erase(std::unique(seams.begin(), seams.end()), seams.end());
-}
-
-const Step* RoundDetector::Best(std::int64_t usual, std::uint64_t before) const {
-    const Step* best = nullptr;
-    for (const auto* steps : {&torn_, &widest_}) {
-        for (const Step& step : *steps) {
-            const bool likelier = step.torn ? step.width > widths_.Common() : StandsOut(step, usual);
-            if (likelier && step.offset < before &&
-                (best == nullptr || std::pair(step.torn, step.width) > std::pair(best->torn, best->width))) {
-                best = &step;
-            }
-        }
-    }
-    return best;
+    return {best != nullptr ? best->offset : 0, rank};
 }
 
 void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
@@ -238,6 +240,7 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
     widths_.Add(step.width);
     step.unattached = headerless_ > 0 && headerlessIsUnattached_;
     step.cutHeader = headerless_ > 0 && headerlessIsCut_;
+    unattached_ += step.unattached ? 1 : 0;
     step.torn = headerless_ == 1 || step.unattached || step.cutHeader;
     step.offset = headerless_ > 0 ? headerlessOffset_ : offset;
     step.from = previousOffset_;

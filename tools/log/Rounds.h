@@ -24,7 +24,7 @@ struct Rounds {
     /// on at its start; empty where there are none or no older rounds to tell from them.
     ByteRange openings;
     ByteRange newest; ///< all of it where there are no older ones
-    /// The writer went on at the file's start, but where its newest lines end does not show.
+    /// The writer went on at the file's start, but nothing proves where its newest lines end.
     bool hidden = false;
 };
 
@@ -66,10 +66,6 @@ class RoundDetector {
     /// So many lines at the end of a log without a buffer may be the one that filled it.
     static constexpr std::size_t kUnbufferedLines = 2;
 
-    /// Where rounds meet, in the order of the file: newer lines stand before each place and older ones after
-    /// it.
-    std::vector<std::uint64_t> Seams(std::uint64_t size) const;
-
     /// The line that fills a log waits in the buffer while the log goes on at its start. So it stands after
     /// the calibration line there, by the same thread and stamped a moment before it; after one that was
     /// written at an opening all lines are later.
@@ -84,13 +80,26 @@ class RoundDetector {
 
     static bool StandsOut(const Step& step, std::int64_t usual);
 
-    /// Rounds may also meet between two whole lines. Then the step there is far wider than others: in front
-    /// of what is torn at the file's end, and among the last lines, where rounds of slightly different
-    /// lengths end.
-    void AddAlignedSeams(std::int64_t usual, std::uint64_t size, std::vector<std::uint64_t>& seams) const;
+    /// How likely rounds meet at a step, given that they do somewhere.
+    enum class Rank : unsigned char {
+        kNone,
+        kPossible,   ///< the rest of a message, or of a line
+        kAligned,    ///< between two whole lines, far wider than others
+        kWide,       ///< the rest of something, at a wide step
+        kUnattached, ///< the rest of a line whose beginning is not in front of it
+        kHeader      ///< the rest of a header
+    };
+    Rank RankOf(const Step& step) const;
 
-    /// The most likely place when none stands out, if any is likelier than others.
-    const Step* Best(std::int64_t usual, std::uint64_t before) const;
+    struct Seam {
+        std::uint64_t offset = 0;
+        Rank rank = Rank::kNone;
+    };
+    /// Where rounds meet, in the order of the file: newer lines stand before each place and older ones after
+    /// it.
+    std::vector<Seam> Seams(std::uint64_t size) const;
+    /// The most likely place before `end`.
+    Seam BestBefore(std::uint64_t end) const;
 
     void Calibration(const LogLine& line, std::uint64_t offset);
     void Consider(const LogLine& line, std::uint64_t offset);
@@ -117,6 +126,7 @@ class RoundDetector {
     StepWidths widths_;
     std::uint64_t headerless_ = 0;
     std::uint64_t headerlessOffset_ = 0;
+    std::size_t unattached_ = 0;
     bool headerlessIsCut_ = false;
     bool headerlessIsUnattached_ = false;
     bool endedByDevice_ = false; ///< the line before
