@@ -3,9 +3,11 @@
 #include "tests/simulator/Claims.h"
 #include "tools/log/LogSet.h"
 #include "tools/names/Names.h"
+#include "tools/rings/RingSource.h"
 #include "tools/story/Story.h"
 
-#include <algorithm>
+#include <set>
+#include <string>
 
 namespace Simulator {
 
@@ -43,6 +45,25 @@ std::string BaseOf(const std::string& name) {
     return name.substr(0, name.find(".log"));
 }
 
+/// Rings have an order each, and so has every file.
+std::string PlaceOf(const NimaPost::Story& story, std::size_t file, std::string_view ring) {
+    return story.Files()[file].name + " " + std::string(ring);
+}
+
+std::set<std::string> GuessedRings(const NimaPost::Story& story) {
+    std::set<std::string> places;
+    if (const auto* source = story.Find<NimaPost::RingSource>()) {
+        for (const auto& [file, placed] : source->All()) {
+            for (const NimaPost::Ring& ring : placed.set.rings) {
+                if (ring.seam == NimaPost::Seam::kUncertain) {
+                    places.insert(PlaceOf(story, file, ring.name));
+                }
+            }
+        }
+    }
+    return places;
+}
+
 void CheckStory(const std::string& folder, const Truth& truth, const Whole& whole, Strictness strictness,
                 Verdict& verdict) {
     const NimaPost::Names names;
@@ -53,6 +74,7 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
         return;
     }
     Claims claims(truth, whole, strictness, Scope::kFolder, verdict);
+    claims.Guessed(GuessedRings(story));
     story.ForEach([&](const TimelineEvent& event) {
         Claim claim = ClaimOf(event.certainty);
         claim.time = story.Time().HasWall() ? event.time : std::nullopt;
@@ -63,10 +85,10 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
             claim.serial = SerialOf(event.text);
             claims.Add(claim, BaseOf(story.Files()[event.file].name));
         } else if (event.kind != EventKind::kRecord && !event.arguments.empty() && event.mark.empty()) {
-            // Rings have an order each, and so has every file. What is marked as torn bears any number.
+            // What is marked as torn bears any number.
             claim.serial = event.arguments[0];
-            claims.Add(claim, story.Files()[event.file].name + " " +
-                                  std::string(event.kind == EventKind::kRing ? event.name : ""));
+            const bool isRing = event.kind == EventKind::kRing;
+            claims.Add(claim, PlaceOf(story, event.file, isRing ? event.name : std::string_view()));
         }
         return true;
     });

@@ -28,14 +28,19 @@ bool CanBegin(const std::string& content, std::size_t at, bool inMidLine) {
 } // namespace
 
 std::string_view NameOf(Fault fault) {
-    constexpr std::array<std::string_view, kFaults> kNames{"unreadable", "early",   "late",    "set-clock",
-                                                           "exact",      "order",   "missing", "repeated",
-                                                           "damage",     "process", "boot"};
+    constexpr std::array<std::string_view, kFaults> kNames{
+        "unreadable",    "early",   "late",     "set-clock", "exact",   "order",
+        "guessed-order", "missing", "repeated", "damage",    "process", "boot"};
     return kNames[static_cast<std::size_t>(fault)];
 }
 
 bool Verdict::Failed() const {
-    return std::any_of(counts.begin(), counts.end(), [](std::uint64_t count) { return count > 0; });
+    for (std::size_t i = 0; i < kFaults; ++i) {
+        if (counts[i] > 0 && static_cast<Fault>(i) != Fault::kGuess) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void Verdict::Add(Fault fault, const std::string& detail) {
@@ -154,7 +159,7 @@ void Claims::CheckOrder(const Stamp& stamp, const std::string& place, const std:
     Latest& latest = latest_[{place, stamp.process}];
     std::int64_t& ofThread = latest.ofThread.try_emplace(stamp.thread, INT64_MIN).first->second;
     if (stamp.monotonic < ofThread || stamp.monotonic + kStoreDelay < latest.ofProcess) {
-        verdict_.Add(Fault::kOrder, where + " after later ones");
+        verdict_.Add(guessed_.count(place) != 0 ? Fault::kGuess : Fault::kOrder, where + " after later ones");
     }
     ofThread = std::max(ofThread, stamp.monotonic);
     latest.ofProcess = std::max(latest.ofProcess, stamp.monotonic);

@@ -58,6 +58,8 @@ class Claims {
     Claims(const Truth& truth, const Whole& whole, Strictness strictness, Scope scope, Verdict& verdict)
         : truth_(truth), whole_(whole), strictness_(strictness), scope_(scope), verdict_(verdict) {}
 
+    /// Places whose order is said to be uncertain.
+    void Guessed(std::set<std::string> places) { guessed_ = std::move(places); }
     /// `place`: within it a reader promises order.
     void Add(const Claim& claim, const std::string& place);
     /// After the last one.
@@ -80,6 +82,7 @@ class Claims {
     Scope scope_;
     Verdict& verdict_;
     std::map<std::pair<std::string, int>, Latest> latest_;
+    std::set<std::string> guessed_;
     std::set<std::uint64_t> told_;
     std::map<std::size_t, std::set<int>> processes_; ///< the true ones of each number
     std::map<std::size_t, std::set<int>> boots_;
