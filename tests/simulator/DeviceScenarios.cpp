@@ -85,7 +85,8 @@ void RestartOrBoot(World& world) {
     if (random.OneIn(2)) {
         world.device.Pass(random.Between(kMillisecond, random.OneOf({3 * kSecond, kHour})));
     } else {
-        world.device.Reboot(random.Between(kSecond, random.OneOf({kMinute, 5 * kHour})), !random.OneIn(4));
+        const std::int64_t downTime = random.Between(kSecond, random.OneOf({kMinute, 5 * kHour}));
+        world.device.Reboot(downTime, !random.OneIn(4));
     }
 }
 
@@ -154,7 +155,7 @@ void RingRestarts(World& world) {
 }
 
 void CrashLogs(World& world) {
-    Machine machine(world, world.random.OneIn(2), !world.random.OneIn(3));
+    Machine machine{world, world.random.OneIn(2), !world.random.OneIn(3)};
     Lives lives = LivesOf(machine);
     lives.most = 3;
     lives.mostWrites = 1200;
@@ -165,7 +166,7 @@ void CrashLogs(World& world) {
 
 void Everything(World& world) {
     Random& random = world.random;
-    Machine machine(world, !random.OneIn(3), !random.OneIn(3));
+    Machine machine{world, !random.OneIn(3), !random.OneIn(3)};
     Lives lives = LivesOf(machine);
     lives.settings = {.maximum = random.OneOf({20'000, 45'000, 1 << 20}), .backups = random.Small(0, 1)};
     lives.settings.append = !random.OneIn(4);
