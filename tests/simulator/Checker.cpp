@@ -64,6 +64,15 @@ std::set<std::string> GuessedRings(const NimaPost::Story& story) {
     return places;
 }
 
+void AddDamage(const NimaPost::Findings& findings, const Truth& truth, Strictness strictness,
+               Verdict& verdict) {
+    for (const NimaPost::Finding& finding : findings.damage) {
+        if (!truth.damaged && strictness == Strictness::kEverything) {
+            verdict.Add(Fault::kDamage, std::string(finding.code) + ": " + finding.sentence);
+        }
+    }
+}
+
 void CheckStory(const std::string& folder, const Truth& truth, const Whole& whole, Strictness strictness,
                 Verdict& verdict) {
     const NimaPost::Names names;
@@ -93,12 +102,7 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
         return true;
     });
     claims.Finish();
-    const NimaPost::Findings findings = story.AllDamage();
-    for (const NimaPost::Finding& finding : findings.damage) {
-        if (!truth.damaged && strictness == Strictness::kEverything) {
-            verdict.Add(Fault::kDamage, std::string(finding.code) + ": " + finding.sentence);
-        }
-    }
+    AddDamage(story.AllDamage(), truth, strictness, verdict);
 }
 
 /// As `nima-post log FILE` does, backups included.
@@ -106,10 +110,7 @@ void CheckLog(const std::string& folder, const std::string& name, const Truth& t
               Strictness strictness, Verdict& verdict) {
     NimaPost::LogSet logs;
     logs.Add(folder + "/" + name, true);
-    if (!logs.Unusable().damage.empty()) {
-        verdict.Add(Fault::kUnreadable, logs.Unusable().damage.front().sentence);
-        return;
-    }
+    AddDamage(logs.Unusable(), truth, strictness, verdict);
     logs.Arrange();
     Claims claims(truth, whole, strictness, Scope::kLog, verdict);
     logs.ForEach([&](const LogEntry& entry) {
