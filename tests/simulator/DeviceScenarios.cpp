@@ -34,7 +34,13 @@ class Machine {
             host.process.Writes(rings_->LayOut(host.process), world_.random.Small(1, 4));
         }
     }
+    /// In the middle of a record, as often as not.
     void Kill(Host& host) {
+        const bool midway = trace_ && world_.random.OneIn(2);
+        for (int i = 0; midway && i < 200 && !trace_->IsWriting(host.process); ++i) {
+            world_.device.Pass(world_.random.Between(500, kMillisecond));
+            host.process.Act();
+        }
         host.Kill();
         if (trace_ && trace_->Kill(host.process)) {
             world_.truth.damaged = true;
@@ -123,6 +129,13 @@ void TraceRestarts(World& world) {
     LiveAndFetch(world, machine, lives);
 }
 
+void SharedTrace(World& world) {
+    Machine machine(world, true, false);
+    LiveTogether(world, {.name = "engine.log"}, {.name = "panel.log"},
+                 [&](Host& host) { machine.Equip(host); });
+    machine.Fetch();
+}
+
 namespace {
 
 void RingsAt(World& world, Pace (*pace)(Random& random)) {
@@ -151,6 +164,7 @@ void RingRestarts(World& world) {
     lives.fewest = 2;
     lives.most = 4;
     lives.between = [&] { RestartOrBoot(world); };
+    lives.end = [&](Host& host) { world.random.OneIn(2) ? machine.Kill(host) : host.End(); };
     LiveAndFetch(world, machine, lives);
 }
 

@@ -54,6 +54,26 @@ void Live(World& world, const Lives& lives) {
     }
 }
 
+void LiveTogether(World& world, const LogSettings& first, const LogSettings& second,
+                  const std::function<void(Host&)>& equip) {
+    Random& random = world.random;
+    Host a(world, first);
+    Host b(world, second);
+    if (equip) {
+        equip(a);
+        equip(b);
+    }
+    a.Start();
+    world.device.Pass(random.Below(2 * kSecond));
+    const Pace pace = Pace::Any(random);
+    Work(world, {&a.process}, pace, random.Small(0, 100));
+    b.Start();
+    Work(world, {&a.process, &b.process}, pace, random.Small(100, 1200));
+    a.End();
+    Work(world, {&b.process}, pace, random.Small(1, 100));
+    b.End();
+}
+
 void OneRun(World& world) {
     Live(world, {.settings = {}, .mostWrites = 1500});
 }
@@ -131,37 +151,18 @@ void TornTails(World& world) {
                      }});
 }
 
-namespace {
-
-void TwoHosts(World& world, const LogSettings& first, const LogSettings& second) {
-    Random& random = world.random;
-    Host a(world, first);
-    Host b(world, second);
-    a.Start();
-    world.device.Pass(random.Below(2 * kSecond));
-    const Pace pace = Pace::Any(random);
-    Work(world, {&a.process}, pace, random.Small(0, 100));
-    b.Start();
-    Work(world, {&a.process, &b.process}, pace, random.Small(100, 1200));
-    a.End();
-    Work(world, {&b.process}, pace, random.Small(1, 100));
-    b.End();
-}
-
-} // namespace
-
 void TwoFiles(World& world) {
     Random& random = world.random;
     const LogSettings first{.name = "engine.log", .maximum = random.OneOf({SmallLog(random), 1 << 20})};
     const LogSettings second{
         .name = "panel.log", .maximum = random.OneOf({SmallLog(random), 1 << 20}), .backups = 1};
-    TwoHosts(world, first, second);
+    LiveTogether(world, first, second);
 }
 
 void SharedFile(World& world) {
     const LogSettings both{.maximum = world.random.OneOf({SmallLog(world.random), 1 << 20})};
     world.truth.damaged = true;
-    TwoHosts(world, both, both);
+    LiveTogether(world, both, both);
 }
 
 } // namespace Simulator

@@ -211,10 +211,19 @@ using List = std::vector<Fault>;
 
 } // namespace
 
-class SimulatedLog : public Sandbox {};
+/// Dates are local time.
+class Simulated : public Sandbox {
+  protected:
+    void SetUp() override {
+        Sandbox::SetUp();
+        ::setenv("TZ", "UTC", 1);
+        ::tzset();
+    }
+};
+
+class SimulatedLog : public Simulated {};
 
 TEST_F(SimulatedLog, IsThatOfTheLibraryByteForByte) {
-    ::setenv("TZ", "UTC", 1);
     for (std::uint64_t seed = 1; seed <= 12; ++seed) {
         World world(seed, "twins", Delays::None());
         const LogSettings settings{.name = "twin" + std::to_string(seed) + ".log",
@@ -235,7 +244,7 @@ TEST_F(SimulatedLog, IsThatOfTheLibraryByteForByte) {
     }
 }
 
-class SimulatedMemory : public Sandbox {};
+class SimulatedMemory : public Simulated {};
 
 TEST_F(SimulatedMemory, TheBlockIsThatOfTheLibraryWordForWord) {
     constexpr std::uint32_t kEntries = 1024;
