@@ -6,6 +6,7 @@
 #include "tools/rings/RingSource.h"
 #include "tools/story/Story.h"
 
+#include <algorithm>
 #include <set>
 #include <string>
 
@@ -103,6 +104,13 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
     });
     claims.Finish();
     AddDamage(story.AllDamage(), truth, strictness, verdict);
+    const bool anyTold =
+        std::any_of(story.Files().begin(), story.Files().end(), [](const NimaPost::FolderFile& file) {
+            return !file.findings.damage.empty() || !file.findings.remarks.empty();
+        });
+    if (truth.torn && !anyTold && strictness == Strictness::kEverything) {
+        verdict.Add(Fault::kUntold, "a line was cut");
+    }
 }
 
 /// As `nima-post log FILE` does, backups included.

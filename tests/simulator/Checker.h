@@ -23,6 +23,7 @@ enum class Fault : unsigned char {
     kMissing,    ///< a whole line that is in the files was not told
     kRepeated,   ///< told more than once
     kDamage,     ///< of an undamaged folder
+    kUntold,     ///< a torn line of which no finding tells
     kProcesses,  ///< of two processes made one
     kBoots,      ///< of two boots made one
     kFaults

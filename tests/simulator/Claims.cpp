@@ -29,8 +29,8 @@ bool CanBegin(const std::string& content, std::size_t at, bool inMidLine) {
 
 std::string_view NameOf(Fault fault) {
     constexpr std::array<std::string_view, kFaults> kNames{
-        "unreadable",    "early",   "late",     "set-clock", "exact",   "order",
-        "guessed-order", "missing", "repeated", "damage",    "process", "boot"};
+        "unreadable", "early",    "late",   "set-clock", "exact",   "order", "guessed-order",
+        "missing",    "repeated", "damage", "untold",    "process", "boot"};
     return kNames[static_cast<std::size_t>(fault)];
 }
 
@@ -80,7 +80,8 @@ void Whole::Scan(const std::string& content, const Truth& truth) {
 void Whole::ScanCalibrations(const std::string& content, const Truth& truth) {
     for (const auto& [message, stamp] : truth.calibrations) {
         const std::size_t at = content.find(stamp.header + message + "\r\n");
-        if (at != std::string::npos && CanBegin(content, at, true)) {
+        const bool isOnly = truth.calibrations.count(message) == 1;
+        if (isOnly && at != std::string::npos && CanBegin(content, at, true)) {
             calibrations_.insert(message);
         }
     }
@@ -92,7 +93,7 @@ const Stamp* Claims::TruthOf(const Claim& claim) const {
         return stamp != nullptr && (stamp->kind != Kind::kText || whole_.Has(claim.serial)) ? stamp : nullptr;
     }
     const std::string message(claim.message);
-    const bool known = truth_.calibrations.count(message) == 1 && whole_.HasCalibration(message);
+    const bool known = whole_.Calibrations().count(message) != 0;
     return known ? &truth_.calibrations.find(message)->second : nullptr;
 }
 
@@ -106,6 +107,9 @@ void Claims::Add(const Claim& claim, const std::string& place) {
     where += " of process " + std::to_string(stamp->process);
     if (claim.serial != 0 && !told_.insert(claim.serial).second) {
         verdict_.Add(Fault::kRepeated, where);
+    }
+    if (claim.serial == 0) {
+        toldCalibrations_.insert(std::string(claim.message));
     }
     if (scope_ == Scope::kFolder) {
         Count(claim, *stamp);
@@ -165,13 +169,7 @@ void Claims::CheckOrder(const Stamp& stamp, const std::string& place, const std:
     latest.ofProcess = std::max(latest.ofProcess, stamp.monotonic);
 }
 
-void Claims::Finish() {
-    for (const auto& [process, numbers] : numbers_) {
-        verdict_.splits += numbers.size() > 1;
-    }
-    if (scope_ == Scope::kLog || strictness_ == Strictness::kOnlyExact) {
-        return;
-    }
+void Claims::CheckThatAllCame() {
     for (const auto* expected : {&whole_.Lines(), &whole_.Records()}) {
         for (const std::uint64_t serial : *expected) {
             // A killed writer may have spoilt what another had stored.
@@ -180,6 +178,21 @@ void Claims::Finish() {
             }
         }
     }
+    for (const std::string& calibration : whole_.Calibrations()) {
+        if (toldCalibrations_.count(calibration) == 0) {
+            verdict_.Add(Fault::kMissing, calibration);
+        }
+    }
+}
+
+void Claims::Finish() {
+    for (const auto& [process, numbers] : numbers_) {
+        verdict_.splits += numbers.size() > 1;
+    }
+    if (scope_ == Scope::kLog || strictness_ == Strictness::kOnlyExact) {
+        return;
+    }
+    CheckThatAllCame();
     const auto addJoined = [&](const auto& trueOnes, Fault fault, const char* what) {
         for (const auto& [number, several] : trueOnes) {
             if (several.size() > 1) {

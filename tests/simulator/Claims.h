@@ -37,8 +37,8 @@ class Whole {
     const std::set<std::uint64_t>& Lines() const { return lines_; }
     /// Of the binary trace and the rings.
     const std::set<std::uint64_t>& Records() const { return records_; }
-    /// A calibration line with this message.
-    bool HasCalibration(const std::string& message) const { return calibrations_.count(message) != 0; }
+    /// Messages of calibration lines, which may stand behind torn text.
+    const std::set<std::string>& Calibrations() const { return calibrations_; }
 
   private:
     void Scan(const std::string& content, const Truth& truth);
@@ -70,6 +70,7 @@ class Claims {
     void CheckTime(const Claim& claim, const Stamp& stamp, const std::string& where);
     void CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where);
     void Count(const Claim& claim, const Stamp& stamp);
+    void CheckThatAllCame();
 
     struct Latest {
         std::int64_t ofProcess = INT64_MIN;
@@ -84,6 +85,7 @@ class Claims {
     std::map<std::pair<std::string, int>, Latest> latest_;
     std::set<std::string> guessed_;
     std::set<std::uint64_t> told_;
+    std::set<std::string> toldCalibrations_;
     std::map<std::size_t, std::set<int>> processes_; ///< the true ones of each number
     std::map<std::size_t, std::set<int>> boots_;
     std::map<int, std::set<std::size_t>> numbers_; ///< of each true process

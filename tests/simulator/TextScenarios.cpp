@@ -21,8 +21,11 @@ std::int64_t ClockStep(Random& random) {
 void Tear(World& world, Host& host) {
     const std::size_t buffered = host.log.Buffered();
     const auto kept = buffered == 0 ? 0 : world.random.Between(1, static_cast<std::int64_t>(buffered));
-    world.truth.damaged = true;
     host.Kill(static_cast<std::size_t>(kept));
+    const std::string& content = world.files.Open("device.log")->content;
+    if (content.back() != '\n') {
+        world.truth.damaged = world.truth.torn = true;
+    }
 }
 
 } // namespace

@@ -114,6 +114,8 @@ struct Truth {
     std::multimap<std::string, Stamp> calibrations;
     /// Something in the folder is damaged.
     bool damaged = false;
+    /// A line of a log was cut when its process died.
+    bool torn = false;
     /// How far a calibration line's date was from its stamp, at the most.
     std::int64_t dateDelay = 0;
 

@@ -184,6 +184,10 @@ class Checked : public ::testing::Test {
         for (std::uint64_t serial = 1; serial <= 10; ++serial) {
             claims.push_back(Told(serial, world.truth));
         }
+        for (const auto& [message, stamp] : world.truth.calibrations) {
+            claims.emplace_back().message = message;
+            claims.back().time = stamp.wall;
+        }
     }
 
     std::vector<Fault> Faults(Strictness strictness = Strictness::kEverything) const {
@@ -347,6 +351,7 @@ TEST_F(Checked, PlantedErrorsAreFound) {
               List{Fault::kLate});
     EXPECT_EQ(with([&] { std::swap(claims[1], claims[2]); }), List{Fault::kOrder});
     EXPECT_EQ(with([&] { claims.erase(claims.begin() + 4); }), List{Fault::kMissing});
+    EXPECT_EQ(with([&] { claims.pop_back(); }), List{Fault::kMissing}) << "a calibration line";
     EXPECT_EQ(with([&] { claims.insert(claims.begin() + 4, claims[4]); }), List{Fault::kRepeated});
     EXPECT_EQ(with([&] { claims[7].process = 1; }), List{Fault::kProcesses});
     EXPECT_EQ(with([&] { claims[7].boot = 1; }), List{Fault::kBoots});
