@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced. Seeds for the fuzz targets, and a run of them.
+# Sourced. Seeds for the fuzz targets and a run of them, and a run of the simulator of devices.
 
 fuzz_targets=(systrace ring_segment ring_text text_log queue_file crash_log stack_trace names log_line notification
     live_segments event_record)
@@ -66,4 +66,18 @@ run_fuzzers() {
         fi
     done
     return "$result"
+}
+
+# simulator_stage PROGRAM: folders as devices write them, read as nima-post reads them. The same ones every time, so that
+# a run judges the change and not chance; SIMULATOR_SEED=N takes others. No longer than simulator_seconds on a slow
+# machine. What it finds is printed, and fails the stage once simulator_counts is 1.
+simulator_folders=8000
+simulator_second_set=2000
+simulator_seconds=60
+simulator_counts=0
+simulator_stage() {
+    local seed=${SIMULATOR_SEED:-1} result=0
+    "$1" --set main --seed "$seed" --folders "$simulator_folders" --seconds "$((simulator_seconds * 4 / 5))" || result=1
+    "$1" --set second --seed "$seed" --folders "$simulator_second_set" --seconds "$((simulator_seconds / 5))" || result=1
+    ((result == 0 || simulator_counts == 0))
 }

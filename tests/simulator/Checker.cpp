@@ -3,9 +3,12 @@
 #include "tests/simulator/Claims.h"
 #include "tools/log/LogSet.h"
 #include "tools/names/Names.h"
+#include "tools/rings/RingSource.h"
 #include "tools/story/Story.h"
 
 #include <algorithm>
+#include <set>
+#include <string>
 
 namespace Simulator {
 
@@ -43,6 +46,34 @@ std::string BaseOf(const std::string& name) {
     return name.substr(0, name.find(".log"));
 }
 
+/// Rings have an order each, and so has every file.
+std::string PlaceOf(const NimaPost::Story& story, std::size_t file, std::string_view ring) {
+    return story.Files()[file].name + " " + std::string(ring);
+}
+
+std::set<std::string> GuessedRings(const NimaPost::Story& story) {
+    std::set<std::string> places;
+    if (const auto* source = story.Find<NimaPost::RingSource>()) {
+        for (const auto& [file, placed] : source->All()) {
+            for (const NimaPost::Ring& ring : placed.set.rings) {
+                if (ring.seam == NimaPost::Seam::kUncertain) {
+                    places.insert(PlaceOf(story, file, ring.name));
+                }
+            }
+        }
+    }
+    return places;
+}
+
+void AddDamage(const NimaPost::Findings& findings, const Truth& truth, Strictness strictness,
+               Verdict& verdict) {
+    for (const NimaPost::Finding& finding : findings.damage) {
+        if (!truth.damaged && strictness == Strictness::kEverything) {
+            verdict.Add(Fault::kDamage, std::string(finding.code) + ": " + finding.sentence);
+        }
+    }
+}
+
 void CheckStory(const std::string& folder, const Truth& truth, const Whole& whole, Strictness strictness,
                 Verdict& verdict) {
     const NimaPost::Names names;
@@ -53,6 +84,7 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
         return;
     }
     Claims claims(truth, whole, strictness, Scope::kFolder, verdict);
+    claims.Guessed(GuessedRings(story));
     story.ForEach([&](const TimelineEvent& event) {
         Claim claim = ClaimOf(event.certainty);
         claim.time = story.Time().HasWall() ? event.time : std::nullopt;
@@ -63,19 +95,21 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
             claim.serial = SerialOf(event.text);
             claims.Add(claim, BaseOf(story.Files()[event.file].name));
         } else if (event.kind != EventKind::kRecord && !event.arguments.empty() && event.mark.empty()) {
-            // Rings have an order each, and so has every file. What is marked as torn bears any number.
+            // What is marked as torn bears any number.
             claim.serial = event.arguments[0];
-            claims.Add(claim, story.Files()[event.file].name + " " +
-                                  std::string(event.kind == EventKind::kRing ? event.name : ""));
+            const bool isRing = event.kind == EventKind::kRing;
+            claims.Add(claim, PlaceOf(story, event.file, isRing ? event.name : std::string_view()));
         }
         return true;
     });
     claims.Finish();
-    const NimaPost::Findings findings = story.AllDamage();
-    for (const NimaPost::Finding& finding : findings.damage) {
-        if (!truth.damaged && strictness == Strictness::kEverything) {
-            verdict.Add(Fault::kDamage, std::string(finding.code) + ": " + finding.sentence);
-        }
+    AddDamage(story.AllDamage(), truth, strictness, verdict);
+    const bool anyTold =
+        std::any_of(story.Files().begin(), story.Files().end(), [](const NimaPost::FolderFile& file) {
+            return !file.findings.damage.empty() || !file.findings.remarks.empty();
+        });
+    if (truth.torn && !anyTold && strictness == Strictness::kEverything) {
+        verdict.Add(Fault::kUntold, "a line was cut");
     }
 }
 
@@ -84,10 +118,7 @@ void CheckLog(const std::string& folder, const std::string& name, const Truth& t
               Strictness strictness, Verdict& verdict) {
     NimaPost::LogSet logs;
     logs.Add(folder + "/" + name, true);
-    if (!logs.Unusable().damage.empty()) {
-        verdict.Add(Fault::kUnreadable, logs.Unusable().damage.front().sentence);
-        return;
-    }
+    AddDamage(logs.Unusable(), truth, strictness, verdict);
     logs.Arrange();
     Claims claims(truth, whole, strictness, Scope::kLog, verdict);
     logs.ForEach([&](const LogEntry& entry) {

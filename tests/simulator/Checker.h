@@ -19,9 +19,11 @@ enum class Fault : unsigned char {
     kSetClock,   ///< so, but true by the clock as it was before it was set
     kExact,      ///< called exact, and not
     kOrder,      ///< of one process's records
+    kGuess,      ///< order as well, but the reader says that it is not certain: no failure
     kMissing,    ///< a whole line that is in the files was not told
     kRepeated,   ///< told more than once
     kDamage,     ///< of an undamaged folder
+    kUntold,     ///< a torn line of which no finding tells
     kProcesses,  ///< of two processes made one
     kBoots,      ///< of two boots made one
     kFaults

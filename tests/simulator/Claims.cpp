@@ -28,14 +28,19 @@ bool CanBegin(const std::string& content, std::size_t at, bool inMidLine) {
 } // namespace
 
 std::string_view NameOf(Fault fault) {
-    constexpr std::array<std::string_view, kFaults> kNames{"unreadable", "early",   "late",    "set-clock",
-                                                           "exact",      "order",   "missing", "repeated",
-                                                           "damage",     "process", "boot"};
+    constexpr std::array<std::string_view, kFaults> kNames{
+        "unreadable", "early",    "late",   "set-clock", "exact",   "order", "guessed-order",
+        "missing",    "repeated", "damage", "untold",    "process", "boot"};
     return kNames[static_cast<std::size_t>(fault)];
 }
 
 bool Verdict::Failed() const {
-    return std::any_of(counts.begin(), counts.end(), [](std::uint64_t count) { return count > 0; });
+    for (std::size_t i = 0; i < kFaults; ++i) {
+        if (counts[i] > 0 && static_cast<Fault>(i) != Fault::kGuess) {
+            return true;
+        }
+    }
+    return false;
 }
 
 void Verdict::Add(Fault fault, const std::string& detail) {
@@ -75,7 +80,8 @@ void Whole::Scan(const std::string& content, const Truth& truth) {
 void Whole::ScanCalibrations(const std::string& content, const Truth& truth) {
     for (const auto& [message, stamp] : truth.calibrations) {
         const std::size_t at = content.find(stamp.header + message + "\r\n");
-        if (at != std::string::npos && CanBegin(content, at, true)) {
+        const bool isOnly = truth.calibrations.count(message) == 1;
+        if (isOnly && at != std::string::npos && CanBegin(content, at, true)) {
             calibrations_.insert(message);
         }
     }
@@ -87,7 +93,7 @@ const Stamp* Claims::TruthOf(const Claim& claim) const {
         return stamp != nullptr && (stamp->kind != Kind::kText || whole_.Has(claim.serial)) ? stamp : nullptr;
     }
     const std::string message(claim.message);
-    const bool known = truth_.calibrations.count(message) == 1 && whole_.HasCalibration(message);
+    const bool known = whole_.Calibrations().count(message) != 0;
     return known ? &truth_.calibrations.find(message)->second : nullptr;
 }
 
@@ -101,6 +107,9 @@ void Claims::Add(const Claim& claim, const std::string& place) {
     where += " of process " + std::to_string(stamp->process);
     if (claim.serial != 0 && !told_.insert(claim.serial).second) {
         verdict_.Add(Fault::kRepeated, where);
+    }
+    if (claim.serial == 0) {
+        toldCalibrations_.insert(std::string(claim.message));
     }
     if (scope_ == Scope::kFolder) {
         Count(claim, *stamp);
@@ -155,10 +164,26 @@ void Claims::CheckOrder(const Stamp& stamp, const std::string& place, const std:
     Latest& latest = latest_[{place, stamp.process}];
     std::int64_t& ofThread = latest.ofThread.try_emplace(stamp.thread, INT64_MIN).first->second;
     if (stamp.monotonic < ofThread || stamp.monotonic + kStoreDelay < latest.ofProcess) {
-        verdict_.Add(Fault::kOrder, where + " after later ones");
+        verdict_.Add(guessed_.count(place) != 0 ? Fault::kGuess : Fault::kOrder, where + " after later ones");
     }
     ofThread = std::max(ofThread, stamp.monotonic);
     latest.ofProcess = std::max(latest.ofProcess, stamp.monotonic);
+}
+
+void Claims::CheckThatAllCame() {
+    for (const auto* expected : {&whole_.Lines(), &whole_.Records()}) {
+        for (const std::uint64_t serial : *expected) {
+            // A killed writer may have spoilt what another had stored.
+            if (told_.count(serial) == 0 && (expected != &whole_.Records() || !truth_.damaged)) {
+                verdict_.Add(Fault::kMissing, "#" + std::to_string(serial));
+            }
+        }
+    }
+    for (const std::string& calibration : whole_.Calibrations()) {
+        if (toldCalibrations_.count(calibration) == 0) {
+            verdict_.Add(Fault::kMissing, calibration);
+        }
+    }
 }
 
 void Claims::Finish() {
@@ -168,14 +193,7 @@ void Claims::Finish() {
     if (scope_ == Scope::kLog || strictness_ == Strictness::kOnlyExact) {
         return;
     }
-    for (const auto* expected : {&whole_.Lines(), &whole_.Records()}) {
-        for (const std::uint64_t serial : *expected) {
-            // A killed writer may have spoilt what another had stored.
-            if (told_.count(serial) == 0 && (expected != &whole_.Records() || !truth_.damaged)) {
-                verdict_.Add(Fault::kMissing, "#" + std::to_string(serial));
-            }
-        }
-    }
+    CheckThatAllCame();
     const auto addJoined = [&](const auto& trueOnes, Fault fault, const char* what) {
         for (const auto& [number, several] : trueOnes) {
             if (several.size() > 1) {

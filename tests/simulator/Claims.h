@@ -37,8 +37,8 @@ class Whole {
     const std::set<std::uint64_t>& Lines() const { return lines_; }
     /// Of the binary trace and the rings.
     const std::set<std::uint64_t>& Records() const { return records_; }
-    /// A calibration line with this message.
-    bool HasCalibration(const std::string& message) const { return calibrations_.count(message) != 0; }
+    /// Messages of calibration lines, which may stand behind torn text.
+    const std::set<std::string>& Calibrations() const { return calibrations_; }
 
   private:
     void Scan(const std::string& content, const Truth& truth);
@@ -58,6 +58,8 @@ class Claims {
     Claims(const Truth& truth, const Whole& whole, Strictness strictness, Scope scope, Verdict& verdict)
         : truth_(truth), whole_(whole), strictness_(strictness), scope_(scope), verdict_(verdict) {}
 
+    /// Places whose order is said to be uncertain.
+    void Guessed(std::set<std::string> places) { guessed_ = std::move(places); }
     /// `place`: within it a reader promises order.
     void Add(const Claim& claim, const std::string& place);
     /// After the last one.
@@ -68,6 +70,7 @@ class Claims {
     void CheckTime(const Claim& claim, const Stamp& stamp, const std::string& where);
     void CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where);
     void Count(const Claim& claim, const Stamp& stamp);
+    void CheckThatAllCame();
 
     struct Latest {
         std::int64_t ofProcess = INT64_MIN;
@@ -80,7 +83,9 @@ class Claims {
     Scope scope_;
     Verdict& verdict_;
     std::map<std::pair<std::string, int>, Latest> latest_;
+    std::set<std::string> guessed_;
     std::set<std::uint64_t> told_;
+    std::set<std::string> toldCalibrations_;
     std::map<std::size_t, std::set<int>> processes_; ///< the true ones of each number
     std::map<std::size_t, std::set<int>> boots_;
     std::map<int, std::set<std::size_t>> numbers_; ///< of each true process

@@ -34,7 +34,13 @@ class Machine {
             host.process.Writes(rings_->LayOut(host.process), world_.random.Small(1, 4));
         }
     }
+    /// In the middle of a record, as often as not.
     void Kill(Host& host) {
+        const bool midway = trace_ && world_.random.OneIn(2);
+        for (int i = 0; midway && i < 200 && !trace_->IsWriting(host.process); ++i) {
+            world_.device.Pass(world_.random.Between(500, kMillisecond));
+            host.process.Act();
+        }
         host.Kill();
         if (trace_ && trace_->Kill(host.process)) {
             world_.truth.damaged = true;
@@ -85,7 +91,8 @@ void RestartOrBoot(World& world) {
     if (random.OneIn(2)) {
         world.device.Pass(random.Between(kMillisecond, random.OneOf({3 * kSecond, kHour})));
     } else {
-        world.device.Reboot(random.Between(kSecond, random.OneOf({kMinute, 5 * kHour})), !random.OneIn(4));
+        const std::int64_t downTime = random.Between(kSecond, random.OneOf({kMinute, 5 * kHour}));
+        world.device.Reboot(downTime, !random.OneIn(4));
     }
 }
 
@@ -122,6 +129,13 @@ void TraceRestarts(World& world) {
     LiveAndFetch(world, machine, lives);
 }
 
+void SharedTrace(World& world) {
+    Machine machine(world, true, false);
+    LiveTogether(world, {.name = "engine.log"}, {.name = "panel.log"},
+                 [&](Host& host) { machine.Equip(host); });
+    machine.Fetch();
+}
+
 namespace {
 
 void RingsAt(World& world, Pace (*pace)(Random& random)) {
@@ -150,11 +164,12 @@ void RingRestarts(World& world) {
     lives.fewest = 2;
     lives.most = 4;
     lives.between = [&] { RestartOrBoot(world); };
+    lives.end = [&](Host& host) { world.random.OneIn(2) ? machine.Kill(host) : host.End(); };
     LiveAndFetch(world, machine, lives);
 }
 
 void CrashLogs(World& world) {
-    Machine machine(world, world.random.OneIn(2), !world.random.OneIn(3));
+    Machine machine{world, world.random.OneIn(2), !world.random.OneIn(3)};
     Lives lives = LivesOf(machine);
     lives.most = 3;
     lives.mostWrites = 1200;
@@ -165,7 +180,7 @@ void CrashLogs(World& world) {
 
 void Everything(World& world) {
     Random& random = world.random;
-    Machine machine(world, !random.OneIn(3), !random.OneIn(3));
+    Machine machine{world, !random.OneIn(3), !random.OneIn(3)};
     Lives lives = LivesOf(machine);
     lives.settings = {.maximum = random.OneOf({20'000, 45'000, 1 << 20}), .backups = random.Small(0, 1)};
     lives.settings.append = !random.OneIn(4);

@@ -8,6 +8,7 @@ namespace Simulator {
 void Traces(World& world);
 void TraceKills(World& world);
 void TraceRestarts(World& world);
+void SharedTrace(World& world);
 void Rings(World& world);
 void SlowRings(World& world);
 void RingRestarts(World& world);

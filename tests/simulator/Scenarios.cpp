@@ -25,6 +25,7 @@ constexpr std::array kScenarios{
     Scenario{"traces", Traces, 10},
     Scenario{"trace-kills", TraceKills, 30},
     Scenario{"trace-restarts", TraceRestarts, 30},
+    Scenario{"shared-trace", SharedTrace, 30},
     Scenario{"rings", Rings, 30},
     Scenario{"slow-rings", SlowRings, 500},
     Scenario{"ring-restarts", RingRestarts, 50},

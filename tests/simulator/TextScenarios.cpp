@@ -21,8 +21,11 @@ std::int64_t ClockStep(Random& random) {
 void Tear(World& world, Host& host) {
     const std::size_t buffered = host.log.Buffered();
     const auto kept = buffered == 0 ? 0 : world.random.Between(1, static_cast<std::int64_t>(buffered));
-    world.truth.damaged = true;
     host.Kill(static_cast<std::size_t>(kept));
+    const std::string& content = world.files.Open("device.log")->content;
+    if (content.back() != '\n') {
+        world.truth.damaged = world.truth.torn = true;
+    }
 }
 
 } // namespace
@@ -52,6 +55,26 @@ void Live(World& world, const Lives& lives) {
         }
         lives.end ? lives.end(host) : host.End();
     }
+}
+
+void LiveTogether(World& world, const LogSettings& first, const LogSettings& second,
+                  const std::function<void(Host&)>& equip) {
+    Random& random = world.random;
+    Host a(world, first);
+    Host b(world, second);
+    if (equip) {
+        equip(a);
+        equip(b);
+    }
+    a.Start();
+    world.device.Pass(random.Below(2 * kSecond));
+    const Pace pace = Pace::Any(random);
+    Work(world, {&a.process}, pace, random.Small(0, 100));
+    b.Start();
+    Work(world, {&a.process, &b.process}, pace, random.Small(100, 1200));
+    a.End();
+    Work(world, {&b.process}, pace, random.Small(1, 100));
+    b.End();
 }
 
 void OneRun(World& world) {
@@ -131,37 +154,18 @@ void TornTails(World& world) {
                      }});
 }
 
-namespace {
-
-void TwoHosts(World& world, const LogSettings& first, const LogSettings& second) {
-    Random& random = world.random;
-    Host a(world, first);
-    Host b(world, second);
-    a.Start();
-    world.device.Pass(random.Below(2 * kSecond));
-    const Pace pace = Pace::Any(random);
-    Work(world, {&a.process}, pace, random.Small(0, 100));
-    b.Start();
-    Work(world, {&a.process, &b.process}, pace, random.Small(100, 1200));
-    a.End();
-    Work(world, {&b.process}, pace, random.Small(1, 100));
-    b.End();
-}
-
-} // namespace
-
 void TwoFiles(World& world) {
     Random& random = world.random;
     const LogSettings first{.name = "engine.log", .maximum = random.OneOf({SmallLog(random), 1 << 20})};
     const LogSettings second{
         .name = "panel.log", .maximum = random.OneOf({SmallLog(random), 1 << 20}), .backups = 1};
-    TwoHosts(world, first, second);
+    LiveTogether(world, first, second);
 }
 
 void SharedFile(World& world) {
     const LogSettings both{.maximum = world.random.OneOf({SmallLog(world.random), 1 << 20})};
     world.truth.damaged = true;
-    TwoHosts(world, both, both);
+    LiveTogether(world, both, both);
 }
 
 } // namespace Simulator

@@ -29,6 +29,10 @@ struct Lives {
 
 void Live(World& world, const Lives& lives);
 
+/// Two hosts at the same time, with these settings.
+void LiveTogether(World& world, const LogSettings& first, const LogSettings& second,
+                  const std::function<void(Host&)>& equip = {});
+
 void OneRun(World& world);
 void Rolls(World& world);
 void Rewinds(World& world);

@@ -110,6 +110,11 @@ void TraceBlock::Own(std::uint32_t thread, std::uint32_t event) {
     entries_[Claim()] = {event | SYSTRACE_CONTINUATION, thread};
 }
 
+bool TraceBlock::IsWriting(const Process& process) const {
+    return std::any_of(underWay_.begin(), underWay_.end(),
+                       [&](const DraftOf& draft) { return draft->process == process.Number(); });
+}
+
 bool TraceBlock::Kill(const Process& process) {
     return std::erase_if(underWay_,
                          [&](const DraftOf& draft) { return draft->process == process.Number(); }) > 0;

@@ -24,6 +24,8 @@ class TraceBlock {
     Output Writer(Process& process);
     /// One of the library's own records, without arguments.
     void Own(std::uint32_t thread, std::uint32_t event);
+    /// Whether a record of the process is on its way.
+    bool IsWriting(const Process& process) const;
     /// A process dies. True if it leaves a record half written.
     bool Kill(const Process& process);
 

@@ -18,7 +18,8 @@ constexpr std::int64_t kDay = 24 * kHour;
 } // namespace
 
 Device::Device(Random& random, Delays delays) : random_(random), delays_(delays) {
-    now_ = random_.OneOf({20 * kSecond, 40 * kMinute, 30 * kDay}) + random_.Below(kMinute);
+    now_ = random_.OneOf({20 * kSecond, 40 * kMinute, 30 * kDay});
+    now_ += random_.Below(kMinute);
     offset_ = offsetBefore_ = kYear2026 + random_.Below(300 * kDay) - now_;
     fixedDate_ = random_.OneOf({946'684'800, 1'514'764'800, 1'609'459'200}) * kSecond;
 }

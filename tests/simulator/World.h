@@ -29,7 +29,7 @@ constexpr std::int64_t CounterAt(std::int64_t monotonic) {
 struct Delays {
     std::int64_t longestDate = 4'500 * kMicrosecond;
     std::int64_t oneDateIn = 40; ///< so many calibration lines, one is held up; the others take microseconds
-    std::int64_t longestStore = 95 * kMillisecond;
+    std::int64_t longestStore = 85 * kMillisecond; ///< and a calibration meanwhile
     std::int64_t oneStoreIn = 25;
 
     static Delays Main() { return {}; }
@@ -114,6 +114,8 @@ struct Truth {
     std::multimap<std::string, Stamp> calibrations;
     /// Something in the folder is damaged.
     bool damaged = false;
+    /// A line of a log was cut when its process died.
+    bool torn = false;
     /// How far a calibration line's date was from its stamp, at the most.
     std::int64_t dateDelay = 0;
 

@@ -9,8 +9,9 @@
 /// everything that is said must be true. In the second set they do not; then only what is called exact must
 /// be so. With --keep a folder that fails stays in DIR, with its truth beside it. A table tells, for each
 /// scenario, how many folders failed and of what, and for how large a share of lines, and of records without
-/// dates, the bounds are closer than a second. Exit status: 1 if more folders of a scenario failed than it
-/// tolerates, 2 for wrong options.
+/// dates, the bounds are closer than a second, how many of them bear a process's number, and how often a
+/// process has several. Exit status: 1 if more folders of a scenario failed than it tolerates, 2 for wrong
+/// options.
 
 #include "tests/simulator/Checker.h"
 #include "tests/simulator/Scenarios.h"
@@ -149,19 +150,19 @@ Verdict RunFolder(const Options& options, const Scenario& scenario, std::uint64_
     return verdict;
 }
 
-void PrintShare(const Verdict::Share& share) {
-    if (share.all == 0) {
-        std::printf("%8s", "-");
+void PrintShare(std::uint64_t part, std::uint64_t all) {
+    if (all == 0) {
+        std::printf(" %8s", "-");
     } else {
-        std::printf("%7.1f%%", 100.0 * static_cast<double>(share.bounded) / static_cast<double>(share.all));
+        std::printf(" %7.1f%%", 100.0 * static_cast<double>(part) / static_cast<double>(all));
     }
 }
 
 /// Returns whether all is within what is tolerated.
 bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tally>& tallies, bool main) {
     bool fine = true;
-    std::printf("%-20s %7s %6s %9s %7s %7s %6s  %s\n", "scenario", "folders", "failed", "tolerated", "lines",
-                "records", "splits", "folders with");
+    std::printf("%-20s %7s %6s %9s %8s %8s %8s %6s  %s\n", "scenario", "folders", "failed", "tolerated",
+                "lines", "records", "numbered", "splits", "folders with");
     for (std::size_t i = 0; i < scenarios.size(); ++i) {
         const Tally& tally = tallies[i];
         const auto share = static_cast<std::uint64_t>(main ? scenarios[i]->toleratedPerMille
@@ -173,8 +174,9 @@ bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tall
                     static_cast<unsigned long long>(tally.folders),
                     static_cast<unsigned long long>(tally.failed),
                     static_cast<unsigned long long>(tolerated));
-        PrintShare(tally.lines);
-        PrintShare(tally.records);
+        PrintShare(tally.lines.bounded, tally.lines.all);
+        PrintShare(tally.records.bounded, tally.records.all);
+        PrintShare(tally.lines.inProcess + tally.records.inProcess, tally.lines.all + tally.records.all);
         std::printf(" %6llu ", static_cast<unsigned long long>(tally.splits));
         for (std::size_t fault = 0; fault < kFaults; ++fault) {
             if (tally.foldersWith[fault] > 0) {

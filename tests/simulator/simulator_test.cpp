@@ -1,12 +1,17 @@
 /// The simulator itself: its text log writes what the library writes, and its checker finds what is not true.
 
+#include "Diagnostics/RealTime/SysTraceBuffer.h"
+#include "catalogue/Rings.h"
 #include "platform/Handles.h"
 #include "tests/simulator/Claims.h"
+#include "tests/simulator/CrashFiles.h"
 #include "tests/simulator/Host.h"
 #include "tests/simulator/Scenarios.h"
+#include "tests/simulator/TraceBlock.h"
 #include "tests/support/Sandbox.h"
 
 #include <algorithm>
+#include <cstring>
 #include <ctime>
 #include <map>
 #include <string>
@@ -15,6 +20,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <Diagnostics/RingBufferApi.h>
 #include <Diagnostics/RollingLogFile.h>
 
 namespace {
@@ -49,6 +55,7 @@ namespace {
 
 using namespace Nima::Testing;
 using Nima::Common::System::OS::Diagnostics::CRollingLogFile;
+using Nima::Common::System::OS::Diagnostics::SysTraceBuffer;
 
 unsigned char* Bytes(std::string& text) {
     return reinterpret_cast<unsigned char*>(text.data());
@@ -177,6 +184,10 @@ class Checked : public ::testing::Test {
         for (std::uint64_t serial = 1; serial <= 10; ++serial) {
             claims.push_back(Told(serial, world.truth));
         }
+        for (const auto& [message, stamp] : world.truth.calibrations) {
+            claims.emplace_back().message = message;
+            claims.back().time = stamp.wall;
+        }
     }
 
     std::vector<Fault> Faults(Strictness strictness = Strictness::kEverything) const {
@@ -204,10 +215,19 @@ using List = std::vector<Fault>;
 
 } // namespace
 
-class SimulatedLog : public Sandbox {};
+/// Dates are local time.
+class Simulated : public Sandbox {
+  protected:
+    void SetUp() override {
+        Sandbox::SetUp();
+        ::setenv("TZ", "UTC", 1);
+        ::tzset();
+    }
+};
+
+class SimulatedLog : public Simulated {};
 
 TEST_F(SimulatedLog, IsThatOfTheLibraryByteForByte) {
-    ::setenv("TZ", "UTC", 1);
     for (std::uint64_t seed = 1; seed <= 12; ++seed) {
         World world(seed, "twins", Delays::None());
         const LogSettings settings{.name = "twin" + std::to_string(seed) + ".log",
@@ -226,6 +246,68 @@ TEST_F(SimulatedLog, IsThatOfTheLibraryByteForByte) {
         }
         EXPECT_EQ(real, ContentOf(world.files)) << "seed " << seed;
     }
+}
+
+class SimulatedMemory : public Simulated {};
+
+TEST_F(SimulatedMemory, TheBlockIsThatOfTheLibraryWordForWord) {
+    constexpr std::uint32_t kEntries = 1024;
+    World world(1, "block", Delays::None());
+    TraceBlock block(world, kEntries);
+    const auto compare = [&](const std::vector<std::uint32_t>& memory) {
+        block.StoreSegment();
+        const std::string& content = world.files.Open("SysTrace Buffer")->content;
+        EXPECT_EQ(std::memcmp(content.data(), memory.data(), memory.size() * sizeof(memory[0])), 0);
+    };
+    std::vector<std::uint32_t> memory(SYSTRACE_HEADER_SIZE / 4 + kEntries * 2);
+    g_Device = &world.device;
+    SysTraceBuffer real(reinterpret_cast<unsigned char*>(memory.data()), static_cast<long>(memory.size() * 4),
+                        false);
+    compare(memory);
+    for (std::uint32_t i = 0; i < 700; ++i) { // and round
+        world.device.Pass(world.random.Between(1, kSecond));
+        real.Record(0x00400000 + i);
+        block.Own(CurrentThreadId(), 0x00400000 + i);
+        if (i == 300) {
+            compare(memory);
+        }
+    }
+    g_Device = nullptr;
+    compare(memory);
+}
+
+TEST_F(SimulatedMemory, RingsAreThoseOfTheLibraryByteForByte) {
+    World world(1, "rings", Delays::None());
+    RingSegment rings(world);
+    Process process(world);
+    process.Writes(rings.LayOut(process));
+    Work(world, {&process}, Pace::Busy(world.random), 300);
+    rings.StoreSegment();
+    std::string expected = world.files.Open("System Ring Buffers")->content;
+    InGoodChild([&] {
+        g_Device = &world.device;
+        const char* records = expected.data() + RING_DIRECTORY_SIZE;
+        for (int ring = 0; ring < RING_COUNT; ++ring) {
+            TRACE_RING_HANDLE handle = nullptr;
+            ASSERT_EQ(GetTraceRingBuffer(ring, &handle), 0);
+            const auto entries = Nima::Catalogue::kRings[static_cast<std::size_t>(ring)].entries;
+            for (std::uint32_t i = 0; ring + 1 < RING_COUNT && i < entries;
+                 ++i, records += RING_RECORD_SIZE) {
+                RingBufferData record{};
+                std::memcpy(&record, records, sizeof(record));
+                if (record.timestamp != 0) {
+                    ASSERT_EQ(WriteDataToRingBuffer(handle, &record), 0);
+                }
+            }
+        }
+        DumpRingBuffersUnformatted(L"rings.txt", 0);
+    });
+    std::string real = ReadFile("System Ring Buffers");
+    ASSERT_EQ(real.size(), expected.size());
+    real.replace(0, 4, expected, 0, 4); // the process's identifier
+    EXPECT_TRUE(real == expected);
+    StoreRingDump(world, rings);
+    EXPECT_EQ(ReadFile("rings.txt"), world.files.Open("rings.txt")->content);
 }
 
 TEST(Simulator, WritesTheSameFolderAgainFromTheSameSeed) {
@@ -269,6 +351,7 @@ TEST_F(Checked, PlantedErrorsAreFound) {
               List{Fault::kLate});
     EXPECT_EQ(with([&] { std::swap(claims[1], claims[2]); }), List{Fault::kOrder});
     EXPECT_EQ(with([&] { claims.erase(claims.begin() + 4); }), List{Fault::kMissing});
+    EXPECT_EQ(with([&] { claims.pop_back(); }), List{Fault::kMissing}) << "a calibration line";
     EXPECT_EQ(with([&] { claims.insert(claims.begin() + 4, claims[4]); }), List{Fault::kRepeated});
     EXPECT_EQ(with([&] { claims[7].process = 1; }), List{Fault::kProcesses});
     EXPECT_EQ(with([&] { claims[7].boot = 1; }), List{Fault::kBoots});
