@@ -61,7 +61,8 @@ void LogSet::TakeBackups(const std::string& path) {
         const bool known = std::any_of(sources_.begin(), sources_.end(),
                                        [&](const Source& source) { return source.file.Path() == backup; });
         auto file = known ? std::nullopt : InputFile::Open(backup, ignored);
-        if (file && !Take(*file)) {
+        // A log that was rolled before its first line leaves an empty backup.
+        if (file && file->Size() > 0 && !Take(*file)) {
             AddUnusable(*file);
         }
     }

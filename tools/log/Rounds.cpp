@@ -165,9 +165,8 @@ bool RoundDetector::IsProven() const {
     const bool anyCut =
         std::any_of(torn_.begin(), torn_.end(), [](const Step& step) { return step.cutHeader; });
     const bool early = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kRollTakes;
-    const bool otherSign = (!torn_.empty() && torn_.size() < kMostTorn) ||
-                           std::any_of(widest_.begin(), widest_.end(),
-                                       [&](const Step& step) { return StandsOut(step, widths_.Usual()); });
+    const bool otherSign = std::any_of(torn_.begin(), torn_.end(),
+                                       [&](const Step& step) { return RankOf(step) >= Rank::kUnattached; });
     const bool slow = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kSlowRollTakes && otherSign;
     return anyCut || WasOpenedWhenFull() || (!datesRise_ && (early || slow || EndsAtFirst()));
 }
