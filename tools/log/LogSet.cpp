@@ -125,8 +125,8 @@ std::vector<LogPart> LogSet::Survey(std::size_t index) {
     if (survey.hidesSeam) {
         source.findings.Remark(
             "hidden-seam",
-            "The writer went on at the file's start, but where its newest lines end does not "
-            "show: lines may be older than those in front of them.");
+            "The writer may have gone on at the file's start, and nothing proves where its "
+            "newest lines end: some may be older than those in front of them.");
     }
     if (survey.torn > 0) {
         source.findings.Damage("torn-line", Counted(survey.torn, "line") +

@@ -108,13 +108,14 @@ void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
 Rounds RoundDetector::Judge(std::uint64_t size) const {
     Rounds rounds;
     if (!first_ || !IsProven()) {
+        rounds.hidden = first_ && HoldsARest();
         rounds.newest = {0, size};
         return rounds;
     }
     const std::vector<Seam> seams = Seams(size);
-    // Where the only seam is one of those near the file's end, the newest may be hidden in front of it.
+    // Where the first seam is one of those near the file's end, the newest may be hidden in front of it.
     rounds.hidden = seams.empty() || seams.front().rank < Rank::kUnattached ||
-                    (seams.front().offset + kRoundsDiffer >= size && size > 4 * kRoundsDiffer);
+                    seams.front().offset + kRoundsDiffer >= size;
     std::uint64_t end = size;
     if (!seams.empty() && openingAtEnd_ && *openingAtEnd_ > seams.back().offset) {
         rounds.openings = {*openingAtEnd_, size};
@@ -165,10 +166,13 @@ bool RoundDetector::IsProven() const {
     const bool anyCut =
         std::any_of(torn_.begin(), torn_.end(), [](const Step& step) { return step.cutHeader; });
     const bool early = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kRollTakes;
-    const bool otherSign = std::any_of(torn_.begin(), torn_.end(),
-                                       [&](const Step& step) { return RankOf(step) >= Rank::kUnattached; });
-    const bool slow = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kSlowRollTakes && otherSign;
+    const bool slow = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kSlowRollTakes && HoldsARest();
     return anyCut || WasOpenedWhenFull() || (!datesRise_ && (early || slow || EndsAtFirst()));
+}
+
+bool RoundDetector::HoldsARest() const {
+    return std::any_of(torn_.begin(), torn_.end(),
+                       [&](const Step& step) { return RankOf(step) >= Rank::kUnattached; });
 }
 
 bool RoundDetector::WasOpenedWhenFull() const {

@@ -24,7 +24,7 @@ struct Rounds {
     /// on at its start; empty where there are none or no older rounds to tell from them.
     ByteRange openings;
     ByteRange newest; ///< all of it where there are no older ones
-    /// The writer went on at the file's start, but nothing proves where its newest lines end.
+    /// The writer may have gone on at the file's start, and nothing proves where its newest lines end.
     bool hidden = false;
 };
 
@@ -70,6 +70,10 @@ class RoundDetector {
     /// the calibration line there, by the same thread and stamped a moment before it; after one that was
     /// written at an opening all lines are later.
     bool IsProven() const;
+
+    /// Whether something looks like the rest of a line of which the beginning was overwritten. Raw data
+    /// without a header looks so, too.
+    bool HoldsARest() const;
 
     /// A process that opened the log when it was full left a calibration line at its end, and the one at the
     /// start with its first line.
