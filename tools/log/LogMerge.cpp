@@ -49,10 +49,10 @@ void LogMerge::Advance(Stream& stream) {
     stream.entry = stream.cursor->Entry();
     LogEntry& entry = stream.entry;
     stream.boot = samePart ? stream.boot : BootOf(*entry.part);
-    if (stream.boot != 0) {
+    if (stream.boot != 0 && entry.part->processIsKnown) {
         entry.boot = stream.boot;
     }
-    if (entry.part->process) {
+    if (entry.part->process && entry.part->processIsKnown) {
         entry.process = ProcessOf(entry) + 1;
     }
     // What has no time goes with the line before it.

@@ -110,6 +110,13 @@ class RoundSorter {
         for (const ByteRange& range : rounds.older) {
             Add(PartsOf(file, range));
         }
+        // Processes with the same threads cannot be told apart.
+        for (std::size_t i = 0; i < openings_.size(); ++i) {
+            sharesThreads_ = sharesThreads_ || IsOf(first_, i);
+        }
+        for (LogPart& part : sorted_) {
+            part.processIsKnown = part.calibration || !sharesThreads_;
+        }
         Move(openings_.size());
         Append(newest_, false);
     }
@@ -152,6 +159,7 @@ class RoundSorter {
     std::size_t moved_ = 0; ///< openings that stand in their place
     std::vector<LogPart> newest_;
     std::vector<LogPart> first_; ///< the oldest round
+    bool sharesThreads_ = false; ///< with a process that opened the log later
     std::vector<LogPart> sorted_;
 };
 

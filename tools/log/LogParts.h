@@ -46,6 +46,7 @@ struct LogPart {
     // Where the part stands in the whole.
     PartLink link = PartLink::kOpening;
     std::optional<std::size_t> process; ///< in the log set's processes; empty for the memory queue's file
+    bool processIsKnown = true;         ///< else it may be one of several with the same threads
     std::size_t run = 0;                ///< parts whose times count from one origin
     std::int64_t start = 0;             ///< of its first stamped line, nanoseconds on the run's axis
     std::int64_t queueFirst = 0;        ///< time of the queue's first record
