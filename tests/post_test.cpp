@@ -5,11 +5,14 @@
 #include "tools/Program.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 #include <thread>
 #include <vector>
@@ -86,7 +89,12 @@ class PostMortem : public Sandbox {};
 class Block {
   public:
     Block& Add(std::uint32_t id, std::uint32_t value) {
-        entries_.push_back({id, value});
+        entries_.emplace_back(SysTraceEntry{id, value});
+        return *this;
+    }
+    /// A slot that its writer claimed and never filled.
+    Block& Skip() {
+        entries_.emplace_back();
         return *this;
     }
     Block& Record(std::uint32_t id, std::uint32_t time, const std::vector<std::uint32_t>& rest) {
@@ -110,7 +118,7 @@ class Block {
         header.state = 1;
         std::vector<SysTraceEntry> slots(entryCount);
         for (std::size_t i = 0; i < entries_.size(); ++i) {
-            slots[i % entryCount] = entries_[i];
+            slots[i % entryCount] = entries_[i].value_or(slots[i % entryCount]);
         }
         std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
         bytes.append(reinterpret_cast<const char*>(slots.data()), slots.size() * sizeof(SysTraceEntry));
@@ -118,7 +126,7 @@ class Block {
     }
 
   private:
-    std::vector<SysTraceEntry> entries_;
+    std::vector<std::optional<SysTraceEntry>> entries_;
 };
 
 std::vector<std::uint32_t> Arguments(const Json& record) {
@@ -302,6 +310,68 @@ TEST_F(PostMortem, PutsInterleavedRecordsTogetherAndNeverGuessesAtTornOnes) {
     EXPECT_TRUE(other.Finds("misnamed-event"));
     WriteFile("names", "component 3 Engine\nevent Engine 2 page \"page %s\"\n");
     EXPECT_EQ(Post({"systrace", "block", "--names", "names"}).code, 2);
+}
+
+// The processor leaves a free-running writer in the middle of a record while others fill the whole block.
+TEST_F(PostMortem, FindsNoDamageInAWrappedTraceOfFreeRunningWriters) {
+    InGoodChild([] {
+        SysTraceConfigure();
+        unsigned char* memory = nullptr;
+        GetRTTraceBuffer(&memory);
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> writers;
+        for (std::uint32_t writer = 0; writer < 8; ++writer) {
+            writers.emplace_back([writer, &stop] {
+                for (std::uint32_t i = 0; !stop; ++i) {
+                    RTTrace_2(SYSTRACE_ID(10 + writer, 0, 7), i, writer);
+                }
+            });
+        }
+        const auto wraps = [&] {
+            std::int32_t count = 0;
+            std::memcpy(&count, memory + offsetof(SysTraceHeader, wrapCount), sizeof(count));
+            return count;
+        };
+        while (wraps() < 2) {
+            std::this_thread::yield();
+        }
+        std::array<wchar_t, 16> path{L"trace.bin"};
+        DumpSysTrace(path.data(), 0);
+        stop = true;
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+    });
+    const Result real = Post({"systrace", "trace.bin", "--json", "--last", "1"});
+    EXPECT_EQ(real.code, 0) << real.Parsed()["findings"];
+
+    constexpr std::uint32_t kOften = 0x00C00002;
+    constexpr std::uint32_t kOnce = 0x01000003;
+    const auto wrapped = [&](std::uint32_t apart, std::uint32_t thread) {
+        Block block;
+        std::uint64_t time = 1000;
+        const auto some = [&](int records) {
+            for (int i = 0; i < records; ++i, time += apart) {
+                const auto stamp = static_cast<std::uint32_t>(time % 1'000'000'000 + time / 1'000'000'000);
+                block.Record(kOften, stamp, {7, i % 2 == 0 ? 0x111U : 0x222U});
+            }
+        };
+        some(150);
+        block.Add(kOnce | SYSTRACE_CONTINUATION, 41).Add(kOnce | SYSTRACE_CONTINUATION, thread);
+        some(30);
+        block.Write("wrapped", 256);
+        return Post({"systrace", "wrapped", "--json"});
+    };
+    const Result held = wrapped(10'000, 0x333);
+    EXPECT_EQ(held.code, 0) << held.output;
+    EXPECT_EQ(held.Parsed()["counts"]["cut_off_entries"], 4);
+    EXPECT_EQ(held.Parsed()["counts"]["torn"], 0);
+    // A thread that has written since the wrap, and one that comes after half a minute, had nothing open
+    // there.
+    EXPECT_TRUE(wrapped(10'000, 0x222).Finds("orphan-continuation"));
+    const Result late = wrapped(700'000'000, 0x333);
+    EXPECT_EQ(late.code, 1);
+    EXPECT_EQ(late.Parsed()["counts"]["orphan_entries"], 2);
 }
 
 TEST_F(PostMortem, ReadsFilesThatWereCutAnywhere) {

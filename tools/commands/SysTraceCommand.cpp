@@ -122,6 +122,8 @@ Json CountsJson(const SysTraceFile& trace, std::uint64_t shown) {
             {"entangled", trace.entangled},
             {"orphan_entries", trace.orphans},
             {"never_stored_entries", trace.neverStored},
+            {"stale_entries", trace.stale},
+            {"unfinished_records", trace.unfinished},
             {"cut_off_entries", trace.cutOff}};
 }
 

@@ -120,15 +120,29 @@ void ReadEntries(const InputFile& file, std::uint64_t offset, std::uint32_t coun
 }
 
 void Report(const SysTraceFile& trace, Findings& findings) {
-    if (trace.neverStored > 0) {
-        findings.Damage("never-stored", Counted(trace.neverStored, "claimed entry") + " never stored.");
+    if (trace.neverStored > trace.unfinishedEntries) {
+        findings.Damage(
+            "never-stored",
+            Counted(trace.neverStored - trace.unfinishedEntries, "claimed entry") + " never stored.");
     }
     if (trace.orphans > 0) {
         findings.Damage("orphan-continuation", Counted(trace.orphans, "continuation") + " without a record.");
     }
-    if (trace.torn > 0) {
-        findings.Damage("torn-record", Counted(trace.torn, "torn record") +
+    if (trace.torn > trace.unfinished) {
+        findings.Damage("torn-record", Counted(trace.torn - trace.unfinished, "torn record") +
                                            ": a writer did not finish, or entries are lost.");
+    }
+    if (trace.unfinished + trace.unfinishedEntries > 0) {
+        findings.Remark("unfinished-record",
+                        Counted(trace.unfinished, "record") + " and " +
+                            Counted(trace.unfinishedEntries, "empty entry") +
+                            " at the end: their writers were not done when the dump was taken.");
+    }
+    if (trace.stale > 0) {
+        findings.Remark("stale-entry",
+                        Counted(trace.stale, "continuation") +
+                            " after whole records: left from an older round in slots that were claimed and "
+                            "never filled, or their record was overwritten.");
     }
     if (trace.entangled > 0) {
         findings.Remark(
@@ -144,8 +158,7 @@ void Report(const SysTraceFile& trace, Findings& findings) {
     }
     if (trace.cutOff > 0) {
         findings.Remark("wrapped-start",
-                        Counted(trace.cutOff, "entry") +
-                            " at the front: remains of older records that the wrap has cut.");
+                        Counted(trace.cutOff, "entry") + ": remains of older records that the wrap has cut.");
     }
     if (trace.clockBreaks > 0) {
         findings.Remark("clock-break", "The stamps do not fit one run of the clock in " +

@@ -41,9 +41,14 @@ struct SysTraceFile {
     std::vector<std::uint32_t> values;
 
     std::uint64_t neverStored = 0; ///< claimed entries of two zero words
-    std::uint64_t cutOff = 0;      ///< continuations of a first record that a wrap has cut
+    std::uint64_t cutOff = 0;      ///< continuations of records that a wrap has cut
+    std::uint64_t stale = 0;       ///< continuations of an older round, in slots that were not filled again
     std::uint64_t orphans = 0;     ///< other continuations without a record
     std::uint64_t torn = 0;
+    /// Of the torn records and the entries never stored, those that were being written when the dump was
+    /// taken.
+    std::uint64_t unfinished = 0;
+    std::uint64_t unfinishedEntries = 0;
     std::uint64_t entangled = 0;
     std::uint64_t clockBreaks = 0;
     std::vector<std::uint32_t> misnamed; ///< events to which the dictionary gives another number of arguments
