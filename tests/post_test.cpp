@@ -374,6 +374,39 @@ TEST_F(PostMortem, FindsNoDamageInAWrappedTraceOfFreeRunningWriters) {
     EXPECT_EQ(late.Parsed()["counts"]["orphan_entries"], 2);
 }
 
+// A killed writer leaves what was in its slot: an entry of the round before.
+TEST_F(PostMortem, KeepsARecordWholeThatAnEntryOfAnOlderRoundFollows) {
+    constexpr std::uint32_t kEvent = 0x00800001;
+    constexpr std::uint32_t kOther = 0x00C00002;
+    // Where the writer is killed, the slots still hold an argument and a thread.
+    for (const int skipped : {1, 2}) {
+        Block block;
+        for (std::uint32_t i = 0; i < 41; ++i) {
+            block.Record(kEvent, 1000 + i, {i, i % 2 == 0 ? 0x111U : 0x222U});
+            if (i == 29) {
+                block.Record(kOther, 1030, {1, 2, 0x222}).Record(kOther, 1030, {1, 2, 0x222});
+            }
+        }
+        for (int i = 0; i < skipped; ++i) {
+            block.Skip();
+        }
+        for (std::uint32_t i = 0; i < 5; ++i) {
+            block.Record(kOther, 2000 + i, {i, i, 0x222});
+        }
+        block.Write("stale", 64);
+        const Result result = Post({"systrace", "stale", "--json"});
+        EXPECT_EQ(result.code, 0) << result.output;
+        EXPECT_TRUE(result.Finds("stale-entry"));
+        const Json json = result.Parsed();
+        EXPECT_EQ(json["counts"]["stale_entries"], skipped);
+        EXPECT_EQ(json["counts"]["torn"], 0);
+        const Json last = json["records"][json["records"].size() - 6];
+        EXPECT_EQ(last["state"], "whole");
+        EXPECT_EQ(last["thread"], "0x00000111");
+        EXPECT_EQ(Arguments(last), (std::vector<std::uint32_t>{40}));
+    }
+}
+
 TEST_F(PostMortem, ReadsFilesThatWereCutAnywhere) {
     Block block;
     for (std::uint32_t i = 0; i < 10; ++i) {
