@@ -19,6 +19,7 @@
 
 #include <dlfcn.h>
 #include <nlohmann/json.hpp>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -404,6 +405,78 @@ TEST_F(PostMortem, KeepsARecordWholeThatAnEntryOfAnOlderRoundFollows) {
         EXPECT_EQ(last["state"], "whole");
         EXPECT_EQ(last["thread"], "0x00000111");
         EXPECT_EQ(Arguments(last), (std::vector<std::uint32_t>{40}));
+    }
+}
+
+namespace {
+
+/// What two threads write that take turns, in a process whose stacks lie elsewhere for each `shift`.
+void TraceInTurns(std::size_t shift, std::uint32_t first) {
+    InGoodChild([&] {
+        mmap(nullptr, shift, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        SysTraceConfigure();
+        std::atomic<std::uint32_t> turn{0};
+        std::vector<std::thread> writers;
+        for (std::uint32_t writer = 0; writer < 2; ++writer) {
+            writers.emplace_back([&turn, writer, first] {
+                for (std::uint32_t i = writer; i < 40; i += 2) {
+                    while (turn != i) {
+                        std::this_thread::yield();
+                    }
+                    RTTrace_1(SYSTRACE_ID(9, 0, 3), first + i);
+                    ++turn;
+                }
+            });
+        }
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+    });
+}
+
+} // namespace
+
+TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
+    TraceInTurns(std::size_t{80} << 20, 0);
+    TraceInTurns(std::size_t{160} << 20, 100);
+    const Result two = Post({"systrace", "SysTrace Buffer", "--json", "--component", "9"});
+    ASSERT_EQ(two.code, 0) << two.output;
+    EXPECT_TRUE(two.Finds("process-change"));
+    const Json json = two.Parsed();
+    EXPECT_EQ(json["processes"].size(), 2U);
+    ASSERT_EQ(json["records"].size(), 80U);
+    for (std::uint32_t i = 0; i < 80; ++i) {
+        EXPECT_EQ(json["records"][i]["process"], i < 40 ? 1 : 2);
+        EXPECT_EQ(Arguments(json["records"][i])[0], i < 40 ? i : 60 + i);
+    }
+    EXPECT_NE(Post({"systrace", "SysTrace Buffer"}).output.find("\nprocess 2, boot unknown\n"),
+              std::string::npos);
+
+    // The clock of the second process starts anew: nothing here contradicts itself.
+    constexpr std::uint32_t kEvent = 0x02400003;
+    const auto write = [&](const std::vector<std::vector<std::uint32_t>>& threads,
+                           const std::vector<std::uint32_t>& stamps) {
+        Block block;
+        for (std::size_t phase = 0; phase < threads.size(); ++phase) {
+            for (std::uint32_t i = 0; i < 30; ++i) {
+                block.Record(kEvent, stamps.at(phase) + i * 1000,
+                             {i, threads[phase][i % threads[phase].size()]});
+            }
+        }
+        block.Write("block", 512);
+        return Post({"systrace", "block", "--json"});
+    };
+    const Result reboot = write({{0x10001, 0x10002}, {0x20001, 0x20002}}, {3'000'000'000, 200'000'000});
+    EXPECT_TRUE(reboot.Finds("process-change"));
+    EXPECT_FALSE(reboot.Finds("clock-break"));
+    // Threads that end and start: one goes on, only one is there, or two make room for one.
+    using Phases = std::vector<std::vector<std::uint32_t>>;
+    for (const Phases& threads :
+         {Phases{{0x10001, 0x10002}, {0x10001, 0x10003}}, Phases{{0x10001}, {0x10002}},
+          Phases{{0x10001, 0x10002}, {0x10003}}, Phases{{0x10001}, {0x10002, 0x10003}}}) {
+        const Result one = write(threads, {1000, 40'000});
+        EXPECT_FALSE(one.Finds("process-change")) << one.output;
+        EXPECT_EQ(one.Parsed()["processes"].size(), 1U);
     }
 }
 

@@ -127,6 +127,15 @@ Json CountsJson(const SysTraceFile& trace, std::uint64_t shown) {
             {"cut_off_entries", trace.cutOff}};
 }
 
+Json ProcessesJson(const SysTraceFile& trace) {
+    Json processes = Json::array();
+    for (std::size_t i = 0; i < trace.stretches.size() && !trace.records.empty(); ++i) {
+        processes.push_back(
+            {{"process", i + 1}, {"boot", Json()}, {"first_slot", trace.records[trace.stretches[i]].slot}});
+    }
+    return processes;
+}
+
 /// The indices of the records to show.
 std::vector<std::uint32_t> Select(const SysTraceFile& trace, const Filter& filter,
                                   std::optional<std::uint64_t> last) {
@@ -155,8 +164,14 @@ void PrintText(Context& context, const SysTraceFile& trace, const std::vector<st
     PrintFindings(context, findings);
     out.Line(Counted(trace.records.size(), "record") + ", " + std::to_string(selected.size()) +
              " shown; seconds since the first record, at the least");
+    std::size_t stretch = 0;
     for (const std::uint32_t index : selected) {
-        PrintRecord(out, trace, trace.records[index], names);
+        const SysTraceRecord& record = trace.records[index];
+        if (trace.stretches.size() > 1 && stretch != record.stretch + 1U) {
+            stretch = record.stretch + 1U;
+            out.Line("process " + std::to_string(stretch) + ", boot unknown");
+        }
+        PrintRecord(out, trace, record, names);
     }
 }
 
@@ -168,6 +183,7 @@ void PrintJson(Output& out, const Options& options, const SysTraceFile& trace,
     document.Member("bytes", trace.bytes);
     document.Member("header", HeaderJson(trace, names));
     document.Member("counts", CountsJson(trace, selected.size()));
+    document.Member("processes", ProcessesJson(trace));
     document.Member("findings", FindingsJson(findings));
     document.BeginArray("records");
     for (const std::uint32_t index : selected) {

@@ -1,11 +1,10 @@
 #include "tools/systrace/Assembler.h"
 
-#include "tools/base/CounterClock.h"
 #include "tools/systrace/Drafts.h"
 #include "tools/systrace/Judgement.h"
+#include "tools/systrace/Stretches.h"
 
 #include <algorithm>
-#include <optional>
 
 namespace NimaPost {
 
@@ -21,27 +20,13 @@ void TakeThreads(SysTraceFile& trace) {
     }
 }
 
-void RecoverTimes(SysTraceFile& trace) {
-    // Processes share the block, and their main threads may share an identifier.
-    CounterClock clock({kSecond / 10, kSecond / 1000});
-    for (SysTraceRecord& record : trace.records) {
-        // A record without any value may be an entry of the previous round that nobody has overwritten.
-        if (record.state == RecordState::kTorn && record.values == 0 && clock.Started()) {
-            record.elapsed = clock.Near(record.stamp);
-        } else {
-            record.elapsed =
-                clock.Next(record.stamp, record.hasThread ? std::optional(record.thread) : std::nullopt);
-        }
-    }
-    trace.clockBreaks = clock.Breaks();
-}
-
 /// A dump is taken while others write: what they had begun lacks its end.
 void CountUnfinished(SysTraceFile& trace, const Drafts& drafts, const std::vector<std::uint32_t>& lacking) {
     if (!trace.isDump || trace.records.empty()) {
         return;
     }
-    const std::int64_t since = trace.records.back().elapsed - kLongestHold;
+    const std::int64_t since =
+        std::max(trace.records.back().elapsed - kLongestHold, trace.records[trace.stretches.back()].elapsed);
     const auto first = std::find_if(trace.records.begin(), trace.records.end(),
                                     [&](const SysTraceRecord& record) { return record.elapsed >= since; });
     const auto index = static_cast<std::uint32_t>(first - trace.records.begin());
@@ -61,6 +46,7 @@ void AssembleSysTrace(SysTraceFile& trace, const ClaimedEntries& claimed, const 
     if (drafts.ThreadEntries()) {
         TakeThreads(trace);
     }
+    PartProcesses(trace);
     RecoverTimes(trace);
     CountUnfinished(trace, drafts, lacking);
 }

@@ -119,7 +119,25 @@ void ReadEntries(const InputFile& file, std::uint64_t offset, std::uint32_t coun
     }
 }
 
+void ReportProcesses(const SysTraceFile& trace, Findings& findings) {
+    constexpr std::size_t kMostNamed = 8;
+    if (trace.stretches.size() < 2) {
+        return;
+    }
+    std::string slots;
+    for (std::size_t i = 1; i < trace.stretches.size() && i <= kMostNamed; ++i) {
+        slots += (i > 1 ? ", " : "") + std::to_string(trace.records[trace.stretches[i]].slot);
+    }
+    slots += trace.stretches.size() > kMostNamed + 1 ? " and others" : "";
+    findings.Remark("process-change",
+                    std::to_string(trace.stretches.size()) +
+                        " processes wrote one after the other: every thread changes in front of slot " +
+                        slots +
+                        ". Whether the device started anew there, and how long it took, nothing here tells.");
+}
+
 void Report(const SysTraceFile& trace, Findings& findings) {
+    ReportProcesses(trace, findings);
     if (trace.neverStored > trace.unfinishedEntries) {
         findings.Damage(
             "never-stored",

@@ -2,7 +2,7 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/names/Names.h"
-#include "tools/systrace/Assembler.h"
+#include "tools/systrace/ClaimedEntries.h"
 #include "tools/systrace/SysTrace.h"
 
 #include <cstdint>
