@@ -7,6 +7,7 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -477,6 +478,49 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
         const Result one = write(threads, {1000, 40'000});
         EXPECT_FALSE(one.Finds("process-change")) << one.output;
         EXPECT_EQ(one.Parsed()["processes"].size(), 1U);
+    }
+}
+
+TEST_F(PostMortem, SaysThatADumpThatWasKilledHasSwitchedTracingOff) {
+    const int status = InChild([] {
+        SysTraceConfigure();
+        RTTrace_1(SYSTRACE_ID(9, 0, 3), 1);
+        DumpSysTraceEx([](const char*, int, int*, void*) { return ::raise(SIGKILL); }, nullptr);
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    const auto shows = [](const Result& result, const std::string& words) {
+        return result.output.find(words) != std::string::npos;
+    };
+    const Result segment = Post({"systrace", "SysTrace Buffer", "--json"});
+    EXPECT_EQ(segment.code, 0);
+    EXPECT_TRUE(segment.Finds("filter-cleared"));
+    EXPECT_EQ(segment.Parsed()["header"]["tracing"], "suspended");
+    EXPECT_TRUE(shows(Post({"systrace", "SysTrace Buffer"}),
+                      "1 (nothing is traced, a dump that runs or was killed has cleared the filter)"));
+    EXPECT_TRUE(shows(Post({"watch", "--count", "1"}), "SysTrace  nothing is traced, a dump that runs"));
+
+    // The next dump saves the cleared filter: what there was is lost.
+    InGoodChild([] {
+        std::array<wchar_t, 16> path{L"trace.bin"};
+        DumpSysTrace(path.data(), 0);
+    });
+    for (const char* file : {"trace.bin", "SysTrace Buffer"}) {
+        const Result off = Post({"systrace", file, "--json"});
+        EXPECT_TRUE(off.Finds("filter-cleared"));
+        EXPECT_EQ(off.Parsed()["header"]["tracing"], "off");
+        EXPECT_TRUE(shows(Post({"systrace", file}), "1 (nothing is traced, the filter is cleared)"));
+    }
+    EXPECT_TRUE(shows(Post({"watch", "--count", "1"}), "SysTrace  nothing is traced, the filter is cleared"));
+    InGoodChild([] {
+        SysTraceConfigure();
+        SysTraceSetAllLevel(0, true);
+        std::array<wchar_t, 16> path{L"trace.bin"};
+        DumpSysTrace(path.data(), 0);
+    });
+    for (const char* file : {"trace.bin", "SysTrace Buffer"}) {
+        const Result on = Post({"systrace", file, "--json"});
+        EXPECT_FALSE(on.Finds("filter-cleared"));
+        EXPECT_EQ(on.Parsed()["header"]["tracing"], "on");
     }
 }
 

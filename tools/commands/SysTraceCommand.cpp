@@ -71,7 +71,7 @@ void PrintHeader(Output& out, const SysTraceFile& trace, const Names& names) {
              Counted(trace.bytes, "byte"));
     out.Line("  version       " + std::to_string(header.version));
     out.Line("  state         " + std::to_string(header.state) + " (" +
-             std::string(CaptureStateName(header.state)) + "), saved " + std::to_string(header.savedState) +
+             CaptureInWords(header, trace.isDump) + "), saved " + std::to_string(header.savedState) +
              " (" + std::string(CaptureStateName(header.savedState)) + ")");
     out.Line("  entries       " + std::to_string(trace.entryCount) + " of 8 bytes, " +
              std::to_string(trace.entriesRead) + " of them in use, write index " + Hex(header.writeIndex));
@@ -83,7 +83,7 @@ void PrintHeader(Output& out, const SysTraceFile& trace, const Names& names) {
     out.Line("  timer words   " + Hex(header.timerWord1) + " " + Hex(header.timerWord2));
     out.Line("  live filter   " + FilterInWords(header.liveFilter, names));
     out.Line("  saved filter  " + FilterInWords(header.savedFilter, names));
-    if (TakenUnderCapture(header)) {
+    if (trace.isDump && TakenUnderCapture(header)) {
         out.Line("  (a dump moves the live filter to the saved one while it runs)");
     }
 }
@@ -102,6 +102,7 @@ Json HeaderJson(const SysTraceFile& trace, const Names& names) {
     return {{"version", header.version},
             {"state", header.state},
             {"state_name", CaptureStateName(header.state)},
+            {"tracing", TracingName(TracingOf(header, trace.isDump))},
             {"saved_state", header.savedState},
             {"saved_state_name", CaptureStateName(header.savedState)},
             {"entry_count", header.entryCount},

@@ -136,7 +136,22 @@ void ReportProcesses(const SysTraceFile& trace, Findings& findings) {
                         ". Whether the device started anew there, and how long it took, nothing here tells.");
 }
 
+void ReportFilter(const SysTraceFile& trace, Findings& findings) {
+    const Tracing tracing = TracingOf(trace.header, trace.isDump);
+    if (tracing == Tracing::kOn) {
+        return;
+    }
+    const std::string off = "tracing is off for good, until a process switches levels on again";
+    findings.Remark("filter-cleared",
+                    tracing == Tracing::kOff
+                        ? "The filter is cleared, by a dump that was killed or by a process: " + off + "."
+                        : "A dump has cleared the filter and not brought it back. Either it was running at that "
+                          "moment, or it was killed: then " +
+                              off + ".");
+}
+
 void Report(const SysTraceFile& trace, Findings& findings) {
+    ReportFilter(trace, findings);
     ReportProcesses(trace, findings);
     if (trace.neverStored > trace.unfinishedEntries) {
         findings.Damage(
