@@ -596,6 +596,54 @@ TEST_F(PostMortem, ReadsTheRingsFromTheSegmentAndFromBothTexts) {
     EXPECT_EQ(Post({"rings", "cut.txt"}).code, 1);
 }
 
+namespace {
+
+/// A text dump of one ring of 256 records, the oldest at slot 100, that was begun `afterNewest` after the
+/// newest. Times are nanoseconds since the device started.
+void WriteRingDump(const std::string& path, const std::vector<std::int64_t>& times,
+                   std::int64_t afterNewest) {
+    const auto counter = [](std::int64_t time) { return time / 1'000'000'000 + time % 1'000'000'000; };
+    std::string text = "Current Date/Time: 0126-10-24 15:54:50.16413\r\nTicks: " +
+                       std::to_string(counter(times.back() + afterNewest)) +
+                       "\r\nFrequency: 1000000\r\n\r\n\r\nBEGIN RING BUFFER DUMP\r\n\r\n"
+                       "######## Ring Buffer Panel ########\r\n";
+    for (std::size_t slot = 0; slot < 256; ++slot) {
+        const std::size_t number = (slot + 156) % 256;
+        std::array<char, 128> line{};
+        std::snprintf(line.data(), line.size(), "%019lld 0x%08x 0x%08x : 0x%08x 0x%08x 0x%08x 0x%08x\r\n",
+                      static_cast<long long>(counter(times.at(number))), 0x111U, 5U,
+                      static_cast<unsigned>(number), 2U, 3U, 4U);
+        text += line.data();
+    }
+    WriteFile(path, text + "\r\nEND RING BUFFER DUMP\r\n");
+}
+
+} // namespace
+
+// The ring's seam is not its widest step if the dump's head says which record is the newest.
+TEST_F(PostMortem, FindsARingsNewestRecordByTheHeadOfItsDump) {
+    const auto ends = [](std::int64_t step, std::int64_t pause, std::int64_t afterNewest) {
+        std::vector<std::int64_t> times{5'000'000'000};
+        while (times.size() < 256) {
+            times.push_back(times.back() + (times.size() == 101 ? pause : step));
+        }
+        WriteRingDump("rings.txt", times, afterNewest);
+        const Json json = Post({"rings", "rings.txt", "--json"}).Parsed();
+        return std::pair(json["records"].front()["words"][1].get<int>(),
+                         json["records"].back()["words"][1].get<int>());
+    };
+    const std::pair inOrder(0, 255);
+    // A pause of 0.95 s, where the seam's step is 0.5 s.
+    EXPECT_EQ(ends(21'850'000, 950'000'000, 50'000), inOrder);
+    EXPECT_EQ(Post({"rings", "rings.txt", "--json"}).Parsed()["rings"][0]["wrapped"], "probably");
+    // A record written just after the head.
+    EXPECT_EQ(ends(21'850'000, 950'000'000, -200'000), inOrder);
+    // A ring that was idle before the dump: then the head tells nothing, but the steps do.
+    EXPECT_EQ(ends(1'960'000, 1'960'000, 300'000'000), inOrder);
+    // Records that are seconds apart.
+    EXPECT_EQ(ends(1'234'567'890, 2'950'000'000, 20'000), inOrder);
+}
+
 TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
     for (const int padding : {0, 13}) { // Lines of the same length meet at a boundary; others are torn there.
         do {
