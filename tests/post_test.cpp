@@ -3,6 +3,7 @@
 
 #include "tests/support/Sandbox.h"
 #include "tools/Program.h"
+#include "tools/axis/Owners.h"
 
 #include <array>
 #include <atomic>
@@ -411,20 +412,24 @@ TEST_F(PostMortem, KeepsARecordWholeThatAnEntryOfAnOlderRoundFollows) {
 
 namespace {
 
-/// What two threads write that take turns, in a process whose stacks lie elsewhere for each `shift`.
-void TraceInTurns(std::size_t shift, std::uint32_t first) {
+/// What two threads write that take turns, in a process whose stacks lie elsewhere for each `shift`: into the
+/// binary trace and a ring.
+void TraceInTurns(std::size_t shift, std::uint32_t first, std::uint32_t count) {
     InGoodChild([&] {
         mmap(nullptr, shift, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         SysTraceConfigure();
+        TRACE_RING_HANDLE panel = nullptr;
+        GetTraceRingBuffer(10, &panel);
         std::atomic<std::uint32_t> turn{0};
         std::vector<std::thread> writers;
         for (std::uint32_t writer = 0; writer < 2; ++writer) {
-            writers.emplace_back([&turn, writer, first] {
-                for (std::uint32_t i = writer; i < 40; i += 2) {
+            writers.emplace_back([&turn, panel, writer, first, count] {
+                for (std::uint32_t i = writer; i < count; i += 2) {
                     while (turn != i) {
                         std::this_thread::yield();
                     }
                     RTTrace_1(SYSTRACE_ID(9, 0, 3), first + i);
+                    WriteEventToRingBuffer(panel, 0, 5, first + i, 2, 3, 4);
                     ++turn;
                 }
             });
@@ -438,8 +443,8 @@ void TraceInTurns(std::size_t shift, std::uint32_t first) {
 } // namespace
 
 TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
-    TraceInTurns(std::size_t{80} << 20, 0);
-    TraceInTurns(std::size_t{160} << 20, 100);
+    TraceInTurns(std::size_t{80} << 20, 0, 40);
+    TraceInTurns(std::size_t{160} << 20, 100, 40);
     const Result two = Post({"systrace", "SysTrace Buffer", "--json", "--component", "9"});
     ASSERT_EQ(two.code, 0) << two.output;
     EXPECT_TRUE(two.Finds("process-change"));
@@ -479,6 +484,75 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
         EXPECT_FALSE(one.Finds("process-change")) << one.output;
         EXPECT_EQ(one.Parsed()["processes"].size(), 1U);
     }
+}
+
+TEST(Owners, OfRecordsAreTheProcessesThatHaveTheirThreads) {
+    using namespace NimaPost;
+    using Number = std::optional<std::size_t>;
+    Processes processes;
+    ProcessFacts facts;
+    facts.boot = 3;
+    facts.threads = {0x1000, 0x2000, 0x5000};
+    processes.Add(facts);
+    facts.boot = 4;
+    facts.threads = {0x3000, 0x5000};
+    processes.Add(facts);
+    const auto of = [&](const std::set<std::uint32_t>& threads) {
+        ProcessFacts found;
+        found.threads = threads;
+        return Owners(processes, found);
+    };
+    // Threads that trace but write no lines are of the same process, unless they are too far away.
+    const Owners one = of({0x1000, 0x1100, 0xA0000000});
+    EXPECT_EQ(one.ProcessOf(0x1000), Number(1));
+    EXPECT_EQ(one.ProcessOf(0x1100), Number(1));
+    EXPECT_EQ(one.BootOf(0x1100), Number(3));
+    EXPECT_EQ(one.ProcessOf(0xA0000000), Number());
+    // Two processes wrote at the same time; both have had the last thread.
+    const Owners both = of({0x2000, 0x3000, 0x5000, 0x7000});
+    EXPECT_EQ(both.ProcessOf(0x2000), Number(1));
+    EXPECT_EQ(both.ProcessOf(0x3000), Number(2));
+    EXPECT_EQ(both.ProcessOf(0x5000), Number());
+    EXPECT_EQ(both.ProcessOf(0x7000), Number());
+    EXPECT_EQ(both.ProcessOf(std::nullopt), Number());
+    EXPECT_EQ(processes.All().size(), 2U);
+    // A process that no log tells of.
+    const Owners other = of({0x8000, 0x9000});
+    EXPECT_EQ(other.ProcessOf(0x9000), Number(3));
+    EXPECT_EQ(other.BootOf(0x9000), Number());
+    EXPECT_EQ(of({0x9000}).ProcessOf(0x9000), Number(3));
+}
+
+// A process that takes the rings over starts each one at slot 0.
+TEST_F(PostMortem, TellsProcessesApartThatUsedTheRingsOneAfterTheOther) {
+    TraceInTurns(std::size_t{80} << 20, 0, 100);
+    TraceInTurns(std::size_t{160} << 20, 1000, 40);
+    const Result rings = Post({"rings", "System Ring Buffers", "--json"});
+    ASSERT_EQ(rings.code, 0) << rings.output;
+    EXPECT_TRUE(rings.Finds("process-change"));
+    const Json json = rings.Parsed();
+    ASSERT_EQ(json["records"].size(), 100U);
+    EXPECT_EQ(json["processes"].size(), 2U);
+    for (std::uint32_t i = 0; i < 100; ++i) {
+        EXPECT_EQ(json["records"][i]["words"][1], i < 60 ? 40 + i : 940 + i);
+        EXPECT_EQ(json["records"][i]["process"], i < 60 ? 1 : 2);
+    }
+    EXPECT_NE(Post({"rings", "System Ring Buffers"}).output.find("\nprocess 2, boot unknown\n"),
+              std::string::npos);
+
+    // In the folder, both have the same numbers in the trace as in the rings.
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    std::map<std::string, std::set<std::pair<bool, std::size_t>>> seen;
+    const Json trace = Json::parse(ReadFile("out.json"));
+    for (const Json& event : trace["traceEvents"]) {
+        if (event["ph"] == "i") {
+            EXPECT_FALSE(event["args"].contains("boot"));
+            const bool second = std::stoul(event["args"].value("argument 1", "0"), nullptr, 16) >= 1000;
+            seen[event["cat"]].insert({second, event["args"]["process"].get<std::size_t>()});
+        }
+    }
+    EXPECT_EQ(seen["ring"], (std::set<std::pair<bool, std::size_t>>{{false, 1}, {true, 2}}));
+    EXPECT_EQ(seen["binary"], seen["ring"]);
 }
 
 TEST_F(PostMortem, SaysThatADumpThatWasKilledHasSwitchedTracingOff) {
@@ -521,6 +595,43 @@ TEST_F(PostMortem, SaysThatADumpThatWasKilledHasSwitchedTracingOff) {
         const Result on = Post({"systrace", file, "--json"});
         EXPECT_FALSE(on.Finds("filter-cleared"));
         EXPECT_EQ(on.Parsed()["header"]["tracing"], "on");
+    }
+}
+
+namespace {
+
+/// How times were tied.
+std::string TiedBy(const Json& timeline, const std::string& code) {
+    std::string text;
+    for (const Json& finding : timeline["otherData"]["clock"]) {
+        text += finding["code"] == code ? finding["sentence"].get<std::string>() : std::string();
+    }
+    return text;
+}
+
+} // namespace
+
+// The log of a killed process lacks its last lines, while trace and rings are complete.
+TEST_F(PostMortem, SaysThatWhatIsTiedToALogsLastLineMayBeLater) {
+    const int status = InChild([] {
+        TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 0, true);
+        SysTraceConfigure();
+        NimaTrace("Feeder").WriteWarnV("the last line");
+        TRACE_RING_HANDLE panel = nullptr;
+        GetTraceRingBuffer(10, &panel);
+        WriteEventToRingBuffer(panel, 0, 0x51, 1, 2, 3, 4);
+        RTTrace_1(SYSTRACE_ID(9, 0, 3), 0xabc);
+        TraceServices::ShutdownTrace(true);
+        ::raise(SIGKILL);
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    const Json timeline = Json::parse(ReadFile("out.json"));
+    for (const char* code : {"trace-tied", "rings-tied"}) {
+        const std::string text = TiedBy(timeline, code);
+        EXPECT_NE(text.find("the last dated line of the logs"), std::string::npos) << text;
+        EXPECT_NE(text.find("later by any time"), std::string::npos) << text;
+        EXPECT_EQ(text.find("the latest possible"), std::string::npos) << text;
     }
 }
 
@@ -781,6 +892,9 @@ TEST_F(PostMortem, TellsWhatADeadDeviceLeft) {
     std::size_t ring = 0;
     double crashTime = -1;
     double hotTime = -1;
+    // The trace was dumped and the rings were printed for this crash.
+    EXPECT_NE(TiedBy(trace, "rings-tied").find("the latest possible"), std::string::npos);
+    EXPECT_NE(TiedBy(trace, "trace-tied").find("the crash log's"), std::string::npos);
     for (const Json& event : trace["traceEvents"]) {
         const std::string text = event.dump();
         if (event["ph"] != "i") {

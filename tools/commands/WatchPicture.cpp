@@ -172,6 +172,7 @@ Json TraceJson(const WatchTick& tick, const Names& names, std::size_t most) {
     for (const SysTraceRecord& record : last) {
         Json json = RecordJson(look.newest, record, names);
         json.erase("elapsed_ns");
+        json.erase("process");
         json["before_newest_ns"] = record.elapsed - last.back().elapsed;
         records.push_back(std::move(json));
     }

@@ -142,12 +142,13 @@ void ReportFilter(const SysTraceFile& trace, Findings& findings) {
         return;
     }
     const std::string off = "tracing is off for good, until a process switches levels on again";
-    findings.Remark("filter-cleared",
-                    tracing == Tracing::kOff
-                        ? "The filter is cleared, by a dump that was killed or by a process: " + off + "."
-                        : "A dump has cleared the filter and not brought it back. Either it was running at that "
-                          "moment, or it was killed: then " +
-                              off + ".");
+    findings.Remark(
+        "filter-cleared",
+        tracing == Tracing::kOff
+            ? "The filter is cleared, by a dump that was killed or by a process: " + off + "."
+            : "A dump has cleared the filter and not brought it back. Either it was running at that "
+              "moment, or it was killed: then " +
+                  off + ".");
 }
 
 void Report(const SysTraceFile& trace, Findings& findings) {
