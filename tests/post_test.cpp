@@ -3,19 +3,25 @@
 
 #include "tests/support/Sandbox.h"
 #include "tools/Program.h"
+#include "tools/axis/Owners.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <csignal>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 #include <thread>
 #include <vector>
 
 #include <dlfcn.h>
 #include <nlohmann/json.hpp>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -86,7 +92,12 @@ class PostMortem : public Sandbox {};
 class Block {
   public:
     Block& Add(std::uint32_t id, std::uint32_t value) {
-        entries_.push_back({id, value});
+        entries_.emplace_back(SysTraceEntry{id, value});
+        return *this;
+    }
+    /// A slot that its writer claimed and never filled.
+    Block& Skip() {
+        entries_.emplace_back();
         return *this;
     }
     Block& Record(std::uint32_t id, std::uint32_t time, const std::vector<std::uint32_t>& rest) {
@@ -110,7 +121,7 @@ class Block {
         header.state = 1;
         std::vector<SysTraceEntry> slots(entryCount);
         for (std::size_t i = 0; i < entries_.size(); ++i) {
-            slots[i % entryCount] = entries_[i];
+            slots[i % entryCount] = entries_[i].value_or(slots[i % entryCount]);
         }
         std::string bytes(reinterpret_cast<const char*>(&header), sizeof(header));
         bytes.append(reinterpret_cast<const char*>(slots.data()), slots.size() * sizeof(SysTraceEntry));
@@ -118,7 +129,7 @@ class Block {
     }
 
   private:
-    std::vector<SysTraceEntry> entries_;
+    std::vector<std::optional<SysTraceEntry>> entries_;
 };
 
 std::vector<std::uint32_t> Arguments(const Json& record) {
@@ -304,6 +315,326 @@ TEST_F(PostMortem, PutsInterleavedRecordsTogetherAndNeverGuessesAtTornOnes) {
     EXPECT_EQ(Post({"systrace", "block", "--names", "names"}).code, 2);
 }
 
+// The processor leaves a free-running writer in the middle of a record while others fill the whole block.
+TEST_F(PostMortem, FindsNoDamageInAWrappedTraceOfFreeRunningWriters) {
+    InGoodChild([] {
+        SysTraceConfigure();
+        unsigned char* memory = nullptr;
+        GetRTTraceBuffer(&memory);
+        std::atomic<bool> stop{false};
+        std::vector<std::thread> writers;
+        for (std::uint32_t writer = 0; writer < 8; ++writer) {
+            writers.emplace_back([writer, &stop] {
+                for (std::uint32_t i = 0; !stop; ++i) {
+                    RTTrace_2(SYSTRACE_ID(10 + writer, 0, 7), i, writer);
+                }
+            });
+        }
+        const auto wraps = [&] {
+            std::int32_t count = 0;
+            std::memcpy(&count, memory + offsetof(SysTraceHeader, wrapCount), sizeof(count));
+            return count;
+        };
+        while (wraps() < 2) {
+            std::this_thread::yield();
+        }
+        std::array<wchar_t, 16> path{L"trace.bin"};
+        DumpSysTrace(path.data(), 0);
+        stop = true;
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+    });
+    const Result real = Post({"systrace", "trace.bin", "--json", "--last", "1"});
+    EXPECT_EQ(real.code, 0) << real.Parsed()["findings"];
+
+    constexpr std::uint32_t kOften = 0x00C00002;
+    constexpr std::uint32_t kOnce = 0x01000003;
+    const auto wrapped = [&](std::uint32_t apart, std::uint32_t thread) {
+        Block block;
+        std::uint64_t time = 1000;
+        const auto some = [&](int records) {
+            for (int i = 0; i < records; ++i, time += apart) {
+                const auto stamp = static_cast<std::uint32_t>(time % 1'000'000'000 + time / 1'000'000'000);
+                block.Record(kOften, stamp, {7, i % 2 == 0 ? 0x111U : 0x222U});
+            }
+        };
+        some(150);
+        block.Add(kOnce | SYSTRACE_CONTINUATION, 41).Add(kOnce | SYSTRACE_CONTINUATION, thread);
+        some(30);
+        block.Write("wrapped", 256);
+        return Post({"systrace", "wrapped", "--json"});
+    };
+    const Result held = wrapped(10'000, 0x333);
+    EXPECT_EQ(held.code, 0) << held.output;
+    EXPECT_EQ(held.Parsed()["counts"]["cut_off_entries"], 4);
+    EXPECT_EQ(held.Parsed()["counts"]["torn"], 0);
+    // A thread that has written since the wrap, and one that comes after half a minute, had nothing open
+    // there.
+    EXPECT_TRUE(wrapped(10'000, 0x222).Finds("orphan-continuation"));
+    const Result late = wrapped(700'000'000, 0x333);
+    EXPECT_EQ(late.code, 1);
+    EXPECT_EQ(late.Parsed()["counts"]["orphan_entries"], 2);
+}
+
+// A killed writer leaves what was in its slot: an entry of the round before.
+TEST_F(PostMortem, KeepsARecordWholeThatAnEntryOfAnOlderRoundFollows) {
+    constexpr std::uint32_t kEvent = 0x00800001;
+    constexpr std::uint32_t kOther = 0x00C00002;
+    // Where the writer is killed, the slots still hold an argument and a thread.
+    for (const int skipped : {1, 2}) {
+        Block block;
+        for (std::uint32_t i = 0; i < 41; ++i) {
+            block.Record(kEvent, 1000 + i, {i, i % 2 == 0 ? 0x111U : 0x222U});
+            if (i == 29) {
+                block.Record(kOther, 1030, {1, 2, 0x222}).Record(kOther, 1030, {1, 2, 0x222});
+            }
+        }
+        for (int i = 0; i < skipped; ++i) {
+            block.Skip();
+        }
+        for (std::uint32_t i = 0; i < 5; ++i) {
+            block.Record(kOther, 2000 + i, {i, i, 0x222});
+        }
+        block.Write("stale", 64);
+        const Result result = Post({"systrace", "stale", "--json"});
+        EXPECT_EQ(result.code, 0) << result.output;
+        EXPECT_TRUE(result.Finds("stale-entry"));
+        const Json json = result.Parsed();
+        EXPECT_EQ(json["counts"]["stale_entries"], skipped);
+        EXPECT_EQ(json["counts"]["torn"], 0);
+        const Json last = json["records"][json["records"].size() - 6];
+        EXPECT_EQ(last["state"], "whole");
+        EXPECT_EQ(last["thread"], "0x00000111");
+        EXPECT_EQ(Arguments(last), (std::vector<std::uint32_t>{40}));
+    }
+}
+
+namespace {
+
+/// What two threads write that take turns, in a process whose stacks lie elsewhere for each `shift`: into the
+/// binary trace and a ring.
+void TraceInTurns(std::size_t shift, std::uint32_t first, std::uint32_t count) {
+    InGoodChild([&] {
+        mmap(nullptr, shift, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        SysTraceConfigure();
+        TRACE_RING_HANDLE panel = nullptr;
+        GetTraceRingBuffer(10, &panel);
+        std::atomic<std::uint32_t> turn{0};
+        std::vector<std::thread> writers;
+        for (std::uint32_t writer = 0; writer < 2; ++writer) {
+            writers.emplace_back([&turn, panel, writer, first, count] {
+                for (std::uint32_t i = writer; i < count; i += 2) {
+                    while (turn != i) {
+                        std::this_thread::yield();
+                    }
+                    RTTrace_1(SYSTRACE_ID(9, 0, 3), first + i);
+                    WriteEventToRingBuffer(panel, 0, 5, first + i, 2, 3, 4);
+                    ++turn;
+                }
+            });
+        }
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+    });
+}
+
+} // namespace
+
+TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
+    TraceInTurns(std::size_t{80} << 20, 0, 40);
+    TraceInTurns(std::size_t{160} << 20, 100, 40);
+    const Result two = Post({"systrace", "SysTrace Buffer", "--json", "--component", "9"});
+    ASSERT_EQ(two.code, 0) << two.output;
+    EXPECT_TRUE(two.Finds("process-change"));
+    const Json json = two.Parsed();
+    EXPECT_EQ(json["processes"].size(), 2U);
+    ASSERT_EQ(json["records"].size(), 80U);
+    for (std::uint32_t i = 0; i < 80; ++i) {
+        EXPECT_EQ(json["records"][i]["process"], i < 40 ? 1 : 2);
+        EXPECT_EQ(Arguments(json["records"][i])[0], i < 40 ? i : 60 + i);
+    }
+    EXPECT_NE(Post({"systrace", "SysTrace Buffer"}).output.find("\nprocess 2, boot unknown\n"),
+              std::string::npos);
+
+    // The clock of the second process starts anew: nothing here contradicts itself.
+    constexpr std::uint32_t kEvent = 0x02400003;
+    const auto write = [&](const std::vector<std::vector<std::uint32_t>>& threads,
+                           const std::vector<std::uint32_t>& stamps) {
+        Block block;
+        for (std::size_t phase = 0; phase < threads.size(); ++phase) {
+            for (std::uint32_t i = 0; i < 30; ++i) {
+                block.Record(kEvent, stamps.at(phase) + i * 1000,
+                             {i, threads[phase][i % threads[phase].size()]});
+            }
+        }
+        block.Write("block", 512);
+        return Post({"systrace", "block", "--json"});
+    };
+    const Result reboot = write({{0x10001, 0x10002}, {0x20001, 0x20002}}, {3'000'000'000, 200'000'000});
+    EXPECT_TRUE(reboot.Finds("process-change"));
+    EXPECT_FALSE(reboot.Finds("clock-break"));
+    // Threads that end and start: one goes on, only one is there, or two make room for one.
+    using Phases = std::vector<std::vector<std::uint32_t>>;
+    for (const Phases& threads :
+         {Phases{{0x10001, 0x10002}, {0x10001, 0x10003}}, Phases{{0x10001}, {0x10002}},
+          Phases{{0x10001, 0x10002}, {0x10003}}, Phases{{0x10001}, {0x10002, 0x10003}}}) {
+        const Result one = write(threads, {1000, 40'000});
+        EXPECT_FALSE(one.Finds("process-change")) << one.output;
+        EXPECT_EQ(one.Parsed()["processes"].size(), 1U);
+    }
+}
+
+TEST(Owners, OfRecordsAreTheProcessesThatHaveTheirThreads) {
+    using namespace NimaPost;
+    using Number = std::optional<std::size_t>;
+    Processes processes;
+    ProcessFacts facts;
+    facts.boot = 3;
+    facts.threads = {0x1000, 0x2000, 0x5000};
+    processes.Add(facts);
+    facts.boot = 4;
+    facts.threads = {0x3000, 0x5000};
+    processes.Add(facts);
+    const auto of = [&](const std::set<std::uint32_t>& threads) {
+        ProcessFacts found;
+        found.threads = threads;
+        return Owners(processes, found);
+    };
+    // Threads that trace but write no lines are of the same process, unless they are too far away.
+    const Owners one = of({0x1000, 0x1100, 0xA0000000});
+    EXPECT_EQ(one.ProcessOf(0x1000), Number(1));
+    EXPECT_EQ(one.ProcessOf(0x1100), Number(1));
+    EXPECT_EQ(one.BootOf(0x1100), Number(3));
+    EXPECT_EQ(one.ProcessOf(0xA0000000), Number());
+    // Two processes wrote at the same time; both have had the last thread.
+    const Owners both = of({0x2000, 0x3000, 0x5000, 0x7000});
+    EXPECT_EQ(both.ProcessOf(0x2000), Number(1));
+    EXPECT_EQ(both.ProcessOf(0x3000), Number(2));
+    EXPECT_EQ(both.ProcessOf(0x5000), Number());
+    EXPECT_EQ(both.ProcessOf(0x7000), Number());
+    EXPECT_EQ(both.ProcessOf(std::nullopt), Number());
+    EXPECT_EQ(processes.All().size(), 2U);
+    // A process that no log tells of.
+    const Owners other = of({0x8000, 0x9000});
+    EXPECT_EQ(other.ProcessOf(0x9000), Number(3));
+    EXPECT_EQ(other.BootOf(0x9000), Number());
+    EXPECT_EQ(of({0x9000}).ProcessOf(0x9000), Number(3));
+}
+
+// A process that takes the rings over starts each one at slot 0.
+TEST_F(PostMortem, TellsProcessesApartThatUsedTheRingsOneAfterTheOther) {
+    TraceInTurns(std::size_t{80} << 20, 0, 100);
+    TraceInTurns(std::size_t{160} << 20, 1000, 40);
+    const Result rings = Post({"rings", "System Ring Buffers", "--json"});
+    ASSERT_EQ(rings.code, 0) << rings.output;
+    EXPECT_TRUE(rings.Finds("process-change"));
+    const Json json = rings.Parsed();
+    ASSERT_EQ(json["records"].size(), 100U);
+    EXPECT_EQ(json["processes"].size(), 2U);
+    for (std::uint32_t i = 0; i < 100; ++i) {
+        EXPECT_EQ(json["records"][i]["words"][1], i < 60 ? 40 + i : 940 + i);
+        EXPECT_EQ(json["records"][i]["process"], i < 60 ? 1 : 2);
+    }
+    EXPECT_NE(Post({"rings", "System Ring Buffers"}).output.find("\nprocess 2, boot unknown\n"),
+              std::string::npos);
+
+    // In the folder, both have the same numbers in the trace as in the rings.
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    std::map<std::string, std::set<std::pair<bool, std::size_t>>> seen;
+    const Json trace = Json::parse(ReadFile("out.json"));
+    for (const Json& event : trace["traceEvents"]) {
+        if (event["ph"] == "i") {
+            EXPECT_FALSE(event["args"].contains("boot"));
+            const bool second = std::stoul(event["args"].value("argument 1", "0"), nullptr, 16) >= 1000;
+            seen[event["cat"]].insert({second, event["args"]["process"].get<std::size_t>()});
+        }
+    }
+    EXPECT_EQ(seen["ring"], (std::set<std::pair<bool, std::size_t>>{{false, 1}, {true, 2}}));
+    EXPECT_EQ(seen["binary"], seen["ring"]);
+}
+
+TEST_F(PostMortem, SaysThatADumpThatWasKilledHasSwitchedTracingOff) {
+    const int status = InChild([] {
+        SysTraceConfigure();
+        RTTrace_1(SYSTRACE_ID(9, 0, 3), 1);
+        DumpSysTraceEx([](const char*, int, int*, void*) { return ::raise(SIGKILL); }, nullptr);
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    const auto shows = [](const Result& result, const std::string& words) {
+        return result.output.find(words) != std::string::npos;
+    };
+    const Result segment = Post({"systrace", "SysTrace Buffer", "--json"});
+    EXPECT_EQ(segment.code, 0);
+    EXPECT_TRUE(segment.Finds("filter-cleared"));
+    EXPECT_EQ(segment.Parsed()["header"]["tracing"], "suspended");
+    EXPECT_TRUE(shows(Post({"systrace", "SysTrace Buffer"}),
+                      "1 (nothing is traced, a dump that runs or was killed has cleared the filter)"));
+    EXPECT_TRUE(shows(Post({"watch", "--count", "1"}), "SysTrace  nothing is traced, a dump that runs"));
+
+    // The next dump saves the cleared filter: what there was is lost.
+    InGoodChild([] {
+        std::array<wchar_t, 16> path{L"trace.bin"};
+        DumpSysTrace(path.data(), 0);
+    });
+    for (const char* file : {"trace.bin", "SysTrace Buffer"}) {
+        const Result off = Post({"systrace", file, "--json"});
+        EXPECT_TRUE(off.Finds("filter-cleared"));
+        EXPECT_EQ(off.Parsed()["header"]["tracing"], "off");
+        EXPECT_TRUE(shows(Post({"systrace", file}), "1 (nothing is traced, the filter is cleared)"));
+    }
+    EXPECT_TRUE(shows(Post({"watch", "--count", "1"}), "SysTrace  nothing is traced, the filter is cleared"));
+    InGoodChild([] {
+        SysTraceConfigure();
+        SysTraceSetAllLevel(0, true);
+        std::array<wchar_t, 16> path{L"trace.bin"};
+        DumpSysTrace(path.data(), 0);
+    });
+    for (const char* file : {"trace.bin", "SysTrace Buffer"}) {
+        const Result on = Post({"systrace", file, "--json"});
+        EXPECT_FALSE(on.Finds("filter-cleared"));
+        EXPECT_EQ(on.Parsed()["header"]["tracing"], "on");
+    }
+}
+
+namespace {
+
+/// How times were tied.
+std::string TiedBy(const Json& timeline, const std::string& code) {
+    std::string text;
+    for (const Json& finding : timeline["otherData"]["clock"]) {
+        text += finding["code"] == code ? finding["sentence"].get<std::string>() : std::string();
+    }
+    return text;
+}
+
+} // namespace
+
+// The log of a killed process lacks its last lines, while trace and rings are complete.
+TEST_F(PostMortem, SaysThatWhatIsTiedToALogsLastLineMayBeLater) {
+    const int status = InChild([] {
+        TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 0, true);
+        SysTraceConfigure();
+        NimaTrace("Feeder").WriteWarnV("the last line");
+        TRACE_RING_HANDLE panel = nullptr;
+        GetTraceRingBuffer(10, &panel);
+        WriteEventToRingBuffer(panel, 0, 0x51, 1, 2, 3, 4);
+        RTTrace_1(SYSTRACE_ID(9, 0, 3), 0xabc);
+        TraceServices::ShutdownTrace(true);
+        ::raise(SIGKILL);
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    const Json timeline = Json::parse(ReadFile("out.json"));
+    for (const char* code : {"trace-tied", "rings-tied"}) {
+        const std::string text = TiedBy(timeline, code);
+        EXPECT_NE(text.find("the last dated line of the logs"), std::string::npos) << text;
+        EXPECT_NE(text.find("later by any time"), std::string::npos) << text;
+        EXPECT_EQ(text.find("the latest possible"), std::string::npos) << text;
+    }
+}
+
 TEST_F(PostMortem, ReadsFilesThatWereCutAnywhere) {
     Block block;
     for (std::uint32_t i = 0; i < 10; ++i) {
@@ -374,6 +705,54 @@ TEST_F(PostMortem, ReadsTheRingsFromTheSegmentAndFromBothTexts) {
     EXPECT_EQ(Post({"rings", "/etc/passwd"}).code, 2);
     WriteFile("cut.txt", indexed.substr(0, indexed.size() / 2));
     EXPECT_EQ(Post({"rings", "cut.txt"}).code, 1);
+}
+
+namespace {
+
+/// A text dump of one ring of 256 records, the oldest at slot 100, that was begun `afterNewest` after the
+/// newest. Times are nanoseconds since the device started.
+void WriteRingDump(const std::string& path, const std::vector<std::int64_t>& times,
+                   std::int64_t afterNewest) {
+    const auto counter = [](std::int64_t time) { return time / 1'000'000'000 + time % 1'000'000'000; };
+    std::string text = "Current Date/Time: 0126-10-24 15:54:50.16413\r\nTicks: " +
+                       std::to_string(counter(times.back() + afterNewest)) +
+                       "\r\nFrequency: 1000000\r\n\r\n\r\nBEGIN RING BUFFER DUMP\r\n\r\n"
+                       "######## Ring Buffer Panel ########\r\n";
+    for (std::size_t slot = 0; slot < 256; ++slot) {
+        const std::size_t number = (slot + 156) % 256;
+        std::array<char, 128> line{};
+        std::snprintf(line.data(), line.size(), "%019lld 0x%08x 0x%08x : 0x%08x 0x%08x 0x%08x 0x%08x\r\n",
+                      static_cast<long long>(counter(times.at(number))), 0x111U, 5U,
+                      static_cast<unsigned>(number), 2U, 3U, 4U);
+        text += line.data();
+    }
+    WriteFile(path, text + "\r\nEND RING BUFFER DUMP\r\n");
+}
+
+} // namespace
+
+// The ring's seam is not its widest step if the dump's head says which record is the newest.
+TEST_F(PostMortem, FindsARingsNewestRecordByTheHeadOfItsDump) {
+    const auto ends = [](std::int64_t step, std::int64_t pause, std::int64_t afterNewest) {
+        std::vector<std::int64_t> times{5'000'000'000};
+        while (times.size() < 256) {
+            times.push_back(times.back() + (times.size() == 101 ? pause : step));
+        }
+        WriteRingDump("rings.txt", times, afterNewest);
+        const Json json = Post({"rings", "rings.txt", "--json"}).Parsed();
+        return std::pair(json["records"].front()["words"][1].get<int>(),
+                         json["records"].back()["words"][1].get<int>());
+    };
+    const std::pair inOrder(0, 255);
+    // A pause of 0.95 s, where the seam's step is 0.5 s.
+    EXPECT_EQ(ends(21'850'000, 950'000'000, 50'000), inOrder);
+    EXPECT_EQ(Post({"rings", "rings.txt", "--json"}).Parsed()["rings"][0]["wrapped"], "probably");
+    // A record written just after the head.
+    EXPECT_EQ(ends(21'850'000, 950'000'000, -200'000), inOrder);
+    // A ring that was idle before the dump: then the head tells nothing, but the steps do.
+    EXPECT_EQ(ends(1'960'000, 1'960'000, 300'000'000), inOrder);
+    // Records that are seconds apart.
+    EXPECT_EQ(ends(1'234'567'890, 2'950'000'000, 20'000), inOrder);
 }
 
 TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
@@ -513,6 +892,9 @@ TEST_F(PostMortem, TellsWhatADeadDeviceLeft) {
     std::size_t ring = 0;
     double crashTime = -1;
     double hotTime = -1;
+    // The trace was dumped and the rings were printed for this crash.
+    EXPECT_NE(TiedBy(trace, "rings-tied").find("the latest possible"), std::string::npos);
+    EXPECT_NE(TiedBy(trace, "trace-tied").find("the crash log's"), std::string::npos);
     for (const Json& event : trace["traceEvents"]) {
         const std::string text = event.dump();
         if (event["ph"] != "i") {

@@ -2,10 +2,12 @@
 
 #include "tools/base/CounterClock.h"
 
+#include <algorithm>
+
 namespace NimaPost {
 
 Tie Axis::TieOf(std::int64_t counter, const RawDate& date) const {
-    Tie tie{counter, date.Earliest()};
+    Tie tie{counter, date.Earliest(), TieKind::kHead, date.Spread()};
     if (!logClock_) {
         return tie;
     }
@@ -17,6 +19,9 @@ Tie Axis::TieOf(std::int64_t counter, const RawDate& date) const {
         // The logs' wall clock is known to a second at best, as long as the clock was not set.
         if (time >= date.second * kSecond - kSecond / 1000 && time < (date.second + 1) * kSecond) {
             tie.time = time;
+            // The date itself bounds it, and the logs' clock may do better.
+            tie.later = std::max<std::int64_t>(date.Earliest() + date.Spread() - time, 0);
+            tie.later = logClock_->later > 0 ? std::min(tie.later, logClock_->later) : tie.later;
         }
     }
     return tie;

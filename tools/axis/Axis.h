@@ -11,10 +11,20 @@
 
 namespace NimaPost {
 
+/// What a tie rests on.
+enum class TieKind : unsigned char {
+    kStart, ///< nothing dated: the axis begins there
+    kLine,  ///< the last dated line of the logs, after which a killed process may have gone on
+    kHead   ///< the head of a dump or crash log
+};
+
 /// A counter and the moment that it stands for.
 struct Tie {
     std::int64_t counter = 0;
     std::int64_t time = 0;
+    TieKind kind = TieKind::kStart;
+    /// By how much the moment may be later, since its date is cut.
+    std::int64_t later = 0;
 };
 
 /// The library's call of a host's callback, as its ring tells it.
@@ -32,7 +42,10 @@ class Axis {
     void SetWall() { hasWall_ = true; }
 
     /// The last line that has a counter and a date: the text logs' clock.
-    void SetLogClock(Tie tie) { logClock_ = newest_ = tie; }
+    void SetLogClock(Tie tie) {
+        tie.kind = TieKind::kLine;
+        logClock_ = newest_ = tie;
+    }
     /// What sources without a date are tied to: the newest moment that is known.
     void SetNewest(Tie tie) { newest_ = tie; }
     const std::optional<Tie>& Newest() const { return newest_; }

@@ -8,6 +8,9 @@
 
 namespace NimaPost {
 
+/// The distance between microseconds of a second that leave the same 16 bits.
+constexpr std::int64_t kCutMicroseconds = 65536;
+
 /// A moment as the library dates it: local time to the second, and the low 16 bits of the microseconds.
 struct RawDate {
     std::int64_t second = 0; ///< since 1970, as if local time were UTC
@@ -15,10 +18,11 @@ struct RawDate {
 
     /// Nanoseconds since 1970 of the earliest moment that the date can mean.
     std::int64_t Earliest() const { return second * 1'000'000'000 + microsecondsCut * std::int64_t{1000}; }
+    /// By how much the latest such moment is later.
+    std::int64_t Spread() const {
+        return (999'999 - std::int64_t{microsecondsCut}) / kCutMicroseconds * kCutMicroseconds * 1000;
+    }
 };
-
-/// The distance between microseconds of a second that leave the same 16 bits.
-constexpr std::int64_t kCutMicroseconds = 65536;
 
 /// Fields as they are printed: years since 1900, months from 0. Empty if they are not a date.
 std::optional<RawDate> MakeRawDate(std::int64_t year, std::int64_t month, std::int64_t day, std::int64_t hour,

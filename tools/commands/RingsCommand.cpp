@@ -45,6 +45,7 @@ Json RecordJson(const Ring& ring, const RingRecord& record, const Names& names) 
               {"slot", record.slot},
               {"elapsed_ns", record.elapsed},
               {"counter", record.data.timestamp},
+              {"process", record.process + 1},
               {"thread", Hex32(record.data.threadId)},
               {"words", record.data.words}};
     if (const EventName* event = names.RingEvent(ring.name, record.data.words[0])) {
@@ -114,7 +115,12 @@ void PrintRings(Context& context, const Options& options, const RingSet& set) {
             continue;
         }
         text += "\n" + ring.name + "\n";
+        std::size_t process = 0;
         for (std::size_t i = skip; i < ring.records.size(); ++i) {
+            if (set.processes > 1 && process != ring.records[i].process + 1U) {
+                process = ring.records[i].process + 1U;
+                text += "process " + std::to_string(process) + ", boot unknown\n";
+            }
             AppendSeconds(text, ring.records[i].elapsed);
             text += "  ";
             AppendRecord(text, ring, ring.records[i], context.names);
@@ -152,6 +158,11 @@ void PrintJson(Context& context, const Options& options, RingSet& set, const Fin
     document.Member("process", set.processId ? Json(*set.processId) : Json());
     document.Member("written", set.date ? Json(WallTimeIso(set.date->Earliest())) : Json());
     document.Member("ticks", set.ticks ? Json(*set.ticks) : Json());
+    Json processes = Json::array();
+    for (std::size_t i = 1; i <= set.processes; ++i) {
+        processes.push_back({{"process", i}, {"boot", Json()}});
+    }
+    document.Member("processes", processes);
     document.Member("findings", FindingsJson(findings));
     document.BeginArray("rings");
     for (const Ring& ring : set.rings) {

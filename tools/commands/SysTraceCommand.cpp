@@ -71,7 +71,7 @@ void PrintHeader(Output& out, const SysTraceFile& trace, const Names& names) {
              Counted(trace.bytes, "byte"));
     out.Line("  version       " + std::to_string(header.version));
     out.Line("  state         " + std::to_string(header.state) + " (" +
-             std::string(CaptureStateName(header.state)) + "), saved " + std::to_string(header.savedState) +
+             CaptureInWords(header, trace.isDump) + "), saved " + std::to_string(header.savedState) +
              " (" + std::string(CaptureStateName(header.savedState)) + ")");
     out.Line("  entries       " + std::to_string(trace.entryCount) + " of 8 bytes, " +
              std::to_string(trace.entriesRead) + " of them in use, write index " + Hex(header.writeIndex));
@@ -83,7 +83,7 @@ void PrintHeader(Output& out, const SysTraceFile& trace, const Names& names) {
     out.Line("  timer words   " + Hex(header.timerWord1) + " " + Hex(header.timerWord2));
     out.Line("  live filter   " + FilterInWords(header.liveFilter, names));
     out.Line("  saved filter  " + FilterInWords(header.savedFilter, names));
-    if (TakenUnderCapture(header)) {
+    if (trace.isDump && TakenUnderCapture(header)) {
         out.Line("  (a dump moves the live filter to the saved one while it runs)");
     }
 }
@@ -102,6 +102,7 @@ Json HeaderJson(const SysTraceFile& trace, const Names& names) {
     return {{"version", header.version},
             {"state", header.state},
             {"state_name", CaptureStateName(header.state)},
+            {"tracing", TracingName(TracingOf(header, trace.isDump))},
             {"saved_state", header.savedState},
             {"saved_state_name", CaptureStateName(header.savedState)},
             {"entry_count", header.entryCount},
@@ -122,7 +123,18 @@ Json CountsJson(const SysTraceFile& trace, std::uint64_t shown) {
             {"entangled", trace.entangled},
             {"orphan_entries", trace.orphans},
             {"never_stored_entries", trace.neverStored},
+            {"stale_entries", trace.stale},
+            {"unfinished_records", trace.unfinished},
             {"cut_off_entries", trace.cutOff}};
+}
+
+Json ProcessesJson(const SysTraceFile& trace) {
+    Json processes = Json::array();
+    for (std::size_t i = 0; i < trace.stretches.size() && !trace.records.empty(); ++i) {
+        processes.push_back(
+            {{"process", i + 1}, {"boot", Json()}, {"first_slot", trace.records[trace.stretches[i]].slot}});
+    }
+    return processes;
 }
 
 /// The indices of the records to show.
@@ -153,8 +165,14 @@ void PrintText(Context& context, const SysTraceFile& trace, const std::vector<st
     PrintFindings(context, findings);
     out.Line(Counted(trace.records.size(), "record") + ", " + std::to_string(selected.size()) +
              " shown; seconds since the first record, at the least");
+    std::size_t stretch = 0;
     for (const std::uint32_t index : selected) {
-        PrintRecord(out, trace, trace.records[index], names);
+        const SysTraceRecord& record = trace.records[index];
+        if (trace.stretches.size() > 1 && stretch != record.stretch + 1U) {
+            stretch = record.stretch + 1U;
+            out.Line("process " + std::to_string(stretch) + ", boot unknown");
+        }
+        PrintRecord(out, trace, record, names);
     }
 }
 
@@ -166,6 +184,7 @@ void PrintJson(Output& out, const Options& options, const SysTraceFile& trace,
     document.Member("bytes", trace.bytes);
     document.Member("header", HeaderJson(trace, names));
     document.Member("counts", CountsJson(trace, selected.size()));
+    document.Member("processes", ProcessesJson(trace));
     document.Member("findings", FindingsJson(findings));
     document.BeginArray("records");
     for (const std::uint32_t index : selected) {

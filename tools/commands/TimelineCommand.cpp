@@ -22,10 +22,14 @@ constexpr std::array<const char*, kEventKinds> kLanes{"text lines", "binary reco
                                                       "event records"};
 
 const char* CertaintyInWords(const TimelineEvent& event) {
-    return !event.time               ? "unknown, put at the end"
-           : event.certainty.assumed ? "assumed, counted back from the newest record"
-           : event.certainty.Exact() ? "exact"
-                                     : "perhaps whole seconds off";
+    if (!event.time) {
+        return "unknown, put at the end";
+    }
+    if (event.certainty.assumed) {
+        return event.certainty.later == 0 ? "assumed, perhaps earlier"
+                                          : "assumed, perhaps later or earlier by any time";
+    }
+    return event.certainty.Exact() ? "exact" : "perhaps whole seconds off";
 }
 
 /// Microseconds with three decimal places; a floating-point number would lose the nanoseconds.
@@ -129,6 +133,12 @@ class TraceWriter {
             arguments["state"] = event.mark;
         }
         arguments["time"] = CertaintyInWords(event);
+        if (event.process) {
+            arguments["process"] = *event.process;
+        }
+        if (event.boot) {
+            arguments["boot"] = *event.boot;
+        }
         Head(event.kind == EventKind::kText && !event.level.empty() ? ToUtf8(event.level) + " " + label
                                                                     : label,
              kCategories[static_cast<std::size_t>(event.kind)], "i", event.time.value_or(end_) - origin_,

@@ -78,7 +78,7 @@ void WatchPicture::TraceHead() {
         Line("SysTrace  ", look.problem);
         return;
     }
-    lines_.push_back("SysTrace  " + std::string(CaptureStateName(header.state)) + ", wraps " +
+    lines_.push_back("SysTrace  " + CaptureInWords(header, false) + ", wraps " +
                      std::to_string(header.wrapCount) + ", write index " + std::to_string(header.writeIndex) +
                      " in " + std::to_string(header.entryCount) + " entries, thread words " +
                      ((header.flags & SYSTRACE_FLAG_THREAD_RECORDS) != 0 ? "on" : "off"));
@@ -172,12 +172,14 @@ Json TraceJson(const WatchTick& tick, const Names& names, std::size_t most) {
     for (const SysTraceRecord& record : last) {
         Json json = RecordJson(look.newest, record, names);
         json.erase("elapsed_ns");
+        json.erase("process");
         json["before_newest_ns"] = record.elapsed - last.back().elapsed;
         records.push_back(std::move(json));
     }
     return {{"problem", Json()},
             {"state", header.state},
             {"state_name", CaptureStateName(header.state)},
+            {"tracing", TracingName(TracingOf(header, false))},
             {"wrap_count", header.wrapCount},
             {"write_index", header.writeIndex},
             {"entry_count", header.entryCount},

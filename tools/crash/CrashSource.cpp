@@ -8,7 +8,7 @@ std::optional<CrashLog> CrashSource::ReadContent(FolderFile& file, InputFile& in
     auto log = ReadCrashLog(input.ReadAll(kMostTextBytes), file.findings);
     if (log) {
         log->rings.date = log->date;
-        Set().Get<RingSource>().Take(file, {log->rings, {}, {}});
+        Set().Get<RingSource>().Take(file, PlacedRings(log->rings));
     }
     return log;
 }

@@ -40,7 +40,7 @@ std::optional<PlacedRings> RingSource::ReadContent(FolderFile& file, InputFile& 
     const std::string text = input.ReadAll(kMostTextBytes);
     auto set =
         LooksLikeRingText(text) ? ReadRingText(text, file.findings) : ReadRingSegment(input, file.findings);
-    return set ? std::optional(PlacedRings{std::move(*set), {}, {}}) : std::nullopt;
+    return set ? std::optional(PlacedRings(std::move(*set))) : std::nullopt;
 }
 
 void RingSource::Place(Axis& axis) {
@@ -55,11 +55,65 @@ void RingSource::Place(Axis& axis) {
     PlaceNewest(axis);
     MarkKnownRecords();
     MarkCallbacks(axis);
-    if (!All().empty()) {
-        axis.State(
-            {"rings-tied",
-             "Every ring's newest record is assumed to be within a second of the moment the rings were "
-             "read or written; the ring may be older by whole seconds."});
+    TakeOwners(axis);
+    State(axis);
+}
+
+void RingSource::State(Axis& axis) const {
+    const auto hasHead = [](const Held& held) { return held.content.set.ticks && held.content.set.date; };
+    const auto heads = static_cast<std::size_t>(std::count_if(All().begin(), All().end(), hasHead));
+    std::string text;
+    if (heads > 0) {
+        std::int64_t later = 0;
+        for (const Held& held : All()) {
+            later = std::max(later, hasHead(held) ? held.content.certainty.originLater : 0);
+        }
+        text =
+            "The newest record of every ring in a dump or crash log is assumed to be within a second before "
+            "its "
+            "head";
+        text += later > 0 ? " (which may be up to " + std::to_string(later / 1'000'000) +
+                                " ms later, since its date is cut)"
+                          : "";
+        text += "; times are the latest possible then, and may be earlier by whole seconds.";
+    }
+    if (heads < All().size()) {
+        text += text.empty() ? "" : " ";
+        text +=
+            "A ring segment has no dates. The newest record of every ring is assumed to be within half a "
+            "second "
+            "of ";
+        const TieKind kind = axis.Newest() ? axis.Newest()->kind : TieKind::kStart;
+        text += kind == TieKind::kHead
+                    ? "the crash log's head. It may be earlier by whole seconds, or later by any "
+                      "time if a process wrote on afterwards."
+                : kind == TieKind::kLine
+                    ? "the last dated line of the logs. It may be earlier by whole seconds, and "
+                      "later by any time: a process that is killed loses the lines that its "
+                      "log has buffered, but not the rings."
+                    : "the newest line or record of all, none of which is dated. It may be "
+                      "earlier or later by whole seconds.";
+    }
+    if (!text.empty()) {
+        axis.State({"rings-tied", text});
+    }
+}
+
+void RingSource::TakeOwners(Axis& axis) {
+    for (auto& [file, placed] : AllHeld()) {
+        std::vector<ProcessFacts> facts(placed.set.processes);
+        for (std::size_t r = 0; r < placed.set.rings.size(); ++r) {
+            for (const RingRecord& record : placed.set.rings[r].records) {
+                ProcessFacts& process = facts.at(record.process);
+                const std::int64_t time = TimeOf(placed, r, record);
+                process.threads.insert(record.data.threadId);
+                process.first = std::min(process.first.value_or(time), time);
+                process.last = std::max(process.last.value_or(time), time);
+            }
+        }
+        for (const ProcessFacts& process : facts) {
+            placed.owners.emplace_back(axis.AllProcesses(), process);
+        }
     }
 }
 
@@ -69,6 +123,7 @@ void RingSource::PlaceNewest(Axis& axis) {
         if (placed.set.ticks && placed.set.date) {
             tie = axis.TieOf(*placed.set.ticks, *placed.set.date);
             axis.SetWall();
+            placed.certainty.later = 0;
         }
         for (const Ring& ring : placed.set.rings) {
             std::int64_t newest = 0;
@@ -83,6 +138,7 @@ void RingSource::PlaceNewest(Axis& axis) {
             }
             placed.newest.push_back(newest);
         }
+        placed.certainty.originLater = tie ? tie->later : 0;
     }
 }
 
@@ -136,9 +192,11 @@ bool RingSource::TellRing(const Held& held, std::size_t index, const EventVisito
         TimelineEvent event;
         event.kind = EventKind::kRing;
         event.time = TimeOf(placed, index, record);
-        event.certainty = Certainty::Assumed();
+        event.certainty = placed.certainty;
         event.file = held.file;
         event.thread = record.data.threadId;
+        event.process = placed.owners[record.process].ProcessOf(event.thread);
+        event.boot = placed.owners[record.process].BootOf(event.thread);
         event.name = ring.name;
         event.text = text;
         event.arguments = std::span(record.data.words).subspan(1);

@@ -1,19 +1,25 @@
 #pragma once
 
+#include "tools/axis/Owners.h"
 #include "tools/axis/Source.h"
 #include "tools/rings/Rings.h"
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 namespace NimaPost {
 
 /// The rings of one file, and when each one's newest record was written.
 struct PlacedRings {
+    explicit PlacedRings(RingSet rings) : set(std::move(rings)) {}
+
     RingSet set;
     std::vector<std::int64_t> newest; ///< of each ring, on the axis
     /// Records that a better source already has, by ring and position.
     std::vector<std::vector<bool>> known;
+    Certainty certainty = Certainty::Assumed();
+    std::vector<Owners> owners; ///< by the processes of the set
 };
 
 /// Rings in a folder: the segment, dumps of it, and those in crash logs, the best source first.
@@ -29,6 +35,8 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
     bool TellRing(const Held& held, std::size_t index, const EventVisitor& visitor) const;
 
     void PlaceNewest(Axis& axis);
+    void TakeOwners(Axis& axis);
+    void State(Axis& axis) const;
     void MarkKnownRecords();
     void MarkCallbacks(Axis& axis) const;
 };

@@ -3,6 +3,7 @@
 #include "catalogue/Marks.h"
 #include "catalogue/Rings.h"
 #include "tools/base/Text.h"
+#include "tools/rings/RingProcesses.h"
 #include "tools/rings/Seam.h"
 
 #include <algorithm>
@@ -115,6 +116,7 @@ void ReadRingLines(std::string_view text, RingSet& set, Findings& findings) {
     for (std::size_t i = firstRing; i < set.rings.size(); ++i) {
         FinishTextRing(set.rings[i], set.ticks);
     }
+    TellProcesses(set, findings);
     if (strange > 0) {
         findings.Damage("unreadable-line", Counted(strange, "line") + " of the ring dump cannot be read.");
     }

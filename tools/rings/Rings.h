@@ -14,6 +14,7 @@ namespace NimaPost {
 struct RingRecord {
     std::int64_t elapsed = 0; ///< nanoseconds since the ring's oldest record, at the least
     std::uint32_t slot = 0;
+    std::uint16_t process = 0; ///< of those that used the rings one after the other, the oldest 0
     RingBufferData data{};
 };
 
@@ -31,6 +32,8 @@ struct Ring {
     Seam seam = Seam::kNone;
     std::uint64_t clockBreaks = 0;
     std::vector<RingRecord> records; ///< oldest first
+    /// The first record of each process, where one took the ring over from another.
+    std::vector<std::size_t> stretches{0};
 };
 
 /// All rings of a segment, or of a text dump of one.
@@ -41,6 +44,7 @@ struct RingSet {
     std::optional<RawDate> date;
     std::optional<std::int64_t> ticks;
     std::vector<Ring> rings;
+    std::size_t processes = 1; ///< that used the rings one after the other
 };
 
 } // namespace NimaPost

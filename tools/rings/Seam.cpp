@@ -1,9 +1,12 @@
 #include "tools/rings/Seam.h"
 
+#include "tools/axis/ProcessChange.h"
 #include "tools/base/CounterClock.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace NimaPost {
@@ -16,9 +19,6 @@ constexpr std::int64_t kStandsOut = 8;
 std::int64_t StepBetween(const RingRecord& a, const RingRecord& b) {
     return StepForward(a.data.timestamp, b.data.timestamp);
 }
-
-/// Threads of one process are closer together than this in its address space, and so are their identifiers.
-constexpr std::uint32_t kOneProcess = 1U << 29;
 
 /// The places that no thread writes on both sides of: perhaps another process took the ring over there and
 /// restarted at slot 0.
@@ -36,17 +36,6 @@ std::vector<std::size_t> ChangesOfThreads(const std::vector<RingRecord>& records
         }
     }
     return places;
-}
-
-bool AreOfOneProcess(const RingRecord& a, const RingRecord& b) {
-    const std::uint32_t apart = a.data.threadId - b.data.threadId;
-    return std::min(apart, 0 - apart) < kOneProcess;
-}
-
-/// How long before the head of a dump the record before a place was written, at the least.
-std::int64_t NewestBeforeHead(const std::vector<RingRecord>& records, std::size_t place, std::int64_t ticks) {
-    const RingRecord& newest = records[(place + records.size() - 1) % records.size()];
-    return std::max<std::int64_t>(BeforeHead(newest.data.timestamp, ticks), 0);
 }
 
 /// The step from newest to oldest leads back in time, so nothing ties it to the other steps: in a busy ring
@@ -70,46 +59,178 @@ std::size_t WidestStep(const std::vector<RingRecord>& records, bool& standsOut) 
     return place;
 }
 
-/// Turns slot order into time order. `full`: every slot of the ring has been written at some time. `ticks`:
-/// when the dump that contains the ring was begun.
-void FindSeam(Ring& ring, bool full, std::optional<std::int64_t> ticks) {
-    auto& records = ring.records;
-    if (records.size() < 2) {
-        return;
-    }
+/// Where nothing tells when the ring was read.
+std::size_t PlaceBySteps(Ring& ring, bool full) {
+    const auto& records = ring.records;
     bool standsOut = false;
-    std::size_t place = full ? WidestStep(records, standsOut) : 0;
+    const std::size_t place = full ? WidestStep(records, standsOut) : 0;
     ring.seam = !full ? Seam::kNone : standsOut ? Seam::kLikely : Seam::kUncertain;
     const auto changes = standsOut ? std::vector<std::size_t>() : ChangesOfThreads(records);
-    if (ticks) {
-        for (const std::size_t change : changes) {
-            if (NewestBeforeHead(records, change, *ticks) < NewestBeforeHead(records, place, *ticks)) {
-                place = change;
-                ring.seam = Seam::kLikely;
-            }
-        }
-    } else if (!changes.empty()) {
-        ring.seam = Seam::kUncertain;
-        const auto farApart = std::find_if(changes.begin(), changes.end(), [&](std::size_t change) {
-            return !AreOfOneProcess(records[change - 1], records[change]);
-        });
-        place = farApart != changes.end() ? *farApart : full && changes.size() == 1 ? changes.front() : place;
+    if (changes.empty()) {
+        return place;
     }
-    std::rotate(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(place), records.end());
+    ring.seam = Seam::kUncertain;
+    const auto farApart = std::find_if(changes.begin(), changes.end(), [&](std::size_t change) {
+        return !MayBeOfOneProcess(records[change - 1].data.threadId, records[change].data.threadId);
+    });
+    return farApart != changes.end() ? *farApart : full && changes.size() == 1 ? changes.front() : place;
 }
 
-void RecoverTimes(Ring& ring) {
-    CounterClock clock;
-    for (RingRecord& record : ring.records) {
-        record.elapsed = clock.Next(record.data.timestamp, record.data.threadId);
+/// How likely a ring with these steps shows others, in the density per second.
+class Likelihood {
+  public:
+    explicit Likelihood(const std::vector<RingRecord>& records) {
+        std::vector<std::int64_t> steps;
+        for (std::size_t i = 0; i + 1 < records.size(); ++i) {
+            steps.push_back(StepBetween(records[i], records[i + 1]));
+        }
+        const auto middle = steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 2);
+        std::nth_element(steps.begin(), middle, steps.end());
+        usual_ = std::max(Seconds(*middle), kShortest);
+        pause_ = 1.0 / static_cast<double>(records.size());
     }
-    ring.clockBreaks = clock.Breaks();
+
+    /// Of a step between two records: about the usual one, or a pause of any length.
+    double OfStep(std::int64_t step) const { return LikeOthers(Seconds(step)) + pause_; }
+
+    /// Of the time between a ring's newest record and the moment at which it was read: like another step, or
+    /// very short, since the failure itself writes records, or anything if the ring was idle. Few records are
+    /// written between the head and the ring.
+    double OfEnd(std::int64_t time) const {
+        constexpr double kDecades = 13.8; // ln of a second in the shortest
+        const double seconds = Seconds(std::abs(time));
+        return (time < 0 ? 0.3 : 1.0) *
+               (0.3 + 0.35 * LikeOthers(seconds) + 0.35 / (kDecades * (seconds + kShortest)));
+    }
+
+  private:
+    static constexpr double kShortest = 1e-6;
+
+    static double Seconds(std::int64_t time) { return static_cast<double>(time) / kSecond; }
+    double LikeOthers(double seconds) const { return usual_ / ((seconds + usual_) * (seconds + usual_)); }
+
+    double usual_ = 0;
+    double pause_ = 0;
+};
+
+/// Where the moment is known at which the ring was read: the newest record was written closely before it, and
+/// the step to the oldest need not be like the others.
+std::size_t PlaceByTicks(Ring& ring, bool full, std::int64_t ticks) {
+    /// A change of threads alone seldom is another process.
+    constexpr double kTakenOver = 0.05;
+    const auto& records = ring.records;
+    const Likelihood likelihood(records);
+    std::size_t place = 0;
+    double best = -1;
+    double second = -1;
+    const auto consider = [&](std::size_t candidate, double factor) {
+        const RingRecord& newest = records[(candidate + records.size() - 1) % records.size()];
+        const double value = factor * likelihood.OfEnd(BeforeHead(newest.data.timestamp, ticks));
+        second = std::max(second, std::min(value, best));
+        place = value > best ? candidate : place;
+        best = std::max(value, best);
+    };
+    const auto stepTo = [&](std::size_t candidate) {
+        const std::size_t before = (candidate + records.size() - 1) % records.size();
+        return likelihood.OfStep(StepBetween(records[before], records[candidate]));
+    };
+    if (full) {
+        for (std::size_t candidate = 0; candidate < records.size(); ++candidate) {
+            consider(candidate, 1 / stepTo(candidate));
+        }
+    } else {
+        consider(0, 1);
+        for (const std::size_t change : ChangesOfThreads(records)) {
+            consider(change, kTakenOver / stepTo(change));
+        }
+    }
+    ring.seam = !full && place == 0          ? Seam::kNone
+                : best > kStandsOut * second ? Seam::kLikely
+                                             : Seam::kUncertain;
+    return place;
+}
+
+/// Each process starts at slot 0, so the newest stands there and the oldest last.
+void OrderProcesses(Ring& ring, bool full, std::vector<std::size_t> changes) {
+    std::vector<RingRecord> ordered;
+    ordered.reserve(ring.records.size());
+    ring.stretches.clear();
+    changes.insert(changes.begin(), 0);
+    std::size_t end = ring.records.size();
+    for (auto change = changes.rbegin(); change != changes.rend(); ++change) {
+        const auto first = ring.records.begin() + static_cast<std::ptrdiff_t>(*change);
+        std::vector<RingRecord> stretch(first, ring.records.begin() + static_cast<std::ptrdiff_t>(end));
+        bool standsOut = false;
+        if (full && ordered.empty()) {
+            // The oldest may have gone round, and begun again in the middle of its records.
+            const std::size_t place = WidestStep(stretch, standsOut);
+            standsOut = standsOut && place != 0;
+            if (standsOut) {
+                std::rotate(stretch.begin(), stretch.begin() + static_cast<std::ptrdiff_t>(place),
+                            stretch.end());
+            }
+        }
+        ring.seam = standsOut || ring.seam == Seam::kUncertain ? Seam::kUncertain : Seam::kLikely;
+        ring.stretches.push_back(ordered.size());
+        ordered.insert(ordered.end(), stretch.begin(), stretch.end());
+        end = *change;
+    }
+    ring.records = std::move(ordered);
+}
+
+/// Where one process took the ring over from another. A moment at which the ring was read can show that the
+/// last slots hold the newest records, so that nobody started again at slot 0.
+std::vector<std::size_t> TakenOver(const Ring& ring, std::optional<std::int64_t> ticks) {
+    std::vector<std::uint32_t> threads;
+    for (const RingRecord& record : ring.records) {
+        threads.push_back(record.data.threadId);
+    }
+    auto changes = ProcessChanges(threads);
+    if (ticks && !changes.empty()) {
+        const auto before = [&](std::size_t place) {
+            return std::abs(BeforeHead(ring.records[place - 1].data.timestamp, *ticks));
+        };
+        if (before(ring.records.size()) * kStandsOut < before(changes.front())) {
+            changes.clear();
+        }
+    }
+    return changes;
+}
+
+/// The clock is run anew for each process, since the device may have started anew in between.
+void RecoverTimes(Ring& ring) {
+    ring.clockBreaks = 0;
+    std::int64_t end = 0;
+    for (std::size_t i = 0; i < ring.stretches.size(); ++i) {
+        const std::size_t first = ring.stretches[i];
+        const std::size_t next = i + 1 < ring.stretches.size() ? ring.stretches[i + 1] : ring.records.size();
+        CounterClock clock;
+        std::int64_t least = 0;
+        for (std::size_t r = first; r < next; ++r) {
+            RingRecord& record = ring.records[r];
+            record.elapsed = clock.Next(record.data.timestamp, record.data.threadId);
+            least = std::min(least, record.elapsed);
+        }
+        const std::int64_t shift = i == 0 ? 0 : end - least;
+        for (std::size_t r = first; r < next; ++r) {
+            ring.records[r].elapsed += shift;
+            end = std::max(end, ring.records[r].elapsed);
+        }
+        ring.clockBreaks += clock.Breaks();
+    }
 }
 
 } // namespace
 
 void OrderRing(Ring& ring, bool full, std::optional<std::int64_t> ticks) {
-    FindSeam(ring, full, ticks);
+    auto& records = ring.records;
+    auto changes = TakenOver(ring, ticks);
+    if (!changes.empty()) {
+        OrderProcesses(ring, full, std::move(changes));
+    } else if (records.size() > 1) {
+        const std::size_t place = ticks ? PlaceByTicks(ring, full, *ticks) : PlaceBySteps(ring, full);
+        std::rotate(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(place), records.end());
+    }
     RecoverTimes(ring);
 }
 

@@ -2,6 +2,7 @@
 
 #include "catalogue/Rings.h"
 #include "tools/base/Text.h"
+#include "tools/rings/RingProcesses.h"
 #include "tools/rings/Seam.h"
 
 #include <algorithm>
@@ -104,6 +105,7 @@ std::optional<RingSet> ReadRingSegment(const InputFile& file, Findings& findings
     set.processId = directory.processId;
     std::uint64_t missing = 0;
     const std::uint64_t end = ReadRings(file, directory, set, missing);
+    TellProcesses(set, findings);
     if (end > directory.segmentSize) {
         findings.Damage("directory-too-large", "The directory promises " + std::to_string(end) +
                                                    " bytes in a segment of " +

@@ -119,16 +119,64 @@ void ReadEntries(const InputFile& file, std::uint64_t offset, std::uint32_t coun
     }
 }
 
+void ReportProcesses(const SysTraceFile& trace, Findings& findings) {
+    constexpr std::size_t kMostNamed = 8;
+    if (trace.stretches.size() < 2) {
+        return;
+    }
+    std::string slots;
+    for (std::size_t i = 1; i < trace.stretches.size() && i <= kMostNamed; ++i) {
+        slots += (i > 1 ? ", " : "") + std::to_string(trace.records[trace.stretches[i]].slot);
+    }
+    slots += trace.stretches.size() > kMostNamed + 1 ? " and others" : "";
+    findings.Remark("process-change",
+                    std::to_string(trace.stretches.size()) +
+                        " processes wrote one after the other: every thread changes in front of slot " +
+                        slots +
+                        ". Whether the device started anew there, and how long it took, nothing here tells.");
+}
+
+void ReportFilter(const SysTraceFile& trace, Findings& findings) {
+    const Tracing tracing = TracingOf(trace.header, trace.isDump);
+    if (tracing == Tracing::kOn) {
+        return;
+    }
+    const std::string off = "tracing is off for good, until a process switches levels on again";
+    findings.Remark(
+        "filter-cleared",
+        tracing == Tracing::kOff
+            ? "The filter is cleared, by a dump that was killed or by a process: " + off + "."
+            : "A dump has cleared the filter and not brought it back. Either it was running at that "
+              "moment, or it was killed: then " +
+                  off + ".");
+}
+
 void Report(const SysTraceFile& trace, Findings& findings) {
-    if (trace.neverStored > 0) {
-        findings.Damage("never-stored", Counted(trace.neverStored, "claimed entry") + " never stored.");
+    ReportFilter(trace, findings);
+    ReportProcesses(trace, findings);
+    if (trace.neverStored > trace.unfinishedEntries) {
+        findings.Damage(
+            "never-stored",
+            Counted(trace.neverStored - trace.unfinishedEntries, "claimed entry") + " never stored.");
     }
     if (trace.orphans > 0) {
         findings.Damage("orphan-continuation", Counted(trace.orphans, "continuation") + " without a record.");
     }
-    if (trace.torn > 0) {
-        findings.Damage("torn-record", Counted(trace.torn, "torn record") +
+    if (trace.torn > trace.unfinished) {
+        findings.Damage("torn-record", Counted(trace.torn - trace.unfinished, "torn record") +
                                            ": a writer did not finish, or entries are lost.");
+    }
+    if (trace.unfinished + trace.unfinishedEntries > 0) {
+        findings.Remark("unfinished-record",
+                        Counted(trace.unfinished, "record") + " and " +
+                            Counted(trace.unfinishedEntries, "empty entry") +
+                            " at the end: their writers were not done when the dump was taken.");
+    }
+    if (trace.stale > 0) {
+        findings.Remark("stale-entry",
+                        Counted(trace.stale, "continuation") +
+                            " after whole records: left from an older round in slots that were claimed and "
+                            "never filled, or their record was overwritten.");
     }
     if (trace.entangled > 0) {
         findings.Remark(
@@ -144,8 +192,7 @@ void Report(const SysTraceFile& trace, Findings& findings) {
     }
     if (trace.cutOff > 0) {
         findings.Remark("wrapped-start",
-                        Counted(trace.cutOff, "entry") +
-                            " at the front: remains of older records that the wrap has cut.");
+                        Counted(trace.cutOff, "entry") + ": remains of older records that the wrap has cut.");
     }
     if (trace.clockBreaks > 0) {
         findings.Remark("clock-break", "The stamps do not fit one run of the clock in " +

@@ -27,6 +27,7 @@ Json RecordJson(const SysTraceFile& trace, const SysTraceRecord& record, const N
     Json json{{"slot", record.slot},
               {"elapsed_ns", record.elapsed},
               {"stamp", record.stamp},
+              {"process", record.stretch + 1},
               {"component", record.Component()},
               {"level", record.Level()},
               {"event", record.Event()},

@@ -24,6 +24,7 @@ struct SysTraceRecord {
     std::uint32_t thread = 0;
     bool hasThread = false;
     RecordState state = RecordState::kWhole;
+    std::uint16_t stretch = 0; ///< of the trace's stretches
 
     std::uint32_t Component() const { return id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK; }
     std::uint32_t Level() const { return id >> SYSTRACE_LEVEL_SHIFT & SYSTRACE_LEVEL_MASK; }
@@ -39,11 +40,19 @@ struct SysTraceFile {
     std::uint64_t entriesRead = 0;       ///< claimed entries that the file holds
     std::vector<SysTraceRecord> records; ///< in the order in which they were claimed
     std::vector<std::uint32_t> values;
+    /// The first record of each process, where one wrote after the other; those of processes that share the
+    /// block at the same time are one stretch.
+    std::vector<std::uint32_t> stretches{0};
 
     std::uint64_t neverStored = 0; ///< claimed entries of two zero words
-    std::uint64_t cutOff = 0;      ///< continuations of a first record that a wrap has cut
+    std::uint64_t cutOff = 0;      ///< continuations of records that a wrap has cut
+    std::uint64_t stale = 0;       ///< continuations of an older round, in slots that were not filled again
     std::uint64_t orphans = 0;     ///< other continuations without a record
     std::uint64_t torn = 0;
+    /// Of the torn records and the entries never stored, those that were being written when the dump was
+    /// taken.
+    std::uint64_t unfinished = 0;
+    std::uint64_t unfinishedEntries = 0;
     std::uint64_t entangled = 0;
     std::uint64_t clockBreaks = 0;
     std::vector<std::uint32_t> misnamed; ///< events to which the dictionary gives another number of arguments

@@ -1,5 +1,7 @@
 #include "tools/systrace/SysTraceSource.h"
 
+#include "catalogue/OwnEvents.h"
+#include "tools/axis/Owners.h"
 #include "tools/axis/Repeats.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Hash.h"
@@ -13,12 +15,34 @@ namespace NimaPost {
 
 namespace {
 
+/// The records of one process, or of several that shared the trace.
+struct PlacedStretch {
+    std::int64_t origin = 0; ///< the start of elapsed time, on the axis
+    Owners owners;
+};
+
 struct PlacedTrace {
     SysTraceFile trace;
-    std::int64_t origin = 0; ///< the start of elapsed time, on the axis
-    /// Records that a fuller source already has.
-    std::vector<bool> known;
+    std::vector<PlacedStretch> stretches;
+    Certainty certainty = Certainty::Assumed();
+    std::vector<bool> known; ///< records that a fuller source already has
+
+    explicit PlacedTrace(SysTraceFile file) : trace(std::move(file)) {}
 };
+
+/// Whether a dump was taken for the crash whose log has this head: just before it.
+bool DumpedForHead(const SysTraceFile& trace, const Tie& head) {
+    using Nima::Catalogue::IdOf;
+    using Nima::Catalogue::OwnTraceEvent;
+    constexpr std::size_t kLastRecords = 64;
+    const std::size_t count = std::min(trace.records.size(), kLastRecords);
+    return trace.isDump &&
+           std::any_of(trace.records.end() - static_cast<std::ptrdiff_t>(count), trace.records.end(),
+                       [&](const SysTraceRecord& record) {
+                           const std::int64_t before = NearestStep(record.stamp, head.counter);
+                           return record.id == IdOf(OwnTraceEvent::kFileDumpStarts) && before >= 0;
+                       });
+}
 
 std::uint64_t HashOf(const SysTraceRecord& record) {
     return Mix(Mix(Mix(1, record.slot), record.id), record.stamp);
@@ -38,32 +62,94 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
         std::stable_sort(AllHeld().begin(), AllHeld().end(), [](const Held& a, const Held& b) {
             return ClaimsOf(a.content.trace) > ClaimsOf(b.content.trace);
         });
+        bool any = false;
+        bool bounded = true;
         for (auto& [file, placed] : AllHeld()) {
-            const auto& records = placed.trace.records;
-            if (records.empty()) {
+            if (placed.trace.records.empty()) {
                 continue;
             }
-            const SysTraceRecord& last = records.back();
+            const SysTraceRecord& last = placed.trace.records.back();
             if (!axis.Newest()) {
                 axis.SetNewest({last.stamp, last.elapsed});
             }
-            const Tie& tie = *axis.Newest();
-            placed.origin = tie.time + NearestStep(tie.counter, last.stamp) - last.elapsed;
+            any = true;
+            const Tie tie = *axis.Newest();
+            placed.certainty.originLater = tie.later;
+            if (tie.kind == TieKind::kHead && DumpedForHead(placed.trace, tie)) {
+                placed.certainty.later = 0;
+            } else {
+                bounded = false;
+            }
+            PlaceStretches(axis.AllProcesses(), placed, tie);
         }
+        // What such a dump holds is bounded, whoever wrote the segment afterwards.
+        std::stable_partition(AllHeld().begin(), AllHeld().end(),
+                              [](const Held& held) { return held.content.certainty.later == 0; });
         MarkKnownRecords();
-        if (!All().empty()) {
-            axis.State(
-                {"trace-tied",
-                 std::string("The binary trace's newest record is assumed to be within half a second of ") +
-                     (axis.Crash() ? "the crash log's head" : "the latest dated record") +
-                     "; earlier times are the latest possible."});
+        if (any) {
+            axis.State({"trace-tied", Statement(*axis.Newest(), bounded)});
         }
     }
 
   private:
     std::optional<PlacedTrace> ReadContent(FolderFile& file, InputFile& input) override {
         auto trace = ReadSysTrace(input, Set().Dictionary(), file.findings);
-        return trace ? std::optional(PlacedTrace{std::move(*trace), 0, {}}) : std::nullopt;
+        return trace ? std::optional(PlacedTrace(std::move(*trace))) : std::nullopt;
+    }
+
+    /// The last one is tied. The others ended before the next began, or with their process if that is dated.
+    static void PlaceStretches(Processes& processes, PlacedTrace& placed, const Tie& tie) {
+        const auto& records = placed.trace.records;
+        const auto& firsts = placed.trace.stretches;
+        std::vector<ProcessFacts> facts(firsts.size());
+        for (const SysTraceRecord& record : records) {
+            if (record.hasThread) {
+                facts[record.stretch].threads.insert(record.thread);
+            }
+        }
+        placed.stretches.resize(firsts.size());
+        std::int64_t origin =
+            tie.time + NearestStep(tie.counter, records.back().stamp) - records.back().elapsed;
+        for (std::size_t i = firsts.size(); i-- > 0;) {
+            const auto end = i + 1 < firsts.size() ? firsts[i + 1] : records.size();
+            const std::int64_t last = records[end - 1].elapsed;
+            const auto known = processes.WithAnyOf(facts[i].threads);
+            const auto ended = known ? processes[*known].last : std::nullopt;
+            // The newest line may be another process's.
+            const bool later = tie.kind == TieKind::kLine || i + 1 < firsts.size();
+            if (later && ended && *ended < origin + last - kSecond) {
+                origin = *ended - last;
+            }
+            placed.stretches[i].origin = origin;
+            facts[i].first = origin + records[firsts[i]].elapsed;
+            facts[i].last = origin + last;
+        }
+        for (std::size_t i = 0; i < firsts.size(); ++i) {
+            placed.stretches[i].owners = Owners(processes, facts[i]);
+        }
+    }
+
+    /// `bounded`: all of it was written before the head of the crash log.
+    static std::string Statement(const Tie& tie, bool bounded) {
+        std::string text =
+            "The binary trace has no dates. Its newest record is assumed to be within half a second of ";
+        text += tie.kind == TieKind::kHead   ? "the crash log's or dump's head"
+                : tie.kind == TieKind::kLine ? "the last dated line of the logs"
+                                             : "the newest line or record of all, none of which is dated";
+        text += ", and earlier records count back from it";
+        if (tie.later > 0) {
+            text += "; that moment itself may be up to " + std::to_string(tie.later / 1'000'000) +
+                    " ms later, since its date is cut";
+        }
+        text += bounded ? ". The trace was dumped for that head, so that these times are the latest "
+                          "possible, but for "
+                          "the head's own bound. They may be earlier by whole seconds."
+                : tie.kind == TieKind::kHead
+                    ? ". It may be earlier by whole seconds, or later by any time if a process wrote on "
+                      "afterwards."
+                    : ". It may be earlier by whole seconds, and later by any time: a process that is killed "
+                      "loses the lines that its log has buffered, but not the trace.";
+        return text;
     }
 
     bool Tell(const Held& held, const EventVisitor& visitor) const override {
@@ -84,10 +170,13 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             event.arguments = placed.trace.ValuesOf(record);
             AppendTraceEvent(text, names, record.Component(), record.Event(), event.arguments, record.state);
             event.kind = EventKind::kBinary;
-            event.time = placed.origin + record.elapsed;
-            event.certainty = Certainty::Assumed();
+            const PlacedStretch& stretch = placed.stretches[record.stretch];
+            event.time = stretch.origin + record.elapsed;
+            event.certainty = placed.certainty;
             event.file = held.file;
             event.thread = record.hasThread ? std::optional(record.thread) : std::nullopt;
+            event.process = stretch.owners.ProcessOf(event.thread);
+            event.boot = stretch.owners.BootOf(event.thread);
             event.level = level;
             event.name = component;
             event.text = text;

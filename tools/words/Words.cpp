@@ -5,6 +5,7 @@
 #include "tools/names/EventFormat.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace NimaPost {
 
@@ -39,6 +40,32 @@ std::string_view StateName(RecordState state) {
 std::string_view CaptureStateName(std::uint32_t state) {
     const auto& names = Nima::Catalogue::kCaptureStateNames;
     return state < names.size() ? names[state] : "unknown";
+}
+
+Tracing TracingOf(const SysTraceHeader& header, bool inDump) {
+    const auto passes = [](const auto& filter) {
+        return std::any_of(std::begin(filter), std::end(filter), [](auto word) { return word != 0; });
+    };
+    if (passes(header.liveFilter)) {
+        return Tracing::kOn;
+    }
+    const bool setAside = header.savedState != 0 && passes(header.savedFilter);
+    return !setAside ? Tracing::kOff : inDump ? Tracing::kOn : Tracing::kSuspended;
+}
+
+std::string_view TracingName(Tracing tracing) {
+    return tracing == Tracing::kOn ? "on" : tracing == Tracing::kOff ? "off" : "suspended";
+}
+
+std::string CaptureInWords(const SysTraceHeader& header, bool inDump) {
+    switch (TracingOf(header, inDump)) {
+        case Tracing::kOff:
+            return "nothing is traced, the filter is cleared";
+        case Tracing::kSuspended:
+            return "nothing is traced, a dump that runs or was killed has cleared the filter";
+        default:
+            return std::string(CaptureStateName(header.state));
+    }
 }
 
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names) {

@@ -27,6 +27,19 @@ std::string_view StateName(RecordState state);
 /// "tracing", "capturing" and so on for the capture state of a SysTrace block.
 std::string_view CaptureStateName(std::uint32_t state);
 
+/// Whether a block's filter lets anything through.
+enum class Tracing : unsigned char {
+    kOn,
+    kSuspended, ///< a dump holds the filter: one that runs, or that was killed
+    kOff
+};
+/// `inDump`: the block is from a dump, which itself has set the filter aside.
+Tracing TracingOf(const SysTraceHeader& header, bool inDump);
+/// "on", "suspended", "off".
+std::string_view TracingName(Tracing tracing);
+/// The capture state, "tracing" for example, and what becomes of it where nothing gets through the filter.
+std::string CaptureInWords(const SysTraceHeader& header, bool inDump);
+
 /// "levels 0 and 1: every component; level 2: Engine, component 7".
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
 
