@@ -1,3 +1,5 @@
+#include "catalogue/Levels.h"
+#include "catalogue/Marks.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Interrupt.h"
 #include "tools/base/Text.h"
@@ -11,6 +13,7 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <span>
 #include <thread>
 
 namespace NimaPost {
@@ -33,8 +36,12 @@ struct Options {
 bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem) {
     for (const std::string& level : options.levels) {
         if (!filter.AddLevel(level)) {
-            problem = "no level \"" + level +
-                      "\": FATAL, ERROR, WARN, PERF, INFO, DEBUG or CAL, with a + for more severe ones too";
+            problem = "no level \"" + level + "\": ";
+            for (const std::string_view name : std::span(Nima::Catalogue::kLevelNames).subspan(1)) {
+                problem += std::string(name) + ", ";
+            }
+            problem += std::string("or ") + Nima::Catalogue::kCalibrationLevel +
+                       ", with a + for more severe ones too";
             return false;
         }
     }
@@ -131,6 +138,16 @@ Findings Summary(const LogSet& logs) {
     return findings;
 }
 
+/// Logs are read a second time for their lines, which may fail although the first time did not.
+Findings LateProblems(const LogSet& logs, const Findings& known) {
+    Findings late = logs.ReadProblems();
+    std::erase_if(late.damage, [&](const Finding& finding) {
+        return std::any_of(known.damage.begin(), known.damage.end(),
+                           [&](const Finding& other) { return other.sentence == finding.sentence; });
+    });
+    return late;
+}
+
 void PrintText(Context& context, const LogSet& logs, LogFilter& filter) {
     TimePrinter times;
     ShownLines shown(filter, [&](const LogEntry& entry) {
@@ -158,6 +175,10 @@ void PrintJson(Context& context, const LogSet& logs, LogFilter& filter, const Fi
         return true;
     });
     document.EndArray();
+    const Findings late = LateProblems(logs, findings);
+    if (!late.damage.empty()) {
+        document.Member("late_findings", FindingsJson(late));
+    }
     document.End();
 }
 
@@ -202,14 +223,12 @@ void Follow(Context& context, const std::string& path, LogFilter& filter) {
     }
 }
 
-/// Logs are read a second time for their lines, which may fail although the first time did not.
-int ReportLateProblems(Context& context, const LogSet& logs, const Findings& known) {
-    const Findings problems = logs.ReadProblems();
-    if (problems.damage.empty() || known.Holds("cannot-read")) {
-        return kExitFine;
+std::string NothingToRead(const LogSet& logs) {
+    std::string problem = "nothing to read:";
+    for (const Finding& finding : logs.Unusable().damage) {
+        problem += ' ' + finding.sentence;
     }
-    PrintFindings(context, problems);
-    return kExitDamaged;
+    return problem;
 }
 
 int RunLog(Context& context, const Options& options) {
@@ -230,7 +249,7 @@ int RunLog(Context& context, const Options& options) {
         logs.Add(path, !options.alone);
     }
     if (logs.Sources().empty()) {
-        return ReportUnusable(context, "nothing to read", logs.Unusable());
+        return ReportUnusable(context, NothingToRead(logs), logs.Unusable());
     }
     logs.Arrange();
     const Findings findings = Summary(logs);
@@ -239,8 +258,9 @@ int RunLog(Context& context, const Options& options) {
     } else {
         PrintFindings(context, findings);
         PrintText(context, logs, filter);
+        PrintFindings(context, LateProblems(logs, findings));
     }
-    return std::max(ExitCodeOf(findings), ReportLateProblems(context, logs, findings));
+    return std::max(ExitCodeOf(findings), ExitCodeOf(LateProblems(logs, findings)));
 }
 
 } // namespace

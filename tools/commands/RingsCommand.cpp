@@ -20,17 +20,6 @@ struct Options {
     bool merge = false;
 };
 
-const char* SeamName(Seam seam) {
-    switch (seam) {
-        case Seam::kNone:
-            return "no";
-        case Seam::kLikely:
-            return "probably";
-        default:
-            return "perhaps";
-    }
-}
-
 void AppendRecord(std::string& text, const Ring& ring, const RingRecord& record, const Names& names) {
     AppendDecimal(text, record.data.timestamp);
     text += "  ";
@@ -180,10 +169,9 @@ void PrintJson(Context& context, const Options& options, RingSet& set, const Fin
 }
 
 std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
-    constexpr std::uint64_t kMostText = 64 << 20;
     const std::string front = file.ReadAll(RING_DIRECTORY_SIZE);
     if (LooksLikeRingText(front) || HoldsRingText(front)) {
-        return ReadRingText(file.ReadAll(kMostText), findings);
+        return ReadRingText(file.ReadAll(kMostTextBytes), findings);
     }
     return ReadRingSegment(file, findings);
 }
@@ -207,13 +195,14 @@ int RunRings(Context& context, const Options& options) {
     std::string problem;
     const auto file = InputFile::Open(options.file, problem);
     if (!file) {
-        return ReportUnusable(context, problem);
+        return ReportUnopened(context, problem);
     }
     Findings findings;
     auto set = Read(*file, findings);
     if (!set) {
-        return ReportUnusable(context, options.file, findings);
+        return ReportUnusable(context, *file, findings);
     }
+    file->ReportReadProblem(findings);
     std::erase_if(set->rings, [&](const Ring& ring) { return !Wanted(options, ring); });
     if (set->rings.empty() && !options.rings.empty()) {
         return ReportUnusable(context, options.file + ": no such ring");

@@ -5,6 +5,7 @@
 #include "tools/log/LineReader.h"
 
 #include <algorithm>
+#include <filesystem>
 
 namespace NimaPost {
 
@@ -83,12 +84,16 @@ void LogSet::Add(const std::string& path, bool siblings) {
 void LogSet::TakeBackups(const std::string& path) {
     for (int number = kMostBackups; number >= 1; --number) {
         const std::string backup = path + "." + std::to_string(number);
-        std::string ignored;
+        std::string problem;
         const bool known = std::any_of(sources_.begin(), sources_.end(),
                                        [&](const Source& source) { return source.file.Path() == backup; });
-        auto file = known ? std::nullopt : InputFile::Open(backup, ignored);
+        auto file = known ? std::nullopt : InputFile::Open(backup, problem);
+        std::error_code error;
         if (file && !Take(*file)) {
             AddUnusable(*file);
+        } else if (!file && !known &&
+                   std::filesystem::exists(std::filesystem::symlink_status(backup, error))) {
+            unusable_.Damage("cannot-open", problem);
         }
     }
 }
