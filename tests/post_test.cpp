@@ -646,11 +646,13 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
     WriteFile("device.log", "1 <0x00000001:000> <WARN> <One> evidence\r\n");
     WriteFile("unknown", "whatever this is, it came from the device");
     WriteFile("words", "component 3 Engine\n");
+    WriteFile("settings.html", "<!doctype html>\n<title>Device settings</title>\n");
     ASSERT_EQ(link("device.log", "other name"), 0);
     ASSERT_EQ(symlink("unknown", "link"), 0);
     const std::vector<std::string> before = Listing(".");
     for (const char* command : {"report", "timeline"}) {
-        for (const char* target : {"device.log", "./device.log", "other name", "unknown", "link", "words"}) {
+        for (const char* target :
+             {"device.log", "./device.log", "other name", "unknown", "link", "words", "settings.html"}) {
             const Result result = Post({command, ".", "-o", target, "--names", "words"});
             EXPECT_EQ(result.code, 2) << command << ' ' << target;
             EXPECT_NE(result.errors.find("another name"), std::string::npos) << result.errors;

@@ -12,8 +12,8 @@
 namespace NimaPost {
 
 /// In the order in which the kinds are handed over.
-enum class EventKind : unsigned char { kText, kBinary, kRing, kRecord };
-inline constexpr std::size_t kEventKinds = 4;
+enum class EventKind : unsigned char { kText, kBinary, kRing, kRecord, kCount };
+inline constexpr auto kEventKinds = static_cast<std::size_t>(EventKind::kCount);
 
 /// Something that happened, from whichever file. The views hold until the visitor returns.
 struct TimelineEvent {
