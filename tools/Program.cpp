@@ -1,5 +1,6 @@
 #include "tools/Program.h"
 
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 
 #include <exception>
@@ -40,6 +41,11 @@ int RunProgram(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        if (app.get_subcommands().empty() && !app.remaining().empty()) {
+            std::cerr << "nima-post: no command \"" << Printable(app.remaining().front())
+                      << "\"\nRun with --help for more information.\n";
+            return kExitUnusable;
+        }
         return app.exit(error) == 0 ? kExitFine : kExitUnusable;
     }
     return RunCommand(run, context);

@@ -28,10 +28,19 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
     return command;
 }
 
+CLI::Validator WholeNumber() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            std::uint64_t number = 0;
+            return ParseNumber(text, number) ? std::string() : "\"" + text + "\" is not a whole number";
+        },
+        "");
+}
+
 void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things) {
     command.add_option("--count", count, "End after N " + things + "; 0 never ends")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(WholeNumber());
 }
 
 void PrintFindings(Context& context, const Findings& findings) {

@@ -34,6 +34,9 @@ void AddAllCommands(CLI::App& app, Context& context, Run& run);
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
                      const std::string& description);
 
+/// A check for options that take a number from 0 on.
+CLI::Validator WholeNumber();
+
 /// "--count N", for a command that runs until it is interrupted: how many of `things` it waits for.
 void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things);
 

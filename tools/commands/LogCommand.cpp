@@ -12,6 +12,8 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <filesystem>
+#include <iostream>
 #include <memory>
 #include <span>
 #include <thread>
@@ -194,6 +196,19 @@ Json FollowedJson(const std::string& path, const LogLine& line) {
     return json;
 }
 
+/// A log that does not exist yet can be waited for; what is there must be readable.
+bool CanFollow(const std::string& path, std::string& problem) {
+    std::error_code error;
+    if (InputFile::Open(path, problem)) {
+        return true;
+    }
+    if (std::filesystem::exists(path, error)) {
+        return false;
+    }
+    std::cerr << "note: " << Printable(problem) << "; waiting for it\n";
+    return true;
+}
+
 /// Prints the lines as they come, until an interrupt.
 void Follow(Context& context, const std::string& path, LogFilter& filter) {
     Interrupt interrupt;
@@ -240,6 +255,9 @@ int RunLog(Context& context, const Options& options) {
     if (options.follow) {
         if (options.files.size() != 1) {
             return ReportUnusable(context, "--follow takes one file");
+        }
+        if (!CanFollow(options.files.front(), problem)) {
+            return ReportUnopened(context, problem);
         }
         Follow(context, options.files.front(), filter);
         return kExitFine;

@@ -57,12 +57,23 @@ Json RingJson(const Ring& ring) {
     return json;
 }
 
-bool Wanted(const Options& options, const Ring& ring) {
-    return options.rings.empty() ||
-           std::any_of(options.rings.begin(), options.rings.end(), [&](const std::string& name) {
-               std::uint64_t index = 0;
-               return EqualNoCase(name, ring.name) || (ParseNumber(name, index) && index == ring.index);
-           });
+bool IsNamed(const Ring& ring, const std::string& name) {
+    std::uint64_t index = 0;
+    return EqualNoCase(name, ring.name) || (ParseNumber(name, index) && index == ring.index);
+}
+
+/// Leaves only the rings of these names. Returns the first name that no ring has, or an empty text.
+std::string KeepNamed(std::vector<Ring>& rings, const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        if (std::none_of(rings.begin(), rings.end(), [&](const Ring& ring) { return IsNamed(ring, name); })) {
+            return name;
+        }
+    }
+    std::erase_if(rings, [&](const Ring& ring) {
+        return !names.empty() && std::none_of(names.begin(), names.end(),
+                                              [&](const std::string& name) { return IsNamed(ring, name); });
+    });
+    return {};
 }
 
 void PrintTable(Output& out, const RingSet& set) {
@@ -203,9 +214,9 @@ int RunRings(Context& context, const Options& options) {
         return ReportUnusable(context, *file, findings);
     }
     file->ReportReadProblem(findings);
-    std::erase_if(set->rings, [&](const Ring& ring) { return !Wanted(options, ring); });
-    if (set->rings.empty() && !options.rings.empty()) {
-        return ReportUnusable(context, options.file + ": no such ring");
+    const std::string missing = KeepNamed(set->rings, options.rings);
+    if (!missing.empty()) {
+        return ReportUnusable(context, options.file + ": no ring \"" + missing + "\"");
     }
     AddRemarks(*set, findings);
     if (context.json) {
@@ -236,7 +247,7 @@ void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
     command
         ->add_option("--last", options->last, "Only the last N records, of each ring or of the merged order")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(WholeNumber());
     command->callback([&run, options] { run = [options](Context& c) { return RunRings(c, *options); }; });
 }
 

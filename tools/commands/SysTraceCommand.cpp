@@ -221,7 +221,7 @@ void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
         ->delimiter(',');
     command->add_option("--last", options->last, "Only the last N of them")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(WholeNumber());
     command->callback([&run, options] { run = [options](Context& c) { return RunSysTrace(c, *options); }; });
 }
 

@@ -57,15 +57,13 @@ std::int64_t OriginOf(const LogRun& run) {
 }
 
 void LogSet::Add(const std::string& path, bool siblings) {
-    const bool known = std::any_of(sources_.begin(), sources_.end(),
-                                   [&](const Source& source) { return source.file.Path() == path; });
-    if (known) {
-        return;
-    }
     std::string problem;
     auto file = InputFile::Open(path, problem);
     if (!file) {
         unusable_.Damage("cannot-open", problem);
+        return;
+    }
+    if (Holds(*file)) {
         return;
     }
     const std::size_t before = sources_.size();
@@ -81,18 +79,21 @@ void LogSet::Add(const std::string& path, bool siblings) {
     }
 }
 
+/// Whether a file was added already, under whatever path.
+bool LogSet::Holds(const InputFile& file) const {
+    return std::any_of(sources_.begin(), sources_.end(),
+                       [&](const Source& source) { return source.file.Identity() == file.Identity(); });
+}
+
 void LogSet::TakeBackups(const std::string& path) {
     for (int number = kMostBackups; number >= 1; --number) {
         const std::string backup = path + "." + std::to_string(number);
         std::string problem;
-        const bool known = std::any_of(sources_.begin(), sources_.end(),
-                                       [&](const Source& source) { return source.file.Path() == backup; });
-        auto file = known ? std::nullopt : InputFile::Open(backup, problem);
+        auto file = InputFile::Open(backup, problem);
         std::error_code error;
-        if (file && !Take(*file)) {
+        if (file && !Holds(*file) && !Take(*file)) {
             AddUnusable(*file);
-        } else if (!file && !known &&
-                   std::filesystem::exists(std::filesystem::symlink_status(backup, error))) {
+        } else if (!file && std::filesystem::exists(std::filesystem::symlink_status(backup, error))) {
             unusable_.Damage("cannot-open", problem);
         }
     }

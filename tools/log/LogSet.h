@@ -38,8 +38,7 @@ struct LogEntry {
 class LogSet {
   public:
     /// A file that cannot be opened or is no log is reported and left out. With `siblings` the backups of a
-    /// file
-    /// ("NAME.1" and so on) are taken in as well.
+    /// file ("NAME.1" and so on) are taken in as well.
     void Add(const std::string& path, bool siblings);
     /// Takes a file over that is open already. False, and the file stays with the caller, where it is no log.
     bool Take(InputFile& file);
@@ -75,6 +74,7 @@ class LogSet {
     std::optional<Anchor> LastAnchor() const;
 
   private:
+    bool Holds(const InputFile& file) const;
     void TakeBackups(const std::string& path);
     void AddUnusable(const InputFile& file);
     void Survey(std::size_t index);
