@@ -6,9 +6,20 @@
 #include <exception>
 #include <iostream>
 
+#include <sys/resource.h>
+
 namespace NimaPost {
 
 namespace {
+
+/// Text logs stay open until their lines have been handed over, and a folder may hold thousands of them.
+void AllowManyFiles() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
 
 int RunCommand(const Run& run, Context& context) {
     std::string problem;
@@ -35,6 +46,7 @@ int RunProgram(int argc, const char* const* argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "nima-post " NIMA_POST_VERSION);
     app.footer("Exit status: 0 fine, 1 damaged input that could be read in part, 2 nothing usable.");
+    AllowManyFiles();
     Context context;
     Run run;
     AddAllCommands(app, context, run);
