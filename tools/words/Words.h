@@ -27,7 +27,7 @@ std::string_view StateName(RecordState state);
 /// "tracing", "capturing" and so on for the capture state of a SysTrace block.
 std::string_view CaptureStateName(std::uint32_t state);
 
-/// "level 0: every component; level 1: Engine, component 7; level 2: none; level 3: none".
+/// "levels 0 and 1: every component; level 2: Engine, component 7".
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
 
 /// An event of the binary trace as every view shows it: "page_begins: page 1, 79 lines". Without a
