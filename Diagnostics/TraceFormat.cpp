@@ -1,6 +1,7 @@
 #include "Diagnostics/TraceFormat.h"
 
 #include "Diagnostics/TraceLevel.h"
+#include "catalogue/Marks.h"
 #include "platform/Clock.h"
 #include "platform/Handles.h"
 #include "platform/Text.h"
@@ -53,9 +54,9 @@ char* PutPriority(char* out, int priority) {
 } // namespace
 
 ThreadPart::ThreadPart(std::uint32_t threadId, int priority) {
-    char* out = PutHex8(Put(text_, " <0x"), threadId);
-    *out++ = ':';
-    out = Put(PutPriority(out, priority), "> ");
+    char* out = PutHex8(Put(text_, Catalogue::kThreadMark), threadId);
+    *out++ = Catalogue::kPriorityMark;
+    out = Put(PutPriority(out, priority), Catalogue::kHeaderEnd);
     length_ = static_cast<std::size_t>(out - text_);
 }
 
@@ -109,12 +110,12 @@ int ComposeDateHeader(char* buffer, std::size_t size, const _SYSTEMTIME& time, s
 int ComposePrefix(char* buffer, std::size_t size, int level, const char* name) {
     const LevelName& levelName = NameOfLevel(level);
     const std::size_t nameLength = std::strlen(name);
-    constexpr std::string_view kBetween = "> <";
-    constexpr std::string_view kEnd = "> ";
+    constexpr std::string_view kBetween = Catalogue::kLevelEnd;
+    constexpr std::string_view kEnd = Catalogue::kTracerEnd;
     const std::size_t length = 1 + levelName.length + kBetween.size() + nameLength + kEnd.size();
     if (length >= size || sizeof(levelName.text) >= size) {
         TextComposer text(buffer, size);
-        text.Add('<');
+        text.Add(Catalogue::kLevelBegin);
         text.Add(levelName.text, levelName.length);
         text.Add(kBetween.data(), kBetween.size());
         text.Add(name, nameLength);
@@ -122,7 +123,7 @@ int ComposePrefix(char* buffer, std::size_t size, int level, const char* name) {
         return text.length();
     }
     char* out = buffer;
-    *out++ = '<';
+    *out++ = Catalogue::kLevelBegin;
     std::memcpy(out, levelName.text, sizeof(levelName.text));
     out = Put(out + levelName.length, kBetween);
     out = Put(Put(out, {name, nameLength}), kEnd);

@@ -7,8 +7,15 @@ namespace Nima::Catalogue {
 /// The SysTrace block begins with these four characters, without a zero.
 inline constexpr char kSysTraceMagic[] = "strc";
 
-// ---- Text logs, doc/text-log.md ----
+// ---- Text logs, doc/text-log.md: "<counter> <0x<thread>:<priority>> <<level>> <<tracer>> <message>" ----
 
+inline constexpr char kThreadMark[] = " <0x";
+inline constexpr char kPriorityMark = ':';
+inline constexpr char kHeaderEnd[] = "> ";
+inline constexpr char kLevelBegin = '<';
+/// Between level and tracer.
+inline constexpr char kLevelEnd[] = "> <";
+inline constexpr char kTracerEnd[] = "> ";
 /// Takes the place of a level.
 inline constexpr char kCalibrationLevel[] = "CAL";
 /// Comes before the date of a calibration line.
@@ -47,6 +54,12 @@ inline constexpr char kFileName[] = "File Name";
 inline constexpr char kLineNumber[] = "Line Numbr";
 inline constexpr char kBootCycle[] = "Boot Cycle";
 inline constexpr char kExtraData[] = "Extra Data";
+
+inline constexpr char kExceptionRecordBegin[] = "BEGIN EXCEPTION RECORD";
+inline constexpr char kExceptionRecord[] = "Exception Record:";
+inline constexpr char kExceptionRecordEnd[] = "END EXCEPTION RECORD";
+/// Begins the line that takes the place of a section if writing it failed.
+inline constexpr char kFaultInCrashLog[] = "Fault";
 
 // ---- Stack-trace files, doc/stack-trace.md ----
 

@@ -2,7 +2,6 @@
 
 #include "catalogue/Files.h"
 #include "catalogue/Marks.h"
-#include "catalogue/Notification.h"
 #include "crashHandler/CrashThreads.h"
 #include "crashHandler/Descriptors.h"
 #include "crashHandler/FrameWriter.h"
@@ -19,14 +18,11 @@
 #include <exception>
 #include <initializer_list>
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <pthread.h>
 #include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -38,7 +34,6 @@ namespace Catalogue = Nima::Catalogue;
 namespace {
 
 constexpr const char* kThisUnit = "crashHandler/crashHandler";
-constexpr const char* kCorePatternFile = "/proc/sys/kernel/core_pattern";
 
 // Fixed text in lines 3 and 4 of a report; these are not this file's line numbers.
 constexpr int kReportLine = 258;
@@ -236,31 +231,6 @@ void GiveAlternateStack() {
     ::sigaltstack(&given, nullptr);
 }
 
-/// The working directory, cut to the buffer; empty if it is not available. Unlike with `getcwd`, a longer
-/// path is cut instead of refused.
-void WorkingDirectory(char (&directory)[kWorkingDirectorySize]) {
-    std::memset(directory, 0, sizeof(directory));
-    if (::readlink("/proc/self/cwd", directory, sizeof(directory) - 1) <= 0 &&
-        ::getcwd(directory, sizeof(directory)) == nullptr) {
-        directory[0] = '\0';
-    }
-}
-
-void SendToMosk(const TextLine<kNotificationSize>& text) {
-    const int socket = OpenSocket();
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(Catalogue::kNotificationPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const ssize_t sent = ::sendto(socket, text.text(), text.length(), MSG_NOSIGNAL,
-                                  reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    // Straight to the descriptor: the abort that follows would lose what the stream holds.
-    ReportLine line;
-    line.Add("sent ").AddDecimal(sent).Add(" bytes to mosk\n");
-    WriteIfReady(STDOUT_FILENO, line.text(), line.length());
-    CloseSocket(socket);
-}
-
 } // namespace
 
 int getFileName(int* descriptor, char* name) {
@@ -273,39 +243,6 @@ int getFileName(int* descriptor, char* name) {
     if (descriptor != -1) {
         WriteStack(CurrentCrashThread(), descriptor, context, g_OurCaller.load());
     }
-}
-
-void coreDirectory(const char* patternFile, char (&directory)[kCoreDirectorySize]) {
-    std::memset(directory, 0, sizeof(directory));
-    const int file = OpenAboveStandard(patternFile, O_RDONLY | O_CLOEXEC);
-    const ssize_t count = file != -1 ? ::read(file, directory, sizeof(directory) - 1) : -1;
-    if (file != -1) {
-        ::close(file);
-    }
-    if (count <= 0) {
-        std::strncpy(directory, "/var/log", sizeof(directory) - 1);
-        return;
-    }
-    char* const last = std::strrchr(directory, '/');
-    if (last != nullptr && last != std::strchr(directory, '/')) {
-        *last = '\0';
-    } else {
-        std::strncpy(directory, "/", sizeof(directory) - 1);
-    }
-}
-
-void notifyMoskAboutCrash(const char* name) {
-    char folder[kWorkingDirectorySize];
-    char cores[kCoreDirectorySize];
-    WorkingDirectory(folder);
-    coreDirectory(kCorePatternFile, cores);
-    TextLine<kStackFilePathSize> path;
-    path.Add(std::strcmp(folder, "/") == 0 ? "" : folder).Add("/");
-    path.Add(std::strncmp(name, "./", 2) == 0 ? name + 2 : name);
-    TextLine<kNotificationSize> text;
-    text.Add(Catalogue::kNotificationHead).Add(path.text());
-    text.Add(Catalogue::kNotificationFolder).Add(cores).Add(Catalogue::kNotificationEnd);
-    SendToMosk(text);
 }
 
 [[gnu::noinline]] void signalHandler(int signal) {

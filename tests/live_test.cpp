@@ -373,6 +373,7 @@ TEST_F(ListenTest, CopiesEachFileThatIsNamed) {
     heard = Json::parse(listen.Line());
     EXPECT_LE(std::filesystem::file_size(heard["copy"].get<std::string>()), 16U << 20);
     EXPECT_TRUE(heard["problem"].is_string());
+    EXPECT_EQ(Listing("kept/traces").size(), 3U); // nothing is left of a name for the time of writing
     EXPECT_EQ(listen.Rest(), "");
     EXPECT_EQ(listen.Status(), 0);
 }

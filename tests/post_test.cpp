@@ -22,6 +22,7 @@
 #include <dlfcn.h>
 #include <nlohmann/json.hpp>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -1027,11 +1028,13 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
     WriteFile("device.log", "1 <0x00000001:000> <WARN> <One> evidence\r\n");
     WriteFile("unknown", "whatever this is, it came from the device");
     WriteFile("words", "component 3 Engine\n");
+    WriteFile("settings.html", "<!doctype html>\n<title>Device settings</title>\n");
     ASSERT_EQ(link("device.log", "other name"), 0);
     ASSERT_EQ(symlink("unknown", "link"), 0);
     const std::vector<std::string> before = Listing(".");
     for (const char* command : {"report", "timeline"}) {
-        for (const char* target : {"device.log", "./device.log", "other name", "unknown", "link", "words"}) {
+        for (const char* target :
+             {"device.log", "./device.log", "other name", "unknown", "link", "words", "settings.html"}) {
             const Result result = Post({command, ".", "-o", target, "--names", "words"});
             EXPECT_EQ(result.code, 2) << command << ' ' << target;
             EXPECT_NE(result.errors.find("another name"), std::string::npos) << result.errors;
@@ -1046,20 +1049,27 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
     }
 }
 
-/// Simulates a failing medium: of a file called "failing" only the first bytes can be read.
+/// Simulates files that cannot be read to their end. Of a file called "failing" or "shrinking" only the first
+/// bytes can be read; the first is on a bad medium, the second has become shorter. A file called "emptied"
+/// becomes empty once it has been read from its start twice.
 extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offset) __asm__("pread64");
 extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offset) {
     constexpr off64_t kReadable = 100;
     std::array<char, 256> name{};
     const std::string link = "/proc/self/fd/" + std::to_string(file);
-    const bool fails = readlink(link.c_str(), name.data(), name.size() - 1) > 0 &&
-                       std::string(name.data()).ends_with("/failing");
-    if (fails && offset + static_cast<off64_t>(count) > kReadable) {
+    const bool known = readlink(link.c_str(), name.data(), name.size() - 1) > 0;
+    const std::string path = known ? name.data() : "";
+    const bool fails = path.ends_with("/failing");
+    if ((fails || path.ends_with("/shrinking")) && offset + static_cast<off64_t>(count) > kReadable) {
         if (offset >= kReadable) {
             errno = EIO;
-            return -1;
+            return fails ? -1 : 0;
         }
         count = static_cast<size_t>(kReadable - offset);
+    }
+    static int begun = 0;
+    if (path.ends_with("/emptied") && (begun += offset == 0 ? 1 : 0) > 2) {
+        return 0;
     }
     using Function = ssize_t (*)(int, void*, size_t, off64_t);
     static const auto next = reinterpret_cast<Function>(dlsym(RTLD_NEXT, "pread64"));
@@ -1071,15 +1081,50 @@ TEST_F(PostMortem, ReportsWhatCannotBeReadToItsEnd) {
     for (int i = 0; i < 10; ++i) {
         lines += std::to_string(i + 1) + " <0x00000001:000> <WARN> <One> line " + std::to_string(i) + "\r\n";
     }
-    for (const std::string& content : {lines, std::string(400, 'x'), EventRecordBytes("someone")}) {
-        WriteFile("failing", content);
-        WriteFile("device.log", lines);
-        const Result report = Post({"report", ".", "-o", "report.html", "--json"});
-        EXPECT_EQ(report.code, 1);
-        EXPECT_TRUE(report.Finds("cannot-read")) << report.output;
+    WriteFile("device.log", lines);
+    for (const char* name : {"failing", "shrinking"}) {
+        for (const std::string& content : {lines, std::string(400, 'x'), EventRecordBytes("someone")}) {
+            WriteFile(name, content);
+            const Result report = Post({"report", ".", "-o", "report.html", "--json"});
+            EXPECT_EQ(report.code, 1) << name;
+            EXPECT_TRUE(report.Finds("cannot-read")) << report.output;
+        }
+        for (const char* command : {"log", "crash", "event", "rings", "systrace"}) {
+            WriteFile(name, command == std::string("log") ? lines : EventRecordBytes("someone"));
+            const Result result = Post({command, name, "--json"});
+            EXPECT_NE(result.code, 0) << command;
+            EXPECT_TRUE(result.Finds("cannot-read")) << command << result.output;
+        }
+        std::filesystem::remove(name);
     }
-    WriteFile("failing", lines);
-    const Result log = Post({"log", "failing", "--json"});
+    WriteFile("emptied", lines);
+    const Result log = Post({"log", "emptied", "--json"});
     EXPECT_EQ(log.code, 1);
-    EXPECT_TRUE(log.Finds("cannot-read"));
+    EXPECT_EQ(log.Parsed()["late_findings"]["damage"][0]["code"], "cannot-read");
+    for (const char* command : {"report", "timeline"}) {
+        const Result result = Post({command, ".", "-o", "out", "--json"});
+        EXPECT_EQ(result.code, 1) << command;
+        EXPECT_TRUE(result.Finds("cannot-read")) << command << result.output;
+    }
+}
+
+TEST_F(PostMortem, ReportsWhatCannotBeOpened) {
+    WriteFile("device.log", "1 <0x00000001:000> <WARN> <One> line\r\n");
+    ASSERT_EQ(mkdir("device.log.1", 0700), 0);
+    const Result log = Post({"log", "device.log", "--json"});
+    EXPECT_EQ(log.code, 1);
+    EXPECT_TRUE(log.Finds("cannot-open"));
+    // A folder of a folder is not read, but a link that leads nowhere stands for a file that is gone.
+    EXPECT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
+    ASSERT_EQ(symlink("gone", "SysTrace.bin"), 0);
+    EXPECT_TRUE(Post({"report", ".", "-o", "report.html", "--json"}).Finds("cannot-open"));
+    std::filesystem::remove("device.log");
+    const Result nothing = Post({"report", ".", "-o", "report.html", "--json"});
+    EXPECT_EQ(nothing.code, 2);
+    EXPECT_TRUE(nothing.Finds("cannot-open"));
+    for (const char* command : {"systrace", "rings", "log", "crash", "event"}) {
+        const Result result = Post({command, "gone", "--json"});
+        EXPECT_EQ(result.code, 2) << command;
+        EXPECT_TRUE(result.Finds("cannot-open")) << command;
+    }
 }

@@ -1,13 +1,25 @@
 #include "tools/Program.h"
 
+#include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 
 #include <exception>
 #include <iostream>
 
+#include <sys/resource.h>
+
 namespace NimaPost {
 
 namespace {
+
+/// Text logs stay open until their lines have been handed over, and a folder may hold thousands of them.
+void AllowManyFiles() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
 
 int RunCommand(const Run& run, Context& context) {
     std::string problem;
@@ -34,12 +46,18 @@ int RunProgram(int argc, const char* const* argv) {
     app.require_subcommand(1);
     app.set_version_flag("--version", "nima-post " NIMA_POST_VERSION);
     app.footer("Exit status: 0 fine, 1 damaged input that could be read in part, 2 nothing usable.");
+    AllowManyFiles();
     Context context;
     Run run;
     AddAllCommands(app, context, run);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
+        if (app.get_subcommands().empty() && !app.remaining().empty()) {
+            std::cerr << "nima-post: no command \"" << Printable(app.remaining().front())
+                      << "\"\nRun with --help for more information.\n";
+            return kExitUnusable;
+        }
         return app.exit(error) == 0 ? kExitFine : kExitUnusable;
     }
     return RunCommand(run, context);

@@ -2,6 +2,7 @@
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/Triage/CrashPolicy.h"
 #include "Diagnostics/Triage/StandardTriageCallback.h"
+#include "catalogue/Failures.h"
 #include "catalogue/OwnEvents.h"
 #include "platform/Cancellation.h"
 #include "platform/Text.h"
@@ -137,7 +138,7 @@ void OnExit() {
     }
     GuardedCall([] {
         TriageCallback& callback = g_StandardExceptionTriageCallback.get();
-        callback.SetExceptionInfo(0, kProcessExited, 0);
+        callback.SetExceptionInfo(Catalogue::kProcessExit, Catalogue::kProcessExited, 0);
         _HandleFatalCondition(&callback);
     });
     ReleaseCrashHandler();

@@ -4,6 +4,8 @@
 #include "Diagnostics/RealTime/RingBufferMgr.h"
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/Triage/OutputAdapter.h"
+#include "catalogue/Marks.h"
+#include "catalogue/Text.h"
 #include "platform/Modules.h"
 #include "platform/Text.h"
 
@@ -92,7 +94,9 @@ int ListModulesOf(ModuleSource& source, char* scratch, int size, int processId, 
         if (IsCancellation()) {
             throw;
         }
-        _WriteSingleLineOutput(adapter, "Fault getting list of modules.");
+        _WriteSingleLineOutput(
+            adapter,
+            Catalogue::Concatenated(Catalogue::kFaultInCrashLog, " getting list of modules.").data());
         GuardedCall(close);
         RecordInternalDiagnosticEvent(kFaultInDiagnostics, _get_exception_code_helper(), 0, 0, 0);
         return 0;

@@ -4,6 +4,7 @@
 #include "Diagnostics/Guarded.h"
 #include "Diagnostics/RealTime/RingBufferMgr.h"
 #include "Diagnostics/TraceImpl.h"
+#include "catalogue/Failures.h"
 #include "catalogue/Marks.h"
 #include "catalogue/Text.h"
 #include "platform/Handles.h"
@@ -20,8 +21,8 @@ namespace Nima::Common::System::OS::Diagnostics {
 
 namespace {
 
-constexpr std::int32_t kNativeException = 1;
-constexpr std::int32_t kAssertion = 2;
+using Catalogue::kNativeException;
+using Catalogue::kReportedError;
 
 constexpr std::uint32_t kCodeAccessViolation = 0xC0000005;
 constexpr std::uint32_t kCodeStackOverflow = 0xC00000FD;
@@ -81,14 +82,14 @@ void StandardExceptionTriageCallback::SetExceptionInfo(int type, long code, long
     failureType_ = type;
     const auto code32 = static_cast<std::int32_t>(code);
     switch (type) {
-        case 0:
-            errorCode_ = kProcessExited;
+        case Catalogue::kProcessExit:
+            errorCode_ = Catalogue::kProcessExited;
             break;
         case kNativeException:
             exceptionCode_ = code32;
-            errorCode_ = Hex(code32) == kCodeAccessViolation ? kAccessViolation
-                         : Hex(code32) == kCodeStackOverflow ? kStackOverflow
-                                                             : kOtherNativeException;
+            errorCode_ = Hex(code32) == kCodeAccessViolation ? Catalogue::kAccessViolation
+                         : Hex(code32) == kCodeStackOverflow ? Catalogue::kStackOverflow
+                                                             : Catalogue::kOtherNativeException;
             break;
         default:
             errorCode_ = code32;
@@ -99,7 +100,7 @@ void StandardExceptionTriageCallback::SetExceptionInfo(int type, long code, long
 void StandardExceptionTriageCallback::SetAssertInfo(long code, const char* file, int line,
                                                     _EXCEPTION_POINTERS* pointers, long extraCount,
                                                     long* extraData) {
-    failureType_ = kAssertion;
+    failureType_ = kReportedError;
     faultAddress_ = 0;
     exceptionCode_ = 0;
     if (pointers != nullptr && pointers->ExceptionRecord != nullptr) {
@@ -138,12 +139,12 @@ StandardExceptionTriageCallback::FailureLines StandardExceptionTriageCallback::D
     if (failureType_ == kNativeException) {
         both("\n", "\n", "FATAL ERROR!!!  UnhandledExceptionCallback called.  Excptn %x at %x!  Error is %X!",
              Hex(exceptionCode_), Hex(faultAddress_), Hex(errorCode_));
-    } else if (failureType_ == kAssertion && exceptionPointers_ != nullptr) {
+    } else if (failureType_ == kReportedError && exceptionPointers_ != nullptr) {
         both("\n", "\r\n",
              "FATAL ERROR!!!  DeviceFatalError called, error is %x : %s @ line %d because of excptn 0x%8.8x "
              "@ 0x%8.8x!",
              Hex(errorCode_), fileName_, line_, Hex(exceptionCode_), Hex(faultAddress_));
-    } else if (failureType_ == kAssertion) {
+    } else if (failureType_ == kReportedError) {
         both("\n", "\r\n", "FATAL ERROR!!!  DeviceFatalError called, error is %x : %s @ line %d!",
              Hex(errorCode_), fileName_, line_);
     } else {
@@ -155,12 +156,13 @@ StandardExceptionTriageCallback::FailureLines StandardExceptionTriageCallback::D
 
 int StandardExceptionTriageCallback::FormatSummary() {
     const std::uint32_t bootCycle = Hex(static_cast<std::int32_t>(GetBootCycle()));
-    if (failureType_ == kNativeException || (failureType_ == kAssertion && exceptionPointers_ != nullptr)) {
+    if (failureType_ == kNativeException ||
+        (failureType_ == kReportedError && exceptionPointers_ != nullptr)) {
         return AppendAt(scratch_, 0, kScratchSize,
                         "Type=Native Excptn=0x%8.8x Addr=0x%8.8x BootCycle=0x%8.8x", Hex(exceptionCode_),
                         Hex(faultAddress_), bootCycle);
     }
-    if (failureType_ == kAssertion) {
+    if (failureType_ == kReportedError) {
         return AppendAt(scratch_, 0, kScratchSize,
                         "Type=Assert Code=0x%8.8x BootCycle=0x%8.8x File=%s Line=%d", Hex(errorCode_),
                         bootCycle, fileName_, line_);
@@ -200,7 +202,7 @@ void StandardExceptionTriageCallback::WhatItIs(void* file) {
         AppendAt(scratch_, 0, kScratchSize, "%s: %X\r\n%s: %X\r\n%s: %X\r\n%s: %X\r\n", Catalogue::kErrorCode,
                  Hex(errorCode_), Catalogue::kFaultAddress, Hex(faultAddress_), Catalogue::kCrashType,
                  Hex(failureType_), Catalogue::kExceptionCode, Hex(exceptionCode_));
-    if (failureType_ == kAssertion) {
+    if (failureType_ == kReportedError) {
         length += AppendAt(scratch_, length, kScratchSize, " %s: %s\r\n%s: %d\r\n", Catalogue::kFileName,
                            fileName_, Catalogue::kLineNumber, line_);
     }
@@ -226,7 +228,7 @@ void StandardExceptionTriageCallback::DumpExceptionRecord(void* file) {
         return;
     }
     _WriteSingleLine(file, "\r\n");
-    _WriteSingleLine(file, "BEGIN EXCEPTION RECORD\r\n");
+    _WriteSingleLine(file, Catalogue::Concatenated(Catalogue::kExceptionRecordBegin, "\r\n").data());
     EmptyScratch();
     if (exceptionPointers_->ContextRecord != nullptr) {
         // Nothing is known of a context on this platform: writes an empty text.
@@ -235,7 +237,8 @@ void StandardExceptionTriageCallback::DumpExceptionRecord(void* file) {
     }
     if (const _EXCEPTION_RECORD* record = exceptionPointers_->ExceptionRecord) {
         AppendAt(scratch_, 0, kScratchSize,
-                 "Exception Record:\r\n   Address: 0x%8.8x\r\n Exception: 0x%8.8x\r\n     Flags: 0x%8.8x\r\n",
+                 "%s\r\n   Address: 0x%8.8x\r\n Exception: 0x%8.8x\r\n     Flags: 0x%8.8x\r\n",
+                 Catalogue::kExceptionRecord,
                  Low32(reinterpret_cast<std::uintptr_t>(record->ExceptionAddress)), record->ExceptionCode,
                  record->ExceptionFlags);
         _WriteSingleLine(file, scratch_);
@@ -247,7 +250,7 @@ void StandardExceptionTriageCallback::DumpExceptionRecord(void* file) {
             _WriteSingleLine(file, scratch_);
         }
     }
-    _WriteSingleLine(file, "END EXCEPTION RECORD\r\n");
+    _WriteSingleLine(file, Catalogue::Concatenated(Catalogue::kExceptionRecordEnd, "\r\n").data());
 }
 
 void StandardExceptionTriageCallback::DumpCallstacksImpl(void* file) {
@@ -261,7 +264,9 @@ void StandardExceptionTriageCallback::DumpCallstacksImpl(void* file) {
         if (IsCancellation()) {
             throw;
         }
-        _WriteSingleLine(file, "Fault while dumping exception record call stacks");
+        _WriteSingleLine(file, Catalogue::Concatenated(Catalogue::kFaultInCrashLog,
+                                                       " while dumping exception record call stacks")
+                                   .data());
         RecordInternalDiagnosticEvent(kFaultInDiagnostics, _get_exception_code_helper(), 0, 0, 0);
     }
 }

@@ -8,14 +8,6 @@
 
 namespace Nima::Common::System::OS::Diagnostics {
 
-/// The error codes that a failure gets, depending on its kind.
-enum FailureCode : std::int32_t {
-    kProcessExited = 0x0049380A,
-    kOtherNativeException = 0x00493807,
-    kAccessViolation = 0x00493813,
-    kStackOverflow = 0x00493814
-};
-
 /// The process's own callback. Never destroyed: a thread may fail while the process exits.
 extern NeverDestroyed<StandardExceptionTriageCallback> g_StandardExceptionTriageCallback;
 

@@ -26,7 +26,7 @@ import sample_page  # noqa: E402
 
 FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
          "--disable-component-update", "--disable-sync", "--window-size=1366,900", "--force-device-scale-factor=1"]
-UNSEEN = re.compile("[\0-\x08\x0b-\x1f\x7f-\x9f\xad\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]")
+UNSEEN = re.compile("[\0-\x08\x0b-\x1f\x7f-\x9f\xad\u034f\u061c\u180e\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]")
 
 
 def visible(text):

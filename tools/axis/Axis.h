@@ -18,7 +18,7 @@ enum class TieKind : unsigned char {
     kHead   ///< the head of a dump or crash log
 };
 
-/// A counter and the moment that it stands for.
+/// A counter and the moment at which it was read.
 struct Tie {
     std::int64_t counter = 0;
     std::int64_t time = 0;
@@ -27,15 +27,15 @@ struct Tie {
     std::int64_t later = 0;
 };
 
-/// The library's call of a host's callback, as its ring tells it.
+/// The library's call of a host's callback, as its ring shows it.
 struct CallbackMark {
     std::uint32_t eventType = 0;
     std::uint32_t eventId = 0;
     std::int64_t time = 0;
 };
 
-/// The one axis of time that everything in a folder is put on: nanoseconds since 1970, local time as if it
-/// were UTC, where anything is dated; else nanoseconds since the first line or record.
+/// The one time axis for everything in a folder: if anything is dated, nanoseconds since 1970, with local
+/// time treated as UTC; otherwise nanoseconds since the first line or record.
 class Axis {
   public:
     bool HasWall() const { return hasWall_; }
@@ -50,7 +50,7 @@ class Axis {
     void SetNewest(Tie tie) { newest_ = tie; }
     const std::optional<Tie>& Newest() const { return newest_; }
 
-    /// Where a counter with a date stands: on the logs' clock if the second fits, else at the date's
+    /// The moment of a counter with a date: on the logs' clock if the second fits, otherwise the date's
     /// earliest.
     Tie TieOf(std::int64_t counter, const RawDate& date) const;
 
@@ -58,10 +58,10 @@ class Axis {
     std::optional<std::int64_t> Crash() const { return crash_; }
 
     void Add(CallbackMark mark) { callbacks_.push_back(mark); }
-    /// The only call for this event; empty where there is none or more than one.
+    /// The only call for this event; empty if there is none or more than one.
     std::optional<std::int64_t> CallOf(std::uint32_t eventType, std::uint32_t eventId) const;
 
-    /// The processes of the folder, whichever source finds them: text logs first, which know the most.
+    /// The processes of the folder, whichever source finds them. Text logs, which know the most, come first.
     Processes& AllProcesses() { return processes_; }
     const Processes& AllProcesses() const { return processes_; }
 

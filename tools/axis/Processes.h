@@ -10,15 +10,15 @@ namespace NimaPost {
 
 /// A process of the device and what is known of it.
 struct ProcessFacts {
-    std::optional<std::size_t> boot; ///< from 1; empty where nothing tells
+    std::optional<std::size_t> boot; ///< from 1; empty if nothing shows it
     std::set<std::uint32_t> threads;
-    /// On the axis; empty where nothing dates it.
+    /// On the axis; empty if nothing dates it.
     std::optional<std::int64_t> first;
     std::optional<std::int64_t> last;
 };
 
-/// The processes that a folder tells of, numbered from 1 in the order in which they are added: that of time,
-/// as far as it is known.
+/// The processes of which a folder has traces, numbered from 1 in the order in which they are
+/// added, which is the order of time as far as it is known.
 class Processes {
   public:
     /// The number of the process.
@@ -26,7 +26,7 @@ class Processes {
     const std::vector<ProcessFacts>& All() const { return all_; }
     const ProcessFacts& operator[](std::size_t number) const { return all_[number - 1]; }
 
-    /// The one process that has any of these threads; empty where none or several have one.
+    /// The one process that has any of these threads; empty if none has, or several have.
     std::optional<std::size_t> WithAnyOf(const std::set<std::uint32_t>& threads) const;
 
   private:

@@ -6,11 +6,11 @@
 
 namespace NimaPost {
 
-/// Dumps repeat what the segment holds, and each other: every record is told once, from the first source that
-/// has it.
+/// Dumps repeat what the segment holds, and each other: every record is shown once, from the first source
+/// that has it.
 class Repeats {
   public:
-    /// Within one source nothing is a repetition.
+    /// Within one source nothing counts as a repetition.
     explicit Repeats(std::size_t sources) : several_(sources > 1) {}
 
     /// Whether the record with this hash was seen before.

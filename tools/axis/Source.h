@@ -27,19 +27,19 @@ struct FolderFile {
     std::size_t index = 0;
     std::uint64_t bytes = 0;
     FileIdentity identity;
-    const SourceRow* row = nullptr; ///< what it was recognised as; null for what is none of ours
+    const SourceRow* row = nullptr; ///< what it was recognised as; null if it is not one of ours
     Findings findings;
     bool unusable = false;
     bool ownOutput = false; ///< written by this program, so that it may be written over
 };
 
-/// When a source is placed: what is dated comes first, since what is not is tied to it.
+/// When a source is placed: dated sources come first, since the others are tied to them.
 enum class Stage : unsigned char { kLogs, kCrashes, kRings, kTraces, kRecords };
 
 class SourceSet;
 
-/// What the files of one kind tell. A kind of file brings a class of its own and a row of the table in
-/// tools/story/Sources.cpp; nothing else knows of it.
+/// The events in the files of one kind. Each kind has a class of its own and a row in the table of
+/// tools/story/Sources.cpp; nothing else knows about it.
 class Source {
   public:
     Source(SourceSet& set, Stage stage, EventKind kind) : set_(set), stage_(stage), kind_(kind) {}
@@ -53,11 +53,11 @@ class Source {
     /// Reads a file, which it may take over and keep open, and adds to the findings. `file` stays where it is
     /// for as long as the source lives.
     virtual void Read(FolderFile& file, InputFile& input) = 0;
-    /// Once all files are read: tells the axis what it knows of dates.
+    /// Called when all files have been read: passes what it knows about dates to the axis.
     virtual void Date(Axis& /*axis*/) {}
-    /// Once all sources have: puts its own on the axis.
+    /// Called when all sources have done so: puts its events on the axis.
     virtual void Place(Axis& /*axis*/) {}
-    /// Hands over its events in the order of time; false when the visitor wanted no more.
+    /// Hands over its events in the order of time. Returns false if the visitor wanted no more.
     virtual bool ForEach(const EventVisitor& /*visitor*/) const { return true; }
 
   protected:
@@ -69,8 +69,8 @@ class Source {
     EventKind kind_;
 };
 
-/// A source that reads each file into a content of its own. The kind says what is read and told; what has no
-/// place in time tells nothing.
+/// A source that reads each file into a content of its own. The derived class says how a file is read and
+/// which events it holds; contents without a place in time have none.
 template <class Content, Stage kStage, EventKind kKind>
 class FileSource : public Source {
   public:
@@ -80,7 +80,7 @@ class FileSource : public Source {
         std::size_t file; ///< in the folder's files
         Content content;
     };
-    /// In the order in which they are told.
+    /// In the order in which their events are handed over.
     const std::vector<Held>& All() const { return held_; }
 
     void Take(const FolderFile& file, Content content) { held_.push_back({file.index, std::move(content)}); }
@@ -100,7 +100,7 @@ class FileSource : public Source {
     std::vector<Held>& AllHeld() { return held_; }
 
   private:
-    /// Empty where there is nothing to use, which the file's findings then say.
+    /// Empty if there is nothing to use; the file's findings then say why.
     virtual std::optional<Content> ReadContent(FolderFile& file, InputFile& input) = 0;
     virtual bool Tell(const Held& /*held*/, const EventVisitor& /*visitor*/) const { return true; }
 
@@ -161,8 +161,5 @@ template <class Kind>
 Source& SourceOf(SourceSet& set) {
     return set.Get<Kind>();
 }
-
-/// Text that is read as a whole is read as far as this.
-inline constexpr std::uint64_t kMostTextBytes = 64 << 20;
 
 } // namespace NimaPost

@@ -11,28 +11,28 @@
 
 namespace NimaPost {
 
-/// In the order in which the kinds are told.
-enum class EventKind : unsigned char { kText, kBinary, kRing, kRecord };
-inline constexpr std::size_t kEventKinds = 4;
+/// In the order in which the kinds are handed over.
+enum class EventKind : unsigned char { kText, kBinary, kRing, kRecord, kCount };
+inline constexpr auto kEventKinds = static_cast<std::size_t>(EventKind::kCount);
 
 /// Something that happened, from whichever file. The views hold until the visitor returns.
 struct TimelineEvent {
     EventKind kind = EventKind::kText;
-    std::optional<std::int64_t> time; ///< on the axis; empty where nothing says when it was
+    std::optional<std::int64_t> time; ///< on the axis; empty if nothing says when it was
     Certainty certainty;
     std::size_t file = 0; ///< in the folder's files
     std::optional<std::uint32_t> thread;
-    /// From 1, as the axis numbers them; empty where nothing tells.
+    /// From 1, as the axis numbers them; empty if nothing shows it.
     std::optional<std::size_t> boot;
     std::optional<std::size_t> process;
-    std::string_view level; ///< "WARN", "level 1"; empty where there is none
+    std::string_view level; ///< "WARN", "level 1"; empty if there is none
     std::string_view name;  ///< tracer, component, ring or an event's source
     std::string_view text;  ///< in words, with its arguments
     std::span<const std::uint32_t> arguments;
     std::string_view mark; ///< "overwritten" or empty
 };
 
-/// Returns false to hear no more.
+/// Returns false to end the visit.
 using EventVisitor = std::function<bool(const TimelineEvent&)>;
 
 } // namespace NimaPost

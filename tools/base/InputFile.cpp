@@ -47,6 +47,7 @@ std::size_t InputFile::ReadAt(std::uint64_t offset, std::span<char> bytes) const
             readError_ = errno;
         }
         if (got <= 0) {
+            becameShorter_ = becameShorter_ || (got == 0 && offset + done < size_);
             break;
         }
         done += static_cast<std::size_t>(got);
@@ -61,7 +62,16 @@ std::string InputFile::ReadAll(std::uint64_t limit) const {
 }
 
 std::string InputFile::ReadProblem() const {
-    return readError_ == 0 ? std::string() : std::strerror(readError_);
+    return readError_ != 0  ? std::strerror(readError_)
+           : becameShorter_ ? "it became shorter while it was read"
+                            : std::string();
+}
+
+void InputFile::ReportReadProblem(Findings& findings) const {
+    const std::string problem = ReadProblem();
+    if (!problem.empty() && !findings.Holds("cannot-read")) {
+        findings.Damage("cannot-read", "Not all of it could be read: " + problem + ".");
+    }
 }
 
 } // namespace NimaPost

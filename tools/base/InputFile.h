@@ -2,6 +2,7 @@
 
 #include "tools/base/Descriptor.h"
 #include "tools/base/FileIdentity.h"
+#include "tools/base/Findings.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,9 @@
 #include <string>
 
 namespace NimaPost {
+
+/// Text that is read as a whole is read as far as this.
+inline constexpr std::uint64_t kMostTextBytes = 64 << 20;
 
 /// A regular file opened only for reading. It is read, never mapped: a file that a live process cuts short
 /// must not take its reader down.
@@ -30,8 +34,10 @@ class InputFile {
     std::string ReadAll(std::uint64_t limit) const;
 
     /// Why reading failed at some point, "Input/output error" for example; empty if it never did. The end of
-    /// the file is no failure.
+    /// the file is no failure, unless it comes before `Size`: the file was then cut while it was read.
     std::string ReadProblem() const;
+    /// Adds that to the findings, if there is anything to add.
+    void ReportReadProblem(Findings& findings) const;
 
     const std::string& Path() const { return path_; }
     const FileIdentity& Identity() const { return identity_; }
@@ -45,6 +51,7 @@ class InputFile {
     std::uint64_t size_ = 0;
     FileIdentity identity_;
     mutable int readError_ = 0;
+    mutable bool becameShorter_ = false;
 };
 
 } // namespace NimaPost

@@ -1,5 +1,7 @@
 #include "tools/base/LocalTime.h"
 
+#include "tools/base/CounterClock.h"
+
 #include <ctime>
 
 namespace NimaPost {
@@ -9,7 +11,7 @@ std::int64_t LocalTimeNow() {
     clock_gettime(CLOCK_REALTIME, &now);
     tm local{};
     localtime_r(&now.tv_sec, &local);
-    return (std::int64_t{now.tv_sec} + local.tm_gmtoff) * 1'000'000'000 + now.tv_nsec;
+    return (std::int64_t{now.tv_sec} + local.tm_gmtoff) * kSecond + now.tv_nsec;
 }
 
 } // namespace NimaPost

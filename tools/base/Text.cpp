@@ -1,5 +1,7 @@
 #include "tools/base/Text.h"
 
+#include "tools/base/CounterClock.h"
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -54,8 +56,8 @@ Character FirstCharacter(std::string_view text) {
 /// ones.
 bool IsUnseen(std::uint32_t code) {
     constexpr std::pair<std::uint32_t, std::uint32_t> kUnseen[]{
-        {0xAD, 0xAD},     {0x61C, 0x61C},   {0x200B, 0x200F}, {0x2028, 0x202E},
-        {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}};
+        {0xAD, 0xAD},     {0x34F, 0x34F},   {0x61C, 0x61C},   {0x180E, 0x180E}, {0x200B, 0x200F},
+        {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}};
     return std::any_of(std::begin(kUnseen), std::end(kUnseen),
                        [&](const auto& range) { return code >= range.first && code <= range.second; });
 }
@@ -181,14 +183,14 @@ std::string Hex32(std::uint32_t value) {
 }
 
 void AppendSeconds(std::string& out, std::int64_t nanoseconds) {
-    constexpr std::uint64_t kSecond = 1'000'000'000;
+    constexpr auto kWholeSecond = static_cast<std::uint64_t>(kSecond);
     const bool negative = nanoseconds < 0;
     const std::uint64_t size =
         negative ? 0 - static_cast<std::uint64_t>(nanoseconds) : static_cast<std::uint64_t>(nanoseconds);
     out += negative ? '-' : '+';
-    AppendNumber(out, size / kSecond, 10);
+    AppendNumber(out, size / kWholeSecond, 10);
     std::array<char, 10> fraction{'.'};
-    std::uint64_t rest = size % kSecond;
+    std::uint64_t rest = size % kWholeSecond;
     for (std::size_t i = fraction.size(); i-- > 1; rest /= 10) {
         fraction[i] = kDigits[rest % 10];
     }

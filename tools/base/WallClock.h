@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/base/CounterClock.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -17,7 +19,7 @@ struct RawDate {
     std::uint32_t microsecondsCut = 0;
 
     /// Nanoseconds since 1970 of the earliest moment that the date can mean.
-    std::int64_t Earliest() const { return second * 1'000'000'000 + microsecondsCut * std::int64_t{1000}; }
+    std::int64_t Earliest() const { return second * kSecond + microsecondsCut * std::int64_t{1000}; }
     /// By how much the latest such moment is later.
     std::int64_t Spread() const {
         return (999'999 - std::int64_t{microsecondsCut}) / kCutMicroseconds * kCutMicroseconds * 1000;

@@ -2,7 +2,10 @@
 
 #include "tools/base/Text.h"
 
+#include <algorithm>
 #include <iostream>
+#include <iterator>
+#include <utility>
 
 namespace NimaPost {
 
@@ -25,10 +28,19 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
     return command;
 }
 
+CLI::Validator WholeNumber() {
+    return CLI::Validator(
+        [](const std::string& text) {
+            std::uint64_t number = 0;
+            return ParseNumber(text, number) ? std::string() : "\"" + text + "\" is not a whole number";
+        },
+        "");
+}
+
 void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things) {
     command.add_option("--count", count, "End after N " + things + "; 0 never ends")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(WholeNumber());
 }
 
 void PrintFindings(Context& context, const Findings& findings) {
@@ -37,22 +49,32 @@ void PrintFindings(Context& context, const Findings& findings) {
     PrintSentences("note: ", findings.remarks);
 }
 
-int ReportUnusable(Context& context, const std::string& path, const Findings& findings) {
-    std::string problem = path + ":";
-    for (const Finding& finding : findings.damage) {
-        problem += ' ';
-        problem += finding.sentence;
-    }
-    return ReportUnusable(context, problem);
-}
-
-int ReportUnusable(Context& context, const std::string& problem) {
+int ReportUnusable(Context& context, const std::string& problem, const Findings& findings) {
     std::cerr << "nima-post: " << Printable(problem) << '\n';
     if (context.json) {
-        context.out.WriteJson(Json{{"error", ToUtf8(problem)}});
+        context.out.WriteJson(Json{{"error", ToUtf8(problem)}, {"findings", FindingsJson(findings)}});
         context.out.Write("\n");
     }
     return kExitUnusable;
+}
+
+int ReportUnopened(Context& context, const std::string& problem) {
+    Findings findings;
+    findings.Damage("cannot-open", problem);
+    return ReportUnusable(context, problem, findings);
+}
+
+int ReportUnusable(Context& context, const InputFile& file, Findings findings) {
+    Findings found;
+    file.ReportReadProblem(found);
+    std::move(findings.damage.begin(), findings.damage.end(), std::back_inserter(found.damage));
+    found.remarks = std::move(findings.remarks);
+    std::string problem = file.Path() + ":";
+    for (const Finding& finding : found.damage) {
+        problem += ' ';
+        problem += finding.sentence;
+    }
+    return ReportUnusable(context, problem, found);
 }
 
 } // namespace NimaPost

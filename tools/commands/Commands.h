@@ -2,6 +2,7 @@
 
 #include "tools/base/Findings.h"
 #include "tools/base/FindingsJson.h"
+#include "tools/base/InputFile.h"
 #include "tools/base/Output.h"
 #include "tools/names/Names.h"
 
@@ -33,6 +34,9 @@ void AddAllCommands(CLI::App& app, Context& context, Run& run);
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
                      const std::string& description);
 
+/// A check for options that take a number from 0 on.
+CLI::Validator WholeNumber();
+
 /// "--count N", for a command that runs until it is interrupted: how many of `things` it waits for.
 void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things);
 
@@ -41,10 +45,13 @@ void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& 
 /// before.
 void PrintFindings(Context& context, const Findings& findings);
 
-/// Prints why nothing could be read, on standard error and, if JSON was asked for, as a JSON object on
+/// Prints why there is nothing to show, on standard error and, if JSON was asked for, as a JSON object on
 /// standard output. Returns the exit code for that.
-int ReportUnusable(Context& context, const std::string& path, const Findings& findings);
-int ReportUnusable(Context& context, const std::string& problem);
+int ReportUnusable(Context& context, const std::string& problem, const Findings& findings = {});
+/// The same for an input that cannot be opened, whose problem names it.
+int ReportUnopened(Context& context, const std::string& problem);
+/// The same for an input that was opened: that it could not be read comes before what else was found.
+int ReportUnusable(Context& context, const InputFile& file, Findings findings);
 
 inline int ExitCodeOf(const Findings& findings) {
     return findings.damage.empty() ? kExitFine : kExitDamaged;

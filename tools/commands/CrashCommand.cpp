@@ -12,7 +12,6 @@ namespace NimaPost {
 
 namespace {
 
-constexpr std::uint64_t kMostCrashLog = 64 << 20;
 constexpr std::size_t kMostActive = 8;
 
 void PrintActiveRings(Output& out, const RingSet& rings) {
@@ -93,11 +92,12 @@ void PrintStack(Output& out, const StackTrace& stack) {
     }
 }
 
-int RunStack(Context& context, const std::string& path, std::string_view text) {
+int RunStack(Context& context, const InputFile& file, std::string_view text) {
     Findings findings;
     const StackTrace stack = ReadStackTrace(text, findings);
+    file.ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(Json{{"file", ToUtf8(path)},
+        context.out.WriteJson(Json{{"file", ToUtf8(file.Path())},
                                    {"title", "Stack trace of the native crash handler"},
                                    {"report", stack.report},
                                    {"frames", stack.frames},
@@ -114,17 +114,18 @@ int RunCrash(Context& context, const std::string& path) {
     std::string problem;
     const auto file = InputFile::Open(path, problem);
     if (!file) {
-        return ReportUnusable(context, problem);
+        return ReportUnopened(context, problem);
     }
-    const std::string text = file->ReadAll(kMostCrashLog);
+    const std::string text = file->ReadAll(kMostTextBytes);
     if (LooksLikeStackTrace(text)) {
-        return RunStack(context, path, text);
+        return RunStack(context, *file, text);
     }
     Findings findings;
     const auto log = ReadCrashLog(text, findings);
     if (!log) {
-        return ReportUnusable(context, path, findings);
+        return ReportUnusable(context, *file, findings);
     }
+    file->ReportReadProblem(findings);
     if (context.json) {
         context.out.WriteJson(CrashJson(path, *log, findings));
         context.out.Write("\n");

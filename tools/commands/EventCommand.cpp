@@ -9,8 +9,6 @@ namespace NimaPost {
 
 namespace {
 
-constexpr std::uint64_t kMostRecord = 16 << 20;
-
 Json RecordJson(const std::string& path, const EventRecord& record, const Findings& findings) {
     Json pairs = Json::array();
     for (const EventRecord::Pair& pair : record.pairs) {
@@ -28,13 +26,14 @@ int RunEvent(Context& context, const std::string& path) {
     std::string problem;
     const auto file = InputFile::Open(path, problem);
     if (!file) {
-        return ReportUnusable(context, problem);
+        return ReportUnopened(context, problem);
     }
     Findings findings;
-    const auto record = ReadEventRecord(file->ReadAll(kMostRecord), findings);
+    const auto record = ReadEventRecord(file->ReadAll(kMostTextBytes), findings);
     if (!record) {
-        return ReportUnusable(context, path, findings);
+        return ReportUnusable(context, *file, findings);
     }
+    file->ReportReadProblem(findings);
     if (context.json) {
         context.out.WriteJson(RecordJson(path, *record, findings));
         context.out.Write("\n");

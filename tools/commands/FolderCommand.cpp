@@ -19,7 +19,12 @@ int RunOnFolder(Context& context, const FolderOptions& options,
     Story story(context.names);
     std::string problem;
     OutputFile file;
-    if (!story.Read(options.folder, problem) || !file.Create(options.output, story.Inputs(), problem)) {
+    if (!story.Read(options.folder, problem)) {
+        const Findings findings = story.AllDamage();
+        PrintFindings(context, findings);
+        return ReportUnusable(context, problem, findings);
+    }
+    if (!file.Create(options.output, story.Inputs(), problem)) {
         return ReportUnusable(context, problem);
     }
     const FolderResult result = write(story, file.Out());
@@ -34,7 +39,7 @@ int RunOnFolder(Context& context, const FolderOptions& options,
         context.out.WriteJson(json);
         context.out.Write("\n");
     } else {
-        context.out.Line(result.sentence + options.output);
+        context.out.Line(result.sentence + Printable(options.output));
         PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);

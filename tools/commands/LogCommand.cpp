@@ -1,3 +1,5 @@
+#include "catalogue/Levels.h"
+#include "catalogue/Marks.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Interrupt.h"
 #include "tools/base/Text.h"
@@ -10,8 +12,11 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <filesystem>
+#include <iostream>
 #include <memory>
 #include <optional>
+#include <span>
 #include <thread>
 
 namespace NimaPost {
@@ -36,8 +41,12 @@ struct Options {
 bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem) {
     for (const std::string& level : options.levels) {
         if (!filter.AddLevel(level)) {
-            problem = "no level \"" + level +
-                      "\": FATAL, ERROR, WARN, PERF, INFO, DEBUG or CAL, with a + for more severe ones too";
+            problem = "no level \"" + level + "\": ";
+            for (const std::string_view name : std::span(Nima::Catalogue::kLevelNames).subspan(1)) {
+                problem += std::string(name) + ", ";
+            }
+            problem += std::string("or ") + Nima::Catalogue::kCalibrationLevel +
+                       ", with a + for more severe ones too";
             return false;
         }
     }
@@ -167,6 +176,16 @@ void ForEachWanted(const LogSet& logs, const Options& options, ShownLines& shown
     });
 }
 
+/// Logs are read a second time for their lines, which may fail although the first time did not.
+Findings LateProblems(const LogSet& logs, const Findings& known) {
+    Findings late = logs.ReadProblems();
+    std::erase_if(late.damage, [&](const Finding& finding) {
+        return std::any_of(known.damage.begin(), known.damage.end(),
+                           [&](const Finding& other) { return other.sentence == finding.sentence; });
+    });
+    return late;
+}
+
 void PrintText(Context& context, const LogSet& logs, const Options& options, LogFilter& filter) {
     TimePrinter times;
     ShownLines shown(filter, [&](const LogEntry& entry) {
@@ -190,6 +209,10 @@ void PrintJson(Context& context, const LogSet& logs, const Options& options, Log
     ShownLines shown(filter, [&](const LogEntry& entry) { document.Element(EntryJson(entry, logs)); });
     ForEachWanted(logs, options, shown);
     document.EndArray();
+    const Findings late = LateProblems(logs, findings);
+    if (!late.damage.empty()) {
+        document.Member("late_findings", FindingsJson(late));
+    }
     document.End();
 }
 
@@ -203,6 +226,19 @@ Json FollowedJson(const std::string& path, const LogLine& line) {
     }
     json["message"] = ToUtf8(line.message);
     return json;
+}
+
+/// A log that does not exist yet can be waited for; what is there must be readable.
+bool CanFollow(const std::string& path, std::string& problem) {
+    std::error_code error;
+    if (InputFile::Open(path, problem)) {
+        return true;
+    }
+    if (std::filesystem::exists(path, error)) {
+        return false;
+    }
+    std::cerr << "note: " << Printable(problem) << "; waiting for it\n";
+    return true;
 }
 
 /// Prints the lines as they come, until an interrupt.
@@ -234,14 +270,12 @@ void Follow(Context& context, const std::string& path, LogFilter& filter) {
     }
 }
 
-/// Logs are read a second time for their lines, which may fail although the first time did not.
-int ReportLateProblems(Context& context, const LogSet& logs, const Findings& known) {
-    const Findings problems = logs.ReadProblems();
-    if (problems.damage.empty() || known.Holds("cannot-read")) {
-        return kExitFine;
+std::string NothingToRead(const LogSet& logs) {
+    std::string problem = "nothing to read:";
+    for (const Finding& finding : logs.Unusable().damage) {
+        problem += ' ' + finding.sentence;
     }
-    PrintFindings(context, problems);
-    return kExitDamaged;
+    return problem;
 }
 
 int RunLog(Context& context, const Options& options) {
@@ -254,6 +288,9 @@ int RunLog(Context& context, const Options& options) {
         if (options.files.size() != 1) {
             return ReportUnusable(context, "--follow takes one file");
         }
+        if (!CanFollow(options.files.front(), problem)) {
+            return ReportUnopened(context, problem);
+        }
         Follow(context, options.files.front(), filter);
         return kExitFine;
     }
@@ -262,7 +299,7 @@ int RunLog(Context& context, const Options& options) {
         logs.Add(path, !options.alone);
     }
     if (logs.Sources().empty()) {
-        return ReportUnusable(context, "nothing to read", logs.Unusable());
+        return ReportUnusable(context, NothingToRead(logs), logs.Unusable());
     }
     logs.Arrange();
     const Findings findings = Summary(logs);
@@ -271,8 +308,9 @@ int RunLog(Context& context, const Options& options) {
     } else {
         PrintFindings(context, findings);
         PrintText(context, logs, options, filter);
+        PrintFindings(context, LateProblems(logs, findings));
     }
-    return std::max(ExitCodeOf(findings), ReportLateProblems(context, logs, findings));
+    return std::max(ExitCodeOf(findings), ExitCodeOf(LateProblems(logs, findings)));
 }
 
 } // namespace

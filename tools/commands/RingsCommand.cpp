@@ -20,17 +20,6 @@ struct Options {
     bool merge = false;
 };
 
-const char* SeamName(Seam seam) {
-    switch (seam) {
-        case Seam::kNone:
-            return "no";
-        case Seam::kLikely:
-            return "probably";
-        default:
-            return "perhaps";
-    }
-}
-
 void AppendRecord(std::string& text, const Ring& ring, const RingRecord& record, const Names& names) {
     AppendDecimal(text, record.data.timestamp);
     text += "  ";
@@ -69,12 +58,23 @@ Json RingJson(const Ring& ring) {
     return json;
 }
 
-bool Wanted(const Options& options, const Ring& ring) {
-    return options.rings.empty() ||
-           std::any_of(options.rings.begin(), options.rings.end(), [&](const std::string& name) {
-               std::uint64_t index = 0;
-               return EqualNoCase(name, ring.name) || (ParseNumber(name, index) && index == ring.index);
-           });
+bool IsNamed(const Ring& ring, const std::string& name) {
+    std::uint64_t index = 0;
+    return EqualNoCase(name, ring.name) || (ParseNumber(name, index) && index == ring.index);
+}
+
+/// Leaves only the rings of these names. Returns the first name that no ring has, or an empty text.
+std::string KeepNamed(std::vector<Ring>& rings, const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        if (std::none_of(rings.begin(), rings.end(), [&](const Ring& ring) { return IsNamed(ring, name); })) {
+            return name;
+        }
+    }
+    std::erase_if(rings, [&](const Ring& ring) {
+        return !names.empty() && std::none_of(names.begin(), names.end(),
+                                              [&](const std::string& name) { return IsNamed(ring, name); });
+    });
+    return {};
 }
 
 void PrintTable(Output& out, const RingSet& set) {
@@ -191,10 +191,9 @@ void PrintJson(Context& context, const Options& options, RingSet& set, const Fin
 }
 
 std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
-    constexpr std::uint64_t kMostText = 64 << 20;
     const std::string front = file.ReadAll(RING_DIRECTORY_SIZE);
     if (LooksLikeRingText(front) || HoldsRingText(front)) {
-        return ReadRingText(file.ReadAll(kMostText), findings);
+        return ReadRingText(file.ReadAll(kMostTextBytes), findings);
     }
     return ReadRingSegment(file, findings);
 }
@@ -218,16 +217,17 @@ int RunRings(Context& context, const Options& options) {
     std::string problem;
     const auto file = InputFile::Open(options.file, problem);
     if (!file) {
-        return ReportUnusable(context, problem);
+        return ReportUnopened(context, problem);
     }
     Findings findings;
     auto set = Read(*file, findings);
     if (!set) {
-        return ReportUnusable(context, options.file, findings);
+        return ReportUnusable(context, *file, findings);
     }
-    std::erase_if(set->rings, [&](const Ring& ring) { return !Wanted(options, ring); });
-    if (set->rings.empty() && !options.rings.empty()) {
-        return ReportUnusable(context, options.file + ": no such ring");
+    file->ReportReadProblem(findings);
+    const std::string missing = KeepNamed(set->rings, options.rings);
+    if (!missing.empty()) {
+        return ReportUnusable(context, options.file + ": no ring \"" + missing + "\"");
     }
     AddRemarks(*set, findings);
     if (context.json) {
@@ -258,7 +258,7 @@ void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
     command
         ->add_option("--last", options->last, "Only the last N records, of each ring or of the merged order")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(WholeNumber());
     command->callback([&run, options] { run = [options](Context& c) { return RunRings(c, *options); }; });
 }
 

@@ -1,3 +1,4 @@
+#include "catalogue/SysTrace.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/systrace/RecordText.h"
@@ -31,11 +32,16 @@ struct Filter {
     }
 };
 
+std::string NoSuch(const std::string& kind, const std::string& text, std::uint32_t count) {
+    return "no " + kind + " \"" + text + "\": a number from 0 to " + std::to_string(count - 1) +
+           ", or a name of the dictionary";
+}
+
 bool MakeFilter(const Options& options, const Names& names, Filter& filter, std::string& problem) {
     for (const std::string& text : options.components) {
         const auto component = names.FindComponent(text);
         if (!component) {
-            problem = "no component \"" + text + "\": a number from 0 to 127, or a name of the dictionary";
+            problem = NoSuch("component", text, Nima::Catalogue::kComponents);
             return false;
         }
         filter.components.push_back(*component);
@@ -43,7 +49,7 @@ bool MakeFilter(const Options& options, const Names& names, Filter& filter, std:
     for (const std::string& text : options.levels) {
         const auto level = names.FindLevel(text);
         if (!level) {
-            problem = "no level \"" + text + "\": a number from 0 to 3, or a name of the dictionary";
+            problem = NoSuch("level", text, Nima::Catalogue::kTraceLevels);
             return false;
         }
         filter.levels.push_back(*level);
@@ -73,16 +79,17 @@ void PrintHeader(Output& out, const SysTraceFile& trace, const Names& names) {
     out.Line("  state         " + std::to_string(header.state) + " (" +
              CaptureInWords(header, trace.isDump) + "), saved " + std::to_string(header.savedState) +
              " (" + std::string(CaptureStateName(header.savedState)) + ")");
-    out.Line("  entries       " + std::to_string(trace.entryCount) + " of 8 bytes, " +
-             std::to_string(trace.entriesRead) + " of them in use, write index " + Hex(header.writeIndex));
+    out.Line("  entries       " + std::to_string(trace.entryCount) + " of " +
+             Counted(sizeof(SysTraceEntry), "byte") + ", " + std::to_string(trace.entriesRead) +
+             " of them in use, write index " + Hex(header.writeIndex));
     out.Line("  wraps         " + std::to_string(header.wrapCount) +
              (header.wrapCount == -1 ? " (nothing was ever written, or it was cleared)" : ""));
     out.Line(std::string("  thread words  ") +
              ((header.flags & SYSTRACE_FLAG_THREAD_RECORDS) != 0 ? "on" : "off") + ", flags " +
              Hex(header.flags));
     out.Line("  timer words   " + Hex(header.timerWord1) + " " + Hex(header.timerWord2));
-    out.Line("  live filter   " + FilterInWords(header.liveFilter, names));
-    out.Line("  saved filter  " + FilterInWords(header.savedFilter, names));
+    out.Line("  live filter   " + Printable(FilterInWords(header.liveFilter, names)));
+    out.Line("  saved filter  " + Printable(FilterInWords(header.savedFilter, names)));
     if (trace.isDump && TakenUnderCapture(header)) {
         out.Line("  (a dump moves the live filter to the saved one while it runs)");
     }
@@ -202,13 +209,14 @@ int RunSysTrace(Context& context, const Options& options) {
     }
     const auto file = InputFile::Open(options.file, problem);
     if (!file) {
-        return ReportUnusable(context, problem);
+        return ReportUnopened(context, problem);
     }
     Findings findings;
     const auto trace = ReadSysTrace(*file, context.names, findings);
     if (!trace) {
-        return ReportUnusable(context, options.file, findings);
+        return ReportUnusable(context, *file, findings);
     }
+    file->ReportReadProblem(findings);
     const auto selected = Select(*trace, filter, options.last);
     if (context.json) {
         PrintJson(context.out, options, *trace, selected, context.names, findings);
@@ -232,7 +240,7 @@ void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
         ->delimiter(',');
     command->add_option("--last", options->last, "Only the last N of them")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(WholeNumber());
     command->callback([&run, options] { run = [options](Context& c) { return RunSysTrace(c, *options); }; });
 }
 

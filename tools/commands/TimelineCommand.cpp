@@ -17,9 +17,9 @@ namespace {
 constexpr int kProcess = 1;
 
 /// Used as categories of events and as the counter's lanes.
-constexpr std::array<const char*, kEventKinds> kCategories{"text", "binary", "ring", "record"};
-constexpr std::array<const char*, kEventKinds> kLanes{"text lines", "binary records", "ring events",
-                                                      "event records"};
+constexpr std::array kCategories{"text", "binary", "ring", "record"};
+constexpr std::array kLanes{"text lines", "binary records", "ring events", "event records"};
+static_assert(kCategories.size() == kEventKinds && kLanes.size() == kEventKinds, "one of each for each kind");
 
 const char* CertaintyInWords(const TimelineEvent& event) {
     if (!event.time) {

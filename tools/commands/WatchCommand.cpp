@@ -185,7 +185,7 @@ void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     AddCountOption(*command, options->count, "looks");
     command->add_option("--last", options->last, "Show the last N records of the trace")
         ->type_name("N")
-        ->check(CLI::NonNegativeNumber);
+        ->check(WholeNumber());
     command->callback([&run, options] { run = [options](Context& c) { return RunWatch(c, *options); }; });
 }
 

@@ -1,5 +1,6 @@
 #include "tools/crash/CrashLog.h"
 
+#include "catalogue/Failures.h"
 #include "catalogue/Marks.h"
 #include "tools/base/Text.h"
 #include "tools/rings/RingText.h"
@@ -103,6 +104,8 @@ class Reader {
             } else if (!IsOfHead(line) && log_.failure.size() < kMostLines) {
                 log_.failure.emplace_back(Printable(label), Printable(value));
             }
+        } else if (section_ == kModules && line.starts_with(kFaultInCrashLog)) {
+            findings_.Remark("fault-in-triage", Printable(line));
         } else if (section_ == kModules && !line.empty() && log_.modules.size() < kMostLines) {
             log_.modules.push_back(Printable(line));
         } else if (section_ == kStacks) {
@@ -116,13 +119,13 @@ class Reader {
     void ExceptionLine(std::string_view line) {
         std::string_view label;
         std::string_view value;
-        if (line == "Exception Record:" || line.find("EXCEPTION RECORD") != std::string_view::npos) {
+        if (line == kExceptionRecord || line == kExceptionRecordBegin || line == kExceptionRecordEnd) {
             return;
         }
         if ((SplitField(line, ": ", label, value) || SplitField(line, "=", label, value)) &&
             log_.exception.size() < kMostLines) {
             log_.exception.emplace_back(Printable(label), Printable(value));
-        } else if (line.starts_with("Fault")) {
+        } else if (line.starts_with(kFaultInCrashLog)) {
             findings_.Remark("fault-in-triage", Printable(line));
         }
     }
@@ -143,16 +146,21 @@ std::string_view CrashLog::Field(std::string_view label) const {
 std::string CrashLog::Title() const {
     const std::string_view type = Field(kCrashType);
     const std::string_view code = Field(kErrorCode);
-    if (type == "2") {
+    const auto is = [](std::string_view field, std::int32_t value) {
+        std::uint64_t number = 0;
+        return TakeHex(field, number) && field.empty() && number == static_cast<std::uint64_t>(value);
+    };
+    if (is(type, kReportedError)) {
         return "Fatal error reported by a component";
     }
-    if (type == "1") {
-        return code == "493813"   ? "Native exception: access violation"
-               : code == "493814" ? "Native exception: stack overflow"
-                                  : "Native exception";
+    if (is(type, kNativeException)) {
+        return is(code, kAccessViolation) ? "Native exception: access violation"
+               : is(code, kStackOverflow) ? "Native exception: stack overflow"
+                                          : "Native exception";
     }
-    if (type == "0") {
-        return code == "49380A" ? "The process exited while exits were trapped" : "Failure of unknown kind";
+    if (is(type, kProcessExit)) {
+        return is(code, kProcessExited) ? "The process exited while exits were trapped"
+                                        : "Failure of unknown kind";
     }
     return type.empty() ? "Failure" : "Failure of type " + std::string(type);
 }
@@ -164,7 +172,8 @@ bool LooksLikeCrashLog(std::string_view front) {
 
 std::optional<CrashLog> ReadCrashLog(std::string_view text, Findings& findings) {
     if (!LooksLikeCrashLog(text)) {
-        findings.Damage("not-a-crash-log", "No crash log: it does not begin with \"Crash Date/Time: \".");
+        findings.Damage("not-a-crash-log", std::string("No crash log: it does not begin with \"") +
+                                               kCrashLogTitle + kHeadDate + "\".");
         return std::nullopt;
     }
     CrashLog log;
@@ -175,7 +184,8 @@ std::optional<CrashLog> ReadCrashLog(std::string_view text, Findings& findings) 
     }
     Reader(log, findings).Run(text);
     if (!log.complete) {
-        findings.Damage("crash-log-cut", "The crash log was cut short: \"All Done!!\" is missing.");
+        findings.Damage("crash-log-cut",
+                        "The crash log was cut short: \"" + std::string(kCrashLogEnd) + "\" is missing.");
     }
     return log;
 }

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <utility>
@@ -19,6 +20,26 @@ namespace {
 /// A hundred frames take 10 KB.
 constexpr std::uint64_t kMostBytes = 16 << 20;
 constexpr int kMostCopies = 1000;
+
+/// Added to a copy's name while it is being written.
+constexpr const char* kUnfinished = ".part";
+
+/// Tries the name, then the name with a number, for as long as `attempt` fails because the name is taken.
+template <class Attempt>
+bool TryNames(std::string& name, const Attempt& attempt) {
+    const std::string first = name;
+    for (int number = 1; number <= kMostCopies; ++number) {
+        if (attempt(name.c_str())) {
+            return true;
+        }
+        if (errno != EEXIST) {
+            return false;
+        }
+        name = first + "." + std::to_string(number);
+    }
+    errno = EEXIST;
+    return false;
+}
 
 bool WriteAll(int descriptor, const char* bytes, std::size_t length) {
     while (length > 0) {
@@ -95,28 +116,45 @@ StackTraceCollector::Copy StackTraceCollector::Take(const std::string& path) con
         copy.problem = "not a regular file";
         return copy;
     }
-    std::string chosen;
-    const Descriptor to(Create(name, chosen));
+    std::string temporary = name + kUnfinished;
+    std::string chosen = name;
+    const Descriptor to(Create(temporary));
     if (!to) {
         copy.problem = std::string("making the copy: ") + std::strerror(errno);
         return copy;
     }
-    copy.path = folder_ + (folder_.ends_with('/') ? "" : "/") + chosen;
     CopyBytes(from.Number(), to.Number(), copy);
+    if (!Publish(temporary, chosen)) {
+        copy.problem = std::string("naming the copy: ") + std::strerror(errno);
+        chosen = temporary;
+    }
+    copy.path = folder_ + (folder_.ends_with('/') ? "" : "/") + chosen;
     return copy;
 }
 
-int StackTraceCollector::Create(const std::string& name, std::string& chosen) const {
-    for (int number = 0; number < kMostCopies; ++number) {
-        chosen = number == 0 ? name : name + "." + std::to_string(number);
-        const int file = openat(descriptor_.Number(), chosen.c_str(),
-                                O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
-        if (file >= 0 || errno != EEXIST) {
-            return file;
+/// Creates a file of this name, to which a number is added if it is taken.
+int StackTraceCollector::Create(std::string& name) const {
+    int file = -1;
+    TryNames(name, [&](const char* candidate) {
+        file = openat(descriptor_.Number(), candidate, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                      0600);
+        return file >= 0;
+    });
+    return file;
+}
+
+/// Gives a finished copy its name, to which a number is added if it is taken.
+bool StackTraceCollector::Publish(const std::string& temporary, std::string& name) const {
+    const int folder = descriptor_.Number();
+    return TryNames(name, [&](const char* candidate) {
+        if (renameat2(folder, temporary.c_str(), folder, candidate, RENAME_NOREPLACE) == 0) {
+            return true;
         }
-    }
-    errno = EEXIST;
-    return -1;
+        // Some systems and file systems cannot rename in this way.
+        return (errno == EINVAL || errno == ENOSYS) &&
+               linkat(folder, temporary.c_str(), folder, candidate, 0) == 0 &&
+               unlinkat(folder, temporary.c_str(), 0) == 0;
+    });
 }
 
 } // namespace NimaPost

@@ -22,14 +22,16 @@ class StackTraceCollector {
     };
     /// Copies the file that a notification names, under its own name, or under that name and a number if it
     /// is taken. The sender of a notification is not trusted: anything but a regular file with the name of a
-    /// stack trace is refused, and a long file is cut.
+    /// stack trace is refused, and a long file is cut. The copy appears under its name once it has been
+    /// written.
     Copy Take(const std::string& path) const;
 
   private:
     StackTraceCollector(std::string folder, Descriptor descriptor)
         : folder_(std::move(folder)), descriptor_(std::move(descriptor)) {}
 
-    int Create(const std::string& name, std::string& chosen) const;
+    int Create(std::string& name) const;
+    bool Publish(const std::string& temporary, std::string& name) const;
 
     std::string folder_;
     Descriptor descriptor_;

@@ -9,7 +9,9 @@ namespace NimaPost {
 
 namespace {
 
-constexpr std::string_view kThreadMark = " <0x";
+constexpr std::string_view kThreadMark = Nima::Catalogue::kThreadMark;
+constexpr std::string_view kLevelEnd = Nima::Catalogue::kLevelEnd;
+constexpr std::string_view kTracerEnd = Nima::Catalogue::kTracerEnd;
 constexpr std::string_view kCalibration = Nima::Catalogue::kCalibrationLevel;
 constexpr std::size_t kLongestLevel = 5;
 /// ", type=rdtsc"
@@ -31,11 +33,11 @@ bool TakeThreadAndPriority(std::string_view& text, LogLine& line) {
         return false;
     }
     rest.remove_prefix(8);
-    if (!TakeLiteral(rest, ":")) {
+    if (!TakeLiteral(rest, {&Nima::Catalogue::kPriorityMark, 1})) {
         return false;
     }
     // "-01" and "000" are both what three places make of a priority.
-    if (!TakeDecimal(rest, line.priority) || !TakeLiteral(rest, "> ")) {
+    if (!TakeDecimal(rest, line.priority) || !TakeLiteral(rest, Nima::Catalogue::kHeaderEnd)) {
         return false;
     }
     line.thread = static_cast<std::uint32_t>(thread);
@@ -51,20 +53,20 @@ bool IsLevel(std::string_view text) {
 /// "<WARN> <Engine> message", or text without these.
 void ReadBody(std::string_view body, LogLine& line) {
     line.message = body;
-    if (!body.starts_with('<')) {
+    if (!body.starts_with(Nima::Catalogue::kLevelBegin)) {
         return;
     }
-    const std::size_t levelEnd = body.substr(0, kLongestLevel + 4).find("> <");
+    const std::size_t levelEnd = body.substr(0, kLongestLevel + 4).find(kLevelEnd);
     if (levelEnd == std::string_view::npos || !IsLevel(body.substr(1, levelEnd - 1))) {
         return;
     }
-    const std::size_t nameEnd = body.find("> ", levelEnd + 3);
+    const std::size_t nameEnd = body.find(kTracerEnd, levelEnd + kLevelEnd.size());
     if (nameEnd == std::string_view::npos) {
         return;
     }
     line.level = body.substr(1, levelEnd - 1);
-    line.tracer = body.substr(levelEnd + 3, nameEnd - levelEnd - 3);
-    line.message = body.substr(nameEnd + 2);
+    line.tracer = body.substr(levelEnd + kLevelEnd.size(), nameEnd - levelEnd - kLevelEnd.size());
+    line.message = body.substr(nameEnd + kTracerEnd.size());
 }
 
 } // namespace
@@ -143,7 +145,7 @@ std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text) {
 
 bool LooksLikeCutLine(std::string_view text) {
     // After the cut stands what is left of a header: of a thread with its priority, or of a level.
-    const std::size_t at = text.substr(0, 64).find("> <");
+    const std::size_t at = text.substr(0, 64).find(kLevelEnd);
     if (at == std::string_view::npos) {
         return false;
     }

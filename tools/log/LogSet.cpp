@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <map>
 #include <numeric>
 #include <utility>
@@ -38,15 +39,12 @@ std::pair<std::string, std::uint64_t> NameOf(const std::string& path) {
 } // namespace
 
 void LogSet::Add(const std::string& path, bool siblings) {
-    const bool known = std::any_of(sources_.begin(), sources_.end(),
-                                   [&](const Source& source) { return source.file.Path() == path; });
-    if (known) {
-        return;
-    }
     std::string problem;
     auto file = InputFile::Open(path, problem);
     if (!file) {
         unusable_.Damage("cannot-open", problem);
+    } else if (Holds(*file)) {
+        return;
     } else if (!Take(*file)) {
         AddUnusable(*file);
     } else if (siblings) {
@@ -54,16 +52,23 @@ void LogSet::Add(const std::string& path, bool siblings) {
     }
 }
 
+/// Whether a file was added already, under whatever path.
+bool LogSet::Holds(const InputFile& file) const {
+    return std::any_of(sources_.begin(), sources_.end(),
+                       [&](const Source& source) { return source.file.Identity() == file.Identity(); });
+}
+
 void LogSet::TakeBackups(const std::string& path) {
     for (std::uint64_t number = kMostBackups; number >= 1; --number) {
         const std::string backup = path + "." + std::to_string(number);
-        std::string ignored;
-        const bool known = std::any_of(sources_.begin(), sources_.end(),
-                                       [&](const Source& source) { return source.file.Path() == backup; });
-        auto file = known ? std::nullopt : InputFile::Open(backup, ignored);
+        std::string problem;
+        auto file = InputFile::Open(backup, problem);
+        std::error_code error;
         // A log that was rolled before its first line leaves an empty backup.
-        if (file && file->Size() > 0 && !Take(*file)) {
+        if (file && file->Size() > 0 && !Holds(*file) && !Take(*file)) {
             AddUnusable(*file);
+        } else if (!file && std::filesystem::exists(std::filesystem::symlink_status(backup, error))) {
+            unusable_.Damage("cannot-open", problem);
         }
     }
 }

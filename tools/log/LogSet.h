@@ -61,6 +61,7 @@ class LogSet {
     std::optional<Anchor> LastAnchor() const;
 
   private:
+    bool Holds(const InputFile& file) const;
     void TakeBackups(const std::string& path);
     void AddUnusable(const InputFile& file);
     std::vector<LogPart> Survey(std::size_t index);

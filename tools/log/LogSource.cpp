@@ -121,11 +121,7 @@ class LogSource : public Source {
     /// Logs are read again for each time they are told, and any time may fail.
     void NoteReadProblems() const {
         for (std::size_t i = 0; i < files_.size(); ++i) {
-            const std::string problem = logs_.Sources()[i].file.ReadProblem();
-            Findings& findings = files_[i]->findings;
-            if (!problem.empty() && !findings.Holds("cannot-read")) {
-                findings.Damage("cannot-read", "Not all of it could be read: " + problem);
-            }
+            logs_.Sources()[i].file.ReportReadProblem(files_[i]->findings);
         }
     }
 

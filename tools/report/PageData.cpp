@@ -95,7 +95,7 @@ Json PageData::Rings() const {
         json.push_back({{"name", ToUtf8(ring.name)},
                         {"entries", ring.entries},
                         {"used", ring.records.size()},
-                        {"wrapped", ring.seam == Seam::kNone ? "no" : "perhaps"},
+                        {"wrapped", SeamName(ring.seam)},
                         {"oldest", empty ? Json() : Json(newest - ring.records.back().elapsed)},
                         {"newest", empty ? Json() : Json(newest)}});
     }

@@ -5,7 +5,6 @@
 #include "tools/rings/Segment.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <iterator>
 
@@ -15,8 +14,6 @@ namespace {
 
 /// Thirty times what the library lays out.
 constexpr std::uint64_t kMostRecords = 1 << 19;
-/// The fields of the directory, without the unused rest of its page.
-constexpr std::size_t kDirectoryFields = offsetof(RingDirectory, unused);
 
 bool Same(const RingBufferData& a, const RingBufferData& b) {
     return std::memcmp(&a, &b, sizeof(a)) == 0;

@@ -25,6 +25,11 @@ enum class Seam : unsigned char {
     kUncertain ///< nothing recorded shows it; the most likely place was taken
 };
 
+/// Whether a ring has wrapped, in a word.
+inline const char* SeamName(Seam seam) {
+    return seam == Seam::kNone ? "no" : seam == Seam::kLikely ? "probably" : "perhaps";
+}
+
 struct Ring {
     std::uint32_t index = 0;
     std::string name;

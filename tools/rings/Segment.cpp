@@ -6,7 +6,6 @@
 #include "tools/rings/Seam.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -14,9 +13,6 @@
 namespace NimaPost {
 
 namespace {
-
-/// The fields of the directory, without the unused rest of its page.
-constexpr std::size_t kDirectoryFields = offsetof(RingDirectory, unused);
 
 bool TakeDirectory(std::string_view front, RingDirectory& directory) {
     if (front.size() < kDirectoryFields) {

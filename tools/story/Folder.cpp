@@ -24,8 +24,11 @@ bool ListFolder(const std::string& folder, std::vector<std::string>& names, std:
             problem = folder + ": more than " + std::to_string(kMostFiles) + " files";
             return false;
         }
-        std::error_code ignored;
-        if (entries->is_regular_file(ignored)) {
+        std::error_code unknown;
+        // What cannot be told, such as where a broken link leads, is reported when it cannot be opened.
+        const std::filesystem::file_type type = entries->status(unknown).type();
+        if (type == std::filesystem::file_type::regular || type == std::filesystem::file_type::not_found ||
+            type == std::filesystem::file_type::unknown || type == std::filesystem::file_type::none) {
             names.push_back(entries->path().filename());
         }
     }
@@ -60,7 +63,7 @@ void ReadFolderFile(const std::string& folder, FolderFile& file, SourceSet& sour
     }
     if (!input->ReadProblem().empty()) {
         file.unusable = file.unusable || file.row == nullptr;
-        file.findings.Damage("cannot-read", "Not all of it could be read: " + input->ReadProblem());
+        input->ReportReadProblem(file.findings);
     }
 }
 

@@ -51,7 +51,9 @@ const SourceRow* Recognise(std::string_view front, std::uint64_t size) {
 }
 
 bool IsOwnOutput(std::string_view front) {
-    return front.starts_with(kTimelineBegin) || front.starts_with(kPageBegin);
+    const bool isPage = front.starts_with("<!doctype html>") &&
+                        front.find("<title>nima-post report</title>") != std::string_view::npos;
+    return isPage || front.starts_with(kTimelineBegin);
 }
 
 } // namespace NimaPost

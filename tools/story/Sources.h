@@ -14,11 +14,10 @@ const SourceRow* Recognise(std::string_view front, std::uint64_t size);
 /// As much of a file's front as every row can do with.
 inline constexpr std::uint64_t kFrontBytes = 8192;
 
-/// How a timeline that the program writes begins, and how a page does.
+/// How a timeline that the program writes begins.
 inline constexpr std::string_view kTimelineBegin = "{\"traceEvents\": [";
-inline constexpr std::string_view kPageBegin = "<!doctype html>";
 
-/// Whether a file is what this program has written itself: it may be written over, and tells nothing.
+/// Whether a file was written by this program: it may then be overwritten, and it is no evidence.
 bool IsOwnOutput(std::string_view front);
 
 } // namespace NimaPost

@@ -19,7 +19,7 @@
 //             "statement": ["...", ...]},
 //   "files": [{"name": "device.log", "kind": "text log", "bytes": 123,
 //              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": ["..."]}],
-//   "rings": [{"name": "Panel", "entries": 256, "used": 12, "wrapped": "no" | "perhaps",
+//   "rings": [{"name": "Panel", "entries": 256, "used": 12, "wrapped": "no" | "probably" | "perhaps",
 //              "oldest": ns | null, "newest": ns | null}],
 //   "threads": [{"id": "0x979fe6c0", "name": "Engine" | ""}],
 //   "sources": ["device.log", "SysTrace.bin", ...],
