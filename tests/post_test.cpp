@@ -1,8 +1,9 @@
 // nima-post from outside: the library leaves files, the program reads them, and output and exit code are
 // checked.
 
+#include "tests/support/Post.h"
+
 #include "tests/support/Sandbox.h"
-#include "tools/Program.h"
 
 #include <array>
 #include <cerrno>
@@ -33,52 +34,8 @@
 
 using namespace Nima::Common::System::OS::Diagnostics;
 using namespace Nima::Testing;
-using Json = nlohmann::json;
 
 namespace {
-
-struct Result {
-    int code = -1;
-    std::string output;
-    std::string errors;
-
-    Json Parsed() const { return Json::parse(output); }
-    /// Whether the findings contain one with this code.
-    bool Finds(const std::string& wanted) const {
-        const Json findings = Parsed()["findings"];
-        for (const char* kind : {"damage", "remarks"}) {
-            for (const Json& finding : findings[kind]) {
-                if (finding["code"] == wanted && !finding["sentence"].get<std::string>().empty()) {
-                    return true;
-                }
-            }
-        }
-        return false;
-    }
-};
-
-Result Post(const std::vector<std::string>& arguments) {
-    Result result;
-    // Not in the working directory, whose files are examined.
-    const std::string errors = std::filesystem::current_path().string() + ".errors";
-    result.output = CapturedOutput([&] {
-        const int status = InChild([&] {
-            std::vector<const char*> words{"nima-post"};
-            for (const std::string& argument : arguments) {
-                words.push_back(argument.c_str());
-            }
-            if (std::freopen(errors.c_str(), "w", stderr) == nullptr) {
-                std::exit(99);
-            }
-            const int code = NimaPost::RunProgram(static_cast<int>(words.size()), words.data());
-            std::exit(code);
-        });
-        result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
-    });
-    result.errors = ReadFile(errors);
-    unlink(errors.c_str());
-    return result;
-}
 
 class PostMortem : public Sandbox {};
 
