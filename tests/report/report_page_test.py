@@ -145,14 +145,18 @@ class Page:
 
     def texts(self):
         shown = self.run("return document.body.innerText;").replace("\xa0", " ")
-        failure = self.data["failure"]
-        title = failure["title"] if failure else "No crash log in this folder"
-        self.check("the failure is at the top", visible(title) in shown)
+        crashes = self.data["crashes"][::-1]
+        title = crashes[0]["title"] if crashes else "No crash log in this folder"
+        self.check("the latest crash is at the top", self.find("#failure-title").text.split() == visible(title).split() and
+                   visible(title).split()[0] in shown)
+        titles = self.run("return [...document.querySelectorAll('#failure .crash > summary')].map((n) => n.firstChild.textContent);")
+        self.check("the earlier ones are listed below, the newest first", titles == [
+            f"{len(crashes) - 1 - index}. {visible(crash['title'])}" for index, crash in enumerate(crashes[1:])], titles)
         facts = self.run("return [...document.querySelectorAll('#failure dd, #failure li')].map((node) => node.textContent);")
-        wanted = [value for _, value in (failure or {}).get("summary", [])]
-        self.check("every fact of the failure is shown", all(visible(str(value)) in facts for value in wanted))
+        wanted = [value for crash in crashes for _, value in crash.get("summary", [])]
+        self.check("every fact of the crashes is shown", all(visible(str(value)) in facts for value in wanted))
         frames = self.run("return [...document.querySelectorAll('.frames li')].map((node) => node.lastChild.textContent);")
-        expected = [visible(frame) for stack in (failure or {}).get("stacks", []) for frame in stack["frames"]]
+        expected = [visible(frame) for crash in crashes for stack in crash.get("stacks", []) for frame in stack["frames"]]
         self.check("every frame is shown", frames == expected)
         statements = self.run("return [...document.querySelectorAll('#clock li')].map((node) => node.textContent);")
         self.check("the statements about time are shown",
@@ -309,8 +313,7 @@ class Page:
         self.check("an arrow key moves the view", self.view()[0] > begin)
         self.key("#lanes", Keys.ARROW_LEFT, "-")
         self.check("- zooms out", self.span() > (end - begin) * 1.5)
-        failure = self.data["failure"]
-        crash = failure["time"] if failure and failure.get("time") is not None else timed[-1][0]
+        crash = next((crash["time"] for crash in self.data["crashes"][-1:] if crash["time"] is not None), timed[-1][0])
         self.key("#lanes", Keys.END)
         begin, end = self.view()
         self.check("End shows the crash, nearer", begin <= crash <= end and end - begin < whole[1] - whole[0])

@@ -2,6 +2,7 @@
 
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
+#include "tools/report/CrashData.h"
 
 namespace NimaPost {
 
@@ -30,11 +31,15 @@ int RunOnFolder(Context& context, const FolderOptions& options,
     if (context.json) {
         Json json{{"output", ToUtf8(options.output)}};
         json.update(result.members);
+        json["crashes"] = CrashesJson(story);
         json["findings"] = FindingsJson(findings);
         context.out.WriteJson(json);
         context.out.Write("\n");
     } else {
         context.out.Line(result.sentence + options.output);
+        for (const std::string& line : CrashLines(story)) {
+            context.out.Line("  " + line);
+        }
         PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);

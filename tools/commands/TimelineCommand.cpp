@@ -1,5 +1,6 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/commands/FolderCommand.h"
 #include "tools/story/Sources.h"
 #include "tools/story/Story.h"
@@ -21,11 +22,8 @@ constexpr std::array<const char*, kEventKinds> kCategories{"text", "binary", "ri
 constexpr std::array<const char*, kEventKinds> kLanes{"text lines", "binary records", "ring events",
                                                       "event records"};
 
-const char* CertaintyInWords(const TimelineEvent& event) {
-    return !event.time               ? "unknown, put at the end"
-           : event.certainty.assumed ? "assumed, counted back from the newest record"
-           : event.certainty.Exact() ? "exact"
-                                     : "perhaps whole seconds off";
+std::string_view CertaintyInWords(const std::optional<std::int64_t>& time, const Certainty& certainty) {
+    return time ? MarkOf(certainty).meaning : "unknown, put at the end";
 }
 
 /// Microseconds with three decimal places; a floating-point number would lose the nanoseconds.
@@ -64,9 +62,8 @@ class TraceWriter {
             Metadata("thread_name", TrackOf(number), name.empty() ? Hex32(id) : name + " " + Hex32(id));
         });
         Counters();
-        if (const auto crash = story.Time().Crash()) {
-            Head("crash log written", "crash", "i", *crash - origin_, kNoThread);
-            out_.Write(",\"s\":\"g\"}");
+        for (const Crash& crash : story.Crashes()) {
+            Mark(crash, story);
         }
         out_.Write("\n],\n\"displayTimeUnit\": \"ns\",\n\"otherData\": ");
         out_.WriteJson(OtherData(story));
@@ -128,7 +125,7 @@ class TraceWriter {
         if (!event.mark.empty()) {
             arguments["state"] = event.mark;
         }
-        arguments["time"] = CertaintyInWords(event);
+        arguments["time"] = CertaintyInWords(event.time, event.certainty);
         Head(event.kind == EventKind::kText && !event.level.empty() ? ToUtf8(event.level) + " " + label
                                                                     : label,
              kCategories[static_cast<std::size_t>(event.kind)], "i", event.time.value_or(end_) - origin_,
@@ -139,6 +136,17 @@ class TraceWriter {
         ++rates_[(event.time.value_or(end_) - origin_) / kSecond][static_cast<std::size_t>(event.kind)];
         anyRecord_ = anyRecord_ || event.kind == EventKind::kRecord;
         ++count_;
+    }
+
+    void Mark(const Crash& crash, const Story& story) {
+        Json arguments = Json::array();
+        Head(ToUtf8(crash.title), "crash", "i", crash.time.value_or(end_) - origin_, kNoThread);
+        for (const std::size_t file : crash.files) {
+            arguments.push_back(ToUtf8(story.Files()[file].name));
+        }
+        out_.Write(",\"s\":\"g\",\"args\":");
+        out_.WriteJson(Json{{"files", arguments}, {"time", CertaintyInWords(crash.time, crash.certainty)}});
+        out_.Write("}");
     }
 
     void Metadata(const char* kind, std::size_t track, const std::string& name) {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "tools/base/Output.h"
-#include "tools/crash/CrashLog.h"
 #include "tools/story/Story.h"
 
 #include <cstdint>
@@ -11,15 +10,13 @@
 
 namespace NimaPost {
 
-/// The newest crash log of a folder; null if there is none.
-const CrashLog* NewestCrash(const Story& story);
-
 /// Everything that is not a row.
 class PageData {
   public:
     PageData(const Story& story, std::int64_t origin) : story_(story), origin_(origin) {}
 
-    Json Failure() const;
+    /// The oldest first.
+    Json Crashes() const;
 
     Json Clock() const;
 
@@ -34,9 +31,10 @@ class PageData {
   private:
     static Json Pairs(const std::vector<std::pair<std::string, std::string>>& pairs);
 
-    Json Stacks() const;
-
-    Json Active(const CrashLog& crash) const;
+    Json CrashJson(const Crash& crash) const;
+    std::vector<std::pair<std::string, std::string>> Summary(const Crash& crash) const;
+    Json Stacks(const Crash& crash) const;
+    Json Active(const Crash& crash) const;
 
     const Story& story_;
     std::int64_t origin_;

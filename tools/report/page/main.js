@@ -4,15 +4,14 @@
 //
 // {
 //   "tool": "nima-post 1.0.0", "folder": "name", "generated": "2026-11-24T18:00:00Z",
-//   "failure": null |                      null: no crash log in the folder
+//   "crashes": [                           the oldest first; the last one is the headline
 //     {"title": "Assertion through a fatal-error call",
 //      "summary": [["Error code", "0x0031AC05"], ["File", "/src/..."], ...],
 //      "exception": [["Address", "0x94b84000"], ...] | null,
 //      "extra": ["0x11", ...],
 //      "stacks": [{"file": "stacktrace123-1.txt", "header": ["..."], "frames": ["0x7f.. (name+0x1d8)", ...]}],
 //      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "events": 12}],
-//      "time": ns | null},
-//     (a folder with stack-trace files but no crash log has a failure too, with a title that says so)
+//      "time": ns | null, "sure": 0 | 1 | 2}],
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time
 //             "origin": "2026-11-24T15:09:26.000" | null,     what t = 0 is, for people to read
 //             "originMs": ms | null,       the same, milliseconds since 1970 as if local time were UTC

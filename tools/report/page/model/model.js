@@ -27,7 +27,10 @@ export class Model {
     this.kinds = this.sources.map((_, index) => kindOfSource((data.sourceKinds ?? [])[index]));
     this.rows = sorted(data.rows ?? []);
     this.fillColumns();
-    this.crash = data.failure && Number.isFinite(data.failure.time) ? data.failure.time : null;
+    this.crashes = data.crashes ?? [];
+    this.crashTimes = this.crashes.map((crash) => crash.time).filter(Number.isFinite);
+    // The one that the page is about.
+    this.crash = this.crashes.at(-1)?.time ?? null;
     this.findRange();
     this.haystack = null;
   }
@@ -64,12 +67,9 @@ export class Model {
   }
 
   findRange() {
-    const moments = [];
+    const moments = [...this.crashTimes];
     if (this.timed > 0) {
       moments.push(this.times[0], this.times[this.timed - 1]);
-    }
-    if (this.crash !== null) {
-      moments.push(this.crash);
     }
     this.first = moments.length ? Math.min(...moments) : 0;
     this.last = moments.length ? Math.max(...moments) : 0;
@@ -116,6 +116,11 @@ export class Model {
 
   paintName(row) {
     return PAINTS[this.paint[row]];
+  }
+
+  // A moment in full with its mark.
+  momentLabel(time, sure) {
+    return `${this.clock.full(time)} ${SURE_SIGNS[sure] ?? ""}`;
   }
 
   timeLabel(row) {

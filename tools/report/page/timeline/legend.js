@@ -46,7 +46,7 @@ export function fillLegend(legend, model) {
   if (isUnsure) {
     legend.append(legendMark("mark hollow", "", "hollow: time not exact"));
   }
-  if (model.crash !== null) {
+  if (model.crashTimes.length) {
     legend.append(legendMark("mark crash", "", "crash"));
   }
 }
