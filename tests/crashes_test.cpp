@@ -2,9 +2,12 @@
 
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
+#include "tools/report/Rows.h"
+#include "tools/story/Selection.h"
 
 #include <array>
 #include <map>
+#include <optional>
 #include <string>
 
 #include <fcntl.h>
@@ -216,4 +219,61 @@ TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {
     // Another crash log with that code: whose report it is, nothing tells.
     WriteFile("crash.txt.1", CrashLogOf({}));
     EXPECT_EQ(CrashesTold().size(), 3U);
+}
+
+TEST_F(Crashes, EventsAreToldByTheirProcess) {
+    // Processes may use the same thread ids.
+    const NimaPost::Names names;
+    NimaPost::Rows rows(10, names);
+    NimaPost::TimelineEvent event;
+    event.thread = 0x97;
+    for (std::size_t process = 1; process <= 2; ++process) {
+        event.time = static_cast<std::int64_t>(process);
+        event.process = process;
+        event.boot = process == 1 ? std::optional<std::size_t>(3) : std::nullopt;
+        event.name = process == 1 ? "One" : "Two";
+        rows.Take(event);
+    }
+    const Json threads = Json::parse(rows.ThreadsJson().dump());
+    EXPECT_EQ(threads, Json::parse(R"([{"id": "0x00000097", "name": "One", "process": 1},
+                                       {"id": "0x00000097", "name": "Two", "process": 2}])"));
+    const Json first = Json::parse(NimaPost::RowJson(rows.Sorted().front(), 0).dump());
+    EXPECT_EQ(first[8], 1);
+    EXPECT_EQ(first[9], 3);
+    EXPECT_FALSE((NimaPost::Selection{3, std::nullopt}.Takes(event)));
+    EXPECT_TRUE((NimaPost::Selection{std::nullopt, 2}.Takes(event)));
+
+    // Whatever processes the folder is found to tell of: events are under their own, the others under one.
+    WriteFile("device.log",
+              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.54000, type=qpc\r\n"
+              "500000100 <0x00000001:000> <WARN> <One> first\r\n"
+              "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024173100.54000, type=qpc\r\n"
+              "500 <0x00000002:000> <WARN> <One> second\r\n");
+    WriteFile("crash.txt", CrashLogOf({}));
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    const Json trace = Json::parse(ReadFile("out.json"));
+    std::map<int, std::string> named;
+    for (const Json& each : trace["traceEvents"]) {
+        if (each["name"] == "process_name") {
+            EXPECT_TRUE(named.emplace(each["pid"], each["args"]["name"]).second);
+        }
+    }
+    std::size_t instants = 0;
+    for (const Json& each : trace["traceEvents"]) {
+        if (each["ph"] == "i") {
+            ++instants;
+            const Json process = each["args"]["process"];
+            const Json boot = each["args"]["boot"];
+            EXPECT_EQ(named[each["pid"]], process.is_null() ? "device"
+                                                            : "process " + process.dump() + ", boot " +
+                                                                  (boot.is_null() ? "unknown" : boot.dump()));
+        }
+    }
+    EXPECT_EQ(instants, 5U);
+    const Result missing = Post({"report", ".", "-o", "report.html", "--process", "99"});
+    EXPECT_EQ(missing.code, 2);
+    EXPECT_NE(missing.errors.find("no process 99"), std::string::npos);
+    EXPECT_EQ(Post({"timeline", ".", "-o", "out.json", "--boot", "99"}).code, 2);
 }

@@ -221,6 +221,22 @@ class Page:
         self.check("reset shows all again", self.count() == len(self.rows))
         for index, column in (("source", 2), ("level", 4), ("thread", 3), ("name", 5)):
             self.filter(index, column)
+        if self.data.get("processes"):
+            self.processes()
+        else:
+            self.check("without processes there is no filter for them", not self.find("#filter-process").is_displayed())
+
+    def processes(self):
+        """Numbers from 1, 0 where none is known."""
+        for process in range(len(self.data["processes"]) + 1):
+            Select(self.find("#filter-process")).select_by_value(str(process))
+            self.settle()
+            rows = [index for index, row in enumerate(self.rows) if (row[8] if len(row) > 8 else 0) == process]
+            self.check(f"the filter by process {process} counts its records", self.count() == len(rows), (self.count(), len(rows)))
+            self.reset()
+            self.select_from_table(rows[-1])
+            named = self.data["processes"][process - 1] if process else "No known process"
+            self.check(f"the details of a record name process {process}", named in self.details(), self.details()[:300])
 
     def samples(self):
         return sorted({0, len(self.rows) // 2, len(self.rows) - 1})

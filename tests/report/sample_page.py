@@ -151,10 +151,15 @@ def crash():
 
 def calm():
     names, rows = rows_of_a_run(40, 5, random.Random(2))
+    for row in rows[20:]:
+        row += [1, 1] if row[3] in (0, 1) else [2, 0] if row[3] == 2 else [0, 0]
     rows.append([None, 2, 0, 1, LEVELS.index("INFO"), 1, "a line without a time", []])
     page = base("bench-3", names, rows)
     page["clock"] = {"wall": False, "origin": None, "originMs": None, "statement": [
         "No calibration line was found: times are seconds since the first record."]}
+    page["processes"] = ["process 1, boot 1", "process 2, boot unknown"]
+    for thread, process in zip(page["threads"], (1, 1, 2, None)):
+        thread["process"] = process
     page["omitted"] = {"rows": 1200, "statement": "1,200 older records were left out; --all keeps them."}
     return page
 

@@ -12,6 +12,10 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
     CLI::App* command = AddCommand(app, context, name, description);
     command->add_option("FOLDER", options.folder, "The folder that came back from the device")->required();
     command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
+    command->add_option("--boot", options.selection.boot, "Only what is known to be of this boot")
+        ->type_name("N");
+    command->add_option("--process", options.selection.process, "Only what is known to be of this process")
+        ->type_name("N");
     return command;
 }
 
@@ -20,7 +24,11 @@ int RunOnFolder(Context& context, const FolderOptions& options,
     Story story(context.names);
     std::string problem;
     OutputFile file;
-    if (!story.Read(options.folder, problem) || !file.Create(options.output, story.Inputs(), problem)) {
+    if (!story.Read(options.folder, problem)) {
+        return ReportUnusable(context, problem);
+    }
+    problem = options.selection.Missing(story.Time());
+    if (!problem.empty() || !file.Create(options.output, story.Inputs(), problem)) {
         return ReportUnusable(context, problem);
     }
     const FolderResult result = write(story, file.Out());

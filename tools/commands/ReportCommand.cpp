@@ -73,13 +73,15 @@ Crash Headline(const Story& story) {
 void WritePage(Output& out, const Options& options, const Story& story, const Names& names) {
     Rows rows(options.rows, names);
     story.ForEach([&](const TimelineEvent& event) {
-        rows.Take(event);
+        if (options.files.selection.Takes(event)) {
+            rows.Take(event);
+        }
         return true;
     });
     const std::vector<Row>& sorted = rows.Sorted();
     const auto first = sorted.empty() ? std::nullopt : sorted.front().time;
     const std::int64_t origin = first ? *first : Headline(story).time.value_or(0);
-    const PageData data(story, origin);
+    const PageData data(story, origin, options.files.selection);
 
     out.Write(PageHead());
     out.Write("{");
@@ -95,12 +97,13 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
     member("clock", data.Clock());
     member("files", data.Files());
     member("rings", data.Rings());
+    member("processes", data.Processes());
     member("threads", rows.ThreadsJson());
     member("sources", data.Sources());
     member("sourceKinds", data.SourceKinds());
     member("levels", rows.levels.Texts());
     member("names", rows.names.Texts());
-    member("columns", {"t", "sure", "source", "thread", "level", "name", "text", "args"});
+    member("columns", {"t", "sure", "source", "thread", "level", "name", "text", "args", "process", "boot"});
     WriteRows(out, sorted, rows.Omitted(), origin);
     out.Write("}");
     out.Write(PageTail());

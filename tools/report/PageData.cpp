@@ -31,7 +31,7 @@ Json PageData::CrashJson(const Crash& crash) const {
             {"extra", log == nullptr ? Json::array() : Json(log->extraData)},
             {"stacks", Stacks(crash)},
             {"activeRings", Active(crash)},
-            {"time", crash.time ? Json(*crash.time - origin_) : Json()},
+            {"time", crash.time && selection_.Takes(crash) ? Json(*crash.time - origin_) : Json()},
             {"sure", static_cast<int>(SurenessOf(crash.certainty))}};
 }
 
@@ -112,6 +112,14 @@ Json PageData::Rings() const {
                         {"wrapped", ring.seam == Seam::kNone ? "no" : "perhaps"},
                         {"oldest", empty ? Json() : Json(newest - ring.records.back().elapsed)},
                         {"newest", empty ? Json() : Json(newest)}});
+    }
+    return json;
+}
+
+Json PageData::Processes() const {
+    Json json = Json::array();
+    for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
+        json.push_back(ProcessInWords(json.size() + 1, facts.boot));
     }
     return json;
 }

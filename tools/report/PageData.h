@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/base/Output.h"
+#include "tools/story/Selection.h"
 #include "tools/story/Story.h"
 
 #include <cstdint>
@@ -13,7 +14,8 @@ namespace NimaPost {
 /// Everything that is not a row.
 class PageData {
   public:
-    PageData(const Story& story, std::int64_t origin) : story_(story), origin_(origin) {}
+    PageData(const Story& story, std::int64_t origin, Selection selection)
+        : story_(story), origin_(origin), selection_(selection) {}
 
     /// The oldest first.
     Json Crashes() const;
@@ -23,6 +25,9 @@ class PageData {
     Json Files() const;
 
     Json Rings() const;
+
+    /// In words, in the order of their numbers from 1.
+    Json Processes() const;
 
     Json Sources() const;
 
@@ -38,6 +43,7 @@ class PageData {
 
     const Story& story_;
     std::int64_t origin_;
+    Selection selection_;
 };
 
 } // namespace NimaPost

@@ -35,6 +35,8 @@ void Rows::Take(const TimelineEvent& event) {
     row.order = taken_++;
     row.sureness = SurenessOf(event.certainty);
     row.file = event.file;
+    row.boot = event.boot;
+    row.process = event.process;
     row.level = levels.Of(event.kind == EventKind::kBinary ? LevelDigit(event.level) : event.level);
     row.name = names.Of(event.name);
     row.text = ToUtf8(event.text.substr(0, kLongestText));
@@ -63,8 +65,10 @@ std::vector<Row>& Rows::Sorted() {
 
 Json Rows::ThreadsJson() const {
     std::vector<Json> byNumber(threads_.Count());
-    threads_.ForEach([&](std::size_t number, std::uint32_t id, const std::string& name) {
-        byNumber[number] = {{"id", Hex32(id)}, {"name", name}};
+    threads_.ForEach([&](const Threads::Thread& thread) {
+        byNumber[thread.number] = {{"id", Hex32(thread.id)},
+                                   {"name", thread.name},
+                                   {"process", thread.process ? Json(*thread.process) : Json()}};
     });
     return byNumber;
 }
@@ -93,7 +97,8 @@ Json RowJson(const Row& row, std::int64_t origin) {
         arguments.push_back(Hex(value));
     }
     return Json::array({row.time ? Json(*row.time - origin) : Json(), row.sureness, row.file, row.thread,
-                        row.level, row.name, row.text, arguments});
+                        row.level, row.name, row.text, arguments, row.process.value_or(0),
+                        row.boot.value_or(0)});
 }
 
 } // namespace NimaPost

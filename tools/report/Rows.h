@@ -33,6 +33,8 @@ struct Row {
     int sureness = 0;     ///< 0 exact, 1 perhaps whole seconds off, 2 assumed
     std::size_t file = 0; ///< index in the folder's files
     std::int64_t thread = -1;
+    std::optional<std::size_t> boot;
+    std::optional<std::size_t> process;
     std::int64_t level = -1;
     std::int64_t name = -1;
     std::string text;

@@ -20,13 +20,14 @@
 //              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": ["..."]}],
 //   "rings": [{"name": "Panel", "entries": 256, "used": 12, "wrapped": "no" | "perhaps",
 //              "oldest": ns | null, "newest": ns | null}],
-//   "threads": [{"id": "0x979fe6c0", "name": "Engine" | ""}],
+//   "processes": ["process 1, boot 1", ...],   in words, numbered from 1
+//   "threads": [{"id": "0x979fe6c0", "name": "Engine" | "", "process": number | null}],
 //   "sources": ["device.log", "SysTrace.bin", ...],
 //   "sourceKinds": ["log" | "systrace" | "ring" | any other, drawn as "log", ...],
 //   "levels": ["FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""],
 //   "names": ["Engine", ...],              tracers, components, rings
-//   "columns": ["t", "sure", "source", "thread", "level", "name", "text", "args"],
-//   "rows": [[t, sure, source, thread, level, name, "text", ["0x1", ...]], ...],
+//   "columns": ["t", "sure", "source", "thread", "level", "name", "text", "args", "process", "boot"],
+//   "rows": [[t, sure, source, thread, level, name, "text", ["0x1", ...], process, boot], ...],
 //   "omitted": {"rows": 0, "statement": ""}
 // }
 //
@@ -34,7 +35,7 @@
 // t = null, comes after the others and is not drawn. "sure" is 0 for an exact time, 1 for one that may be later by
 // whole seconds, 2 for one that was placed by assumption. "source", "thread", "level" and "name" are indices, -1 where
 // there is none. Levels "0" to "3" are those of the binary trace. "args" holds the values that the text shows in
-// words; a row without any may leave it out.
+// words. "process" and "boot" are numbers from 1, or 0 where they are not known; a row may leave out all three.
 import {byId, element} from "./base/dom.js";
 import {visible} from "./base/text.js";
 import {Model} from "./model/model.js";

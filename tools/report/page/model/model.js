@@ -23,7 +23,10 @@ export class Model {
     this.sources = data.sources ?? [];
     this.levels = data.levels ?? [];
     this.names = data.names ?? [];
-    this.threads = (data.threads ?? []).map((thread) => ({id: thread.id, name: thread.name || ""}));
+    this.threads = (data.threads ?? []).map((thread) => ({id: thread.id, name: thread.name || "",
+      process: thread.process ?? 0}));
+    // By their numbers; 0 is for what is of no known process.
+    this.processes = ["No known process", ...data.processes ?? []];
     this.kinds = this.sources.map((_, index) => kindOfSource((data.sourceKinds ?? [])[index]));
     this.rows = sorted(data.rows ?? []);
     this.fillColumns();
@@ -47,6 +50,7 @@ export class Model {
     this.thread = new Int32Array(count);
     this.level = new Int32Array(count);
     this.name = new Int32Array(count);
+    this.process = new Int32Array(count);
     this.kind = new Uint8Array(count);
     this.paint = new Uint8Array(count);
     for (let index = 0; index < count; ++index) {
@@ -62,6 +66,7 @@ export class Model {
     this.thread[index] = row[3];
     this.level[index] = row[4];
     this.name[index] = row[5];
+    this.process[index] = row[8] ?? 0;
     this.kind[index] = this.kinds[row[2]] ?? KIND_TEXT;
     this.paint[index] = paintOf(this.kind[index], this.levels[row[4]] ?? "");
   }
@@ -89,6 +94,18 @@ export class Model {
     return this.rows[row][7] ?? [];
   }
 
+  get hasProcesses() {
+    return this.processes.length > 1;
+  }
+
+  processName(row) {
+    const boot = this.rows[row][9] ?? 0;
+    if (this.process[row] > 0) {
+      return this.processes[this.process[row]] ?? "";
+    }
+    return boot > 0 ? `process unknown, boot ${boot}` : this.processes[0];
+  }
+
   levelName(row) {
     return this.levels[this.level[row]] ?? "";
   }
@@ -111,7 +128,9 @@ export class Model {
     if (!known) {
       return "";
     }
-    return known.name ? `${known.name} (${known.id})` : known.id;
+    const full = known.name ? `${known.name} (${known.id})` : known.id;
+    // Processes may use the same ids.
+    return known.process > 0 && this.processes.length > 2 ? `${full}, process ${known.process}` : full;
   }
 
   paintName(row) {

@@ -71,6 +71,7 @@ export class Details {
     add("Level", model.levelName(row), `l-${model.paintName(row)}`);
     add("Name", model.nameOf(row));
     add("Thread", model.threadFull(model.thread[row]));
+    add("Process", model.hasProcesses ? model.processName(row) : "");
     add("Source", model.sourceName(row));
     add("Record", `${formatCount(row + 1)} of ${formatCount(model.count)}`);
     return list;
