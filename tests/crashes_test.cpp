@@ -89,13 +89,6 @@ std::string OrderTold() {
     return told;
 }
 
-Json PageData() {
-    const std::string page = ReadFile("report.html");
-    const std::string begin = "id=\"data\">";
-    const std::size_t at = page.find(begin) + begin.size();
-    return Json::parse(page.substr(at, page.find("</script>", at) - at));
-}
-
 } // namespace
 
 TEST_F(Crashes, AllOfAFolderAreListedInTheOrderThatEvidenceGives) {

@@ -598,6 +598,56 @@ TEST_F(PostMortem, TellsATornRecordInTheSameWordsEverywhere) {
     EXPECT_NE(ReadFile("report.html").find("\"" + words + "\""), std::string::npos);
 }
 
+TEST_F(PostMortem, ShowsTimesWithTheSameDigitsAndMarksEverywhere) {
+    WriteFile("device.log",
+              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.46886, type=qpc\r\n"
+              "500000123 <0x00000001:000> <WARN> <One> first\r\n"
+              "500000200 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.46886, type=qpc\r\n"
+              "500000323 <0x00000001:000> <WARN> <One> second\r\n");
+    WriteFile("undated.log", "500000223 <0x00000001:000> <WARN> <One> third\r\n");
+    const std::vector<std::string> lines = Lines(Post({"log", "device.log"}).output);
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    ASSERT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
+    const Json trace = Json::parse(ReadFile("out.json"));
+    const Json page = PageData();
+    const auto instant = [&](const std::string& message) {
+        for (const Json& event : trace["traceEvents"]) {
+            if (event["ph"] == "i" && event["args"].value("message", "") == message) {
+                return event["args"];
+            }
+        }
+        return Json();
+    };
+    const auto row = [&](const std::string& message) {
+        for (const Json& each : page["rows"]) {
+            if (each[6] == message) {
+                return each;
+            }
+        }
+        return Json();
+    };
+    const Json& clock = page["clock"];
+    EXPECT_EQ(clock["originNs"], 886'000); // What a count of milliseconds leaves out.
+    const long long origin =
+        clock["originMs"].get<long long>() * 1'000'000 + clock["originNs"].get<long long>();
+    for (const auto& [index, message] : {std::pair(1, "first"), {3, "second"}}) {
+        const std::string time = lines.at(index).substr(0, 29);
+        const std::string mark = lines.at(index).substr(30, 1);
+        EXPECT_TRUE(mark == "=" || mark == "~") << mark;
+        EXPECT_EQ(instant(message)["time"], time);
+        EXPECT_EQ(instant(message)["mark"], mark);
+        const Json shown = row(message);
+        EXPECT_EQ(origin % 1'000'000'000 + shown[0].get<long long>(), std::stoll(time.substr(20)));
+        EXPECT_EQ(clock["marks"][shown[1].get<std::size_t>()][0], mark);
+    }
+    EXPECT_EQ(lines.at(1).substr(0, 31), "2026-11-24 16:31:00.046886123 =");
+    EXPECT_EQ(instant("third")["mark"], "?");
+    EXPECT_EQ(clock["marks"][row("third")[1].get<std::size_t>()][0], "?");
+    EXPECT_EQ(trace["otherData"]["marks"].size(), 4U);
+}
+
 TEST_F(PostMortem, NeverWritesOverWhatItReads) {
     WriteFile("device.log", "1 <0x00000001:000> <WARN> <One> evidence\r\n");
     WriteFile("unknown", "whatever this is, it came from the device");

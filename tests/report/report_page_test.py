@@ -8,6 +8,7 @@ Needs the packages chromium, chromium-driver and python3-selenium.
 """
 
 import argparse
+import datetime
 import json
 import pathlib
 import re
@@ -26,6 +27,7 @@ import sample_page  # noqa: E402
 
 FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
          "--disable-component-update", "--disable-sync", "--window-size=1366,900", "--force-device-scale-factor=1"]
+SECOND = 1_000_000_000
 UNSEEN = re.compile("[\0-\x08\x0b-\x1f\x7f-\x9f\xad\u061c\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]")
 
 
@@ -265,6 +267,67 @@ class Page:
         ActionChains(self.browser).move_to_element_with_offset(line, -40, 2).click().perform()
         self.settle()
         self.check(f"a click on record {index} shows its text and words", self.shows(index), self.details()[:200])
+        self.times_of(index)
+
+    def moment(self, t):
+        """What the page shows of a time, to the nanosecond."""
+        clock = self.data["clock"]
+        if not clock["wall"]:
+            return f"{'-' if t < 0 else '+'}{abs(t) // SECOND}.{abs(t) % SECOND:09} s"
+        absolute = clock["originMs"] * 1_000_000 + clock["originNs"] + t
+        day = datetime.datetime.fromtimestamp(absolute // SECOND, datetime.timezone.utc)
+        return f"{day:%Y-%m-%d %H:%M:%S}.{absolute % SECOND:09}"
+
+    def mark(self, sure):
+        marks = [sign for sign, _ in self.data["clock"].get("marks", [])] or [""] * 4
+        return marks[sure % 4] + (marks[3] if sure >= 4 else "")
+
+    def times_of(self, index):
+        t, sure = self.rows[index][:2]
+        if t is None:
+            return
+        wanted = f"{self.moment(t)} {self.mark(sure)}"
+        cell = self.run("return document.querySelector('#grid .record.selected .c-time').textContent;")
+        self.check(f"record {index} has its time and mark in the table", cell and wanted.endswith(cell) and
+                   "." in cell, (cell, wanted))
+        self.check("and in the details", wanted in self.details(), (wanted, self.details()[:200]))
+
+    def axis(self):
+        """Labels are drawn, so the page's own canvas is asked for them: each says the time at its place."""
+        self.click("#zoom-fit")
+        for _ in range(12):
+            self.run("""window.drawn = []; const proto = CanvasRenderingContext2D.prototype;
+                if (!window.plainText) {
+                    window.plainText = proto.fillText;
+                    proto.fillText = function (text, x, y) {
+                        if (this.canvas.id === 'chart' && this.textAlign === 'center') { window.drawn.push([text, x]); }
+                        window.plainText.apply(this, arguments);
+                    };
+                }""")
+            self.click("#zoom-in")
+            begin, end = self.view()
+            left, width = self.plot()
+            for text, x in self.run("return window.drawn;"):
+                parts = re.fullmatch(r"(\d\d):(\d\d)(?::(\d\d)(?:\.(\d+))?)?", text)
+                if not parts:
+                    continue
+                hours, minutes, seconds, fraction = parts.groups(default="0")
+                said = (int(hours) * 3600 + int(minutes) * 60 + int(seconds)) * SECOND + int(fraction.ljust(9, "0"))
+                clock = self.data["clock"]
+                place = begin + (x - left) / width * (end - begin)
+                there = (clock["originMs"] * 1_000_000 + clock["originNs"] + place) % (86400 * SECOND)
+                if abs(said - there) > 1.5 * (end - begin) / width:
+                    self.check("every label of the axis says the time at its place", False, (text, x, said - there))
+                    return
+        self.check("every label of the axis says the time at its place", True)
+        self.click("#zoom-fit")
+
+    def legend(self):
+        used = {mark for row in self.rows if row[0] is not None for mark in self.mark(row[1])}
+        used |= {mark for crash in self.data["crashes"] for mark in self.mark(crash["sure"])}
+        shown = self.run("return [...document.querySelectorAll('#legend .time-mark')].map((n) => n.textContent);")
+        self.check("one legend explains the marks of the times", shown == [
+            f"{sign} {meaning}" for sign, meaning in self.data["clock"].get("marks", []) if sign in used], shown)
 
     def shows(self, index):
         """The selected line of the table holds only the text, the details also each value."""
@@ -286,6 +349,9 @@ class Page:
         self.drags()
         self.touches()
         self.pick()
+        self.legend()
+        if self.data["clock"]["wall"]:
+            self.axis()
         self.key("#lanes", Keys.HOME, Keys.ESCAPE)
 
     def zooms(self, whole):

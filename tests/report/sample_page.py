@@ -14,7 +14,9 @@ import sys
 
 LEVELS = ["FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""]
 SECOND = 1_000_000_000
-ORIGIN_MS = 1795532966000  # 2026-11-24 15:09:26
+ORIGIN_MS = 1795532966046  # 2026-11-24 15:09:26.046
+ORIGIN_NS = 886_123
+MARKS = [["=", "exact"], ["~", "perhaps later by whole seconds"], ["?", "assumed"], ["<", "of an overwritten round"]]
 HOSTILE = [
     "<script>window.broken = true</script>",
     "</script><img src=x onerror=\"window.broken = true\">",
@@ -74,11 +76,12 @@ def rows_of_a_run(count, seconds, randomness):
 def base(folder, names, rows):
     return {
         "tool": "nima-post 1.0.0", "folder": folder, "generated": "2026-11-24T18:00:00Z", "crashes": [],
-        "clock": {"wall": True, "origin": "2026-11-24T15:09:26.000", "originMs": ORIGIN_MS, "statement": [
+        "clock": {"wall": True, "origin": "2026-11-24T15:09:26.046886123", "originMs": ORIGIN_MS, "originNs": ORIGIN_NS,
+                  "marks": MARKS, "statement": [
             "The counters of device.log and SysTrace.bin count nanoseconds within a second; whole seconds were recovered from "
             "their order and from 3 calibration lines.",
-            "If a thread was silent for more than a second, its times may be later by whole seconds (marked ≥).",
-            "The rings hold no date. Their newest record was placed at the moment of the crash (marked ~)."]},
+            "If a thread was silent for more than a second, its times may be later by whole seconds (marked ~).",
+            "The rings hold no date. Their newest record was placed at the moment of the crash (marked ?)."]},
         "files": [
             {"name": "device.log", "kind": "text log", "bytes": 1048533, "state": "ok", "notes": []},
             {"name": "SysTrace.bin", "kind": "binary trace dump", "bytes": 191088, "state": "damaged", "notes": [
@@ -143,6 +146,7 @@ def crash():
     rows.insert(0, [0, 0, 0, -1, LEVELS.index("CAL"), names.index("Trace"), "Calibration freq=1000000", []])
     rows.append([moment - 150_000, 0, 0, 0, LEVELS.index("FATAL"), 0, "DeviceFatalError ErrorCode: 0x0031AC05", ["0x31ac05"]])
     rows.append([moment - 90_000, 0, 1, 0, LEVELS.index("0"), names.index("component 2"), "event 0x1fc0eacf", ["0x31ac05"]])
+    rows[5][1] = 5
     rows.append([moment + 200_000_000, 0, 0, 3, LEVELS.index("WARN"), 3, "recovery begins", []])
     page = base("printer-17", names, rows)
     page["crashes"] = [earlier_failure(11 * SECOND), failure(moment)]
@@ -155,7 +159,7 @@ def calm():
         row += [1, 1] if row[3] in (0, 1) else [2, 0] if row[3] == 2 else [0, 0]
     rows.append([None, 2, 0, 1, LEVELS.index("INFO"), 1, "a line without a time", []])
     page = base("bench-3", names, rows)
-    page["clock"] = {"wall": False, "origin": None, "originMs": None, "statement": [
+    page["clock"] = {"wall": False, "origin": None, "originMs": None, "originNs": None, "marks": MARKS, "statement": [
         "No calibration line was found: times are seconds since the first record."]}
     page["processes"] = ["process 1, boot 1", "process 2, boot unknown"]
     for thread, process in zip(page["threads"], (1, 1, 2, None)):

@@ -62,4 +62,12 @@ inline Result Post(const std::vector<std::string>& arguments) {
     return result;
 }
 
+/// The data of a page that `report` has written.
+inline Json PageData(const std::string& path = "report.html") {
+    const std::string page = ReadFile(path);
+    const std::string begin = "id=\"data\">";
+    const std::size_t at = page.find(begin) + begin.size();
+    return Json::parse(page.substr(at, page.find("</script>", at) - at));
+}
+
 } // namespace Nima::Testing

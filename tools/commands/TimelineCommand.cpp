@@ -23,10 +23,6 @@ constexpr std::array<const char*, kEventKinds> kCategories{"text", "binary", "ri
 constexpr std::array<const char*, kEventKinds> kLanes{"text lines", "binary records", "ring events",
                                                       "event records"};
 
-std::string_view CertaintyInWords(const std::optional<std::int64_t>& time, const Certainty& certainty) {
-    return time ? MarkOf(certainty).meaning : "unknown, put at the end";
-}
-
 /// Microseconds with three decimal places; a floating-point number would lose the nanoseconds.
 std::string Microseconds(std::int64_t nanoseconds) {
     std::string places;
@@ -117,12 +113,16 @@ class TraceWriter {
     void FindRange() {
         std::int64_t first = INT64_MAX;
         end_ = INT64_MIN;
-        ForEach([&](const TimelineEvent& event) {
-            if (event.time) {
-                first = std::min(first, *event.time);
-                end_ = std::max(end_, *event.time);
+        const auto widen = [&](const std::optional<std::int64_t>& time) {
+            first = std::min(first, time.value_or(INT64_MAX));
+            end_ = std::max(end_, time.value_or(INT64_MIN));
+        };
+        ForEach([&](const TimelineEvent& event) { widen(event.time); });
+        for (const Crash& crash : story_.Crashes()) {
+            if (selection_.Takes(crash)) {
+                widen(crash.time);
             }
-        });
+        }
         origin_ = first == INT64_MAX ? 0 : first;
         end_ = std::max(end_, origin_);
     }
@@ -165,7 +165,7 @@ class TraceWriter {
         if (!event.mark.empty()) {
             arguments["state"] = event.mark;
         }
-        arguments["time"] = CertaintyInWords(event.time, event.certainty);
+        AddTime(arguments, event.time, event.certainty, event.mark == kOverwritten);
         Head(event.kind == EventKind::kText && !event.level.empty() ? ToUtf8(event.level) + " " + label
                                                                     : label,
              kCategories[static_cast<std::size_t>(event.kind)], "i", event.time.value_or(end_) - origin_,
@@ -186,10 +186,27 @@ class TraceWriter {
             files.push_back(ToUtf8(story_.Files()[file].name));
         }
         out_.Write(",\"s\":\"g\",\"args\":");
-        Json arguments{{"files", files}, {"time", CertaintyInWords(crash.time, crash.certainty)}};
+        Json arguments{{"files", files}};
+        AddTime(arguments, crash.time, crash.certainty, false);
         AddProcess(arguments, crash);
         out_.WriteJson(arguments);
         out_.Write("}");
+    }
+
+    /// With the digits and marks that `log` and the page show, and how far the truth may be.
+    void AddTime(Json& arguments, const std::optional<std::int64_t>& time, const Certainty& certainty,
+                 bool overwritten) const {
+        if (!time) {
+            arguments["time"] = "unknown, put at the end";
+            return;
+        }
+        arguments["time"] = MomentInWords(story_.Time(), *time);
+        arguments["mark"] = std::string(1, MarkOf(certainty).sign) +
+                            (overwritten ? std::string(1, kOverwrittenMark.sign) : "");
+        if (!certainty.Exact()) {
+            arguments["later_by_seconds"] = BoundJson(certainty.later);
+            arguments["earlier_by_seconds"] = BoundJson(certainty.earlier);
+        }
     }
 
     template <class Thing>
@@ -238,7 +255,13 @@ class TraceWriter {
                              {"kind", file.row != nullptr ? file.row->kind : "other"},
                              {"findings", FindingsJson(file.findings)}});
         }
+        Json marks = Json::object();
+        for (const TimeMark& mark : kTimeMarks) {
+            marks[std::string(1, mark.sign)] = mark.meaning;
+        }
+        marks[std::string(1, kOverwrittenMark.sign)] = kOverwrittenMark.meaning;
         return {{"tool", "nima-post"},
+                {"marks", marks},
                 {"origin", story_.Time().HasWall() ? Json(WallTimeIso(origin_)) : Json()},
                 {"clock", FindingsJson(story_.Time().Statement())},
                 {"files", files}};

@@ -1,5 +1,6 @@
 #include "tools/report/PageData.h"
 
+#include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/base/WallClock.h"
@@ -61,8 +62,18 @@ std::vector<std::pair<std::string, std::string>> PageData::Summary(const Crash& 
     return pairs;
 }
 
+Json PageData::Marks() {
+    Json json = Json::array();
+    for (const TimeMark& mark : kTimeMarks) {
+        json.push_back({std::string(1, mark.sign), mark.meaning});
+    }
+    json.push_back({std::string(1, kOverwrittenMark.sign), kOverwrittenMark.meaning});
+    return json;
+}
+
 Json PageData::Clock() const {
     constexpr std::int64_t kMillisecond = 1'000'000;
+    const std::int64_t below = Modulo(origin_, kMillisecond);
     Json statement = Json::array();
     for (const Finding& finding : story_.Time().Statement()) {
         statement.push_back(ToUtf8(finding.sentence));
@@ -70,7 +81,9 @@ Json PageData::Clock() const {
     const bool wall = story_.Time().HasWall();
     return {{"wall", wall},
             {"origin", wall ? Json(WallTimeIso(origin_)) : Json()},
-            {"originMs", wall ? Json(static_cast<double>(origin_) / kMillisecond) : Json()},
+            {"originMs", wall ? Json((origin_ - below) / kMillisecond) : Json()},
+            {"originNs", wall ? Json(below) : Json()},
+            {"marks", Marks()},
             {"statement", statement}};
 }
 

@@ -34,6 +34,8 @@ class PageData {
     Json SourceKinds() const;
 
   private:
+    /// The legend of the marks: those for how sure a time is, by number, then that of overwritten lines.
+    static Json Marks();
     static Json Pairs(const std::vector<std::pair<std::string, std::string>>& pairs);
 
     Json CrashJson(const Crash& crash) const;

@@ -11,10 +11,8 @@ namespace {
 
 constexpr std::size_t kLongestText = 2000;
 constexpr std::size_t kMostArguments = 16;
-
-int SurenessOf(const Certainty& certainty) {
-    return certainty.assumed ? 2 : certainty.Exact() ? 0 : 1;
-}
+/// How a page's row says that its log was writing over it.
+constexpr int kOverwrittenBit = 4;
 
 } // namespace
 
@@ -34,6 +32,7 @@ void Rows::Take(const TimelineEvent& event) {
     row.time = event.time;
     row.order = taken_++;
     row.sureness = SurenessOf(event.certainty);
+    row.overwritten = event.mark == kOverwritten;
     row.file = event.file;
     row.boot = event.boot;
     row.process = event.process;
@@ -41,9 +40,6 @@ void Rows::Take(const TimelineEvent& event) {
     row.name = names.Of(event.name);
     row.text = ToUtf8(event.text.substr(0, kLongestText));
     row.text += event.text.size() > kLongestText ? " ..." : "";
-    // The wording of a record already contains its mark.
-    row.text +=
-        event.kind != EventKind::kText || event.mark.empty() ? "" : "  [" + std::string(event.mark) + "]";
     row.arguments.assign(event.arguments.begin(), event.arguments.end());
     if (row.arguments.size() > kMostArguments) {
         row.arguments.resize(kMostArguments);
@@ -96,8 +92,9 @@ Json RowJson(const Row& row, std::int64_t origin) {
     for (const std::uint32_t value : row.arguments) {
         arguments.push_back(Hex(value));
     }
-    return Json::array({row.time ? Json(*row.time - origin) : Json(), row.sureness, row.file, row.thread,
-                        row.level, row.name, row.text, arguments, row.process.value_or(0),
+    return Json::array({row.time ? Json(*row.time - origin) : Json(),
+                        static_cast<int>(row.sureness) + (row.overwritten ? kOverwrittenBit : 0), row.file,
+                        row.thread, row.level, row.name, row.text, arguments, row.process.value_or(0),
                         row.boot.value_or(0)});
 }
 

@@ -14,7 +14,9 @@
 //      "time": ns | null, "sure": 0 | 1 | 2}],
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time
 //             "origin": "2026-11-24T15:09:26.000" | null,     what t = 0 is, for people to read
-//             "originMs": ms | null,       the same, milliseconds since 1970 as if local time were UTC
+//             "originMs": ms | null,       the same, whole milliseconds since 1970 as if local time were UTC
+//             "originNs": ns | null,       and what is below a millisecond
+//             "marks": [["=", "exact"], ...],   the legend of the marks: by "sure", then that of overwritten lines
 //             "statement": ["...", ...]},
 //   "files": [{"name": "device.log", "kind": "text log", "bytes": 123,
 //              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": ["..."]}],
@@ -33,7 +35,7 @@
 //
 // Times are nanoseconds since the origin, whole numbers; "rows" is sorted by them. A row whose time is unknown has
 // t = null, comes after the others and is not drawn. "sure" is 0 for an exact time, 1 for one that may be later by
-// whole seconds, 2 for one that was placed by assumption. "source", "thread", "level" and "name" are indices, -1 where
+// whole seconds, 2 for one that was placed by assumption, and 4 more for a line that its log was writing over. "source", "thread", "level" and "name" are indices, -1 where
 // there is none. Levels "0" to "3" are those of the binary trace. "args" holds the values that the text shows in
 // words. "process" and "boot" are numbers from 1, or 0 where they are not known; a row may leave out all three.
 import {byId, element} from "./base/dom.js";

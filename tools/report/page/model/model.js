@@ -1,6 +1,7 @@
 import {lowerBound} from "../base/sorted.js";
 import {Clock} from "./clock.js";
-import {KIND_TEXT, PAINTS, SURE_SIGNS, kindOfSource, paintOf} from "./kinds.js";
+import {KIND_TEXT, PAINTS, kindOfSource, paintOf} from "./kinds.js";
+import {TimeMarks, surenessOf} from "./timemarks.js";
 
 // A record with an unknown time comes after the others.
 function sortKey(row) {
@@ -20,6 +21,7 @@ export class Model {
   constructor(data) {
     this.data = data;
     this.clock = new Clock(data.clock ?? {});
+    this.timeMarks = new TimeMarks((data.clock ?? {}).marks ?? []);
     this.sources = data.sources ?? [];
     this.levels = data.levels ?? [];
     this.names = data.names ?? [];
@@ -46,6 +48,7 @@ export class Model {
     const count = this.rows.length;
     this.times = new Float64Array(count);
     this.sure = new Uint8Array(count);
+    this.mark = new Uint8Array(count);
     this.source = new Int32Array(count);
     this.thread = new Int32Array(count);
     this.level = new Int32Array(count);
@@ -61,7 +64,8 @@ export class Model {
 
   fillRow(index, row) {
     this.times[index] = sortKey(row);
-    this.sure[index] = row[1];
+    this.sure[index] = surenessOf(row[1]);
+    this.mark[index] = row[1];
     this.source[index] = row[2];
     this.thread[index] = row[3];
     this.level[index] = row[4];
@@ -138,12 +142,12 @@ export class Model {
   }
 
   // A moment in full with its mark.
-  momentLabel(time, sure) {
-    return `${this.clock.full(time)} ${SURE_SIGNS[sure] ?? ""}`;
+  momentLabel(time, mark) {
+    return `${this.clock.full(time)} ${this.timeMarks.sign(mark)}`;
   }
 
   timeLabel(row) {
-    return this.hasTime(row) ? SURE_SIGNS[this.sure[row]] + this.clock.short(this.times[row]) : "not known";
+    return this.hasTime(row) ? `${this.clock.short(this.times[row])} ${this.timeMarks.sign(this.mark[row])}` : "not known";
   }
 
   // What a search looks through: the text, the arguments that the details list, and the name. Built at the first
