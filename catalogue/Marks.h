@@ -68,5 +68,7 @@ inline constexpr char kFrameFunction[] = " (";
 inline constexpr char kFrameWithoutName[] = " -- error: unable to obtain symbol name for this frame";
 /// In the first line of a host's own report.
 inline constexpr char kReportMessage[] = ": Message: [";
+/// In the second, before the code.
+inline constexpr char kReportCode[] = ": Code: ";
 
 } // namespace Nima::Catalogue

@@ -330,7 +330,7 @@ void HandleFatalCrash(const char* message, const char* callStack, unsigned code,
     Attempt(thread, [&] {
         Write(descriptor, LineOf(file, callersLine).Add(Catalogue::kReportMessage).Add(message).Add("]\r\n"));
         Write(descriptor, LineOf(file, callersLine)
-                              .Add(": Code: ")
+                              .Add(Catalogue::kReportCode)
                               .AddDecimal(static_cast<int>(code))
                               .Add(", 0x")
                               .AddHex(code, 8)

@@ -5,6 +5,6 @@ using namespace NimaPost;
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const auto notification = ParseNotification(TextOf(data, size));
-    StackTraceProcess(notification ? LastComponent(notification->file) : TextOf(data, size));
+    ParseStackTraceName(notification ? LastComponent(notification->file) : TextOf(data, size));
     return 0;
 }

@@ -6,6 +6,8 @@ using namespace NimaPost;
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     LooksLikeStackTrace(TextOf(data, size));
     Findings findings;
-    ReadStackTrace(TextOf(data, size), findings);
+    const StackTrace trace = ReadStackTrace(TextOf(data, size), findings);
+    trace.Title();
+    trace.ThroughAbort();
     return 0;
 }

@@ -1,8 +1,9 @@
 // nima-post from outside: the library leaves files, the program reads them, and output and exit code are
 // checked.
 
+#include "tests/support/Post.h"
+
 #include "tests/support/Sandbox.h"
-#include "tools/Program.h"
 #include "tools/axis/Owners.h"
 
 #include <array>
@@ -40,52 +41,8 @@
 
 using namespace Nima::Common::System::OS::Diagnostics;
 using namespace Nima::Testing;
-using Json = nlohmann::json;
 
 namespace {
-
-struct Result {
-    int code = -1;
-    std::string output;
-    std::string errors;
-
-    Json Parsed() const { return Json::parse(output); }
-    /// Whether the findings contain one with this code.
-    bool Finds(const std::string& wanted) const {
-        const Json findings = Parsed()["findings"];
-        for (const char* kind : {"damage", "remarks"}) {
-            for (const Json& finding : findings[kind]) {
-                if (finding["code"] == wanted && !finding["sentence"].get<std::string>().empty()) {
-                    return true;
-                }
-            }
-        }
-        return false;
-    }
-};
-
-Result Post(const std::vector<std::string>& arguments) {
-    Result result;
-    // Not in the working directory, whose files are examined.
-    const std::string errors = std::filesystem::current_path().string() + ".errors";
-    result.output = CapturedOutput([&] {
-        const int status = InChild([&] {
-            std::vector<const char*> words{"nima-post"};
-            for (const std::string& argument : arguments) {
-                words.push_back(argument.c_str());
-            }
-            if (std::freopen(errors.c_str(), "w", stderr) == nullptr) {
-                std::exit(99);
-            }
-            const int code = NimaPost::RunProgram(static_cast<int>(words.size()), words.data());
-            std::exit(code);
-        });
-        result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
-    });
-    result.errors = ReadFile(errors);
-    unlink(errors.c_str());
-    return result;
-}
 
 class PostMortem : public Sandbox {};
 
@@ -842,7 +799,7 @@ TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     EXPECT_EQ(messages({"--text", "more of"}), "first|more of it|");
     EXPECT_EQ(messages({"--alone", "--text", "second"}), "");
     const Result text = Post({"log", "a.log", "--level", "DEBUG"});
-    EXPECT_NE(text.output.find("2026-11-24 15:09:26.046886200 = 300 <0x00000002:-02> <DEBUG> <Two> second\n"),
+    EXPECT_NE(text.output.find("2026-11-24 15:09:26.046886200 ~ 300 <0x00000002:-02> <DEBUG> <Two> second\n"),
               std::string::npos)
         << text.output;
     EXPECT_EQ(Post({"log", "a.log", "--level", "LOUD"}).code, 2);
@@ -1022,6 +979,56 @@ TEST_F(PostMortem, TellsATornRecordInTheSameWordsEverywhere) {
     Post({"report", ".", "-o", "report.html", "--names", "names"});
     EXPECT_NE(ReadFile("out.json").find("\"Engine: " + words + "\""), std::string::npos);
     EXPECT_NE(ReadFile("report.html").find("\"" + words + "\""), std::string::npos);
+}
+
+TEST_F(PostMortem, ShowsTimesWithTheSameDigitsAndMarksEverywhere) {
+    WriteFile("device.log",
+              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.46886, type=qpc\r\n"
+              "500000123 <0x00000001:000> <WARN> <One> first\r\n"
+              "500000200 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.46886, type=qpc\r\n"
+              "500000323 <0x00000001:000> <WARN> <One> second\r\n");
+    WriteFile("undated.log", "500000223 <0x00000001:000> <WARN> <One> third\r\n");
+    const std::vector<std::string> lines = Lines(Post({"log", "device.log"}).output);
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    ASSERT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
+    const Json trace = Json::parse(ReadFile("out.json"));
+    const Json page = PageData();
+    const auto instant = [&](const std::string& message) {
+        for (const Json& event : trace["traceEvents"]) {
+            if (event["ph"] == "i" && event["args"].value("message", "") == message) {
+                return event["args"];
+            }
+        }
+        return Json();
+    };
+    const auto row = [&](const std::string& message) {
+        for (const Json& each : page["rows"]) {
+            if (each[6] == message) {
+                return each;
+            }
+        }
+        return Json();
+    };
+    const Json& clock = page["clock"];
+    EXPECT_EQ(clock["originNs"], 886'000); // What a count of milliseconds leaves out.
+    const long long origin =
+        clock["originMs"].get<long long>() * 1'000'000 + clock["originNs"].get<long long>();
+    for (const auto& [index, message] : {std::pair(1, "first"), {3, "second"}}) {
+        const std::string time = lines.at(index).substr(0, 29);
+        const std::string mark = lines.at(index).substr(30, 1);
+        EXPECT_TRUE(mark == "=" || mark == "~") << mark;
+        EXPECT_EQ(instant(message)["time"], time);
+        EXPECT_EQ(instant(message)["mark"], mark);
+        const Json shown = row(message);
+        EXPECT_EQ(origin % 1'000'000'000 + shown[0].get<long long>(), std::stoll(time.substr(20)));
+        EXPECT_EQ(clock["marks"][shown[1].get<std::size_t>()][0], mark);
+    }
+    EXPECT_EQ(lines.at(1).substr(0, 31), "2026-11-24 16:31:00.046886123 =");
+    EXPECT_EQ(instant("third")["mark"], "?");
+    EXPECT_EQ(clock["marks"][row("third")[1].get<std::size_t>()][0], "?");
+    EXPECT_EQ(trace["otherData"]["marks"].size(), 4U);
 }
 
 TEST_F(PostMortem, NeverWritesOverWhatItReads) {

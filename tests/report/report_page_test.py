@@ -8,6 +8,7 @@ Needs the packages chromium, chromium-driver and python3-selenium.
 """
 
 import argparse
+import datetime
 import json
 import pathlib
 import re
@@ -26,6 +27,7 @@ import sample_page  # noqa: E402
 
 FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
          "--disable-component-update", "--disable-sync", "--window-size=1366,900", "--force-device-scale-factor=1"]
+SECOND = 1_000_000_000
 UNSEEN = re.compile("[\0-\x08\x0b-\x1f\x7f-\x9f\xad\u034f\u061c\u180e\u200b-\u200f\u2028-\u202e\u2060-\u206f\ufeff\ufff9-\ufffb]")
 
 
@@ -145,14 +147,18 @@ class Page:
 
     def texts(self):
         shown = self.run("return document.body.innerText;").replace("\xa0", " ")
-        failure = self.data["failure"]
-        title = failure["title"] if failure else "No crash log in this folder"
-        self.check("the failure is at the top", visible(title) in shown)
+        crashes = self.data["crashes"][::-1]
+        title = crashes[0]["title"] if crashes else "No crash log in this folder"
+        self.check("the latest crash is at the top", self.find("#failure-title").text.split() == visible(title).split() and
+                   visible(title).split()[0] in shown)
+        titles = self.run("return [...document.querySelectorAll('#failure .crash > summary')].map((n) => n.firstChild.textContent);")
+        self.check("the earlier ones are listed below, the newest first", titles == [
+            f"{len(crashes) - 1 - index}. {visible(crash['title'])}" for index, crash in enumerate(crashes[1:])], titles)
         facts = self.run("return [...document.querySelectorAll('#failure dd, #failure li')].map((node) => node.textContent);")
-        wanted = [value for _, value in (failure or {}).get("summary", [])]
-        self.check("every fact of the failure is shown", all(visible(str(value)) in facts for value in wanted))
+        wanted = [value for crash in crashes for _, value in crash.get("summary", [])]
+        self.check("every fact of the crashes is shown", all(visible(str(value)) in facts for value in wanted))
         frames = self.run("return [...document.querySelectorAll('.frames li')].map((node) => node.lastChild.textContent);")
-        expected = [visible(frame) for stack in (failure or {}).get("stacks", []) for frame in stack["frames"]]
+        expected = [visible(frame) for crash in crashes for stack in crash.get("stacks", []) for frame in stack["frames"]]
         self.check("every frame is shown", frames == expected)
         statements = self.run("return [...document.querySelectorAll('#clock li')].map((node) => node.textContent);")
         self.check("the statements about time are shown",
@@ -217,6 +223,22 @@ class Page:
         self.check("reset shows all again", self.count() == len(self.rows))
         for index, column in (("source", 2), ("level", 4), ("thread", 3), ("name", 5)):
             self.filter(index, column)
+        if self.data.get("processes"):
+            self.processes()
+        else:
+            self.check("without processes there is no filter for them", not self.find("#filter-process").is_displayed())
+
+    def processes(self):
+        """Numbers from 1, 0 where none is known."""
+        for process in range(len(self.data["processes"]) + 1):
+            Select(self.find("#filter-process")).select_by_value(str(process))
+            self.settle()
+            rows = [index for index, row in enumerate(self.rows) if (row[8] if len(row) > 8 else 0) == process]
+            self.check(f"the filter by process {process} counts its records", self.count() == len(rows), (self.count(), len(rows)))
+            self.reset()
+            self.select_from_table(rows[-1])
+            named = self.data["processes"][process - 1] if process else "No known process"
+            self.check(f"the details of a record name process {process}", named in self.details(), self.details()[:300])
 
     def samples(self):
         return sorted({0, len(self.rows) // 2, len(self.rows) - 1})
@@ -245,6 +267,67 @@ class Page:
         ActionChains(self.browser).move_to_element_with_offset(line, -40, 2).click().perform()
         self.settle()
         self.check(f"a click on record {index} shows its text and words", self.shows(index), self.details()[:200])
+        self.times_of(index)
+
+    def moment(self, t):
+        """What the page shows of a time, to the nanosecond."""
+        clock = self.data["clock"]
+        if not clock["wall"]:
+            return f"{'-' if t < 0 else '+'}{abs(t) // SECOND}.{abs(t) % SECOND:09} s"
+        absolute = clock["originMs"] * 1_000_000 + clock["originNs"] + t
+        day = datetime.datetime.fromtimestamp(absolute // SECOND, datetime.timezone.utc)
+        return f"{day:%Y-%m-%d %H:%M:%S}.{absolute % SECOND:09}"
+
+    def mark(self, sure):
+        marks = [sign for sign, _ in self.data["clock"].get("marks", [])] or [""] * 4
+        return marks[sure % 4] + (marks[3] if sure >= 4 else "")
+
+    def times_of(self, index):
+        t, sure = self.rows[index][:2]
+        if t is None:
+            return
+        wanted = f"{self.moment(t)} {self.mark(sure)}"
+        cell = self.run("return document.querySelector('#grid .record.selected .c-time').textContent;")
+        self.check(f"record {index} has its time and mark in the table", cell and wanted.endswith(cell) and
+                   "." in cell, (cell, wanted))
+        self.check("and in the details", wanted in self.details(), (wanted, self.details()[:200]))
+
+    def axis(self):
+        """Labels are drawn, so the page's own canvas is asked for them: each says the time at its place."""
+        self.click("#zoom-fit")
+        for _ in range(12):
+            self.run("""window.drawn = []; const proto = CanvasRenderingContext2D.prototype;
+                if (!window.plainText) {
+                    window.plainText = proto.fillText;
+                    proto.fillText = function (text, x, y) {
+                        if (this.canvas.id === 'chart' && this.textAlign === 'center') { window.drawn.push([text, x]); }
+                        window.plainText.apply(this, arguments);
+                    };
+                }""")
+            self.click("#zoom-in")
+            begin, end = self.view()
+            left, width = self.plot()
+            for text, x in self.run("return window.drawn;"):
+                parts = re.fullmatch(r"(\d\d):(\d\d)(?::(\d\d)(?:\.(\d+))?)?", text)
+                if not parts:
+                    continue
+                hours, minutes, seconds, fraction = parts.groups(default="0")
+                said = (int(hours) * 3600 + int(minutes) * 60 + int(seconds)) * SECOND + int(fraction.ljust(9, "0"))
+                clock = self.data["clock"]
+                place = begin + (x - left) / width * (end - begin)
+                there = (clock["originMs"] * 1_000_000 + clock["originNs"] + place) % (86400 * SECOND)
+                if abs(said - there) > 1.5 * (end - begin) / width:
+                    self.check("every label of the axis says the time at its place", False, (text, x, said - there))
+                    return
+        self.check("every label of the axis says the time at its place", True)
+        self.click("#zoom-fit")
+
+    def legend(self):
+        used = {mark for row in self.rows if row[0] is not None for mark in self.mark(row[1])}
+        used |= {mark for crash in self.data["crashes"] for mark in self.mark(crash["sure"])}
+        shown = self.run("return [...document.querySelectorAll('#legend .time-mark')].map((n) => n.textContent);")
+        self.check("one legend explains the marks of the times", shown == [
+            f"{sign} {meaning}" for sign, meaning in self.data["clock"].get("marks", []) if sign in used], shown)
 
     def shows(self, index):
         """The selected line of the table holds only the text, the details also each value."""
@@ -266,6 +349,9 @@ class Page:
         self.drags()
         self.touches()
         self.pick()
+        self.legend()
+        if self.data["clock"]["wall"]:
+            self.axis()
         self.key("#lanes", Keys.HOME, Keys.ESCAPE)
 
     def zooms(self, whole):
@@ -309,8 +395,7 @@ class Page:
         self.check("an arrow key moves the view", self.view()[0] > begin)
         self.key("#lanes", Keys.ARROW_LEFT, "-")
         self.check("- zooms out", self.span() > (end - begin) * 1.5)
-        failure = self.data["failure"]
-        crash = failure["time"] if failure and failure.get("time") is not None else timed[-1][0]
+        crash = next((crash["time"] for crash in self.data["crashes"][-1:] if crash["time"] is not None), timed[-1][0])
         self.key("#lanes", Keys.END)
         begin, end = self.view()
         self.check("End shows the crash, nearer", begin <= crash <= end and end - begin < whole[1] - whole[0])

@@ -14,7 +14,9 @@ import sys
 
 LEVELS = ["FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""]
 SECOND = 1_000_000_000
-ORIGIN_MS = 1795532966000  # 2026-11-24 15:09:26
+ORIGIN_MS = 1795532966046  # 2026-11-24 15:09:26.046
+ORIGIN_NS = 886_123
+MARKS = [["=", "exact"], ["~", "perhaps later by whole seconds"], ["?", "assumed"], ["<", "of an overwritten round"]]
 HOSTILE = [
     "<script>window.broken = true</script>",
     "</script><img src=x onerror=\"window.broken = true\">",
@@ -73,12 +75,13 @@ def rows_of_a_run(count, seconds, randomness):
 
 def base(folder, names, rows):
     return {
-        "tool": "nima-post 1.0.0", "folder": folder, "generated": "2026-11-24T18:00:00Z", "failure": None,
-        "clock": {"wall": True, "origin": "2026-11-24T15:09:26.000", "originMs": ORIGIN_MS, "statement": [
+        "tool": "nima-post 1.0.0", "folder": folder, "generated": "2026-11-24T18:00:00Z", "crashes": [],
+        "clock": {"wall": True, "origin": "2026-11-24T15:09:26.046886123", "originMs": ORIGIN_MS, "originNs": ORIGIN_NS,
+                  "marks": MARKS, "statement": [
             "The counters of device.log and SysTrace.bin count nanoseconds within a second; whole seconds were recovered from "
             "their order and from 3 calibration lines.",
-            "If a thread was silent for more than a second, its times may be later by whole seconds (marked ≥).",
-            "The rings hold no date. Their newest record was placed at the moment of the crash (marked ~)."]},
+            "If a thread was silent for more than a second, its times may be later by whole seconds (marked ~).",
+            "The rings hold no date. Their newest record was placed at the moment of the crash (marked ?)."]},
         "files": [
             {"name": "device.log", "kind": "text log", "bytes": 1048533, "state": "ok", "notes": []},
             {"name": "SysTrace.bin", "kind": "binary trace dump", "bytes": 191088, "state": "damaged", "notes": [
@@ -124,7 +127,16 @@ def failure(moment):
                                                                       "0x7fe1428a9e2b: (pthread_key_delete+0x14b)"]}],
         "activeRings": [{"ring": "PrintEngine", "newest": moment - 400_000, "events": 210},
                         {"ring": "EngineLink", "newest": "15:09:57.100", "events": 2048}],
-        "time": moment,
+        "time": moment, "sure": 0,
+    }
+
+
+def earlier_failure(moment):
+    """A process that died of a signal."""
+    return {
+        "title": "Fatal signal", "summary": [["process id", "977"], ["from", "stacktrace977-1.txt"]], "exception": None, "extra": [],
+        "stacks": [{"file": "stacktrace977-1.txt", "header": [], "frames": ["0x1: (signalHandler+0x1)", "0x2: (Feed::Run()+0x8)"]}],
+        "activeRings": [], "time": moment, "sure": 2,
     }
 
 
@@ -134,18 +146,24 @@ def crash():
     rows.insert(0, [0, 0, 0, -1, LEVELS.index("CAL"), names.index("Trace"), "Calibration freq=1000000", []])
     rows.append([moment - 150_000, 0, 0, 0, LEVELS.index("FATAL"), 0, "DeviceFatalError ErrorCode: 0x0031AC05", ["0x31ac05"]])
     rows.append([moment - 90_000, 0, 1, 0, LEVELS.index("0"), names.index("component 2"), "event 0x1fc0eacf", ["0x31ac05"]])
+    rows[5][1] = 5
     rows.append([moment + 200_000_000, 0, 0, 3, LEVELS.index("WARN"), 3, "recovery begins", []])
     page = base("printer-17", names, rows)
-    page["failure"] = failure(moment)
+    page["crashes"] = [earlier_failure(11 * SECOND), failure(moment)]
     return page
 
 
 def calm():
     names, rows = rows_of_a_run(40, 5, random.Random(2))
+    for row in rows[20:]:
+        row += [1, 1] if row[3] in (0, 1) else [2, 0] if row[3] == 2 else [0, 0]
     rows.append([None, 2, 0, 1, LEVELS.index("INFO"), 1, "a line without a time", []])
     page = base("bench-3", names, rows)
-    page["clock"] = {"wall": False, "origin": None, "originMs": None, "statement": [
+    page["clock"] = {"wall": False, "origin": None, "originMs": None, "originNs": None, "marks": MARKS, "statement": [
         "No calibration line was found: times are seconds since the first record."]}
+    page["processes"] = ["process 1, boot 1", "process 2, boot unknown"]
+    for thread, process in zip(page["threads"], (1, 1, 2, None)):
+        thread["process"] = process
     page["omitted"] = {"rows": 1200, "statement": "1,200 older records were left out; --all keeps them."}
     return page
 
@@ -162,10 +180,10 @@ def hostile():
             for index, text in enumerate(HOSTILE)]
     page = base(HOSTILE[1], [HOSTILE[0]], rows)
     page.update({"threads": [{"id": "0x1", "name": HOSTILE[1]}], "sources": [HOSTILE[2]], "sourceKinds": ["log"],
-                 "failure": {"title": HOSTILE[0], "summary": [[text, text] for text in HOSTILE], "exception": [[HOSTILE[3]] * 2],
-                             "extra": [HOSTILE[1]], "time": 3 * SECOND, "activeRings": [
-                                 {"ring": HOSTILE[0], "newest": HOSTILE[1], "events": 1}],
-                             "stacks": [{"file": HOSTILE[1], "header": [HOSTILE[2]], "frames": HOSTILE}]},
+                 "crashes": [{"title": HOSTILE[0], "summary": [[text, text] for text in HOSTILE], "exception": [[HOSTILE[3]] * 2],
+                              "extra": [HOSTILE[1]], "time": 3 * SECOND, "sure": 0, "activeRings": [
+                                  {"ring": HOSTILE[0], "newest": HOSTILE[1], "events": 1}],
+                              "stacks": [{"file": HOSTILE[1], "header": [HOSTILE[2]], "frames": HOSTILE}]}],
                  "files": [{"name": HOSTILE[0], "kind": HOSTILE[1], "bytes": 1, "state": HOSTILE[2], "notes": HOSTILE}],
                  "rings": [{"name": HOSTILE[1], "entries": 2, "used": 1, "wrapped": HOSTILE[0], "oldest": 0, "newest": 1}]})
     page["clock"]["statement"] = HOSTILE
@@ -177,7 +195,7 @@ def large():
     names, rows = rows_of_a_run(200_000, 3600, random.Random(3))
     rows[123_456][6] = "the needle in the haystack"
     page = base("week-48", names, rows)
-    page["failure"] = failure(3600 * SECOND)
+    page["crashes"] = [failure(3600 * SECOND)]
     for index in range(20):
         page["threads"].append({"id": f"0x{0x10000000 + index:08x}", "name": f"Worker {index}"})
     for index, row in enumerate(rows):

@@ -27,7 +27,8 @@ struct FolderFile {
     std::size_t index = 0;
     std::uint64_t bytes = 0;
     FileIdentity identity;
-    const SourceRow* row = nullptr; ///< what it was recognised as; null if it is not one of ours
+    std::optional<std::int64_t> modified; ///< nanoseconds since 1970
+    const SourceRow* row = nullptr;       ///< what it was recognised as; null if it is not one of ours
     Findings findings;
     bool unusable = false;
     bool ownOutput = false; ///< written by this program, so that it may be written over

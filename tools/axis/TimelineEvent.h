@@ -15,6 +15,9 @@ namespace NimaPost {
 enum class EventKind : unsigned char { kText, kBinary, kRing, kRecord, kCount };
 inline constexpr auto kEventKinds = static_cast<std::size_t>(EventKind::kCount);
 
+/// The mark of a line that its log was writing over.
+inline constexpr std::string_view kOverwritten = "overwritten";
+
 /// Something that happened, from whichever file. The views hold until the visitor returns.
 struct TimelineEvent {
     EventKind kind = EventKind::kText;
@@ -29,7 +32,7 @@ struct TimelineEvent {
     std::string_view name;  ///< tracer, component, ring or an event's source
     std::string_view text;  ///< in words, with its arguments
     std::span<const std::uint32_t> arguments;
-    std::string_view mark; ///< "overwritten" or empty
+    std::string_view mark; ///< `kOverwritten`, or in which state a binary record is; mostly empty
 };
 
 /// Returns false to end the visit.

@@ -19,10 +19,6 @@ struct Certainty {
 
     bool Exact() const { return later == 0 && earlier == 0 && !assumed; }
 
-    /// As times are marked for people, everywhere alike: '=' exact, '~' perhaps off by whole seconds, '?'
-    /// assumed.
-    char Mark() const { return Exact() ? '=' : assumed ? '?' : '~'; }
-
     static constexpr Certainty Assumed() { return {kUnbounded, kUnbounded, true}; }
 };
 

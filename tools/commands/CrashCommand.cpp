@@ -53,6 +53,18 @@ void PrintCrash(Output& out, const CrashLog& log) {
     }
 }
 
+Json HostJson(const StackTrace& stack) {
+    if (!stack.host) {
+        return nullptr;
+    }
+    const HostReport& host = *stack.host;
+    return {{"message", ToUtf8(host.message)},
+            {"file", ToUtf8(host.file)},
+            {"line", host.line},
+            {"code", host.code ? Json(Hex32(*host.code)) : Json()},
+            {"cut", host.cut}};
+}
+
 Json PairsJson(const std::vector<std::pair<std::string, std::string>>& pairs) {
     Json json = Json::object();
     for (const auto& [label, value] : pairs) {
@@ -83,7 +95,7 @@ Json CrashJson(const std::string& path, const CrashLog& log, const Findings& fin
 }
 
 void PrintStack(Output& out, const StackTrace& stack) {
-    out.Line("Stack trace of the native crash handler");
+    out.Line(stack.Title());
     for (const std::string& line : stack.report) {
         out.Line("  " + line);
     }
@@ -98,7 +110,8 @@ int RunStack(Context& context, const InputFile& file, std::string_view text) {
     file.ReportReadProblem(findings);
     if (context.json) {
         context.out.WriteJson(Json{{"file", ToUtf8(file.Path())},
-                                   {"title", "Stack trace of the native crash handler"},
+                                   {"title", ToUtf8(stack.Title())},
+                                   {"host", HostJson(stack)},
                                    {"report", stack.report},
                                    {"frames", stack.frames},
                                    {"findings", FindingsJson(findings)}});

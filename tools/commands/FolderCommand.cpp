@@ -2,6 +2,7 @@
 
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
+#include "tools/report/CrashData.h"
 
 namespace NimaPost {
 
@@ -11,6 +12,10 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
     CLI::App* command = AddCommand(app, context, name, description);
     command->add_option("FOLDER", options.folder, "The folder that came back from the device")->required();
     command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
+    command->add_option("--boot", options.selection.boot, "Only what is known to be of this boot")
+        ->type_name("N");
+    command->add_option("--process", options.selection.process, "Only what is known to be of this process")
+        ->type_name("N");
     return command;
 }
 
@@ -24,7 +29,8 @@ int RunOnFolder(Context& context, const FolderOptions& options,
         PrintFindings(context, findings);
         return ReportUnusable(context, problem, findings);
     }
-    if (!file.Create(options.output, story.Inputs(), problem)) {
+    problem = options.selection.Missing(story.Time());
+    if (!problem.empty() || !file.Create(options.output, story.Inputs(), problem)) {
         return ReportUnusable(context, problem);
     }
     const FolderResult result = write(story, file.Out());
@@ -35,11 +41,15 @@ int RunOnFolder(Context& context, const FolderOptions& options,
     if (context.json) {
         Json json{{"output", ToUtf8(options.output)}};
         json.update(result.members);
+        json["crashes"] = CrashesJson(story);
         json["findings"] = FindingsJson(findings);
         context.out.WriteJson(json);
         context.out.Write("\n");
     } else {
         context.out.Line(result.sentence + Printable(options.output));
+        for (const std::string& line : CrashLines(story)) {
+            context.out.Line("  " + line);
+        }
         PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);

@@ -2,6 +2,7 @@
 
 #include "tools/base/Output.h"
 #include "tools/commands/Commands.h"
+#include "tools/story/Selection.h"
 #include "tools/story/Story.h"
 
 #include <functional>
@@ -13,6 +14,7 @@ namespace NimaPost {
 struct FolderOptions {
     std::string folder;
     std::string output;
+    Selection selection;
 };
 
 /// A subcommand that takes these options; `fileUse` says what the file is for.

@@ -96,10 +96,10 @@ void AppendLine(std::string& text, std::string_view label, std::string_view valu
 
 void PrintNotification(Context& context, const Received& received, const CrashNotification& notification,
                        const std::optional<StackTraceCollector::Copy>& copy) {
-    const auto process = StackTraceProcess(LastComponent(notification.file));
+    const auto process = ParseStackTraceName(LastComponent(notification.file));
     if (context.json) {
         Json json{{"time", WallTimeIso(received.time)},
-                  {"process", process ? Json(*process) : Json()},
+                  {"process", process ? Json(process->process) : Json()},
                   {"file", ToUtf8(notification.file)},
                   {"core_folder", ToUtf8(notification.coreFolder)}};
         if (copy) {
@@ -113,7 +113,7 @@ void PrintNotification(Context& context, const Received& received, const CrashNo
     }
     std::string& text = context.out.Text();
     AppendWallTime(text, received.time);
-    text += process ? "  process " + std::to_string(*process) + " died\n" : "  a process died\n";
+    text += process ? "  process " + std::to_string(process->process) + " died\n" : "  a process died\n";
     AppendLine(text, "  stack trace  ", notification.file);
     AppendLine(text, "  core files   ", notification.coreFolder);
     if (copy && !copy->path.empty()) {

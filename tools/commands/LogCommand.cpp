@@ -3,6 +3,7 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Interrupt.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/commands/Commands.h"
 #include "tools/log/LogFilter.h"
 #include "tools/log/LogFollower.h"
@@ -63,10 +64,9 @@ bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem)
     return true;
 }
 
-/// '<' for lines of a round that was being overwritten.
 void AppendMarks(std::string& text, const LogEntry& entry) {
-    text += entry.certainty.Mark();
-    text += entry.part->overwritten ? '<' : ' ';
+    text += MarkOf(entry.certainty).sign;
+    text += entry.part->overwritten ? kOverwrittenMark.sign : ' ';
 }
 
 /// Formats times; lines of one second share everything but the fraction.

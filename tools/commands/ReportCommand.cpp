@@ -65,16 +65,23 @@ void WriteRows(Output& out, const std::vector<Row>& sorted, std::uint64_t omitte
                                                         " left out; --rows includes more of them."}});
 }
 
+/// The latest crash; one without a title where there is none.
+Crash Headline(const Story& story) {
+    return story.Crashes().empty() ? Crash() : story.Crashes().back();
+}
+
 void WritePage(Output& out, const Options& options, const Story& story, const Names& names) {
     Rows rows(options.rows, names);
     story.ForEach([&](const TimelineEvent& event) {
-        rows.Take(event);
+        if (options.files.selection.Takes(event)) {
+            rows.Take(event);
+        }
         return true;
     });
     const std::vector<Row>& sorted = rows.Sorted();
     const auto first = sorted.empty() ? std::nullopt : sorted.front().time;
-    const std::int64_t origin = first ? *first : story.Time().Crash().value_or(0);
-    const PageData data(story, origin);
+    const std::int64_t origin = first ? *first : Headline(story).time.value_or(0);
+    const PageData data(story, origin, options.files.selection);
 
     out.Write(PageHead());
     out.Write("{");
@@ -86,16 +93,17 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
     member("tool", "nima-post " NIMA_POST_VERSION);
     member("folder", FolderName(options.files.folder));
     member("generated", Now());
-    member("failure", data.Failure());
+    member("crashes", data.Crashes());
     member("clock", data.Clock());
     member("files", data.Files());
     member("rings", data.Rings());
+    member("processes", data.Processes());
     member("threads", rows.ThreadsJson());
     member("sources", data.Sources());
     member("sourceKinds", data.SourceKinds());
     member("levels", rows.levels.Texts());
     member("names", rows.names.Texts());
-    member("columns", {"t", "sure", "source", "thread", "level", "name", "text", "args"});
+    member("columns", {"t", "sure", "source", "thread", "level", "name", "text", "args", "process", "boot"});
     WriteRows(out, sorted, rows.Omitted(), origin);
     out.Write("}");
     out.Write(PageTail());
@@ -103,9 +111,9 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
 
 FolderResult WriteReport(const Options& options, const Story& story, const Names& names, Output& out) {
     WritePage(out, options, story, names);
-    const CrashLog* const crash = NewestCrash(story);
-    return {{{"title", crash != nullptr ? Json(crash->Title()) : Json()}},
-            (crash != nullptr ? crash->Title() : "No crash log in the folder") + "; report in "};
+    const std::string title = Headline(story).title;
+    return {{{"title", title.empty() ? Json() : Json(ToUtf8(title))}},
+            (title.empty() ? "No crash in the folder" : title) + "; report in "};
 }
 
 } // namespace

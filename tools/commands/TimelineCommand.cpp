@@ -1,36 +1,27 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/commands/FolderCommand.h"
+#include "tools/report/CrashData.h"
 #include "tools/story/Sources.h"
 #include "tools/story/Story.h"
 #include "tools/story/Threads.h"
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <map>
 #include <memory>
+#include <set>
 
 namespace NimaPost {
 
 namespace {
 
-constexpr int kProcess = 1;
-
 /// Used as categories of events and as the counter's lanes.
 constexpr std::array kCategories{"text", "binary", "ring", "record"};
 constexpr std::array kLanes{"text lines", "binary records", "ring events", "event records"};
 static_assert(kCategories.size() == kEventKinds && kLanes.size() == kEventKinds, "one of each for each kind");
-
-const char* CertaintyInWords(const TimelineEvent& event) {
-    if (!event.time) {
-        return "unknown, put at the end";
-    }
-    if (event.certainty.assumed) {
-        return event.certainty.later == 0 ? "assumed, perhaps earlier"
-                                          : "assumed, perhaps later or earlier by any time";
-    }
-    return event.certainty.Exact() ? "exact" : "perhaps whole seconds off";
-}
 
 /// Microseconds with three decimal places; a floating-point number would lose the nanoseconds.
 std::string Microseconds(std::int64_t nanoseconds) {
@@ -53,49 +44,90 @@ using Rates = std::map<std::int64_t, std::array<std::uint64_t, kEventKinds>>;
 
 class TraceWriter {
   public:
-    TraceWriter(Output& out, const Names& names) : out_(out), threads_(names) {}
+    TraceWriter(Output& out, const Names& names, const Story& story, const Selection& selection)
+        : out_(out),
+          threads_(names),
+          story_(story),
+          selection_(selection),
+          device_(story.Time().AllProcesses().All().size() + 1) {}
 
-    void Write(const Story& story) {
-        FindRange(story);
+    void Write() {
+        FindRange();
         out_.Write(kTimelineBegin);
-        Metadata("process_name", kNoThread, story.Time().HasWall() ? "device" : "device (no wall clock)");
-        story.ForEach([&](const TimelineEvent& event) {
-            Instant(story, event);
-            return true;
-        });
-        Metadata("thread_name", kNoThread, "no thread");
-        threads_.ForEach([&](std::size_t number, std::uint32_t id, const std::string& name) {
-            Metadata("thread_name", TrackOf(number), name.empty() ? Hex32(id) : name + " " + Hex32(id));
-        });
-        Counters();
-        if (const auto crash = story.Time().Crash()) {
-            Head("crash log written", "crash", "i", *crash - origin_, kNoThread);
-            out_.Write(",\"s\":\"g\"}");
+        ForEach([&](const TimelineEvent& event) { Instant(event); });
+        for (const Crash& crash : story_.Crashes()) {
+            if (selection_.Takes(crash)) {
+                Mark(crash);
+            }
         }
+        Counters();
+        NameProcesses();
+        threads_.ForEach([&](const Threads::Thread& thread) {
+            const std::string id = Hex32(thread.id);
+            Metadata("thread_name", {ProcessOf(thread), TrackOf(thread.number)},
+                     thread.name.empty() ? id : thread.name + " " + id);
+        });
         out_.Write("\n],\n\"displayTimeUnit\": \"ns\",\n\"otherData\": ");
-        out_.WriteJson(OtherData(story));
+        out_.WriteJson(OtherData());
         out_.Write("}\n");
     }
 
     std::uint64_t Count() const { return count_; }
 
   private:
-    void FindRange(const Story& story) {
-        std::int64_t first = INT64_MAX;
-        end_ = INT64_MIN;
-        story.ForEach([&](const TimelineEvent& event) {
-            if (event.time) {
-                first = std::min(first, *event.time);
-                end_ = std::max(end_, *event.time);
+    /// A track of a Perfetto process.
+    struct Track {
+        std::size_t process = 0;
+        std::size_t track = kNoThread;
+    };
+
+    /// The Perfetto process for an event, a crash or a thread: what is of no known process has one of its
+    /// own.
+    template <class Thing>
+    std::size_t ProcessOf(const Thing& thing) {
+        const std::size_t process = thing.process.value_or(device_);
+        used_.insert(process);
+        return process;
+    }
+
+    void NameProcesses() {
+        used_.insert(device_);
+        for (const std::size_t process : used_) {
+            Metadata("process_name", {process, kNoThread},
+                     process != device_ ? ProcessInWords(process, story_.Time().AllProcesses()[process].boot)
+                     : story_.Time().HasWall() ? "device"
+                                               : "device (no wall clock)");
+            Metadata("thread_name", {process, kNoThread}, "no thread");
+        }
+    }
+
+    void ForEach(const std::function<void(const TimelineEvent&)>& visitor) const {
+        story_.ForEach([&](const TimelineEvent& event) {
+            if (selection_.Takes(event)) {
+                visitor(event);
             }
             return true;
         });
+    }
+
+    void FindRange() {
+        std::int64_t first = INT64_MAX;
+        end_ = INT64_MIN;
+        const auto widen = [&](const std::optional<std::int64_t>& time) {
+            first = std::min(first, time.value_or(INT64_MAX));
+            end_ = std::max(end_, time.value_or(INT64_MIN));
+        };
+        ForEach([&](const TimelineEvent& event) { widen(event.time); });
+        for (const Crash& crash : story_.Crashes()) {
+            if (selection_.Takes(crash)) {
+                widen(crash.time);
+            }
+        }
         origin_ = first == INT64_MAX ? 0 : first;
         end_ = std::max(end_, origin_);
     }
 
-    void Head(const Json& name, const char* category, const char* phase, std::int64_t time,
-              std::size_t track) {
+    void Head(const Json& name, const char* category, const char* phase, std::int64_t time, Track track) {
         out_.Write(first_ ? "\n{\"name\":" : ",\n{\"name\":");
         first_ = false;
         out_.WriteJson(name);
@@ -104,14 +136,15 @@ class TraceWriter {
         text += category;
         text += "\",\"ph\":\"";
         text += phase;
-        text += "\",\"ts\":" + Microseconds(time) + ",\"pid\":" + std::to_string(kProcess) +
-                ",\"tid\":" + std::to_string(track);
+        text += "\",\"ts\":" + Microseconds(time) + ",\"pid\":" + std::to_string(track.process) +
+                ",\"tid\":" + std::to_string(track.track);
     }
 
-    void Instant(const Story& story, const TimelineEvent& event) {
+    void Instant(const TimelineEvent& event) {
         const auto thread = threads_.NumberOf(event);
-        const std::size_t track = thread ? TrackOf(*thread) : kNoThread;
-        Json arguments{{"file", ToUtf8(story.Files()[event.file].name)}};
+        const Track track{ProcessOf(event), thread ? TrackOf(*thread) : kNoThread};
+        Json arguments{{"file", ToUtf8(story_.Files()[event.file].name)}};
+        AddProcess(arguments, event);
         std::string label = ToUtf8(event.name);
         if (event.kind == EventKind::kText) {
             arguments["level"] = ToUtf8(event.level);
@@ -132,13 +165,7 @@ class TraceWriter {
         if (!event.mark.empty()) {
             arguments["state"] = event.mark;
         }
-        arguments["time"] = CertaintyInWords(event);
-        if (event.process) {
-            arguments["process"] = *event.process;
-        }
-        if (event.boot) {
-            arguments["boot"] = *event.boot;
-        }
+        AddTime(arguments, event.time, event.certainty, event.mark == kOverwritten);
         Head(event.kind == EventKind::kText && !event.level.empty() ? ToUtf8(event.level) + " " + label
                                                                     : label,
              kCategories[static_cast<std::size_t>(event.kind)], "i", event.time.value_or(end_) - origin_,
@@ -151,16 +178,56 @@ class TraceWriter {
         ++count_;
     }
 
-    void Metadata(const char* kind, std::size_t track, const std::string& name) {
+    void Mark(const Crash& crash) {
+        Json files = Json::array();
+        Head(ToUtf8(crash.title), "crash", "i", crash.time.value_or(end_) - origin_,
+             {ProcessOf(crash), kNoThread});
+        for (const std::size_t file : crash.files) {
+            files.push_back(ToUtf8(story_.Files()[file].name));
+        }
+        out_.Write(",\"s\":\"g\",\"args\":");
+        Json arguments{{"files", files}};
+        AddTime(arguments, crash.time, crash.certainty, false);
+        AddProcess(arguments, crash);
+        out_.WriteJson(arguments);
+        out_.Write("}");
+    }
+
+    /// With the digits and marks that `log` and the page show, and how far the truth may be.
+    void AddTime(Json& arguments, const std::optional<std::int64_t>& time, const Certainty& certainty,
+                 bool overwritten) const {
+        if (!time) {
+            arguments["time"] = "unknown, put at the end";
+            return;
+        }
+        arguments["time"] = MomentInWords(story_.Time(), *time);
+        arguments["mark"] = std::string(1, MarkOf(certainty).sign) +
+                            (overwritten ? std::string(1, kOverwrittenMark.sign) : "");
+        if (!certainty.Exact()) {
+            arguments["later_by_seconds"] = BoundJson(certainty.later);
+            arguments["earlier_by_seconds"] = BoundJson(certainty.earlier);
+        }
+    }
+
+    template <class Thing>
+    static void AddProcess(Json& arguments, const Thing& thing) {
+        arguments["boot"] = thing.boot ? Json(*thing.boot) : Json();
+        arguments["process"] = thing.process ? Json(*thing.process) : Json();
+    }
+
+    void Metadata(const char* kind, Track track, const std::string& name) {
         out_.Write(first_ ? "\n" : ",\n");
         first_ = false;
-        out_.WriteJson(
-            Json{{"name", kind}, {"ph", "M"}, {"pid", kProcess}, {"tid", track}, {"args", {{"name", name}}}});
+        out_.WriteJson(Json{{"name", kind},
+                            {"ph", "M"},
+                            {"pid", track.process},
+                            {"tid", track.track},
+                            {"args", {{"name", name}}}});
     }
 
     void Counters() {
         const auto write = [&](std::int64_t second, const Rates::mapped_type& counts) {
-            Head("entries per second", "rate", "C", second * kSecond, kNoThread);
+            Head("entries per second", "rate", "C", second * kSecond, {device_, kNoThread});
             out_.Write(",\"args\":");
             Json lanes = Json::object();
             for (std::size_t kind = 0; kind < kEventKinds; ++kind) {
@@ -181,21 +248,31 @@ class TraceWriter {
         }
     }
 
-    Json OtherData(const Story& story) const {
+    Json OtherData() const {
         Json files = Json::array();
-        for (const FolderFile& file : story.Files()) {
+        for (const FolderFile& file : story_.Files()) {
             files.push_back({{"name", ToUtf8(file.name)},
                              {"kind", file.row != nullptr ? file.row->kind : "other"},
                              {"findings", FindingsJson(file.findings)}});
         }
+        Json marks = Json::object();
+        for (const TimeMark& mark : kTimeMarks) {
+            marks[std::string(1, mark.sign)] = mark.meaning;
+        }
+        marks[std::string(1, kOverwrittenMark.sign)] = kOverwrittenMark.meaning;
         return {{"tool", "nima-post"},
-                {"origin", story.Time().HasWall() ? Json(WallTimeIso(origin_)) : Json()},
-                {"clock", FindingsJson(story.Time().Statement())},
+                {"marks", marks},
+                {"origin", story_.Time().HasWall() ? Json(WallTimeIso(origin_)) : Json()},
+                {"clock", FindingsJson(story_.Time().Statement())},
                 {"files", files}};
     }
 
     Output& out_;
     Threads threads_;
+    const Story& story_;
+    const Selection& selection_;
+    std::size_t device_; ///< the Perfetto process for what is of no known process
+    std::set<std::size_t> used_;
     Rates rates_;
     std::int64_t origin_ = 0;
     std::int64_t end_ = 0;
@@ -204,9 +281,9 @@ class TraceWriter {
     bool anyRecord_ = false;
 };
 
-FolderResult WriteTimeline(const Story& story, const Names& names, Output& out) {
-    TraceWriter writer(out, names);
-    writer.Write(story);
+FolderResult WriteTimeline(const Story& story, const Names& names, const Selection& selection, Output& out) {
+    TraceWriter writer(out, names, story, selection);
+    writer.Write();
     return {{{"events", writer.Count()}}, Counted(writer.Count(), "event") + " in "};
 }
 
@@ -220,7 +297,7 @@ void AddTimelineCommand(CLI::App& app, Context& context, Run& run) {
     command->callback([&run, options] {
         run = [options](Context& c) {
             return RunOnFolder(c, *options, [&](const Story& story, Output& out) {
-                return WriteTimeline(story, c.names, out);
+                return WriteTimeline(story, c.names, options->selection, out);
             });
         };
     });

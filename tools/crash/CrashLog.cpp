@@ -143,6 +143,20 @@ std::string_view CrashLog::Field(std::string_view label) const {
     return found != failure.end() ? std::string_view(found->second) : std::string_view();
 }
 
+std::optional<std::uint64_t> CrashLog::BootCycle() const {
+    std::uint64_t cycle = 0;
+    return ParseNumber(Field(kBootCycle), cycle) && cycle != 0 ? std::optional(cycle) : std::nullopt;
+}
+
+bool CrashLog::HasCode(std::uint32_t code) const {
+    const auto is = [&](std::string_view label) {
+        std::string_view digits = Field(label);
+        std::uint64_t value = 0;
+        return TakeHex(digits, value) && digits.empty() && value == code;
+    };
+    return is(kErrorCode) || (code != 0 && is(kExceptionCode));
+}
+
 std::string CrashLog::Title() const {
     const std::string_view type = Field(kCrashType);
     const std::string_view code = Field(kErrorCode);
@@ -162,7 +176,7 @@ std::string CrashLog::Title() const {
         return is(code, kProcessExited) ? "The process exited while exits were trapped"
                                         : "Failure of unknown kind";
     }
-    return type.empty() ? "Failure" : "Failure of type " + std::string(type);
+    return type.empty() ? "Failure" : "Failure reported by the host, type " + std::string(type);
 }
 
 bool LooksLikeCrashLog(std::string_view front) {

@@ -28,6 +28,10 @@ struct CrashLog {
 
     /// The value of a field of the failure block; empty if there is no such field.
     std::string_view Field(std::string_view label) const;
+    /// Empty where the host has set none, which the log shows as 0.
+    std::optional<std::uint64_t> BootCycle() const;
+    /// Whether this is the failure's code, of its error or of its exception.
+    bool HasCode(std::uint32_t code) const;
     /// What kind of failure it was, in words.
     std::string Title() const;
 };

@@ -2,34 +2,68 @@
 
 #include "tools/rings/RingSource.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace NimaPost {
 
-std::optional<CrashLog> CrashSource::ReadContent(FolderFile& file, InputFile& input) {
+namespace {
+
+std::optional<std::int64_t> SecondOf(const PlacedCrash& crash) {
+    return crash.log.date ? std::optional(crash.log.date->second) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile& input) {
     auto log = ReadCrashLog(input.ReadAll(kMostTextBytes), file.findings);
-    if (log) {
-        log->rings.date = log->date;
-        Set().Get<RingSource>().Take(file, PlacedRings(log->rings));
+    if (!log) {
+        return std::nullopt;
     }
-    return log;
+    log->rings.date = log->date;
+    Set().Get<RingSource>().Take(file, PlacedRings(log->rings));
+    return PlacedCrash{file.name, std::move(*log), {}, CrashEvidence::kNothing};
 }
 
 void CrashSource::Date(Axis& axis) {
-    const CrashLog* const newest = Newest();
-    if (newest != nullptr && newest->ticks && newest->date) {
-        const Tie tie = axis.TieOf(*newest->ticks, *newest->date);
-        axis.SetNewest(tie);
-        axis.SetCrash(tie.time);
-        axis.SetWall();
+    PutInOrder();
+    StateOrder(axis);
+    for (auto& [file, crash] : AllHeld()) {
+        if (crash.log.ticks && crash.log.date) {
+            const Tie tie = axis.TieOf(*crash.log.ticks, *crash.log.date);
+            crash.time = tie.time;
+            axis.SetNewest(tie);
+            axis.SetCrash(tie.time);
+            axis.SetWall();
+        }
     }
 }
 
-const CrashLog* CrashSource::Newest() const {
-    const auto second = [](const Held& held) {
-        return held.content.date ? std::optional(held.content.date->second) : std::nullopt;
-    };
-    const auto newest = std::max_element(All().begin(), All().end(),
-                                         [&](const Held& a, const Held& b) { return second(a) < second(b); });
-    return newest != All().end() ? &newest->content : nullptr;
+void CrashSource::PutInOrder() {
+    std::vector<CrashTraits> traits;
+    for (const auto& [file, crash] : All()) {
+        traits.push_back({crash.file, crash.log.BootCycle(), crash.log.ticks, SecondOf(crash)});
+    }
+    std::vector<Held> ordered;
+    for (const OrderedCrash& each : OrderCrashes(traits)) {
+        ordered.push_back(std::move(AllHeld()[each.index]));
+        ordered.back().content.after = each.after;
+    }
+    AllHeld() = std::move(ordered);
+}
+
+/// Where dates are outweighed, somebody will wonder.
+void CrashSource::StateOrder(Axis& axis) const {
+    for (std::size_t i = 1; i < All().size(); ++i) {
+        const PlacedCrash& before = All()[i - 1].content;
+        const PlacedCrash& crash = All()[i].content;
+        if (SecondOf(crash) && SecondOf(before) && SecondOf(crash) < SecondOf(before) &&
+            crash.after != CrashEvidence::kNothing) {
+            axis.State({"crash-order", crash.file + " was written after " + before.file + ", by its " +
+                                           std::string(EvidenceInWords(crash.after)) +
+                                           ", although its date is earlier: the clock was set back."});
+        }
+    }
 }
 
 } // namespace NimaPost

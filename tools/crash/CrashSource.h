@@ -2,21 +2,33 @@
 
 #include "tools/axis/Source.h"
 #include "tools/crash/CrashLog.h"
+#include "tools/crash/CrashOrder.h"
+
+#include <string>
 
 namespace NimaPost {
 
-/// Crash logs in a folder. Their rings go to those of the folder.
-class CrashSource : public FileSource<CrashLog, Stage::kCrashes, EventKind::kRecord> {
+/// A crash log and its place among those of the folder.
+struct PlacedCrash {
+    std::string file;
+    CrashLog log;
+    std::optional<std::int64_t> time; ///< on the axis
+    CrashEvidence after = CrashEvidence::kNothing;
+};
+
+/// Crash logs in a folder, in the order in which they were written once they are dated. Their rings go to
+/// those of the folder.
+class CrashSource : public FileSource<PlacedCrash, Stage::kCrashes, EventKind::kRecord> {
   public:
     using FileSource::FileSource;
 
     void Date(Axis& axis) override;
 
-    /// The newest crash log; null if none could be read.
-    const CrashLog* Newest() const;
-
   private:
-    std::optional<CrashLog> ReadContent(FolderFile& file, InputFile& input) override;
+    std::optional<PlacedCrash> ReadContent(FolderFile& file, InputFile& input) override;
+
+    void PutInOrder();
+    void StateOrder(Axis& axis) const;
 };
 
 } // namespace NimaPost

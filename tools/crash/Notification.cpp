@@ -33,7 +33,7 @@ std::optional<CrashNotification> ParseNotification(std::string_view datagram) {
                              std::string(datagram.substr(folder + kFolder.size()))};
 }
 
-std::optional<std::uint32_t> StackTraceProcess(std::string_view name) {
+std::optional<StackTraceName> ParseStackTraceName(std::string_view name) {
     std::int64_t process = 0;
     std::int64_t number = 0;
     if (!TakeLiteral(name, Nima::Catalogue::kStackTracePrefix) || !TakeNumber(name, process) ||
@@ -41,7 +41,7 @@ std::optional<std::uint32_t> StackTraceProcess(std::string_view name) {
         name != Nima::Catalogue::kStackTraceSuffix) {
         return std::nullopt;
     }
-    return static_cast<std::uint32_t>(process);
+    return StackTraceName{static_cast<std::uint32_t>(process), number};
 }
 
 std::string_view LastComponent(std::string_view path) {

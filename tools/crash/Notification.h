@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -17,9 +18,16 @@ struct CrashNotification {
 /// Empty if the datagram is not a notification.
 std::optional<CrashNotification> ParseNotification(std::string_view datagram);
 
-/// The process of a stack-trace file, from its name "stacktrace<process id>-<number>.txt"; empty for any
-/// other name.
-std::optional<std::uint32_t> StackTraceProcess(std::string_view name);
+/// What the name of a stack-trace file says, "stacktrace<process id>-<number>.txt".
+struct StackTraceName {
+    std::uint32_t process = 0;
+    std::int64_t number = 0;
+
+    auto operator<=>(const StackTraceName&) const = default;
+};
+
+/// Empty for any other name.
+std::optional<StackTraceName> ParseStackTraceName(std::string_view name);
 
 /// What follows the last slash.
 std::string_view LastComponent(std::string_view path);

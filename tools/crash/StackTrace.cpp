@@ -3,11 +3,28 @@
 #include "catalogue/Marks.h"
 #include "tools/base/Text.h"
 
+#include <algorithm>
+
 namespace NimaPost {
 
 namespace {
 
 constexpr std::size_t kMostLines = 10000;
+
+/// The functions by which the handler is entered.
+constexpr std::string_view kAtSignal = "signalHandler";
+constexpr std::string_view kAtTerminate = "terminateHandler";
+constexpr std::string_view kAtReport = "HandleFatalCrash";
+
+/// Whether a frame is in this function, with or without its parameters.
+bool IsIn(std::string_view frame, std::string_view function) {
+    const std::size_t name = frame.find(Nima::Catalogue::kFrameFunction);
+    if (name == std::string_view::npos) {
+        return false;
+    }
+    frame.remove_prefix(name + std::string_view(Nima::Catalogue::kFrameFunction).size());
+    return TakeLiteral(frame, function) && (frame.starts_with('+') || frame.starts_with('('));
+}
 
 bool IsFrame(std::string_view line) {
     std::uint64_t address = 0;
@@ -16,19 +33,50 @@ bool IsFrame(std::string_view line) {
 
 } // namespace
 
+std::string StackTrace::Title() const {
+    if (host) {
+        return host->Headline();
+    }
+    if (EnteredAgain()) {
+        return "Abort by the native crash handler, after the failure of an earlier file";
+    }
+    return ThroughAbort()                                          ? "Abort"
+           : !frames.empty() && IsIn(frames.front(), kAtTerminate) ? "Uncaught exception"
+           : !frames.empty() && IsIn(frames.front(), kAtSignal)    ? "Fatal signal"
+                                                                : "Stack trace of the native crash handler";
+}
+
+bool StackTrace::ThroughAbort() const {
+    return std::any_of(frames.begin(), frames.end(),
+                       [](const std::string& frame) { return IsIn(frame, "abort"); });
+}
+
+bool StackTrace::EnteredAgain() const {
+    // The first frame is that of the handler's function that was entered last.
+    return frames.size() > 1 && std::any_of(frames.begin() + 1, frames.end(), [](const std::string& frame) {
+               return IsIn(frame, kAtSignal) || IsIn(frame, kAtTerminate) || IsIn(frame, kAtReport);
+           });
+}
+
 bool LooksLikeStackTrace(std::string_view front) {
     using namespace Nima::Catalogue;
     if (front.empty()) {
         return false;
     }
+    if (LooksLikeHostReport(front)) {
+        return true;
+    }
     const std::string_view line = TakeLine(front);
     const auto holds = [&](std::string_view mark) { return line.find(mark) != std::string_view::npos; };
-    return (IsFrame(line) && (holds(std::string(":") + kFrameFunction) || holds(kFrameWithoutName))) ||
-           holds(kReportMessage);
+    return IsFrame(line) && (holds(std::string(":") + kFrameFunction) || holds(kFrameWithoutName));
 }
 
 StackTrace ReadStackTrace(std::string_view text, Findings& findings) {
     StackTrace trace;
+    trace.host = ReadHostReport(text);
+    if (trace.host && trace.host->cut) {
+        findings.Remark("message-cut", "The handler cut the host's message at the end of its line.");
+    }
     if (!text.empty() && !text.ends_with('\n')) {
         findings.Damage("line-cut", "The last line was cut short.");
     }

@@ -100,7 +100,7 @@ std::optional<StackTraceCollector> StackTraceCollector::Open(const std::string& 
 StackTraceCollector::Copy StackTraceCollector::Take(const std::string& path) const {
     Copy copy;
     const std::string name(LastComponent(path));
-    if (!path.starts_with('/') || !StackTraceProcess(name)) {
+    if (!path.starts_with('/') || !ParseStackTraceName(name)) {
         copy.problem = "not the path of a stack-trace file";
         return copy;
     }

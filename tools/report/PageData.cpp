@@ -1,10 +1,11 @@
 #include "tools/report/PageData.h"
 
+#include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/base/WallClock.h"
-#include "tools/crash/CrashSource.h"
 #include "tools/crash/CrashSummary.h"
-#include "tools/crash/StackTraceSource.h"
+#include "tools/report/CrashData.h"
 #include "tools/rings/RingSource.h"
 
 namespace NimaPost {
@@ -13,42 +14,66 @@ namespace {
 
 constexpr std::size_t kMostActive = 12;
 
-std::vector<StackTraceSource::Held> StacksOf(const Story& story) {
-    const StackTraceSource* const source = story.Find<StackTraceSource>();
-    return source != nullptr ? source->All() : std::vector<StackTraceSource::Held>();
-}
-
 } // namespace
 
-const CrashLog* NewestCrash(const Story& story) {
-    const CrashSource* const source = story.Find<CrashSource>();
-    return source != nullptr ? source->Newest() : nullptr;
+Json PageData::Crashes() const {
+    Json json = Json::array();
+    for (const Crash& crash : story_.Crashes()) {
+        json.push_back(CrashJson(crash));
+    }
+    return json;
 }
 
-Json PageData::Failure() const {
-    const CrashLog* crash = NewestCrash(story_);
-    if (crash == nullptr && StacksOf(story_).empty()) {
-        return nullptr;
+Json PageData::CrashJson(const Crash& crash) const {
+    const CrashLog* const log = crash.log != nullptr ? &crash.log->log : nullptr;
+    return {{"title", ToUtf8(crash.title)},
+            {"summary", Pairs(Summary(crash))},
+            {"exception", log == nullptr || log->exception.empty() ? Json() : Pairs(log->exception)},
+            {"extra", log == nullptr ? Json::array() : Json(log->extraData)},
+            {"stacks", Stacks(crash)},
+            {"activeRings", Active(crash)},
+            {"time", crash.time && selection_.Takes(crash) ? Json(*crash.time - origin_) : Json()},
+            {"sure", static_cast<int>(SurenessOf(crash.certainty))}};
+}
+
+std::vector<std::pair<std::string, std::string>> PageData::Summary(const Crash& crash) const {
+    std::vector<std::pair<std::string, std::string>> pairs;
+    if (crash.log != nullptr) {
+        pairs = FailureInWords(crash.log->log);
     }
-    Json json{{"title", crash != nullptr ? crash->Title() : "The native crash handler left stack traces"}};
-    Json summary = Json::array();
-    if (crash != nullptr) {
-        for (const auto& [label, value] : FailureInWords(*crash)) {
-            summary.push_back({ToUtf8(label), ToUtf8(value)});
-        }
+    if (crash.process) {
+        pairs.emplace_back("process", ProcessInWords(*crash.process, crash.boot));
     }
-    json["summary"] = summary;
-    json["exception"] = crash == nullptr || crash->exception.empty() ? Json() : Pairs(crash->exception);
-    json["extra"] = crash == nullptr ? Json::array() : Json(crash->extraData);
-    json["stacks"] = Stacks();
-    json["activeRings"] = crash == nullptr ? Json::array() : Active(*crash);
-    const auto time = story_.Time().Crash();
-    json["time"] = time ? Json(*time - origin_) : Json();
+    if (crash.thread) {
+        pairs.emplace_back("thread", Hex32(*crash.thread));
+    }
+    if (crash.processId) {
+        pairs.emplace_back("process id", std::to_string(*crash.processId));
+    }
+    std::string files;
+    for (const std::size_t file : crash.files) {
+        files += (files.empty() ? "" : ", ") + Printable(story_.Files()[file].name);
+    }
+    pairs.emplace_back("from", files);
+    const std::string_view after = EvidenceInWords(crash.after);
+    if (!after.empty()) {
+        pairs.emplace_back("after the one before by", after);
+    }
+    return pairs;
+}
+
+Json PageData::Marks() {
+    Json json = Json::array();
+    for (const TimeMark& mark : kTimeMarks) {
+        json.push_back({std::string(1, mark.sign), mark.meaning});
+    }
+    json.push_back({std::string(1, kOverwrittenMark.sign), kOverwrittenMark.meaning});
     return json;
 }
 
 Json PageData::Clock() const {
     constexpr std::int64_t kMillisecond = 1'000'000;
+    const std::int64_t below = Modulo(origin_, kMillisecond);
     Json statement = Json::array();
     for (const Finding& finding : story_.Time().Statement()) {
         statement.push_back(ToUtf8(finding.sentence));
@@ -56,7 +81,9 @@ Json PageData::Clock() const {
     const bool wall = story_.Time().HasWall();
     return {{"wall", wall},
             {"origin", wall ? Json(WallTimeIso(origin_)) : Json()},
-            {"originMs", wall ? Json(static_cast<double>(origin_) / kMillisecond) : Json()},
+            {"originMs", wall ? Json((origin_ - below) / kMillisecond) : Json()},
+            {"originNs", wall ? Json(below) : Json()},
+            {"marks", Marks()},
             {"statement", statement}};
 }
 
@@ -102,6 +129,14 @@ Json PageData::Rings() const {
     return json;
 }
 
+Json PageData::Processes() const {
+    Json json = Json::array();
+    for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
+        json.push_back(ProcessInWords(json.size() + 1, facts.boot));
+    }
+    return json;
+}
+
 Json PageData::Sources() const {
     Json json = Json::array();
     for (const FolderFile& file : story_.Files()) {
@@ -126,25 +161,27 @@ Json PageData::Pairs(const std::vector<std::pair<std::string, std::string>>& pai
     return json;
 }
 
-Json PageData::Stacks() const {
+Json PageData::Stacks(const Crash& crash) const {
     Json json = Json::array();
-    for (const auto& [file, stack] : StacksOf(story_)) {
-        json.push_back({{"file", ToUtf8(story_.Files()[file].name)},
-                        {"header", stack.report},
-                        {"frames", stack.frames}});
+    for (const StackTraceSource::Held* const held : crash.stacks) {
+        json.push_back({{"file", ToUtf8(story_.Files()[held->file].name)},
+                        {"header", held->content.report},
+                        {"frames", held->content.frames}});
     }
     return json;
 }
 
-Json PageData::Active(const CrashLog& crash) const {
+Json PageData::Active(const Crash& crash) const {
     Json json = Json::array();
-    for (const ActiveRing& active : ActiveRings(crash.rings)) {
+    if (crash.log == nullptr) {
+        return json;
+    }
+    for (const ActiveRing& active : ActiveRings(crash.log->log.rings)) {
         if (json.size() == kMostActive) {
             break;
         }
-        const auto time = story_.Time().Crash();
         json.push_back({{"ring", ToUtf8(active.ring->name)},
-                        {"newest", time ? Json(*time - origin_ + active.newest) : Json()},
+                        {"newest", crash.time ? Json(*crash.time - origin_ + active.newest) : Json()},
                         {"events", active.ring->records.size()}});
     }
     return json;

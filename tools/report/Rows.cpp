@@ -11,10 +11,8 @@ namespace {
 
 constexpr std::size_t kLongestText = 2000;
 constexpr std::size_t kMostArguments = 16;
-
-int SurenessOf(const Certainty& certainty) {
-    return certainty.assumed ? 2 : certainty.Exact() ? 0 : 1;
-}
+/// How a page's row says that its log was writing over it.
+constexpr int kOverwrittenBit = 4;
 
 } // namespace
 
@@ -34,14 +32,14 @@ void Rows::Take(const TimelineEvent& event) {
     row.time = event.time;
     row.order = taken_++;
     row.sureness = SurenessOf(event.certainty);
+    row.overwritten = event.mark == kOverwritten;
     row.file = event.file;
+    row.boot = event.boot;
+    row.process = event.process;
     row.level = levels.Of(event.kind == EventKind::kBinary ? LevelDigit(event.level) : event.level);
     row.name = names.Of(event.name);
     row.text = ToUtf8(event.text.substr(0, kLongestText));
     row.text += event.text.size() > kLongestText ? " ..." : "";
-    // The wording of a record already contains its mark.
-    row.text +=
-        event.kind != EventKind::kText || event.mark.empty() ? "" : "  [" + std::string(event.mark) + "]";
     row.arguments.assign(event.arguments.begin(), event.arguments.end());
     if (row.arguments.size() > kMostArguments) {
         row.arguments.resize(kMostArguments);
@@ -63,8 +61,10 @@ std::vector<Row>& Rows::Sorted() {
 
 Json Rows::ThreadsJson() const {
     std::vector<Json> byNumber(threads_.Count());
-    threads_.ForEach([&](std::size_t number, std::uint32_t id, const std::string& name) {
-        byNumber[number] = {{"id", Hex32(id)}, {"name", name}};
+    threads_.ForEach([&](const Threads::Thread& thread) {
+        byNumber[thread.number] = {{"id", Hex32(thread.id)},
+                                   {"name", thread.name},
+                                   {"process", thread.process ? Json(*thread.process) : Json()}};
     });
     return byNumber;
 }
@@ -92,8 +92,10 @@ Json RowJson(const Row& row, std::int64_t origin) {
     for (const std::uint32_t value : row.arguments) {
         arguments.push_back(Hex(value));
     }
-    return Json::array({row.time ? Json(*row.time - origin) : Json(), row.sureness, row.file, row.thread,
-                        row.level, row.name, row.text, arguments});
+    return Json::array({row.time ? Json(*row.time - origin) : Json(),
+                        static_cast<int>(row.sureness) + (row.overwritten ? kOverwrittenBit : 0), row.file,
+                        row.thread, row.level, row.name, row.text, arguments, row.process.value_or(0),
+                        row.boot.value_or(0)});
 }
 
 } // namespace NimaPost

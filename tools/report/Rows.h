@@ -2,6 +2,7 @@
 
 #include "tools/axis/TimelineEvent.h"
 #include "tools/base/Output.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/names/Names.h"
 #include "tools/story/Threads.h"
 
@@ -30,9 +31,12 @@ class Index {
 struct Row {
     std::optional<std::int64_t> time;
     std::uint64_t order = 0;
-    int sureness = 0;     ///< 0 exact, 1 perhaps whole seconds off, 2 assumed
-    std::size_t file = 0; ///< index in the folder's files
+    Sureness sureness = Sureness::kExact;
+    bool overwritten = false; ///< of a round that its log was writing over
+    std::size_t file = 0;     ///< index in the folder's files
     std::int64_t thread = -1;
+    std::optional<std::size_t> boot;
+    std::optional<std::size_t> process;
     std::int64_t level = -1;
     std::int64_t name = -1;
     std::string text;

@@ -1,5 +1,6 @@
 #include "tools/story/Folder.h"
 
+#include "tools/base/CounterClock.h"
 #include "tools/story/Sources.h"
 
 #include <algorithm>
@@ -13,6 +14,8 @@ namespace {
 
 /// A device leaves a few dozen.
 constexpr std::size_t kMostFiles = 4096;
+/// In seconds; what a file system makes up beyond it is no time of a device.
+constexpr std::int64_t kLastModified = 8'000'000'000;
 
 } // namespace
 
@@ -45,6 +48,9 @@ void ReadFolderFile(const std::string& folder, FolderFile& file, SourceSet& sour
     struct stat status {};
     if (stat(path.c_str(), &status) == 0) {
         file.identity = IdentityOf(status);
+        if (status.st_mtim.tv_sec >= 0 && status.st_mtim.tv_sec < kLastModified) {
+            file.modified = status.st_mtim.tv_sec * kSecond + status.st_mtim.tv_nsec;
+        }
     }
     std::string problem;
     auto input = InputFile::Open(path, problem);

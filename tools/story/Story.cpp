@@ -30,6 +30,7 @@ bool Story::Read(const std::string& folder, std::string& problem) {
     telling_.assign(sources.begin(), sources.end());
     std::stable_sort(telling_.begin(), telling_.end(),
                      [](const Source* a, const Source* b) { return a->Tells() < b->Tells(); });
+    crashes_ = FindCrashes(files_, sources_, FindLastEvents(), axis_);
     const bool any = std::any_of(files_.begin(), files_.end(), [](const FolderFile& file) {
         return file.row != nullptr && !file.unusable;
     });
@@ -45,6 +46,21 @@ void Story::ForEach(const EventVisitor& visitor) const {
             return;
         }
     }
+}
+
+/// Needed only where something without a date comes after everything else: logs are read once more for it.
+LastEvents Story::FindLastEvents() const {
+    LastEvents last;
+    if (Find<StackTraceSource>() != nullptr) {
+        ForEach([&](const TimelineEvent& event) {
+            if (event.time) {
+                std::int64_t& time = last.try_emplace(event.file, *event.time).first->second;
+                time = std::max(time, *event.time);
+            }
+            return true;
+        });
+    }
+    return last;
 }
 
 Findings Story::AllDamage() const {

@@ -4,6 +4,7 @@
 #include "tools/axis/Source.h"
 #include "tools/base/FileIdentity.h"
 #include "tools/names/Names.h"
+#include "tools/story/Crashes.h"
 
 #include <string>
 #include <vector>
@@ -23,6 +24,8 @@ class Story {
     /// visitor returns false.
     void ForEach(const EventVisitor& visitor) const;
 
+    /// The oldest first.
+    const std::vector<Crash>& Crashes() const { return crashes_; }
     const Axis& Time() const { return axis_; }
     const std::vector<FolderFile>& Files() const { return files_; }
     /// The source of this kind; null where no file is of it.
@@ -38,11 +41,14 @@ class Story {
     std::vector<FileIdentity> Inputs() const;
 
   private:
+    LastEvents FindLastEvents() const;
+
     const Names& names_;
     std::vector<FolderFile> files_;
     SourceSet sources_;
     std::vector<const Source*> telling_; ///< in the order in which they are told
     Axis axis_;
+    std::vector<Crash> crashes_;
 };
 
 } // namespace NimaPost

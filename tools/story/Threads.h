@@ -9,11 +9,12 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace NimaPost {
 
-/// The threads of a story's events, numbered from 0 in the order in which they appear. One without a name in
-/// the dictionary goes by the first tracer that it used.
+/// The threads of a story's events, numbered from 0 in the order in which they appear. Processes may use the
+/// same ids. A thread without a name in the dictionary goes by the first tracer that it used.
 class Threads {
   public:
     explicit Threads(const Names& names) : names_(names) {}
@@ -22,18 +23,19 @@ class Threads {
     std::optional<std::size_t> NumberOf(const TimelineEvent& event);
 
     std::size_t Count() const { return threads_.size(); }
-    /// In the order of their ids. The name is UTF-8, and empty where nothing gives one.
-    void ForEach(const std::function<void(std::size_t number, std::uint32_t id, const std::string& name)>&
-                     visitor) const;
+    struct Thread {
+        std::size_t number = 0;
+        std::optional<std::size_t> process;
+        std::optional<std::size_t> boot;
+        std::uint32_t id = 0;
+        std::string name; ///< UTF-8; empty where nothing gives one
+    };
+    /// In the order of their processes and ids.
+    void ForEach(const std::function<void(const Thread& thread)>& visitor) const;
 
   private:
-    struct Thread {
-        std::size_t number;
-        std::string tracer;
-    };
-
     const Names& names_;
-    std::map<std::uint32_t, Thread> threads_;
+    std::map<std::pair<std::optional<std::size_t>, std::uint32_t>, Thread> threads_;
 };
 
 } // namespace NimaPost

@@ -4,38 +4,40 @@
 //
 // {
 //   "tool": "nima-post 1.0.0", "folder": "name", "generated": "2026-11-24T18:00:00Z",
-//   "failure": null |                      null: no crash log in the folder
+//   "crashes": [                           the oldest first; the last one is the headline
 //     {"title": "Assertion through a fatal-error call",
 //      "summary": [["Error code", "0x0031AC05"], ["File", "/src/..."], ...],
 //      "exception": [["Address", "0x94b84000"], ...] | null,
 //      "extra": ["0x11", ...],
 //      "stacks": [{"file": "stacktrace123-1.txt", "header": ["..."], "frames": ["0x7f.. (name+0x1d8)", ...]}],
 //      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "events": 12}],
-//      "time": ns | null},
-//     (a folder with stack-trace files but no crash log has a failure too, with a title that says so)
+//      "time": ns | null, "sure": 0 | 1 | 2}],
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time
 //             "origin": "2026-11-24T15:09:26.000" | null,     what t = 0 is, for people to read
-//             "originMs": ms | null,       the same, milliseconds since 1970 as if local time were UTC
+//             "originMs": ms | null,       the same, whole milliseconds since 1970 as if local time were UTC
+//             "originNs": ns | null,       and what is below a millisecond
+//             "marks": [["=", "exact"], ...],   the legend of the marks: by "sure", then that of overwritten lines
 //             "statement": ["...", ...]},
 //   "files": [{"name": "device.log", "kind": "text log", "bytes": 123,
 //              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": ["..."]}],
 //   "rings": [{"name": "Panel", "entries": 256, "used": 12, "wrapped": "no" | "probably" | "perhaps",
 //              "oldest": ns | null, "newest": ns | null}],
-//   "threads": [{"id": "0x979fe6c0", "name": "Engine" | ""}],
+//   "processes": ["process 1, boot 1", ...],   in words, numbered from 1
+//   "threads": [{"id": "0x979fe6c0", "name": "Engine" | "", "process": number | null}],
 //   "sources": ["device.log", "SysTrace.bin", ...],
 //   "sourceKinds": ["log" | "systrace" | "ring" | any other, drawn as "log", ...],
 //   "levels": ["FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""],
 //   "names": ["Engine", ...],              tracers, components, rings
-//   "columns": ["t", "sure", "source", "thread", "level", "name", "text", "args"],
-//   "rows": [[t, sure, source, thread, level, name, "text", ["0x1", ...]], ...],
+//   "columns": ["t", "sure", "source", "thread", "level", "name", "text", "args", "process", "boot"],
+//   "rows": [[t, sure, source, thread, level, name, "text", ["0x1", ...], process, boot], ...],
 //   "omitted": {"rows": 0, "statement": ""}
 // }
 //
 // Times are nanoseconds since the origin, whole numbers; "rows" is sorted by them. A row whose time is unknown has
 // t = null, comes after the others and is not drawn. "sure" is 0 for an exact time, 1 for one that may be later by
-// whole seconds, 2 for one that was placed by assumption. "source", "thread", "level" and "name" are indices, -1 where
+// whole seconds, 2 for one that was placed by assumption, and 4 more for a line that its log was writing over. "source", "thread", "level" and "name" are indices, -1 where
 // there is none. Levels "0" to "3" are those of the binary trace. "args" holds the values that the text shows in
-// words; a row without any may leave it out.
+// words. "process" and "boot" are numbers from 1, or 0 where they are not known; a row may leave out all three.
 import {byId, element} from "./base/dom.js";
 import {visible} from "./base/text.js";
 import {Model} from "./model/model.js";

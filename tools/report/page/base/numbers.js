@@ -11,8 +11,8 @@ export function formatCount(number) {
   return String(number).replace(/\B(?=(\d{3})+$)/g, ",");
 }
 
-export function plural(number, word) {
-  return `${formatCount(number)} ${word}${number === 1 ? "" : "s"}`;
+export function plural(number, word, ending = "s") {
+  return `${formatCount(number)} ${word}${number === 1 ? "" : ending}`;
 }
 
 function trimmed(number) {

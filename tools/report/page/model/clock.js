@@ -7,7 +7,9 @@ const MS_PER_DAY = 86400000;
 export class Clock {
   constructor(clock) {
     this.wall = Boolean(clock.wall) && Number.isFinite(clock.originMs);
+    // Together they are beyond what a number holds to the nanosecond.
     this.originMs = this.wall ? clock.originMs : 0;
+    this.originNs = this.wall ? clock.originNs ?? 0 : 0;
     this.severalDays = false;
   }
 
@@ -16,7 +18,7 @@ export class Clock {
   }
 
   parts(t) {
-    const whole = Math.floor(t);
+    const whole = Math.floor(t) + this.originNs;
     const ms = Math.floor(whole / NS_PER_MS);
     const date = new Date(this.originMs + ms);
     const below = pad(date.getUTCMilliseconds(), 3) + pad(whole - ms * NS_PER_MS, 6);
@@ -33,9 +35,17 @@ export class Clock {
     return `${date.getUTCDate()} ${MONTHS[date.getUTCMonth()]}`;
   }
 
+  // "+12.345678901 s"
+  seconds(t, digits) {
+    const size = Math.abs(t);
+    const whole = Math.floor(size / NS_PER_S);
+    const below = digits === 0 ? "" : `.${pad(size - whole * NS_PER_S, 9).slice(0, digits)}`;
+    return `${t < 0 ? "-" : "+"}${whole}${below} s`;
+  }
+
   time(t, digits) {
     if (!this.wall) {
-      return `${(t / NS_PER_S).toFixed(digits)} s`;
+      return this.seconds(Math.round(t), digits);
     }
     const {date, below} = this.parts(t);
     const units = [date.getUTCHours(), date.getUTCMinutes(), date.getUTCSeconds()];
@@ -45,7 +55,7 @@ export class Clock {
 
   // For a table: with the day only if the records span several days.
   short(t) {
-    return this.severalDays ? `${this.date(t).slice(5)} ${this.time(t, 6)}` : this.time(t, 6);
+    return this.severalDays ? `${this.date(t).slice(5)} ${this.time(t, 9)}` : this.time(t, 9);
   }
 
   full(t, digits = 9) {
@@ -60,11 +70,12 @@ export class Clock {
 
   // A moment, which may also be a text or unknown.
   moment(moment) {
-    return Number.isFinite(moment) ? this.full(moment, 6) : moment ?? "";
+    return Number.isFinite(moment) ? this.full(moment) : moment ?? "";
   }
 
   // Nanoseconds from the midnight before the origin, so that ticks fall on full hours.
   tickOffset() {
-    return this.wall ? (((this.originMs % MS_PER_DAY) + MS_PER_DAY) % MS_PER_DAY) * NS_PER_MS : 0;
+    const ms = ((this.originMs % MS_PER_DAY) + MS_PER_DAY) % MS_PER_DAY;
+    return this.wall ? ms * NS_PER_MS + this.originNs : 0;
   }
 }

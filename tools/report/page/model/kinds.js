@@ -7,12 +7,6 @@ export const KIND_NAMES = ["text", "trace", "ring"];
 export const KIND_SHAPES = ["circle", "diamond", "square"];
 
 export const SURE_EXACT = 0;
-export const SURE_WORDS = [
-  "exact",
-  "may be later by whole seconds",
-  "placed by assumption",
-];
-export const SURE_SIGNS = ["", "≥", "~"];
 
 // If several records share a pixel, the last in this list is visible.
 export const PAINTS = [

@@ -1,6 +1,7 @@
 import {lowerBound} from "../base/sorted.js";
 import {Clock} from "./clock.js";
-import {KIND_TEXT, PAINTS, SURE_SIGNS, kindOfSource, paintOf} from "./kinds.js";
+import {KIND_TEXT, PAINTS, kindOfSource, paintOf} from "./kinds.js";
+import {TimeMarks, surenessOf} from "./timemarks.js";
 
 // A record with an unknown time comes after the others.
 function sortKey(row) {
@@ -20,14 +21,21 @@ export class Model {
   constructor(data) {
     this.data = data;
     this.clock = new Clock(data.clock ?? {});
+    this.timeMarks = new TimeMarks((data.clock ?? {}).marks ?? []);
     this.sources = data.sources ?? [];
     this.levels = data.levels ?? [];
     this.names = data.names ?? [];
-    this.threads = (data.threads ?? []).map((thread) => ({id: thread.id, name: thread.name || ""}));
+    this.threads = (data.threads ?? []).map((thread) => ({id: thread.id, name: thread.name || "",
+      process: thread.process ?? 0}));
+    // By their numbers; 0 is for what is of no known process.
+    this.processes = ["No known process", ...data.processes ?? []];
     this.kinds = this.sources.map((_, index) => kindOfSource((data.sourceKinds ?? [])[index]));
     this.rows = sorted(data.rows ?? []);
     this.fillColumns();
-    this.crash = data.failure && Number.isFinite(data.failure.time) ? data.failure.time : null;
+    this.crashes = data.crashes ?? [];
+    this.crashTimes = this.crashes.map((crash) => crash.time).filter(Number.isFinite);
+    // The one that the page is about.
+    this.crash = this.crashes.at(-1)?.time ?? null;
     this.findRange();
     this.haystack = null;
   }
@@ -40,10 +48,12 @@ export class Model {
     const count = this.rows.length;
     this.times = new Float64Array(count);
     this.sure = new Uint8Array(count);
+    this.mark = new Uint8Array(count);
     this.source = new Int32Array(count);
     this.thread = new Int32Array(count);
     this.level = new Int32Array(count);
     this.name = new Int32Array(count);
+    this.process = new Int32Array(count);
     this.kind = new Uint8Array(count);
     this.paint = new Uint8Array(count);
     for (let index = 0; index < count; ++index) {
@@ -54,22 +64,21 @@ export class Model {
 
   fillRow(index, row) {
     this.times[index] = sortKey(row);
-    this.sure[index] = row[1];
+    this.sure[index] = surenessOf(row[1]);
+    this.mark[index] = row[1];
     this.source[index] = row[2];
     this.thread[index] = row[3];
     this.level[index] = row[4];
     this.name[index] = row[5];
+    this.process[index] = row[8] ?? 0;
     this.kind[index] = this.kinds[row[2]] ?? KIND_TEXT;
     this.paint[index] = paintOf(this.kind[index], this.levels[row[4]] ?? "");
   }
 
   findRange() {
-    const moments = [];
+    const moments = [...this.crashTimes];
     if (this.timed > 0) {
       moments.push(this.times[0], this.times[this.timed - 1]);
-    }
-    if (this.crash !== null) {
-      moments.push(this.crash);
     }
     this.first = moments.length ? Math.min(...moments) : 0;
     this.last = moments.length ? Math.max(...moments) : 0;
@@ -87,6 +96,18 @@ export class Model {
   // The values that the text shows in words, for the details.
   args(row) {
     return this.rows[row][7] ?? [];
+  }
+
+  get hasProcesses() {
+    return this.processes.length > 1;
+  }
+
+  processName(row) {
+    const boot = this.rows[row][9] ?? 0;
+    if (this.process[row] > 0) {
+      return this.processes[this.process[row]] ?? "";
+    }
+    return boot > 0 ? `process unknown, boot ${boot}` : this.processes[0];
   }
 
   levelName(row) {
@@ -111,15 +132,22 @@ export class Model {
     if (!known) {
       return "";
     }
-    return known.name ? `${known.name} (${known.id})` : known.id;
+    const full = known.name ? `${known.name} (${known.id})` : known.id;
+    // Processes may use the same ids.
+    return known.process > 0 && this.processes.length > 2 ? `${full}, process ${known.process}` : full;
   }
 
   paintName(row) {
     return PAINTS[this.paint[row]];
   }
 
+  // A moment in full with its mark.
+  momentLabel(time, mark) {
+    return `${this.clock.full(time)} ${this.timeMarks.sign(mark)}`;
+  }
+
   timeLabel(row) {
-    return this.hasTime(row) ? SURE_SIGNS[this.sure[row]] + this.clock.short(this.times[row]) : "not known";
+    return this.hasTime(row) ? `${this.clock.short(this.times[row])} ${this.timeMarks.sign(this.mark[row])}` : "not known";
   }
 
   // What a search looks through: the text, the arguments that the details list, and the name. Built at the first

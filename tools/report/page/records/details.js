@@ -1,6 +1,5 @@
 import {byId, element} from "../base/dom.js";
 import {formatCount, formatDuration} from "../base/numbers.js";
-import {SURE_WORDS} from "../model/kinds.js";
 
 const NOTHING_SELECTED = "None. Click a record on the timeline or in the table to see all it holds.";
 
@@ -65,12 +64,13 @@ export class Details {
         list.append(element("dt", "", key), element("dd", className, value));
       }
     };
-    add("Time", model.hasTime(row) ? model.clock.full(model.times[row]) : "not known", "mono");
-    add("Certainty", model.hasTime(row) ? SURE_WORDS[model.sure[row]] : "");
+    add("Time", model.hasTime(row) ? model.momentLabel(model.times[row], model.mark[row]) : "not known", "mono");
+    add("Certainty", model.hasTime(row) ? model.timeMarks.words(model.mark[row]) : "");
     add("Relative to the crash", this.crashDistance(row));
     add("Level", model.levelName(row), `l-${model.paintName(row)}`);
     add("Name", model.nameOf(row));
     add("Thread", model.threadFull(model.thread[row]));
+    add("Process", model.hasProcesses ? model.processName(row) : "");
     add("Source", model.sourceName(row));
     add("Record", `${formatCount(row + 1)} of ${formatCount(model.count)}`);
     return list;

@@ -57,6 +57,8 @@ export class RecordFilter {
     fillSelect("filter-level", model.level, model.levels, "No level");
     fillSelect("filter-thread", model.thread, model.threads.map((_, index) => model.threadFull(index)), "No thread");
     fillSelect("filter-name", model.name, model.names, "No name");
+    fillSelect("filter-process", model.process, model.processes, "");
+    byId("filter-process").parentElement.hidden = !model.hasProcesses;
     const worse = ["ERROR", "WARN"].filter((level) => model.levels.includes(level));
     byId("filter-level").firstChild.after(...worse.map((level) => option(level, `${level} and worse`)));
   }
@@ -77,7 +79,7 @@ export class RecordFilter {
     this.needle = wanted.needle;
     this.isTimeOnly = byId("filter-range").checked;
     this.isFiltered = Boolean(wanted.needle) || wanted.levels !== null ||
-      [wanted.source, wanted.thread, wanted.name].some((value) => value !== ALL);
+      [wanted.source, wanted.thread, wanted.name, wanted.process].some((value) => value !== ALL);
     this.fillMatches(wanted);
     this.fillShown();
   }
@@ -89,6 +91,7 @@ export class RecordFilter {
       source: number("filter-source"),
       thread: number("filter-thread"),
       name: number("filter-name"),
+      process: number("filter-process"),
       levels: this.wantedLevels(byId("filter-level").value),
     };
   }
@@ -105,12 +108,12 @@ export class RecordFilter {
     return new Set(levels.filter((index) => index >= 0));
   }
 
-  fillMatches({needle, source, thread, name, levels}) {
+  fillMatches({needle, source, thread, name, process, levels}) {
     const {model, matches} = this;
     const fits = (column, row, value) => value === ALL || column[row] === value;
     for (let row = 0; row < model.count; ++row) {
       matches[row] = fits(model.source, row, source) && fits(model.thread, row, thread) &&
-        fits(model.name, row, name) && (levels === null || levels.has(model.level[row])) &&
+        fits(model.name, row, name) && fits(model.process, row, process) && (levels === null || levels.has(model.level[row])) &&
         (!needle || model.searchText(row).includes(needle)) ? 1 : 0;
     }
   }

@@ -1,6 +1,6 @@
 import {element} from "../base/dom.js";
 import {visibleLine} from "../base/text.js";
-import {KIND_RING, SURE_WORDS} from "../model/kinds.js";
+import {KIND_RING} from "../model/kinds.js";
 
 // Puts text into a node with every occurrence of the needle marked.
 function setMarked(node, text, needle) {
@@ -42,7 +42,7 @@ export class RecordLine {
     this.node.classList.toggle("selected", isSelected);
     this.node.style.setProperty("--mark", `var(--m-${model.paintName(row)})`);
     cells.time.textContent = model.timeLabel(row);
-    cells.time.title = model.hasTime(row) ? `Time: ${SURE_WORDS[model.sure[row]]}` : "";
+    cells.time.title = model.hasTime(row) ? `Time: ${model.timeMarks.words(model.mark[row])}` : "";
     cells.level.textContent = visibleLine(model.levelName(row) || (model.kind[row] === KIND_RING ? "ring" : ""));
     cells.level.className = `c-level l-${model.paintName(row)}`;
     setMarked(cells.name, visibleLine(model.nameOf(row)), needle);

@@ -36,11 +36,11 @@ export class RecordTable {
     this.scrollToCrash();
   }
 
-  // As wide as the longest time.
+  // As wide as the longest time with its marks.
   setTimeWidth() {
     const {clock, first, last, timed} = this.model;
     const widest = timed ? Math.max(clock.short(first).length, clock.short(last).length) : "not known".length;
-    this.grid.style.setProperty("--time-width", `${Math.ceil((widest + 1) * CHARACTER_WIDTH) + 2}px`);
+    this.grid.style.setProperty("--time-width", `${Math.ceil((widest + 3) * CHARACTER_WIDTH) + 2}px`);
   }
 
   listen() {

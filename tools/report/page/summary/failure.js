@@ -1,4 +1,4 @@
-// What failed, according to the crash log and the stack traces.
+// What failed, according to crash logs and stack traces: the latest crash, then the earlier ones.
 import {byId, element} from "../base/dom.js";
 import {plural} from "../base/numbers.js";
 import {visible} from "../base/text.js";
@@ -58,51 +58,76 @@ function activeRings(model, rings) {
   ]));
 }
 
-function evidenceColumn(model, failure) {
+function evidenceColumn(model, crash) {
   const column = element("div");
-  const stacks = failure.stacks ?? [];
+  const stacks = crash.stacks ?? [];
   if (stacks.length) {
     const list = element("div");
     list.append(...stacks.map((stack, index) => stackBlock(stack, index === 0)));
     column.append(block(stacks.length === 1 ? "Stack trace" : "Stack traces", list));
   }
-  if ((failure.activeRings ?? []).length) {
-    column.append(block("Most recently active rings", activeRings(model, failure.activeRings)));
+  if ((crash.activeRings ?? []).length) {
+    column.append(block("Most recently active rings", activeRings(model, crash.activeRings)));
   }
   return column;
 }
 
-function factColumn(model, failure) {
+function factColumn(model, crash) {
   const column = element("div");
-  const pairs = failure.summary ?? [];
-  const moment = model.crash === null ? [] : [["Time on the timeline", model.clock.full(model.crash, 6)]];
+  const pairs = crash.summary ?? [];
+  const moment = Number.isFinite(crash.time) ? [["Time on the timeline", model.momentLabel(crash.time, crash.sure)]] : [];
   column.append(facts([...pairs, ...moment]));
-  if ((failure.extra ?? []).length) {
-    column.append(block("Extra words", wordList(failure.extra)));
+  if ((crash.extra ?? []).length) {
+    column.append(block("Extra words", wordList(crash.extra)));
   }
-  if (failure.exception) {
-    column.append(block("Exception record", facts(failure.exception)));
+  if (crash.exception) {
+    column.append(block("Exception record", facts(crash.exception)));
   }
   return column;
+}
+
+function crashGrid(model, crash) {
+  const evidence = evidenceColumn(model, crash);
+  const grid = element("div", "failure-grid");
+  grid.append(factColumn(model, crash));
+  if (evidence.childElementCount) {
+    grid.append(evidence);
+  }
+  return grid;
+}
+
+function earlierCrash(model, crash, number) {
+  const node = element("details", "crash");
+  const title = element("summary", "", `${number}. ${crash.title}`);
+  if (Number.isFinite(crash.time)) {
+    title.append(element("span", "muted mono", `  ${model.momentLabel(crash.time, crash.sure)}`));
+  }
+  node.append(title, crashGrid(model, crash));
+  return node;
+}
+
+// The newest first, as the eye reads on from the headline.
+function earlierCrashes(model, crashes) {
+  const list = element("div");
+  list.append(...crashes.map((crash, index) => earlierCrash(model, crash, index + 1)).reverse());
+  return block(`${plural(crashes.length, "earlier crash", "es")} in this folder`, list);
 }
 
 export function showFailure(model) {
-  const failure = model.data.failure;
+  const {crashes} = model;
+  const latest = crashes.at(-1);
   const card = byId("failure-body");
-  card.classList.add(failure ? "failed" : "calm");
-  const title = element("h2", "failure-title", failure ? failure.title : "No crash log in this folder");
+  card.classList.add(latest ? "failed" : "calm");
+  const title = element("h2", "failure-title", latest ? latest.title : "No crash log in this folder");
   title.id = "failure-title";
   card.append(title);
-  if (!failure) {
+  if (!latest) {
     card.append(element("p", "muted",
       "Nothing in this folder says that the device failed, or how. What the other files hold is shown below."));
     return;
   }
-  const evidence = evidenceColumn(model, failure);
-  const grid = element("div", "failure-grid");
-  grid.append(factColumn(model, failure));
-  if (evidence.childElementCount) {
-    grid.append(evidence);
+  card.append(crashGrid(model, latest));
+  if (crashes.length > 1) {
+    card.append(earlierCrashes(model, crashes.slice(0, -1)));
   }
-  card.append(grid);
 }

@@ -13,7 +13,7 @@ export function showHeading(model) {
   const folder = data.folder || "Report";
   byId("folder").textContent = visibleLine(folder);
   document.title = visibleLine(`${folder} - nima-post report`);
-  const span = model.timed > 0 ? [model.clock.range(model.first, model.last, 3).join(" to ")] : [];
+  const span = model.timed > 0 ? [model.clock.range(model.first, model.last, 9).join(" to ")] : [];
   const parts = [plural((data.files ?? []).length, "file"), plural(model.count, "record"), ...span,
     `written ${writtenAt(data.generated)} by ${data.tool ?? "nima-post"}`];
   byId("about").textContent = visibleLine(parts.join(" · "));

@@ -1,4 +1,4 @@
-// The time along the top, with the flag of the crash.
+// The time along the top, with a flag for each crash.
 import {NS_PER_S} from "../base/numbers.js";
 import {drawLabel, fillBox} from "./canvas.js";
 import {AXIS_HEIGHT} from "./scene.js";
@@ -50,14 +50,11 @@ function findTicks(context, scene) {
   return ticks;
 }
 
-function placeFlag(scene) {
-  const {view} = scene;
-  const {crash} = scene.model;
-  if (crash === null || !view.contains(crash)) {
-    return null;
-  }
-  const x = view.x(crash);
-  return {x, left: Math.min(Math.max(x - FLAG_WIDTH / 2, view.gutter), view.width - FLAG_WIDTH - 2)};
+function placeFlags({view, model}) {
+  return model.crashTimes.filter((time) => view.contains(time)).map((time) => {
+    const x = view.x(time);
+    return {x, left: Math.min(Math.max(x - FLAG_WIDTH / 2, view.gutter), view.width - FLAG_WIDTH - 2)};
+  });
 }
 
 function drawFlag(context, colours, {x, left}) {
@@ -69,13 +66,13 @@ function drawFlag(context, colours, {x, left}) {
   context.fillText("crash", left + FLAG_WIDTH / 2, 12);
 }
 
-// A label that would overlap the flag or the edges is left out.
-function drawTicks(context, scene, flag) {
+// A label that would overlap a flag or the edges is left out.
+function drawTicks(context, scene, flags) {
   const {gutter, width} = scene.view;
   for (const tick of findTicks(context, scene)) {
     fillBox(context, scene.colours.muted, tick.x, AXIS_HEIGHT - 6, 1, 5);
     const half = context.measureText(tick.label).width / 2;
-    const isCovered = flag && tick.x + half > flag.left - 4 && tick.x - half < flag.left + FLAG_WIDTH + 4;
+    const isCovered = flags.some(({left}) => tick.x + half > left - 4 && tick.x - half < left + FLAG_WIDTH + 4);
     if (!isCovered && tick.x - half > gutter - 8 && tick.x + half < width) {
       context.fillText(tick.label, tick.x, TEXT_Y);
     }
@@ -96,12 +93,10 @@ export function drawAxis(context, scene) {
   context.textAlign = "center";
   context.textBaseline = "middle";
   context.font = font;
-  const flag = placeFlag(scene);
-  drawTicks(context, scene, flag);
+  const flags = placeFlags(scene);
+  drawTicks(context, scene, flags);
   context.textAlign = "left";
   drawLabel(context, model.clock.wall ? "Local time" : "Since first record",
     {font, colour: colours.muted, x: 10, y: TEXT_Y, room: view.gutter - 20});
-  if (flag) {
-    drawFlag(context, colours, flag);
-  }
+  flags.forEach((flag) => drawFlag(context, colours, flag));
 }

@@ -20,9 +20,9 @@ function drawBands(context, scene) {
   });
 }
 
-function drawCrashLine(context, {model, view, colours}) {
-  if (model.crash !== null && view.contains(model.crash)) {
-    fillBox(context, colours.crash, Math.round(view.x(model.crash)) - 1, 0, 2, view.height);
+function drawCrashLines(context, {model, view, colours}) {
+  for (const crash of model.crashTimes.filter((time) => view.contains(time))) {
+    fillBox(context, colours.crash, Math.round(view.x(crash)) - 1, 0, 2, view.height);
   }
 }
 
@@ -75,7 +75,7 @@ export class Chart {
     clipTo(context, 0, AXIS_HEIGHT, width, height - AXIS_HEIGHT);
     drawBands(context, scene);
     drawTickLines(context, scene);
-    drawCrashLine(context, scene);
+    drawCrashLines(context, scene);
     drawLanes(context, scene, this.buckets);
     drawSelection(context, scene);
     drawGutter(context, scene);

@@ -46,6 +46,16 @@ function drawLaneLabel(context, scene, lane, isRaised) {
   }
 }
 
+// The name of a process above its lanes, across the whole picture.
+function drawGroup(context, scene, group) {
+  const {colours} = scene;
+  const top = scene.y(group.top);
+  fillBox(context, colours.line, 0, top, scene.view.width, group.height);
+  context.textAlign = "left";
+  drawLabel(context, group.label, {font: `600 12px ${colours.sans}`, colour: colours.text, x: LEFT,
+    y: top + group.height / 2, room: scene.view.width - 2 * LEFT});
+}
+
 export function drawGutter(context, scene) {
   const {colours} = scene;
   const {gutter, height} = scene.view;
@@ -57,4 +67,5 @@ export function drawGutter(context, scene) {
       drawLaneLabel(context, scene, lane, index % 2 === 1);
     }
   });
+  scene.lanes.groups.filter((group) => scene.isOnScreen(group)).forEach((group) => drawGroup(context, scene, group));
 }

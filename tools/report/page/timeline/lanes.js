@@ -3,6 +3,7 @@ import {visibleLine} from "../base/text.js";
 
 export const SUBROW_HEIGHT = 17;
 export const LANE_PAD = 5;
+export const GROUP_HEIGHT = 20;
 const NO_THREAD = -1;
 
 // The records of one thread and one kind, in time order.
@@ -29,6 +30,7 @@ function finishLane(model, lane) {
   const known = model.threads[lane.thread];
   return {
     thread: lane.thread,
+    process: lane.process,
     label: known ? visibleLine(known.name || known.id) : "No thread",
     id: known && known.name ? visibleLine(known.id) : "",
     subRows,
@@ -36,31 +38,47 @@ function finishLane(model, lane) {
   };
 }
 
+// A thread is of one process; records without a thread have a lane in each.
+function laneKey(model, row) {
+  const thread = model.threads[model.thread[row]] ? model.thread[row] : NO_THREAD;
+  return {thread, process: model.process[row], key: `${model.process[row]}/${thread}`};
+}
+
 function buildLanes(model) {
   const lanes = new Map();
   for (let row = 0; row < model.timed; ++row) {
-    const thread = model.threads[model.thread[row]] ? model.thread[row] : NO_THREAD;
-    if (!lanes.has(thread)) {
-      lanes.set(thread, {thread, kinds: [null, null, null]});
+    const {thread, process, key} = laneKey(model, row);
+    if (!lanes.has(key)) {
+      lanes.set(key, {thread, process, kinds: [null, null, null]});
     }
-    const {kinds} = lanes.get(thread);
+    const {kinds} = lanes.get(key);
     const kind = model.kind[row];
     if (!kinds[kind]) {
       kinds[kind] = new SubRow(kind);
     }
     kinds[kind].rows.push(row);
   }
-  const order = (lane) => (lane.thread < 0 ? Infinity : lane.thread);
-  return [...lanes.values()].sort((a, b) => order(a) - order(b)).map((lane) => finishLane(model, lane));
+  const late = (number, isLast) => (isLast ? Number.MAX_SAFE_INTEGER : number);
+  const order = (a, b) => late(a.process, a.process === 0) - late(b.process, b.process === 0) ||
+    late(a.thread, a.thread < 0) - late(b.thread, b.thread < 0);
+  return [...lanes.values()].sort(order).map((lane) => finishLane(model, lane));
 }
 
-// A lane for each thread; places count from the top of all of them.
+// A lane for each thread, those of a process together under its name where there are several; places count from the
+// top of all of them.
 export class Lanes {
   constructor(model) {
     this.model = model;
     this.list = buildLanes(model);
     this.height = 0;
+    const hasGroups = new Set(this.list.map((lane) => lane.process)).size > 1;
+    this.groups = [];
     for (const lane of this.list) {
+      if (hasGroups && lane.process !== this.groups.at(-1)?.process) {
+        this.groups.push({process: lane.process, label: visibleLine(model.processes[lane.process] ?? ""), top: this.height,
+          height: GROUP_HEIGHT});
+        this.height += GROUP_HEIGHT;
+      }
       lane.top = this.height;
       lane.subRows.forEach((subRow, index) => {
         subRow.top = lane.top + LANE_PAD + index * SUBROW_HEIGHT;
@@ -70,8 +88,8 @@ export class Lanes {
   }
 
   subRowOf(row) {
-    const lane = this.list.find((candidate) => candidate.thread === this.model.thread[row]) ||
-      this.list.find((candidate) => candidate.thread === NO_THREAD);
+    const {thread, process} = laneKey(this.model, row);
+    const lane = this.list.find((candidate) => candidate.thread === thread && candidate.process === process);
     return lane ? lane.subRows.find((subRow) => subRow.kind === this.model.kind[row]) : undefined;
   }
 

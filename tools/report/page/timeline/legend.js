@@ -37,16 +37,20 @@ function legendItem(paint) {
 
 export function fillLegend(legend, model) {
   const seen = new Set();
+  const marks = new Set(model.crashes.map((crash) => crash.sure ?? SURE_EXACT));
   let isUnsure = false;
   for (let row = 0; row < model.timed; ++row) {
     seen.add(model.paint[row]);
+    marks.add(model.mark[row]);
     isUnsure = isUnsure || model.sure[row] !== SURE_EXACT;
   }
   legend.append(...[...seen].sort((a, b) => legendOrder(a) - legendOrder(b)).map(legendItem));
   if (isUnsure) {
     legend.append(legendMark("mark hollow", "", "hollow: time not exact"));
   }
-  if (model.crash !== null) {
+  if (model.crashTimes.length) {
     legend.append(legendMark("mark crash", "", "crash"));
   }
+  legend.append(...model.timeMarks.legend([...marks]).map(([sign, meaning]) =>
+    element("li", "time-mark", `${sign} ${meaning}`)));
 }

@@ -38,7 +38,7 @@ export class Overview {
     context.clearRect(0, 0, width, HEIGHT);
     context.drawImage(this.image, 0, 0, width, HEIGHT);
     this.drawWindow(context, width);
-    this.drawCrash(context);
+    this.drawCrashes(context);
     this.drawTitle(context);
   }
 
@@ -85,10 +85,10 @@ export class Overview {
     context.strokeRect(left + 0.5, 1, Math.max(2, right - left - 1), HEIGHT - 2);
   }
 
-  drawCrash(context) {
+  drawCrashes(context) {
     const {model, colours} = this.scene;
-    if (model.crash !== null) {
-      fillBox(context, colours.crash, Math.round(this.x(model.crash)) - 1, 0, 2, HEIGHT);
+    for (const crash of model.crashTimes) {
+      fillBox(context, colours.crash, Math.round(this.x(crash)) - 1, 0, 2, HEIGHT);
     }
   }
 

@@ -1,0 +1,272 @@
+// The crashes of a folder, as nima-post tells of them.
+
+#include "tests/support/Post.h"
+#include "tests/support/Sandbox.h"
+#include "tools/report/Rows.h"
+#include "tools/story/Selection.h"
+
+#include <array>
+#include <map>
+#include <optional>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <Diagnostics/CrashApi.h>
+
+using namespace Nima::Testing;
+
+namespace {
+
+class Crashes : public Sandbox {};
+
+/// A process that ends itself by a report leaves this file.
+std::string ReportOf(const char* message, const char* file) {
+    std::string left;
+    InChild([&] { HandleFatalCrash(message, "", 0x31AC05, file, 54); });
+    for (const std::string& name : Listing(".")) {
+        left = name.starts_with("stacktrace") ? name : left;
+    }
+    return left;
+}
+
+} // namespace
+
+TEST_F(Crashes, AHostsOwnReportIsToldByItsMessageAndPlace) {
+    struct Case {
+        std::string message, file, headline;
+        bool cut;
+    };
+    for (const Case& each :
+         {Case{"the fuser is on fire", "ways_to_die.cpp", "the fuser is on fire (ways_to_die.cpp, line 54)",
+               false},
+          Case{"two\nlines]", "/a, line 7/b.cpp", "two\\x0alines] (/a, line 7/b.cpp, line 54)", false},
+          Case{std::string(200, 'x'), "f.cpp", std::string(73, 'x') + "... (f.cpp, line 54)", true}}) {
+        const std::string file = ReportOf(each.message.c_str(), each.file.c_str());
+        const Result result = Post({"crash", file, "--json"});
+        ASSERT_EQ(result.code, 0) << result.output;
+        const Json json = result.Parsed();
+        EXPECT_EQ(json["title"], each.headline);
+        EXPECT_EQ(json["host"]["line"], 54);
+        EXPECT_EQ(json["host"]["code"], "0x0031ac05");
+        EXPECT_EQ(result.Finds("message-cut"), each.cut);
+        EXPECT_EQ(Lines(Post({"crash", file}).output).at(0), each.headline);
+        unlink(file.c_str());
+    }
+}
+
+namespace {
+
+struct LogText {
+    std::string code = "31AC05";
+    int second = 0; ///< of the minute in which all dates lie
+    long long ticks = 500'000'000;
+    int cycle = 0;
+    std::string type = "2";
+};
+
+std::string CrashLogOf(const LogText& log) {
+    const std::string second = (log.second < 10 ? "0" : "") + std::to_string(log.second);
+    return "Crash Date/Time: 0126-10-24 16:31:" + second + ".54000\r\nTicks: " + std::to_string(log.ticks) +
+           "\r\nFrequency: 1000000\r\n\r\nError Code: " + log.code +
+           "\r\nFault Addr: 0\r\nCrash Type: " + log.type +
+           "\r\nExcpt Code: 0\r\nBoot Cycle: " + std::to_string(log.cycle) +
+           "\r\n\r\nLoaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\nRing Buffers (unformatted)\r\n"
+           "\r\nBEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER DUMP\r\n\r\nAll Done!!\r\n";
+}
+
+/// Codes of the crashes that `report --json` lists, and what each is put after the one before by.
+std::string OrderTold() {
+    std::string told;
+    const Json json = Post({"report", ".", "-o", "report.html", "--json"}).Parsed();
+    for (const Json& crash : json["crashes"]) {
+        const std::string by = crash["after_by"].is_null() ? "" : crash["after_by"].get<std::string>();
+        told += (by.empty() ? "" : " <" + by + "> ") + crash["error_code"].get<std::string>();
+    }
+    EXPECT_EQ(json["title"], json["crashes"].back()["title"]);
+    return told;
+}
+
+} // namespace
+
+TEST_F(Crashes, AllOfAFolderAreListedInTheOrderThatEvidenceGives) {
+    // The clock was set back between the boots, so that dates alone would turn them round.
+    WriteFile("a.txt", CrashLogOf({"A", 50, 500'000'000, 1}));
+    WriteFile("b.txt", CrashLogOf({"B", 10, 500'000'000, 2}));
+    EXPECT_EQ(OrderTold(), "A <boot cycle> B");
+    EXPECT_NE(ReadFile("report.html").find("although its date is earlier"), std::string::npos);
+    // The number of a backup outweighs even that, and carries over to a log without a cycle.
+    WriteFile("b.txt.1", CrashLogOf({"C", 55, 500'000'000, 0}));
+    WriteFile("b.txt.10", CrashLogOf({"D", 58, 500'000'000, 3}));
+    EXPECT_EQ(OrderTold(), "A <boot cycle> D <file number> C <file number> B");
+    for (const char* file : {"b.txt", "b.txt.1", "b.txt.10"}) {
+        unlink(file);
+    }
+    // Within a boot cycle, counters more than a period apart have only one order.
+    WriteFile("b.txt", CrashLogOf({"B", 10, 1'500'000'001, 1}));
+    EXPECT_EQ(OrderTold(), "A <counter> B");
+    WriteFile("b.txt", CrashLogOf({"B", 10, 1'400'000'000, 1}));
+    EXPECT_EQ(OrderTold(), "B <date> A");
+    WriteFile("b.txt", CrashLogOf({"B", 50, 500'000'000, 0}));
+    EXPECT_EQ(OrderTold(), "AB");
+
+    // Each is in what the commands print, on the timeline and on the page.
+    const Result timeline = Post({"timeline", ".", "-o", "out.json"});
+    EXPECT_NE(timeline.output.find("crash 1 of 2: 2026-11-24 16:31:50.054000000 =  Fatal error"),
+              std::string::npos)
+        << timeline.output;
+    EXPECT_NE(timeline.output.find("crash 2 of 2"), std::string::npos);
+    std::size_t marks = 0;
+    const Json trace = Json::parse(ReadFile("out.json"));
+    for (const Json& event : trace["traceEvents"]) {
+        marks += event.value("cat", "") == "crash" ? 1 : 0;
+    }
+    EXPECT_EQ(marks, 2U);
+    EXPECT_EQ(PageData()["crashes"].size(), 2U);
+}
+
+namespace {
+
+constexpr long long kMinute = 1'795'537'860; ///< 2026-11-24 16:31:00, as if local time were UTC
+
+void SetModified(const std::string& file, long long second) {
+    const timespec time{static_cast<time_t>(second), 0};
+    const std::array<timespec, 2> times{time, time};
+    ASSERT_EQ(utimensat(AT_FDCWD, file.c_str(), times.data(), 0), 0);
+}
+
+Json CrashesTold() {
+    return Post({"report", ".", "-o", "report.html", "--json"}).Parsed()["crashes"];
+}
+
+} // namespace
+
+TEST_F(Crashes, ADeathBySignalComesAfterEverythingButNoLaterThanItsFile) {
+    constexpr long long kZone = 3 * 3600 + 1800;
+    WriteFile("crash.txt", CrashLogOf({}));
+    WriteFile("stacktrace7-1.txt", "0x1: (signalHandler+0x1)\n0x2: (Feed::Run()+0x8)\n");
+    WriteFile("stacktrace7-2.txt", "0x1: (signalHandler+0x1)\n0x2: (abort+0xd3)\n");
+    WriteFile("device.log",
+              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.54000, type=qpc\r\n"
+              "500000100 <0x00000001:000> <WARN> <One> last\r\n");
+    // Copying has given all files the same time.
+    for (const std::string& file : Listing(".")) {
+        SetModified(file, kMinute + 123'456);
+    }
+    Json crashes = CrashesTold();
+    ASSERT_EQ(crashes.size(), 2U);
+    EXPECT_EQ(crashes[1]["title"], "Fatal signal");
+    EXPECT_EQ(crashes[1]["files"].size(), 2U);
+    EXPECT_EQ(crashes[1]["process_id"], 7);
+    EXPECT_EQ(crashes[1]["time"], "2026-11-24T16:31:00.054000101");
+    EXPECT_EQ(crashes[1]["later_by_seconds"], "unbounded");
+    EXPECT_EQ(crashes[1]["assumed"], true);
+    EXPECT_EQ(crashes[1]["after_by"], "assumed");
+    EXPECT_NE(ReadFile("report.html").find("were not kept"), std::string::npos);
+    EXPECT_EQ(PageData()["crashes"][1]["sure"], 2);
+
+    // The times were kept, in another zone: they bound the death from above.
+    SetModified("crash.txt", kMinute + kZone + 2);
+    SetModified("stacktrace7-1.txt", kMinute + kZone + 40);
+    crashes = CrashesTold();
+    EXPECT_EQ(crashes[1]["time"], "2026-11-24T16:31:00.054000101");
+    EXPECT_EQ(crashes[1]["later_by_seconds"], 40);
+    EXPECT_EQ(crashes[1]["after_by"], "file time");
+    EXPECT_EQ(ReadFile("report.html").find("were not kept"), std::string::npos);
+    SetModified("stacktrace7-1.txt", kMinute + kZone - 30);
+    crashes = CrashesTold();
+    EXPECT_EQ(crashes[0]["title"], "Fatal signal");
+    EXPECT_EQ(crashes[0]["time"], "2026-11-24T16:30:30.000000000");
+
+    // An identifier that comes again after a reboot is another death, but for the handler's own abort.
+    WriteFile("stacktrace7-3.txt", "0x1: (terminateHandler()+0x1)\n");
+    WriteFile("stacktrace7-4.txt",
+              "0x1: (signalHandler+0x1)\n0x2: (abort+0xd3)\n0x3: (terminateHandler()+0x9)\n");
+    WriteFile("stacktrace7-5.txt", "0x1: (signalHandler+0x1)\n0x2: (abort+0xd3)\n0x3: (main+0x9)\n");
+    WriteFile("stacktrace8-1.txt", "0x1: (signalHandler+0x1)\n0x2: (abort+0xd3)\n0x3: (main+0x9)\n");
+    std::map<std::string, std::size_t> deaths;
+    for (const Json& crash : CrashesTold()) {
+        deaths[crash["title"]] += crash["files"].size();
+    }
+    EXPECT_EQ(deaths, (std::map<std::string, std::size_t>{{"Fatal error reported by a component", 1},
+                                                          {"Fatal signal", 2},
+                                                          {"Uncaught exception", 2},
+                                                          {"Abort", 2}}));
+}
+
+TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {
+    InChild([] {
+        InstallCrashHandler(0);
+        GatherTriageSnapshot(L"./crash.txt", 2, 3, 0x31AC05, 0, 0, 0, 0, false);
+        HandleFatalCrash("the fuser is on fire", "", 0x31AC05, "fuser.cpp", 54);
+    });
+    const Json crashes = CrashesTold();
+    ASSERT_EQ(crashes.size(), 1U) << crashes;
+    EXPECT_EQ(crashes[0]["title"], "the fuser is on fire (fuser.cpp, line 54)");
+    EXPECT_EQ(crashes[0]["files"].size(), 3U); // The handler's abort left one as well.
+    EXPECT_EQ(crashes[0]["assumed"], false);
+    EXPECT_EQ(PageData()["crashes"][0]["stacks"].size(), 2U);
+    // Another crash log with that code: whose report it is, nothing tells.
+    WriteFile("crash.txt.1", CrashLogOf({}));
+    EXPECT_EQ(CrashesTold().size(), 3U);
+}
+
+TEST_F(Crashes, EventsAreToldByTheirProcess) {
+    // Processes may use the same thread ids.
+    const NimaPost::Names names;
+    NimaPost::Rows rows(10, names);
+    NimaPost::TimelineEvent event;
+    event.thread = 0x97;
+    for (std::size_t process = 1; process <= 2; ++process) {
+        event.time = static_cast<std::int64_t>(process);
+        event.process = process;
+        event.boot = process == 1 ? std::optional<std::size_t>(3) : std::nullopt;
+        event.name = process == 1 ? "One" : "Two";
+        rows.Take(event);
+    }
+    const Json threads = Json::parse(rows.ThreadsJson().dump());
+    EXPECT_EQ(threads, Json::parse(R"([{"id": "0x00000097", "name": "One", "process": 1},
+                                       {"id": "0x00000097", "name": "Two", "process": 2}])"));
+    const Json first = Json::parse(NimaPost::RowJson(rows.Sorted().front(), 0).dump());
+    EXPECT_EQ(first[8], 1);
+    EXPECT_EQ(first[9], 3);
+    EXPECT_FALSE((NimaPost::Selection{3, std::nullopt}.Takes(event)));
+    EXPECT_TRUE((NimaPost::Selection{std::nullopt, 2}.Takes(event)));
+
+    // Whatever processes the folder is found to tell of: events are under their own, the others under one.
+    WriteFile("device.log",
+              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.54000, type=qpc\r\n"
+              "500000100 <0x00000001:000> <WARN> <One> first\r\n"
+              "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024173100.54000, type=qpc\r\n"
+              "500 <0x00000002:000> <WARN> <One> second\r\n");
+    WriteFile("crash.txt", CrashLogOf({}));
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    const Json trace = Json::parse(ReadFile("out.json"));
+    std::map<int, std::string> named;
+    for (const Json& each : trace["traceEvents"]) {
+        if (each["name"] == "process_name") {
+            EXPECT_TRUE(named.emplace(each["pid"], each["args"]["name"]).second);
+        }
+    }
+    std::size_t instants = 0;
+    for (const Json& each : trace["traceEvents"]) {
+        if (each["ph"] == "i") {
+            ++instants;
+            const Json process = each["args"]["process"];
+            const Json boot = each["args"]["boot"];
+            EXPECT_EQ(named[each["pid"]], process.is_null() ? "device"
+                                                            : "process " + process.dump() + ", boot " +
+                                                                  (boot.is_null() ? "unknown" : boot.dump()));
+        }
+    }
+    EXPECT_EQ(instants, 5U);
+    const Result missing = Post({"report", ".", "-o", "report.html", "--process", "99"});
+    EXPECT_EQ(missing.code, 2);
+    EXPECT_NE(missing.errors.find("no process 99"), std::string::npos);
+    EXPECT_EQ(Post({"timeline", ".", "-o", "out.json", "--boot", "99"}).code, 2);
+}

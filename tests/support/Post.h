@@ -1,0 +1,73 @@
+#pragma once
+
+#include "tests/support/Sandbox.h"
+#include "tools/Program.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Nima::Testing {
+
+using Json = nlohmann::json;
+
+/// What a call of nima-post left.
+struct Result {
+    int code = -1;
+    std::string output;
+    std::string errors;
+
+    Json Parsed() const { return Json::parse(output); }
+    /// Whether the findings contain one with this code.
+    bool Finds(const std::string& wanted) const {
+        const Json findings = Parsed()["findings"];
+        for (const char* kind : {"damage", "remarks"}) {
+            for (const Json& finding : findings[kind]) {
+                if (finding["code"] == wanted && !finding["sentence"].get<std::string>().empty()) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+};
+
+/// Calls nima-post in a child process.
+inline Result Post(const std::vector<std::string>& arguments) {
+    Result result;
+    // Not in the working directory, whose files are examined.
+    const std::string errors = std::filesystem::current_path().string() + ".errors";
+    result.output = CapturedOutput([&] {
+        const int status = InChild([&] {
+            std::vector<const char*> words{"nima-post"};
+            for (const std::string& argument : arguments) {
+                words.push_back(argument.c_str());
+            }
+            if (std::freopen(errors.c_str(), "w", stderr) == nullptr) {
+                std::exit(99);
+            }
+            const int code = NimaPost::RunProgram(static_cast<int>(words.size()), words.data());
+            std::exit(code);
+        });
+        result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+    });
+    result.errors = ReadFile(errors);
+    unlink(errors.c_str());
+    return result;
+}
+
+/// The data of a page that `report` has written.
+inline Json PageData(const std::string& path = "report.html") {
+    const std::string page = ReadFile(path);
+    const std::string begin = "id=\"data\">";
+    const std::size_t at = page.find(begin) + begin.size();
+    return Json::parse(page.substr(at, page.find("</script>", at) - at));
+}
+
+} // namespace Nima::Testing

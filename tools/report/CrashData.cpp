@@ -1,0 +1,106 @@
+#include "tools/report/CrashData.h"
+
+#include "catalogue/Marks.h"
+#include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
+
+namespace NimaPost {
+
+namespace {
+
+template <class Value>
+Json OrNull(const std::optional<Value>& value) {
+    return value ? Json(*value) : Json();
+}
+
+Json TimeJson(const Axis& axis, const std::optional<std::int64_t>& time) {
+    return !time ? Json() : axis.HasWall() ? Json(WallTimeIso(*time)) : Json(MomentInWords(axis, *time));
+}
+
+Json FilesJson(const Crash& crash, const Story& story) {
+    Json files = Json::array();
+    for (const std::size_t file : crash.files) {
+        files.push_back(ToUtf8(story.Files()[file].name));
+    }
+    return files;
+}
+
+Json CrashJson(const Crash& crash, const Story& story) {
+    const std::string_view after = EvidenceInWords(crash.after);
+    Json json{{"title", ToUtf8(crash.title)},
+              {"files", FilesJson(crash, story)},
+              {"time", TimeJson(story.Time(), crash.time)},
+              {"assumed", crash.certainty.assumed},
+              {"later_by_seconds", BoundJson(crash.certainty.later)},
+              {"earlier_by_seconds", BoundJson(crash.certainty.earlier)},
+              {"after_by", after.empty() ? Json() : Json(after)},
+              {"boot", OrNull(crash.boot)},
+              {"process", OrNull(crash.process)},
+              {"thread", crash.thread ? Json(Hex32(*crash.thread)) : Json()},
+              {"process_id", OrNull(crash.processId)}};
+    if (crash.log != nullptr) {
+        json["boot_cycle"] = OrNull(crash.log->log.BootCycle());
+        json["error_code"] = ToUtf8(crash.log->log.Field(Nima::Catalogue::kErrorCode));
+    }
+    return json;
+}
+
+} // namespace
+
+Json BoundJson(std::int64_t seconds) {
+    return seconds == Certainty::kUnbounded ? Json("unbounded") : Json(seconds);
+}
+
+std::string MomentInWords(const Axis& axis, std::int64_t time) {
+    std::string text;
+    if (axis.HasWall()) {
+        AppendWallTime(text, time);
+    } else {
+        AppendSeconds(text, time);
+    }
+    return text;
+}
+
+std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot) {
+    return "process " + std::to_string(process) + ", boot " + (boot ? std::to_string(*boot) : "unknown");
+}
+
+Json CrashesJson(const Story& story) {
+    Json crashes = Json::array();
+    for (const Crash& crash : story.Crashes()) {
+        crashes.push_back(CrashJson(crash, story));
+    }
+    return crashes;
+}
+
+std::vector<std::string> CrashLines(const Story& story) {
+    std::vector<std::string> lines;
+    for (const Crash& crash : story.Crashes()) {
+        std::string line = "crash " + std::to_string(lines.size() + 1) + " of " +
+                           std::to_string(story.Crashes().size()) + ": ";
+        if (crash.time) {
+            line += MomentInWords(story.Time(), *crash.time);
+            line += std::string(" ") + MarkOf(crash.certainty).sign + "  ";
+        }
+        line += crash.title;
+        std::string more;
+        if (crash.log != nullptr && crash.log->log.BootCycle()) {
+            more += ", boot cycle " + std::to_string(*crash.log->log.BootCycle());
+        }
+        if (crash.process) {
+            more += ", " + ProcessInWords(*crash.process, crash.boot);
+        }
+        const std::string_view after = EvidenceInWords(crash.after);
+        if (!after.empty()) {
+            more += ", after the one before by ";
+            more += after == "assumed" ? "assumption" : after;
+        }
+        for (const std::size_t file : crash.files) {
+            more += ", " + Printable(story.Files()[file].name);
+        }
+        lines.push_back(line + " (" + more.substr(2) + ")");
+    }
+    return lines;
+}
+
+} // namespace NimaPost

@@ -1,0 +1,236 @@
+#include "tools/story/Crashes.h"
+
+#include "catalogue/OwnEvents.h"
+#include "tools/base/CounterClock.h"
+#include "tools/crash/Notification.h"
+#include "tools/story/FileTimes.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+namespace NimaPost {
+
+namespace {
+
+/// The library records the steps of a capture in its own ring, on the thread that failed.
+std::optional<std::uint32_t> FailingThread(const CrashLog& log) {
+    for (const Ring& ring : log.rings.rings) {
+        if (ring.index == Nima::Catalogue::kOwnRing && !ring.records.empty()) {
+            return ring.records.back().data.threadId;
+        }
+    }
+    return std::nullopt;
+}
+
+/// A date is cut, so the crash may be later within its second.
+Certainty OfDate(const PlacedCrash& crash) {
+    Certainty certainty{0, 0, false};
+    certainty.originLater = std::max<std::int64_t>(0, (crash.log.date->second + 1) * kSecond - *crash.time);
+    return certainty;
+}
+
+class Finder {
+  public:
+    Finder(const std::vector<FolderFile>& files, const SourceSet& sources, const LastEvents& lastEvents,
+           Axis& axis)
+        : files_(files), sources_(sources), lastEvents_(lastEvents), axis_(axis) {}
+
+    std::vector<Crash> Run() {
+        TakeLogs();
+        for (Crash& death : Deaths()) {
+            if (!JoinReport(death)) {
+                deaths_.push_back(std::move(death));
+            }
+        }
+        PlaceDeaths();
+        for (Crash& crash : crashes_) {
+            FindProcess(crash);
+        }
+        return std::move(crashes_);
+    }
+
+  private:
+    void TakeLogs() {
+        const CrashSource* const source = sources_.Find<CrashSource>();
+        if (source == nullptr) {
+            return;
+        }
+        for (const auto& [file, placed] : source->All()) {
+            Crash crash;
+            crash.title = placed.log.Title();
+            crash.log = &placed;
+            crash.files = {file};
+            crash.time = placed.time;
+            crash.certainty = placed.time ? OfDate(placed) : Certainty::Assumed();
+            crash.after = placed.after;
+            crash.thread = FailingThread(placed.log);
+            crashes_.push_back(std::move(crash));
+        }
+    }
+
+    /// The stack-trace files, those of one death together: by the system's process id and their numbers.
+    std::vector<Crash> Deaths() const {
+        std::vector<Crash> deaths;
+        const StackTraceSource* const source = sources_.Find<StackTraceSource>();
+        if (source == nullptr) {
+            return deaths;
+        }
+        std::vector<std::pair<std::optional<StackTraceName>, const StackTraceSource::Held*>> named;
+        for (const StackTraceSource::Held& held : source->All()) {
+            named.emplace_back(ParseStackTraceName(files_[held.file].name), &held);
+        }
+        std::stable_sort(named.begin(), named.end(),
+                         [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (const auto& [name, held] : named) {
+            const bool isOneProcess = name && !deaths.empty() && deaths.back().processId == name->process;
+            if (!isOneProcess || !Continues(deaths.back(), held->content)) {
+                deaths.emplace_back().title = held->content.Title();
+            }
+            Crash& death = deaths.back();
+            death.processId = name ? std::optional(name->process) : std::nullopt;
+            death.stacks.push_back(held);
+            death.files.push_back(held->file);
+        }
+        return deaths;
+    }
+
+    /// The handler ends a process by an abort, which enters it once more. An identifier may come again after
+    /// a reboot, so a second abort that was not the handler's is another death.
+    static bool Continues(const Crash& death, const StackTrace& stack) {
+        return stack.EnteredAgain() || (stack.ThroughAbort() && !death.stacks.back()->content.ThroughAbort());
+    }
+
+    /// A host that reports what it could not survive often has a crash log written first, with the same code.
+    bool JoinReport(Crash& death) {
+        const auto& host = death.stacks.front()->content.host;
+        Crash* match = nullptr;
+        for (Crash& crash : crashes_) {
+            if (host && host->code && crash.log->log.HasCode(*host->code)) {
+                if (match != nullptr) {
+                    return false;
+                }
+                match = &crash;
+            }
+        }
+        if (match == nullptr || !match->stacks.empty()) {
+            return false;
+        }
+        match->title = death.title;
+        match->stacks = std::move(death.stacks);
+        match->files.insert(match->files.end(), death.files.begin(), death.files.end());
+        match->processId = death.processId;
+        return true;
+    }
+
+    FileTimes KnownFileTimes() const {
+        FileTimes times;
+        for (const Crash& crash : crashes_) {
+            const auto& modified = files_[crash.files.front()].modified;
+            if (crash.time && modified) {
+                times.Compare(*modified, *crash.time, true);
+            }
+        }
+        for (const auto& [file, last] : lastEvents_) {
+            if (files_[file].modified) {
+                times.Compare(*files_[file].modified, last, false);
+            }
+        }
+        return times;
+    }
+
+    /// They hold no date: nothing in the folder is later, but for the time of the file itself.
+    void PlaceDeaths() {
+        if (deaths_.empty()) {
+            return;
+        }
+        const FileTimes times = axis_.HasWall() ? KnownFileTimes() : FileTimes();
+        std::optional<std::int64_t> last;
+        for (const auto& [file, time] : lastEvents_) {
+            last = std::max(last, std::optional(time));
+        }
+        for (const Crash& crash : crashes_) {
+            last = std::max(last, crash.time);
+        }
+        for (Crash& death : deaths_) {
+            const auto& modified = files_[death.files.front()].modified;
+            const auto written = modified ? times.Local(*modified) : std::nullopt;
+            death.time = last ? std::optional(*last + 1) : written;
+            death.certainty = Certainty::Assumed();
+            death.after = written ? CrashEvidence::kFileTime : CrashEvidence::kAssumed;
+            if (written && death.time) {
+                death.time = std::min(*death.time, *written);
+                death.certainty.later = (*written - *death.time + kSecond - 1) / kSecond;
+            }
+        }
+        std::stable_sort(deaths_.begin(), deaths_.end(),
+                         [](const Crash& a, const Crash& b) { return Latest(a) < Latest(b); });
+        StatePlaces(times.Kept());
+        for (Crash& death : deaths_) {
+            Insert(std::move(death));
+        }
+    }
+
+    static std::int64_t Latest(const Crash& death) {
+        return death.time && death.certainty.later != Certainty::kUnbounded
+                   ? *death.time + death.certainty.later * kSecond
+                   : INT64_MAX;
+    }
+
+    void StatePlaces(bool kept) {
+        const std::string count =
+            deaths_.size() == 1 ? "A death" : std::to_string(deaths_.size()) + " deaths";
+        axis_.State(
+            {"death-assumed", count +
+                                  " left stack traces, which hold no date: put after the last line of "
+                                  "the folder (marked ?)" +
+                                  (kept ? ", but no later than the file's own time." : std::string("."))});
+        if (!kept) {
+            axis_.State({"file-times-unusable",
+                         "The files' own times fit no date in them: they were not kept when the files were "
+                         "copied, and tell nothing about when a stack trace was written."});
+        }
+    }
+
+    /// After all crashes but those that are later than the death can be.
+    void Insert(Crash death) {
+        const std::int64_t latest = Latest(death);
+        auto at = crashes_.end();
+        while (at != crashes_.begin() && std::prev(at)->log != nullptr && std::prev(at)->time &&
+               *std::prev(at)->time > latest) {
+            --at;
+        }
+        if (at == crashes_.begin()) {
+            death.after = CrashEvidence::kNothing;
+        }
+        at = crashes_.insert(at, std::move(death));
+        if (std::next(at) != crashes_.end() && std::next(at)->after == CrashEvidence::kNothing) {
+            std::next(at)->after = CrashEvidence::kFileTime;
+        }
+    }
+
+    void FindProcess(Crash& crash) const {
+        if (crash.thread) {
+            crash.process = axis_.AllProcesses().WithAnyOf({*crash.thread});
+        }
+        if (crash.process) {
+            crash.boot = axis_.AllProcesses()[*crash.process].boot;
+        }
+    }
+
+    const std::vector<FolderFile>& files_;
+    const SourceSet& sources_;
+    const LastEvents& lastEvents_;
+    Axis& axis_;
+    std::vector<Crash> crashes_;
+    std::vector<Crash> deaths_; ///< that left only stack traces
+};
+
+} // namespace
+
+std::vector<Crash> FindCrashes(const std::vector<FolderFile>& files, const SourceSet& sources,
+                               const LastEvents& lastEvents, Axis& axis) {
+    return Finder(files, sources, lastEvents, axis).Run();
+}
+
+} // namespace NimaPost
