@@ -488,6 +488,31 @@ TEST_F(CrashHandler, AnAbortFromOutsideEndsTheProcessByThatSignal) {
     }
 }
 
+// A thread that is already dying is not disturbed by more signals.
+TEST_F(CrashHandler, SignalsSentToADyingThreadChangeNothing) {
+    const Mosk mosk;
+    for (int round = 0; round < 8; ++round) {
+        const Death death = DieOf([] {
+            sigset_t all;
+            sigset_t before;
+            ::sigfillset(&all);
+            ::pthread_sigmask(SIG_SETMASK, &all, &before);
+            std::thread([dying = ::gettid()] {
+                for (int number = 0;; ++number) {
+                    ::syscall(SYS_tgkill, ::getpid(), dying, number % 2 == 0 ? SIGBUS : SIGSEGV);
+                }
+            }).detach();
+            ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+            WriteToNowhere(Nowhere());
+        });
+        EXPECT_TRUE(death.ByAbort()) << death.status;
+        ExpectFrames(ReadFile(death.File(1)));
+        ExpectFrames(ReadFile(death.File(2)));
+        EXPECT_FALSE(Exists(death.File(3)));
+        EXPECT_EQ(mosk.Received().size(), 2U);
+    }
+}
+
 TEST_F(CrashHandler, EveryFrameOfADeepRecursionIsWritten) {
     const Death death = DieOf([] { FaultDeepDown(10000); });
     EXPECT_TRUE(death.ByAbort());
