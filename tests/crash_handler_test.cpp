@@ -500,6 +500,7 @@ TEST_F(CrashHandler, SignalsSentToADyingThreadChangeNothing) {
             std::thread([dying = ::gettid()] {
                 for (int number = 0;; ++number) {
                     ::syscall(SYS_tgkill, ::getpid(), dying, number % 2 == 0 ? SIGBUS : SIGSEGV);
+                    ::usleep(20);
                 }
             }).detach();
             ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
