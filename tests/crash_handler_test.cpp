@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cinttypes>
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
@@ -545,6 +546,28 @@ TEST_F(CrashHandler, TheFileIsOnDiskBeforeItIsAnnounced) {
     });
     EXPECT_EQ(death.status, 1 << 8) << "flushed once before the abort";
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // their heaps are elsewhere
+// Not a byte of the heap is what it was, what libunwind keeps there included.
+TEST_F(CrashHandler, ADamagedHeapCostsNoNames) {
+    const Mosk mosk;
+    const Death death = DieOf([] {
+        std::uintptr_t begin = 0;
+        std::uintptr_t end = 0;
+        for (const std::string& line : Lines(ReadFile("/proc/self/maps"))) {
+            if (line.find("[heap]") != std::string::npos) {
+                std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR, &begin, &end);
+            }
+        }
+        std::memset(reinterpret_cast<void*>(begin), 0xFF, end - begin);
+        WriteToNowhere(Nowhere());
+    });
+    EXPECT_TRUE(death.ByAbort()) << death.status;
+    EXPECT_EQ(CountOf(ReadFile(death.File(1)), "WriteToNowhere(int volatile*"), 1U);
+    EXPECT_GT(CountOf(ReadFile(death.File(2)), "signalHandler(int)"), 0U);
+    EXPECT_EQ(mosk.Received().size(), 2U);
+}
+#endif
 
 // What cannot be written is missing; the crash is announced, and the process ends as always.
 TEST_F(CrashHandler, NoRoomForTheFileCostsTheFrames) {
