@@ -16,8 +16,14 @@ install(FILES
     ${PROJECT_BINARY_DIR}/NimaDiagnosticsConfigVersion.cmake
     DESTINATION ${package_dir})
 
-list(TRANSFORM NIMA_UNWIND_LIBRARIES PREPEND -l OUTPUT_VARIABLE pc_unwind)
-list(JOIN pc_unwind " " pc_unwind)
+list(TRANSFORM NIMA_UNWIND_LIBRARIES PREPEND -l OUTPUT_VARIABLE pc_needs)
+list(APPEND pc_needs -lstdc++ -pthread)
+list(JOIN pc_needs " " pc_needs)
+# What a static library needs, every host of it needs, whether or not it asks pkg-config for --static.
+if(NOT BUILD_SHARED_LIBS)
+    set(pc_public_needs " ${pc_needs}")
+    set(pc_needs "")
+endif()
 # The installed tree may be moved: the file finds its prefix relative to its own location.
 file(RELATIVE_PATH pc_prefix /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
 configure_file(cmake/nima-diagnostics.pc.in ${PROJECT_BINARY_DIR}/nima-diagnostics.pc @ONLY)

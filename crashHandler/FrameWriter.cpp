@@ -4,7 +4,6 @@
 #include "crashHandler/BufferSizes.h"
 #include "crashHandler/Demangler.h"
 #include "crashHandler/Descriptors.h"
-#include "crashHandler/StackWalk.h"
 #include "crashHandler/SymbolNames.h"
 #include "crashHandler/TextLine.h"
 
@@ -107,7 +106,7 @@ bool Run(void* argument, std::atomic<std::uint32_t>& steps) {
     FrameRequest& request = *static_cast<FrameRequest*>(argument);
     StartAnew();
     const bool hasModules = request.withNames && g_Modules.Read();
-    StackWalk walk(*request.context, g_Modules, hasModules ? TableSearch::Modules : TableSearch::Loader);
+    StackWalk walk(*request.context, g_Modules, hasModules ? request.search : TableSearch::Loader);
     bool wrote = false;
     for (Frame frame; walk.Next(frame); steps.fetch_add(1)) {
         if (CodeAddress(frame.instruction) == CodeAddress(request.leftOut)) {

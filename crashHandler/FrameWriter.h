@@ -4,6 +4,7 @@
 /// nothing. What it keeps (modules, symbol tables, finished lines) exists once per process: only one walk at
 /// a time.
 
+#include "crashHandler/StackWalk.h"
 #include "crashHandler/WatchedWork.h"
 
 #include <cstdint>
@@ -17,7 +18,8 @@ namespace CrashHandling {
 struct FrameRequest {
     int descriptor;
     unw_context_t* context; ///< captured in the frame whose callers are written
-    bool withNames;         ///< otherwise only addresses, found by libunwind's own search for its tables
+    bool withNames;         ///< otherwise only addresses
+    TableSearch search;
     std::uintptr_t leftOut; ///< frames at this instruction are skipped; 0 for none
     off_t begin; ///< an earlier attempt's lines from here on are replaced; -1 if that is not possible
 };

@@ -9,8 +9,9 @@ namespace CrashHandling {
 
 namespace {
 
-/// The ways of writing a stack, each complete before the next begins.
-enum Rung : unsigned { kNames, kNamesOnceMore, kAddresses, kRungs };
+/// The ways of writing a stack, each complete before the next begins. The third is for a damaged heap, where
+/// what libunwind keeps for a walk over our own list of modules may be damaged as well.
+enum Rung : unsigned { kNames, kNamesOnceMore, kNamesThroughLoader, kAddresses, kRungs };
 constexpr unsigned kAllRungs = (1U << kRungs) - 1;
 
 WorkEnd Climb(CrashThread* thread, FrameRequest request) {
@@ -27,10 +28,12 @@ void WriteStack(CrashThread* thread, int descriptor, unw_context_t& context, std
     unsigned failed = thread != nullptr ? thread->failedRungs : 0;
     WorkEnd end = WorkEnd::NotTried;
     for (unsigned rung = kNames; rung < kRungs && end != WorkEnd::Done && end != WorkEnd::TooLong; ++rung) {
-        if ((failed & (1U << rung)) != 0) {
+        const bool wouldWait = rung == kNamesThroughLoader && end == WorkEnd::Hung;
+        if ((failed & (1U << rung)) != 0 || wouldWait) {
             continue;
         }
-        end = Climb(thread, {descriptor, &context, rung != kAddresses, leftOut, begin});
+        const TableSearch search = rung <= kNamesOnceMore ? TableSearch::Modules : TableSearch::Loader;
+        end = Climb(thread, {descriptor, &context, rung != kAddresses, search, leftOut, begin});
         if (end == WorkEnd::TooLong) {
             failed = kAllRungs; // a stack without an end
         } else if (end != WorkEnd::Done) {

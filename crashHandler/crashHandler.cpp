@@ -73,12 +73,18 @@ void PutOffCancellation() {
     ::pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before);
 }
 
+/// `abort` alone does not unblock the signal if it has been interrupted on its way before: it would then go
+/// on without the signal, to an exit in the end.
+[[noreturn]] void Abort() {
+    LetAbortThrough();
+    std::abort();
+}
+
 /// Ends the process by SIGABRT's default action, whatever the host or this handler has done with the signal.
 [[noreturn]] void EndByAbort() {
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     ::sigaction(SIGABRT, &action, nullptr);
-    // `abort` alone does not unblock the signal if it is interrupted on its way.
     LetAbortThrough();
     ::raise(SIGABRT);
     std::abort();
@@ -181,11 +187,13 @@ bool IsFault(int signal) {
 /// sends to a thread already dying is ignored.
 void OnSignal(int signal, siginfo_t* info, void* context) {
     CrashThread* const known = CurrentCrashThread();
-    if (known != nullptr && known->recovery != nullptr && IsFault(signal)) {
-        if (info->si_code > 0) {
+    if (known != nullptr && IsFault(signal)) {
+        if (info->si_code <= 0) {
+            return;
+        }
+        if (known->recovery != nullptr) {
             siglongjmp(*known->recovery, 1);
         }
-        return;
     }
     if (CrashThread* const thread = EnterCrashThread()) {
         thread->interrupted = InterruptedInstruction(context);
@@ -276,7 +284,7 @@ int getFileName(int* descriptor, char* name) {
         void (*volatile const entry)(int) = signalHandler;
         entry(SIGABRT);
     }
-    std::abort();
+    Abort();
 }
 
 void terminateHandler() {
@@ -288,7 +296,7 @@ void terminateHandler() {
     Create(thread, file);
     saveStackTrace(file.descriptor, file.name);
     CloseAndAnnounce(thread, file);
-    std::abort();
+    Abort();
 }
 
 void InstallCrashHandler(int coreSizeLimit) {

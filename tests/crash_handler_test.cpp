@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cinttypes>
 #include <csignal>
 #include <cstdarg>
 #include <cstdlib>
@@ -488,6 +489,32 @@ TEST_F(CrashHandler, AnAbortFromOutsideEndsTheProcessByThatSignal) {
     }
 }
 
+// A thread that is already dying is not disturbed by more signals.
+TEST_F(CrashHandler, SignalsSentToADyingThreadChangeNothing) {
+    const Mosk mosk;
+    for (int round = 0; round < 8; ++round) {
+        const Death death = DieOf([] {
+            sigset_t all;
+            sigset_t before;
+            ::sigfillset(&all);
+            ::pthread_sigmask(SIG_SETMASK, &all, &before);
+            std::thread([dying = ::gettid()] {
+                for (int number = 0;; ++number) {
+                    ::syscall(SYS_tgkill, ::getpid(), dying, number % 2 == 0 ? SIGBUS : SIGSEGV);
+                    ::usleep(20);
+                }
+            }).detach();
+            ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+            WriteToNowhere(Nowhere());
+        });
+        EXPECT_TRUE(death.ByAbort()) << death.status;
+        ExpectFrames(ReadFile(death.File(1)));
+        ExpectFrames(ReadFile(death.File(2)));
+        EXPECT_FALSE(Exists(death.File(3)));
+        EXPECT_EQ(mosk.Received().size(), 2U);
+    }
+}
+
 TEST_F(CrashHandler, EveryFrameOfADeepRecursionIsWritten) {
     const Death death = DieOf([] { FaultDeepDown(10000); });
     EXPECT_TRUE(death.ByAbort());
@@ -519,6 +546,28 @@ TEST_F(CrashHandler, TheFileIsOnDiskBeforeItIsAnnounced) {
     });
     EXPECT_EQ(death.status, 1 << 8) << "flushed once before the abort";
 }
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) // their heaps are elsewhere
+// Not a byte of the heap is what it was, what libunwind keeps there included.
+TEST_F(CrashHandler, ADamagedHeapCostsNoNames) {
+    const Mosk mosk;
+    const Death death = DieOf([] {
+        std::uintptr_t begin = 0;
+        std::uintptr_t end = 0;
+        for (const std::string& line : Lines(ReadFile("/proc/self/maps"))) {
+            if (line.find("[heap]") != std::string::npos) {
+                std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR, &begin, &end);
+            }
+        }
+        std::memset(reinterpret_cast<void*>(begin), 0xFF, end - begin);
+        WriteToNowhere(Nowhere());
+    });
+    EXPECT_TRUE(death.ByAbort()) << death.status;
+    EXPECT_EQ(CountOf(ReadFile(death.File(1)), "WriteToNowhere(int volatile*"), 1U);
+    EXPECT_GT(CountOf(ReadFile(death.File(2)), "signalHandler(int)"), 0U);
+    EXPECT_EQ(mosk.Received().size(), 2U);
+}
+#endif
 
 // What cannot be written is missing; the crash is announced, and the process ends as always.
 TEST_F(CrashHandler, NoRoomForTheFileCostsTheFrames) {

@@ -47,8 +47,8 @@ inline void Trace(unsigned long id, Words... arguments) {
     }
 }
 
-/// A buffer over the segment. If several processes and threads come at once, one of them formats it; the
-/// caller holds `g_SysTraceLock`. A formatted segment needs no file lock.
+/// A buffer over the segment. If several processes come at once, one of them formats it. A caller that finds
+/// it unformatted holds `g_SysTraceLock`, which does the same for threads; a formatted segment needs no lock.
 SysTraceBuffer BufferOverSegment(const TraceMemory& memory, bool useHardware) {
     constexpr int kPatience = 2000;
     std::optional<ProcessLock> lock;
@@ -56,6 +56,15 @@ SysTraceBuffer BufferOverSegment(const TraceMemory& memory, bool useHardware) {
         lock.emplace(memory.handle(), kPatience);
     }
     return SysTraceBuffer(memory.buffer(), memory.size(), useHardware);
+}
+
+/// The same for a moment's use by any thread.
+SysTraceBuffer TemporaryBuffer(const TraceMemory& memory) {
+    std::unique_lock lock(g_SysTraceLock, std::defer_lock);
+    if (!SysTraceBuffer::IsFormatted(memory.buffer())) {
+        lock.lock();
+    }
+    return BufferOverSegment(memory, false);
 }
 
 void ConfigureFromSegment(unsigned char** out) {
@@ -95,10 +104,7 @@ int WithBuffer(const std::function<void(SysTraceBuffer&)>& operation) {
         if (memory == nullptr || memory->buffer() == nullptr) {
             return ENOMEM;
         }
-        SysTraceBuffer temporary = [memory] {
-            const std::lock_guard guard(g_SysTraceLock);
-            return BufferOverSegment(*memory, false);
-        }();
+        SysTraceBuffer temporary = TemporaryBuffer(*memory);
         operation(temporary);
         return 0;
     });

@@ -323,6 +323,16 @@ struct Death {
     bool hung = false;
 };
 
+/// To whichever of the host's threads the system picks. The emulator has a thread of its own, which leaves
+/// SIGSEGV unblocked and dies of it; there the signal goes to the host's first thread.
+void Send(pid_t process, int signal) {
+#ifdef __arm__
+    ::syscall(SYS_tgkill, process, process, signal);
+#else
+    ::kill(process, signal);
+#endif
+}
+
 Death Die(const Way& way, int threads, milliseconds delay) {
     Death death;
     std::fflush(nullptr);
@@ -338,7 +348,7 @@ Death Die(const Way& way, int threads, milliseconds delay) {
         }
         std::this_thread::sleep_for(delay);
         begin = Clock::now();
-        ::kill(death.process, way.signal);
+        Send(death.process, way.signal);
     }
     while (::waitpid(death.process, &death.status, WNOHANG) == 0) {
         std::this_thread::sleep_for(milliseconds(1));
