@@ -70,9 +70,9 @@ void PrintHeader(Output& out, const SysTraceFile& trace, const Names& names) {
     out.Line(std::string(trace.isDump ? "SysTrace dump" : "SysTrace segment") + ", " +
              Counted(trace.bytes, "byte"));
     out.Line("  version       " + std::to_string(header.version));
-    out.Line("  state         " + std::to_string(header.state) + " (" +
-             CaptureInWords(header, trace.isDump) + "), saved " + std::to_string(header.savedState) +
-             " (" + std::string(CaptureStateName(header.savedState)) + ")");
+    out.Line("  state         " + std::to_string(header.state) + " (" + CaptureInWords(header, trace.isDump) +
+             "), saved " + std::to_string(header.savedState) + " (" +
+             std::string(CaptureStateName(header.savedState)) + ")");
     out.Line("  entries       " + std::to_string(trace.entryCount) + " of 8 bytes, " +
              std::to_string(trace.entriesRead) + " of them in use, write index " + Hex(header.writeIndex));
     out.Line("  wraps         " + std::to_string(header.wrapCount) +
