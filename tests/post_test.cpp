@@ -327,9 +327,11 @@ TEST_F(PostMortem, FindsNoDamageInAWrappedTraceOfFreeRunningWriters) {
     EXPECT_EQ(held.code, 0) << held.output;
     EXPECT_EQ(held.Parsed()["counts"]["cut_off_entries"], 4);
     EXPECT_EQ(held.Parsed()["counts"]["torn"], 0);
-    // A thread that has written since the wrap, and one that comes after half a minute, had nothing open
-    // there.
-    EXPECT_TRUE(wrapped(10'000, 0x222).Finds("orphan-continuation"));
+    // A thread that has written since the wrap had nothing open: these are of an older round.
+    const Result old = wrapped(10'000, 0x222);
+    EXPECT_EQ(old.code, 0) << old.output;
+    EXPECT_EQ(old.Parsed()["counts"]["stale_entries"], 2);
+    // Nobody is held up for half a minute.
     const Result late = wrapped(700'000'000, 0x333);
     EXPECT_EQ(late.code, 1);
     EXPECT_EQ(late.Parsed()["counts"]["orphan_entries"], 2);
@@ -370,11 +372,11 @@ TEST_F(PostMortem, KeepsARecordWholeThatAnEntryOfAnOlderRoundFollows) {
 
 namespace {
 
-/// What two threads write that take turns, in a process whose stacks lie elsewhere for each `shift`: into the
-/// binary trace and a ring.
+/// What two threads write that take turns, in a process whose stacks lie this much lower: into the binary
+/// trace and a ring.
 void TraceInTurns(std::size_t shift, std::uint32_t first, std::uint32_t count) {
     InGoodChild([&] {
-        mmap(nullptr, shift, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        mmap(nullptr, shift, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         SysTraceConfigure();
         TRACE_RING_HANDLE panel = nullptr;
         GetTraceRingBuffer(10, &panel);
@@ -401,8 +403,8 @@ void TraceInTurns(std::size_t shift, std::uint32_t first, std::uint32_t count) {
 } // namespace
 
 TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
-    TraceInTurns(std::size_t{80} << 20, 0, 40);
-    TraceInTurns(std::size_t{160} << 20, 100, 40);
+    TraceInTurns(std::size_t{1} << 20, 0, 40);
+    TraceInTurns(std::size_t{700} << 20, 100, 40);
     const Result two = Post({"systrace", "SysTrace Buffer", "--json", "--component", "9"});
     ASSERT_EQ(two.code, 0) << two.output;
     EXPECT_TRUE(two.Finds("process-change"));
@@ -418,19 +420,21 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
 
     // The clock of the second process starts anew: nothing here contradicts itself.
     constexpr std::uint32_t kEvent = 0x02400003;
-    const auto write = [&](const std::vector<std::vector<std::uint32_t>>& threads,
-                           const std::vector<std::uint32_t>& stamps) {
+    const auto write = [&](const std::vector<std::vector<std::uint32_t>>& threads, std::uint64_t apart,
+                           std::uint64_t second) {
         Block block;
         for (std::size_t phase = 0; phase < threads.size(); ++phase) {
             for (std::uint32_t i = 0; i < 30; ++i) {
-                block.Record(kEvent, stamps.at(phase) + i * 1000,
+                const std::uint64_t time = (phase == 0 ? 3'000'000'000 : second) + i * apart;
+                block.Record(kEvent, static_cast<std::uint32_t>(time % 1'000'000'000 + time / 1'000'000'000),
                              {i, threads[phase][i % threads[phase].size()]});
             }
         }
         block.Write("block", 512);
         return Post({"systrace", "block", "--json"});
     };
-    const Result reboot = write({{0x10001, 0x10002}, {0x20001, 0x20002}}, {3'000'000'000, 200'000'000});
+    constexpr std::uint64_t kSteady = 70'000'000;
+    const Result reboot = write({{0x10001, 0x10002}, {0x20001, 0x20002}}, kSteady, 200'000'000);
     EXPECT_TRUE(reboot.Finds("process-change"));
     EXPECT_FALSE(reboot.Finds("clock-break"));
     // Threads that end and start: one goes on, only one is there, or two make room for one.
@@ -438,10 +442,13 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
     for (const Phases& threads :
          {Phases{{0x10001, 0x10002}, {0x10001, 0x10003}}, Phases{{0x10001}, {0x10002}},
           Phases{{0x10001, 0x10002}, {0x10003}}, Phases{{0x10001}, {0x10002, 0x10003}}}) {
-        const Result one = write(threads, {1000, 40'000});
+        const Result one = write(threads, kSteady, 6'000'000'000);
         EXPECT_FALSE(one.Finds("process-change")) << one.output;
         EXPECT_EQ(one.Parsed()["processes"].size(), 1U);
     }
+    // Threads that get the processor in turn, for some milliseconds each.
+    EXPECT_FALSE(
+        write({{0x10001, 0x10002}, {0x20001, 0x20002}}, 100'000, 3'004'000'000).Finds("process-change"));
 }
 
 TEST(Owners, OfRecordsAreTheProcessesThatHaveTheirThreads) {
@@ -483,8 +490,8 @@ TEST(Owners, OfRecordsAreTheProcessesThatHaveTheirThreads) {
 
 // A process that takes the rings over starts each one at slot 0.
 TEST_F(PostMortem, TellsProcessesApartThatUsedTheRingsOneAfterTheOther) {
-    TraceInTurns(std::size_t{80} << 20, 0, 100);
-    TraceInTurns(std::size_t{160} << 20, 1000, 40);
+    TraceInTurns(std::size_t{1} << 20, 0, 100);
+    TraceInTurns(std::size_t{700} << 20, 1000, 40);
     const Result rings = Post({"rings", "System Ring Buffers", "--json"});
     ASSERT_EQ(rings.code, 0) << rings.output;
     EXPECT_TRUE(rings.Finds("process-change"));

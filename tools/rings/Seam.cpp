@@ -181,11 +181,11 @@ void OrderProcesses(Ring& ring, bool full, std::vector<std::size_t> changes) {
 /// Where one process took the ring over from another. A moment at which the ring was read can show that the
 /// last slots hold the newest records, so that nobody started again at slot 0.
 std::vector<std::size_t> TakenOver(const Ring& ring, std::optional<std::int64_t> ticks) {
-    std::vector<std::uint32_t> threads;
+    std::vector<Written> written;
     for (const RingRecord& record : ring.records) {
-        threads.push_back(record.data.threadId);
+        written.push_back({record.data.threadId, record.data.timestamp});
     }
-    auto changes = ProcessChanges(threads);
+    auto changes = ProcessChanges(written);
     if (ticks && !changes.empty()) {
         const auto before = [&](std::size_t place) {
             return std::abs(BeforeHead(ring.records[place - 1].data.timestamp, *ticks));

@@ -175,8 +175,8 @@ void Report(const SysTraceFile& trace, Findings& findings) {
     if (trace.stale > 0) {
         findings.Remark("stale-entry",
                         Counted(trace.stale, "continuation") +
-                            " after whole records: left from an older round in slots that were claimed and "
-                            "never filled, or their record was overwritten.");
+                            " of no record: left from an older round in slots that were claimed and never "
+                            "filled, or their record was overwritten.");
     }
     if (trace.entangled > 0) {
         findings.Remark(

@@ -34,14 +34,17 @@ class Judge {
         return drafts_.ThreadEntries() && drafts_.IsKnownThread(value) ? std::optional(value) : std::nullopt;
     }
 
-    /// At the front of a wrapped block, remains of records that the wrap has cut are normal. Each ends in its
-    /// thread.
+    /// Remains of records that a wrap has cut are normal; each ends in its thread. Where that has written
+    /// since the wrap, they are of an older round, or a writer that was held up for a round has overwritten
+    /// the record.
     void JudgeStrays(const Drafts::Event& event) {
         std::uint64_t run = 0;
         const auto end = [&](std::uint32_t at, std::optional<std::uint32_t> thread) {
             const bool atFront = drafts_.Wrapped() && at < kLongestOverlap;
-            const bool cut = atFront || drafts_.CutByWrap(at, thread);
-            (cut ? trace_.cutOff : trace_.orphans) += std::exchange(run, 0);
+            auto& count = atFront || drafts_.CutByWrap(at, thread) ? trace_.cutOff
+                          : drafts_.CutByWrap(at, std::nullopt)    ? trace_.stale
+                                                                   : trace_.orphans;
+            count += std::exchange(run, 0);
         };
         for (const std::uint32_t at : event.strays) {
             ++run;

@@ -31,17 +31,17 @@ std::uint64_t RunClock(std::span<SysTraceRecord> records) {
 } // namespace
 
 void PartProcesses(SysTraceFile& trace) {
-    std::vector<std::uint32_t> threads;
+    std::vector<Written> written;
     std::vector<std::uint32_t> records;
-    threads.reserve(trace.records.size());
+    written.reserve(trace.records.size());
     records.reserve(trace.records.size());
     for (std::uint32_t i = 0; i < trace.records.size(); ++i) {
         if (trace.records[i].hasThread) {
-            threads.push_back(trace.records[i].thread);
+            written.push_back({trace.records[i].thread, trace.records[i].stamp});
             records.push_back(i);
         }
     }
-    for (const std::size_t place : ProcessChanges(threads)) {
+    for (const std::size_t place : ProcessChanges(written)) {
         if (trace.stretches.size() < kMostStretches) {
             trace.stretches.push_back(records[place]);
         }
