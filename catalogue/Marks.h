@@ -70,5 +70,8 @@ inline constexpr char kFrameWithoutName[] = " -- error: unable to obtain symbol 
 inline constexpr char kReportMessage[] = ": Message: [";
 /// In the second, before the code.
 inline constexpr char kReportCode[] = ": Code: ";
+/// The third and the fourth begin with this unit, and the fourth ends with the text below it.
+inline constexpr char kReportUnit[] = "crashHandler/crashHandler";
+inline constexpr char kReportCallStack[] = ": Callstack:";
 
 } // namespace Nima::Catalogue

@@ -343,13 +343,14 @@ void HandleFatalCrash(const char* message, const char* callStack, unsigned code,
                               .Add(", 0x")
                               .AddHex(code, 8)
                               .Add("\r\n"));
-        Write(descriptor, LineOf(kThisUnit, kReportLine)
+        Write(descriptor, LineOf(Catalogue::kReportUnit, kReportLine)
                               .Add(": File: ")
                               .Add(file)
                               .Add(", line ")
                               .AddDecimal(line)
                               .Add("\r\n"));
-        Write(descriptor, LineOf(kThisUnit, kCallStackLine).Add(": Callstack:\r\n"));
+        Write(descriptor,
+              LineOf(Catalogue::kReportUnit, kCallStackLine).Add(Catalogue::kReportCallStack).Add("\r\n"));
         WriteAll(descriptor, callStack, std::strlen(callStack));
     });
     if (*callStack == '\0') {

@@ -55,6 +55,12 @@ TEST_F(Crashes, AHostsOwnReportIsToldByItsMessageAndPlace) {
         EXPECT_EQ(Lines(Post({"crash", file}).output).at(0), each.headline);
         unlink(file.c_str());
     }
+    // The name of a file may be so long that it fills the lines.
+    const std::string file = ReportOf("the fuser is on fire", std::string(120, 'p').c_str());
+    const Result result = Post({"crash", file, "--json"});
+    ASSERT_EQ(result.code, 0) << result.output;
+    EXPECT_EQ(result.Parsed()["title"], "A host's own report whose message was cut off");
+    EXPECT_FALSE(result.Parsed()["frames"].empty());
 }
 
 namespace {

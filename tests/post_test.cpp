@@ -511,7 +511,7 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedTheRingsOneAfterTheOther) {
     const Json trace = Json::parse(ReadFile("out.json"));
     for (const Json& event : trace["traceEvents"]) {
         if (event["ph"] == "i") {
-            EXPECT_FALSE(event["args"].contains("boot"));
+            EXPECT_TRUE(event["args"]["boot"].is_null());
             const bool second = std::stoul(event["args"].value("argument 1", "0"), nullptr, 16) >= 1000;
             seen[event["cat"]].insert({second, event["args"]["process"].get<std::size_t>()});
         }
@@ -1032,7 +1032,7 @@ TEST_F(PostMortem, ShowsTimesWithTheSameDigitsAndMarksEverywhere) {
         EXPECT_EQ(origin % 1'000'000'000 + shown[0].get<long long>(), std::stoll(time.substr(20)));
         EXPECT_EQ(clock["marks"][shown[1].get<std::size_t>()][0], mark);
     }
-    EXPECT_EQ(lines.at(1).substr(0, 31), "2026-11-24 16:31:00.046886123 =");
+    EXPECT_EQ(lines.at(1).substr(0, 29), "2026-11-24 16:31:00.046886123");
     EXPECT_EQ(instant("third")["mark"], "?");
     EXPECT_EQ(clock["marks"][row("third")[1].get<std::size_t>()][0], "?");
     EXPECT_EQ(trace["otherData"]["marks"].size(), 4U);

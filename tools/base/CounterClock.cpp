@@ -44,6 +44,7 @@ std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_
     if (!FitsOneRun(counter, elapsed)) {
         ++breaks_;
     }
+    late_ = elapsed < frontier_;
     frontier_ = std::max(frontier_, elapsed);
     if (last != nullptr) {
         *last = std::max(*last, elapsed);

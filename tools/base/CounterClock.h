@@ -90,6 +90,10 @@ class CounterClock {
         }
     }
 
+    /// Whether the last stamp was read as that of a writer that was late. Between two threads a silence of
+    /// nearly a second looks the same; the stamp is then a second later.
+    bool WasLate() const { return late_; }
+
     bool Started() const { return started_; }
     /// The latest time so far.
     std::int64_t Frontier() const { return frontier_; }
@@ -109,6 +113,7 @@ class CounterClock {
     std::int64_t leastSecond_ = 0; ///< of the clock, when the last of them began
     std::uint64_t breaks_ = 0;
     bool started_ = false;
+    bool late_ = false;
 };
 
 } // namespace NimaPost

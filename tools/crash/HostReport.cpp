@@ -46,7 +46,15 @@ std::string HostReport::Headline() const {
 }
 
 bool LooksLikeHostReport(std::string_view front) {
-    return ReadHostReport(front).has_value();
+    if (ReadHostReport(front)) {
+        return true;
+    }
+    // The name of the host's file may fill the first lines, but the fourth is always whole.
+    const std::string unit = std::string(kReportUnit) + std::string(kLineMark);
+    const std::size_t end = front.substr(0, 4 * kLongestLine).find(kReportCallStack);
+    const std::size_t begin = front.substr(0, end).rfind(unit);
+    return end != std::string_view::npos && begin != std::string_view::npos &&
+           end - begin < unit.size() + std::string_view("00000").size();
 }
 
 std::optional<HostReport> ReadHostReport(std::string_view text) {

@@ -40,10 +40,14 @@ std::string StackTrace::Title() const {
     if (EnteredAgain()) {
         return "Abort by the native crash handler, after the failure of an earlier file";
     }
-    return ThroughAbort()                                          ? "Abort"
-           : !frames.empty() && IsIn(frames.front(), kAtTerminate) ? "Uncaught exception"
-           : !frames.empty() && IsIn(frames.front(), kAtSignal)    ? "Fatal signal"
-                                                                : "Stack trace of the native crash handler";
+    const auto begins = [&](std::string_view function) {
+        return !frames.empty() && IsIn(frames.front(), function);
+    };
+    return begins(kAtReport)      ? "A host's own report whose message was cut off"
+           : ThroughAbort()       ? "Abort"
+           : begins(kAtTerminate) ? "Uncaught exception"
+           : begins(kAtSignal)    ? "Fatal signal"
+                                  : "Stack trace of the native crash handler";
 }
 
 bool StackTrace::ThroughAbort() const {

@@ -44,6 +44,8 @@ void LogCursor::Take() {
         const std::int64_t elapsed = clock_.Next(entry_.line.counter, OrderedThread(entry_.line));
         entry_.time = origin_ + elapsed;
         entry_.hasTime = true;
+        const Certainty& certainty = entry_.part->certainty;
+        entry_.certainty.later = clock_.WasLate() ? certainty.OrASecondLater().later : certainty.later;
         if (const auto& notAfter = entry_.part->notAfter) {
             const std::int64_t later = *notAfter - entry_.part->start - elapsed;
             entry_.certainty.later = std::max<std::int64_t>(0, later) / kSecond + 1;

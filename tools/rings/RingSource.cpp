@@ -192,7 +192,7 @@ bool RingSource::TellRing(const Held& held, std::size_t index, const EventVisito
         TimelineEvent event;
         event.kind = EventKind::kRing;
         event.time = TimeOf(placed, index, record);
-        event.certainty = placed.certainty;
+        event.certainty = record.late ? placed.certainty.OrASecondLater() : placed.certainty;
         event.file = held.file;
         event.thread = record.data.threadId;
         event.process = placed.owners[record.process].ProcessOf(event.thread);

@@ -172,7 +172,7 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             event.kind = EventKind::kBinary;
             const PlacedStretch& stretch = placed.stretches[record.stretch];
             event.time = stretch.origin + record.elapsed;
-            event.certainty = placed.certainty;
+            event.certainty = record.late ? placed.certainty.OrASecondLater() : placed.certainty;
             event.file = held.file;
             event.thread = record.hasThread ? std::optional(record.thread) : std::nullopt;
             event.process = stretch.owners.ProcessOf(event.thread);
