@@ -70,12 +70,13 @@ void RingSource::State(Axis& axis) const {
         }
         text =
             "The newest record of every ring in a dump or crash log is assumed to be within a second before "
-            "its "
-            "head";
+            "its head";
         text += later > 0 ? " (which may be up to " + std::to_string(later / 1'000'000) +
                                 " ms later, since its date is cut)"
                           : "";
-        text += "; times are the latest possible then, and may be earlier by whole seconds.";
+        text +=
+            "; older ones count back from it. All may be earlier by whole seconds, or later, but none is "
+            "after its head.";
     }
     if (heads < All().size()) {
         text += text.empty() ? "" : " ";
@@ -123,7 +124,7 @@ void RingSource::PlaceNewest(Axis& axis) {
         if (placed.set.ticks && placed.set.date) {
             tie = axis.TieOf(*placed.set.ticks, *placed.set.date);
             axis.SetWall();
-            placed.certainty.later = 0;
+            placed.head = tie->time;
         }
         for (const Ring& ring : placed.set.rings) {
             std::int64_t newest = 0;
@@ -169,6 +170,15 @@ void RingSource::MarkCallbacks(Axis& axis) const {
     }
 }
 
+/// What a dump holds was written before it ended, however its rings are ordered.
+Certainty RingSource::CertaintyOf(const PlacedRings& placed, std::int64_t time) {
+    Certainty certainty = placed.certainty;
+    if (placed.head) {
+        certainty.later = std::max<std::int64_t>(*placed.head + kDumpTakes - time, 0) / kSecond + 1;
+    }
+    return certainty;
+}
+
 bool RingSource::Tell(const Held& held, const EventVisitor& visitor) const {
     for (std::size_t ring = 0; ring < held.content.set.rings.size(); ++ring) {
         if (!TellRing(held, ring, visitor)) {
@@ -192,7 +202,7 @@ bool RingSource::TellRing(const Held& held, std::size_t index, const EventVisito
         TimelineEvent event;
         event.kind = EventKind::kRing;
         event.time = TimeOf(placed, index, record);
-        event.certainty = record.late ? placed.certainty.OrASecondLater() : placed.certainty;
+        event.certainty = CertaintyOf(placed, *event.time);
         event.file = held.file;
         event.thread = record.data.threadId;
         event.process = placed.owners[record.process].ProcessOf(event.thread);

@@ -5,6 +5,7 @@
 #include "tools/rings/Rings.h"
 
 #include <cstdint>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -19,7 +20,8 @@ struct PlacedRings {
     /// Records that a better source already has, by ring and position.
     std::vector<std::vector<bool>> known;
     Certainty certainty = Certainty::Assumed();
-    std::vector<Owners> owners; ///< by the processes of the set
+    std::optional<std::int64_t> head; ///< of a dump or crash log, on the axis
+    std::vector<Owners> owners;       ///< by the processes of the set
 };
 
 /// Rings in a folder: the segment, dumps of it, and those in crash logs, the best source first.
@@ -31,6 +33,7 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
 
   private:
     std::optional<PlacedRings> ReadContent(FolderFile& file, InputFile& input) override;
+    static Certainty CertaintyOf(const PlacedRings& placed, std::int64_t time);
     bool Tell(const Held& held, const EventVisitor& visitor) const override;
     bool TellRing(const Held& held, std::size_t index, const EventVisitor& visitor) const;
 

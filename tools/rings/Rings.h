@@ -15,7 +15,6 @@ struct RingRecord {
     std::int64_t elapsed = 0; ///< nanoseconds since the ring's oldest record, at the least
     std::uint32_t slot = 0;
     std::uint16_t process = 0; ///< of those that used the rings one after the other, the oldest 0
-    bool late = false;         ///< or a second later: CounterClock::WasLate
     RingBufferData data{};
 };
 

@@ -209,7 +209,6 @@ void RecoverTimes(Ring& ring) {
         for (std::size_t r = first; r < next; ++r) {
             RingRecord& record = ring.records[r];
             record.elapsed = clock.Next(record.data.timestamp, record.data.threadId);
-            record.late = clock.WasLate();
             least = std::min(least, record.elapsed);
         }
         const std::int64_t shift = i == 0 ? 0 : end - least;
