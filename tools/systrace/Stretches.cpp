@@ -23,7 +23,6 @@ std::uint64_t RunClock(std::span<SysTraceRecord> records) {
         } else {
             record.elapsed =
                 clock.Next(record.stamp, record.hasThread ? std::optional(record.thread) : std::nullopt);
-            record.late = clock.WasLate();
         }
     }
     return clock.Breaks();

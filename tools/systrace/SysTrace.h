@@ -23,7 +23,6 @@ struct SysTraceRecord {
     std::uint32_t values = 0;     ///< arguments, without the thread
     std::uint32_t thread = 0;
     bool hasThread = false;
-    bool late = false; ///< or a second later: CounterClock::WasLate
     RecordState state = RecordState::kWhole;
     std::uint16_t stretch = 0; ///< of the trace's stretches
 

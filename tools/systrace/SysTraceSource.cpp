@@ -25,13 +25,15 @@ struct PlacedTrace {
     SysTraceFile trace;
     std::vector<PlacedStretch> stretches;
     Certainty certainty = Certainty::Assumed();
+    bool fitsHead = false;   ///< it seems to be the dump of the crash that it is tied to
     std::vector<bool> known; ///< records that a fuller source already has
 
     explicit PlacedTrace(SysTraceFile file) : trace(std::move(file)) {}
 };
 
-/// Whether a dump was taken for the crash whose log has this head: just before it.
-bool DumpedForHead(const SysTraceFile& trace, const Tie& head) {
+/// Whether a dump fits the crash whose log has this head, for which it was then taken. One of another moment
+/// does in one case of two, since counters tell only the place within a second.
+bool FitsHead(const SysTraceFile& trace, const Tie& head) {
     using Nima::Catalogue::IdOf;
     using Nima::Catalogue::OwnTraceEvent;
     constexpr std::size_t kLastRecords = 64;
@@ -63,7 +65,7 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             return ClaimsOf(a.content.trace) > ClaimsOf(b.content.trace);
         });
         bool any = false;
-        bool bounded = true;
+        bool fits = true;
         for (auto& [file, placed] : AllHeld()) {
             if (placed.trace.records.empty()) {
                 continue;
@@ -75,19 +77,19 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             any = true;
             const Tie tie = *axis.Newest();
             placed.certainty.originLater = tie.later;
-            if (tie.kind == TieKind::kHead && DumpedForHead(placed.trace, tie)) {
-                placed.certainty.later = 0;
+            if (tie.kind == TieKind::kHead && FitsHead(placed.trace, tie)) {
+                placed.fitsHead = true;
             } else {
-                bounded = false;
+                fits = false;
             }
             PlaceStretches(axis.AllProcesses(), placed, tie);
         }
-        // What such a dump holds is bounded, whoever wrote the segment afterwards.
+        // The crash's own dump first, whoever wrote the segment afterwards.
         std::stable_partition(AllHeld().begin(), AllHeld().end(),
-                              [](const Held& held) { return held.content.certainty.later == 0; });
+                              [](const Held& held) { return held.content.fitsHead; });
         MarkKnownRecords();
         if (any) {
-            axis.State({"trace-tied", Statement(*axis.Newest(), bounded)});
+            axis.State({"trace-tied", Statement(*axis.Newest(), fits)});
         }
     }
 
@@ -129,8 +131,7 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
         }
     }
 
-    /// `bounded`: all of it was written before the head of the crash log.
-    static std::string Statement(const Tie& tie, bool bounded) {
+    static std::string Statement(const Tie& tie, bool fits) {
         std::string text =
             "The binary trace has no dates. Its newest record is assumed to be within half a second of ";
         text += tie.kind == TieKind::kHead   ? "the crash log's or dump's head"
@@ -141,9 +142,9 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             text += "; that moment itself may be up to " + std::to_string(tie.later / 1'000'000) +
                     " ms later, since its date is cut";
         }
-        text += bounded ? ". The trace was dumped for that head, so that these times are the latest "
-                          "possible, but for "
-                          "the head's own bound. They may be earlier by whole seconds."
+        text += fits
+                    ? ". Its end fits a dump that was taken for that head; if it was, nothing in it is later "
+                      "than the head. It may be earlier by whole seconds."
                 : tie.kind == TieKind::kHead
                     ? ". It may be earlier by whole seconds, or later by any time if a process wrote on "
                       "afterwards."
@@ -172,7 +173,7 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             event.kind = EventKind::kBinary;
             const PlacedStretch& stretch = placed.stretches[record.stretch];
             event.time = stretch.origin + record.elapsed;
-            event.certainty = record.late ? placed.certainty.OrASecondLater() : placed.certainty;
+            event.certainty = placed.certainty;
             event.file = held.file;
             event.thread = record.hasThread ? std::optional(record.thread) : std::nullopt;
             event.process = stretch.owners.ProcessOf(event.thread);
