@@ -94,7 +94,7 @@ const Stamp* Claims::TruthOf(const Claim& claim) const {
         return stamp != nullptr && (stamp->kind != Kind::kText || whole_.Has(claim.serial)) ? stamp : nullptr;
     }
     const std::string message(claim.message);
-    const bool known = whole_.Calibrations().count(message) != 0;
+    const bool known = whole_.Calibrations().contains(message);
     return known ? &truth_.calibrations.find(message)->second : nullptr;
 }
 
@@ -165,7 +165,7 @@ void Claims::CheckOrder(const Stamp& stamp, const std::string& place, const std:
     Latest& latest = latest_[{place, stamp.process}];
     std::int64_t& ofThread = latest.ofThread.try_emplace(stamp.thread, INT64_MIN).first->second;
     if (stamp.monotonic < ofThread || stamp.monotonic + kStoreDelay < latest.ofProcess) {
-        verdict_.Add(guessed_.count(place) != 0 ? Fault::kGuess : Fault::kOrder, where + " after later ones");
+        verdict_.Add(guessed_.contains(place) ? Fault::kGuess : Fault::kOrder, where + " after later ones");
     }
     ofThread = std::max(ofThread, stamp.monotonic);
     latest.ofProcess = std::max(latest.ofProcess, stamp.monotonic);
@@ -175,13 +175,13 @@ void Claims::CheckThatAllCame() {
     for (const auto* expected : {&whole_.Lines(), &whole_.Records()}) {
         for (const std::uint64_t serial : *expected) {
             // A killed writer may have spoilt what another had stored.
-            if (told_.count(serial) == 0 && (expected != &whole_.Records() || !truth_.damaged)) {
+            if (!told_.contains(serial) && (expected != &whole_.Records() || !truth_.damaged)) {
                 verdict_.Add(Fault::kMissing, "#" + std::to_string(serial));
             }
         }
     }
     for (const std::string& calibration : whole_.Calibrations()) {
-        if (toldCalibrations_.count(calibration) == 0) {
+        if (!toldCalibrations_.contains(calibration)) {
             verdict_.Add(Fault::kMissing, calibration);
         }
     }

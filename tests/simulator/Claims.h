@@ -33,7 +33,7 @@ struct Claim {
 class Whole {
   public:
     Whole(const Files& files, const Truth& truth);
-    bool Has(std::uint64_t serial) const { return lines_.count(serial) != 0; }
+    bool Has(std::uint64_t serial) const { return lines_.contains(serial); }
     const std::set<std::uint64_t>& Lines() const { return lines_; }
     /// Of the binary trace and the rings.
     const std::set<std::uint64_t>& Records() const { return records_; }

@@ -25,7 +25,7 @@ void Process::Act() {
     Random& random = world_.random;
     const std::uint32_t thread =
         threads_[static_cast<std::size_t>(random.Below(static_cast<std::int64_t>(threads_.size())))];
-    if (waiting_.count(thread) == 0) {
+    if (!waiting_.contains(thread)) {
         outputs_[static_cast<std::size_t>(random.Below(static_cast<std::int64_t>(outputs_.size())))](thread);
     }
 }

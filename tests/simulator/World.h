@@ -137,7 +137,7 @@ class Files {
     Handle Open(const std::string& name);
     /// A file as it is written at once, over what was there.
     void Put(const std::string& name, File file);
-    bool Exists(const std::string& name) const { return files_.count(name) != 0; }
+    bool Exists(const std::string& name) const { return files_.contains(name); }
     void Rename(const std::string& from, const std::string& to);
     void Remove(const std::string& name) { files_.erase(name); }
     const std::map<std::string, Handle>& All() const { return files_; }

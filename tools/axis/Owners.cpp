@@ -40,7 +40,7 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     for (const std::uint32_t thread : facts.threads) {
         const auto& known = processes.All();
         if (std::any_of(known.begin(), known.end(),
-                        [&](const ProcessFacts& each) { return each.threads.count(thread) > 0; })) {
+                        [&](const ProcessFacts& each) { return each.threads.contains(thread); })) {
             each_[thread] = processes.WithAnyOf({thread});
         }
     }

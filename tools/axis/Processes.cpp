@@ -13,7 +13,7 @@ std::size_t Processes::Add(ProcessFacts facts) {
 std::optional<std::size_t> Processes::WithAnyOf(const std::set<std::uint32_t>& threads) const {
     std::optional<std::size_t> found;
     for (std::size_t i = 0; i < all_.size(); ++i) {
-        const auto has = [&](std::uint32_t thread) { return all_[i].threads.count(thread) > 0; };
+        const auto has = [&](std::uint32_t thread) { return all_[i].threads.contains(thread); };
         if (std::any_of(threads.begin(), threads.end(), has)) {
             if (found) {
                 return std::nullopt;

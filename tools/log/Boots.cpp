@@ -57,9 +57,9 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
 /// A process that writes on while another has the log open shows by its threads beside those of the other.
 void FindOthers(LogPart& part, const LogProcess& before) {
     std::copy_if(part.threads.begin(), part.threads.end(), std::back_inserter(part.others),
-                 [&](std::uint32_t thread) { return before.threads.count(thread) > 0; });
+                 [&](std::uint32_t thread) { return before.threads.contains(thread); });
     if (part.others.size() == part.threads.size() || !part.calibration ||
-        before.threads.count(part.calibration->thread) > 0) {
+        before.threads.contains(part.calibration->thread)) {
         part.others.clear(); // A process like the one before, with the same identifiers.
     }
 }

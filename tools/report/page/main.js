@@ -33,11 +33,12 @@
 //   "omitted": {"rows": 0, "statement": ""}
 // }
 //
-// Times are nanoseconds since the origin, whole numbers; "rows" is sorted by them. A row whose time is unknown has
-// t = null, comes after the others and is not drawn. "sure" is 0 for an exact time, 1 for one that may be later by
-// whole seconds, 2 for one that was placed by assumption, and 4 more for a line that its log was writing over. "source", "thread", "level" and "name" are indices, -1 where
-// there is none. Levels "0" to "3" are those of the binary trace. "args" holds the values that the text shows in
-// words. "process" and "boot" are numbers from 1, or 0 where they are not known; a row may leave out all three.
+// Times are nanoseconds since the origin, whole numbers; "rows" is sorted by them. A row whose time is unknown has t
+// = null, comes after the others and is not drawn. "sure" is 0 for an exact time, 1 for one that may be later by
+// whole seconds, 2 for one that was placed by assumption, and 4 more for a line that its log was writing over.
+// "source", "thread", "level" and "name" are indices, -1 where there is none. Levels "0" to "3" are those of the
+// binary trace. "args" holds the values that the text shows in words. "process" and "boot" are numbers from 1, or 0
+// where they are not known; a row may leave out all three.
 import {byId, element} from "./base/dom.js";
 import {visible} from "./base/text.js";
 import {Model} from "./model/model.js";

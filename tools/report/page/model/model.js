@@ -16,23 +16,27 @@ function sorted(rows) {
   return [...rows].sort((a, b) => (sortKey(a) === sortKey(b) ? 0 : sortKey(a) - sortKey(b)));
 }
 
+// What a page without data has.
+const NOTHING = {clock: {}, sources: [], sourceKinds: [], levels: [], names: [], threads: [], processes: [], rows: [],
+  crashes: []};
+
 // The records by columns, in typed arrays, and the names they refer to.
 export class Model {
   constructor(data) {
     this.data = data;
-    this.clock = new Clock(data.clock ?? {});
-    this.timeMarks = new TimeMarks((data.clock ?? {}).marks ?? []);
-    this.sources = data.sources ?? [];
-    this.levels = data.levels ?? [];
-    this.names = data.names ?? [];
-    this.threads = (data.threads ?? []).map((thread) => ({id: thread.id, name: thread.name || "",
-      process: thread.process ?? 0}));
+    const {clock, sources, sourceKinds, levels, names, threads, processes, rows, crashes} = {...NOTHING, ...data};
+    this.clock = new Clock(clock);
+    this.timeMarks = new TimeMarks(clock.marks ?? []);
+    this.sources = sources;
+    this.levels = levels;
+    this.names = names;
+    this.threads = threads.map((thread) => ({id: thread.id, name: thread.name || "", process: thread.process ?? 0}));
     // By their numbers; 0 is for what is of no known process.
-    this.processes = ["No known process", ...data.processes ?? []];
-    this.kinds = this.sources.map((_, index) => kindOfSource((data.sourceKinds ?? [])[index]));
-    this.rows = sorted(data.rows ?? []);
+    this.processes = ["No known process", ...processes];
+    this.kinds = sources.map((_, index) => kindOfSource(sourceKinds[index]));
+    this.rows = sorted(rows);
     this.fillColumns();
-    this.crashes = data.crashes ?? [];
+    this.crashes = crashes;
     this.crashTimes = this.crashes.map((crash) => crash.time).filter(Number.isFinite);
     // The one that the page is about.
     this.crash = this.crashes.at(-1)?.time ?? null;
@@ -147,7 +151,8 @@ export class Model {
   }
 
   timeLabel(row) {
-    return this.hasTime(row) ? `${this.clock.short(this.times[row])} ${this.timeMarks.sign(this.mark[row])}` : "not known";
+    return this.hasTime(row)
+      ? `${this.clock.short(this.times[row])} ${this.timeMarks.sign(this.mark[row])}` : "not known";
   }
 
   // What a search looks through: the text, the arguments that the details list, and the name. Built at the first

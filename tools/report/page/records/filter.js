@@ -110,10 +110,11 @@ export class RecordFilter {
 
   fillMatches({needle, source, thread, name, process, levels}) {
     const {model, matches} = this;
-    const fits = (column, row, value) => value === ALL || column[row] === value;
+    const wanted = [[model.source, source], [model.thread, thread], [model.name, name], [model.process, process]]
+      .filter(([, value]) => value !== ALL);
     for (let row = 0; row < model.count; ++row) {
-      matches[row] = fits(model.source, row, source) && fits(model.thread, row, thread) &&
-        fits(model.name, row, name) && fits(model.process, row, process) && (levels === null || levels.has(model.level[row])) &&
+      matches[row] = wanted.every(([column, value]) => column[row] === value) &&
+        (levels === null || levels.has(model.level[row])) &&
         (!needle || model.searchText(row).includes(needle)) ? 1 : 0;
     }
   }

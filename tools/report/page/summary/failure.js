@@ -75,7 +75,8 @@ function evidenceColumn(model, crash) {
 function factColumn(model, crash) {
   const column = element("div");
   const pairs = crash.summary ?? [];
-  const moment = Number.isFinite(crash.time) ? [["Time on the timeline", model.momentLabel(crash.time, crash.sure)]] : [];
+  const moment = Number.isFinite(crash.time)
+    ? [["Time on the timeline", model.momentLabel(crash.time, crash.sure)]] : [];
   column.append(facts([...pairs, ...moment]));
   if ((crash.extra ?? []).length) {
     column.append(block("Extra words", wordList(crash.extra)));

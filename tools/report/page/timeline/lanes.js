@@ -75,8 +75,8 @@ export class Lanes {
     this.groups = [];
     for (const lane of this.list) {
       if (hasGroups && lane.process !== this.groups.at(-1)?.process) {
-        this.groups.push({process: lane.process, label: visibleLine(model.processes[lane.process] ?? ""), top: this.height,
-          height: GROUP_HEIGHT});
+        const label = visibleLine(model.processes[lane.process] ?? "");
+        this.groups.push({process: lane.process, label, top: this.height, height: GROUP_HEIGHT});
         this.height += GROUP_HEIGHT;
       }
       lane.top = this.height;
