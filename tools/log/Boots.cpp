@@ -78,8 +78,8 @@ bool RanAtOneTime(const LogProcess& a, const LogProcess& b) {
 class BootNumbering {
   public:
     explicit BootNumbering(std::vector<LogProcess>& processes) : processes_(processes) {
-        for (std::size_t i = 0; i < processes.size(); ++i) {
-            logs_ = std::max(logs_, processes[i].log + 1);
+        for (const LogProcess& process : processes) {
+            logs_ = std::max(logs_, process.log + 1);
         }
         lastOfLog_.resize(logs_);
     }
