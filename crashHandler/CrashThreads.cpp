@@ -13,6 +13,9 @@ namespace {
 
 constinit CrashThread g_Threads[kMostCrashThreads];
 constinit std::atomic<unsigned> g_Activity{0};
+/// The process that a thread is about to end, since no other reports; 0 if there is none. A forked child must
+/// not take its parent's end for its own.
+constinit std::atomic<pid_t> g_Ending{0};
 
 void ChangeMask(int how, std::initializer_list<int> signals) {
     sigset_t set;
@@ -41,6 +44,15 @@ bool OthersReport(const CrashThread* self) {
     return false;
 }
 
+bool AnySyncs() {
+    for (const CrashThread& thread : g_Threads) {
+        if (thread.syncing.load() && IsOfThisProcess(thread.holder.load())) {
+            return true;
+        }
+    }
+    return false;
+}
+
 CrashThread* FindPlace(std::uint64_t holder) {
     for (CrashThread& thread : g_Threads) {
         if (thread.holder.load(std::memory_order_relaxed) == holder) {
@@ -61,10 +73,35 @@ CrashThread* TakePlace(std::uint64_t caller) {
             thread.failedRungs = 0;
             thread.withoutFile = false;
             thread.unannounced = nullptr;
+            thread.syncing.store(false);
             return &thread;
         }
     }
     return nullptr;
+}
+
+/// A thread that comes when another is about to end the process must not begin a file that nobody would hear
+/// of. Either it sees that end coming, or the other sees that it reports.
+void BeginToReport(CrashThread& thread) {
+    const long long begin = Milliseconds();
+    for (;;) {
+        thread.reporting.store(true);
+        if (g_Ending.load() != ::getpid() || Milliseconds() - begin > kMostPatience) {
+            return;
+        }
+        thread.reporting.store(false);
+        PauseFor(1000000);
+    }
+}
+
+/// Whether the process may end now. Threads that come later wait for that.
+bool MayEnd(const CrashThread* self) {
+    g_Ending.store(::getpid());
+    if (!OthersReport(self)) {
+        return true;
+    }
+    g_Ending.store(0);
+    return false;
 }
 
 } // namespace
@@ -75,12 +112,13 @@ CrashThread* CurrentCrashThread() {
 
 CrashThread* EnterCrashThread() {
     const std::uint64_t caller = Caller();
-    CrashThread* entered = FindPlace(caller);
-    if (entered == nullptr) {
-        entered = TakePlace(caller);
+    if (CrashThread* const known = FindPlace(caller)) {
+        known->reporting.store(true);
+        return known;
     }
+    CrashThread* const entered = TakePlace(caller);
     if (entered != nullptr) {
-        entered->reporting.store(true);
+        BeginToReport(*entered);
     }
     return entered;
 }
@@ -95,11 +133,19 @@ void NoteCrashActivity() {
 
 void WaitForOtherCrashThreads() {
     const CrashThread* const self = CurrentCrashThread();
-    const long long begin = Milliseconds();
+    long long begin = Milliseconds();
     long long sign = begin;
+    long long disk = 0; ///< time that others have waited for it
+    long long last = begin;
     unsigned seen = g_Activity.load();
-    while (OthersReport(self)) {
+    while (!MayEnd(self)) {
         const long long now = Milliseconds();
+        if (AnySyncs() && disk < kDiskPatience) {
+            disk += now - last;
+            begin += now - last;
+            sign = now;
+        }
+        last = now;
         if (const unsigned activity = g_Activity.load(); activity != seen) {
             seen = activity;
             sign = now;

@@ -16,6 +16,8 @@ struct CrashThread {
     std::atomic<std::uint64_t> holder{0}; ///< process and thread; 0 while the place is free
     /// Some of its files are not yet written and announced.
     std::atomic<bool> reporting{false};
+    /// It waits for the disk, which may take long.
+    std::atomic<bool> syncing{false};
     /// The thread's last entry, the one with SIGABRT, has begun.
     bool last = false;
     /// Where to continue after a fault in the current step.
@@ -46,7 +48,7 @@ std::size_t NumberOf(const CrashThread& thread);
 void NoteCrashActivity();
 
 /// Waits until no other thread has files left to write or announce, but at most 500 ms after the last sign of
-/// progress.
+/// progress and 3 s in all; up to 30 s longer while one of them waits for the disk.
 void WaitForOtherCrashThreads();
 
 /// The room that the calling thread has left on its alternate stack. If it is not running on one, this is not

@@ -7,6 +7,8 @@ namespace CrashHandling {
 /// How long to wait for something that makes no progress, in milliseconds, and how long in all.
 constexpr long long kPatience = 500;
 constexpr long long kMostPatience = 3000;
+/// For what other threads write to reach the disk, in addition.
+constexpr long long kDiskPatience = 30000;
 
 /// Milliseconds of the monotonic clock.
 inline long long Milliseconds() {

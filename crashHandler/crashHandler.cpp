@@ -33,8 +33,6 @@ namespace Catalogue = Nima::Catalogue;
 
 namespace {
 
-constexpr const char* kThisUnit = "crashHandler/crashHandler";
-
 // Fixed text in lines 3 and 4 of a report; these are not this file's line numbers.
 constexpr int kReportLine = 258;
 constexpr int kCallStackLine = 260;
@@ -150,10 +148,18 @@ void Announce(CrashThread* thread, const char* name) {
     Attempt(thread, [&] { notifyMoskAboutCrash(name); });
 }
 
+void NoteSyncing(CrashThread* thread, bool syncing) {
+    if (thread != nullptr) {
+        thread->syncing.store(syncing);
+    }
+}
+
 void CloseAndAnnounce(CrashThread* thread, StackFile& file) {
     Attempt(thread, [&] {
         if (file.descriptor != -1) {
+            NoteSyncing(thread, true);
             ::fsync(file.descriptor);
+            NoteSyncing(thread, false);
             ::close(file.descriptor);
         }
     });

@@ -7,6 +7,7 @@
 #include <array>
 #include <deque>
 #include <map>
+#include <ranges>
 
 namespace NimaPost {
 
@@ -58,9 +59,9 @@ std::map<std::string, Family> Families(const std::vector<CrashTraits>& crashes) 
             each.leastCycle = each.traits->bootCycle.value_or(least);
         }
         std::uint64_t most = UINT64_MAX;
-        for (auto each = family.rbegin(); each != family.rend(); ++each) {
-            most = std::min(most, each->traits->bootCycle.value_or(UINT64_MAX));
-            each->mostCycle = std::max(each->traits->bootCycle.value_or(most), each->leastCycle);
+        for (Ranked& each : std::ranges::reverse_view(family)) {
+            most = std::min(most, each.traits->bootCycle.value_or(UINT64_MAX));
+            each.mostCycle = std::max(each.traits->bootCycle.value_or(most), each.leastCycle);
         }
     }
     return families;

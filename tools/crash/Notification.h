@@ -1,10 +1,10 @@
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace NimaPost {
 
@@ -23,7 +23,9 @@ struct StackTraceName {
     std::uint32_t process = 0;
     std::int64_t number = 0;
 
-    auto operator<=>(const StackTraceName&) const = default;
+    bool operator<(const StackTraceName& other) const {
+        return std::pair(process, number) < std::pair(other.process, other.number);
+    }
 };
 
 /// Empty for any other name.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <ranges>
 
 namespace NimaPost {
 
@@ -121,9 +122,9 @@ Rounds RoundDetector::Judge(std::uint64_t size) const {
         rounds.openings = {*openingAtEnd_, size};
         end = *openingAtEnd_;
     }
-    for (auto seam = seams.rbegin(); seam != seams.rend(); ++seam) {
-        rounds.older.push_back({seam->offset, end});
-        end = seam->offset;
+    for (const Seam& seam : std::ranges::reverse_view(seams)) {
+        rounds.older.push_back({seam.offset, end});
+        end = seam.offset;
     }
     rounds.newest = {0, end};
     return rounds;

@@ -31,7 +31,7 @@ class TimePlacer {
     PartLink LinkOf(const LogPart& part) const;
     bool FitsClosely(const LogPart& part) const;
     void PlaceDated(LogPart& part);
-    void HangBefore(LogPart& next);
+    void HangBefore(LogPart& dated);
     void HangAfter(LogPart& part);
     void BeginRun(LogPart& part, LogRun run = {});
     std::int64_t StartAfter(const LogPart& part) const;

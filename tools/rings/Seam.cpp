@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ranges>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -157,8 +158,8 @@ void OrderProcesses(Ring& ring, bool full, std::vector<std::size_t> changes) {
     ring.stretches.clear();
     changes.insert(changes.begin(), 0);
     std::size_t end = ring.records.size();
-    for (auto change = changes.rbegin(); change != changes.rend(); ++change) {
-        const auto first = ring.records.begin() + static_cast<std::ptrdiff_t>(*change);
+    for (const std::size_t change : std::ranges::reverse_view(changes)) {
+        const auto first = ring.records.begin() + static_cast<std::ptrdiff_t>(change);
         std::vector<RingRecord> stretch(first, ring.records.begin() + static_cast<std::ptrdiff_t>(end));
         bool standsOut = false;
         if (full && ordered.empty()) {
@@ -173,7 +174,7 @@ void OrderProcesses(Ring& ring, bool full, std::vector<std::size_t> changes) {
         ring.seam = standsOut || ring.seam == Seam::kUncertain ? Seam::kUncertain : Seam::kLikely;
         ring.stretches.push_back(ordered.size());
         ordered.insert(ordered.end(), stretch.begin(), stretch.end());
-        end = *change;
+        end = change;
     }
     ring.records = std::move(ordered);
 }

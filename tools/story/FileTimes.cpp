@@ -7,8 +7,8 @@ namespace NimaPost {
 namespace {
 
 /// Zones differ by quarters of an hour, and by 14 hours at most.
-constexpr std::int64_t kZoneStep = 15 * 60 * kSecond;
-constexpr std::int64_t kMostZoneSteps = 14 * 4;
+constexpr std::int64_t kZoneStep = 15 * std::int64_t{60} * kSecond;
+constexpr std::int64_t kMostZoneSteps = 14 * std::int64_t{4};
 /// A dump is finished a while after its head. Dates are cut, and times of logs the earliest possible.
 constexpr std::int64_t kMostAfter = 5 * kSecond;
 constexpr std::int64_t kMostBefore = 2 * kSecond;
