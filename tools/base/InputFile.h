@@ -14,6 +14,8 @@ namespace NimaPost {
 
 /// Text that is read as a whole is read as far as this.
 inline constexpr std::uint64_t kMostTextBytes = 64 << 20;
+/// What a file is can be told from as much of its front.
+inline constexpr std::uint64_t kFrontBytes = 8192;
 
 /// A regular file opened only for reading. It is read, never mapped: a file that a live process cuts short
 /// must not take its reader down.

@@ -27,7 +27,7 @@ bool LogFollower::Poll(const Visitor& visitor) {
         // Before a log goes on at its start the rest of the round is written where it belongs.
         const auto known = static_cast<std::size_t>(std::min<std::uint64_t>(position_, front_.size()));
         any = rewritten_ ? ReadRewritten(visitor) : ReadAppended(visitor);
-        // What stood there before: up to the position as it was kept, behind it as it has just been read.
+        // What stood there before: up to the position as it was kept, after it as it has just been read.
         ahead_ = front_.substr(0, known);
         ahead_ += Read(known, kWindow - known);
         position_ = 0;
@@ -74,7 +74,7 @@ bool LogFollower::ReadAppended(const Visitor& visitor) {
     }
 }
 
-/// Lines come in whole and one behind the other, so all up to the last byte that has changed is new.
+/// Lines come in whole and one after the other, so all up to the last byte that has changed is new.
 bool LogFollower::ReadRewritten(const Visitor& visitor) {
     const std::uint64_t before = position_;
     for (;;) {

@@ -14,7 +14,7 @@ namespace NimaPost {
 /// roll, or again from the start, over the old ones.
 class LogFollower {
   public:
-    /// Begins behind what is there now, or at the start when the file is not there yet.
+    /// Begins after what is there now, or at the start when the file is not there yet.
     explicit LogFollower(std::string path);
 
     using Visitor = std::function<void(std::string_view line)>;
@@ -36,8 +36,8 @@ class LogFollower {
     std::optional<InputFile> file_;
     std::uint64_t position_ = 0; ///< of the first byte not handed over
     bool rewritten_ = false;     ///< lines come over old ones, up to the file's end
-    std::string front_;          ///< what the file begins with, to notice that it was begun anew
-    std::string ahead_;          ///< what stood behind the position at the last look, while `rewritten_`
+    std::string front_;          ///< what the file begins with, to notice that it was started over
+    std::string ahead_;          ///< what stood after the position at the last look, while `rewritten_`
 };
 
 } // namespace NimaPost

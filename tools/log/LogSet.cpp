@@ -17,7 +17,6 @@ namespace NimaPost {
 
 namespace {
 
-constexpr std::size_t kFrontBytes = 8192;
 constexpr std::uint64_t kMostBackups = 10;
 
 /// What files of one log have in common, and a file's place among them: backups with high numbers are the

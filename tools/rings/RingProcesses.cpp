@@ -55,8 +55,8 @@ void TellProcesses(RingSet& set, Findings& findings) {
     findings.Remark("process-change",
                     std::to_string(set.processes) + " processes used the rings one after the other: in " +
                         Counted(parted, "ring") +
-                        " every thread changes at one place. Whether the device started anew there, and how "
-                        "long it took, nothing here tells.");
+                        " every thread changes at one place. Whether the device restarted there, and how "
+                        "long that took, nothing here shows.");
 }
 
 } // namespace NimaPost

@@ -198,7 +198,7 @@ std::vector<std::size_t> TakenOver(const Ring& ring, std::optional<std::int64_t>
     return changes;
 }
 
-/// The clock is run anew for each process, since the device may have started anew in between.
+/// The clock is run anew for each process, since the device may have restarted in between.
 void RecoverTimes(Ring& ring) {
     ring.clockBreaks = 0;
     std::int64_t end = 0;

@@ -7,12 +7,9 @@
 
 namespace NimaPost {
 
-/// The kind of a file, from what it begins with and its size; null for what is none of the library's or the
-/// program's.
+/// The kind of a file, from what it begins with and its size; null for what is neither the library's nor
+/// the program's.
 const SourceRow* Recognise(std::string_view front, std::uint64_t size);
-
-/// As much of a file's front as every row can do with.
-inline constexpr std::uint64_t kFrontBytes = 8192;
 
 /// How a timeline that the program writes begins.
 inline constexpr std::string_view kTimelineBegin = "{\"traceEvents\": [";

@@ -133,7 +133,7 @@ void ReportProcesses(const SysTraceFile& trace, Findings& findings) {
                     std::to_string(trace.stretches.size()) +
                         " processes wrote one after the other: every thread changes in front of slot " +
                         slots +
-                        ". Whether the device started anew there, and how long it took, nothing here tells.");
+                        ". Whether the device restarted there, and how long that took, nothing here shows.");
 }
 
 void ReportFilter(const SysTraceFile& trace, Findings& findings) {
