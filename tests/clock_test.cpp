@@ -207,7 +207,7 @@ TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
     std::string b = Calibration(kBoot + 50 * kMillisecond, kBoot + 50 * kMillisecond + offset);
     std::string merged = "C|a0|C|";
     for (int i = 0; i < 9; ++i) {
-        const std::int64_t time = kBoot + i * 100 * kMillisecond;
+        const std::int64_t time = kBoot + i * (100 * kMillisecond);
         a += Line(time + kMillisecond, "<WARN> <A> a" + std::to_string(i), 1);
         b += Line(time + 51 * kMillisecond, "<WARN> <B> b" + std::to_string(i), 2);
         merged += (i == 0 ? "" : "a" + std::to_string(i) + "|") + "b" + std::to_string(i) + "|";

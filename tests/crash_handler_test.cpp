@@ -576,9 +576,10 @@ TEST_F(CrashHandler, NoRoomForTheFileCostsTheFrames) {
         EXPECT_TRUE(death.ByAbort()) << death.status;
         std::vector<std::string> expected;
         for (const std::string& file : {death.File(1), death.File(2)}) {
-            EXPECT_TRUE(Exists(folder + "/" + file));
-            EXPECT_EQ(ReadFile(folder + "/" + file).size(), size);
-            expected.push_back(Notification(folder + "/" + file));
+            const std::string path = std::string(folder).append("/").append(file);
+            EXPECT_TRUE(Exists(path));
+            EXPECT_EQ(ReadFile(path).size(), size);
+            expected.push_back(Notification(path));
         }
         EXPECT_EQ(mosk.Received(), expected);
     };

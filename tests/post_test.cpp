@@ -275,6 +275,7 @@ TEST_F(PostMortem, PutsInterleavedRecordsTogetherAndNeverGuessesAtTornOnes) {
 
 // The processor leaves a free-running writer in the middle of a record while others fill the whole block.
 TEST_F(PostMortem, FindsNoDamageInAWrappedTraceOfFreeRunningWriters) {
+#ifndef __SANITIZE_THREAD__ // which holds writers up between their entries for longer than readers allow for
     InGoodChild([] {
         SysTraceConfigure();
         unsigned char* memory = nullptr;
@@ -305,6 +306,7 @@ TEST_F(PostMortem, FindsNoDamageInAWrappedTraceOfFreeRunningWriters) {
     });
     const Result real = Post({"systrace", "trace.bin", "--json", "--last", "1"});
     EXPECT_EQ(real.code, 0) << real.Parsed()["findings"];
+#endif
 
     constexpr std::uint32_t kOften = 0x00C00002;
     constexpr std::uint32_t kOnce = 0x01000003;
@@ -376,7 +378,10 @@ namespace {
 /// trace and a ring.
 void TraceInTurns(std::size_t shift, std::uint32_t first, std::uint32_t count) {
     InGoodChild([&] {
-        mmap(nullptr, shift, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (mmap(nullptr, shift, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0) ==
+            MAP_FAILED) {
+            std::abort();
+        }
         SysTraceConfigure();
         TRACE_RING_HANDLE panel = nullptr;
         GetTraceRingBuffer(10, &panel);

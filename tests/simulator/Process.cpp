@@ -17,7 +17,7 @@ Process::Process(World& world) : world_(world), number_(++world.processes) {
 Process::Process(World& world, const Process& like)
     : world_(world), number_(++world.processes), threads_(like.threads_) {}
 
-void Process::Writes(Output output, int share) {
+void Process::Writes(const Output& output, int share) {
     outputs_.insert(outputs_.end(), static_cast<std::size_t>(share), output);
 }
 

@@ -21,7 +21,7 @@ class Process {
     int Number() const { return number_; }
     std::uint32_t MainThread() const { return threads_.front(); }
     /// As often as its share.
-    void Writes(Output output, int share = 1);
+    void Writes(const Output& output, int share = 1);
 
     /// A thread that waits for nothing writes something.
     void Act();

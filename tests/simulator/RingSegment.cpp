@@ -60,11 +60,11 @@ void RingSegment::StoreSegment() {
     std::memcpy(bytes.data(), &directory_, sizeof(directory_));
     std::size_t at = sizeof(directory_);
     std::set<std::uint64_t> records;
-    for (std::size_t ring = 0; ring < rings_.size(); ++ring) {
-        const std::size_t size = rings_[ring].size() * sizeof(RingBufferData);
-        std::memcpy(bytes.data() + at, rings_[ring].data(), size);
+    for (const auto& ring : rings_) {
+        const std::size_t size = ring.size() * sizeof(RingBufferData);
+        std::memcpy(bytes.data() + at, ring.data(), size);
         at += size;
-        for (const RingBufferData& record : rings_[ring]) {
+        for (const RingBufferData& record : ring) {
             records.insert(record.words[1]);
         }
     }

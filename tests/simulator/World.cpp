@@ -122,7 +122,7 @@ void Files::Rename(const std::string& from, const std::string& to) {
 
 void Files::Store(const std::string& folder) const {
     for (const auto& [name, file] : files_) {
-        const std::string path = folder + "/" + name;
+        const std::string path = std::string(folder).append("/").append(name);
         std::ofstream out(path, std::ios::binary);
         out.write(file->content.data(), static_cast<std::streamsize>(file->content.size()));
         out.close();

@@ -93,7 +93,7 @@ Options Parse(int argc, char** argv) {
         } else if (name == "--keep") {
             options.keep = value;
         } else {
-            Refuse("not understood: " + name + " " + value);
+            Refuse(std::string("not understood: ").append(name).append(" ").append(value));
         }
     }
     return options;

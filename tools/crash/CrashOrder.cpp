@@ -7,7 +7,6 @@
 #include <array>
 #include <deque>
 #include <map>
-#include <ranges>
 
 namespace NimaPost {
 
@@ -59,10 +58,10 @@ std::map<std::string, Family> Families(const std::vector<CrashTraits>& crashes) 
             each.leastCycle = each.traits->bootCycle.value_or(least);
         }
         std::uint64_t most = UINT64_MAX;
-        for (Ranked& each : std::ranges::reverse_view(family)) {
+        std::for_each(family.rbegin(), family.rend(), [&](Ranked& each) {
             most = std::min(most, each.traits->bootCycle.value_or(UINT64_MAX));
             each.mostCycle = std::max(each.traits->bootCycle.value_or(most), each.leastCycle);
-        }
+        });
     }
     return families;
 }

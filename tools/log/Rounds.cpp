@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <ranges>
 
 namespace NimaPost {
 
@@ -122,10 +121,10 @@ Rounds RoundDetector::Judge(std::uint64_t size) const {
         rounds.openings = {*openingAtEnd_, size};
         end = *openingAtEnd_;
     }
-    for (const Seam& seam : std::ranges::reverse_view(seams)) {
+    std::for_each(seams.rbegin(), seams.rend(), [&](const Seam& seam) {
         rounds.older.push_back({seam.offset, end});
         end = seam.offset;
-    }
+    });
     rounds.newest = {0, end};
     return rounds;
 }

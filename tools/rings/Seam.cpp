@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <ranges>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -158,7 +157,7 @@ void OrderProcesses(Ring& ring, bool full, std::vector<std::size_t> changes) {
     ring.stretches.clear();
     changes.insert(changes.begin(), 0);
     std::size_t end = ring.records.size();
-    for (const std::size_t change : std::ranges::reverse_view(changes)) {
+    std::for_each(changes.rbegin(), changes.rend(), [&](std::size_t change) {
         const auto first = ring.records.begin() + static_cast<std::ptrdiff_t>(change);
         std::vector<RingRecord> stretch(first, ring.records.begin() + static_cast<std::ptrdiff_t>(end));
         bool standsOut = false;
@@ -175,7 +174,7 @@ void OrderProcesses(Ring& ring, bool full, std::vector<std::size_t> changes) {
         ring.stretches.push_back(ordered.size());
         ordered.insert(ordered.end(), stretch.begin(), stretch.end());
         end = change;
-    }
+    });
     ring.records = std::move(ordered);
 }
 
