@@ -33,8 +33,6 @@ namespace Catalogue = Nima::Catalogue;
 
 namespace {
 
-constexpr const char* kThisUnit = "crashHandler/crashHandler";
-
 // Fixed text in lines 3 and 4 of a report; these are not this file's line numbers.
 constexpr int kReportLine = 258;
 constexpr int kCallStackLine = 260;
