@@ -1,0 +1,21 @@
+#include "ctl/Verbs.h"
+
+namespace NimaCtl {
+
+// Each of these is defined in the file of its verb, and has a row below.
+VerbAdder AddStatusVerb;
+
+namespace {
+
+/// In the order of the help text.
+constexpr VerbAdder* kVerbs[]{AddStatusVerb};
+
+} // namespace
+
+void AddAllVerbs(CLI::App& app, Context& context, Run& run) {
+    for (VerbAdder* add : kVerbs) {
+        add(app, context, run);
+    }
+}
+
+} // namespace NimaCtl

@@ -1,0 +1,190 @@
+/// nima-ctl beside running processes: what each verb prints and leaves, and what the processes make of it.
+
+#include "ctl/Program.h"
+#include "tests/support/Post.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include <Diagnostics/Formats.h>
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
+
+namespace Nima::Testing {
+
+namespace {
+
+constexpr const char* kTrace = "SysTrace Buffer";
+constexpr const char* kRings = "System Ring Buffers";
+
+/// Calls nima-ctl in a child process.
+Result Ctl(const std::vector<std::string>& arguments) {
+    return Call("nima-ctl", NimaCtl::RunProgram, arguments);
+}
+
+/// A process of the device, which does something in the working directory until it is told to end.
+class Host {
+  public:
+    /// `step` is done over and over; the constructor returns after the first time.
+    explicit Host(const std::function<void()>& step) {
+        int ready[2];
+        EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+        std::fflush(nullptr);
+        child_ = ::fork();
+        if (child_ == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            step();
+            bool told = ::write(ready[1], "x", 1) == 1;
+            while (told) {
+                step();
+            }
+            ::_exit(1);
+        }
+        char byte = 0;
+        ::close(ready[1]);
+        EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+        ::close(ready[0]);
+    }
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+    ~Host() { Kill(); }
+
+    pid_t Process() const { return child_; }
+    void Signal(int number) const { ::kill(child_, number); }
+    void Kill() {
+        if (child_ > 0) {
+            ::kill(child_, SIGKILL);
+            ::waitpid(child_, nullptr, 0);
+            child_ = -1;
+        }
+    }
+
+  private:
+    pid_t child_ = -1;
+};
+
+/// Two records of components 5 and 6 and a ring event; a burst of them now and then, as a device under load
+/// has them.
+void Trace() {
+    static TRACE_RING_HANDLE ring = nullptr;
+    static unsigned long number = 0;
+    if (ring == nullptr) {
+        SysTraceConfigure();
+        GetTraceRingBuffer(RING_SCAN_ENGINE, &ring);
+    }
+    for (int i = 0; i < 100; ++i, ++number) {
+        RTTrace_2(SYSTRACE_ID(5, 0, 77), number, ~number);
+        RTTrace_3(SYSTRACE_ID(6, 2, 78), number, number + 1, number + 2);
+        WriteEventToRingBuffer(ring, 0, 4, number, 0, 0, 0);
+    }
+    ::usleep(500);
+}
+
+/// The header of the block in the working directory, mapped as every process sees it.
+class Header {
+  public:
+    Header() {
+        const int file = ::open(kTrace, O_RDWR | O_CLOEXEC);
+        mapped_ = ::mmap(nullptr, SYSTRACE_HEADER_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        EXPECT_NE(mapped_, MAP_FAILED);
+        ::close(file);
+    }
+    Header(const Header&) = delete;
+    Header& operator=(const Header&) = delete;
+    ~Header() { ::munmap(mapped_, SYSTRACE_HEADER_SIZE); }
+    volatile SysTraceHeader* operator->() const { return static_cast<volatile SysTraceHeader*>(mapped_); }
+
+    /// What a dump does at its begin.
+    void SetFilterAside() const {
+        for (int i = 0; i < SYSTRACE_FILTER_WORDS; ++i) {
+            (*this)->savedFilter[i] = (*this)->liveFilter[i];
+            (*this)->liveFilter[i] = 0;
+        }
+        (*this)->savedState = 1;
+    }
+    /// And at its end.
+    void BringFilterBack() const {
+        for (int i = 0; i < SYSTRACE_FILTER_WORDS; ++i) {
+            (*this)->liveFilter[i] = (*this)->savedFilter[i];
+            (*this)->savedFilter[i] = 0;
+        }
+    }
+
+  private:
+    void* mapped_;
+};
+
+class CtlTest : public Sandbox {};
+
+} // namespace
+
+TEST_F(CtlTest, StatusShowsARunningDevice) {
+    const Host device(Trace);
+    const Json status = Ctl({"status", "--json", "--for", "0.3"}).Parsed();
+    const Json& block = status["systrace"];
+    EXPECT_EQ(block["state_name"], "tracing");
+    EXPECT_EQ(block["tracing"], "on");
+    EXPECT_GT(block["rate"]["records_per_second"], 0.0);
+    EXPECT_GT(block["entries_in_use"], 0);
+    EXPECT_EQ(block["writers"].size(), 1U);
+    EXPECT_EQ(block["processes"][0]["process"], device.Process());
+    EXPECT_EQ(status["rings"]["process"], device.Process());
+    EXPECT_EQ(status["rings"]["lives"], true);
+    EXPECT_EQ(status["rings"]["rings_in_use"], 1);
+
+    const Header header;
+    header.SetFilterAside();
+    WriteFile("names", "component 5 Scanner\nlevel 0 always\n");
+    const Result text = Ctl({"status", "--for", "0.01", "--names", "names"});
+    EXPECT_EQ(text.code, 0);
+    EXPECT_NE(text.output.find("tracing       cleared"), std::string::npos) << text.output;
+    EXPECT_NE(text.output.find("saved filter  always: every component"), std::string::npos) << text.output;
+}
+
+TEST_F(CtlTest, RefusesWhatIsNoBlockAndLeavesItAlone) {
+    const std::vector<std::vector<std::string>> calls{{"status"}};
+    for (const auto& call : calls) {
+        const Result missing = Ctl(call);
+        EXPECT_EQ(missing.code, 2) << call[0];
+        EXPECT_NE(missing.errors.find("no such segment"), std::string::npos) << missing.errors;
+    }
+    EXPECT_TRUE(Listing(".").empty());
+
+    { const Host device(Trace); }
+    const std::string good = ReadFile(kTrace);
+    const auto refused = [&](const std::string& bytes, const std::string& why) {
+        std::filesystem::remove(kTrace);
+        WriteFile(kTrace, bytes);
+        for (const auto& call : calls) {
+            const Result result = Ctl(call);
+            EXPECT_EQ(result.code, 2) << call[0] << why;
+            EXPECT_NE(result.errors.find(why), std::string::npos) << call[0] << result.errors;
+            EXPECT_EQ(result.output, "");
+        }
+        EXPECT_TRUE(ReadFile(kTrace) == bytes) << why;
+    };
+    refused("", "is cut: 0 bytes");
+    refused(good.substr(0, 1 << 20), "is cut");
+    const auto with = [&](std::size_t offset, char byte) {
+        std::string bytes = good;
+        bytes[offset] = byte;
+        return bytes;
+    };
+    refused(with(0, 'x'), "\"strc\"");
+    refused(with(16, 3), "version 3");
+    refused(with(20, 1), "entry count 1048577");
+    refused(with(172, 0), "index mask");
+    refused(with(28, 0), "not formatted");
+}
+
+} // namespace Nima::Testing
