@@ -4,11 +4,16 @@ namespace NimaCtl {
 
 // Each of these is defined in the file of its verb, and has a row below.
 VerbAdder AddStatusVerb;
+VerbAdder AddLevelVerb;
+VerbAdder AddOnlyVerb;
+VerbAdder AddResetVerb;
+VerbAdder AddClearVerb;
 
 namespace {
 
 /// In the order of the help text.
-constexpr VerbAdder* kVerbs[]{AddStatusVerb};
+constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb,
+                              AddResetVerb,  AddClearVerb};
 
 } // namespace
 

@@ -124,6 +124,51 @@ class Header {
     void* mapped_;
 };
 
+/// Does something in a process of its own at the same time, and waits for its end.
+class Meanwhile {
+  public:
+    explicit Meanwhile(const std::function<void()>& action) {
+        std::fflush(nullptr);
+        child_ = ::fork();
+        if (child_ == 0) {
+            action();
+            std::fflush(nullptr);
+            ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+        }
+    }
+    Meanwhile(const Meanwhile&) = delete;
+    Meanwhile& operator=(const Meanwhile&) = delete;
+    ~Meanwhile() {
+        int status = 0;
+        ::waitpid(child_, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+
+  private:
+    pid_t child_ = -1;
+};
+
+constexpr std::uint32_t Bit(unsigned component) {
+    return 0x80000000U >> component;
+}
+/// Component 5 or 6 is in the first word of its level.
+constexpr int WordOf(unsigned level) {
+    return static_cast<int>(level) * 4;
+}
+
+/// How many records of a component nima-post finds in the segment.
+std::size_t RecordsOf(unsigned component) {
+    return Post({"systrace", kTrace, "--json", "--component", std::to_string(component)})
+        .Parsed()["records"]
+        .size();
+}
+
+void AwaitRecordOf(unsigned component) {
+    while (RecordsOf(component) == 0) {
+        ::usleep(1000);
+    }
+}
+
 class CtlTest : public Sandbox {};
 
 } // namespace
@@ -152,7 +197,8 @@ TEST_F(CtlTest, StatusShowsARunningDevice) {
 }
 
 TEST_F(CtlTest, RefusesWhatIsNoBlockAndLeavesItAlone) {
-    const std::vector<std::vector<std::string>> calls{{"status"}};
+    const std::vector<std::vector<std::string>> calls{{"status"}, {"level", "5", "2"}, {"only", "5:2"},
+                                                      {"reset"},  {"clear"}};
     for (const auto& call : calls) {
         const Result missing = Ctl(call);
         EXPECT_EQ(missing.code, 2) << call[0];
@@ -185,6 +231,129 @@ TEST_F(CtlTest, RefusesWhatIsNoBlockAndLeavesItAlone) {
     refused(with(20, 1), "entry count 1048577");
     refused(with(172, 0), "index mask");
     refused(with(28, 0), "not formatted");
+}
+
+TEST_F(CtlTest, LevelsCountForTheNextRecords) {
+    WriteFile("names", "component 6 Scanner\nlevel 2 details\n");
+    Host device(Trace);
+    const Header header;
+    EXPECT_EQ(RecordsOf(6), 0U);
+    const Result opened = Ctl({"level", "scanner", "details", "3", "--names", "names"});
+    EXPECT_EQ(opened.code, 0) << opened.errors;
+    EXPECT_NE(opened.output.find("details: Scanner; level 3: Scanner"), std::string::npos) << opened.output;
+    EXPECT_LT(opened.output.find("details: none; level 3: none"), opened.output.find("after"));
+    AwaitRecordOf(6);
+
+    EXPECT_EQ(Ctl({"level", "6", "2", "--off"}).code, 0);
+    EXPECT_EQ(header->liveFilter[WordOf(2)], 0U);
+    EXPECT_EQ(header->liveFilter[WordOf(3)], Bit(6));
+    // What was claimed before the change is stored by now.
+    EXPECT_EQ(Ctl({"clear"}).code, 0);
+    AwaitRecordOf(5);
+    EXPECT_EQ(RecordsOf(6), 0U);
+
+    EXPECT_EQ(Ctl({"only", "6:2", "7:0"}).code, 0);
+    EXPECT_EQ(Ctl({"clear"}).code, 0);
+    AwaitRecordOf(6);
+    EXPECT_EQ(RecordsOf(5), 0U);
+    const Json reset = Ctl({"reset", "--json"}).Parsed();
+    EXPECT_EQ(reset["before"]["words"][WordOf(2)], Bit(6));
+    for (int i = 0; i < SYSTRACE_FILTER_WORDS; ++i) {
+        EXPECT_EQ(reset["after"]["words"][i], i < 8 ? 0xFFFFFFFF : 0U);
+        EXPECT_EQ(header->liveFilter[i], i < 8 ? 0xFFFFFFFF : 0U);
+        EXPECT_EQ(header->savedFilter[i], 0U);
+    }
+
+    device.Kill();
+    EXPECT_EQ(Ctl({"clear"}).code, 0);
+    EXPECT_EQ(header->writeIndex, 0xFFFFFFFF);
+    EXPECT_EQ(header->wrapCount, -1);
+    const std::string before = ReadFile(kTrace);
+    for (const std::vector<std::string>& wrong : {std::vector<std::string>{"level", "128", "0"},
+                                                  {"level", "5", "4"},
+                                                  {"level", "5"},
+                                                  {"only", "5"}}) {
+        EXPECT_EQ(Ctl(wrong).code, 2);
+    }
+    EXPECT_TRUE(ReadFile(kTrace) == before);
+}
+
+TEST_F(CtlTest, AChangeDuringADumpGoesIntoBothFilters) {
+    { const Host device(Trace); }
+    const Header header;
+    header.SetFilterAside();
+    const Result held = Ctl({"level", "5", "2", "--wait", "0.2"});
+    EXPECT_EQ(held.code, 0);
+    EXPECT_NE(held.errors.find("still holds the filter"), std::string::npos) << held.errors;
+    EXPECT_EQ(header->liveFilter[WordOf(2)], Bit(5));
+    EXPECT_EQ(header->liveFilter[0], 0U);
+    EXPECT_EQ(header->savedFilter[0], 0xFFFFFFFF);
+    header.BringFilterBack();
+    EXPECT_EQ(header->liveFilter[WordOf(2)], Bit(5));
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
+}
+
+TEST_F(CtlTest, AChangeThatDumpsUndoIsRepeated) {
+    { const Host device(Trace); }
+    const Header header;
+    const auto until = [](const volatile std::uint32_t& word) {
+        while (word == 0) {
+            ::usleep(100);
+        }
+    };
+    header.SetFilterAside();
+    {
+        // A dump that had read the word before the change, twice.
+        const Meanwhile dump([&] {
+            volatile std::uint32_t& saved = header->savedFilter[WordOf(2)];
+            until(header->liveFilter[WordOf(2)]);
+            saved = 0;
+            until(saved);
+            saved = 0;
+            header.BringFilterBack();
+        });
+        const Json result = Ctl({"level", "5", "2", "--json"}).Parsed();
+        EXPECT_GE(result["repeats"], 1);
+        EXPECT_EQ(result["held"], false);
+    }
+    EXPECT_EQ(header->liveFilter[WordOf(2)], Bit(5));
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
+    header.SetFilterAside();
+    {
+        // A second dump at the same time: together they lose the filter for good.
+        const Meanwhile dumps([&] {
+            until(header->liveFilter[WordOf(3)]);
+            header.SetFilterAside();
+            header.BringFilterBack();
+            header.BringFilterBack();
+        });
+        EXPECT_EQ(Ctl({"level", "6", "3"}).code, 0);
+    }
+    EXPECT_EQ(header->liveFilter[WordOf(3)], Bit(6));
+}
+
+TEST_F(CtlTest, SeveralTakeTurnsBesideAHostThatDumpsAllTheTime) {
+    Host device([] {
+        Trace();
+        DumpSysTrace(L"dump.bin", 0);
+    });
+    {
+        const Meanwhile other([] {
+            for (const char* component : {"1", "2", "3"}) {
+                EXPECT_EQ(Ctl({"level", component, "2"}).code, 0);
+            }
+        });
+        for (const char* component : {"4", "5", "6"}) {
+            EXPECT_EQ(Ctl({"level", component, "2"}).code, 0);
+        }
+    }
+    const Json status = Ctl({"status", "--json", "--for", "0.01"}).Parsed()["systrace"];
+    const auto filter = [&](int word) {
+        return status["filter"]["words"][word].get<std::uint32_t>() |
+               status["saved_filter"]["words"][word].get<std::uint32_t>();
+    };
+    EXPECT_EQ(filter(WordOf(2)), Bit(1) | Bit(2) | Bit(3) | Bit(4) | Bit(5) | Bit(6));
+    EXPECT_EQ(filter(0), 0xFFFFFFFF);
 }
 
 } // namespace Nima::Testing

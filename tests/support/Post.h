@@ -43,7 +43,8 @@ inline Result Call(const char* name, int (*program)(int, const char* const*),
                    const std::vector<std::string>& arguments) {
     Result result;
     // Not in the working directory, whose files are examined.
-    const std::string errors = std::filesystem::current_path().string() + ".errors";
+    const std::string errors =
+        std::filesystem::current_path().string() + "." + std::to_string(getpid()) + ".errors";
     result.output = CapturedOutput([&] {
         const int status = InChild([&] {
             std::vector<const char*> words{name};
