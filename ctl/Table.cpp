@@ -8,12 +8,13 @@ VerbAdder AddLevelVerb;
 VerbAdder AddOnlyVerb;
 VerbAdder AddResetVerb;
 VerbAdder AddClearVerb;
+VerbAdder AddDumpVerb;
 
 namespace {
 
 /// In the order of the help text.
 constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb,
-                              AddResetVerb,  AddClearVerb};
+                              AddResetVerb,  AddClearVerb, AddDumpVerb};
 
 } // namespace
 

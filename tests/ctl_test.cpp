@@ -198,7 +198,7 @@ TEST_F(CtlTest, StatusShowsARunningDevice) {
 
 TEST_F(CtlTest, RefusesWhatIsNoBlockAndLeavesItAlone) {
     const std::vector<std::vector<std::string>> calls{{"status"}, {"level", "5", "2"}, {"only", "5:2"},
-                                                      {"reset"},  {"clear"}};
+                                                      {"reset"},  {"clear"},           {"dump", "new.bin"}};
     for (const auto& call : calls) {
         const Result missing = Ctl(call);
         EXPECT_EQ(missing.code, 2) << call[0];
@@ -354,6 +354,74 @@ TEST_F(CtlTest, SeveralTakeTurnsBesideAHostThatDumpsAllTheTime) {
     };
     EXPECT_EQ(filter(WordOf(2)), Bit(1) | Bit(2) | Bit(3) | Bit(4) | Bit(5) | Bit(6));
     EXPECT_EQ(filter(0), 0xFFFFFFFF);
+}
+
+TEST_F(CtlTest, DumpsWhileWritersOverwriteTheBlock) {
+    Host device([] {
+        static unsigned long number = 0;
+        SysTraceConfigure();
+        for (int i = 0; i < 1000; ++i, ++number) {
+            RTTrace_2(SYSTRACE_ID(5, 0, 77), number, ~number);
+        }
+    });
+    const Header header;
+    while (header->wrapCount < 1) {
+        ::usleep(1000);
+    }
+    const Json result = Ctl({"dump", "live.bin", "--json"}).Parsed();
+    EXPECT_EQ(result["entries"], 1 << 20);
+    // A dump of the library takes the filter away meanwhile.
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
+    EXPECT_LE(Post({"systrace", "live.bin", "--last", "1"}).code, 1);
+    const std::string dump = ReadFile("live.bin");
+    ASSERT_EQ(dump.size(), 512U + (8U << 20));
+    const auto word = [&](std::size_t offset) {
+        std::uint32_t value = 0;
+        std::memcpy(&value, dump.data() + offset, sizeof(value));
+        return value;
+    };
+    // One thread has written, so every record is in one piece, and its number follows the one before.
+    std::uint32_t blank = 0;
+    std::uint32_t records = 0;
+    std::uint32_t next = 0;
+    constexpr std::uint32_t kHead = SYSTRACE_ID(5, 0, 77);
+    const auto entry = [&](std::uint32_t i) { return 512 + (word(256 + 8) + 1 + i) % (1 << 20) * 8; };
+    for (std::uint32_t i = 0; i + 3 < 1 << 20; ++i) {
+        blank += word(entry(i)) == 0 ? 1 : 0;
+        if (word(entry(i)) == kHead) {
+            const std::uint32_t number = word(entry(i + 1) + 4);
+            ASSERT_EQ(word(entry(i + 1)), kHead | 0x80000000U);
+            ASSERT_EQ(word(entry(i + 2) + 4), ~number);
+            ASSERT_EQ(word(entry(i + 3)), kHead | 0x80000000U);
+            ASSERT_TRUE(records == 0 || number == next) << i;
+            next = number + 1;
+            ++records;
+        }
+    }
+    EXPECT_EQ(result["overwritten"], blank);
+    EXPECT_GE(records, ((1U << 20) - blank) / 4 - 1);
+}
+
+TEST_F(CtlTest, ADumpIsAFileLikeTheLibrarys) {
+    { const Host device(Trace); }
+    EXPECT_EQ(Ctl({"level", "6", "2"}).code, 0);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Ctl({"dump", "--backups", "2"}).code, 0);
+    }
+    EXPECT_EQ(Listing("."),
+              (std::vector<std::string>{kTrace, "SysTrace.bin", "SysTrace.bin.1", "SysTrace.bin.2", kRings}));
+    const std::string dump = ReadFile("SysTrace.bin");
+    const std::string segment = ReadFile(kTrace);
+    const Json read = Post({"systrace", "SysTrace.bin", "--json"}).Parsed();
+    EXPECT_EQ(read["kind"], "dump");
+    EXPECT_TRUE(read["findings"]["damage"].empty());
+    EXPECT_EQ(dump.size(), 512U + read["counts"]["entries_in_use"].get<std::size_t>() * 8);
+    EXPECT_TRUE(segment.starts_with(dump.substr(256)));
+    EXPECT_GT(read["records"].size(), 0U);
+
+    EXPECT_EQ(Ctl({"dump", kTrace}).code, 2);
+    EXPECT_TRUE(ReadFile(kTrace) == segment);
+    EXPECT_EQ(Ctl({"dump", "no/such/folder"}).code, 2);
 }
 
 } // namespace Nima::Testing
