@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
+#include <string_view>
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -79,6 +81,22 @@ MappingProcesses ProcessesThatMap(int file) {
     std::sort(result.processes.begin(), result.processes.end(),
               [](const auto& a, const auto& b) { return a.id < b.id; });
     return result;
+}
+
+bool IsHeldUp(pid_t process) {
+    std::error_code error;
+    std::filesystem::directory_iterator each("/proc/" + std::to_string(process) + "/task", error), end;
+    for (; !error && each != end; each.increment(error)) {
+        std::ifstream file(each->path() / "stat");
+        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        // "4711 (name) T ...", where the name may contain any character.
+        const std::size_t close = text.rfind(')');
+        if (close != std::string::npos && close + 2 < text.size() &&
+            std::string_view("TtD").find(text[close + 2]) != std::string_view::npos) {
+            return true;
+        }
+    }
+    return false;
 }
 
 Json ProcessesJson(const MappingProcesses& mapping) {

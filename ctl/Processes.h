@@ -25,6 +25,9 @@ struct MappingProcesses {
 /// The processes that have the open file mapped, this one left out.
 MappingProcesses ProcessesThatMap(int file);
 
+/// Whether a thread of the process is stopped or waits for a device, so that it may take any time.
+bool IsHeldUp(pid_t process);
+
 /// [{"process": 4711, "name": "device_host"}, ...]
 Json ProcessesJson(const MappingProcesses& mapping);
 /// "4711 device_host, 4712 engine", or "none".

@@ -3,6 +3,7 @@
 #include "ctl/Activity.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace NimaCtl {
 
@@ -10,6 +11,8 @@ namespace {
 
 constexpr std::uint32_t kPiece = 4096;
 constexpr int kAttempts = 10;
+/// With more blank slots than these, another attempt is worthwhile.
+constexpr std::uint32_t kFewBlanks = kEntries / 16;
 
 /// Copies from the oldest slot on, which writers reach first. `header` was read before. After each piece the
 /// index tells which of its slots may have been overwritten before they were copied.
@@ -40,17 +43,27 @@ bool Copy(const TraceBlock& block, Snapshot& snapshot) {
 } // namespace
 
 std::optional<Snapshot> TakeSnapshot(const TraceBlock& block, std::string& problem) {
-    Snapshot snapshot;
+    std::optional<Snapshot> best;
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        Snapshot snapshot;
         snapshot.header = block.CopyHeader();
         // Between two of a writer's steps, or of those who clear the trace, the two do not fit together.
         const bool fits = snapshot.header.wrapCount != 0 || snapshot.header.writeIndex < kEntries;
-        if (snapshot.header.wrapCount == -1 || (fits && Copy(block, snapshot))) {
-            return snapshot;
+        if (!fits || (snapshot.header.wrapCount != -1 && !Copy(block, snapshot))) {
+            continue;
+        }
+        if (!best || snapshot.blanked < best->blanked) {
+            best = std::move(snapshot);
+        }
+        // Busy writers may have gone round while this program had to wait for the processor.
+        if (best->blanked <= kFewBlanks) {
+            break;
         }
     }
-    problem = "the trace was cleared again and again while it was copied";
-    return std::nullopt;
+    if (!best) {
+        problem = "the trace was cleared again and again while it was copied";
+    }
+    return best;
 }
 
 } // namespace NimaCtl

@@ -9,12 +9,15 @@ VerbAdder AddOnlyVerb;
 VerbAdder AddResetVerb;
 VerbAdder AddClearVerb;
 VerbAdder AddDumpVerb;
+VerbAdder AddRingsVerb;
+VerbAdder AddMarkVerb;
+VerbAdder AddRepairVerb;
 
 namespace {
 
 /// In the order of the help text.
-constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb,
-                              AddResetVerb,  AddClearVerb, AddDumpVerb};
+constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb, AddResetVerb, AddClearVerb,
+                              AddDumpVerb,   AddRingsVerb, AddMarkVerb, AddRepairVerb};
 
 } // namespace
 

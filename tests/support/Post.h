@@ -51,7 +51,9 @@ inline Result Call(const char* name, int (*program)(int, const char* const*),
             for (const std::string& argument : arguments) {
                 words.push_back(argument.c_str());
             }
-            if (std::freopen(errors.c_str(), "w", stderr) == nullptr) {
+            // No terminal that could be asked.
+            if (std::freopen(errors.c_str(), "w", stderr) == nullptr ||
+                std::freopen("/dev/null", "r", stdin) == nullptr) {
                 std::exit(99);
             }
             const int code = program(static_cast<int>(words.size()), words.data());
