@@ -12,12 +12,13 @@ VerbAdder AddDumpVerb;
 VerbAdder AddRingsVerb;
 VerbAdder AddMarkVerb;
 VerbAdder AddRepairVerb;
+VerbAdder AddCollectVerb;
 
 namespace {
 
 /// In the order of the help text.
-constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb, AddResetVerb, AddClearVerb,
-                              AddDumpVerb,   AddRingsVerb, AddMarkVerb, AddRepairVerb};
+constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb, AddResetVerb,  AddClearVerb,
+                              AddDumpVerb,   AddRingsVerb, AddMarkVerb, AddRepairVerb, AddCollectVerb};
 
 } // namespace
 

@@ -535,4 +535,60 @@ TEST_F(CtlTest, RingsAreReadFromOutside) {
     EXPECT_EQ(Ctl({"rings", kRings}).code, 2);
 }
 
+TEST_F(CtlTest, CollectsARunningDeviceAndADeadOne) {
+    const std::string longName = std::string(150, 'n') + ".txt";
+    std::filesystem::create_directory("device");
+    std::filesystem::current_path("device");
+    EXPECT_EQ(Ctl({"collect", "-o", "../unit.tar.gz"}).code, 2);
+    EXPECT_FALSE(Exists("../unit.tar.gz"));
+    WriteFile(longName, "x");
+    WriteFile("exact.bin", std::string(1024, 'b'));
+    WriteFile("empty", "");
+    std::filesystem::create_symlink("/etc/passwd", "link");
+
+    Host device(Trace);
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+    const auto unpack = [] {
+        std::filesystem::remove_all("../out");
+        std::filesystem::create_directory("../out");
+        ASSERT_EQ(std::system("tar -xzf unit.tar.gz -C ../out"), 0);
+    };
+    const Result running = Ctl({"collect", "-o", "unit.tar.gz", "--program", self});
+    EXPECT_EQ(running.code, 0) << running.errors;
+    unpack();
+    Json manifest = Json::parse(ReadFile("../out/manifest.json"));
+    EXPECT_EQ(manifest["boot_id"].get<std::string>() + "\n", ReadFile("/proc/sys/kernel/random/boot_id"));
+    EXPECT_EQ(manifest["segments"][kTrace]["mapped_by"], Json::array({device.Process()}));
+    EXPECT_EQ(manifest["segments"][kRings]["mapped_by"], Json::array({device.Process()}));
+    EXPECT_EQ(manifest["processes"].size(), 1U);
+    EXPECT_EQ(manifest["left_out"][0]["name"], "link");
+    const std::string id = manifest["programs"][0]["build_id"];
+    EXPECT_EQ(id.size(), 40U);
+#ifndef __arm__ // under the emulator the process is the emulator's
+    const Json& modules = manifest["processes"][0]["modules"];
+    const auto own = std::find_if(modules.begin(), modules.end(),
+                                  [&](const Json& module) { return module["path"] == self; });
+    ASSERT_NE(own, modules.end());
+    EXPECT_EQ((*own)["build_id"], id);
+#endif
+    EXPECT_GT(Post({"systrace", std::string("../out/") + kTrace, "--json"}).Parsed()["records"].size(), 0U);
+
+    device.Kill();
+    EXPECT_EQ(Ctl({"collect", ".", "-o", "unit.tar.gz"}).code, 0);
+    unpack();
+    manifest = Json::parse(ReadFile("../out/manifest.json"));
+    EXPECT_TRUE(manifest["processes"].empty());
+    EXPECT_EQ(Listing("../out"),
+              (std::vector<std::string>{kTrace, kRings, "empty", "exact.bin", "manifest.json", longName}));
+    for (const std::string& name : {std::string(kTrace), std::string(kRings), std::string("empty"),
+                                    std::string("exact.bin"), longName}) {
+        EXPECT_TRUE(ReadFile("../out/" + name) == ReadFile(name)) << name;
+    }
+    for (const char* mode : {"report", "timeline"}) {
+        EXPECT_LE(Post({mode, "../out", "-o", "../result"}).code, 1) << mode;
+    }
+    EXPECT_EQ(Ctl({"collect", "-o", kTrace}).code, 2);
+    std::filesystem::current_path("..");
+}
+
 } // namespace Nima::Testing
