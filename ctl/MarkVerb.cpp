@@ -114,11 +114,12 @@ int RunMark(Context& context, const Options& options) {
         return Refuse(context, problem);
     }
     const std::uint32_t component = id >> SYSTRACE_COMPONENT_SHIFT & SYSTRACE_COMPONENT_MASK;
-    if ((block->Live()[Nima::Catalogue::FilterWord(0, component)] & Nima::Catalogue::FilterBit(component)) ==
+    const Filters filters = block->ReadFilters();
+    if ((filters.live[Nima::Catalogue::FilterWord(0, component)] & Nima::Catalogue::FilterBit(component)) ==
         0) {
         return Refuse(context, "the filter lets no record of " + context.names.Component(component) + " at " +
                                    context.names.Level(0) + " through; tracing is " +
-                                   std::string(FilteringText(block->State())));
+                                   std::string(FilteringText(filters.State())));
     }
     const auto pieces = Pieces(options.text);
     for (const std::string_view piece : pieces) {

@@ -85,8 +85,8 @@ MappingProcesses ProcessesThatMap(int file) {
 
 bool IsHeldUp(pid_t process) {
     std::error_code error;
-    std::filesystem::directory_iterator each("/proc/" + std::to_string(process) + "/task", error), end;
-    for (; !error && each != end; each.increment(error)) {
+    std::filesystem::directory_iterator each("/proc/" + std::to_string(process) + "/task", error);
+    for (; !error && each != std::filesystem::directory_iterator(); each.increment(error)) {
         std::ifstream file(each->path() / "stat");
         const std::string text{std::istreambuf_iterator<char>(file), {}};
         // "4711 (name) T ...", where the name may contain any character.

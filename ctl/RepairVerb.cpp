@@ -22,17 +22,13 @@ struct Options {
     bool yes = false;
 };
 
-bool IsSetAside(Filtering state) {
-    return state == Filtering::kCleared || state == Filtering::kPartly;
-}
-
-/// Waits for as long as a dump takes. Returns false once the filter changes: somebody is at work.
+/// Waits for as long as a dump takes. Returns false once the filter changes or is back: somebody is at work.
 bool StaysTheSame(const TraceBlock& block, std::chrono::nanoseconds time) {
-    const Filter live = block.Live();
-    const Filter saved = block.Saved();
+    const Filters before = block.ReadFilters();
     for (const auto end = Clock::now() + time; Clock::now() < end;) {
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        if (block.Live() != live || block.Saved() != saved) {
+        // The dump may have ended before this wait began.
+        if (const Filters now = block.ReadFilters(); now != before || !now.SetAside()) {
             return false;
         }
     }
@@ -62,14 +58,15 @@ bool Agrees(const std::string& doubt) {
 }
 
 int Report(Context& context, const TraceBlock& block, bool repaired, const std::string& text) {
+    const Filters filters = block.ReadFilters();
     if (context.json) {
         PrintJson(context, {{"repaired", repaired},
                             {"text", text},
-                            {"tracing", FilteringName(block.State())},
-                            {"filter", FilterJson(block.Live(), context.names)}});
+                            {"tracing", FilteringName(filters.State())},
+                            {"filter", FilterJson(filters.live, context.names)}});
     } else {
         context.out.Line(text);
-        context.out.Line("filter  " + FilterText(block.Live(), context.names));
+        context.out.Line("filter  " + FilterText(filters.live, context.names));
     }
     return kExitFine;
 }
@@ -80,13 +77,13 @@ int RunRepair(Context& context, const Options& options) {
     if (!block || !TakeTurn(*block, problem)) {
         return Refuse(context, problem);
     }
-    if (!IsSetAside(block->State())) {
+    if (!block->ReadFilters().SetAside()) {
         return Report(context, *block, false, "nothing to repair: no filter is set aside");
     }
     const MappingProcesses mapping = ProcessesThatMap(block->File().Number());
     const bool alone = mapping.processes.empty() && mapping.hidden == 0;
     if (!alone && !StaysTheSame(*block, SecondsOf(options.wait))) {
-        return IsSetAside(block->State())
+        return block->ReadFilters().SetAside()
                    ? Refuse(context, "a dump is at work; nothing was changed")
                    : Report(context, *block, false, "nothing to repair: the dump has ended");
     }

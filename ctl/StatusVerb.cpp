@@ -79,7 +79,8 @@ void PrintWriters(Context& context, const Activity& activity) {
 void PrintBlock(Context& context, const TraceBlock& block, const Activity& activity,
                 const MappingProcesses& mapping) {
     const SysTraceHeader header = block.CopyHeader();
-    const Filtering state = block.State();
+    const Filters filters = block.ReadFilters();
+    const Filtering state = filters.State();
     const std::uint32_t used = UsedEntries(header);
     Output& out = context.out;
     out.Line(std::string(Nima::Catalogue::kSysTraceSegment.narrow) + " in " +
@@ -87,9 +88,9 @@ void PrintBlock(Context& context, const TraceBlock& block, const Activity& activ
     out.Line("  state         " + std::to_string(header.state) + " (" +
              std::string(NimaPost::CaptureStateName(header.state)) + ")");
     out.Line("  tracing       " + std::string(FilteringText(state)));
-    out.Line("  filter        " + FilterText(block.Live(), context.names));
-    if (state == Filtering::kCleared || state == Filtering::kPartly) {
-        out.Line("  saved filter  " + FilterText(block.Saved(), context.names));
+    out.Line("  filter        " + FilterText(filters.live, context.names));
+    if (filters.SetAside()) {
+        out.Line("  saved filter  " + FilterText(filters.saved, context.names));
     }
     out.Line("  fill          " + std::to_string(used) + " of " + std::to_string(kEntries) + " entries" +
              (header.wrapCount > 0 ? ", overwritten for the " + std::to_string(header.wrapCount) + ". time"
@@ -125,14 +126,15 @@ Json WritersJson(const Activity& activity, const Names& names) {
 Json BlockJson(const Context& context, const TraceBlock& block, const Activity& activity,
                const MappingProcesses& mapping) {
     const SysTraceHeader header = block.CopyHeader();
+    const Filters filters = block.ReadFilters();
     Json rate{{"seconds", activity.seconds}, {"estimated", activity.estimated}};
     rate["records_per_second"] = activity.cleared ? Json() : Json(activity.records / activity.seconds);
     rate["entries_per_second"] = activity.cleared ? Json() : Json(activity.entries / activity.seconds);
     return {{"state", header.state},
             {"state_name", NimaPost::CaptureStateName(header.state)},
-            {"tracing", FilteringName(block.State())},
-            {"filter", FilterJson(block.Live(), context.names)},
-            {"saved_filter", FilterJson(block.Saved(), context.names)},
+            {"tracing", FilteringName(filters.State())},
+            {"filter", FilterJson(filters.live, context.names)},
+            {"saved_filter", FilterJson(filters.saved, context.names)},
             {"entries", kEntries},
             {"entries_in_use", UsedEntries(header)},
             {"write_index", header.writeIndex},

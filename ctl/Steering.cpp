@@ -22,13 +22,9 @@ constexpr milliseconds kStays{100};
 constexpr milliseconds kLook{1};
 constexpr std::chrono::seconds kTurn{30};
 
-bool Holds(Filtering state) {
-    return state == Filtering::kCleared || state == Filtering::kPartly;
-}
-
 void Store(const TraceBlock& block, const FilterChange& change) {
     SysTraceHeader& header = block.Header();
-    const Filter saved = block.Saved();
+    const Filter saved = LoadFilter(header.savedFilter);
     const bool setAside = std::any_of(saved.begin(), saved.end(), [](auto word) { return word != 0; });
     // The saved filter first: what a dump brings back from now on has the change.
     for (std::size_t i = 0; setAside && i < saved.size(); ++i) {
@@ -37,11 +33,6 @@ void Store(const TraceBlock& block, const FilterChange& change) {
     for (std::size_t i = 0; i < saved.size(); ++i) {
         Update(header.liveFilter[i], [&](std::uint32_t word) { return change.Of(word, i); });
     }
-}
-
-/// Whether the change will be in the filter once no dump holds it.
-bool Stays(const TraceBlock& block, const FilterChange& change) {
-    return change.IsIn(Holds(block.State()) ? block.Saved() : block.Live());
 }
 
 } // namespace
@@ -65,24 +56,25 @@ bool FilterChange::IsIn(const Filter& filter) const {
 
 SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::chrono::nanoseconds patience) {
     SteeringResult result;
-    result.before = block.Effective();
+    result.before = block.ReadFilters().Effective();
     Store(block, change);
     const Clock::time_point begin = Clock::now();
     for (Clock::time_point stored = begin;;) {
         std::this_thread::sleep_for(kLook);
         const Clock::time_point now = Clock::now();
-        if (!Stays(block, change)) {
+        const Filters filters = block.ReadFilters();
+        if (!change.IsIn(filters.Lasting())) {
             Store(block, change);
             ++result.repeats;
             stored = now;
         }
-        result.held = Holds(block.State());
+        result.held = filters.SetAside();
         const bool verified = !result.held && now - stored >= kStays;
         if (verified || now - begin >= std::max<std::chrono::nanoseconds>(patience, kStays)) {
             break;
         }
     }
-    result.after = block.Effective();
+    result.after = block.ReadFilters().Effective();
     return result;
 }
 

@@ -14,16 +14,7 @@ bool Any(const Filter& filter) {
     return std::any_of(filter.begin(), filter.end(), [](auto word) { return word != 0; });
 }
 
-/// Whether the saved filter has a bit that the live one lacks. A repair leaves the saved filter as it is, so
-/// that it alone says nothing.
-bool SetAside(const Filter& live, const Filter& saved) {
-    for (std::size_t i = 0; i < live.size(); ++i) {
-        if ((saved[i] & ~live[i]) != 0) {
-            return true;
-        }
-    }
-    return false;
-}
+constexpr int kReadings = 1000;
 
 } // namespace
 
@@ -82,22 +73,43 @@ SysTraceHeader TraceBlock::CopyHeader() const {
     return copy;
 }
 
-Filtering TraceBlock::State() const {
-    const Filter live = Live();
-    const bool setAside = SetAside(live, Saved());
-    return Any(live) ? (setAside ? Filtering::kPartly : Filtering::kOn)
-                     : (setAside ? Filtering::kCleared : Filtering::kOff);
-}
-
-Filter TraceBlock::Effective() const {
-    Filter filter = Live();
-    const Filter saved = Saved();
-    if (SetAside(filter, saved)) {
-        for (std::size_t i = 0; i < filter.size(); ++i) {
-            filter[i] |= saved[i];
+bool Filters::SetAside() const {
+    for (std::size_t i = 0; i < live.size(); ++i) {
+        if ((saved[i] & ~live[i]) != 0) {
+            return true;
         }
     }
+    return false;
+}
+
+Filtering Filters::State() const {
+    if (SetAside()) {
+        return Any(live) ? Filtering::kPartly : Filtering::kCleared;
+    }
+    return Any(live) ? Filtering::kOn : Filtering::kOff;
+}
+
+Filter Filters::Effective() const {
+    Filter filter = live;
+    for (std::size_t i = 0; i < filter.size() && SetAside(); ++i) {
+        filter[i] |= saved[i];
+    }
     return filter;
+}
+
+Filters TraceBlock::ReadFilters() const {
+    const auto read = [this] {
+        return Filters{LoadFilter(Header().liveFilter), LoadFilter(Header().savedFilter)};
+    };
+    Filters filters = read();
+    for (int i = 0; i < kReadings; ++i) {
+        const Filters again = read();
+        if (again == filters) {
+            break;
+        }
+        filters = again;
+    }
+    return filters;
 }
 
 } // namespace NimaCtl

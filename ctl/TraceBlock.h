@@ -16,7 +16,7 @@ namespace NimaCtl {
 /// header, so that a header with another count is damaged.
 inline constexpr std::uint32_t kEntries = 1 << 20;
 static_assert(SYSTRACE_HEADER_SIZE + kEntries * sizeof(SysTraceEntry) <= SYSTRACE_SEGMENT_SIZE &&
-              SYSTRACE_HEADER_SIZE + 2 * kEntries * sizeof(SysTraceEntry) > SYSTRACE_SEGMENT_SIZE);
+              SYSTRACE_HEADER_SIZE + kEntries * sizeof(SysTraceEntry[2]) > SYSTRACE_SEGMENT_SIZE);
 inline constexpr std::size_t kBlockBytes = SYSTRACE_HEADER_SIZE + kEntries * sizeof(SysTraceEntry);
 
 /// Who lets records through.
@@ -25,6 +25,23 @@ enum class Filtering : unsigned char {
     kOff,     ///< nothing gets through, and no filter is set aside
     kCleared, ///< a dump that runs or was killed has set the filter aside
     kPartly   ///< the same, and levels were opened since
+};
+
+/// Both filters of a block at one moment.
+struct Filters {
+    Filter live{};
+    Filter saved{};
+
+    bool operator==(const Filters&) const = default;
+
+    /// Whether a dump has set the filter aside: the saved filter has a bit that the live one lacks. A repair
+    /// leaves the saved filter as it is, so that it alone says nothing.
+    bool SetAside() const;
+    Filtering State() const;
+    /// What gets through once no dump holds the filter, together with what gets through now.
+    Filter Effective() const;
+    /// What a dump that holds the filter brings back; otherwise the live filter.
+    const Filter& Lasting() const { return SetAside() ? saved : live; }
 };
 
 /// The SysTrace block of a directory, as the processes that map it see it.
@@ -42,11 +59,8 @@ class TraceBlock {
 
     /// A copy, each word read on its own.
     SysTraceHeader CopyHeader() const;
-    Filter Live() const { return LoadFilter(Header().liveFilter); }
-    Filter Saved() const { return LoadFilter(Header().savedFilter); }
-    Filtering State() const;
-    /// The filter that counts once no dump holds it.
-    Filter Effective() const;
+    /// Read until two readings agree: a dump may begin or end between the one filter and the other.
+    Filters ReadFilters() const;
 
   private:
     explicit TraceBlock(Segment segment) : segment_(std::move(segment)) {}

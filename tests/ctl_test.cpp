@@ -44,11 +44,12 @@ class Host {
         if (child_ == 0) {
             ::prctl(PR_SET_PDEATHSIG, SIGKILL);
             step();
-            bool told = ::write(ready[1], "x", 1) == 1;
-            while (told) {
+            if (::write(ready[1], "x", 1) != 1) {
+                ::_exit(1);
+            }
+            for (;;) {
                 step();
             }
-            ::_exit(1);
         }
         char byte = 0;
         ::close(ready[1]);
