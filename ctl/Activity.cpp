@@ -46,10 +46,8 @@ std::vector<SysTraceEntry> CopyEntries(const TraceBlock& block, std::uint32_t fi
     SysTraceEntry* const entries = block.Entries();
     for (std::uint32_t i = 0; i < count; ++i) {
         SysTraceEntry& entry = entries[(firstSlot + i) & (kEntries - 1)];
-        copy[i] = {SharedWord(entry.id).load(std::memory_order_relaxed),
-                   SharedWord(entry.value).load(std::memory_order_relaxed)};
+        copy[i] = {Load(entry.id), Load(entry.value)};
     }
-    std::atomic_thread_fence(std::memory_order_acquire);
     return copy;
 }
 

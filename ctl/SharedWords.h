@@ -12,6 +12,8 @@ namespace NimaCtl {
 /// A 32-bit word of memory that other processes write as well.
 using SharedWord = std::atomic_ref<std::uint32_t>;
 
+/// What the program reads after this is not read before it: an index that is read after entries tells which
+/// of them may have been overwritten.
 inline std::uint32_t Load(std::uint32_t& word) {
     return SharedWord(word).load(std::memory_order_acquire);
 }
