@@ -13,9 +13,6 @@ namespace {
 
 constinit CrashThread g_Threads[kMostCrashThreads];
 constinit std::atomic<unsigned> g_Activity{0};
-/// The process that a thread is about to end, since no other reports; 0 if there is none. A forked child must
-/// not take its parent's end for its own.
-constinit std::atomic<pid_t> g_Ending{0};
 
 void ChangeMask(int how, std::initializer_list<int> signals) {
     sigset_t set;
@@ -35,18 +32,10 @@ bool IsOfThisProcess(std::uint64_t holder) {
     return holder >> 32U == static_cast<std::uint64_t>(::getpid());
 }
 
-bool OthersReport(const CrashThread* self) {
+/// Whether a thread of this process has said so. What a forked child has inherited is of another one.
+bool Any(std::atomic<bool> CrashThread::*said, const CrashThread* besides = nullptr) {
     for (const CrashThread& thread : g_Threads) {
-        if (&thread != self && thread.reporting.load() && IsOfThisProcess(thread.holder.load())) {
-            return true;
-        }
-    }
-    return false;
-}
-
-bool AnySyncs() {
-    for (const CrashThread& thread : g_Threads) {
-        if (thread.syncing.load() && IsOfThisProcess(thread.holder.load())) {
+        if (&thread != besides && (thread.*said).load() && IsOfThisProcess(thread.holder.load())) {
             return true;
         }
     }
@@ -74,6 +63,7 @@ CrashThread* TakePlace(std::uint64_t caller) {
             thread.withoutFile = false;
             thread.unannounced = nullptr;
             thread.syncing.store(false);
+            thread.ending.store(false);
             return &thread;
         }
     }
@@ -86,7 +76,7 @@ void BeginToReport(CrashThread& thread) {
     const long long begin = Milliseconds();
     for (;;) {
         thread.reporting.store(true);
-        if (g_Ending.load() != ::getpid() || Milliseconds() - begin > kMostPatience) {
+        if (!Any(&CrashThread::ending) || Milliseconds() - begin > kMostPatience) {
             return;
         }
         thread.reporting.store(false);
@@ -95,13 +85,15 @@ void BeginToReport(CrashThread& thread) {
 }
 
 /// Whether the process may end now. Threads that come later wait for that.
-bool MayEnd(const CrashThread* self) {
-    g_Ending.store(::getpid());
-    if (!OthersReport(self)) {
-        return true;
+bool MayEnd(CrashThread* self) {
+    if (self != nullptr) {
+        self->ending.store(true);
     }
-    g_Ending.store(0);
-    return false;
+    const bool may = !Any(&CrashThread::reporting, self);
+    if (self != nullptr && !may) {
+        self->ending.store(false);
+    }
+    return may;
 }
 
 } // namespace
@@ -132,25 +124,22 @@ void NoteCrashActivity() {
 }
 
 void WaitForOtherCrashThreads() {
-    const CrashThread* const self = CurrentCrashThread();
-    long long begin = Milliseconds();
+    CrashThread* const self = CurrentCrashThread();
+    const long long begin = Milliseconds();
+    long long now = begin;
     long long sign = begin;
     long long disk = 0; ///< time that others have waited for it
-    long long last = begin;
     unsigned seen = g_Activity.load();
     while (!MayEnd(self)) {
-        const long long now = Milliseconds();
-        if (AnySyncs() && disk < kDiskPatience) {
-            disk += now - last;
-            begin += now - last;
-            sign = now;
-        }
-        last = now;
-        if (const unsigned activity = g_Activity.load(); activity != seen) {
+        const long long before = now;
+        now = Milliseconds();
+        const bool syncing = disk < kDiskPatience && Any(&CrashThread::syncing);
+        disk += syncing ? now - before : 0;
+        if (const unsigned activity = g_Activity.load(); syncing || activity != seen) {
             seen = activity;
             sign = now;
         }
-        if (now - sign > kPatience || now - begin > kMostPatience) {
+        if (now - sign > kPatience || now - begin - disk > kMostPatience) {
             return;
         }
         PauseFor(1000000);

@@ -18,6 +18,8 @@ struct CrashThread {
     std::atomic<bool> reporting{false};
     /// It waits for the disk, which may take long.
     std::atomic<bool> syncing{false};
+    /// It is about to end the process, since no other thread reports.
+    std::atomic<bool> ending{false};
     /// The thread's last entry, the one with SIGABRT, has begun.
     bool last = false;
     /// Where to continue after a fault in the current step.

@@ -65,14 +65,14 @@ std::string Line(std::int64_t time, const std::string& body, std::uint32_t threa
 }
 
 /// `wall`: nanoseconds since 1970 at the same moment.
-std::string Calibration(std::int64_t time, std::int64_t wall) {
+std::string Calibration(std::int64_t time, std::int64_t wall, std::uint32_t thread = 1) {
     const std::int64_t ofDay = wall / kSecond % 86400; // All of it on 24 November 2026.
     char text[200];
     std::snprintf(text, sizeof(text),
                   "<CAL> <Trace> Calibration freq=1000000, now=01261024%02d%02d%02d.%d, type=qpc",
                   static_cast<int>(ofDay / 3600), static_cast<int>(ofDay / 60 % 60),
                   static_cast<int>(ofDay % 60), static_cast<int>(wall / 1000 % 1'000'000 & 0xFFFF));
-    return Line(time, text);
+    return Line(time, text, thread);
 }
 
 constexpr std::int64_t kDay = 1'795'478'400 * kSecond; // 24 November 2026
@@ -204,7 +204,7 @@ TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThe
 TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     std::string a = Calibration(kBoot, kBoot + offset);
-    std::string b = Calibration(kBoot + 50 * kMillisecond, kBoot + 50 * kMillisecond + offset);
+    std::string b = Calibration(kBoot + 50 * kMillisecond, kBoot + 50 * kMillisecond + offset, 2);
     std::string merged = "C|a0|C|";
     for (int i = 0; i < 9; ++i) {
         const std::int64_t time = kBoot + i * (100 * kMillisecond);
@@ -220,19 +220,51 @@ TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
     EXPECT_EQ(logs.set.Processes()[1].boot, 1U);
 }
 
+TEST_F(LogTimes, OfAProcessThatWritesTwoLogsAreOfOneClock) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::vector<std::int64_t> turns{0, 1, 1, 0, 1, 0, 0, 1, 0, 1};
+    std::string logs[2];
+    std::string merged;
+    std::int64_t time = kBoot;
+    for (int log = 0; log < 2; ++log, time += 300 * kMillisecond) {
+        logs[log] = Calibration(time, time + offset);
+        merged += "C|";
+    }
+    for (std::size_t i = 0; i < turns.size(); ++i, time += 10 * kMillisecond) {
+        logs[turns[i]] += Line(time, "<WARN> <A> " + std::to_string(i));
+        merged += std::to_string(i) + "|";
+    }
+    WriteFile("b.log", logs[0]);
+    WriteFile("a.log", logs[1]);
+    const Logs read({"a.log", "b.log"});
+    EXPECT_EQ(read.Messages(), merged); // whatever the cut dates say of each
+    EXPECT_EQ(read.set.Processes().size(), 1U);
+    EXPECT_EQ(read.entries.back().time - read.entries.front().time, time - 10 * kMillisecond - kBoot);
+}
+
 TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::int64_t later = kBoot + 100 * kSecond + 3 * kMillisecond;
-    for (const std::string torn : {"<WARN> <A> page ", "<WARN> <A> page 12"}) {
-        std::string first = Line(kBoot + 5, torn);
+    for (const std::string torn :
+         {"page ", "page 1", "page 12", "page 123", "page 1234567", "page 3000000000"}) {
+        std::string first = Line(kBoot + 5, "<WARN> <A> " + torn);
         first.resize(first.size() - 2);
         WriteFile("a.log", Calibration(kBoot, kBoot + offset) + first + Calibration(later, later + offset) +
                                Line(later + 5, "<WARN> <A> again"));
         const Logs logs({"a.log"});
-        EXPECT_EQ(logs.Messages(), "C|" + torn.substr(11) + "|C|again|");
+        EXPECT_EQ(logs.Messages(), "C|" + torn + "|C|again|");
         EXPECT_EQ(logs.set.Sources()[0].findings.damage.size(), 1U);
         ASSERT_EQ(logs.set.Processes().size(), 2U);
         EXPECT_NEAR(static_cast<double>(logs.entries[3].time - (later + offset)), 0, 1e9);
+    }
+    // Cut in the middle of its date, a calibration line dates nothing, but two processes it tells.
+    const std::string whole = Calibration(kBoot, kBoot + offset);
+    for (std::size_t end = whole.find("now=") + 1; end < whole.find(", type="); ++end) {
+        WriteFile("a.log", whole.substr(0, end) + Calibration(later, later + offset) +
+                               Line(later + 5, "<WARN> <A> again"));
+        const Logs logs({"a.log"});
+        ASSERT_EQ(logs.set.Processes().size(), 2U) << end;
+        EXPECT_FALSE(logs.set.Processes()[0].date) << end;
     }
 }
 

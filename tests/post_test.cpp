@@ -763,26 +763,6 @@ TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
     }
 }
 
-TEST_F(PostMortem, LeavesALogAsItIsThatWasNeverRewound) {
-    // A line every 11 ms, so that a second begins in between and the counter falls.
-    std::string log =
-        "700000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
-        "now=01261024150926.46886, type=qpc\r\n";
-    for (int i = 0; i < 80; ++i) {
-        std::array<char, 80> line{};
-        std::snprintf(line.data(), line.size(), "%d <0x00000001:000> <WARN> <Feeder> sheet %06d\r\n",
-                      (700'100'000 + i * 11'000'000) % 999'999'999, i);
-        log += line.data();
-    }
-    WriteFile("slow.log", log);
-    const Json json = Post({"log", "slow.log", "--json", "--tracer", "Feeder"}).Parsed();
-    ASSERT_EQ(json["lines"].size(), 80U);
-    for (std::size_t i = 0; i < 80; ++i) {
-        EXPECT_EQ(std::stoul(json["lines"][i]["message"].get<std::string>().substr(6)), i);
-        EXPECT_FALSE(json["lines"][i]["overwritten"].get<bool>());
-    }
-}
-
 TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     WriteFile(
         "a.log.1",
@@ -805,6 +785,8 @@ TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     };
     EXPECT_EQ(messages({}), "Calibration|first|more of it|second|Calibration|third|");
     EXPECT_EQ(messages({"--level", "warn"}), "first|more of it|");
+    EXPECT_EQ(messages({"--boot", "1", "--level", "FATAL"}), "third|");
+    EXPECT_EQ(Post({"log", "a.log", "--boot", "9"}).code, 2);
     EXPECT_EQ(messages({"--level", "WARN+"}), "first|more of it|third|");
     EXPECT_EQ(messages({"--tracer", "Two", "--thread", "0x2"}), "second|third|");
     EXPECT_EQ(messages({"--text", "THIRD", "-i"}), "third|");

@@ -17,6 +17,12 @@ std::int64_t ClockStep(Random& random) {
     return random.OneIn(2) ? step : -step;
 }
 
+void PassOrReboot(World& world) {
+    Random& random = world.random;
+    random.OneIn(2) ? world.device.Pass(random.Between(kMillisecond, kMinute))
+                    : world.device.Reboot(random.Between(kSecond, kHour), true);
+}
+
 /// Dies with its buffer, of which a part is in the file: the last line has no end.
 void Tear(World& world, Host& host) {
     const std::size_t buffered = host.log.Buffered();
@@ -128,30 +134,20 @@ void ClockSet(World& world) {
 }
 
 void Kills(World& world) {
-    Random& random = world.random;
     Live(world, {.settings = {},
                  .fewest = 1,
                  .most = 4,
                  .end = [](Host& host) { host.Kill(); },
-                 .between =
-                     [&] {
-                         random.OneIn(2) ? world.device.Pass(random.Between(kMillisecond, kMinute))
-                                         : world.device.Reboot(random.Between(kSecond, kHour), true);
-                     }});
+                 .between = [&] { PassOrReboot(world); }});
 }
 
 void TornTails(World& world) {
-    Random& random = world.random;
     Live(world, {.settings = {},
                  .fewest = 2,
                  .most = 4,
                  .mostWrites = 300,
                  .end = [&](Host& host) { Tear(world, host); },
-                 .between =
-                     [&] {
-                         random.OneIn(2) ? world.device.Pass(random.Between(kMillisecond, kMinute))
-                                         : world.device.Reboot(random.Between(kSecond, kHour), true);
-                     }});
+                 .between = [&] { PassOrReboot(world); }});
 }
 
 void TwoFiles(World& world) {

@@ -54,9 +54,6 @@ class Axis {
     /// earliest.
     Tie TieOf(std::int64_t counter, const RawDate& date) const;
 
-    void SetCrash(std::int64_t time) { crash_ = time; }
-    std::optional<std::int64_t> Crash() const { return crash_; }
-
     void Add(CallbackMark mark) { callbacks_.push_back(mark); }
     /// The only call for this event; empty if there is none or more than one.
     std::optional<std::int64_t> CallOf(std::uint32_t eventType, std::uint32_t eventId) const;
@@ -73,7 +70,6 @@ class Axis {
     bool hasWall_ = false;
     std::optional<Tie> logClock_;
     std::optional<Tie> newest_;
-    std::optional<std::int64_t> crash_;
     std::vector<CallbackMark> callbacks_;
     Processes processes_;
     std::vector<Finding> statement_;

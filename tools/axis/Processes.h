@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <set>
+#include <string>
 #include <vector>
 
 namespace NimaPost {
@@ -32,5 +33,8 @@ class Processes {
   private:
     std::vector<ProcessFacts> all_;
 };
+
+/// "process 2, boot 1"; what is not known is said.
+std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot);
 
 } // namespace NimaPost

@@ -17,13 +17,6 @@ struct Certainty {
     /// cut.
     std::int64_t originLater = 0;
 
-    /// The same for a time that may be a second later still.
-    Certainty OrASecondLater() const {
-        Certainty other = *this;
-        other.later += later == kUnbounded ? 0 : 1;
-        return other;
-    }
-
     bool Exact() const { return later == 0 && earlier == 0 && !assumed; }
 
     static constexpr Certainty Assumed() { return {kUnbounded, kUnbounded, true}; }

@@ -197,6 +197,12 @@ void AppendSeconds(std::string& out, std::int64_t nanoseconds) {
     out.append(fraction.data(), fraction.size());
 }
 
+std::string Duration(std::int64_t nanoseconds) {
+    std::string text;
+    AppendSeconds(text, nanoseconds);
+    return text.substr(1) + " s";
+}
+
 std::string Counted(std::uint64_t count, std::string_view noun) {
     std::string text = std::to_string(count);
     text += ' ';

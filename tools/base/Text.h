@@ -24,6 +24,8 @@ std::string Hex32(std::uint32_t value);
 
 /// Nanoseconds as signed seconds with nine places: "+12.345678901".
 void AppendSeconds(std::string& out, std::int64_t nanoseconds);
+/// The same of a length of time: "12.345678901 s".
+std::string Duration(std::int64_t nanoseconds);
 
 /// "1 record", "2 records".
 std::string Counted(std::uint64_t count, std::string_view noun);

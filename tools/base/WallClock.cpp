@@ -7,6 +7,8 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <iterator>
+#include <utility>
 
 namespace NimaPost {
 
@@ -161,8 +163,22 @@ WallOffset::Fit WallOffset::BestFit(const RawDate& date, std::int64_t elapsed,
     return best;
 }
 
-std::int64_t WallOffset::Misfit(const RawDate& date, std::int64_t elapsed) const {
-    return BestFit(date, elapsed, INT64_MIN).misfit;
+void WallOffset::Unite(WallOffset& other, std::int64_t shift) {
+    std::vector<std::int64_t> common;
+    std::copy_if(
+        candidates_.begin(), candidates_.end(), std::back_inserter(common), [&](std::int64_t offset) {
+            return std::any_of(other.candidates_.begin(), other.candidates_.end(), [&](std::int64_t others) {
+                return std::abs(others - shift - offset) <= kDateTakes;
+            });
+        });
+    if (common.empty()) {
+        return;
+    }
+    candidates_ = common;
+    for (std::int64_t& offset : common) {
+        offset += shift;
+    }
+    other.candidates_ = std::move(common);
 }
 
 std::optional<std::int64_t> WallOffset::Join(const RawDate& date, std::int64_t elapsed,

@@ -56,9 +56,17 @@ class WallOffset {
     /// or the device restarted.
     std::optional<std::int64_t> Join(const RawDate& date, std::int64_t elapsed,
                                      std::int64_t tolerance = kDateTakes);
-    /// By how much a second date misses what whole counter periods explain, by the number that fits best; the
-    /// number may be negative, where the clock was set back.
-    std::int64_t Misfit(const RawDate& date, std::int64_t elapsed) const;
+    struct Fit {
+        std::int64_t unseen = 0; ///< whole counter periods besides `elapsed`
+        std::int64_t misfit = 0; ///< nanoseconds by which the dates miss each other all the same
+    };
+    /// The number of periods that explains a second date best. It is negative if that date is the earlier
+    /// one.
+    Fit Compare(const RawDate& date, std::int64_t elapsed) const { return BestFit(date, elapsed, INT64_MIN); }
+
+    /// Takes into account that another's elapsed time began `shift` nanoseconds after this one's: both keep
+    /// what they agree on.
+    void Unite(WallOffset& other, std::int64_t shift);
 
     /// The earliest offset that agrees with all dates.
     std::int64_t Earliest() const { return candidates_.front(); }
@@ -66,10 +74,6 @@ class WallOffset {
     std::int64_t Spread() const { return candidates_.back() - candidates_.front(); }
 
   private:
-    struct Fit {
-        std::int64_t unseen = 0;
-        std::int64_t misfit = 0;
-    };
     Fit BestFit(const RawDate& date, std::int64_t elapsed, std::int64_t leastUnseen) const;
 
     std::vector<std::int64_t> candidates_; ///< nanoseconds, ascending, never empty

@@ -12,11 +12,14 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
     CLI::App* command = AddCommand(app, context, name, description);
     command->add_option("FOLDER", options.folder, "The folder that came back from the device")->required();
     command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
-    command->add_option("--boot", options.selection.boot, "Only what is known to be of this boot")
-        ->type_name("N");
-    command->add_option("--process", options.selection.process, "Only what is known to be of this process")
-        ->type_name("N");
+    AddSelection(*command, options.selection);
     return command;
+}
+
+void AddSelection(CLI::App& command, Selection& selection) {
+    command.add_option("--boot", selection.boot, "Only what is known to be of this boot")->type_name("N");
+    command.add_option("--process", selection.process, "Only what is known to be of this process")
+        ->type_name("N");
 }
 
 int RunOnFolder(Context& context, const FolderOptions& options,
@@ -29,7 +32,7 @@ int RunOnFolder(Context& context, const FolderOptions& options,
         PrintFindings(context, findings);
         return ReportUnusable(context, problem, findings);
     }
-    problem = options.selection.Missing(story.Time());
+    problem = options.selection.Missing(story.Time().AllProcesses());
     if (!problem.empty() || !file.Create(options.output, story.Inputs(), problem)) {
         return ReportUnusable(context, problem);
     }

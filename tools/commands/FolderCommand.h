@@ -17,6 +17,9 @@ struct FolderOptions {
     Selection selection;
 };
 
+/// --boot and --process.
+void AddSelection(CLI::App& command, Selection& selection);
+
 /// A subcommand that takes these options; `fileUse` says what the file is for.
 CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& name,
                            const std::string& description, const std::string& fileUse,

@@ -1,10 +1,12 @@
 #include "catalogue/Levels.h"
 #include "catalogue/Marks.h"
+#include "tools/base/BoundJson.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Interrupt.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/FolderCommand.h"
 #include "tools/log/LogFilter.h"
 #include "tools/log/LogFollower.h"
 #include "tools/log/LogSet.h"
@@ -16,7 +18,6 @@
 #include <filesystem>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <span>
 #include <thread>
 
@@ -33,8 +34,7 @@ struct Options {
     std::vector<std::string> threads;
     std::string text;
     bool ignoreCase = false;
-    std::optional<std::size_t> boot;
-    std::optional<std::size_t> process;
+    Selection selection;
     bool alone = false;
     bool follow = false;
 };
@@ -100,10 +100,6 @@ class TimePrinter {
     std::string cached_;
 };
 
-Json SecondsOrOpen(std::int64_t seconds) {
-    return seconds == Certainty::kUnbounded ? Json("unbounded") : Json(seconds);
-}
-
 Json EntryJson(const LogEntry& entry, const LogSet& logs) {
     Json json{{"file", ToUtf8(logs.Sources()[entry.part->file].file.Path())}, {"offset", entry.offset}};
     json["time"] = !entry.hasTime ? Json() : entry.hasWall ? Json(WallTimeIso(entry.time)) : Json();
@@ -112,12 +108,12 @@ Json EntryJson(const LogEntry& entry, const LogSet& logs) {
     }
     json["boot"] = entry.boot ? Json(*entry.boot) : Json();
     json["process"] = entry.process ? Json(*entry.process) : Json();
-    json["later_by_seconds"] = SecondsOrOpen(entry.certainty.later);
+    json["later_by_seconds"] = BoundJson(entry.certainty.later);
     if (const auto likely = logs.LikelyBoundOf(entry)) {
         json["likely_later_by_seconds"] = likely->later;
         json["assuming"] = likely->assuming;
     }
-    json["earlier_by_seconds"] = SecondsOrOpen(entry.certainty.earlier);
+    json["earlier_by_seconds"] = BoundJson(entry.certainty.earlier);
     json["overwritten"] = entry.part->overwritten;
     if (entry.continued) {
         json["continues"] = true;
@@ -168,8 +164,7 @@ Findings Summary(const LogSet& logs) {
 /// Hands over the lines of the wanted boot and process.
 void ForEachWanted(const LogSet& logs, const Options& options, ShownLines& shown) {
     logs.ForEach([&](const LogEntry& entry) {
-        if ((!options.boot || entry.boot == options.boot) &&
-            (!options.process || entry.process == options.process)) {
+        if (options.selection.Takes(entry)) {
             shown.Take(entry);
         }
         return true;
@@ -302,6 +297,14 @@ int RunLog(Context& context, const Options& options) {
         return ReportUnusable(context, NothingToRead(logs), logs.Unusable());
     }
     logs.Arrange();
+    Processes processes;
+    for (const LogProcess& process : logs.Processes()) {
+        processes.Add(FactsOf(process));
+    }
+    problem = options.selection.Missing(processes);
+    if (!problem.empty()) {
+        return ReportUnusable(context, problem);
+    }
     const Findings findings = Summary(logs);
     if (context.json) {
         PrintJson(context, logs, options, filter, findings);
@@ -327,10 +330,7 @@ void AddLogCommand(CLI::App& app, Context& context, Run& run) {
         ->delimiter(',');
     command->add_option("--text", options->text, "Only messages that contain this text");
     command->add_flag("-i,--ignore-case", options->ignoreCase, "--text ignores case (ASCII)");
-    command->add_option("--boot", options->boot, "Only lines of this boot, by number")
-        ->check(CLI::PositiveNumber);
-    command->add_option("--process", options->process, "Only lines of this process, by number")
-        ->check(CLI::PositiveNumber);
+    AddSelection(*command, options->selection);
     command->add_flag("--alone", options->alone, "Leave the backups out");
     command->add_flag("-f,--follow", options->follow, "Print lines as they are written, until Ctrl-C");
     command->callback([&run, options] { run = [options](Context& c) { return RunLog(c, *options); }; });

@@ -1,3 +1,4 @@
+#include "tools/base/BoundJson.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"

@@ -1,7 +1,7 @@
 #include "tools/crash/CrashOrder.h"
 
+#include "tools/base/BackupName.h"
 #include "tools/base/CounterClock.h"
-#include "tools/base/Text.h"
 
 #include <algorithm>
 #include <array>
@@ -14,22 +14,6 @@ namespace {
 
 /// No writer keeps more backups.
 constexpr std::uint64_t kMostBackups = 999;
-
-struct FileName {
-    std::string base;
-    std::uint64_t number = 0;
-};
-
-/// "crash.txt.1" is number 1 of "crash.txt", which itself is number 0.
-FileName SplitName(const std::string& name) {
-    const std::size_t dot = name.rfind('.');
-    std::uint64_t number = 0;
-    if (dot != std::string::npos && dot > 0 && name.size() - dot <= 4 && name[dot + 1] != '0' &&
-        ParseNumber(std::string_view(name).substr(dot + 1), number) && number <= kMostBackups) {
-        return {name.substr(0, dot), number};
-    }
-    return {name, 0};
-}
 
 struct Ranked {
     std::size_t index = 0;
@@ -46,7 +30,7 @@ using Family = std::deque<Ranked>;
 std::map<std::string, Family> Families(const std::vector<CrashTraits>& crashes) {
     std::map<std::string, Family> families;
     for (std::size_t i = 0; i < crashes.size(); ++i) {
-        const FileName name = SplitName(crashes[i].file);
+        const BackupName name = SplitBackupName(crashes[i].file, kMostBackups);
         families[name.base].push_back({i, name.number, &crashes[i]});
     }
     for (auto& [base, family] : families) {
@@ -72,8 +56,8 @@ bool EarlierByCycle(const Ranked& a, const Ranked& b) {
 
 /// A counter tells how long the device has been up, give or take a period.
 bool FarBelow(std::int64_t counter, std::int64_t other) {
-    constexpr auto kPeriod = static_cast<std::uint64_t>(kCounterPeriod);
-    return counter<other&& static_cast<std::uint64_t>(other) - static_cast<std::uint64_t>(counter)> kPeriod;
+    const auto apart = static_cast<std::uint64_t>(other) - static_cast<std::uint64_t>(counter);
+    return other > counter && apart > static_cast<std::uint64_t>(kCounterPeriod);
 }
 
 bool EarlierByCounter(const Ranked& a, const Ranked& b) {

@@ -33,7 +33,6 @@ void CrashSource::Date(Axis& axis) {
             const Tie tie = axis.TieOf(*crash.log.ticks, *crash.log.date);
             crash.time = tie.time;
             axis.SetNewest(tie);
-            axis.SetCrash(tie.time);
             axis.SetWall();
         }
     }

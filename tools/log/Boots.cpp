@@ -26,7 +26,7 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
     } else if (process.date && run.wall) {
         const std::int64_t elapsed =
             last.start + last.length + StepForward(last.lastCounter, process.counter);
-        comparison.misfit = run.wall->Misfit(*process.date, elapsed);
+        comparison.misfit = run.wall->Compare(*process.date, elapsed).misfit;
         comparison.evidence = process.date->second * kSecond + kSecond < before.last ? BootEvidence::kDate
                               : comparison.misfit <= kFitsClosely ? BootEvidence::kClocksFit
                               : comparison.misfit > kDateTakes    ? BootEvidence::kClocks
@@ -51,22 +51,20 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     if (part.date && !process.date) {
         process.date = part.date;
         process.counter = part.firstCounter;
+        process.run = part.run;
+        process.start = part.start;
     }
 }
 
 /// A process that writes on while another has the log open shows by its threads beside those of the other.
 void FindOthers(LogPart& part, const LogProcess& before) {
+    part.others.clear();
     std::copy_if(part.threads.begin(), part.threads.end(), std::back_inserter(part.others),
                  [&](std::uint32_t thread) { return before.threads.contains(thread); });
     if (part.others.size() == part.threads.size() || !part.calibration ||
         before.threads.contains(part.calibration->thread)) {
         part.others.clear(); // A process like the one before, with the same identifiers.
     }
-}
-
-bool FitOneClock(const LogProcess& a, const LogProcess& b) {
-    return a.date && b.date &&
-           WallOffset(*a.date, 0).Misfit(*b.date, StepForward(a.counter, b.counter)) <= kFitsClosely;
 }
 
 bool RanAtOneTime(const LogProcess& a, const LogProcess& b) {
@@ -159,9 +157,10 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
         datedOfThis = part.date ? &part : datedOfThis;
         const bool last = i + 1 == parts.size() || parts[i + 1].link == PartLink::kOpening;
         if (last && processes.size() - 1 > firstOfLog) {
-            const Comparison comparison = dated != nullptr ? CompareBoots(processes[processes.size() - 2],
-                                                                          *dated, runs[dated->run], process)
-                                                           : Comparison();
+            LogProcess& before = processes[processes.size() - 2];
+            before.nextOpening = before.hasWall ? std::optional(process.first) : std::nullopt;
+            const Comparison comparison =
+                dated != nullptr ? CompareBoots(before, *dated, runs[dated->run], process) : Comparison();
             process.evidence = comparison.evidence;
             process.misfit = comparison.misfit;
         }

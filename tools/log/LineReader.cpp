@@ -17,6 +17,12 @@ constexpr std::size_t kLookAhead = 4096;
 /// first digits lie further apart.
 constexpr std::int64_t kNextLine = kSecond / 10;
 
+/// Between two stamps within a second, or on both sides of the next. Readings with more digits are not taken
+/// modulo the period, since many of them would fit.
+std::int64_t Apart(std::int64_t counter, std::int64_t next) {
+    return std::min(std::abs(next - counter), std::abs(next + kCounterPeriod - counter));
+}
+
 /// How many of the digits in front of a calibration line's thread belong to the torn line before it: those
 /// that leave a counter to which the next stamp fits. Where none does, none is taken off and the line has no
 /// stamp.
@@ -32,8 +38,8 @@ std::size_t ForeignDigits(std::string_view digits, std::string_view following, b
         std::string_view counter = digits.substr(i);
         std::int64_t value = 0;
         if (counter.size() <= kLongestCounter && (counter[0] != '0' || counter.size() == 1) &&
-            TakeDecimal(counter, value) && std::abs(StepWithFall(value, *next, kNextLine)) < nearest) {
-            nearest = std::abs(StepWithFall(value, *next, kNextLine));
+            TakeDecimal(counter, value) && Apart(value, *next) < nearest) {
+            nearest = Apart(value, *next);
             foreign = i;
         }
     }

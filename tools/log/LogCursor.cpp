@@ -18,7 +18,19 @@ std::int64_t QueueClock::Next(const RawDate& date) {
     return time;
 }
 
-void LogCursor::BeginPart(const LogPart& part, const LogFile& file) {
+bool LogCursor::Next() {
+    while (!reader_ || !reader_->Next(text_)) {
+        if (next_ == parts_.size()) {
+            return false;
+        }
+        BeginPart(parts_[next_++]);
+    }
+    Take();
+    return true;
+}
+
+void LogCursor::BeginPart(const LogPart& part) {
+    const LogFile& file = *files_[part.file];
     const LogRun& run = runs_[part.run];
     reader_.emplace(file.file, file.kind, part.begin, part.end);
     entry_ = LogEntry();
@@ -44,11 +56,11 @@ void LogCursor::Take() {
         const std::int64_t elapsed = clock_.Next(entry_.line.counter, OrderedThread(entry_.line));
         entry_.time = origin_ + elapsed;
         entry_.hasTime = true;
-        const Certainty& certainty = entry_.part->certainty;
-        entry_.certainty.later = clock_.WasLate() ? certainty.OrASecondLater().later : certainty.later;
+        const std::int64_t later = entry_.part->certainty.later;
+        entry_.certainty.later = later + (clock_.WasLate() && later != Certainty::kUnbounded ? 1 : 0);
         if (const auto& notAfter = entry_.part->notAfter) {
-            const std::int64_t later = *notAfter - entry_.part->start - elapsed;
-            entry_.certainty.later = std::max<std::int64_t>(0, later) / kSecond + 1;
+            const std::int64_t before = *notAfter - entry_.part->start - elapsed;
+            entry_.certainty.later = std::max<std::int64_t>(0, before) / kSecond + 1;
         }
     }
 }

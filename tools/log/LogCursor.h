@@ -27,28 +27,20 @@ class QueueClock {
 /// Reads the lines of one log's placed parts, in their order.
 class LogCursor {
   public:
-    LogCursor(const std::vector<LogPart>& parts, const std::vector<LogRun>& runs)
-        : parts_(parts), runs_(runs) {}
+    /// All of these outlive the cursor.
+    LogCursor(const std::vector<const LogFile*>& files, const std::vector<LogPart>& parts,
+              const std::vector<LogRun>& runs)
+        : files_(files), parts_(parts), runs_(runs) {}
 
-    /// False at the end. `fileOf` finds a part's file.
-    template <class FileOf>
-    bool Next(const FileOf& fileOf) {
-        while (!reader_ || !reader_->Next(text_)) {
-            if (next_ == parts_.size()) {
-                return false;
-            }
-            const LogPart& part = parts_[next_++];
-            BeginPart(part, fileOf(part));
-        }
-        Take();
-        return true;
-    }
+    /// False at the end.
+    bool Next();
     const LogEntry& Entry() const { return entry_; }
 
   private:
-    void BeginPart(const LogPart& part, const LogFile& file);
+    void BeginPart(const LogPart& part);
     void Take();
 
+    const std::vector<const LogFile*>& files_;
     const std::vector<LogPart>& parts_;
     const std::vector<LogRun>& runs_;
     std::size_t next_ = 0;

@@ -108,7 +108,9 @@ std::optional<RawDate> CalibrationDate(const LogLine& line) {
         return std::nullopt;
     }
     std::string_view rest = line.message.substr(at + kDate.size());
-    return TakeCompactDate(rest);
+    const auto date = TakeCompactDate(rest);
+    // Where the line was cut the last digits may be gone.
+    return rest.starts_with(Nima::Catalogue::kCalibrationType) ? date : std::nullopt;
 }
 
 std::optional<std::uint32_t> OrderedThread(const LogLine& line) {

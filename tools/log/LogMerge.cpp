@@ -11,6 +11,15 @@ constexpr std::size_t kUnknownBoot = std::numeric_limits<std::size_t>::max();
 
 } // namespace
 
+LogMerge::LogMerge(const std::vector<const LogFile*>& files, const std::vector<std::vector<LogPart>>& logs,
+                   const std::vector<LogRun>& runs, const std::vector<LogProcess>& processes)
+    : processes_(processes) {
+    streams_.reserve(logs.size());
+    for (const std::vector<LogPart>& parts : logs) {
+        Advance(streams_.emplace_back(LogCursor(files, parts, runs)));
+    }
+}
+
 const LogEntry* LogMerge::Next() {
     if (current_ != nullptr) {
         Advance(*current_);
@@ -37,16 +46,12 @@ void LogMerge::Choose() {
 }
 
 void LogMerge::Advance(Stream& stream) {
-    if (!stream.cursor) {
-        stream.cursor = std::make_unique<LogCursor>(*stream.parts, runs_);
-        stream.key = {0, std::numeric_limits<std::int64_t>::min()};
-    }
-    if (!stream.cursor->Next([&](const LogPart& part) -> const LogFile& { return *files_[part.file]; })) {
+    if (!stream.cursor.Next()) {
         stream.ended = true;
         return;
     }
-    const bool samePart = stream.entry.part == stream.cursor->Entry().part;
-    stream.entry = stream.cursor->Entry();
+    const bool samePart = stream.entry.part == stream.cursor.Entry().part;
+    stream.entry = stream.cursor.Entry();
     LogEntry& entry = stream.entry;
     stream.boot = samePart ? stream.boot : BootOf(*entry.part);
     if (stream.boot != 0 && entry.part->processIsKnown) {

@@ -5,8 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <memory>
-#include <optional>
+#include <limits>
 #include <utility>
 #include <vector>
 
@@ -16,20 +15,9 @@ namespace NimaPost {
 /// stands, whatever its times are.
 class LogMerge {
   public:
-    template <class Sources>
-    LogMerge(const Sources& sources, const std::vector<std::vector<LogPart>>& logs,
-             const std::vector<LogRun>& runs, const std::vector<LogProcess>& processes)
-        : runs_(runs), processes_(processes) {
-        for (const auto& source : sources) {
-            files_.push_back(&source);
-        }
-        for (const std::vector<LogPart>& parts : logs) {
-            streams_.push_back({&parts, nullptr, {}, false});
-        }
-        for (Stream& stream : streams_) {
-            Advance(stream);
-        }
-    }
+    /// All of these outlive the object.
+    LogMerge(const std::vector<const LogFile*>& files, const std::vector<std::vector<LogPart>>& logs,
+             const std::vector<LogRun>& runs, const std::vector<LogProcess>& processes);
 
     /// Null at the end. The entry holds until the next call.
     const LogEntry* Next();
@@ -38,12 +26,11 @@ class LogMerge {
     /// A boot, the unknown one last, and a time.
     using Key = std::pair<std::size_t, std::int64_t>;
     struct Stream {
-        const std::vector<LogPart>* parts;
-        std::unique_ptr<LogCursor> cursor;
-        Key key;
-        bool ended;
+        LogCursor cursor;
         LogEntry entry{};
         std::size_t boot = 0; ///< of the entry's part
+        Key key{0, std::numeric_limits<std::int64_t>::min()};
+        bool ended = false;
     };
 
     void Advance(Stream& stream);
@@ -51,9 +38,7 @@ class LogMerge {
     std::size_t BootOf(const LogPart& part) const;
     void Choose();
 
-    const std::vector<LogRun>& runs_;
     const std::vector<LogProcess>& processes_;
-    std::vector<const LogFile*> files_;
     std::vector<Stream> streams_;
     Stream* current_ = nullptr; ///< whose entry was handed over last
     Key limit_;                 ///< up to which no other stream's turn comes

@@ -49,7 +49,9 @@ struct LogPart {
     bool processIsKnown = true;         ///< else it may be one of several with the same threads
     std::size_t run = 0;                ///< parts whose times count from one origin
     std::int64_t start = 0;             ///< of its first stamped line, nanoseconds on the run's axis
-    std::int64_t queueFirst = 0;        ///< time of the queue's first record
+    /// When the next process opened the log; of the wall clock.
+    std::optional<std::int64_t> nextOpening;
+    std::int64_t queueFirst = 0; ///< time of the queue's first record
     /// Threads of the process before that write on: two processes share the file.
     std::vector<std::uint32_t> others;
     std::optional<std::size_t> othersProcess;

@@ -2,8 +2,22 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
+#include "tools/log/LogLine.h"
+
+#include <algorithm>
 
 namespace NimaPost {
+
+void LogProcess::Absorb(const LogProcess& other) {
+    threads.insert(other.threads.begin(), other.threads.end());
+    first = std::min(first, other.first);
+    last = std::max(last, other.last);
+}
+
+bool FitOneClock(const LogProcess& a, const LogProcess& b) {
+    return a.date && b.date &&
+           WallOffset(*a.date, 0).Compare(*b.date, StepForward(a.counter, b.counter)).misfit <= kFitsClosely;
+}
 
 const char* CodeOf(BootEvidence evidence) {
     switch (evidence) {
@@ -24,8 +38,6 @@ const char* CodeOf(BootEvidence evidence) {
 }
 
 std::string InWords(const LogProcess& process) {
-    std::string misfit;
-    AppendSeconds(misfit, process.misfit);
     switch (process.evidence) {
         case BootEvidence::kFirst:
             return "the first in its log";
@@ -35,14 +47,27 @@ std::string InWords(const LogProcess& process) {
         case BootEvidence::kDate:
             return "another boot, or the clock was set back: its date is earlier than the last line's";
         case BootEvidence::kClocks:
-            return "another boot, or the clock was set: the dates miss one clock by" + misfit + " s";
+            return "another boot, or the clock was set: the dates miss one clock by " +
+                   Duration(process.misfit);
         case BootEvidence::kClocksFit:
             return "probably the same boot: the dates fit one clock within 0.0001 s";
         case BootEvidence::kUnknown:
             break;
     }
-    return process.misfit > 0 ? "perhaps another boot: the dates miss one clock by only" + misfit + " s"
-                              : "perhaps another boot: no two dates can be compared";
+    return process.misfit > 0
+               ? "perhaps another boot: the dates miss one clock by only " + Duration(process.misfit)
+               : "perhaps another boot: no two dates can be compared";
+}
+
+ProcessFacts FactsOf(const LogProcess& process) {
+    ProcessFacts facts;
+    facts.threads = process.threads;
+    if (process.hasWall) {
+        facts.boot = process.boot;
+        facts.first = process.first;
+        facts.last = process.last;
+    }
+    return facts;
 }
 
 } // namespace NimaPost

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/axis/Processes.h"
 #include "tools/base/WallClock.h"
 
 #include <cstddef>
@@ -34,17 +35,27 @@ struct LogProcess {
     std::int64_t last = 0;
     std::optional<RawDate> date; ///< of its first calibration line, with the counter of that
     std::int64_t counter = 0;
+    std::size_t run = 0;    ///< of that line, in the log set's runs
+    std::int64_t start = 0; ///< on the run's axis
     /// When the next process opened the same log.
     std::optional<std::int64_t> nextOpening;
     BootEvidence evidence = BootEvidence::kFirst;
     std::int64_t misfit = 0; ///< nanoseconds, by which the dates miss one clock
     std::size_t boot = 0;    ///< from 1; 0 where nothing is dated
 
+    /// Takes over what another log tells of the same process.
+    void Absorb(const LogProcess& other);
     bool StartsABoot() const { return evidence != BootEvidence::kClocksFit; }
 };
+
+/// Whether the dates and counters of two processes fit one clock closely.
+bool FitOneClock(const LogProcess& a, const LogProcess& b);
 
 const char* CodeOf(BootEvidence evidence);
 /// A sentence for people.
 std::string InWords(const LogProcess& process);
+
+/// As other sources see it.
+ProcessFacts FactsOf(const LogProcess& process);
 
 } // namespace NimaPost

@@ -1,8 +1,10 @@
 #include "tools/log/LogSet.h"
 
+#include "tools/base/BackupName.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
 #include "tools/log/Boots.h"
+#include "tools/log/JoinedLogs.h"
 #include "tools/log/LineReader.h"
 #include "tools/log/LogMerge.h"
 
@@ -23,17 +25,6 @@ constexpr std::uint64_t kMostBackups = 10;
 /// oldest.
 using LogKey = std::pair<std::string, LogKind>;
 using Files = std::map<std::uint64_t, std::size_t, std::greater<>>;
-
-/// Splits "NAME.2" into the log's name and the backup's number; 0 for a log itself.
-std::pair<std::string, std::uint64_t> NameOf(const std::string& path) {
-    const std::size_t point = path.rfind('.');
-    std::uint64_t number = 0;
-    if (point != std::string::npos && ParseNumber(std::string_view(path).substr(point + 1), number) &&
-        number >= 1 && number <= kMostBackups) {
-        return {path.substr(0, point), number};
-    }
-    return {path, 0};
-}
 
 } // namespace
 
@@ -84,7 +75,7 @@ void LogSet::AddUnusable(const InputFile& file) {
 bool LogSet::Take(InputFile& file) {
     const auto kind = LogKindOf(file.ReadAll(kFrontBytes));
     if (kind) {
-        sources_.push_back({{std::move(file), *kind}, {}, 0, 0});
+        sources_.push_back({{std::move(file), *kind}, {}, 0});
     }
     return kind.has_value();
 }
@@ -92,8 +83,8 @@ bool LogSet::Take(InputFile& file) {
 void LogSet::Arrange() {
     std::map<LogKey, Files> logs;
     for (std::size_t i = 0; i < sources_.size(); ++i) {
-        const auto [name, number] = NameOf(sources_[i].file.Path());
-        logs[{name, sources_[i].kind}].emplace(number, i);
+        const BackupName name = SplitBackupName(sources_[i].file.Path(), kMostBackups);
+        logs[{name.base, sources_[i].kind}].emplace(name.number, i);
     }
     TimePlacer placer(runs_);
     for (const auto& [key, files] : logs) {
@@ -105,14 +96,27 @@ void LogSet::Arrange() {
             }
         }
         placer.Place(parts);
-        if (key.second != LogKind::kQueue) {
-            FindProcesses(logs_.size(), parts, runs_, processes_);
-        }
         logs_.push_back(std::move(parts));
     }
     timesSet_ = placer.TimesSet();
+    ArrangeProcesses();
+}
+
+void LogSet::ArrangeProcesses() {
+    const auto find = [&] {
+        std::vector<LogProcess> found;
+        for (std::size_t log = 0; log < logs_.size(); ++log) {
+            if (!logs_[log].empty() && sources_[logs_[log].front().file].kind != LogKind::kQueue) {
+                FindProcesses(log, logs_[log], runs_, found);
+            }
+        }
+        return found;
+    };
+    const JoinedLogs joined(find(), runs_);
+    // Joining has moved the origins of their times.
+    processes_ = find();
     NumberBoots(processes_);
-    SortProcesses();
+    SortProcesses(joined);
 }
 
 std::vector<LogPart> LogSet::Survey(std::size_t index) {
@@ -121,7 +125,6 @@ std::vector<LogPart> LogSet::Survey(std::size_t index) {
     LogSurvey survey = SurveyLog(source.file);
     source.lines = survey.lines;
     if (survey.newestEnd) {
-        source.overwrittenBytes = size - *survey.newestEnd;
         source.findings.Remark("rewound", "The writer went on at the file's start: from byte " +
                                               std::to_string(*survey.newestEnd) +
                                               " on stand older lines, the first of them perhaps torn.");
@@ -171,41 +174,55 @@ std::vector<LogPart> LogSet::SurveyQueue(std::size_t index) {
     return {part};
 }
 
-void LogSet::SortProcesses() {
-    std::vector<std::size_t> order(processes_.size());
-    std::iota(order.begin(), order.end(), std::size_t{0});
-    // What nothing dates comes last; its boot is 0.
-    const auto key = [&](std::size_t i) {
-        return std::pair(processes_[i].boot - 1, processes_[i].hasWall ? processes_[i].first : 0);
-    };
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-        return processes_[a].log == processes_[b].log ? a < b : key(a) < key(b);
-    });
-    std::vector<std::size_t> place(order.size());
+void LogSet::SortProcesses(const JoinedLogs& joined) {
+    /// What nothing dates comes last; its boot is 0. Within a log the order stands.
+    using Key = std::pair<std::size_t, std::int64_t>;
+    std::vector<Key> keys;
+    std::vector<std::size_t> order;
+    for (std::size_t i = 0; i < processes_.size(); ++i) {
+        const LogProcess& process = processes_[i];
+        const Key key{process.boot - 1, process.hasWall ? process.first : 0};
+        const bool first = i == 0 || processes_[i - 1].log != process.log;
+        keys.push_back(first ? key : std::max(keys.back(), key));
+        // One boot for both was not to be had where their logs contradict it.
+        if (processes_[joined.First(i)].boot != process.boot || joined.First(i) == i) {
+            order.push_back(i);
+        }
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return keys[a] < keys[b]; });
+    std::vector<std::size_t> place(processes_.size());
     std::vector<LogProcess> sorted;
     for (std::size_t i = 0; i < order.size(); ++i) {
         place[order[i]] = i;
-        LogProcess& process = processes_[order[i]];
-        const std::size_t next = order[i] + 1;
-        if (process.hasWall && next < processes_.size() && processes_[next].log == process.log) {
-            process.nextOpening = processes_[next].first;
-        }
-        sorted.push_back(process);
+        sorted.push_back(processes_[order[i]]);
     }
-    processes_ = std::move(sorted);
+    for (std::size_t i = 0; i < processes_.size(); ++i) {
+        const std::size_t first = joined.First(i);
+        if (first != i && processes_[first].boot == processes_[i].boot) {
+            place[i] = place[first];
+            sorted[place[i]].Absorb(processes_[i]);
+        }
+    }
     for (std::vector<LogPart>& parts : logs_) {
         for (LogPart& part : parts) {
             if (part.process) {
+                part.nextOpening = processes_[*part.process].nextOpening;
                 part.process = place[*part.process];
                 part.othersProcess =
                     part.othersProcess ? std::optional(place[*part.othersProcess]) : std::nullopt;
             }
         }
     }
+    processes_ = std::move(sorted);
 }
 
 void LogSet::ForEach(const std::function<bool(const LogEntry&)>& visitor) const {
-    LogMerge merge(sources_, logs_, runs_, processes_);
+    std::vector<const LogFile*> files;
+    for (const Source& source : sources_) {
+        files.push_back(&source);
+    }
+    LogMerge merge(files, logs_, runs_, processes_);
     while (const LogEntry* entry = merge.Next()) {
         if (!visitor(*entry)) {
             return;
@@ -226,9 +243,9 @@ std::optional<LikelyBound> LogSet::LikelyBoundOf(const LogEntry& entry) const {
         entry.certainty.earlier != 0) {
         return std::nullopt;
     }
-    const LogProcess& process = processes_[*entry.part->process];
-    if (process.nextOpening && *process.nextOpening >= entry.time) {
-        return LikelyBound{(*process.nextOpening - entry.time) / kSecond + 1, "clock-not-set"};
+    const auto& opening = entry.part->nextOpening;
+    if (opening && *opening >= entry.time) {
+        return LikelyBound{(*opening - entry.time) / kSecond + 1, "clock-not-set"};
     }
     return LikelyBound{0, "no-silence-over-1s"};
 }

@@ -16,6 +16,8 @@
 
 namespace NimaPost {
 
+class JoinedLogs;
+
 /// The log files of one device, put into the order of time. A log is a file with its backups, whose numbers
 /// order them; logs of several processes are merged.
 class LogSet {
@@ -35,7 +37,6 @@ class LogSet {
     struct Source : LogFile {
         Findings findings;
         std::uint64_t lines = 0;
-        std::uint64_t overwrittenBytes = 0;
     };
     const std::vector<Source>& Sources() const { return sources_; }
     const std::vector<LogRun>& Runs() const { return runs_; }
@@ -66,7 +67,8 @@ class LogSet {
     void AddUnusable(const InputFile& file);
     std::vector<LogPart> Survey(std::size_t index);
     std::vector<LogPart> SurveyQueue(std::size_t index);
-    void SortProcesses();
+    void ArrangeProcesses();
+    void SortProcesses(const JoinedLogs& joined);
 
     std::vector<Source> sources_;
     std::vector<std::vector<LogPart>> logs_; ///< the parts of each, in the order of time

@@ -38,15 +38,10 @@ class LogSource : public Source {
             axis.SetLogClock({anchor->counter, anchor->wall});
         }
         for (const LogProcess& process : logs_.Processes()) {
-            ProcessFacts facts;
-            facts.threads = process.threads;
+            axis.AllProcesses().Add(FactsOf(process));
             if (process.hasWall) {
                 axis.SetWall();
-                facts.boot = process.boot;
-                facts.first = process.first;
-                facts.last = process.last;
             }
-            axis.AllProcesses().Add(std::move(facts));
         }
         const bool queue = std::any_of(logs_.Sources().begin(), logs_.Sources().end(),
                                        [](const auto& source) { return source.kind == LogKind::kQueue; });

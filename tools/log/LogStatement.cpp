@@ -3,6 +3,8 @@
 #include "tools/log/LogSet.h"
 
 #include <algorithm>
+#include <map>
+#include <optional>
 
 namespace NimaPost {
 
@@ -16,15 +18,23 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::vector<Findin
         return;
     }
     std::size_t boots = 0;
+    std::map<std::size_t, std::size_t> provenOfLog;
+    std::size_t proven = 1;
     for (const LogProcess& process : processes) {
         boots = std::max(boots, process.boot);
+        provenOfLog[process.log] += process.evidence == BootEvidence::kUptime ? 1 : 0;
+        proven = std::max(proven, provenOfLog[process.log] + 1);
     }
-    statement.push_back({"several-processes", std::to_string(processes.size()) + " processes in " +
-                                                  Counted(boots, "boot") + " wrote the text logs."});
+    statement.push_back({"several-processes", std::to_string(processes.size()) +
+                                                  " processes wrote the text logs. They are numbered as of " +
+                                                  Counted(boots, "boot") + ", of which " +
+                                                  std::to_string(proven) + (proven == 1 ? " is" : " are") +
+                                                  " proven."});
     for (std::size_t i = 0; i < std::min(processes.size(), kMostTold); ++i) {
         const LogProcess& process = processes[i];
-        std::string text = "Process " + std::to_string(i + 1) + ", boot " +
-                           (process.boot > 0 ? std::to_string(process.boot) : "unknown");
+        std::string text =
+            ProcessInWords(i + 1, process.boot > 0 ? std::optional(process.boot) : std::nullopt);
+        text.front() = 'P';
         if (process.hasWall) {
             text += ", from ";
             AppendWallTime(text, process.first);
@@ -46,12 +56,10 @@ std::vector<Finding> LogSet::ClockStatement() const {
         spread = std::max(spread, run.wall ? run.wall->Spread() : -1);
     }
     if (spread >= 0) {
-        std::string seconds;
-        AppendSeconds(seconds, spread);
         statement.push_back({"date-cut",
                              "Wall-clock times count from calibration lines; what these cut off may "
                              "make them later by up to " +
-                                 seconds.substr(1) + " s, all of one process alike."});
+                                 Duration(spread) + ", all of one process alike."});
     }
     StateProcesses(processes_, statement);
     if (timesSet_ > 0) {

@@ -178,8 +178,9 @@ bool RoundDetector::HoldsARest() const {
 bool RoundDetector::WasOpenedWhenFull() const {
     return openingAtEnd_.value_or(0) > 0 && lastDate_ && lastOpening_.thread == firstThread_ &&
            lastDate_->second <= firstDate_->second &&
-           WallOffset(*lastDate_, 0).Misfit(*firstDate_, StepForward(lastOpening_.counter, *first_)) <=
-               kFitsClosely;
+           WallOffset(*lastDate_, 0)
+                   .Compare(*firstDate_, StepForward(lastOpening_.counter, *first_))
+                   .misfit <= kFitsClosely;
 }
 
 bool RoundDetector::EndsAtFirst() const {

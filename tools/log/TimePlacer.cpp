@@ -82,7 +82,7 @@ std::int64_t TimePlacer::StartAfter(const LogPart& part) const {
 
 bool TimePlacer::FitsClosely(const LogPart& part) const {
     return part.date && dated_ != nullptr && dated_ == before_ &&
-           runs_[dated_->run].wall->Misfit(*part.date, StartAfter(part)) <= kFitsClosely;
+           runs_[dated_->run].wall->Compare(*part.date, StartAfter(part)).misfit <= kFitsClosely;
 }
 
 void TimePlacer::PlaceDated(LogPart& part) {

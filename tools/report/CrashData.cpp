@@ -1,6 +1,7 @@
 #include "tools/report/CrashData.h"
 
 #include "catalogue/Marks.h"
+#include "tools/base/BoundJson.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 
@@ -47,10 +48,6 @@ Json CrashJson(const Crash& crash, const Story& story) {
 
 } // namespace
 
-Json BoundJson(std::int64_t seconds) {
-    return seconds == Certainty::kUnbounded ? Json("unbounded") : Json(seconds);
-}
-
 std::string MomentInWords(const Axis& axis, std::int64_t time) {
     std::string text;
     if (axis.HasWall()) {
@@ -59,10 +56,6 @@ std::string MomentInWords(const Axis& axis, std::int64_t time) {
         AppendSeconds(text, time);
     }
     return text;
-}
-
-std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot) {
-    return "process " + std::to_string(process) + ", boot " + (boot ? std::to_string(*boot) : "unknown");
 }
 
 Json CrashesJson(const Story& story) {

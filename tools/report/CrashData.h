@@ -13,11 +13,7 @@ Json CrashesJson(const Story& story);
 /// The same for people, a line each.
 std::vector<std::string> CrashLines(const Story& story);
 
-/// Number of seconds, or "unbounded".
-Json BoundJson(std::int64_t seconds);
 /// "2026-11-24 15:09:26.046886123", or seconds where nothing is dated.
 std::string MomentInWords(const Axis& axis, std::int64_t time);
-/// "process 2, boot 1"; what is not known is said.
-std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot);
 
 } // namespace NimaPost

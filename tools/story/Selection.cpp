@@ -4,10 +4,10 @@
 
 namespace NimaPost {
 
-std::string Selection::Missing(const Axis& axis) const {
-    const auto& processes = axis.AllProcesses().All();
+std::string Selection::Missing(const Processes& known) const {
+    const auto& processes = known.All();
     if (process && (*process == 0 || *process > processes.size())) {
-        return "no process " + std::to_string(*process) + ": the folder tells of " +
+        return "no process " + std::to_string(*process) + "; there are " +
                (processes.empty() ? "none" : std::to_string(processes.size()));
     }
     const bool hasBoot = std::any_of(processes.begin(), processes.end(),

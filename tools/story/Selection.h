@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/axis/Axis.h"
+#include "tools/axis/Processes.h"
 
 #include <cstddef>
 #include <optional>
@@ -19,7 +19,7 @@ struct Selection {
         return (!boot || thing.boot == boot) && (!process || thing.process == process);
     }
     /// Says what is asked for and is not there; empty if all is.
-    std::string Missing(const Axis& axis) const;
+    std::string Missing(const Processes& known) const;
 };
 
 } // namespace NimaPost
