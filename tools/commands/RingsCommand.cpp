@@ -1,3 +1,4 @@
+#include "tools/axis/Processes.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/names/EventFormat.h"
@@ -119,7 +120,7 @@ void PrintRings(Context& context, const Options& options, const RingSet& set) {
         for (std::size_t i = skip; i < ring.records.size(); ++i) {
             if (set.processes > 1 && process != ring.records[i].process + 1U) {
                 process = ring.records[i].process + 1U;
-                text += "process " + std::to_string(process) + ", boot unknown\n";
+                text += ProcessInWords(process, std::nullopt) + "\n";
             }
             AppendSeconds(text, ring.records[i].elapsed);
             text += "  ";

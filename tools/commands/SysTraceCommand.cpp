@@ -1,4 +1,5 @@
 #include "catalogue/SysTrace.h"
+#include "tools/axis/Processes.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/systrace/RecordText.h"
@@ -177,7 +178,7 @@ void PrintText(Context& context, const SysTraceFile& trace, const std::vector<st
         const SysTraceRecord& record = trace.records[index];
         if (trace.stretches.size() > 1 && stretch != record.stretch + 1U) {
             stretch = record.stretch + 1U;
-            out.Line("process " + std::to_string(stretch) + ", boot unknown");
+            out.Line(ProcessInWords(stretch, std::nullopt));
         }
         PrintRecord(out, trace, record, names);
     }

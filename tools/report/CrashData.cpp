@@ -86,7 +86,7 @@ std::vector<std::string> CrashLines(const Story& story) {
         const std::string_view after = EvidenceInWords(crash.after);
         if (!after.empty()) {
             more += ", after the one before by ";
-            more += after == "assumed" ? "assumption" : after;
+            more += crash.after == CrashEvidence::kAssumed ? "assumption" : after;
         }
         for (const std::size_t file : crash.files) {
             more += ", " + Printable(story.Files()[file].name);
