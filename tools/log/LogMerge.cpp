@@ -16,7 +16,8 @@ LogMerge::LogMerge(const std::vector<const LogFile*>& files, const std::vector<s
     : processes_(processes) {
     streams_.reserve(logs.size());
     for (const std::vector<LogPart>& parts : logs) {
-        Advance(streams_.emplace_back(LogCursor(files, parts, runs)));
+        streams_.push_back(Stream{.cursor = LogCursor(files, parts, runs)});
+        Advance(streams_.back());
     }
 }
 
