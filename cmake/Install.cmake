@@ -20,7 +20,7 @@ list(TRANSFORM NIMA_UNWIND_LIBRARIES PREPEND -l OUTPUT_VARIABLE pc_needs)
 list(APPEND pc_needs -lstdc++ -pthread)
 list(JOIN pc_needs " " pc_needs)
 # What a static library needs, every host of it needs, whether or not it asks pkg-config for --static.
-if(NOT BUILD_SHARED_LIBS)
+if(NOT NIMA_BUILD_SHARED)
     set(pc_public_needs " ${pc_needs}")
     set(pc_needs "")
 endif()
