@@ -1,9 +1,13 @@
 # What a host finds after `cmake --install`: headers, library, a CMake package and a pkg-config file.
+include(cmake/DebugFiles.cmake)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/NimaDiagnostics)
 
 install(TARGETS NimaDiagnostics EXPORT NimaDiagnosticsTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+if(NIMA_BUILD_SHARED)
+    nima_install_debug_file(NimaDiagnostics ${CMAKE_INSTALL_LIBDIR})
+endif()
 install(DIRECTORY include/Diagnostics DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(EXPORT NimaDiagnosticsTargets NAMESPACE Nima:: DESTINATION ${package_dir})
 

@@ -1,5 +1,5 @@
-# Installs the library to a fresh prefix, then builds and runs a consumer against it: through the CMake package and, if
-# the consumer's compiler is the machine's own, through pkg-config.
+# Installs to a fresh prefix, with the debug information apart, then builds and runs a consumer against the library:
+# through the CMake package and, if the consumer's compiler is the machine's own, through pkg-config.
 cmake_policy(VERSION 3.25)
 
 function(run)
@@ -20,7 +20,32 @@ endfunction()
 
 file(REMOVE_RECURSE ${WORK})
 file(MAKE_DIRECTORY ${WORK})
-run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
+# Twice, as after an update.
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix --strip)
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix --strip)
+
+# Each installed program and library is stripped and names the file that has its debug information.
+file(GLOB_RECURSE binaries ${WORK}/prefix/bin/nima-post ${WORK}/prefix/lib*/libNimaDiagnostics.so.*.*.*)
+list(FILTER binaries EXCLUDE REGEX "\\.debug$")
+if(SHARED AND NOT binaries)
+    message(FATAL_ERROR "no library in ${WORK}/prefix")
+endif()
+foreach(binary IN LISTS binaries)
+    cmake_path(GET binary PARENT_PATH folder)
+    cmake_path(GET binary FILENAME name)
+    run(${READELF} -SW ${binary})
+    if(output MATCHES "\\.debug_info|\\.symtab")
+        message(FATAL_ERROR "not stripped: ${binary}")
+    endif()
+    run(${READELF} -p .gnu_debuglink ${binary})
+    if(NOT output MATCHES "${name}\\.debug")
+        message(FATAL_ERROR "${binary} does not name its debug file: ${output}")
+    endif()
+    run(${READELF} -SW ${folder}/.debug/${name}.debug)
+    if(NOT output MATCHES "\\.debug_info" OR NOT output MATCHES "\\.symtab")
+        message(FATAL_ERROR "no debug information in ${folder}/.debug/${name}.debug")
+    endif()
+endforeach()
 
 set(arguments -S ${SOURCE} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${WORK}/prefix
     "-DCMAKE_CXX_FLAGS_INIT=${FLAGS}" "-DCMAKE_EXE_LINKER_FLAGS_INIT=${FLAGS}")
