@@ -125,7 +125,9 @@ __attribute__((noinline)) int Overflow(int depth) {
 void SmashHeap() {
     auto* const block = static_cast<char*>(std::malloc(40));
     auto* const next = static_cast<char*>(std::malloc(2000));
-    std::memset(block, 0x41, 64); // past the end, over the next block's size
+    // Past the end, over the next block's size. A compiler that knew the length would warn.
+    const volatile std::size_t length = 64;
+    std::memset(block, 0x41, length);
     std::free(next);
     std::free(std::malloc(5000));
     std::abort(); // some overruns go unnoticed
