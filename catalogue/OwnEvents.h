@@ -60,6 +60,11 @@ constexpr std::uint32_t IdOf(OwnTraceEvent event) {
            kOwnTraceEvents[static_cast<std::size_t>(event)].number;
 }
 
+/// What an engineer's mark leaves: not of the library, but of nima-ctl. The five arguments are text, padded
+/// with zeros.
+inline constexpr OwnEventRow kMarkEvent{0x7540, "mark", "%T%T%T%T%T"};
+inline constexpr std::size_t kMarkWords = 5;
+
 /// The library's ring, "Platform".
 inline constexpr std::size_t kOwnRing = 5;
 

@@ -17,7 +17,7 @@ namespace Nima::Testing {
 
 using Json = nlohmann::json;
 
-/// What a call of nima-post left.
+/// What a call of a program left.
 struct Result {
     int code = -1;
     std::string output;
@@ -38,21 +38,25 @@ struct Result {
     }
 };
 
-/// Calls nima-post in a child process.
-inline Result Post(const std::vector<std::string>& arguments) {
+/// Calls a whole program in a child process.
+inline Result Call(const char* name, int (*program)(int, const char* const*),
+                   const std::vector<std::string>& arguments) {
     Result result;
     // Not in the working directory, whose files are examined.
-    const std::string errors = std::filesystem::current_path().string() + ".errors";
+    const std::string errors =
+        std::filesystem::current_path().string() + "." + std::to_string(getpid()) + ".errors";
     result.output = CapturedOutput([&] {
         const int status = InChild([&] {
-            std::vector<const char*> words{"nima-post"};
+            std::vector<const char*> words{name};
             for (const std::string& argument : arguments) {
                 words.push_back(argument.c_str());
             }
-            if (std::freopen(errors.c_str(), "w", stderr) == nullptr) {
+            // No terminal that could be asked.
+            if (std::freopen(errors.c_str(), "w", stderr) == nullptr ||
+                std::freopen("/dev/null", "r", stdin) == nullptr) {
                 std::exit(99);
             }
-            const int code = NimaPost::RunProgram(static_cast<int>(words.size()), words.data());
+            const int code = program(static_cast<int>(words.size()), words.data());
             std::exit(code);
         });
         result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
@@ -60,6 +64,10 @@ inline Result Post(const std::vector<std::string>& arguments) {
     result.errors = ReadFile(errors);
     unlink(errors.c_str());
     return result;
+}
+
+inline Result Post(const std::vector<std::string>& arguments) {
+    return Call("nima-post", NimaPost::RunProgram, arguments);
 }
 
 /// The data of a page that `report` has written.

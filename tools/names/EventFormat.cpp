@@ -37,7 +37,7 @@ bool ReadConversion(std::string_view format, Conversion& conversion) {
     conversion.letter = format[i];
     conversion.flags = format.substr(1, i - 1);
     conversion.length = i + 1;
-    return std::string_view("diuxXocp").find(conversion.letter) != std::string_view::npos;
+    return std::string_view("diuxXocpT").find(conversion.letter) != std::string_view::npos;
 }
 
 void AppendConverted(std::string& out, const Conversion& conversion, std::uint32_t value) {
@@ -63,6 +63,13 @@ void AppendConverted(std::string& out, const Conversion& conversion, std::uint32
     out += text.data();
 }
 
+/// The bytes of a word, in the order of memory, up to a zero.
+void AppendBytes(std::string& bytes, std::uint32_t word) {
+    for (; (word & 0xFF) != 0; word >>= 8) {
+        bytes += static_cast<char>(word & 0xFF);
+    }
+}
+
 } // namespace
 
 std::optional<std::size_t> CountArguments(std::string_view format) {
@@ -85,7 +92,12 @@ std::optional<std::size_t> CountArguments(std::string_view format) {
 void AppendFormatted(std::string& out, std::string_view format, std::span<const std::uint32_t> arguments) {
     std::size_t used = 0;
     std::string_view rest = format;
+    std::string bytes; // of a text whose words follow one another; a character may be in two of them
     while (!rest.empty()) {
+        if (!bytes.empty() && !rest.starts_with("%T")) {
+            AppendPrintable(out, bytes);
+            bytes.clear();
+        }
         const std::size_t plain = std::min(rest.find('%'), rest.size());
         AppendPrintable(out, rest.substr(0, plain));
         rest.remove_prefix(plain);
@@ -94,7 +106,9 @@ void AppendFormatted(std::string& out, std::string_view format, std::span<const 
             out += '%';
             rest.remove_prefix(2);
         } else if (!rest.empty() && ReadConversion(rest, conversion)) {
-            if (used < arguments.size()) {
+            if (used < arguments.size() && conversion.letter == 'T') {
+                AppendBytes(bytes, arguments[used]);
+            } else if (used < arguments.size()) {
                 AppendConverted(out, conversion, arguments[used]);
             } else {
                 out += '?';
@@ -103,6 +117,7 @@ void AppendFormatted(std::string& out, std::string_view format, std::span<const 
             rest.remove_prefix(conversion.length);
         }
     }
+    AppendPrintable(out, bytes);
     for (; used < arguments.size(); ++used) {
         out += ' ';
         AppendHex(out, arguments[used]);

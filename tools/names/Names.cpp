@@ -131,6 +131,7 @@ Names::Names() {
     for (const OwnEventRow& row : kOwnTraceEvents) {
         events_[{kOwnComponent, row.number}] = NameOf(row);
     }
+    events_[{kOwnComponent, kMarkEvent.number}] = NameOf(kMarkEvent);
     for (const OwnEventRow& row : kOwnRingEvents) {
         ringEvents_[{std::string(NameOfRing(kOwnRing)), row.number}] = NameOf(row);
     }

@@ -1,0 +1,81 @@
+#include "ctl/Activity.h"
+
+#include <algorithm>
+#include <span>
+#include <thread>
+#include <unordered_map>
+
+namespace NimaCtl {
+
+namespace {
+
+/// The most entries that are looked at, 512 KB.
+constexpr std::uint32_t kMostLooked = 1 << 16;
+
+std::uint64_t CountRecords(std::span<const SysTraceEntry> entries) {
+    return static_cast<std::uint64_t>(std::count_if(entries.begin(), entries.end(), [](const auto& entry) {
+        return (entry.id & SYSTRACE_CONTINUATION) == 0 && (entry.id != 0 || entry.value != 0);
+    }));
+}
+
+/// A record ends in its writer's thread: what is stored last before the next record of its event begins.
+void CountWriters(std::span<const SysTraceEntry> entries, Activity& activity) {
+    std::unordered_map<std::uint32_t, std::uint32_t> lastOfEvent;
+    const auto end = [&](std::uint32_t thread) {
+        ++activity.writers[thread];
+        ++activity.lastRecords;
+    };
+    for (const SysTraceEntry& entry : entries) {
+        const std::uint32_t event = entry.id & ~SYSTRACE_CONTINUATION;
+        if ((entry.id & SYSTRACE_CONTINUATION) != 0) {
+            lastOfEvent[event] = entry.value;
+        } else if (const auto last = lastOfEvent.extract(event)) {
+            end(last.mapped());
+        }
+    }
+    for (const auto& [event, thread] : lastOfEvent) {
+        end(thread);
+    }
+}
+
+} // namespace
+
+std::vector<SysTraceEntry> CopyEntries(const TraceBlock& block, std::uint32_t firstSlot,
+                                       std::uint32_t count) {
+    std::vector<SysTraceEntry> copy(count);
+    SysTraceEntry* const entries = block.Entries();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        SysTraceEntry& entry = entries[(firstSlot + i) & (kEntries - 1)];
+        copy[i] = {Load(entry.id), Load(entry.value)};
+    }
+    return copy;
+}
+
+Activity Watch(const TraceBlock& block, std::chrono::nanoseconds time) {
+    using Clock = std::chrono::steady_clock;
+    Activity activity;
+    const auto begin = Clock::now();
+    const SysTraceHeader before = block.CopyHeader();
+    std::this_thread::sleep_for(time);
+    const SysTraceHeader after = block.CopyHeader();
+    activity.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+
+    const std::uint32_t used = std::min(UsedEntries(after), kMostLooked);
+    const auto last = CopyEntries(block, after.writeIndex + 1 - used, used);
+    activity.cleared = after.wrapCount < before.wrapCount || after.writeIndex - before.writeIndex > 1U << 31;
+    if (!activity.cleared) {
+        activity.entries = after.writeIndex - before.writeIndex;
+        const std::uint32_t counted = std::min(activity.entries, used);
+        activity.records = static_cast<double>(CountRecords(std::span(last).last(counted)));
+        activity.estimated = counted < activity.entries;
+        if (activity.estimated && counted > 0) {
+            activity.records *= static_cast<double>(activity.entries) / counted;
+        }
+    }
+    if ((after.flags & SYSTRACE_FLAG_THREAD_RECORDS) != 0) {
+        CountWriters(last, activity);
+    }
+    return activity;
+}
+
+} // namespace NimaCtl

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "ctl/TraceBlock.h"
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <vector>
+
+namespace NimaCtl {
+
+/// What was written while the block was watched, and who wrote last.
+struct Activity {
+    double seconds = 0;
+    std::uint32_t entries = 0;     ///< claimed in that time
+    double records = 0;            ///< begun in that time; of many entries, only the last are counted
+    bool estimated = false;        ///< that there were too many entries to count
+    bool cleared = false;          ///< the block was emptied meanwhile; then nothing is counted
+    std::uint64_t lastRecords = 0; ///< how many complete records the writers below have written
+    std::map<std::uint32_t, std::uint64_t> writers; ///< records by thread, among the last
+};
+
+/// Watches for that long.
+Activity Watch(const TraceBlock& block, std::chrono::nanoseconds time);
+
+/// A copy of consecutive slots, past the block's end and on from its front.
+std::vector<SysTraceEntry> CopyEntries(const TraceBlock& block, std::uint32_t firstSlot, std::uint32_t count);
+
+} // namespace NimaCtl

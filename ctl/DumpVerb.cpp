@@ -1,0 +1,113 @@
+#include "catalogue/Files.h"
+#include "ctl/Snapshot.h"
+#include "ctl/Verbs.h"
+#include "tools/base/OutputFile.h"
+#include "tools/base/Text.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+#include <sys/stat.h>
+
+namespace NimaCtl {
+
+namespace {
+
+using NimaPost::Counted;
+
+struct Options {
+    std::string file = Nima::Catalogue::kSysTraceDump.narrow;
+    unsigned backups = 0;
+};
+
+template <typename Struct>
+std::string_view BytesOf(const Struct& value) {
+    return {reinterpret_cast<const char*>(&value), sizeof(value)};
+}
+
+/// As the library writes it: a block that has wrapped, or holds nothing, is there as a whole.
+void Write(Output& out, const Snapshot& snapshot) {
+    SysTraceDumpHeader header{};
+    header.size = sizeof(header);
+    header.word1 = 1;
+    header.word2 = 2;
+    header.bufferSize = snapshot.header.bufferSize;
+    header.magic = SYSTRACE_DUMP_MAGIC;
+    out.Write(BytesOf(header));
+    out.Write(BytesOf(snapshot.header));
+    out.Write({reinterpret_cast<const char*>(snapshot.entries.data()),
+               snapshot.entries.size() * sizeof(SysTraceEntry)});
+    if (snapshot.header.wrapCount != 0) {
+        out.Write(std::string((kEntries - snapshot.entries.size()) * sizeof(SysTraceEntry), '\0'));
+    }
+}
+
+/// FILE becomes FILE.1, and so on up to the number of backups.
+bool RollBackups(const std::string& file, unsigned backups, std::string& problem) {
+    for (unsigned number = backups; number > 0; --number) {
+        const std::string from = number == 1 ? file : file + "." + std::to_string(number - 1);
+        const std::string to = file + "." + std::to_string(number);
+        if (std::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
+            problem = from + ": " + std::strerror(errno);
+            return false;
+        }
+    }
+    return true;
+}
+
+int RunDump(Context& context, const Options& options) {
+    std::string problem;
+    const auto block = TraceBlock::Open(context.directory, Access::kRead, problem);
+    if (!block) {
+        return Refuse(context, problem);
+    }
+    struct stat status {};
+    fstat(block->File().Number(), &status);
+    const NimaPost::FileIdentity input = NimaPost::IdentityOf(status);
+    NimaPost::OutputFile file;
+    const auto snapshot = TakeSnapshot(*block, problem);
+    if (!snapshot || !file.Create(options.file, std::span(&input, 1), problem)) {
+        return Refuse(context, problem);
+    }
+    Write(file.Out(), *snapshot);
+    if (!file.Out().Flush()) {
+        return Refuse(context, options.file + ": cannot be written");
+    }
+    if (!RollBackups(options.file, options.backups, problem) || !file.Finish(problem)) {
+        return Refuse(context, problem);
+    }
+    if (context.json) {
+        PrintJson(context, {{"file", NimaPost::ToUtf8(options.file)},
+                            {"entries", snapshot->entries.size()},
+                            {"overwritten", snapshot->blanked}});
+    } else {
+        context.out.Line(NimaPost::Printable(options.file) + ": " + std::to_string(snapshot->entries.size()) +
+                         " entries");
+    }
+    Findings findings;
+    if (snapshot->blanked > 0) {
+        findings.Remark("overwritten-slots",
+                        Counted(snapshot->blanked, "slot") +
+                            " of the oldest were overwritten while they were copied, and "
+                            "are blank.");
+    }
+    PrintFindings(context, findings);
+    return kExitFine;
+}
+
+} // namespace
+
+void AddDumpVerb(CLI::App& app, Context& context, Run& run) {
+    auto options = std::make_shared<Options>();
+    CLI::App* verb = AddVerb(app, context, "dump", "Copies the binary trace while it goes on");
+    verb->add_option("FILE", options->file, "Where to, \"SysTrace.bin\" by default");
+    verb->add_option("--backups", options->backups, "Keep N earlier files, as FILE.1 and so on")
+        ->type_name("N")
+        ->check(CLI::Range(0U, 99U));
+    verb->callback([&run, options] { run = [options](Context& c) { return RunDump(c, *options); }; });
+}
+
+} // namespace NimaCtl

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "ctl/Processes.h"
+#include "tools/base/Output.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace NimaCtl {
+
+/// What became of a file of the directory.
+struct CollectedFile {
+    std::string name;
+    std::uint64_t bytes = 0;
+    std::int64_t modifiedNanoseconds = 0; ///< since 1970
+    std::uint32_t blankedSlots = 0;       ///< of the binary trace, overwritten while they were copied
+    std::string problem;                  ///< why it is not, or not whole, in the archive; empty if it is
+    bool inArchive = true;
+};
+
+/// Clocks read at one moment, in nanoseconds.
+struct Clocks {
+    std::int64_t wall = 0;
+    std::int64_t monotonic = 0;
+    std::int64_t boot = 0;
+    std::int64_t apart = 0; ///< how long reading all of them took
+};
+
+Clocks ReadClocks();
+
+/// The document of an archive, doc/manifest.md.
+struct Manifest {
+    std::string directory;
+    Clocks clocks;
+    std::vector<CollectedFile> files;
+    /// By the name of the segment.
+    std::map<std::string, MappingProcesses> segments;
+    std::vector<std::string> programs;
+
+    Json ToJson() const;
+};
+
+} // namespace NimaCtl

@@ -1,0 +1,54 @@
+#include "ctl/Program.h"
+
+#include "ctl/Verbs.h"
+
+#include <exception>
+#include <iostream>
+
+#include <sys/stat.h>
+
+namespace NimaCtl {
+
+namespace {
+
+int RunVerb(const Run& run, Context& context) {
+    std::string problem;
+    struct stat status {};
+    int code = kExitUnusable;
+    if (stat(context.directory.c_str(), &status) != 0 || !S_ISDIR(status.st_mode)) {
+        code = Refuse(context, context.directory + ": is no directory");
+    } else if (!context.namesFile.empty() && !context.names.Load(context.namesFile, problem)) {
+        code = Refuse(context, problem);
+    } else {
+        try {
+            code = run(context);
+        } catch (const std::exception& error) {
+            code = Refuse(context, error.what());
+        }
+    }
+    if (!context.out.Flush()) {
+        std::cerr << "nima-ctl: cannot write the output\n";
+        return kExitUnusable;
+    }
+    return code;
+}
+
+} // namespace
+
+int RunProgram(int argc, const char* const* argv) {
+    CLI::App app("Looks into a running device and steers its binary trace.", "nima-ctl");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "nima-ctl " NIMA_CTL_VERSION);
+    app.footer("Exit status: 0 done, 1 done in part, 2 not done.");
+    Context context;
+    Run run;
+    AddAllVerbs(app, context, run);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kExitFine : kExitUnusable;
+    }
+    return RunVerb(run, context);
+}
+
+} // namespace NimaCtl

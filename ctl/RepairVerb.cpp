@@ -1,0 +1,109 @@
+#include "ctl/FilterText.h"
+#include "ctl/Processes.h"
+#include "ctl/Steering.h"
+#include "ctl/Verbs.h"
+
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include <unistd.h>
+
+namespace NimaCtl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Options {
+    double wait = 10;
+    bool yes = false;
+};
+
+/// Waits for as long as a dump takes. Returns false once the filter changes or is back: somebody is at work.
+bool StaysTheSame(const TraceBlock& block, std::chrono::nanoseconds time) {
+    const Filters before = block.ReadFilters();
+    for (const auto end = Clock::now() + time; Clock::now() < end;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        // The dump may have ended before this wait began.
+        if (const Filters now = block.ReadFilters(); now != before || !now.SetAside()) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Why a dump may be alive although nothing has moved for so long; empty if there is no reason.
+std::string Doubt(const MappingProcesses& mapping) {
+    for (const MappingProcess& process : mapping.processes) {
+        if (IsHeldUp(process.id)) {
+            return "process " + std::to_string(process.id) + " (" + process.name +
+                   ") is stopped or waits for a disk, perhaps in the middle of a dump";
+        }
+    }
+    return mapping.hidden > 0 ? "this user may not see every process" : std::string();
+}
+
+bool Agrees(const std::string& doubt) {
+    if (isatty(STDIN_FILENO) == 0) {
+        return false;
+    }
+    std::cerr << "It cannot be known whether a dump still runs: " << doubt
+              << ".\nBring the filter back all the same? [y/N] ";
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "yes";
+}
+
+int Report(Context& context, const TraceBlock& block, bool repaired, const std::string& text) {
+    const Filters filters = block.ReadFilters();
+    if (context.json) {
+        PrintJson(context, {{"repaired", repaired},
+                            {"text", text},
+                            {"tracing", FilteringName(filters.State())},
+                            {"filter", FilterJson(filters.live, context.names)}});
+    } else {
+        context.out.Line(text);
+        context.out.Line("filter  " + FilterText(filters.live, context.names));
+    }
+    return kExitFine;
+}
+
+int RunRepair(Context& context, const Options& options) {
+    std::string problem;
+    const auto block = TraceBlock::Open(context.directory, Access::kWrite, problem);
+    if (!block || !TakeTurn(*block, problem)) {
+        return Refuse(context, problem);
+    }
+    if (!block->ReadFilters().SetAside()) {
+        return Report(context, *block, false, "nothing to repair: no filter is set aside");
+    }
+    const MappingProcesses mapping = ProcessesThatMap(block->File().Number());
+    const bool alone = mapping.processes.empty() && mapping.hidden == 0;
+    if (!alone && !StaysTheSame(*block, SecondsOf(options.wait))) {
+        return block->ReadFilters().SetAside()
+                   ? Refuse(context, "a dump is at work; nothing was changed")
+                   : Report(context, *block, false, "nothing to repair: the dump has ended");
+    }
+    const std::string doubt = Doubt(mapping);
+    if (!doubt.empty() && !options.yes && !Agrees(doubt)) {
+        return Refuse(context, "it cannot be known whether a dump still runs: " + doubt +
+                                   "; nothing was changed. --yes brings the filter back all the same");
+    }
+    BringBack(*block);
+    return Report(context, *block, true, "repaired: the filter that was set aside is live again");
+}
+
+} // namespace
+
+void AddRepairVerb(CLI::App& app, Context& context, Run& run) {
+    auto options = std::make_shared<Options>();
+    CLI::App* verb = AddVerb(app, context, "repair", "Brings back a filter that a killed dump left cleared");
+    AddWaitOption(*verb, options->wait, "How long a dump may take, 10 by default");
+    verb->add_flag("--yes", options->yes, "Do not ask where a dump may still be running");
+    verb->callback([&run, options] { run = [options](Context& c) { return RunRepair(c, *options); }; });
+}
+
+} // namespace NimaCtl

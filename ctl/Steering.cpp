@@ -1,0 +1,126 @@
+#include "ctl/Steering.h"
+
+#include "catalogue/SysTrace.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+#include <sys/file.h>
+
+namespace NimaCtl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+/// How long a change must have stayed. A dump that had read the filter before the change stores it within
+/// this time.
+constexpr milliseconds kStays{100};
+constexpr milliseconds kLook{1};
+constexpr std::chrono::seconds kTurn{30};
+
+void Store(const TraceBlock& block, const FilterChange& change) {
+    SysTraceHeader& header = block.Header();
+    const Filter saved = LoadFilter(header.savedFilter);
+    const bool setAside = std::any_of(saved.begin(), saved.end(), [](auto word) { return word != 0; });
+    // The saved filter first: what a dump brings back from now on has the change.
+    for (std::size_t i = 0; setAside && i < saved.size(); ++i) {
+        Update(header.savedFilter[i], [&](std::uint32_t word) { return change.Of(word, i); });
+    }
+    for (std::size_t i = 0; i < saved.size(); ++i) {
+        Update(header.liveFilter[i], [&](std::uint32_t word) { return change.Of(word, i); });
+    }
+}
+
+} // namespace
+
+void FilterChange::Open(std::uint32_t component, std::uint32_t level) {
+    set[Nima::Catalogue::FilterWord(level, component)] |= Nima::Catalogue::FilterBit(component);
+}
+
+void FilterChange::Close(std::uint32_t component, std::uint32_t level) {
+    clear[Nima::Catalogue::FilterWord(level, component)] |= Nima::Catalogue::FilterBit(component);
+}
+
+bool FilterChange::IsIn(const Filter& filter) const {
+    for (std::size_t i = 0; i < filter.size(); ++i) {
+        if (Of(filter[i], i) != filter[i]) {
+            return false;
+        }
+    }
+    return true;
+}
+
+SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::chrono::nanoseconds patience) {
+    SteeringResult result;
+    result.before = block.ReadFilters().Effective();
+    Store(block, change);
+    const Clock::time_point begin = Clock::now();
+    for (Clock::time_point stored = begin;;) {
+        std::this_thread::sleep_for(kLook);
+        const Clock::time_point now = Clock::now();
+        const Filters filters = block.ReadFilters();
+        if (!change.IsIn(filters.Lasting())) {
+            Store(block, change);
+            ++result.repeats;
+            stored = now;
+        }
+        result.held = filters.SetAside();
+        const bool verified = !result.held && now - stored >= kStays;
+        if (verified || now - begin >= std::max<std::chrono::nanoseconds>(patience, kStays)) {
+            break;
+        }
+    }
+    result.after = block.ReadFilters().Effective();
+    return result;
+}
+
+void BringBack(const TraceBlock& block) {
+    SysTraceHeader& header = block.Header();
+    for (std::size_t i = 0; i < SYSTRACE_FILTER_WORDS; ++i) {
+        const std::uint32_t saved = Load(header.savedFilter[i]);
+        Update(header.liveFilter[i], [&](std::uint32_t word) { return word | saved; });
+    }
+}
+
+void ClearTrace(const TraceBlock& block) {
+    constexpr std::uint32_t kNone = 0xFFFFFFFF;
+    SysTraceHeader& header = block.Header();
+    SharedWord wraps(reinterpret_cast<std::uint32_t&>(header.wrapCount));
+    for (;;) {
+        // In this order: the writer that claims the first slot afterwards counts up from -1. The other way
+        // round its count could be overwritten, and the trace would look empty for a whole round.
+        wraps.store(kNone);
+        SharedWord(header.writeIndex).store(kNone);
+        // A writer that was about to count a wrap may still store an old count.
+        for (int looks = 0; looks < 10; ++looks) {
+            std::this_thread::sleep_for(kLook);
+            const std::uint32_t index = Load(header.writeIndex);
+            if (wraps.load() == (index == kNone ? kNone : index / kEntries)) {
+                return;
+            }
+        }
+    }
+}
+
+bool TakeTurn(const TraceBlock& block, std::string& problem) {
+    const Clock::time_point begin = Clock::now();
+    while (flock(block.File().Number(), LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK && errno != EINTR) {
+            problem = std::string("The segment cannot be locked: ") + std::strerror(errno);
+            return false;
+        }
+        if (Clock::now() - begin >= kTurn) {
+            problem = "another nima-ctl has been changing this block for " + std::to_string(kTurn.count()) +
+                      " seconds; nothing was changed";
+            return false;
+        }
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    return true;
+}
+
+} // namespace NimaCtl

@@ -1,0 +1,31 @@
+#include "ctl/Verbs.h"
+
+namespace NimaCtl {
+
+// Each of these is defined in the file of its verb, and has a row below.
+VerbAdder AddStatusVerb;
+VerbAdder AddLevelVerb;
+VerbAdder AddOnlyVerb;
+VerbAdder AddResetVerb;
+VerbAdder AddClearVerb;
+VerbAdder AddDumpVerb;
+VerbAdder AddRingsVerb;
+VerbAdder AddMarkVerb;
+VerbAdder AddRepairVerb;
+VerbAdder AddCollectVerb;
+
+namespace {
+
+/// In the order of the help text.
+constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb, AddResetVerb,  AddClearVerb,
+                              AddDumpVerb,   AddRingsVerb, AddMarkVerb, AddRepairVerb, AddCollectVerb};
+
+} // namespace
+
+void AddAllVerbs(CLI::App& app, Context& context, Run& run) {
+    for (VerbAdder* add : kVerbs) {
+        add(app, context, run);
+    }
+}
+
+} // namespace NimaCtl

@@ -1,0 +1,595 @@
+/// nima-ctl beside running processes: what each verb prints and leaves, and what the processes make of it.
+
+#include "ctl/Program.h"
+#include "tests/support/Post.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+
+#include <Diagnostics/Formats.h>
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
+
+namespace Nima::Testing {
+
+namespace {
+
+constexpr const char* kTrace = "SysTrace Buffer";
+constexpr const char* kRings = "System Ring Buffers";
+
+/// Calls nima-ctl in a child process.
+Result Ctl(const std::vector<std::string>& arguments) {
+    return Call("nima-ctl", NimaCtl::RunProgram, arguments);
+}
+
+/// A process of the device, which does something in the working directory until it is told to end.
+class Host {
+  public:
+    /// `step` is done over and over; the constructor returns after the first time.
+    explicit Host(const std::function<void()>& step) {
+        int ready[2];
+        EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+        std::fflush(nullptr);
+        child_ = ::fork();
+        if (child_ == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            step();
+            if (::write(ready[1], "x", 1) != 1) {
+                ::_exit(1);
+            }
+            for (;;) {
+                step();
+            }
+        }
+        char byte = 0;
+        ::close(ready[1]);
+        EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+        ::close(ready[0]);
+    }
+    Host(const Host&) = delete;
+    Host& operator=(const Host&) = delete;
+    ~Host() { Kill(); }
+
+    pid_t Process() const { return child_; }
+    void Signal(int number) const { ::kill(child_, number); }
+    void Kill() {
+        if (child_ > 0) {
+            ::kill(child_, SIGKILL);
+            ::waitpid(child_, nullptr, 0);
+            child_ = -1;
+        }
+    }
+
+  private:
+    pid_t child_ = -1;
+};
+
+/// Two records of components 5 and 6 and a ring event; a burst of them now and then, as a device under load
+/// has them.
+void Trace() {
+    static TRACE_RING_HANDLE ring = nullptr;
+    static unsigned long number = 0;
+    if (ring == nullptr) {
+        SysTraceConfigure();
+        GetTraceRingBuffer(RING_SCAN_ENGINE, &ring);
+    }
+    for (int i = 0; i < 100; ++i, ++number) {
+        RTTrace_2(SYSTRACE_ID(5, 0, 77), number, ~number);
+        RTTrace_3(SYSTRACE_ID(6, 2, 78), number, number + 1, number + 2);
+        WriteEventToRingBuffer(ring, 0, 4, number, 0, 0, 0);
+    }
+    ::usleep(500);
+}
+
+/// The header of the block in the working directory, mapped as every process sees it.
+class Header {
+  public:
+    Header() {
+        const int file = ::open(kTrace, O_RDWR | O_CLOEXEC);
+        mapped_ = ::mmap(nullptr, SYSTRACE_HEADER_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+        EXPECT_NE(mapped_, MAP_FAILED);
+        ::close(file);
+    }
+    Header(const Header&) = delete;
+    Header& operator=(const Header&) = delete;
+    ~Header() { ::munmap(mapped_, SYSTRACE_HEADER_SIZE); }
+    volatile SysTraceHeader* operator->() const { return static_cast<volatile SysTraceHeader*>(mapped_); }
+
+    /// What a dump does at its begin.
+    void SetFilterAside() const {
+        for (int i = 0; i < SYSTRACE_FILTER_WORDS; ++i) {
+            (*this)->savedFilter[i] = (*this)->liveFilter[i];
+            (*this)->liveFilter[i] = 0;
+        }
+        (*this)->savedState = 1;
+    }
+    /// And at its end.
+    void BringFilterBack() const {
+        for (int i = 0; i < SYSTRACE_FILTER_WORDS; ++i) {
+            (*this)->liveFilter[i] = (*this)->savedFilter[i];
+            (*this)->savedFilter[i] = 0;
+        }
+    }
+
+  private:
+    void* mapped_;
+};
+
+/// Does something in a process of its own at the same time, and waits for its end.
+class Meanwhile {
+  public:
+    explicit Meanwhile(const std::function<void()>& action) {
+        std::fflush(nullptr);
+        child_ = ::fork();
+        if (child_ == 0) {
+            action();
+            std::fflush(nullptr);
+            ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+        }
+    }
+    Meanwhile(const Meanwhile&) = delete;
+    Meanwhile& operator=(const Meanwhile&) = delete;
+    ~Meanwhile() {
+        int status = 0;
+        ::waitpid(child_, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+
+  private:
+    pid_t child_ = -1;
+};
+
+constexpr std::uint32_t Bit(unsigned component) {
+    return 0x80000000U >> component;
+}
+/// Component 5 or 6 is in the first word of its level.
+constexpr int WordOf(unsigned level) {
+    return static_cast<int>(level) * 4;
+}
+
+/// How many records of a component nima-post finds in the segment.
+std::size_t RecordsOf(unsigned component) {
+    return Post({"systrace", kTrace, "--json", "--component", std::to_string(component)})
+        .Parsed()["records"]
+        .size();
+}
+
+void AwaitRecordOf(unsigned component) {
+    while (RecordsOf(component) == 0) {
+        ::usleep(1000);
+    }
+}
+
+class CtlTest : public Sandbox {};
+
+} // namespace
+
+TEST_F(CtlTest, StatusShowsARunningDevice) {
+    const Host device(Trace);
+    const Json status = Ctl({"status", "--json", "--for", "0.3"}).Parsed();
+    const Json& block = status["systrace"];
+    EXPECT_EQ(block["state_name"], "tracing");
+    EXPECT_EQ(block["tracing"], "on");
+    EXPECT_GT(block["rate"]["records_per_second"], 0.0);
+    EXPECT_GT(block["entries_in_use"], 0);
+    EXPECT_EQ(block["writers"].size(), 1U);
+    EXPECT_EQ(block["processes"][0]["process"], device.Process());
+    EXPECT_EQ(status["rings"]["process"], device.Process());
+    EXPECT_EQ(status["rings"]["lives"], true);
+    EXPECT_EQ(status["rings"]["rings_in_use"], 1);
+
+    const Header header;
+    header.SetFilterAside();
+    WriteFile("names", "component 5 Scanner\nlevel 0 always\n");
+    const Result text = Ctl({"status", "--for", "0.01", "--names", "names"});
+    EXPECT_EQ(text.code, 0);
+    EXPECT_NE(text.output.find("tracing       cleared"), std::string::npos) << text.output;
+    EXPECT_NE(text.output.find("saved filter  always: every component"), std::string::npos) << text.output;
+}
+
+TEST_F(CtlTest, RefusesWhatIsNoBlockAndLeavesItAlone) {
+    const std::vector<std::vector<std::string>> calls{{"status"},    {"level", "5", "2"}, {"only", "5:2"},
+                                                      {"reset"},     {"clear"},           {"dump", "new.bin"},
+                                                      {"mark", "x"}, {"repair"}};
+    for (const auto& call : calls) {
+        const Result missing = Ctl(call);
+        EXPECT_EQ(missing.code, 2) << call[0];
+        EXPECT_NE(missing.errors.find("no such segment"), std::string::npos) << missing.errors;
+    }
+    EXPECT_TRUE(Listing(".").empty());
+
+    { const Host device(Trace); }
+    const std::string good = ReadFile(kTrace);
+    const auto refused = [&](const std::string& bytes, const std::string& why) {
+        std::filesystem::remove(kTrace);
+        WriteFile(kTrace, bytes);
+        for (const auto& call : calls) {
+            const Result result = Ctl(call);
+            EXPECT_EQ(result.code, 2) << call[0] << why;
+            EXPECT_NE(result.errors.find(why), std::string::npos) << call[0] << result.errors;
+            EXPECT_EQ(result.output, "");
+        }
+        EXPECT_TRUE(ReadFile(kTrace) == bytes) << why;
+    };
+    refused("", "is cut: 0 bytes");
+    refused(good.substr(0, 1 << 20), "is cut");
+    const auto with = [&](std::size_t offset, char byte) {
+        std::string bytes = good;
+        bytes[offset] = byte;
+        return bytes;
+    };
+    refused(with(0, 'x'), "\"strc\"");
+    refused(with(16, 3), "version 3");
+    refused(with(20, 1), "entry count 1048577");
+    refused(with(172, 0), "index mask");
+    refused(with(28, 0), "not formatted");
+}
+
+TEST_F(CtlTest, LevelsCountForTheNextRecords) {
+    WriteFile("names", "component 6 Scanner\nlevel 2 details\n");
+    Host device(Trace);
+    const Header header;
+    EXPECT_EQ(RecordsOf(6), 0U);
+    const Result opened = Ctl({"level", "scanner", "details", "3", "--names", "names"});
+    EXPECT_EQ(opened.code, 0) << opened.errors;
+    EXPECT_NE(opened.output.find("details: Scanner; level 3: Scanner"), std::string::npos) << opened.output;
+    EXPECT_LT(opened.output.find("details: none; level 3: none"), opened.output.find("after"));
+    AwaitRecordOf(6);
+
+    EXPECT_EQ(Ctl({"level", "6", "2", "--off"}).code, 0);
+    EXPECT_EQ(header->liveFilter[WordOf(2)], 0U);
+    EXPECT_EQ(header->liveFilter[WordOf(3)], Bit(6));
+    // What was claimed before the change is stored by now.
+    EXPECT_EQ(Ctl({"clear"}).code, 0);
+    AwaitRecordOf(5);
+    EXPECT_EQ(RecordsOf(6), 0U);
+
+    EXPECT_EQ(Ctl({"only", "6:2", "7:0"}).code, 0);
+    EXPECT_EQ(Ctl({"clear"}).code, 0);
+    AwaitRecordOf(6);
+    EXPECT_EQ(RecordsOf(5), 0U);
+    const Json reset = Ctl({"reset", "--json"}).Parsed();
+    EXPECT_EQ(reset["before"]["words"][WordOf(2)], Bit(6));
+    for (int i = 0; i < SYSTRACE_FILTER_WORDS; ++i) {
+        EXPECT_EQ(reset["after"]["words"][i], i < 8 ? 0xFFFFFFFF : 0U);
+        EXPECT_EQ(header->liveFilter[i], i < 8 ? 0xFFFFFFFF : 0U);
+        EXPECT_EQ(header->savedFilter[i], 0U);
+    }
+
+    device.Kill();
+    EXPECT_EQ(Ctl({"clear"}).code, 0);
+    EXPECT_EQ(header->writeIndex, 0xFFFFFFFF);
+    EXPECT_EQ(header->wrapCount, -1);
+    const std::string before = ReadFile(kTrace);
+    for (const std::vector<std::string>& wrong : {std::vector<std::string>{"level", "128", "0"},
+                                                  {"level", "5", "4"},
+                                                  {"level", "5"},
+                                                  {"only", "5"}}) {
+        EXPECT_EQ(Ctl(wrong).code, 2);
+    }
+    EXPECT_TRUE(ReadFile(kTrace) == before);
+}
+
+TEST_F(CtlTest, AChangeDuringADumpGoesIntoBothFilters) {
+    { const Host device(Trace); }
+    const Header header;
+    header.SetFilterAside();
+    const Result held = Ctl({"level", "5", "2", "--wait", "0.2"});
+    EXPECT_EQ(held.code, 0);
+    EXPECT_NE(held.errors.find("still holds the filter"), std::string::npos) << held.errors;
+    EXPECT_EQ(header->liveFilter[WordOf(2)], Bit(5));
+    EXPECT_EQ(header->liveFilter[0], 0U);
+    EXPECT_EQ(header->savedFilter[0], 0xFFFFFFFF);
+    header.BringFilterBack();
+    EXPECT_EQ(header->liveFilter[WordOf(2)], Bit(5));
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
+}
+
+TEST_F(CtlTest, AChangeThatDumpsUndoIsRepeated) {
+    { const Host device(Trace); }
+    const Header header;
+    const auto until = [](const volatile std::uint32_t& word) {
+        while (word == 0) {
+            ::usleep(100);
+        }
+    };
+    header.SetFilterAside();
+    {
+        // A dump that had read the word before the change, twice.
+        const Meanwhile dump([&] {
+            volatile std::uint32_t& saved = header->savedFilter[WordOf(2)];
+            until(header->liveFilter[WordOf(2)]);
+            saved = 0;
+            until(saved);
+            saved = 0;
+            header.BringFilterBack();
+        });
+        const Json result = Ctl({"level", "5", "2", "--json"}).Parsed();
+        EXPECT_GE(result["repeats"], 1);
+        EXPECT_EQ(result["held"], false);
+    }
+    EXPECT_EQ(header->liveFilter[WordOf(2)], Bit(5));
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
+    header.SetFilterAside();
+    {
+        // A second dump at the same time: together they lose the filter for good.
+        const Meanwhile dumps([&] {
+            until(header->liveFilter[WordOf(3)]);
+            header.SetFilterAside();
+            header.BringFilterBack();
+            header.BringFilterBack();
+        });
+        EXPECT_EQ(Ctl({"level", "6", "3"}).code, 0);
+    }
+    EXPECT_EQ(header->liveFilter[WordOf(3)], Bit(6));
+}
+
+TEST_F(CtlTest, SeveralTakeTurnsBesideAHostThatDumpsAllTheTime) {
+    Host device([] {
+        Trace();
+        DumpSysTrace(L"dump.bin", 0);
+    });
+    {
+        const Meanwhile other([] {
+            for (const char* component : {"1", "2", "3"}) {
+                EXPECT_EQ(Ctl({"level", component, "2"}).code, 0);
+            }
+        });
+        for (const char* component : {"4", "5", "6"}) {
+            EXPECT_EQ(Ctl({"level", component, "2"}).code, 0);
+        }
+    }
+    const Json status = Ctl({"status", "--json", "--for", "0.01"}).Parsed()["systrace"];
+    const auto filter = [&](int word) {
+        return status["filter"]["words"][word].get<std::uint32_t>() |
+               status["saved_filter"]["words"][word].get<std::uint32_t>();
+    };
+    EXPECT_EQ(filter(WordOf(2)), Bit(1) | Bit(2) | Bit(3) | Bit(4) | Bit(5) | Bit(6));
+    EXPECT_EQ(filter(0), 0xFFFFFFFF);
+}
+
+TEST_F(CtlTest, DumpsWhileWritersOverwriteTheBlock) {
+    Host device([] {
+        static unsigned long number = 0;
+        SysTraceConfigure();
+        for (int i = 0; i < 1000; ++i, ++number) {
+            RTTrace_2(SYSTRACE_ID(5, 0, 77), number, ~number);
+        }
+    });
+    const Header header;
+    while (header->wrapCount < 1) {
+        ::usleep(1000);
+    }
+    const Json result = Ctl({"dump", "live.bin", "--json"}).Parsed();
+    EXPECT_EQ(result["entries"], 1 << 20);
+    // A dump of the library takes the filter away meanwhile.
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
+    EXPECT_LE(Post({"systrace", "live.bin", "--last", "1"}).code, 1);
+    const std::string dump = ReadFile("live.bin");
+    ASSERT_EQ(dump.size(), 512U + (8U << 20));
+    const auto word = [&](std::size_t offset) {
+        std::uint32_t value = 0;
+        std::memcpy(&value, dump.data() + offset, sizeof(value));
+        return value;
+    };
+    // One thread has written, so every record is in one piece, and its number follows from its place.
+    constexpr std::uint32_t kCount = 1 << 20;
+    constexpr std::uint32_t kHead = SYSTRACE_ID(5, 0, 77);
+    constexpr std::uint32_t kMostGaps = 257; // around each, two records may be incomplete
+    const auto entry = [&](std::uint32_t i) { return 512 + (word(256 + 8) + 1 + i) % kCount * 8; };
+    std::uint32_t blank = 0;
+    std::uint32_t records = 0;
+    std::uint32_t number = 0;
+    for (std::uint32_t i = 0; i < kCount; ++i) {
+        blank += word(entry(i)) == 0 ? 1 : 0;
+        // The writer may not have stored the newest entry yet.
+        if (i + 4 >= kCount || word(entry(i)) != kHead || word(entry(i + 1)) == 0 ||
+            word(entry(i + 2)) == 0 || word(entry(i + 3)) == 0) {
+            continue;
+        }
+        if (records++ == 0) {
+            number = word(entry(i + 1) + 4) - i / 4;
+        }
+        for (std::uint32_t k = 1; k < 4; ++k) {
+            ASSERT_EQ(word(entry(i + k)), kHead | 0x80000000U) << i;
+        }
+        ASSERT_EQ(word(entry(i + 1) + 4), number + i / 4) << i;
+        ASSERT_EQ(word(entry(i + 2) + 4), ~(number + i / 4)) << i;
+    }
+    EXPECT_EQ(result["overwritten"], blank);
+    EXPECT_GE(records * 4 + blank + 8 * kMostGaps, kCount);
+}
+
+TEST_F(CtlTest, ADumpIsAFileLikeTheLibrarys) {
+    { const Host device(Trace); }
+    EXPECT_EQ(Ctl({"level", "6", "2"}).code, 0);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(Ctl({"dump", "--backups", "2"}).code, 0);
+    }
+    EXPECT_EQ(Listing("."),
+              (std::vector<std::string>{kTrace, "SysTrace.bin", "SysTrace.bin.1", "SysTrace.bin.2", kRings}));
+    const std::string dump = ReadFile("SysTrace.bin");
+    const std::string segment = ReadFile(kTrace);
+    const Json read = Post({"systrace", "SysTrace.bin", "--json"}).Parsed();
+    EXPECT_EQ(read["kind"], "dump");
+    EXPECT_TRUE(read["findings"]["damage"].empty());
+    EXPECT_EQ(dump.size(), 512U + read["counts"]["entries_in_use"].get<std::size_t>() * 8);
+    EXPECT_TRUE(segment.starts_with(dump.substr(256)));
+    EXPECT_GT(read["records"].size(), 0U);
+
+    EXPECT_EQ(Ctl({"dump", kTrace}).code, 2);
+    EXPECT_TRUE(ReadFile(kTrace) == segment);
+    EXPECT_EQ(Ctl({"dump", "no/such/folder"}).code, 2);
+}
+
+TEST_F(CtlTest, AMarkIsReadAsText) {
+    { const Host device(Trace); }
+    EXPECT_EQ(Ctl({"clear"}).code, 0);
+    const std::string text = "Papierstau gel\u00f6st, nun \u00fcber Fach 2";
+    EXPECT_EQ(Ctl({"mark", text}).code, 0);
+    EXPECT_EQ(Ctl({"mark", "again", "--event", "5:99"}).code, 0);
+    const Json read = Post({"systrace", kTrace, "--json"}).Parsed();
+    ASSERT_EQ(read["records"].size(), 3U);
+    const Json& records = read["records"];
+    EXPECT_EQ(records[0]["name"], "mark");
+    EXPECT_EQ(records[0]["text"].get<std::string>() + records[1]["text"].get<std::string>(), text);
+    EXPECT_EQ(records[2]["event"], 99);
+    EXPECT_EQ(records[2]["arguments"][0], 0x69616761);
+    EXPECT_TRUE(read["findings"]["damage"].empty());
+
+    EXPECT_EQ(Ctl({"only", "5:0"}).code, 0);
+    const std::string before = ReadFile(kTrace);
+    const Result dropped = Ctl({"mark", "x"});
+    EXPECT_EQ(dropped.code, 2);
+    EXPECT_NE(dropped.errors.find("Diagnostics"), std::string::npos) << dropped.errors;
+    EXPECT_EQ(Ctl({"mark", std::string(1001, 'x'), "--event", "5:1"}).code, 2);
+    EXPECT_TRUE(ReadFile(kTrace) == before);
+}
+
+TEST_F(CtlTest, RepairsWhatAKilledDumpLeft) {
+    KilledMidway([](const std::function<void()>& underWay) {
+        static const std::function<void()>& tell = underWay;
+        SysTraceConfigure();
+        DumpSysTraceEx(
+            [](const char*, int, int*, void*) {
+                tell();
+                for (;;) {
+                    ::pause();
+                }
+                return 0;
+            },
+            nullptr);
+    });
+    const Header header;
+    ASSERT_EQ(header->liveFilter[0], 0U);
+    EXPECT_EQ(Ctl({"level", "5", "2", "--wait", "0"}).code, 0);
+    const auto status = [] {
+        return Ctl({"status", "--json", "--for", "0.01"}).Parsed()["systrace"]["tracing"];
+    };
+    EXPECT_EQ(status(), "partly cleared");
+    const Result repaired = Ctl({"repair", "--wait", "0.1", "--yes"});
+    EXPECT_EQ(repaired.code, 0);
+    EXPECT_NE(repaired.output.find("repaired"), std::string::npos);
+    for (const int word : {0, 7, WordOf(2)}) {
+        const std::uint32_t wanted = word < 8 ? 0xFFFFFFFF : Bit(5);
+        EXPECT_EQ(header->liveFilter[word], wanted);
+        EXPECT_EQ(header->savedFilter[word], wanted);
+    }
+    EXPECT_EQ(status(), "on");
+    // What is left in the saved filter is not taken for a dump's.
+    EXPECT_EQ(Ctl({"level", "5", "2", "--off"}).code, 0);
+    EXPECT_EQ(status(), "on");
+    EXPECT_NE(Ctl({"repair"}).output.find("nothing to repair"), std::string::npos);
+}
+
+TEST_F(CtlTest, RepairsNothingWhileADumpMayLive) {
+    const Host device(Trace);
+    const Header header;
+    header.SetFilterAside();
+    device.Signal(SIGSTOP);
+    const Result doubtful = Ctl({"repair", "--wait", "0.1"});
+    EXPECT_EQ(doubtful.code, 2);
+    EXPECT_NE(doubtful.errors.find("cannot be known"), std::string::npos) << doubtful.errors;
+    EXPECT_EQ(header->liveFilter[0], 0U);
+    device.Signal(SIGCONT);
+    {
+        const Meanwhile dump([&] {
+            ::usleep(50000);
+            header.BringFilterBack();
+        });
+        const Result ended = Ctl({"repair", "--wait", "600"});
+        EXPECT_NE(ended.output.find("nothing to repair"), std::string::npos) << ended.output << ended.errors;
+    }
+    EXPECT_EQ(header->savedFilter[0], 0U);
+}
+
+TEST_F(CtlTest, RingsAreReadFromOutside) {
+    EXPECT_EQ(Ctl({"rings"}).code, 2);
+    { const Host device(Trace); }
+    const std::string segment = ReadFile(kRings);
+    EXPECT_EQ(Ctl({"rings", "rings.txt"}).code, 0);
+    EXPECT_TRUE(ReadFile(kRings) == segment);
+    const Json fromText = Post({"rings", "rings.txt", "--json"}).Parsed();
+    const Json fromSegment = Post({"rings", kRings, "--json"}).Parsed();
+    EXPECT_EQ(fromText["records"], fromSegment["records"]);
+    EXPECT_GE(fromText["records"].size(), 100U);
+    EXPECT_TRUE(fromText["findings"]["damage"].empty());
+    const auto fromBegin = [](const std::string& dump) { return dump.substr(dump.find("BEGIN RING")); };
+    EXPECT_EQ(fromBegin(ReadFile("rings.txt")), fromBegin(Ctl({"rings"}).output));
+
+    std::filesystem::resize_file(kRings, 200000);
+    EXPECT_EQ(Ctl({"rings", "rings.txt"}).code, 1);
+    std::filesystem::resize_file(kRings, 4095);
+    EXPECT_EQ(Ctl({"rings", "rings.txt"}).code, 1);
+    std::filesystem::resize_file(kRings, 100);
+    EXPECT_EQ(Ctl({"rings", "rings.txt"}).code, 2);
+    EXPECT_EQ(Ctl({"rings", kRings}).code, 2);
+}
+
+TEST_F(CtlTest, CollectsARunningDeviceAndADeadOne) {
+    const std::string longName = std::string(150, 'n') + ".txt";
+    std::filesystem::create_directory("device");
+    std::filesystem::current_path("device");
+    EXPECT_EQ(Ctl({"collect", "-o", "../unit.tar.gz"}).code, 2);
+    EXPECT_FALSE(Exists("../unit.tar.gz"));
+    WriteFile(longName, "x");
+    WriteFile("exact.bin", std::string(1024, 'b'));
+    WriteFile("empty", "");
+    std::filesystem::create_symlink("/etc/passwd", "link");
+
+    Host device(Trace);
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe");
+    const auto unpack = [] {
+        std::filesystem::remove_all("../out");
+        std::filesystem::create_directory("../out");
+        ASSERT_EQ(std::system("tar -xzf unit.tar.gz -C ../out"), 0);
+    };
+    const Result running = Ctl({"collect", "-o", "unit.tar.gz", "--program", self});
+    EXPECT_EQ(running.code, 0) << running.errors;
+    unpack();
+    Json manifest = Json::parse(ReadFile("../out/manifest.json"));
+    EXPECT_EQ(manifest["boot_id"].get<std::string>() + "\n", ReadFile("/proc/sys/kernel/random/boot_id"));
+    EXPECT_EQ(manifest["segments"][kTrace]["mapped_by"], Json::array({device.Process()}));
+    EXPECT_EQ(manifest["segments"][kRings]["mapped_by"], Json::array({device.Process()}));
+    EXPECT_EQ(manifest["processes"].size(), 1U);
+    EXPECT_EQ(manifest["left_out"][0]["name"], "link");
+    const std::string id = manifest["programs"][0]["build_id"];
+    EXPECT_EQ(id.size(), 40U);
+#ifndef __arm__ // under the emulator the process is the emulator's
+    const Json& modules = manifest["processes"][0]["modules"];
+    const auto own = std::find_if(modules.begin(), modules.end(),
+                                  [&](const Json& module) { return module["path"] == self; });
+    ASSERT_NE(own, modules.end());
+    EXPECT_EQ((*own)["build_id"], id);
+#endif
+    EXPECT_GT(Post({"systrace", std::string("../out/") + kTrace, "--json"}).Parsed()["records"].size(), 0U);
+
+    device.Kill();
+    EXPECT_EQ(Ctl({"collect", ".", "-o", "unit.tar.gz"}).code, 0);
+    unpack();
+    manifest = Json::parse(ReadFile("../out/manifest.json"));
+    EXPECT_TRUE(manifest["processes"].empty());
+    EXPECT_EQ(Listing("../out"),
+              (std::vector<std::string>{kTrace, kRings, "empty", "exact.bin", "manifest.json", longName}));
+    for (const std::string& name : {std::string(kTrace), std::string(kRings), std::string("empty"),
+                                    std::string("exact.bin"), longName}) {
+        EXPECT_TRUE(ReadFile("../out/" + name) == ReadFile(name)) << name;
+    }
+    for (const char* mode : {"report", "timeline"}) {
+        EXPECT_LE(Post({mode, "../out", "-o", "../result"}).code, 1) << mode;
+    }
+    EXPECT_EQ(Ctl({"collect", "-o", kTrace}).code, 2);
+    std::filesystem::current_path("..");
+}
+
+} // namespace Nima::Testing
