@@ -109,13 +109,12 @@ int RunStack(Context& context, const InputFile& file, std::string_view text) {
     const StackTrace stack = ReadStackTrace(text, findings);
     file.ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(Json{{"file", ToUtf8(file.Path())},
+        PrintObject(context, Json{{"file", ToUtf8(file.Path())},
                                    {"title", ToUtf8(stack.Title())},
                                    {"host", HostJson(stack)},
                                    {"report", stack.report},
                                    {"frames", stack.frames},
                                    {"findings", FindingsJson(findings)}});
-        context.out.Write("\n");
     } else {
         PrintStack(context.out, stack);
         PrintFindings(context, findings);
@@ -140,8 +139,7 @@ int RunCrash(Context& context, const std::string& path) {
     }
     file->ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(CrashJson(path, *log, findings));
-        context.out.Write("\n");
+        PrintObject(context, CrashJson(path, *log, findings));
     } else {
         PrintCrash(context.out, *log);
         PrintFindings(context, findings);

@@ -9,6 +9,8 @@ CommandAdder AddListenCommand;
 CommandAdder AddLogCommand;
 CommandAdder AddReportCommand;
 CommandAdder AddRingsCommand;
+CommandAdder AddShowCommand;
+CommandAdder AddSummaryCommand;
 CommandAdder AddSysTraceCommand;
 CommandAdder AddTimelineCommand;
 CommandAdder AddWatchCommand;
@@ -17,8 +19,8 @@ namespace {
 
 /// In the order of the help text.
 constexpr CommandAdder* kCommands[]{
-    AddSysTraceCommand, AddRingsCommand,  AddLogCommand,   AddCrashCommand,  AddEventCommand,
-    AddTimelineCommand, AddReportCommand, AddWatchCommand, AddListenCommand,
+    AddSummaryCommand, AddShowCommand,     AddLogCommand,    AddSysTraceCommand, AddRingsCommand,  AddCrashCommand,
+    AddEventCommand,   AddTimelineCommand, AddReportCommand, AddWatchCommand,    AddListenCommand,
 };
 
 } // namespace

@@ -97,13 +97,12 @@ class Watch {
         for (const std::string& notice : tick_.notices) {
             notices.push_back(ToUtf8(notice));
         }
-        context_.out.WriteJson({{"tick", tick_.number},
+        PrintObject(context_, {{"tick", tick_.number},
                                 {"time", WallTimeIso(tick_.time)},
                                 {"seconds", tick_.seconds},
                                 {"systrace", TraceJson(tick_, context_.names, most)},
                                 {"rings", RingsJson(tick_, context_.names)},
                                 {"notices", std::move(notices)}});
-        context_.out.Write("\n");
         context_.out.Flush();
     }
 
@@ -177,7 +176,8 @@ int RunWatch(Context& context, const Options& options) {
 void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "watch",
-                                   "The rings and the binary trace of a running process, live, until Ctrl-C");
+                                   "The rings and the binary trace of a running process, live, until Ctrl-C",
+                                   Prints::kAsItComes);
     command->add_option("DIRECTORY", options->directory, "The working directory of the process (.)");
     command->add_option("--interval", options->interval, "Milliseconds between looks (500)")
         ->type_name("MS")

@@ -14,7 +14,7 @@ namespace NimaPost {
 /// Everything that is not a row.
 class PageData {
   public:
-    PageData(const Story& story, std::int64_t origin, Selection selection)
+    PageData(const Story& story, std::int64_t origin, Selection& selection)
         : story_(story), origin_(origin), selection_(selection) {}
 
     /// The oldest first.
@@ -45,7 +45,7 @@ class PageData {
 
     const Story& story_;
     std::int64_t origin_;
-    Selection selection_;
+    Selection& selection_;
 };
 
 } // namespace NimaPost
