@@ -38,27 +38,30 @@ using List = std::vector<std::string>;
 
 std::string Calibration(int second, long long counter) {
     const std::string digits = (second < 10 ? "0" : "") + std::to_string(second);
-    return std::to_string(counter) + " <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=012610241631" +
-           digits + ".54000, type=qpc\r\n";
+    return std::to_string(counter) +
+           " <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=012610241631" + digits +
+           ".54000, type=qpc\r\n";
 }
 
 std::string LineAt(long long counter, const std::string& level, const std::string& message) {
     return std::to_string(counter) + " <0x00000001:000> <" + level + "> <Engine> " + message + "\r\n";
 }
 
-/// Two boots: lines at 16:31:00.1, .2 and .3 in the first; at 16:31:40.1 and .2 in the second. Counters of a clock
-/// that had run for 5 s, and for 2 s.
+/// Two boots: lines at 16:31:00.1, .2 and .3 in the first; at 16:31:40.1 and .2 in the second. Counters of a
+/// clock that had run for 5 s, and for 2 s.
 void WriteTwoBoots() {
     WriteFile("device.log", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", "warm up") +
                                 LineAt(200'000'005, "ERROR", "lamp\r\nof the scanner") +
                                 LineAt(300'000'005, "WARN", "page 1 of 2") + Calibration(40, 54'000'002) +
-                                LineAt(100'000'002, "INFO", "Lamp again") + LineAt(200'000'002, "WARN", "page 2 of 2"));
+                                LineAt(100'000'002, "INFO", "Lamp again") +
+                                LineAt(200'000'002, "WARN", "page 2 of 2"));
 }
 
 std::string CrashLogAt(int second) {
     const std::string digits = (second < 10 ? "0" : "") + std::to_string(second);
     return "Crash Date/Time: 0126-10-24 16:31:" + digits +
-           ".54000\r\nTicks: 250000002\r\nFrequency: 1000000\r\n\r\nError Code: 31AC05\r\nFile Name: fuser.cpp\r\n"
+           ".54000\r\nTicks: 250000002\r\nFrequency: 1000000\r\n\r\nError Code: 31AC05\r\nFile Name: "
+           "fuser.cpp\r\n"
            "Line Numbr: 54\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\nBoot Cycle: 0\r\n\r\n"
            "Loaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\nRing Buffers (unformatted)\r\n\r\n"
            "BEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER DUMP\r\n\r\nAll Done!!\r\n";
@@ -85,7 +88,8 @@ TEST_F(Select, ExpressionsTakeOrLeaveWholeMessages) {
     EXPECT_EQ(Texts({"show", ".", "--grep", R"(page \d)", "--last", "1"}), (List{"page 2 of 2"}));
 
     // Searches that would take for ever end, and are told of.
-    WriteFile("evil.log", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", std::string(5000, 'a') + "b"));
+    WriteFile("evil.log",
+              Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", std::string(5000, 'a') + "b"));
     const Result evil = Post({"log", "evil.log", "--grep", "(a+)+$", "--json"});
     EXPECT_EQ(evil.code, 0);
     EXPECT_EQ(evil.Parsed()["late_findings"]["remarks"][0]["code"], "pattern-limit") << evil.output;
@@ -105,8 +109,8 @@ TEST_F(Select, ARangeComparesTheTimesThatAreShown) {
     };
     EXPECT_EQ(between({"--until", "16:31:30"}), kFirstBoot);
     EXPECT_EQ(between({"--since", "2026-11-24 16:31:40"}), (List{"Lamp again", "page 2 of 2"}));
-    // The first moment belongs to it, the last does not. Lines are at the calibration's date and what their counters
-    // are later by.
+    // The first moment belongs to it, the last does not. Lines are at the calibration's date and what their
+    // counters are later by.
     const Json lines = Json::parse(Post({"log", "device.log", "--json"}).output)["lines"];
     const std::string first = lines[1]["time"];
     const std::string second = lines[2]["time"];
@@ -124,9 +128,10 @@ TEST_F(Select, ARangeComparesTheTimesThatAreShown) {
     EXPECT_EQ(told.code, 0) << told.errors;
     EXPECT_EQ(told.Parsed()["late_findings"]["remarks"][0]["code"], "range-uncertain") << told.output;
 
-    for (const List& wrong : {List{"--since", "yesterday"}, List{"--around", "crash=2"}, List{"--within", "1s"},
-                              List{"--since", "boot=3"}, List{"--boot", "3"}, List{"--boot", "-2"},
-                              List{"--around", "crash", "--since", "boot"}, List{"--around", "crash", "--within", "x"}}) {
+    for (const List& wrong :
+         {List{"--since", "yesterday"}, List{"--around", "crash=2"}, List{"--within", "1s"},
+          List{"--since", "boot=3"}, List{"--boot", "3"}, List{"--boot", "-2"},
+          List{"--around", "crash", "--since", "boot"}, List{"--around", "crash", "--within", "x"}}) {
         List arguments{"show", "."};
         arguments.insert(arguments.end(), wrong.begin(), wrong.end());
         const Result result = Post(arguments);
@@ -172,10 +177,13 @@ TEST_F(Select, ShowMergesWhatTheLibraryWroteIntoOneStory) {
     // The views are parts of it.
     EXPECT_EQ(Texts({"systrace", ".", "--component", "9"}).size(), 3U);
     EXPECT_EQ(Texts({"rings", ".", "--grep", "code 0x5"}).size(), 3U);
-    EXPECT_EQ(Texts({"log", ".", "--level", "WARN+", "--tracer", "Engine"}), (List{"line 0", "line 1", "line 2"}));
+    EXPECT_EQ(Texts({"log", ".", "--level", "WARN+", "--tracer", "Engine"}),
+              (List{"line 0", "line 1", "line 2"}));
     // So are they of single files, with their own times.
-    EXPECT_EQ(Texts({"systrace", "SysTrace Buffer", "--component", "9", "--grep", "event 0x3 0x[12]"}).size(), 2U);
-    EXPECT_EQ(Texts({"rings", "System Ring Buffers", "--not", "0x1 0x2 0x3", "--grep", "code 0x5"}).size(), 2U);
+    EXPECT_EQ(Texts({"systrace", "SysTrace Buffer", "--component", "9", "--grep", "event 0x3 0x[12]"}).size(),
+              2U);
+    EXPECT_EQ(Texts({"rings", "System Ring Buffers", "--not", "0x1 0x2 0x3", "--grep", "code 0x5"}).size(),
+              2U);
     EXPECT_EQ(Post({"systrace", "SysTrace Buffer", "--since", "end+1s", "--format", "short"}).output, "");
 }
 
@@ -190,10 +198,12 @@ TEST_F(Select, EveryFormatHoldsTheSame) {
     EXPECT_NE(text.output.find("\x1b[33mWARN     Engine: page 1 of 2"), std::string::npos) << text.output;
     const Result brief = Post({"log", "device.log", "--format", "short", "--grep", "page 1"});
     EXPECT_EQ(brief.output.substr(0, 6) + brief.output.substr(13), "16:31:WARN Engine: page 1 of 2\n");
-    EXPECT_EQ(Post({"log", "device.log", "--json"}).output, Post({"log", "device.log", "--format", "json"}).output);
+    EXPECT_EQ(Post({"log", "device.log", "--json"}).output,
+              Post({"log", "device.log", "--format", "json"}).output);
     // A field with what divides fields is quoted.
     WriteFile("device.log", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", R"(a "b", c)"));
-    EXPECT_NE(Post({"log", "device.log", "--format", "csv"}).output.find(R"(,Engine,"a ""b"", c")"), std::string::npos);
+    EXPECT_NE(Post({"log", "device.log", "--format", "csv"}).output.find(R"(,Engine,"a ""b"", c")"),
+              std::string::npos);
     EXPECT_EQ(Post({"crash", "device.log", "--format", "csv"}).code, 2);
 }
 
@@ -222,9 +232,8 @@ TEST_F(Select, ABareFolderGivesItsSummary) {
     std::string much;
     for (int i = 0; i < 40; ++i) {
         WriteFile("crash.txt." + std::to_string(i), CrashLogAt(i));
-        much += Calibration(i, 54'000'100 - i) +
-                std::to_string(100'000'100 - i) + " <0x00000001:000> <ERROR> <T" + std::to_string(i) + "> " +
-                std::string(500, 'x') + "\r\n";
+        much += Calibration(i, 54'000'100 - i) + std::to_string(100'000'100 - i) +
+                " <0x00000001:000> <ERROR> <T" + std::to_string(i) + "> " + std::string(500, 'x') + "\r\n";
     }
     WriteFile("much.log", much);
     const std::string full = Post({"."}).output;
@@ -234,10 +243,12 @@ TEST_F(Select, ABareFolderGivesItsSummary) {
 
 TEST_F(Select, WhatIsMisspeltIsToldInOneLineWithWhatWasMeant) {
     WriteTwoBoots();
-    for (const auto& [arguments, meant] :
-         {std::pair(List{"sumary", "."}, "did you mean summary?"), {List{"show", ".", "--sinse", "boot"}, "--since?"},
-          {List{"log", "device.log", "--format", "jsno"}, "--format"}, {List{"show", ".", "device.log"}, "too many"},
-          {List{"show"}, "FOLDER is required"}, {List{}, "subcommand"}}) {
+    for (const auto& [arguments, meant] : {std::pair(List{"sumary", "."}, "did you mean summary?"),
+                                           {List{"show", ".", "--sinse", "boot"}, "--since?"},
+                                           {List{"log", "device.log", "--format", "jsno"}, "--format"},
+                                           {List{"show", ".", "device.log"}, "too many"},
+                                           {List{"show"}, "FOLDER is required"},
+                                           {List{}, "subcommand"}}) {
         const Result result = Post(arguments);
         EXPECT_EQ(result.code, 2);
         EXPECT_EQ(Lines(result.errors).size(), 1U) << result.errors;

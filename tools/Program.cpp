@@ -114,8 +114,9 @@ int RunProgram(int argc, const char* const* argv) {
     CLI::App app("Reads what the diagnostics library left behind.", "nima-post");
     app.require_subcommand(1);
     app.set_version_flag("--version", "nima-post " NIMA_POST_VERSION);
-    app.footer("nima-post FOLDER is short for nima-post summary FOLDER.\n"
-               "Exit status: 0 fine, 1 damaged input that could be read in part, 2 nothing usable.");
+    app.footer(
+        "nima-post FOLDER is short for nima-post summary FOLDER.\n"
+        "Exit status: 0 fine, 1 damaged input that could be read in part, 2 nothing usable.");
     AllowManyFiles();
     Context context;
     Run run;

@@ -1,9 +1,9 @@
 #include "tools/base/Pattern.h"
 
 #define PCRE2_CODE_UNIT_WIDTH 8
-#include <pcre2.h>
-
 #include <array>
+
+#include <pcre2.h>
 
 namespace NimaPost {
 
@@ -42,7 +42,8 @@ struct Pattern::Code {
 
 std::optional<Pattern> Pattern::Compile(const std::string& expression, bool ignoreCase,
                                         std::string& problem) {
-    auto code = MakeCode(expression, kUtf | PCRE2_NEVER_BACKSLASH_C | (ignoreCase ? PCRE2_CASELESS : 0), problem);
+    auto code =
+        MakeCode(expression, kUtf | PCRE2_NEVER_BACKSLASH_C | (ignoreCase ? PCRE2_CASELESS : 0), problem);
     return code ? std::optional(Pattern(std::move(code))) : std::nullopt;
 }
 
@@ -66,8 +67,9 @@ std::shared_ptr<Pattern::Code> Pattern::MakeCode(const std::string& expression, 
     if (!made->code) {
         std::array<PCRE2_UCHAR, 256> text{};
         pcre2_get_error_message(error, text.data(), text.size());
-        problem = "\"" + expression + "\" is no regular expression: " +
-                  reinterpret_cast<const char*>(text.data()) + ", at character " + std::to_string(offset + 1);
+        problem = "\"" + expression +
+                  "\" is no regular expression: " + reinterpret_cast<const char*>(text.data()) +
+                  ", at character " + std::to_string(offset + 1);
         return nullptr;
     }
     // Where no code can be made, the interpreter does the same, if slower.

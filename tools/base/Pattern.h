@@ -9,8 +9,8 @@
 
 namespace NimaPost {
 
-/// A Perl-compatible regular expression. Text from a device need not be UTF-8. Every search has a limit, so that
-/// none goes on for ever; where it is reached, nothing is found.
+/// A Perl-compatible regular expression. Text from a device need not be UTF-8. Every search has a limit, so
+/// that none goes on for ever; where it is reached, nothing is found.
 class Pattern {
   public:
     /// Empty, with the reason, for what is no expression.

@@ -5,8 +5,8 @@
 
 namespace NimaPost {
 
-/// How far the reading of a file has come, as a bar on a terminal's standard error once a program has run for two
-/// seconds. One for the whole process; nothing is shown unless that is allowed.
+/// How far the reading of a file has come, as a bar on a terminal's standard error once a program has run for
+/// two seconds. One for the whole process; nothing is shown unless that is allowed.
 namespace Progress {
 
 /// Shows bars from now on, if standard error is a terminal.

@@ -29,9 +29,9 @@ TextFilter::Fate TextFilter::Continue(std::string_view line) {
 }
 
 std::uint64_t TextFilter::GivenUp() const {
-    const std::uint64_t wanted = std::accumulate(
-        wanted_.begin(), wanted_.end(), std::uint64_t{0},
-        [](std::uint64_t sum, const Wanted& each) { return sum + each.pattern.GivenUp(); });
+    const std::uint64_t wanted =
+        std::accumulate(wanted_.begin(), wanted_.end(), std::uint64_t{0},
+                        [](std::uint64_t sum, const Wanted& each) { return sum + each.pattern.GivenUp(); });
     return std::accumulate(refused_.begin(), refused_.end(), wanted,
                            [](std::uint64_t sum, const Pattern& each) { return sum + each.GivenUp(); });
 }

@@ -9,8 +9,8 @@
 
 namespace NimaPost {
 
-/// Which messages hold every text that is wanted and none that is not. A message may have several lines, which
-/// come one after the other.
+/// Which messages hold every text that is wanted and none that is not. A message may have several lines,
+/// which come one after the other.
 class TextFilter {
   public:
     TextFilter() = default;

@@ -33,7 +33,8 @@ std::optional<Decimal> TakeNumber(std::string_view& text) {
     if (TakeLiteral(text, ".")) {
         std::size_t places = 0;
         for (; !text.empty() && IsDigit(text.front()); text.remove_prefix(1), ++places) {
-            number.billionths = places < kPlaces ? number.billionths * 10 + (text.front() - '0') : number.billionths;
+            number.billionths =
+                places < kPlaces ? number.billionths * 10 + (text.front() - '0') : number.billionths;
         }
         for (std::size_t i = places; i < kPlaces; ++i) {
             number.billionths *= 10;
@@ -61,7 +62,7 @@ struct Unit {
 };
 
 /// Longer names before those that they begin with.
-constexpr std::array kUnits{Unit{"ms", 1'000'000},     Unit{"us", 1000}, Unit{"ns", 1},
+constexpr std::array kUnits{Unit{"ms", 1'000'000},     Unit{"us", 1000},   Unit{"ns", 1},
                             Unit{"min", 60 * kSecond}, Unit{"s", kSecond}, Unit{"m", 60 * kSecond},
                             Unit{"h", 3600 * kSecond}, Unit{"d", kDay}};
 

@@ -32,7 +32,8 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, c
         context.format = format;
         context.json = format == Format::kJson || format == Format::kJsonl;
     };
-    command->add_flag_callback("--json", [set] { set(Format::kJson); }, "The same as --format json");
+    command->add_flag_callback(
+        "--json", [set] { set(Format::kJson); }, "The same as --format json");
     std::vector<std::string> offered(kFormats.begin(), kFormats.end());
     if (prints != Prints::kList) {
         offered = {"text", "json", "jsonl"};
@@ -54,9 +55,8 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, c
         command->add_flag_callback(
             "--no-pager", [&context] { context.paged = false; }, "Never show the output page by page");
     }
-    command->preparse_callback([&context, prints](std::size_t /*words*/) {
-        context.paged = prints != Prints::kAsItComes;
-    });
+    command->preparse_callback(
+        [&context, prints](std::size_t /*words*/) { context.paged = prints != Prints::kAsItComes; });
     command->add_option("--names", context.namesFile, "Dictionary that turns numbers into words")
         ->type_name("FILE");
     return command;

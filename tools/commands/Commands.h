@@ -20,7 +20,7 @@ enum class Format : unsigned char { kText, kJson, kJsonl, kCsv, kShort };
 /// What every command gets: the common options, and where its result goes.
 struct Context {
     Format format = Format::kText;
-    bool json = false; ///< in either of its forms
+    bool json = false;           ///< in either of its forms
     std::string colour = "auto"; ///< or "always" or "never"
     Paint paint;
     bool paged = false; ///< long output is shown page by page on a terminal

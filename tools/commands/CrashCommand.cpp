@@ -110,11 +110,11 @@ int RunStack(Context& context, const InputFile& file, std::string_view text) {
     file.ReportReadProblem(findings);
     if (context.json) {
         PrintObject(context, Json{{"file", ToUtf8(file.Path())},
-                                   {"title", ToUtf8(stack.Title())},
-                                   {"host", HostJson(stack)},
-                                   {"report", stack.report},
-                                   {"frames", stack.frames},
-                                   {"findings", FindingsJson(findings)}});
+                                  {"title", ToUtf8(stack.Title())},
+                                  {"host", HostJson(stack)},
+                                  {"report", stack.report},
+                                  {"frames", stack.frames},
+                                  {"findings", FindingsJson(findings)}});
     } else {
         PrintStack(context.out, stack);
         PrintFindings(context, findings);

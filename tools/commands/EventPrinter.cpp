@@ -167,9 +167,9 @@ void EventPrinter::AppendCsv(std::string& out, const TimelineEvent& event) const
     };
     for (const std::string& field :
          {std::string(kCertainties.at(static_cast<std::size_t>(SurenessOf(event.certainty)))),
-          std::string(KindName(event)), Printable(files_[event.file]), number(event.boot), number(event.process),
-          event.thread ? Hex32(*event.thread) : std::string(), std::string(event.level), Printable(event.name),
-          Printable(event.text)}) {
+          std::string(KindName(event)), Printable(files_[event.file]), number(event.boot),
+          number(event.process), event.thread ? Hex32(*event.thread) : std::string(),
+          std::string(event.level), Printable(event.name), Printable(event.text)}) {
         out += ',';
         AppendCsvField(out, field);
     }

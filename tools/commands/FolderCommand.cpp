@@ -18,8 +18,9 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
     return command;
 }
 
-int RunOnFolder(Context& context, const FolderOptions& options,
-                const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write) {
+int RunOnFolder(
+    Context& context, const FolderOptions& options,
+    const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write) {
     Story story(context.names);
     Selection selection;
     std::string problem;

@@ -29,7 +29,8 @@ struct FolderResult {
 };
 
 /// Reads the folder and lets `write` produce the file, which appears under its name once it is complete.
-int RunOnFolder(Context& context, const FolderOptions& options,
-                const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write);
+int RunOnFolder(
+    Context& context, const FolderOptions& options,
+    const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write);
 
 } // namespace NimaPost

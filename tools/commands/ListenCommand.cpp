@@ -128,9 +128,9 @@ void PrintStrange(Context& context, const Received& received) {
     const bool cut = received.cut || shown.size() < received.bytes.size();
     if (context.json) {
         PrintObject(context, {{"time", WallTimeIso(received.time)},
-                               {"no_notification", ToUtf8(shown)},
-                               {"cut", cut},
-                               {"from_port", received.port}});
+                              {"no_notification", ToUtf8(shown)},
+                              {"cut", cut},
+                              {"from_port", received.port}});
         return;
     }
     std::string& text = context.out.Text();
@@ -182,9 +182,9 @@ int RunListen(Context& context, const Options& options) {
 
 void AddListenCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = AddCommand(app, context, "listen",
-                                   "Receives crash notifications as processes send them, until Ctrl-C",
-                                   Prints::kAsItComes);
+    CLI::App* command =
+        AddCommand(app, context, "listen",
+                   "Receives crash notifications as processes send them, until Ctrl-C", Prints::kAsItComes);
     command
         ->add_option("--port", options->port,
                      "The port on 127.0.0.1 (" + std::to_string(Nima::Catalogue::kNotificationPort) +

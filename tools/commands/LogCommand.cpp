@@ -169,9 +169,9 @@ Landmarks LandmarksOf(const LogSet& logs, bool withEnds) {
             known->second = std::min(known->second, process.first);
         }
     }
-    landmarks.hasWall = landmarks.hasWall ||
-                        std::any_of(logs.Sources().begin(), logs.Sources().end(),
-                                    [](const auto& source) { return source.kind == LogKind::kQueue; });
+    landmarks.hasWall =
+        landmarks.hasWall || std::any_of(logs.Sources().begin(), logs.Sources().end(),
+                                         [](const auto& source) { return source.kind == LogKind::kQueue; });
     if (withEnds) {
         logs.ForEach([&](const LogEntry& entry) {
             if (const auto time = TimeOf(entry, landmarks.hasWall)) {
@@ -304,7 +304,8 @@ int RunLog(Context& context, const Options& options) {
 void AddLogCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time", Prints::kList);
-    command->add_option("FILE", options->files, "Logs, whose backups (FILE.1 ...) are read as well; or a folder")
+    command
+        ->add_option("FILE", options->files, "Logs, whose backups (FILE.1 ...) are read as well; or a folder")
         ->required();
     command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and more severe")
         ->delimiter(',')

@@ -71,7 +71,8 @@ Crash Headline(const Story& story) {
     return story.Crashes().empty() ? Crash() : story.Crashes().back();
 }
 
-void WritePage(Output& out, const Options& options, const Story& story, Selection& selection, const Names& names) {
+void WritePage(Output& out, const Options& options, const Story& story, Selection& selection,
+               const Names& names) {
     Rows rows(options.rows, names);
     ForEachSelected(story, selection, [&](const TimelineEvent& event) { rows.Take(event); });
     const std::vector<Row>& sorted = rows.Sorted();

@@ -112,7 +112,8 @@ void PrintTable(Output& out, const RingSet& set) {
 /// The records of a set that are selected, by their times in the order of all rings.
 class Chosen {
   public:
-    Chosen(const RingSet& set, Selection& selection) : set_(set), selection_(selection), merged_(MergeRings(set)) {
+    Chosen(const RingSet& set, Selection& selection)
+        : set_(set), selection_(selection), merged_(MergeRings(set)) {
         head_ = set.date && set.ticks ? set.date->Earliest() : 0;
     }
 
@@ -375,9 +376,10 @@ int RunRings(Context& context, const Options& options) {
 
 void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it",
-                                   Prints::kList);
-    command->add_option("FILE", options->file, "The segment \"System Ring Buffers\", a text dump, or a folder")
+    CLI::App* command =
+        AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it", Prints::kList);
+    command
+        ->add_option("FILE", options->file, "The segment \"System Ring Buffers\", a text dump, or a folder")
         ->required();
     command->add_option("--ring", options->rings, "Only these rings, by name or index")
         ->delimiter(',')

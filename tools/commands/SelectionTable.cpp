@@ -24,11 +24,14 @@ void AddSelection(CLI::App& command, SelectionOptions& options, TakesLast last) 
     const auto text = [&](const char* name, std::string& value, const char* description, const char* type) {
         command.add_option(name, value, description)->type_name(type)->group(group);
     };
-    text("--since", options.since, "From this time on: a date, a time of day, crash-30s, boot+5m, end-1m", "TIME");
+    text("--since", options.since, "From this time on: a date, a time of day, crash-30s, boot+5m, end-1m",
+         "TIME");
     text("--until", options.until, "Before this time", "TIME");
     text("--around", options.around, "Near this time: crash, crash=2, 15:09:26", "TIME");
     text("--within", options.within, "How near, 10s if not given", "LENGTH");
-    command.add_option("--boot", options.boot, "Only what is known to be of this boot; 0 is the last, -1 the one before")
+    command
+        .add_option("--boot", options.boot,
+                    "Only what is known to be of this boot; 0 is the last, -1 the one before")
         ->type_name("N")
         ->check(BootNumber())
         ->group(group);
@@ -43,7 +46,8 @@ void AddSelection(CLI::App& command, SelectionOptions& options, TakesLast last) 
         ->type_name("RE")
         ->allow_extra_args(false)
         ->group(group);
-    command.add_flag("-i,--ignore-case", options.ignoreCase, "Upper and lower case are the same")->group(group);
+    command.add_flag("-i,--ignore-case", options.ignoreCase, "Upper and lower case are the same")
+        ->group(group);
     if (last == TakesLast::kYes) {
         command.add_option("--last", options.last, "Only the last N of what remains")
             ->type_name("N")

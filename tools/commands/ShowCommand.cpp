@@ -16,8 +16,8 @@ struct Options {
 
 void AddShowCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
-    CLI::App* command =
-        AddCommand(app, context, "show", "Everything in a folder in one order of time, line by line", Prints::kList);
+    CLI::App* command = AddCommand(
+        app, context, "show", "Everything in a folder in one order of time, line by line", Prints::kList);
     command->add_option("FOLDER", options->folder, "The folder that came back from the device")->required();
     AddSelection(*command, options->selection, TakesLast::kYes);
     command->callback([&run, options] {

@@ -46,7 +46,8 @@ std::vector<KindCount> KindsOf(const Story& story, const Statistics& statistics)
     std::vector<KindCount> kinds;
     for (const FolderFile& file : story.Files()) {
         const std::string kind(file.row != nullptr ? file.row->kind : "other");
-        auto found = std::find_if(kinds.begin(), kinds.end(), [&](const auto& each) { return each.kind == kind; });
+        auto found =
+            std::find_if(kinds.begin(), kinds.end(), [&](const auto& each) { return each.kind == kind; });
         if (found == kinds.end()) {
             kinds.push_back({kind});
             found = std::prev(kinds.end());
@@ -71,7 +72,8 @@ std::vector<Name> NamesOf(const Statistics& statistics) {
 
 double PerMinute(std::uint64_t count, const Statistics& statistics) {
     const auto length = statistics.Length();
-    return length ? static_cast<double>(count) * static_cast<double>(kMinute) / static_cast<double>(*length) : 0;
+    return length ? static_cast<double>(count) * static_cast<double>(kMinute) / static_cast<double>(*length)
+                  : 0;
 }
 
 class Summary {
@@ -131,7 +133,9 @@ class Summary {
     bool HasWall() const { return story_.Time().HasWall(); }
 
     Json TimeJson(const std::optional<std::int64_t>& time) const {
-        return !time ? Json() : HasWall() ? Json(WallTimeIso(*time)) : Json(MomentInWords(story_.Time(), *time));
+        return !time       ? Json()
+               : HasWall() ? Json(WallTimeIso(*time))
+                           : Json(MomentInWords(story_.Time(), *time));
     }
 
     /// To the millisecond, as a screen has room for.
@@ -224,8 +228,8 @@ class Summary {
             Line(line + CrashCause(crash).InWords());
             if (const auto& kept = statistics_.firstErrors[i]) {
                 const TimelineEvent error = kept->Event();
-                Line("     first error before it: " + Moment(*error.time) + " " + std::string(error.level) + " " +
-                     Printable(error.name) + ": " + Printable(error.text));
+                Line("     first error before it: " + Moment(*error.time) + " " + std::string(error.level) +
+                     " " + Printable(error.name) + ": " + Printable(error.text));
             }
         }
     }
@@ -279,7 +283,8 @@ class Summary {
 
     std::vector<std::string> NextCommands() const {
         std::string folder = ToUtf8(folder_);
-        if (folder.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%") !=
+        if (folder.find_first_not_of(
+                "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%") !=
             std::string::npos) {
             std::string quoted = "'";
             for (const char c : folder) {
@@ -309,10 +314,10 @@ class Summary {
         for (std::size_t i = 0; i < crashes.size(); ++i) {
             const CrashCause cause(story_.Crashes()[i]);
             const auto& kept = statistics_.firstErrors[i];
-            crashes[i]["cause"] = {{"message", TextJson(cause.message)}, {"file", TextJson(cause.file)},
-                                   {"line", TextJson(cause.line)},       {"code", TextJson(cause.code)},
-                                   {"exception", TextJson(cause.exception)},
-                                   {"top_frame", TextJson(cause.frame)}};
+            crashes[i]["cause"] = {
+                {"message", TextJson(cause.message)},     {"file", TextJson(cause.file)},
+                {"line", TextJson(cause.line)},           {"code", TextJson(cause.code)},
+                {"exception", TextJson(cause.exception)}, {"top_frame", TextJson(cause.frame)}};
             crashes[i]["first_error"] =
                 kept ? EventJson(kept->Event(), HasWall(), story_.Files()[kept->Event().file].name) : Json();
         }
@@ -364,8 +369,8 @@ int RunSummary(Context& context, const std::string& folder) {
 
 void AddSummaryCommand(CLI::App& app, Context& context, Run& run) {
     auto folder = std::make_shared<std::string>();
-    CLI::App* command = AddCommand(app, context, "summary",
-                                   "What happened, on one screen; also what a folder without a command gives");
+    CLI::App* command = AddCommand(
+        app, context, "summary", "What happened, on one screen; also what a folder without a command gives");
     command->add_option("FOLDER", *folder, "The folder that came back from the device")->required();
     command->callback([&run, folder] { run = [folder](Context& c) { return RunSummary(c, *folder); }; });
 }

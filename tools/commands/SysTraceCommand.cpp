@@ -35,13 +35,16 @@ struct Filter {
     }
     /// The same of a record of which only words are at hand.
     bool Admits(const TimelineEvent& event, const Names& names) const {
-        const auto named = [&](const std::vector<std::uint32_t>& wanted, const auto& nameOf, std::string_view name) {
+        const auto named = [&](const std::vector<std::uint32_t>& wanted, const auto& nameOf,
+                               std::string_view name) {
             return wanted.empty() || std::any_of(wanted.begin(), wanted.end(), [&](std::uint32_t number) {
                        return nameOf(number) == name;
                    });
         };
-        return named(components, [&](std::uint32_t number) { return names.Component(number); }, event.name) &&
-               named(levels, [&](std::uint32_t number) { return names.Level(number); }, event.level) &&
+        return named(
+                   components, [&](std::uint32_t number) { return names.Component(number); }, event.name) &&
+               named(
+                   levels, [&](std::uint32_t number) { return names.Level(number); }, event.level) &&
                (threads.empty() ||
                 (event.thread && std::find(threads.begin(), threads.end(), *event.thread) != threads.end()));
     }
@@ -258,7 +261,8 @@ int RunSysTrace(Context& context, const Options& options) {
     Filter filter;
     Selection selection;
     std::string problem;
-    if (!MakeFilter(options, context.names, filter, problem) || !selection.Prepare(options.selection, problem)) {
+    if (!MakeFilter(options, context.names, filter, problem) ||
+        !selection.Prepare(options.selection, problem)) {
         return ReportUnusable(context, problem);
     }
     if (IsFolder(options.file)) {
@@ -300,11 +304,14 @@ void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command =
         AddCommand(app, context, "systrace", "The binary trace: a dump (\"SysTrace.bin\") or the segment",
                    Prints::kList);
-    command->add_option("FILE", options->file, "The dump or the segment \"SysTrace Buffer\", or a folder")->required();
+    command->add_option("FILE", options->file, "The dump or the segment \"SysTrace Buffer\", or a folder")
+        ->required();
     command->add_option("--component", options->components, "Only these components, by number or name")
         ->delimiter(',')
         ->allow_extra_args(false);
-    command->add_option("--level", options->levels, "Only these levels, 0 to 3")->delimiter(',')->allow_extra_args(false);
+    command->add_option("--level", options->levels, "Only these levels, 0 to 3")
+        ->delimiter(',')
+        ->allow_extra_args(false);
     command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
         ->delimiter(',')
         ->allow_extra_args(false);

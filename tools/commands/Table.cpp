@@ -19,8 +19,9 @@ namespace {
 
 /// In the order of the help text.
 constexpr CommandAdder* kCommands[]{
-    AddSummaryCommand, AddShowCommand,     AddLogCommand,    AddSysTraceCommand, AddRingsCommand,  AddCrashCommand,
-    AddEventCommand,   AddTimelineCommand, AddReportCommand, AddWatchCommand,    AddListenCommand,
+    AddSummaryCommand, AddShowCommand,  AddLogCommand,    AddSysTraceCommand,
+    AddRingsCommand,   AddCrashCommand, AddEventCommand,  AddTimelineCommand,
+    AddReportCommand,  AddWatchCommand, AddListenCommand,
 };
 
 } // namespace

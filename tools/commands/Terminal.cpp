@@ -30,7 +30,8 @@ bool IsTerminal(int descriptor) {
 } // namespace
 
 bool WantsColour(const std::string& choice) {
-    return choice == "always" || (choice == "auto" && IsTerminal(STDOUT_FILENO) && Variable("NO_COLOR").empty());
+    return choice == "always" ||
+           (choice == "auto" && IsTerminal(STDOUT_FILENO) && Variable("NO_COLOR").empty());
 }
 
 void Pager::Start() {

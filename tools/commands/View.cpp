@@ -104,8 +104,9 @@ int RunView(Context& context, const std::string& folder, Selection& selection,
     }
     EventPrinter printer(context, std::move(files), story.Time().HasWall());
     printer.Begin();
-    LastEvents last(selection.Last(),
-                    [&](const TimelineEvent& event) { printer.Print(event, document ? &*document : nullptr); });
+    LastEvents last(selection.Last(), [&](const TimelineEvent& event) {
+        printer.Print(event, document ? &*document : nullptr);
+    });
     MergedStory(story, selection, admits).ForEach([&](const TimelineEvent& event) { last.Take(event); });
     last.Finish();
     const Findings late = LateFindings(story, findings, selection);

@@ -11,12 +11,26 @@ namespace NimaPost {
 
 namespace {
 
-/// Functions of the handler, of the C library's way to an abort, and of an exception that nobody catches. What
-/// the signal's return is in has no name of its own and appears under the one in front of it.
-constexpr std::array<std::string_view, 18> kWayOut{
-    "signalHandler", "terminateHandler", "HandleFatalCrash", "__sigaction",  "sigaction",        "__restore_rt",
-    "abort",         "raise",            "gsignal",          "pthread_kill", "pthread_key_delete", "__pthread_kill",   "std::terminate",
-    "__cxa_throw",   "__cxa_rethrow",    "__cxa_pure_virtual", "__default_rt_sa_restorer", "__assert_fail"};
+/// Functions of the handler, of the C library's way to an abort, and of an exception that nobody catches.
+/// What the signal's return is in has no name of its own and appears under the one in front of it.
+constexpr std::array<std::string_view, 18> kWayOut{"signalHandler",
+                                                   "terminateHandler",
+                                                   "HandleFatalCrash",
+                                                   "__sigaction",
+                                                   "sigaction",
+                                                   "__restore_rt",
+                                                   "abort",
+                                                   "raise",
+                                                   "gsignal",
+                                                   "pthread_kill",
+                                                   "pthread_key_delete",
+                                                   "__pthread_kill",
+                                                   "std::terminate",
+                                                   "__cxa_throw",
+                                                   "__cxa_rethrow",
+                                                   "__cxa_pure_virtual",
+                                                   "__default_rt_sa_restorer",
+                                                   "__assert_fail"};
 
 std::string_view NameOf(std::string_view frame) {
     const std::size_t name = frame.find(Nima::Catalogue::kFrameFunction);

@@ -28,7 +28,8 @@ void FollowClock::TakeDate(const LogLine& line) {
     if (last_) {
         const std::int64_t middle = date->second * kSecond + kSecond / 2;
         const std::int64_t step = StepForward(last_->counter, line.counter);
-        const std::int64_t periods = std::max<std::int64_t>((middle - last_->time - step) / kCounterPeriod, 0);
+        const std::int64_t periods =
+            std::max<std::int64_t>((middle - last_->time - step) / kCounterPeriod, 0);
         for (std::int64_t k = std::max<std::int64_t>(periods - 1, 0); k <= periods + 1; ++k) {
             const std::int64_t time = last_->time + step + k * kCounterPeriod;
             if (time >= date->second * kSecond - kDateTakes && time < (date->second + 1) * kSecond) {

@@ -9,8 +9,8 @@
 namespace NimaPost {
 
 /// Times of lines as they come, on the clock of what the log already holds. The counter tells a time within a
-/// second; of the times that are left, the line gets the last one that is not in the future, since it has just
-/// come. That the machine's clock is the device's is an assumption.
+/// second; of the times that are left, the line gets the last one that is not in the future, since it has
+/// just come. That the machine's clock is the device's is an assumption.
 class FollowClock {
   public:
     /// Reads what is in the file so far, if there is one.

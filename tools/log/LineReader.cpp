@@ -1,7 +1,7 @@
 #include "tools/log/LineReader.h"
 
-#include "tools/base/Progress.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/Progress.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>

@@ -9,8 +9,8 @@
 
 namespace NimaPost {
 
-/// Turns the lines of logs into events. A line without a header is of the thread, level and tracer of the line
-/// before.
+/// Turns the lines of logs into events. A line without a header is of the thread, level and tracer of the
+/// line before.
 class LogEvents {
   public:
     /// Holds until the next call. The file is that of the entry's part.

@@ -81,6 +81,7 @@ void MergedStory::KeepOthers() {
         event.text = crash.title;
         selected.Take(event);
     }
+    selected.Finish();
     std::stable_sort(others_.begin(), others_.end(),
                      [](const auto& a, const auto& b) { return a.first < b.first; });
 }

@@ -18,8 +18,8 @@ namespace NimaPost {
 /// The level of the events that stand for crashes.
 inline constexpr std::string_view kCrashLevel = "CRASH";
 
-/// What a selection takes of a story, all kinds in one order of boots and time, crashes among them. Text logs are
-/// read while they are handed over; everything else that is taken is in memory meanwhile.
+/// What a selection takes of a story, all kinds in one order of boots and time, crashes among them. Text logs
+/// are read while they are handed over; everything else that is taken is in memory meanwhile.
 class MergedStory {
   public:
     /// All of these outlive the object.

@@ -52,8 +52,8 @@ bool Selection::Prepare(const SelectionOptions& options, std::string& problem) {
         problem = "--around takes the place of --since and --until";
         return false;
     }
-    return ParseBound(options.since, sinceBound_, problem) && ParseBound(options.until, untilBound_, problem) &&
-           ParseBound(options.around, around_, problem);
+    return ParseBound(options.since, sinceBound_, problem) &&
+           ParseBound(options.until, untilBound_, problem) && ParseBound(options.around, around_, problem);
 }
 
 bool Selection::NeedsEnds() const {

@@ -63,9 +63,9 @@ class Collector {
         if (lastLine_ && process == lastProcess_ && *event.time - *lastLine_ >= kShortestGap) {
             result_.gaps.push_back({*lastLine_, *event.time - *lastLine_, event.boot.value_or(0)});
             if (result_.gaps.size() > kMostGaps) {
-                result_.gaps.erase(std::min_element(
-                    result_.gaps.begin(), result_.gaps.end(),
-                    [](const auto& a, const auto& b) { return a.length < b.length; }));
+                result_.gaps.erase(
+                    std::min_element(result_.gaps.begin(), result_.gaps.end(),
+                                     [](const auto& a, const auto& b) { return a.length < b.length; }));
             }
         }
         lastLine_ = event.time;
@@ -83,9 +83,8 @@ class Collector {
     }
 
     void TakeCrash(const TimelineEvent& crash) {
-        const auto known =
-            std::find_if(crashes_.begin(), crashes_.end(),
-                         [&](const Crash& each) { return each.files.front() == crash.file; });
+        const auto known = std::find_if(crashes_.begin(), crashes_.end(),
+                                        [&](const Crash& each) { return each.files.front() == crash.file; });
         const auto own = errors_.find(crash.process);
         auto& error = result_.firstErrors.at(static_cast<std::size_t>(known - crashes_.begin()));
         if (!crash.process) {

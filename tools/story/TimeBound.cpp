@@ -29,9 +29,10 @@ std::optional<TimeBound> TimeBound::Parse(const std::string& text, std::string& 
     }
     auto anchor = ParseAnchor(text);
     if (!anchor) {
-        problem = "no time \"" + text +
-                  "\": a date (\"2026-11-24 15:09:26\"), a time of day (15:09), or crash, crash=2, boot, boot=2, "
-                  "start or end, with a distance (crash-30s, boot+5m)";
+        problem =
+            "no time \"" + text +
+            "\": a date (\"2026-11-24 15:09:26\"), a time of day (15:09), or crash, crash=2, boot, boot=2, "
+            "start or end, with a distance (crash-30s, boot+5m)";
     }
     return anchor;
 }
@@ -78,7 +79,8 @@ std::optional<std::int64_t> TimeBound::Find(const Landmarks& landmarks, std::opt
         return anchor ? std::optional(*anchor + time_) : std::nullopt;
     }
     if (!landmarks.hasWall) {
-        problem = "\"" + text_ + "\": nothing that was read is dated; count from start or end (start+12s, end-1m)";
+        problem =
+            "\"" + text_ + "\": nothing that was read is dated; count from start or end (start+12s, end-1m)";
         return std::nullopt;
     }
     if (kind_ == Kind::kDate) {
@@ -107,9 +109,10 @@ std::optional<std::int64_t> TimeBound::FindCrash(const Landmarks& landmarks, std
     const std::size_t count = landmarks.crashes.size();
     const std::size_t number = number_.value_or(count);
     if (number == 0 || number > count) {
-        problem = "\"" + text_ + "\": " +
-                  (count == 0 ? "there is no crash in what was read" : "there is no crash " + std::to_string(number) +
-                                                                           ", only " + std::to_string(count));
+        problem =
+            "\"" + text_ + "\": " +
+            (count == 0 ? "there is no crash in what was read"
+                        : "there is no crash " + std::to_string(number) + ", only " + std::to_string(count));
         return std::nullopt;
     }
     const auto time = landmarks.crashes[number - 1];
