@@ -1,3 +1,4 @@
+#include "catalogue/Levels.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
@@ -74,6 +75,27 @@ double PerMinute(std::uint64_t count, const Statistics& statistics) {
     const auto length = statistics.Length();
     return length ? static_cast<double>(count) * static_cast<double>(kMinute) / static_cast<double>(*length)
                   : 0;
+}
+
+/// " FATAL 3 WARN 125", the gravest first.
+std::string LevelsInWords(const std::map<std::string, std::uint64_t>& levels) {
+    std::string words;
+    const auto add = [&](const std::string& level, std::uint64_t count) {
+        words += ' ' + level + ' ' + std::to_string(count);
+    };
+    for (const std::string_view level : Nima::Catalogue::kLevelNames) {
+        const auto found = levels.find(std::string(level));
+        if (found != levels.end()) {
+            add(found->first, found->second);
+        }
+    }
+    for (const auto& [level, count] : levels) {
+        if (std::find(Nima::Catalogue::kLevelNames.begin(), Nima::Catalogue::kLevelNames.end(), level) ==
+            Nima::Catalogue::kLevelNames.end()) {
+            add(level, count);
+        }
+    }
+    return words;
 }
 
 class Summary {
@@ -242,15 +264,14 @@ class Summary {
         Heading("Tracers, components and rings: how many, per minute, by level");
         for (std::size_t i = 0; i < std::min(names.size(), kMostNames); ++i) {
             const auto& [key, count] = names[i];
+            TimelineEvent event;
+            event.kind = key.first;
             std::array<char, 160> row{};
-            std::snprintf(row.data(), row.size(), "  %-24.24s %10llu %12.1f  ",
+            std::snprintf(row.data(), row.size(), "  %-6.*s  %-20.20s %9llu %11.1f ",
+                          static_cast<int>(KindName(event).size()), KindName(event).data(),
                           key.second.empty() ? "(no name)" : Printable(key.second).c_str(),
                           static_cast<unsigned long long>(count.all), PerMinute(count.all, statistics_));
-            std::string line = row.data();
-            for (const auto& [level, number] : count.levels) {
-                line += " " + level + " " + std::to_string(number);
-            }
-            Line(line);
+            Line(row.data() + LevelsInWords(count.levels));
         }
         More(names.size(), kMostNames, "name");
     }

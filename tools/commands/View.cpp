@@ -16,10 +16,10 @@ namespace NimaPost {
 namespace {
 
 /// Hands on the last events of all, or all of them.
-class LastEvents {
+class LastOnes {
   public:
     using Show = std::function<void(const TimelineEvent&)>;
-    LastEvents(std::optional<std::uint64_t> most, Show show) : most_(most), show_(std::move(show)) {}
+    LastOnes(std::optional<std::uint64_t> most, Show show) : most_(most), show_(std::move(show)) {}
 
     void Take(const TimelineEvent& event) {
         if (!most_) {
@@ -104,9 +104,8 @@ int RunView(Context& context, const std::string& folder, Selection& selection,
     }
     EventPrinter printer(context, std::move(files), story.Time().HasWall());
     printer.Begin();
-    LastEvents last(selection.Last(), [&](const TimelineEvent& event) {
-        printer.Print(event, document ? &*document : nullptr);
-    });
+    LastOnes last(selection.Last(),
+                  [&](const TimelineEvent& event) { printer.Print(event, document ? &*document : nullptr); });
     MergedStory(story, selection, admits).ForEach([&](const TimelineEvent& event) { last.Take(event); });
     last.Finish();
     const Findings late = LateFindings(story, findings, selection);
