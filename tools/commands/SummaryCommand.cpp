@@ -299,7 +299,7 @@ class Summary {
         for (std::size_t i = 0; i < std::min(findings.damage.size(), kMostDamage); ++i) {
             Line("  " + Printable(findings.damage[i].sentence));
         }
-        More(findings.damage.size(), kMostDamage, "of them");
+        More(findings.damage.size(), kMostDamage, "finding");
     }
 
     std::vector<std::string> NextCommands() const {

@@ -21,7 +21,7 @@ FollowClock::FollowClock(const std::string& path) {
 
 /// A process that opens the log anew, or a clock that was set, begins another run of times.
 bool FollowClock::TakeDate(const LogLine& line) {
-    const auto date = IsCalibration(line) ? CalibrationDate(line) : std::nullopt;
+    const auto date = CalibrationDate(line);
     if (!date) {
         return false;
     }
