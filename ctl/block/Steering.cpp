@@ -1,4 +1,4 @@
-#include "ctl/Steering.h"
+#include "ctl/block/Steering.h"
 
 #include "catalogue/SysTrace.h"
 
@@ -20,7 +20,6 @@ using std::chrono::milliseconds;
 /// this time.
 constexpr milliseconds kStays{100};
 constexpr milliseconds kLook{1};
-constexpr std::chrono::seconds kTurn{30};
 
 void Store(const TraceBlock& block, const FilterChange& change) {
     SysTraceHeader& header = block.Header();
@@ -54,6 +53,14 @@ bool FilterChange::IsIn(const Filter& filter) const {
     return true;
 }
 
+Filter FilterChange::Touched() const {
+    Filter touched = clear;
+    for (std::size_t i = 0; i < touched.size(); ++i) {
+        touched[i] |= set[i];
+    }
+    return touched;
+}
+
 SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::chrono::nanoseconds patience) {
     SteeringResult result;
     result.before = block.ReadFilters().Effective();
@@ -70,7 +77,8 @@ SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::c
         }
         result.held = filters.SetAside();
         const bool verified = !result.held && now - stored >= kStays;
-        if (verified || now - begin >= std::max<std::chrono::nanoseconds>(patience, kStays)) {
+        if (verified || block.File().Lost() ||
+            now - begin >= std::max<std::chrono::nanoseconds>(patience, kStays)) {
             break;
         }
     }
@@ -106,21 +114,30 @@ void ClearTrace(const TraceBlock& block) {
     }
 }
 
-bool TakeTurn(const TraceBlock& block, std::string& problem) {
+std::optional<Turn> Turn::Take(const TraceBlock& block, std::chrono::nanoseconds patience,
+                               std::string& problem) {
+    const int file = block.File().Number();
     const Clock::time_point begin = Clock::now();
-    while (flock(block.File().Number(), LOCK_EX | LOCK_NB) != 0) {
+    while (flock(file, LOCK_EX | LOCK_NB) != 0) {
         if (errno != EWOULDBLOCK && errno != EINTR) {
-            problem = std::string("The segment cannot be locked: ") + std::strerror(errno);
-            return false;
+            problem = block.File().Path() + ": cannot be locked: " + std::strerror(errno);
+            return std::nullopt;
         }
-        if (Clock::now() - begin >= kTurn) {
-            problem = "another nima-ctl has been changing this block for " + std::to_string(kTurn.count()) +
+        if (Clock::now() - begin >= patience) {
+            problem = "another nima-ctl has been changing this block for " +
+                      std::to_string(std::chrono::ceil<std::chrono::seconds>(patience).count()) +
                       " seconds; nothing was changed";
-            return false;
+            return std::nullopt;
         }
         std::this_thread::sleep_for(milliseconds(10));
     }
-    return true;
+    return Turn(file);
+}
+
+Turn::~Turn() {
+    if (file_ >= 0) {
+        flock(file_, LOCK_UN);
+    }
 }
 
 } // namespace NimaCtl
