@@ -7,6 +7,7 @@
 #include <cstring>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/file.h>
 
 namespace NimaCtl {
@@ -20,6 +21,16 @@ using std::chrono::milliseconds;
 /// this time.
 constexpr milliseconds kStays{100};
 constexpr milliseconds kLook{1};
+
+/// One of those who wait for the turn is next. Without this, somebody who takes turn after turn would keep
+/// the others waiting for ever.
+bool TryNextPlace(int file, short kind) {
+    struct flock place {};
+    place.l_type = kind;
+    place.l_whence = SEEK_SET;
+    place.l_len = 1;
+    return fcntl(file, F_OFD_SETLK, &place) == 0;
+}
 
 void Store(const TraceBlock& block, const FilterChange& change) {
     SysTraceHeader& header = block.Header();
@@ -118,20 +129,23 @@ std::optional<Turn> Turn::Take(const TraceBlock& block, std::chrono::nanoseconds
                                std::string& problem) {
     const int file = block.File().Number();
     const Clock::time_point begin = Clock::now();
-    while (flock(file, LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK && errno != EINTR) {
-            problem = block.File().Path() + ": cannot be locked: " + std::strerror(errno);
-            return std::nullopt;
+    for (bool isNext = false;;) {
+        isNext = isNext || TryNextPlace(file, F_WRLCK);
+        if (isNext && flock(file, LOCK_EX | LOCK_NB) == 0) {
+            TryNextPlace(file, F_UNLCK);
+            return Turn(file);
         }
-        if (Clock::now() - begin >= patience) {
-            problem = "another nima-ctl has been changing this block for " +
-                      std::to_string(std::chrono::ceil<std::chrono::seconds>(patience).count()) +
-                      " seconds; nothing was changed";
+        const bool waits = errno == EWOULDBLOCK || errno == EACCES || errno == EINTR;
+        if (!waits || Clock::now() - begin >= patience) {
+            problem = waits ? "another nima-ctl has been changing this block for " +
+                                  std::to_string(std::chrono::ceil<std::chrono::seconds>(patience).count()) +
+                                  " seconds; nothing was changed"
+                            : block.File().Path() + ": cannot be locked: " + std::strerror(errno);
+            TryNextPlace(file, F_UNLCK);
             return std::nullopt;
         }
         std::this_thread::sleep_for(milliseconds(10));
     }
-    return Turn(file);
 }
 
 Turn::~Turn() {
