@@ -1,3 +1,4 @@
+#include "tools/base/FindingsJson.h"
 #include "tools/base/Interrupt.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Screen.h"
@@ -15,6 +16,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <poll.h>
@@ -67,7 +69,9 @@ class Watch {
         tick_.notices.clear();
         tick_.trace = &trace_.Look(context_.names, tick_.notices);
         tick_.rings = &rings_.Look(tick_.notices);
-        Keep(tick_.notices);
+        for (const Finding& notice : tick_.notices) {
+            Keep(notice.sentence);
+        }
     }
 
     void Show() {
@@ -93,7 +97,9 @@ class Watch {
             if (control_) {
                 std::vector<std::string> done;
                 changed = control_->Wait(left, *tick_.trace, done);
-                Keep(done);
+                for (const std::string& notice : done) {
+                    Keep(notice);
+                }
                 if (!done.empty()) {
                     return; // what was done is to be seen at once
                 }
@@ -110,17 +116,15 @@ class Watch {
     bool EndRequested() const { return control_ && control_->EndRequested(); }
 
   private:
-    /// Keeps notices on the screen for a while.
-    void Keep(const std::vector<std::string>& notices) {
-        for (const std::string& notice : notices) {
-            std::string dated;
-            AppendWallTime(dated, LocalTimeNow(), false);
-            dated.resize(dated.size() - 6);
-            dated += "  ";
-            dated += notice;
-            notices_.push_back(std::move(dated));
-        }
-        while (notices_.size() > kNotices) {
+    /// Keeps a notice on the screen for a while.
+    void Keep(std::string_view notice) {
+        std::string dated;
+        AppendWallTime(dated, LocalTimeNow(), false);
+        dated.resize(dated.size() - 6);
+        dated += "  ";
+        dated += notice;
+        notices_.push_back(std::move(dated));
+        if (notices_.size() > kNotices) {
             notices_.pop_front();
         }
     }
@@ -158,16 +162,12 @@ class Watch {
 
     void ShowJson() {
         const std::size_t most = options_.last.value_or(kUsualRecords);
-        Json notices = Json::array();
-        for (const std::string& notice : tick_.notices) {
-            notices.push_back(ToUtf8(notice));
-        }
         context_.out.WriteJson({{"tick", tick_.number},
                                 {"time", WallTimeIso(tick_.time)},
                                 {"seconds", tick_.seconds},
                                 {"systrace", TraceJson(tick_, context_.names, most)},
                                 {"rings", RingsJson(tick_, context_.names)},
-                                {"notices", std::move(notices)}});
+                                {"notices", FindingsJson(tick_.notices)}});
         context_.out.Write("\n");
         context_.out.Flush();
     }
@@ -178,8 +178,8 @@ class Watch {
         picture.TraceHead();
         picture.Records(options_.last.value_or(kUsualRecords));
         picture.Rings();
-        for (const std::string& notice : tick_.notices) {
-            picture.Remark(notice);
+        for (const Finding& notice : tick_.notices) {
+            picture.Remark(notice.sentence);
         }
         for (const std::string& line : picture.Lines()) {
             context_.out.Line(line);
