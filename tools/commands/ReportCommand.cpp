@@ -77,8 +77,11 @@ Crash Headline(const Story& story) {
 StackSymbols Resolve(const Options& options, const Story& story, Findings& findings) {
     StackSymbols symbols;
     const auto* const source = story.Find<StackTraceSource>();
+    if (source == nullptr) {
+        return symbols;
+    }
     std::vector<NamedStack> stacks;
-    for (const auto& held : source != nullptr ? source->All() : std::vector<StackTraceSource::Held>()) {
+    for (const auto& held : source->All()) {
         stacks.push_back({&held.content, story.Files()[held.file].name});
     }
     if (auto resolved = ResolveStacks(options.symbols, options.files.folder, stacks)) {
