@@ -40,7 +40,9 @@ int RunOnFolder(Context& context, const FolderOptions& options,
     if (!file.Finish(problem)) {
         return ReportUnusable(context, problem);
     }
-    const Findings findings = story.AllDamage();
+    Findings findings = result.findings;
+    const Findings damage = story.AllDamage();
+    findings.damage.insert(findings.damage.begin(), damage.damage.begin(), damage.damage.end());
     if (context.json) {
         Json json{{"output", ToUtf8(options.output)}};
         json.update(result.members);
