@@ -295,10 +295,15 @@ TEST_F(WatchTest, SeesWhatAProcessWritesWhileItRuns) {
     TickWith(watch, [](const Json& tick) { return At(tick, "/rings/lives") == false; });
     std::filesystem::resize_file(kTrace, 100);
     std::filesystem::remove(kRings);
-    const Json cut = TickWith(watch, [](const Json& tick) {
+    std::string codes;
+    const Json cut = TickWith(watch, [&](const Json& tick) {
+        for (const Json& notice : tick.at("notices")) {
+            codes += notice.at("code").get<std::string>() + ' ';
+        }
         return !At(tick, "/systrace/problem").is_null() && !At(tick, "/rings/problem").is_null();
     });
     EXPECT_NE(At(cut, "/systrace/problem").dump().find("100 bytes"), std::string::npos);
+    EXPECT_EQ(codes, "file-cut file-gone ");
     watch.Signal(SIGINT);
     watch.Rest();
     EXPECT_EQ(watch.Status(), 0);
@@ -320,6 +325,22 @@ TEST_F(WatchTest, LeavesTheFilesAsTheyAre) {
     EXPECT_TRUE(ReadFile(kTrace) == trace);
     EXPECT_TRUE(ReadFile(kRings) == rings);
     EXPECT_EQ(Listing("."), files);
+}
+
+// Reading a process's memory at address 0 fails as a bad disk does.
+TEST_F(WatchTest, SaysThatReadingFails) {
+    std::filesystem::create_symlink("/proc/self/mem", kTrace);
+    std::filesystem::create_symlink("/proc/self/mem", kRings);
+    Program watch({"watch", "--json", "--count", "1"});
+    const Json tick = NextTick(watch);
+    EXPECT_EQ(At(tick, "/systrace/problem"), std::string(kTrace) + " cannot be read: Input/output error.");
+    EXPECT_EQ(At(tick, "/rings/problem"), std::string(kRings) + " cannot be read: Input/output error.");
+
+    Program follow({"log", "--follow", "/proc/self/mem"});
+    EXPECT_NE(follow.ReadUpTo("error.\n").find("Input/output error"), std::string::npos);
+    follow.Signal(SIGINT);
+    follow.Rest();
+    EXPECT_EQ(follow.Status(), 1);
 }
 
 TEST_F(WatchTest, RefusesWhatIsNoFolder) {

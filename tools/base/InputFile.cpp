@@ -100,8 +100,12 @@ std::string InputFile::ReadAll(std::uint64_t limit) const {
     return bytes;
 }
 
+std::string InputFile::ReadError() const {
+    return readError_ != 0 ? std::strerror(readError_) : std::string();
+}
+
 std::string InputFile::ReadProblem() const {
-    return readError_ != 0  ? std::strerror(readError_)
+    return readError_ != 0  ? ReadError()
            : becameShorter_ ? "it became shorter while it was read"
                             : std::string();
 }

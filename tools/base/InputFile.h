@@ -52,6 +52,8 @@ class InputFile {
     /// The whole file, but at most `limit` bytes of it.
     std::string ReadAll(std::uint64_t limit) const;
 
+    /// Why the system last refused to read, empty if it never did. A file that ends early is no refusal.
+    std::string ReadError() const;
     /// Why reading failed at some point, "Input/output error" for example; empty if it never did. The end of
     /// the file is no failure, unless it comes before `Size`: the file was then cut while it was read.
     std::string ReadProblem() const;

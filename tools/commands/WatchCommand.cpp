@@ -1,3 +1,4 @@
+#include "tools/base/FindingsJson.h"
 #include "tools/base/Interrupt.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Screen.h"
@@ -53,12 +54,12 @@ class Watch {
         tick_.notices.clear();
         tick_.trace = &trace_.Look(context_.names, tick_.notices);
         tick_.rings = &rings_.Look(tick_.notices);
-        for (const std::string& notice : tick_.notices) {
+        for (const Finding& notice : tick_.notices) {
             std::string dated;
             AppendWallTime(dated, tick_.time, false);
             dated.resize(dated.size() - 6);
             dated += "  ";
-            dated += notice;
+            dated += notice.sentence;
             notices_.push_back(std::move(dated));
         }
         while (notices_.size() > kNotices) {
@@ -93,16 +94,12 @@ class Watch {
   private:
     void ShowJson() {
         const std::size_t most = options_.last.value_or(kUsualRecords);
-        Json notices = Json::array();
-        for (const std::string& notice : tick_.notices) {
-            notices.push_back(ToUtf8(notice));
-        }
         context_.out.WriteJson({{"tick", tick_.number},
                                 {"time", WallTimeIso(tick_.time)},
                                 {"seconds", tick_.seconds},
                                 {"systrace", TraceJson(tick_, context_.names, most)},
                                 {"rings", RingsJson(tick_, context_.names)},
-                                {"notices", std::move(notices)}});
+                                {"notices", FindingsJson(tick_.notices)}});
         context_.out.Write("\n");
         context_.out.Flush();
     }
@@ -113,8 +110,8 @@ class Watch {
         picture.TraceHead();
         picture.Records(options_.last.value_or(kUsualRecords));
         picture.Rings();
-        for (const std::string& notice : tick_.notices) {
-            picture.Remark(notice);
+        for (const Finding& notice : tick_.notices) {
+            picture.Remark(notice.sentence);
         }
         for (const std::string& line : picture.Lines()) {
             context_.out.Line(line);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/Findings.h"
 #include "tools/base/Output.h"
 #include "tools/names/Names.h"
 #include "tools/rings/LiveRings.h"
@@ -20,7 +21,7 @@ struct WatchTick {
     double seconds = 0; ///< since the previous tick
     const TraceLook* trace = nullptr;
     const RingsLook* rings = nullptr;
-    std::vector<std::string> notices;
+    std::vector<Finding> notices;
 
     double PerSecond(std::uint64_t count) const {
         return seconds > 0 ? static_cast<double>(count) / seconds : 0;
@@ -40,7 +41,7 @@ class WatchPicture {
 
     void Rings();
 
-    void Remark(const std::string& notice) { Line("note: ", notice); }
+    void Remark(std::string_view notice) { Line("note: ", notice); }
 
     std::vector<std::string>& Lines() { return lines_; }
 

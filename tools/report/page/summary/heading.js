@@ -21,7 +21,7 @@ export function showHeading(model) {
 
 export function showClock(model) {
   const statements = (model.data.clock ?? {}).statement ?? [];
-  const lines = statements.length ? statements : ["Nothing is known about the times in this folder."];
+  const lines = statements.length ? statements.map((line) => line.sentence) : ["Nothing is known about the times in this folder."];
   byId("clock").append(...lines.map((line) => element("li", "", line)));
 }
 
