@@ -40,13 +40,10 @@ int RunVerb(const Run& run, Context& context) {
 } // namespace
 
 int RunProgram(int argc, const char* const* argv) {
-    CLI::App app("Looks into a running device and steers its binary trace.", "nima-ctl");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "nima-ctl " NIMA_CTL_VERSION);
-    app.footer("Exit status: 0 done, 1 done in part, 2 not done.");
+    CLI::App app;
     Context context;
     Run run;
-    AddAllVerbs(app, context, run);
+    SetUpProgram(app, context, run);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -35,8 +35,8 @@ using Run = std::function<int(Context&)>;
 /// A verb adds itself to the program and sets `run` if it is the one that was called.
 using VerbAdder = void(CLI::App& app, Context& context, Run& run);
 
-/// Adds every verb of the table.
-void AddAllVerbs(CLI::App& app, Context& context, Run& run);
+/// Adds what the program says of itself, and everything of the table.
+void SetUpProgram(CLI::App& app, Context& context, Run& run);
 
 /// A subcommand with the options that all verbs share.
 CLI::App* AddVerb(CLI::App& app, Context& context, const std::string& name, const std::string& description);
