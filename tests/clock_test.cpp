@@ -105,6 +105,11 @@ struct Logs {
     std::vector<std::string> messages;
 };
 
+bool Has(const std::vector<Finding>& findings, const std::string& code) {
+    return std::any_of(findings.begin(), findings.end(),
+                       [&](const Finding& finding) { return finding.code == code; });
+}
+
 class LogTimes : public Sandbox {};
 
 } // namespace
@@ -165,11 +170,38 @@ TEST_F(LogTimes, BetweenTwoRollsOfOneProcessAreExactOrTellWhatPassedUnseen) {
     EXPECT_EQ(rolled.entries[1].certainty.later, 6);
     EXPECT_EQ(rolled.entries[4].certainty.later, Certainty::kUnbounded);
     EXPECT_EQ(rolled.set.LikelyBoundOf(rolled.entries[4])->later, 0);
+}
 
-    // Whatever the clock was set to in between, the file's number orders.
-    WriteFile("a.log", Calibration(times[3], times[3] + offset - 3600 * kSecond) +
-                           Line(times[4], "<WARN> <A> newest"));
-    EXPECT_EQ(Logs({"a.log"}).messages.back(), "newest");
+TEST_F(LogTimes, OfAProcessWhoseClockWasSetBeforeARollAreOfOneProcessAndBoundByNothing) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::int64_t filled = kBoot + 300 * kMillisecond;
+    WriteFile("a.log.1", Calibration(kBoot, kBoot + offset) + Line(kBoot + kMillisecond, "<WARN> <A> first") +
+                             Line(filled, "<WARN> <A> filled it"));
+    const auto log = [&](std::int64_t at, std::int64_t set, std::uint32_t thread) {
+        WriteFile("a.log", Calibration(at, at + offset + set, thread) +
+                               Line(at + kMillisecond, "<WARN> <A> newest", thread));
+        return Logs({"a.log"});
+    };
+    // Whatever the clock was set to, the file's number orders. Half of 65.536 ms fits no number of seconds.
+    for (const std::int64_t set :
+         {-3600 * kSecond - 25 * kMillisecond, 33 * kMillisecond, 7200 * kSecond + 33 * kMillisecond}) {
+        const Logs logs = log(filled + 40 * kMillisecond, set, 1);
+        EXPECT_EQ(logs.Messages(), "C|first|filled it|C|newest|");
+        ASSERT_EQ(logs.set.Processes().size(), 1U) << set;
+        EXPECT_EQ(logs.entries[1].certainty.later, Certainty::kUnbounded);
+        EXPECT_EQ(logs.entries[1].certainty.earlier, Certainty::kUnbounded);
+        EXPECT_EQ(logs.entries[4].certainty.earlier, 0);
+        EXPECT_TRUE(Has(logs.set.ClockStatement(), "clock-set"));
+        // Each on the clock of its moment.
+        const LogProcess& process = logs.set.Processes()[0];
+        EXPECT_NEAR(static_cast<double>(process.First() - kBoot - offset), 0, 1e9);
+        EXPECT_NEAR(static_cast<double>(process.Last() - filled - offset - set), 0, 1e9);
+    }
+    // Not so long after the last line, and not by another thread.
+    EXPECT_EQ(log(filled + 400 * kMillisecond, -3600 * kSecond - 25 * kMillisecond, 1).set.Processes().size(),
+              2U);
+    EXPECT_EQ(log(filled + 40 * kMillisecond, -3600 * kSecond - 25 * kMillisecond, 2).set.Processes().size(),
+              2U);
 }
 
 TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThem) {
@@ -264,7 +296,7 @@ TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
                                Line(later + 5, "<WARN> <A> again"));
         const Logs logs({"a.log"});
         ASSERT_EQ(logs.set.Processes().size(), 2U) << end;
-        EXPECT_FALSE(logs.set.Processes()[0].date) << end;
+        EXPECT_FALSE(logs.set.Processes()[0].IsDated()) << end;
     }
 }
 

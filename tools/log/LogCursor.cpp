@@ -62,6 +62,10 @@ void LogCursor::Take() {
             const std::int64_t before = *notAfter - entry_.part->start - elapsed;
             entry_.certainty.later = std::max<std::int64_t>(0, before) / kSecond + 1;
         }
+        const auto& setAfter = entry_.part->setAfter;
+        const bool isSet = setAfter && entry_.part->start + elapsed > *setAfter;
+        entry_.certainty.earlier = isSet ? Certainty::kUnbounded : entry_.part->certainty.earlier;
+        entry_.certainty.later = isSet ? Certainty::kUnbounded : entry_.certainty.later;
     }
 }
 

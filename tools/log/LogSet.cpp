@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <map>
 #include <numeric>
+#include <span>
 #include <utility>
 
 namespace NimaPost {
@@ -20,6 +21,8 @@ namespace NimaPost {
 namespace {
 
 constexpr std::uint64_t kMostBackups = 10;
+/// So many settings of the clock are looked for in other logs, so that time stays bounded.
+constexpr std::size_t kMostSettings = 64;
 
 /// What files of one log have in common, and a file's place among them: backups with high numbers are the
 /// oldest.
@@ -98,7 +101,7 @@ void LogSet::Arrange() {
         placer.Place(parts);
         logs_.push_back(std::move(parts));
     }
-    timesSet_ = placer.TimesSet();
+    settings_ = placer.Settings();
     ArrangeProcesses();
 }
 
@@ -117,6 +120,49 @@ void LogSet::ArrangeProcesses() {
     processes_ = find();
     NumberBoots(processes_);
     SortProcesses(joined);
+    DoubtClocksThatWereSet();
+}
+
+/// One log shows that the wall clock was set; others of the same boot, on the clock as it was, tell nothing
+/// of it and are in doubt from then on.
+void LogSet::DoubtClocksThatWereSet() {
+    std::vector<const LogPart*> firstOfRun(runs_.size());
+    ForEachPart([&](const LogPart& part) {
+        if (part.date && part.process && firstOfRun[part.run] == nullptr) {
+            firstOfRun[part.run] = &part;
+        }
+    });
+    const auto fit = [&](const LogPart& from, const LogPart& other) {
+        return runs_[from.run].wall->Compare(*other.date,
+                                             from.start + StepForward(from.firstCounter, other.firstCounter));
+    };
+    std::vector<std::optional<std::int64_t>> setAfter(runs_.size());
+    for (const ClockSetting& setting :
+         std::span(settings_).first(std::min(settings_.size(), kMostSettings))) {
+        const LogPart& before = *firstOfRun[setting.oldRun];
+        const LogPart& after = *firstOfRun[setting.newRun];
+        for (const LogPart* other : firstOfRun) {
+            if (other == nullptr || other->run == setting.oldRun || other->run == setting.newRun ||
+                processes_[*other->process].boot != processes_[*before.process].boot) {
+                continue;
+            }
+            const WallOffset::Fit old = fit(before, *other);
+            if (old.misfit > kDateTakes ||
+                (old.misfit > kFitsClosely && fit(after, *other).misfit <= kFitsClosely)) {
+                continue;
+            }
+            const std::int64_t elapsed = before.start +
+                                         StepForward(before.firstCounter, other->firstCounter) +
+                                         old.unseen * kCounterPeriod;
+            const std::int64_t moment = setting.after - elapsed + other->start;
+            setAfter[other->run] = std::min(setAfter[other->run].value_or(moment), moment);
+        }
+    }
+    for (std::vector<LogPart>& parts : logs_) {
+        for (LogPart& part : parts) {
+            part.setAfter = setAfter[part.run];
+        }
+    }
 }
 
 std::vector<LogPart> LogSet::Survey(std::size_t index) {
@@ -181,7 +227,7 @@ void LogSet::SortProcesses(const JoinedLogs& joined) {
     std::vector<std::size_t> order;
     for (std::size_t i = 0; i < processes_.size(); ++i) {
         const LogProcess& process = processes_[i];
-        const Key key{process.boot - 1, process.hasWall ? process.first : 0};
+        const Key key{process.boot - 1, process.boot > 0 ? process.First() : 0};
         const bool first = i == 0 || processes_[i - 1].log != process.log;
         keys.push_back(first ? key : std::max(keys.back(), key));
         // One boot for both was not to be had where their logs contradict it.
@@ -269,7 +315,11 @@ std::optional<LogSet::Anchor> LogSet::LastAnchor() const {
             return;
         }
         const std::int64_t wall = OriginOf(runs_[part.run]) + part.start + part.length;
-        const std::size_t boot = processes_[*part.process].boot;
+        const LogProcess& process = processes_[*part.process];
+        if (!process.IsDated()) {
+            return;
+        }
+        const std::size_t boot = process.boot;
         if (!anchor || std::pair(boot, wall) >= std::pair(latestBoot, anchor->wall)) {
             anchor = Anchor{part.lastCounter, wall};
             latestBoot = boot;

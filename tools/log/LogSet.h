@@ -69,12 +69,13 @@ class LogSet {
     std::vector<LogPart> SurveyQueue(std::size_t index);
     void ArrangeProcesses();
     void SortProcesses(const JoinedLogs& joined);
+    void DoubtClocksThatWereSet();
 
     std::vector<Source> sources_;
     std::vector<std::vector<LogPart>> logs_; ///< the parts of each, in the order of time
     std::vector<LogRun> runs_;
     std::vector<LogProcess> processes_;
-    std::size_t timesSet_ = 0;
+    std::vector<ClockSetting> settings_;
     Findings unusable_;
 };
 
