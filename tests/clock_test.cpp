@@ -274,6 +274,59 @@ TEST_F(LogTimes, OfAProcessThatWritesTwoLogsAreOfOneClock) {
     EXPECT_EQ(read.entries.back().time - read.entries.front().time, time - 10 * kMillisecond - kBoot);
 }
 
+TEST_F(LogTimes, OfOtherLogsAreInDoubtOnceOneShowsThatTheClockWasSet) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::int64_t set = -3600 * kSecond - 25 * kMillisecond;
+    const auto at = [](int i) { return kBoot + i * (100 * kMillisecond); };
+    // The second line of each is written after the setting, which the first log's roll shows.
+    WriteFile("a.log.1", Calibration(at(0), at(0) + offset) + Line(at(2), "<WARN> <A> a1") +
+                             Line(at(6), "<WARN> <A> a2"));
+    WriteFile("a.log", Calibration(at(6) + kMillisecond, at(6) + kMillisecond + offset + set) +
+                           Line(at(8), "<WARN> <A> a3"));
+    for (const std::uint32_t thread : {1U, 2U}) { // of the same process, and of another
+        const std::int64_t begin = kBoot - 50 * kMillisecond;
+        WriteFile("b.log", Calibration(begin, begin + offset, thread) +
+                               Line(begin + kMillisecond, "<WARN> <B> b1", thread) +
+                               Line(at(7), "<WARN> <B> b2", thread));
+        // Opened after the setting, on the clock as it is since then.
+        WriteFile("c.log",
+                  Calibration(at(7), at(7) + offset + set, thread) + Line(at(8), "<WARN> <B> c1", thread));
+        const Logs logs({"a.log", "b.log", "c.log"});
+        for (std::size_t i = 0; i < logs.entries.size(); ++i) {
+            const bool isInDoubt = logs.messages[i] == "b2" || logs.entries[i].part->file == 1;
+            EXPECT_EQ(logs.entries[i].certainty.earlier, isInDoubt ? Certainty::kUnbounded : 0)
+                << logs.messages[i] << " " << thread;
+        }
+        EXPECT_EQ(logs.entries.size(), 10U);
+        EXPECT_EQ(logs.set.Processes().size(), thread == 1 ? 1U : 3U);
+        EXPECT_EQ(logs.set.Processes().back().boot, 1U);
+    }
+}
+
+TEST_F(LogTimes, OfAProcessWithoutADateAreNotInvented) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::int64_t later = kBoot + 100 * kSecond;
+    WriteFile("a.log", Line(kBoot, "<WARN> <A> cut off") + Calibration(later, later + offset, 2) +
+                           Line(later + 5, "<WARN> <A> again", 2));
+    WriteFile("b.log", Calibration(later, later + offset, 3) + Line(later + 9, "<WARN> <B> other", 3));
+    const Logs logs({"a.log", "b.log"});
+    EXPECT_EQ(logs.Messages(), "cut off|C|C|again|other|");
+    ASSERT_EQ(logs.set.Processes().size(), 3U);
+    EXPECT_FALSE(logs.set.Processes()[0].KnownBoot());
+    EXPECT_FALSE(FactsOf(logs.set.Processes()[0]).first);
+    EXPECT_EQ(logs.set.Processes()[1].KnownBoot(), 1U);
+    EXPECT_EQ(logs.set.Processes()[2].KnownBoot(), 1U);
+    EXPECT_EQ(logs.entries[0].process, 1U);
+    EXPECT_FALSE(logs.entries[0].boot);
+    EXPECT_TRUE(logs.entries[0].certainty.assumed);
+    for (const Finding& finding : logs.set.ClockStatement()) {
+        if (finding.sentence.starts_with("Process 1,")) {
+            EXPECT_TRUE(finding.sentence.starts_with("Process 1, boot unknown, when is not known"))
+                << finding.sentence;
+        }
+    }
+}
+
 TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::int64_t later = kBoot + 100 * kSecond + 3 * kMillisecond;
@@ -300,6 +353,25 @@ TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
     }
 }
 
+TEST_F(LogTimes, OfACopyAreToldOnce) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::string rolled = Calibration(kBoot, kBoot + offset) + Line(kBoot + 7, "<WARN> <A> one");
+    const std::string log = Calibration(kBoot + 9, kBoot + 9 + offset) + Line(kBoot + 19, "<WARN> <A> two");
+    WriteFile("b.log.1", rolled);
+    WriteFile("b.log", log + Line(kBoot + 20, "<WARN> <A> three"));
+    WriteFile("a.log", log + Line(kBoot + 20, "<WARN> <A> three")); // by its name the first
+    WriteFile("earlier.log", log.substr(0, log.size() - 5));
+    WriteFile("c.log", Calibration(kBoot + 9, kBoot + 9 + offset) + Line(kBoot + 18, "<WARN> <A> other"));
+    const Logs logs({"a.log", "b.log", "earlier.log", "c.log"});
+    EXPECT_EQ(logs.Messages(), "C|one|C|C|other|two|three|");
+    for (const LogSet::Source& source : logs.set.Sources()) {
+        const std::string& path = source.file.Path();
+        EXPECT_EQ(Has(source.findings.remarks, "same-lines"), path == "a.log" || path == "earlier.log")
+            << path;
+        EXPECT_TRUE(source.findings.damage.empty());
+    }
+}
+
 TEST_F(LogTimes, OfAQueueComeFromItsDates) {
     WriteFile("queue",
               "01261024150926.100 <0x00000001:000> <WARN> <A> one01261024150926.-30000 <0x00000001:000> two"
@@ -311,6 +383,9 @@ TEST_F(LogTimes, OfAQueueComeFromItsDates) {
     EXPECT_EQ(entries[0].time, second + 100'000);
     EXPECT_EQ(entries[1].time, second + 35'536'000);
     EXPECT_EQ(entries[2].time, second + 65'586'000);
+    for (const LogEntry& entry : entries) {
+        EXPECT_EQ(entry.certainty.later, 1); // of sixteen moments of the second
+    }
 }
 
 TEST_F(LogTimes, AFollowerSeesEveryLineOnceWhateverBecomesOfTheFile) {

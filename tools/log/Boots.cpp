@@ -100,7 +100,7 @@ class BootNumbering {
         std::vector<std::int64_t> key(processes_.size());
         for (std::size_t i = 0; i < key.size(); ++i) {
             const bool first = i == 0 || processes_[i - 1].log != processes_[i].log;
-            key[i] = first ? processes_[i].First() : std::max(key[i - 1], processes_[i].First());
+            key[i] = first ? processes_[i].Earliest() : std::max(key[i - 1], processes_[i].Earliest());
         }
         std::stable_sort(order.begin(), order.end(),
                          [&](std::size_t a, std::size_t b) { return key[a] < key[b]; });

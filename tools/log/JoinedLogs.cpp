@@ -24,15 +24,15 @@ JoinedLogs::JoinedLogs(const std::vector<LogProcess>& processes, std::vector<Log
     std::iota(first_.begin(), first_.end(), std::size_t{0});
     std::vector<std::size_t> order = first_;
     std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-        return processes[a].First() < processes[b].First();
+        return processes[a].Earliest() < processes[b].Earliest();
     });
     std::vector<Link> links;
     for (std::size_t i = 0; i < order.size(); ++i) {
         const LogProcess& process = processes[order[i]];
         logs_[order[i]] = {process.log};
         for (std::size_t j = i; j > 0 && i - j < kMostCompared; --j) {
-            const std::size_t first = first_[order[j - 1]];
-            if (const auto common = MayJoin(processes, first, order[i])) {
+            if (const auto common = MayJoin(processes, order[j - 1], order[i])) {
+                const std::size_t first = first_[order[j - 1]];
                 const ProcessClock& a = *common->a;
                 const ProcessClock& b = *common->b;
                 const std::int64_t elapsed = a.start + StepForward(a.counter, b.counter);
@@ -52,11 +52,11 @@ JoinedLogs::JoinedLogs(const std::vector<LogProcess>& processes, std::vector<Log
     }
 }
 
-std::optional<CommonClock> JoinedLogs::MayJoin(const std::vector<LogProcess>& processes, std::size_t first,
+std::optional<CommonClock> JoinedLogs::MayJoin(const std::vector<LogProcess>& processes, std::size_t earlier,
                                                std::size_t later) const {
-    const LogProcess& a = processes[first];
+    const LogProcess& a = processes[earlier];
     const LogProcess& b = processes[later];
-    const auto& logs = logs_[first];
+    const auto& logs = logs_[first_[earlier]];
     const bool may = std::find(logs.begin(), logs.end(), b.log) == logs.end() &&
                      (!a.nextOpening || b.First() < *a.nextOpening) && ShareAThread(a, b);
     return may ? FindCommonClock(a, b) : std::nullopt;

@@ -28,7 +28,7 @@ class JoinedLogs {
         std::int64_t shift; ///< of the other run's origin on this one's axis
     };
 
-    std::optional<CommonClock> MayJoin(const std::vector<LogProcess>& processes, std::size_t first,
+    std::optional<CommonClock> MayJoin(const std::vector<LogProcess>& processes, std::size_t earlier,
                                        std::size_t later) const;
 
     std::vector<std::size_t> first_;

@@ -50,7 +50,7 @@ void LogCursor::Take() {
     entry_.continued = !entry_.line.hasHeader;
     if (entry_.line.date) {
         entry_.time = queueClock_.Next(*entry_.line.date);
-        entry_.certainty.originLater = queueClock_.Later();
+        entry_.certainty.later = queueClock_.Later() > 0 ? 1 : 0;
         entry_.hasTime = true;
     } else if (entry_.line.stamped) {
         const std::int64_t elapsed = clock_.Next(entry_.line.counter, OrderedThread(entry_.line));

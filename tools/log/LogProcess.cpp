@@ -25,6 +25,12 @@ bool LogProcess::IsDated() const {
                        [](const ProcessClock& clock) { return clock.date.has_value(); });
 }
 
+std::int64_t LogProcess::Earliest() const {
+    return std::min_element(clocks.begin(), clocks.end(),
+                            [](const ProcessClock& a, const ProcessClock& b) { return a.first < b.first; })
+        ->first;
+}
+
 WallOffset::Fit Compare(const ProcessClock& a, const ProcessClock& b) {
     return WallOffset(*a.date, 0).Compare(*b.date, StepForward(a.counter, b.counter));
 }

@@ -54,6 +54,8 @@ struct LogProcess {
     bool IsDated() const;
     std::optional<std::size_t> KnownBoot() const { return IsDated() ? std::optional(boot) : std::nullopt; }
     std::int64_t First() const { return clocks.front().first; }
+    /// By whichever of its clocks.
+    std::int64_t Earliest() const;
     /// Earlier than the first where the clock was set back.
     std::int64_t Last() const { return clocks.back().last; }
 

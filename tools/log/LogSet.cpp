@@ -4,6 +4,7 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
 #include "tools/log/Boots.h"
+#include "tools/log/Copies.h"
 #include "tools/log/JoinedLogs.h"
 #include "tools/log/LineReader.h"
 #include "tools/log/LogMerge.h"
@@ -11,7 +12,6 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <map>
 #include <numeric>
 #include <span>
 #include <utility>
@@ -24,11 +24,6 @@ constexpr std::uint64_t kMostBackups = 10;
 /// So many settings of the clock are looked for in other logs, so that time stays bounded.
 constexpr std::size_t kMostSettings = 64;
 
-/// What files of one log have in common, and a file's place among them: backups with high numbers are the
-/// oldest.
-using LogKey = std::pair<std::string, LogKind>;
-using Files = std::map<std::uint64_t, std::size_t, std::greater<>>;
-
 } // namespace
 
 void LogSet::Add(const std::string& path, bool siblings) {
@@ -40,7 +35,9 @@ void LogSet::Add(const std::string& path, bool siblings) {
         return;
     } else if (!Take(*file)) {
         AddUnusable(*file);
-    } else if (siblings) {
+    }
+    // They may be all that a roll has left.
+    if (siblings) {
         TakeBackups(path);
     }
 }
@@ -84,11 +81,12 @@ bool LogSet::Take(InputFile& file) {
 }
 
 void LogSet::Arrange() {
-    std::map<LogKey, Files> logs;
+    std::map<LogKey, LogFiles> logs;
     for (std::size_t i = 0; i < sources_.size(); ++i) {
         const BackupName name = SplitBackupName(sources_[i].file.Path(), kMostBackups);
         logs[{name.base, sources_[i].kind}].emplace(name.number, i);
     }
+    LeaveCopiesOut(logs);
     TimePlacer placer(runs_);
     for (const auto& [key, files] : logs) {
         std::vector<LogPart> parts;
@@ -103,6 +101,35 @@ void LogSet::Arrange() {
     }
     settings_ = placer.Settings();
     ArrangeProcesses();
+}
+
+/// A file that holds the same lines as another tells of no process of its own.
+void LogSet::LeaveCopiesOut(std::map<LogKey, LogFiles>& logs) {
+    // Of two that are alike, the one with backups, or without them the first, is the log.
+    std::vector<std::pair<LogFiles*, std::size_t>> order;
+    for (const bool hasBackups : {true, false}) {
+        for (auto& [key, files] : logs) {
+            for (const auto& [number, index] : files) {
+                if ((files.size() > 1) == hasBackups) {
+                    order.emplace_back(&files, index);
+                }
+            }
+        }
+    }
+    std::vector<const LogFile*> files;
+    for (const auto& [log, index] : order) {
+        files.push_back(&sources_[index]);
+    }
+    const auto copies = FindCopies(files);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        const auto& [log, index] = order[i];
+        if (copies[i]) {
+            sources_[index].findings.Remark("same-lines",
+                                            "Holds the same lines as " + files[*copies[i]]->file.Path() +
+                                                ", or the first of them: a copy, which is left out.");
+            std::erase_if(*log, [&, copy = index](const auto& each) { return each.second == copy; });
+        }
+    }
 }
 
 void LogSet::ArrangeProcesses() {

@@ -76,11 +76,10 @@ std::vector<Finding> LogSet::ClockStatement() const {
         open = open || part.certainty.later == Certainty::kUnbounded;
     });
     if (unseen > 0) {
-        statement.push_back(
-            {"silence",
-             Counted(unseen, "second") +
-                 " passed without a line somewhere between calibration lines; times there may be later "
-                 "by that much."});
+        statement.push_back({"silence", Counted(unseen, "second") +
+                                            " passed without a line somewhere between calibration lines, or "
+                                            "the clock was set forward by "
+                                            "so much; times there may be later by that much."});
     }
     if (open) {
         statement.push_back(
