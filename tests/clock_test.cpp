@@ -353,6 +353,30 @@ TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
     }
 }
 
+TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShows) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    std::int64_t time = kBoot;
+    const auto round = [&](std::size_t lines, std::uint32_t last) {
+        std::string text =
+            Calibration(time, time + offset) + Line(time - 3 * kMillisecond, "<WARN> <A> filled", 1);
+        for (std::size_t i = 0; i < lines; ++i) {
+            time += 7 * kMillisecond;
+            text += Line(time, "<WARN> <A> line", i + 3 < lines ? 1 + i % 3 : last);
+        }
+        time += 300 * kMillisecond;
+        return text;
+    };
+    std::string log = round(60, 3);
+    for (const std::string& newer : {round(58, 2), round(56, 1)}) {
+        log.replace(0, newer.size(), newer); // A line is cut where they meet.
+    }
+    WriteFile("a.log", log);
+    const Logs logs({"a.log"});
+    EXPECT_TRUE(Has(logs.set.Sources()[0].findings.remarks, "rewound"));
+    EXPECT_EQ(logs.entries.front().part->threads, std::vector<std::uint32_t>{3});
+    EXPECT_EQ(logs.set.Processes().size(), 1U);
+}
+
 TEST_F(LogTimes, OfACopyAreToldOnce) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::string rolled = Calibration(kBoot, kBoot + offset) + Line(kBoot + 7, "<WARN> <A> one");

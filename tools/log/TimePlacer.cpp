@@ -36,6 +36,19 @@ bool ShareAThread(const LogPart& a, const LogPart& b) {
                        [&](std::uint32_t thread) { return b.HasThread(thread); });
 }
 
+/// Whether a thread of a part writes again in the same file before another process opens it.
+bool GoesOn(const LogPart& before, std::span<const LogPart> after) {
+    for (const LogPart& part : after) {
+        if (part.file != before.file || (part.begin > 0 && part.calibration)) {
+            return false;
+        }
+        if (ShareAThread(before, part)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 } // namespace
 
 std::int64_t OriginOf(const LogRun& run) {
@@ -45,8 +58,9 @@ std::int64_t OriginOf(const LogRun& run) {
 void TimePlacer::Place(std::vector<LogPart>& parts) {
     before_ = dated_ = nullptr;
     waiting_.clear();
-    for (LogPart& part : parts) {
-        part.link = LinkOf(part);
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        LogPart& part = parts[i];
+        part.link = LinkOf(part, std::span(parts).subspan(i));
         if (part.hidesSeam) {
             part.certainty = kBoundByNothing;
         }
@@ -66,7 +80,7 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
     }
 }
 
-PartLink TimePlacer::LinkOf(const LogPart& part) const {
+PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const {
     if (before_ == nullptr || (part.begin > 0 && part.calibration)) {
         return PartLink::kOpening;
     }
@@ -77,8 +91,8 @@ PartLink TimePlacer::LinkOf(const LogPart& part) const {
         return rolled ? PartLink::kRolled : PartLink::kOpening;
     }
     if (!part.calibration) {
-        // Rounds of which the beginnings were overwritten.
-        return ShareAThread(*before_, part) ? PartLink::kContinues : PartLink::kOpening;
+        // Rounds of which the beginnings were overwritten. What is left of one may show few of the threads.
+        return GoesOn(*before_, fromHereOn) ? PartLink::kContinues : PartLink::kOpening;
     }
     // Opened at its full end and gone on at its start with the first line, all by one process.
     const bool opened = before_->date && before_->stamped == 1 && FitsClosely(part);

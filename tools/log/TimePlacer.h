@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace NimaPost {
@@ -34,7 +35,7 @@ class TimePlacer {
     const std::vector<ClockSetting>& Settings() const { return settings_; }
 
   private:
-    PartLink LinkOf(const LogPart& part) const;
+    PartLink LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const;
     bool FitsClosely(const LogPart& part) const;
     void PlaceDated(LogPart& part);
     void HangBefore(LogPart& dated);
