@@ -406,6 +406,8 @@ class Page:
         crash = next((crash["time"] for crash in self.data["crashes"][-1:] if crash["time"] is not None), timed[-1][0])
         self.key("#lanes", Keys.END)
         begin, end = self.view()
+        self.check("the help says what End shows",
+                   f"End {'the crash' if self.data['crashes'] else 'the last record'}." in self.find("#timeline-help").text)
         self.check("End shows the crash, nearer", begin <= crash <= end and end - begin < whole[1] - whole[0])
         self.key("#lanes", Keys.HOME)
         self.check("Home shows all", self.view() == whole)

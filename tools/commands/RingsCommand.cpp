@@ -4,6 +4,7 @@
 #include "tools/names/EventFormat.h"
 #include "tools/rings/Merge.h"
 #include "tools/rings/RingText.h"
+#include "tools/rings/Seam.h"
 #include "tools/rings/Segment.h"
 #include "tools/words/Words.h"
 
@@ -199,21 +200,6 @@ std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
     return ReadRingSegment(file, findings);
 }
 
-void AddRemarks(const RingSet& set, Findings& findings) {
-    for (const Ring& ring : set.rings) {
-        if (ring.seam == Seam::kUncertain) {
-            findings.Remark("uncertain-seam",
-                            ring.name +
-                                ": nothing recorded shows for certain where its newest record meets the "
-                                "oldest, or those of an earlier process.");
-        }
-        if (ring.clockBreaks > 0) {
-            findings.Remark("clock-break", ring.name + ": the counters do not fit one run of the clock in " +
-                                               Counted(ring.clockBreaks, "place") + ".");
-        }
-    }
-}
-
 int RunRings(Context& context, const Options& options) {
     std::string problem;
     const auto file = InputFile::Open(options.file, problem);
@@ -230,7 +216,7 @@ int RunRings(Context& context, const Options& options) {
     if (!missing.empty()) {
         return ReportUnusable(context, options.file + ": no ring \"" + missing + "\"");
     }
-    AddRemarks(*set, findings);
+    RemarkOnOrder(*set, findings);
     if (context.json) {
         PrintJson(context, options, *set, findings);
         return ExitCodeOf(findings);
