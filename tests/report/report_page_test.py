@@ -168,10 +168,10 @@ class Page:
         statements = self.run("return [...document.querySelectorAll('#clock li')].map((node) => node.textContent);")
         self.check("the statements about time are shown",
                    not self.data["clock"].get("statement") or
-                   statements == [visible(line) for line in self.data["clock"]["statement"]])
+                   statements == [visible(line["sentence"]) for line in self.data["clock"]["statement"]])
         notes = self.run("return [...document.querySelectorAll('#files-table .notes p')].map((node) => node.textContent);")
         self.check("the notes of all files are shown",
-                   notes == [visible(note) for file in self.data["files"] for note in file.get("notes", [])])
+                   notes == [visible(note["sentence"]) for file in self.data["files"] for note in file.get("notes", [])])
         rings = self.run("return document.querySelectorAll('#rings-table tbody tr').length;")
         self.check("all rings are in their table", rings == len(self.data["rings"]), rings)
 

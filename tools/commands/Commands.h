@@ -27,8 +27,8 @@ using Run = std::function<int(Context&)>;
 /// A command adds itself to the program and sets `run` if it is the one that was called.
 using CommandAdder = void(CLI::App& app, Context& context, Run& run);
 
-/// Adds every command of the table.
-void AddAllCommands(CLI::App& app, Context& context, Run& run);
+/// Adds what the program says of itself, and everything of the table.
+void SetUpProgram(CLI::App& app, Context& context, Run& run);
 
 /// A subcommand with the options that all commands share.
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,

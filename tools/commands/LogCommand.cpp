@@ -237,7 +237,7 @@ bool CanFollow(const std::string& path, std::string& problem) {
 }
 
 /// Prints the lines as they come, until an interrupt.
-void Follow(Context& context, const std::string& path, LogFilter& filter) {
+int Follow(Context& context, const std::string& path, LogFilter& filter) {
     Interrupt interrupt;
     LogFollower follower(path);
     ShownLines shown(filter, [&](const LogEntry& entry) {
@@ -248,6 +248,7 @@ void Follow(Context& context, const std::string& path, LogFilter& filter) {
         }
         context.out.Write("\n");
     });
+    std::string told;
     while (!interrupt.Requested()) {
         const bool any = follower.Poll([&](std::string_view text) {
             LogEntry entry;
@@ -257,12 +258,18 @@ void Follow(Context& context, const std::string& path, LogFilter& filter) {
             shown.Take(entry);
         });
         if (any && !context.out.Flush()) {
-            return;
+            break;
+        }
+        if (const std::string error = follower.ReadError(); !error.empty() && error != told) {
+            std::cerr << "damaged: " << Printable(path) << ": Not all of it could be read: " << error
+                      << ".\n";
+            told = error;
         }
         if (!any) {
             std::this_thread::sleep_for(kPause);
         }
     }
+    return told.empty() ? kExitFine : kExitDamaged;
 }
 
 std::string NothingToRead(const LogSet& logs) {
@@ -286,8 +293,7 @@ int RunLog(Context& context, const Options& options) {
         if (!CanFollow(options.files.front(), problem)) {
             return ReportUnopened(context, problem);
         }
-        Follow(context, options.files.front(), filter);
-        return kExitFine;
+        return Follow(context, options.files.front(), filter);
     }
     LogSet logs;
     for (const std::string& path : options.files) {

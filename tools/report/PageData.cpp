@@ -1,6 +1,7 @@
 #include "tools/report/PageData.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/base/FindingsJson.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/base/WallClock.h"
@@ -74,27 +75,21 @@ Json PageData::Marks() {
 Json PageData::Clock() const {
     constexpr std::int64_t kMillisecond = 1'000'000;
     const std::int64_t below = Modulo(origin_, kMillisecond);
-    Json statement = Json::array();
-    for (const Finding& finding : story_.Time().Statement()) {
-        statement.push_back(ToUtf8(finding.sentence));
-    }
     const bool wall = story_.Time().HasWall();
     return {{"wall", wall},
             {"origin", wall ? Json(WallTimeIso(origin_)) : Json()},
             {"originMs", wall ? Json((origin_ - below) / kMillisecond) : Json()},
             {"originNs", wall ? Json(below) : Json()},
             {"marks", Marks()},
-            {"statement", statement}};
+            {"statement", FindingsJson(story_.Time().Statement())}};
 }
 
 Json PageData::Files() const {
     Json json = Json::array();
     for (const FolderFile& file : story_.Files()) {
-        Json notes = Json::array();
-        for (const auto* findings : {&file.findings.damage, &file.findings.remarks}) {
-            for (const Finding& finding : *findings) {
-                notes.push_back(ToUtf8(finding.sentence));
-            }
+        Json notes = FindingsJson(file.findings.damage);
+        for (Json& remark : FindingsJson(file.findings.remarks)) {
+            notes.push_back(std::move(remark));
         }
         json.push_back({{"name", ToUtf8(file.name)},
                         {"kind", file.row != nullptr ? file.row->kind : "other"},

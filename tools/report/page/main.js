@@ -19,9 +19,9 @@
 //             "originMs": ms | null,       the same, whole milliseconds since 1970 as if local time were UTC
 //             "originNs": ns | null,       and what is below a millisecond
 //             "marks": [["=", "exact"], ...],   the legend of the marks: by "sure", then that of overwritten lines
-//             "statement": ["...", ...]},
+//             "statement": [{"code": "...", "sentence": "..."}, ...]},
 //   "files": [{"name": "device.log", "kind": "text log", "bytes": 123,
-//              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": ["..."]}],
+//              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": [as "statement"]}],
 //   "rings": [{"name": "Panel", "entries": 256, "used": 12, "wrapped": "no" | "probably" | "perhaps",
 //              "oldest": ns | null, "newest": ns | null}],
 //   "processes": ["process 1, boot 1", ...],   in words, numbered from 1

@@ -12,7 +12,7 @@ enum class Access : unsigned char { kRead, kWrite };
 
 /// The first bytes of a file that other processes have mapped, mapped here as well. The file must exist and
 /// hold them all: it is never created and never changed in size. If another process cuts it while it is
-/// mapped, the program says so and ends.
+/// mapped, zeros of this process's own take the place of all of it, and `Lost` says so.
 class Segment {
   public:
     /// Empty if there is nothing to map; `problem` then says why.
@@ -25,11 +25,17 @@ class Segment {
 
     void* Bytes() const { return bytes_; }
     int Number() const { return descriptor_.Number(); }
+    const std::string& Path() const { return path_; }
+
+    /// Whether the file is no longer there to be read or written, after which nothing that was read counts.
+    bool Lost() const;
+    std::string LostText() const;
 
   private:
-    Segment(NimaPost::Descriptor descriptor, void* bytes, std::size_t size)
-        : descriptor_(std::move(descriptor)), bytes_(bytes), size_(size) {}
+    Segment(std::string path, NimaPost::Descriptor descriptor, void* bytes, std::size_t size)
+        : path_(std::move(path)), descriptor_(std::move(descriptor)), bytes_(bytes), size_(size) {}
 
+    std::string path_;
     NimaPost::Descriptor descriptor_;
     void* bytes_;
     std::size_t size_;

@@ -1,8 +1,7 @@
-#include "ctl/Snapshot.h"
-
-#include "ctl/Activity.h"
+#include "ctl/block/Snapshot.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 namespace NimaCtl {
@@ -14,6 +13,11 @@ constexpr int kAttempts = 10;
 /// With more blank slots than these, another attempt is worthwhile.
 constexpr std::uint32_t kFewBlanks = kEntries / 16;
 
+template <typename Struct>
+std::string_view BytesOf(const Struct& value) {
+    return {reinterpret_cast<const char*>(&value), sizeof(value)};
+}
+
 /// Copies from the oldest slot on, which writers reach first. `header` was read before. After each piece the
 /// index tells which of its slots may have been overwritten before they were copied.
 bool Copy(const TraceBlock& block, Snapshot& snapshot) {
@@ -24,7 +28,7 @@ bool Copy(const TraceBlock& block, Snapshot& snapshot) {
     for (std::uint32_t done = 0; done < used; done += kPiece) {
         const std::uint32_t count = std::min(kPiece, used - done);
         const std::uint32_t first = before + 1 - used + done;
-        const auto piece = CopyEntries(block, first, count);
+        const auto piece = block.CopyEntries(first, count);
         const std::uint32_t claimed = Load(block.Header().writeIndex) - before;
         if (claimed > 1U << 31 || Load(block.Header().wrapCount) == 0xFFFFFFFF) {
             return false; // cleared
@@ -52,6 +56,10 @@ std::optional<Snapshot> TakeSnapshot(const TraceBlock& block, std::string& probl
         if (!fits || (snapshot.header.wrapCount != -1 && !Copy(block, snapshot))) {
             continue;
         }
+        if (block.File().Lost()) {
+            problem = block.File().LostText();
+            return std::nullopt;
+        }
         if (!best || snapshot.blanked < best->blanked) {
             best = std::move(snapshot);
         }
@@ -64,6 +72,22 @@ std::optional<Snapshot> TakeSnapshot(const TraceBlock& block, std::string& probl
         problem = "the trace was cleared again and again while it was copied";
     }
     return best;
+}
+
+void WriteDump(NimaPost::Output& out, const Snapshot& snapshot) {
+    SysTraceDumpHeader header{};
+    header.size = sizeof(header);
+    header.word1 = 1;
+    header.word2 = 2;
+    header.bufferSize = snapshot.header.bufferSize;
+    header.magic = SYSTRACE_DUMP_MAGIC;
+    out.Write(BytesOf(header));
+    out.Write(BytesOf(snapshot.header));
+    out.Write({reinterpret_cast<const char*>(snapshot.entries.data()),
+               snapshot.entries.size() * sizeof(SysTraceEntry)});
+    if (snapshot.header.wrapCount != 0) {
+        out.Write(std::string((kEntries - snapshot.entries.size()) * sizeof(SysTraceEntry), '\0'));
+    }
 }
 
 } // namespace NimaCtl

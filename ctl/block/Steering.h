@@ -1,9 +1,12 @@
 #pragma once
 
-#include "ctl/TraceBlock.h"
+#include "ctl/block/TraceBlock.h"
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
 
 namespace NimaCtl {
 
@@ -20,6 +23,8 @@ struct FilterChange {
         return (word & ~clear[index]) | set[index];
     }
     bool IsIn(const Filter& filter) const;
+    /// Every bit that it decides about.
+    Filter Touched() const;
 };
 
 struct SteeringResult {
@@ -45,8 +50,25 @@ void BringBack(const TraceBlock& block);
 /// Empties the trace: stores the two indices that it has before its first record. Writers go on meanwhile.
 void ClearTrace(const TraceBlock& block);
 
-/// Waits until no other nima-ctl changes this block. The turn ends with the block's last use. Returns false,
-/// with a reason, if it does not come.
-bool TakeTurn(const TraceBlock& block, std::string& problem);
+/// The right to change the block, which one nima-ctl has at a time. It is never held while a user is asked or
+/// a recording runs.
+class Turn {
+  public:
+    /// Waits for it. Empty, with a reason, if it does not come.
+    static std::optional<Turn> Take(const TraceBlock& block, std::chrono::nanoseconds patience,
+                                    std::string& problem);
+    Turn(Turn&& other) noexcept : file_(std::exchange(other.file_, -1)) {}
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+    ~Turn();
+
+    /// How long a verb waits.
+    static constexpr std::chrono::seconds kPatience{30};
+
+  private:
+    explicit Turn(int file) : file_(file) {}
+
+    int file_;
+};
 
 } // namespace NimaCtl

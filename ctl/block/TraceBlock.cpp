@@ -1,4 +1,4 @@
-#include "ctl/TraceBlock.h"
+#include "ctl/block/TraceBlock.h"
 
 #include "catalogue/Files.h"
 #include "catalogue/Marks.h"
@@ -70,6 +70,16 @@ SysTraceHeader TraceBlock::CopyHeader() const {
     }
     SysTraceHeader copy{};
     std::memcpy(&copy, words.data(), sizeof(copy));
+    return copy;
+}
+
+std::vector<SysTraceEntry> TraceBlock::CopyEntries(std::uint32_t firstSlot, std::uint32_t count) const {
+    std::vector<SysTraceEntry> copy(count);
+    SysTraceEntry* const entries = Entries();
+    for (std::uint32_t i = 0; i < count; ++i) {
+        SysTraceEntry& entry = entries[(firstSlot + i) & (kEntries - 1)];
+        copy[i] = {Load(entry.id), Load(entry.value)};
+    }
     return copy;
 }
 

@@ -1,12 +1,13 @@
 #pragma once
 
-#include "ctl/Segment.h"
-#include "ctl/SharedWords.h"
+#include "ctl/block/Segment.h"
+#include "ctl/block/SharedWords.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <Diagnostics/Formats.h>
 
@@ -59,6 +60,8 @@ class TraceBlock {
 
     /// A copy, each word read on its own.
     SysTraceHeader CopyHeader() const;
+    /// A copy of consecutive slots, past the block's end and on from its front.
+    std::vector<SysTraceEntry> CopyEntries(std::uint32_t firstSlot, std::uint32_t count) const;
     /// Read until two readings agree: a dump may begin or end between the one filter and the other.
     Filters ReadFilters() const;
 

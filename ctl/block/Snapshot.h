@@ -1,6 +1,7 @@
 #pragma once
 
-#include "ctl/TraceBlock.h"
+#include "ctl/block/TraceBlock.h"
+#include "tools/base/Output.h"
 
 #include <cstdint>
 #include <optional>
@@ -17,7 +18,10 @@ struct Snapshot {
     std::uint32_t blanked = 0;
 };
 
-/// Empty with a reason if the trace was cleared again and again meanwhile.
+/// Empty with a reason if the segment was cut, or the trace was cleared again and again meanwhile.
 std::optional<Snapshot> TakeSnapshot(const TraceBlock& block, std::string& problem);
+
+/// A dump as the library writes it: a block that has wrapped, or holds nothing, is there as a whole.
+void WriteDump(NimaPost::Output& out, const Snapshot& snapshot);
 
 } // namespace NimaCtl

@@ -1,4 +1,4 @@
-#include "ctl/Steering.h"
+#include "ctl/block/Steering.h"
 
 #include "catalogue/SysTrace.h"
 
@@ -7,6 +7,7 @@
 #include <cstring>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/file.h>
 
 namespace NimaCtl {
@@ -20,7 +21,16 @@ using std::chrono::milliseconds;
 /// this time.
 constexpr milliseconds kStays{100};
 constexpr milliseconds kLook{1};
-constexpr std::chrono::seconds kTurn{30};
+
+/// One of those who wait for the turn is next. Without this, somebody who takes turn after turn would keep
+/// the others waiting for ever.
+bool TryNextPlace(int file, short kind) {
+    struct flock place {};
+    place.l_type = kind;
+    place.l_whence = SEEK_SET;
+    place.l_len = 1;
+    return fcntl(file, F_OFD_SETLK, &place) == 0;
+}
 
 void Store(const TraceBlock& block, const FilterChange& change) {
     SysTraceHeader& header = block.Header();
@@ -54,6 +64,14 @@ bool FilterChange::IsIn(const Filter& filter) const {
     return true;
 }
 
+Filter FilterChange::Touched() const {
+    Filter touched = clear;
+    for (std::size_t i = 0; i < touched.size(); ++i) {
+        touched[i] |= set[i];
+    }
+    return touched;
+}
+
 SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::chrono::nanoseconds patience) {
     SteeringResult result;
     result.before = block.ReadFilters().Effective();
@@ -70,7 +88,8 @@ SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::c
         }
         result.held = filters.SetAside();
         const bool verified = !result.held && now - stored >= kStays;
-        if (verified || now - begin >= std::max<std::chrono::nanoseconds>(patience, kStays)) {
+        if (verified || block.File().Lost() ||
+            now - begin >= std::max<std::chrono::nanoseconds>(patience, kStays)) {
             break;
         }
     }
@@ -106,21 +125,33 @@ void ClearTrace(const TraceBlock& block) {
     }
 }
 
-bool TakeTurn(const TraceBlock& block, std::string& problem) {
+std::optional<Turn> Turn::Take(const TraceBlock& block, std::chrono::nanoseconds patience,
+                               std::string& problem) {
+    const int file = block.File().Number();
     const Clock::time_point begin = Clock::now();
-    while (flock(block.File().Number(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK && errno != EINTR) {
-            problem = std::string("The segment cannot be locked: ") + std::strerror(errno);
-            return false;
+    for (bool isNext = false;;) {
+        isNext = isNext || TryNextPlace(file, F_WRLCK);
+        if (isNext && flock(file, LOCK_EX | LOCK_NB) == 0) {
+            TryNextPlace(file, F_UNLCK);
+            return Turn(file);
         }
-        if (Clock::now() - begin >= kTurn) {
-            problem = "another nima-ctl has been changing this block for " + std::to_string(kTurn.count()) +
-                      " seconds; nothing was changed";
-            return false;
+        const bool waits = errno == EWOULDBLOCK || errno == EACCES || errno == EINTR;
+        if (!waits || Clock::now() - begin >= patience) {
+            problem = waits ? "another nima-ctl has been changing this block for " +
+                                  std::to_string(std::chrono::ceil<std::chrono::seconds>(patience).count()) +
+                                  " seconds; nothing was changed"
+                            : block.File().Path() + ": cannot be locked: " + std::strerror(errno);
+            TryNextPlace(file, F_UNLCK);
+            return std::nullopt;
         }
         std::this_thread::sleep_for(milliseconds(10));
     }
-    return true;
+}
+
+Turn::~Turn() {
+    if (file_ >= 0) {
+        flock(file_, LOCK_UN);
+    }
 }
 
 } // namespace NimaCtl
