@@ -221,6 +221,17 @@ TEST_F(Symbols, AnotherBuildGivesNoWrongLines) {
     EXPECT_EQ(Calls(result.Parsed()["symbols"]).find("main@"), std::string::npos);
     EXPECT_NE(Calls(result.Parsed()["symbols"]).find("Deep@" + LineOf("deep")), std::string::npos);
     EXPECT_TRUE(result.Finds("symbols-doubtful")) << result.output;
+    // One that few agree with is none, and so is one at which no file can be.
+    for (std::size_t at = 0; (at = text.find("Deep(int)+0x", at)) != std::string::npos; at += 12) {
+        text.insert(at + 12, "1");
+    }
+    WriteFile("few.txt", text);
+    WriteFile("odd.txt", text.substr(0, text.find('\n') + 1) + "0x55a45c2f3e34: (main+0x354)\n");
+    for (const char* const altered : {"few.txt", "odd.txt"}) {
+        result = Crash(altered, "right");
+        EXPECT_EQ(Calls(result.Parsed()["symbols"]), "") << result.output;
+        EXPECT_TRUE(result.Finds("symbols-no-base")) << result.output;
+    }
 }
 
 TEST_F(Symbols, FoldersComeFromTheEnvironmentTooAndThePageShowsThem) {

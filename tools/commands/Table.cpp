@@ -4,6 +4,7 @@ namespace NimaPost {
 
 // Each command is a file that defines one of these, and a row below.
 CommandAdder AddCrashCommand;
+CommandAdder AddDiffCommand;
 CommandAdder AddEventCommand;
 CommandAdder AddListenCommand;
 CommandAdder AddLogCommand;
@@ -17,8 +18,8 @@ namespace {
 
 /// In the order of the help text.
 constexpr CommandAdder* kCommands[]{
-    AddSysTraceCommand, AddRingsCommand,  AddLogCommand,   AddCrashCommand,  AddEventCommand,
-    AddTimelineCommand, AddReportCommand, AddWatchCommand, AddListenCommand,
+    AddSysTraceCommand, AddRingsCommand,  AddLogCommand,  AddCrashCommand, AddEventCommand,
+    AddTimelineCommand, AddReportCommand, AddDiffCommand, AddWatchCommand, AddListenCommand,
 };
 
 } // namespace
