@@ -1,5 +1,7 @@
 #include "pages/Pages.h"
 
+#include <string_view>
+
 namespace NimaPages {
 
 namespace {
@@ -10,12 +12,12 @@ std::string Quoted(const std::string& text) {
     for (const char character : text) {
         if (character == '\'') {
             result += "'\\''";
-        } else {
-            result +=
-                std::string(character == ':' || character == '[' || character == ']' || character == '\\',
-                            '\\') +
-                character;
+            continue;
         }
+        if (std::string_view(":[]\\").find(character) != std::string_view::npos) {
+            result += '\\';
+        }
+        result += character;
     }
     return result;
 }

@@ -58,12 +58,12 @@ seen_from() {
 
 # try_packages FOLDER ARCHITECTURE
 try_packages() {
-    local root names=(libnima-diagnostics1 libnima-diagnostics-dev nima-post) name result=0
+    local root result=0
     root=$(mktemp -d /tmp/nima-root.XXXXXX)
     make_root "$root/system" "$2" || result=1
     if ((result == 0)); then
         cp "$1"/*.deb "$root/system/"
-        try_in "$root/system" "$2" "${names[@]}" || result=1
+        try_in "$root/system" "$2" libnima-diagnostics1 libnima-diagnostics-dev nima-post || result=1
     fi
     rm -rf "$root"
     return "$result"
@@ -83,7 +83,7 @@ try_in() {
     diff <(printf '%s\n' "$before") <(printf '%s\n' "$after")
 }
 
-# Everything below these folders, which only packages write to.
+# Everything in the folders that only packages write to.
 list_files() {
-    (cd "$1" && find usr/bin usr/lib usr/include usr/share etc -path etc/ld.so.cache -prune -o -print | LC_ALL=C sort)
+    (cd "$1" && find etc lib usr -path etc/ld.so.cache -prune -o -print | LC_ALL=C sort)
 }
