@@ -122,14 +122,13 @@ int RunStack(Context& context, const InputFile& file, std::string_view text, con
         resolved->AddTo(findings);
     }
     if (context.json) {
-        context.out.WriteJson(Json{{"file", ToUtf8(file.Path())},
-                                   {"title", ToUtf8(stack.Title())},
-                                   {"host", HostJson(stack)},
-                                   {"report", stack.report},
-                                   {"frames", stack.frames},
-                                   {"symbols", resolution != nullptr ? ResolutionJson(*resolution) : Json()},
-                                   {"findings", FindingsJson(findings)}});
-        context.out.Write("\n");
+        PrintObject(context, Json{{"file", ToUtf8(file.Path())},
+                                  {"title", ToUtf8(stack.Title())},
+                                  {"host", HostJson(stack)},
+                                  {"report", stack.report},
+                                  {"frames", stack.frames},
+                                  {"symbols", resolution != nullptr ? ResolutionJson(*resolution) : Json()},
+                                  {"findings", FindingsJson(findings)}});
     } else {
         PrintStack(context.out, stack, resolution);
         PrintFindings(context, findings);
@@ -154,8 +153,7 @@ int RunCrash(Context& context, const std::string& path, const SymbolOptions& sym
     }
     file->ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(CrashJson(path, *log, findings));
-        context.out.Write("\n");
+        PrintObject(context, CrashJson(path, *log, findings));
     } else {
         PrintCrash(context.out, *log);
         PrintFindings(context, findings);

@@ -6,6 +6,7 @@
 #include "tools/report/PageData.h"
 #include "tools/report/ReportPage.h"
 #include "tools/report/Rows.h"
+#include "tools/story/SelectedEvents.h"
 #include "tools/story/Story.h"
 
 #include <chrono>
@@ -94,19 +95,14 @@ StackSymbols Resolve(const Options& options, const Story& story, Findings& findi
     return symbols;
 }
 
-void WritePage(Output& out, const Options& options, const Story& story, const Names& names,
-               const StackSymbols& symbols) {
+void WritePage(Output& out, const Options& options, const Story& story, Selection& selection,
+               const Names& names, const StackSymbols& symbols) {
     Rows rows(options.rows, names);
-    story.ForEach([&](const TimelineEvent& event) {
-        if (options.files.selection.Takes(event)) {
-            rows.Take(event);
-        }
-        return true;
-    });
+    ForEachSelected(story, selection, [&](const TimelineEvent& event) { rows.Take(event); });
     const std::vector<Row>& sorted = rows.Sorted();
     const auto first = sorted.empty() ? std::nullopt : sorted.front().time;
     const std::int64_t origin = first ? *first : Headline(story).time.value_or(0);
-    const PageData data(story, origin, options.files.selection, symbols);
+    const PageData data(story, origin, selection, symbols);
 
     out.Write(PageHead());
     out.Write("{");
@@ -134,9 +130,10 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
     out.Write(PageTail());
 }
 
-FolderResult WriteReport(const Options& options, const Story& story, const Names& names, Output& out) {
+FolderResult WriteReport(const Options& options, const Story& story, Selection& selection, const Names& names,
+                         Output& out) {
     Findings findings;
-    WritePage(out, options, story, names, Resolve(options, story, findings));
+    WritePage(out, options, story, selection, names, Resolve(options, story, findings));
     const std::string title = Headline(story).title;
     return {{{"title", title.empty() ? Json() : Json(ToUtf8(title))}},
             (title.empty() ? "No crash in the folder" : title) + "; report in ",
@@ -156,8 +153,8 @@ void AddReportCommand(CLI::App& app, Context& context, Run& run) {
     AddSymbols(*command, options->symbols);
     command->callback([&run, options] {
         run = [options](Context& c) {
-            return RunOnFolder(c, options->files, [&](const Story& story, Output& out) {
-                return WriteReport(*options, story, c.names, out);
+            return RunOnFolder(c, options->files, [&](const Story& story, Selection& selection, Output& out) {
+                return WriteReport(*options, story, selection, c.names, out);
             });
         };
     });

@@ -162,13 +162,12 @@ class Watch {
 
     void ShowJson() {
         const std::size_t most = options_.last.value_or(kUsualRecords);
-        context_.out.WriteJson({{"tick", tick_.number},
-                                {"time", WallTimeIso(tick_.time)},
-                                {"seconds", tick_.seconds},
-                                {"systrace", TraceJson(tick_, context_.names, most)},
-                                {"rings", RingsJson(tick_, context_.names)},
-                                {"notices", FindingsJson(tick_.notices)}});
-        context_.out.Write("\n");
+        PrintObject(context_, {{"tick", tick_.number},
+                               {"time", WallTimeIso(tick_.time)},
+                               {"seconds", tick_.seconds},
+                               {"systrace", TraceJson(tick_, context_.names, most)},
+                               {"rings", RingsJson(tick_, context_.names)},
+                               {"notices", FindingsJson(tick_.notices)}});
         context_.out.Flush();
     }
 
@@ -250,7 +249,8 @@ int RunWatch(Context& context, const Options& options) {
 void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "watch",
-                                   "The rings and the binary trace of a running process, live, until Ctrl-C");
+                                   "The rings and the binary trace of a running process, live, until Ctrl-C",
+                                   Prints::kAsItComes);
     command->add_option("DIRECTORY", options->directory, "The working directory of the process (.)");
     command->add_option("--interval", options->interval, "Milliseconds between looks (500)")
         ->type_name("MS")

@@ -24,8 +24,8 @@ using StackSymbols = std::map<std::size_t, ResolvedStack>;
 /// Everything that is not a row.
 class PageData {
   public:
-    /// `story` and `symbols` must outlive it.
-    PageData(const Story& story, std::int64_t origin, Selection selection, const StackSymbols& symbols)
+    /// `story`, `selection` and `symbols` must outlive it.
+    PageData(const Story& story, std::int64_t origin, Selection& selection, const StackSymbols& symbols)
         : story_(story), origin_(origin), selection_(selection), symbols_(symbols) {}
 
     /// The oldest first.
@@ -56,7 +56,7 @@ class PageData {
 
     const Story& story_;
     std::int64_t origin_;
-    Selection selection_;
+    Selection& selection_;
     const StackSymbols& symbols_;
 };
 
