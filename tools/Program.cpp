@@ -111,16 +111,11 @@ std::vector<std::string> WordsOf(const CLI::App& app, int argc, const char* cons
 } // namespace
 
 int RunProgram(int argc, const char* const* argv) {
-    CLI::App app("Reads what the diagnostics library left behind.", "nima-post");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "nima-post " NIMA_POST_VERSION);
-    app.footer(
-        "nima-post FOLDER is short for nima-post summary FOLDER.\n"
-        "Exit status: 0 fine, 1 damaged input that could be read in part, 2 nothing usable.");
     AllowManyFiles();
+    CLI::App app;
     Context context;
     Run run;
-    AddAllCommands(app, context, run);
+    SetUpProgram(app, context, run);
     try {
         app.parse(WordsOf(app, argc, argv));
     } catch (const CLI::ParseError& error) {

@@ -34,8 +34,8 @@ using Run = std::function<int(Context&)>;
 /// A command adds itself to the program and sets `run` if it is the one that was called.
 using CommandAdder = void(CLI::App& app, Context& context, Run& run);
 
-/// Adds every command of the table.
-void AddAllCommands(CLI::App& app, Context& context, Run& run);
+/// Adds what the program says of itself, and everything of the table.
+void SetUpProgram(CLI::App& app, Context& context, Run& run);
 
 /// What a command prints. Only a list has every format.
 enum class Prints : unsigned char {

@@ -41,8 +41,12 @@ int RunOnFolder(
     if (!file.Finish(problem)) {
         return ReportUnusable(context, problem);
     }
-    Findings findings = story.AllDamage();
-    findings.remarks = selection.Remarks();
+    Findings findings = result.findings;
+    const Findings damage = story.AllDamage();
+    findings.damage.insert(findings.damage.begin(), damage.damage.begin(), damage.damage.end());
+    for (Finding& remark : selection.Remarks()) {
+        findings.remarks.push_back(std::move(remark));
+    }
     if (context.json) {
         Json json{{"output", ToUtf8(options.output)}};
         json.update(result.members);

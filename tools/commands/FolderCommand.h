@@ -26,6 +26,7 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
 struct FolderResult {
     Json members;         ///< of the JSON object, besides "output" and "findings"
     std::string sentence; ///< for people, before the file's name
+    Findings findings;    ///< besides the folder's own
 };
 
 /// Reads the folder and lets `write` produce the file, which appears under its name once it is complete.

@@ -95,10 +95,10 @@ Json ProcessesJson(const LogSet& logs) {
             threads.push_back(Hex32(thread));
         }
         processes.push_back({{"process", processes.size() + 1},
-                             {"boot", process.boot > 0 ? Json(process.boot) : Json()},
+                             {"boot", process.KnownBoot() ? Json(*process.KnownBoot()) : Json()},
                              {"evidence", CodeOf(process.evidence)},
-                             {"first", process.hasWall ? Json(WallTimeIso(process.first)) : Json()},
-                             {"last", process.hasWall ? Json(WallTimeIso(process.last)) : Json()},
+                             {"first", process.IsDated() ? Json(WallTimeIso(process.First())) : Json()},
+                             {"last", process.IsDated() ? Json(WallTimeIso(process.Last())) : Json()},
                              {"threads", std::move(threads)}});
     }
     return processes;

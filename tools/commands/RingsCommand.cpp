@@ -6,6 +6,7 @@
 #include "tools/names/EventFormat.h"
 #include "tools/rings/Merge.h"
 #include "tools/rings/RingText.h"
+#include "tools/rings/Seam.h"
 #include "tools/rings/Segment.h"
 #include "tools/words/Words.h"
 
@@ -291,21 +292,6 @@ std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
     return ReadRingSegment(file, findings);
 }
 
-void AddRemarks(const RingSet& set, Findings& findings) {
-    for (const Ring& ring : set.rings) {
-        if (ring.seam == Seam::kUncertain) {
-            findings.Remark("uncertain-seam",
-                            ring.name +
-                                ": nothing recorded shows for certain where its newest record meets the "
-                                "oldest, or those of an earlier process.");
-        }
-        if (ring.clockBreaks > 0) {
-            findings.Remark("clock-break", ring.name + ": the counters do not fit one run of the clock in " +
-                                               Counted(ring.clockBreaks, "place") + ".");
-        }
-    }
-}
-
 /// Rings of a folder, as `show` tells them.
 int RunRingsView(Context& context, const Options& options, Selection& selection) {
     return RunView(context, options.file, selection, [&](const TimelineEvent& event) {
@@ -359,7 +345,7 @@ int RunRings(Context& context, const Options& options) {
     if (!missing.empty()) {
         return ReportUnusable(context, options.file + ": no ring \"" + missing + "\"");
     }
-    AddRemarks(*set, findings);
+    RemarkOnOrder(*set, findings);
     Chosen chosen(*set, selection);
     if (!chosen.Settle(problem)) {
         return ReportUnusable(context, problem);

@@ -281,7 +281,7 @@ class TraceWriter {
 FolderResult WriteTimeline(const Story& story, const Names& names, Selection& selection, Output& out) {
     TraceWriter writer(out, names, story, selection);
     writer.Write();
-    return {{{"events", writer.Count()}}, Counted(writer.Count(), "event") + " in "};
+    return {{{"events", writer.Count()}}, Counted(writer.Count(), "event") + " in ", {}};
 }
 
 } // namespace

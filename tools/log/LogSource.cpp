@@ -39,7 +39,7 @@ class LogSource : public Source {
         }
         for (const LogProcess& process : logs_.Processes()) {
             axis.AllProcesses().Add(FactsOf(process));
-            if (process.hasWall) {
+            if (process.IsDated()) {
                 axis.SetWall();
             }
         }
