@@ -50,8 +50,8 @@ std::vector<KindCount> KindsOf(const Story& story, const Statistics& statistics)
         auto found =
             std::find_if(kinds.begin(), kinds.end(), [&](const auto& each) { return each.kind == kind; });
         if (found == kinds.end()) {
-            kinds.push_back({kind});
-            found = std::prev(kinds.end());
+            found = kinds.insert(kinds.end(), KindCount());
+            found->kind = kind;
         }
         const auto events = statistics.files.find(file.index);
         ++found->files;
