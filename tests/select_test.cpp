@@ -124,6 +124,9 @@ TEST_F(Select, ARangeComparesTheTimesThatAreShown) {
     EXPECT_EQ(between({"--boot", "0"}), (List{"Lamp again", "page 2 of 2"}));
     EXPECT_EQ(between({"--since", "crash-1m", "--until", "crash-30s"}), kFirstBoot);
     EXPECT_EQ(between({"--around", "crash=1", "--within", "250ms"}), (List{"Lamp again", "page 2 of 2"}));
+    // What it is around belongs to it.
+    EXPECT_EQ(Texts({"show", ".", "--around", "crash", "--within", "0s"}),
+              (List{"Fatal error reported by a component"}));
     EXPECT_EQ(between({"--since", "end-10s", "--last", "1"}), (List{"page 2 of 2"}));
 
     const Result timeline =
