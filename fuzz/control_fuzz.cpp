@@ -4,6 +4,7 @@
 #include "ctl/block/Journal.h"
 #include "ctl/block/Snapshot.h"
 #include "fuzz/support/MemoryFile.h"
+#include "tools/base/Text.h"
 
 #include <algorithm>
 #include <cstdlib>
