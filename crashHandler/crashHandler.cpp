@@ -245,6 +245,12 @@ void GiveAlternateStack() {
     ::sigaltstack(&given, nullptr);
 }
 
+/// An `exit` in one thread does not cut off what another reports. Runs after the host's own exit functions;
+/// on a crash the process ends by the abort of the thread that reports.
+[[gnu::destructor]] void WaitForReports() {
+    WaitForOtherCrashThreads();
+}
+
 } // namespace
 
 int getFileName(int* descriptor, char* name) {

@@ -1,6 +1,7 @@
 #include "ctl/Program.h"
 
 #include "ctl/Verbs.h"
+#include "ctl/block/Journal.h"
 
 #include <exception>
 #include <iostream>
@@ -21,6 +22,9 @@ int RunVerb(const Run& run, Context& context) {
         code = Refuse(context, problem);
     } else {
         try {
+            Findings findings;
+            CloseAbandoned(context.directory, context.names, findings);
+            PrintFindings(context, findings);
             code = run(context);
         } catch (const std::exception& error) {
             code = Refuse(context, error.what());

@@ -11,14 +11,16 @@ VerbAdder AddClearVerb;
 VerbAdder AddDumpVerb;
 VerbAdder AddRingsVerb;
 VerbAdder AddMarkVerb;
+VerbAdder AddRecordVerb;
 VerbAdder AddRepairVerb;
 VerbAdder AddCollectVerb;
 
 namespace {
 
 /// In the order of the help text.
-constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb, AddResetVerb,  AddClearVerb,
-                              AddDumpVerb,   AddRingsVerb, AddMarkVerb, AddRepairVerb, AddCollectVerb};
+constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb,  AddOnlyVerb,   AddResetVerb,
+                              AddClearVerb,  AddDumpVerb,   AddRingsVerb,  AddMarkVerb,
+                              AddRecordVerb, AddRepairVerb, AddCollectVerb};
 
 } // namespace
 

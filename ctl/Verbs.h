@@ -5,6 +5,7 @@
 #include "tools/names/Names.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -53,6 +54,9 @@ int Refuse(Context& context, const std::string& problem);
 
 /// Prints damage and remarks on standard error, as lines "damaged: ..." and "note: ...".
 void PrintFindings(Context& context, const Findings& findings);
+
+/// A remark about slots that were overwritten while they were copied, if there are any.
+void AddBlanked(std::uint32_t slots, Findings& findings);
 
 /// Writes a JSON object and the end of its line.
 void PrintJson(Context& context, const Json& json);

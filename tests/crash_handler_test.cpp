@@ -113,6 +113,7 @@ void ExpectFrames(const std::string& text) {
 std::atomic<int> g_Depth{0};
 std::atomic<int> g_Flushes{0};
 std::atomic<bool> g_FilesComeSlowly{false};
+std::atomic<bool> g_FileAsked{false};
 
 /// An address where nothing is mapped. Not null, which a sanitizer would see before the processor does.
 volatile int* Nowhere(int page = 1) {
@@ -188,6 +189,7 @@ extern "C" int open64(const char* __file, int __oflag, ...) {
         va_end(arguments);
     }
     if (g_FilesComeSlowly && (__oflag & O_EXCL) != 0) {
+        g_FileAsked = true;
         ::usleep(300000);
     }
     return static_cast<int>(::syscall(SYS_openat, AT_FDCWD, __file, __oflag | O_LARGEFILE, mode));
@@ -513,6 +515,23 @@ TEST_F(CrashHandler, SignalsSentToADyingThreadChangeNothing) {
         EXPECT_FALSE(Exists(death.File(3)));
         EXPECT_EQ(mosk.Received().size(), 2U);
     }
+}
+
+TEST_F(CrashHandler, AnExitWaitsForAThreadThatReports) {
+    const Mosk mosk;
+    const Death death = DieOf([] {
+        g_FilesComeSlowly = true;
+        std::thread([] { WriteToNowhere(Nowhere()); }).detach();
+        while (!g_FileAsked) {
+            ::usleep(1000);
+        }
+        std::exit(0);
+    });
+    EXPECT_TRUE(death.ByAbort()) << death.status;
+    ExpectFrames(ReadFile(death.File(1)));
+    const std::string folder = directory() + "/";
+    EXPECT_EQ(mosk.Received(), (std::vector<std::string>{Notification(folder + death.File(1)),
+                                                         Notification(folder + death.File(2))}));
 }
 
 TEST_F(CrashHandler, EveryFrameOfADeepRecursionIsWritten) {

@@ -109,7 +109,8 @@ NIMA_DIAGNOSTICS_API int GatherTriageSnapshot(const wchar_t* path, uint32_t back
 ///
 /// The process ends whatever its state: in the middle of an allocation or of `dlopen`, with a damaged heap,
 /// with a full descriptor table, without a folder to write to, or with a standard output that nobody reads.
-/// The stack is walked in a short-lived copy of the process, which is ended if it makes no progress.
+/// The stack is walked in a short-lived copy of the process, which is ended if it makes no progress. An
+/// `exit` that another thread calls meanwhile waits for the report; the process then ends by SIGABRT.
 ///
 /// A stack overflow leaves a trace too if the thread has an alternate signal stack (`sigaltstack`). The
 /// calling thread gets one unless it has one already; a host's other threads set up their own, of at least 16

@@ -73,24 +73,28 @@ def rows_of_a_run(count, seconds, randomness):
     return names, rows
 
 
+def findings(*sentences):
+    return [{"code": "a-code", "sentence": sentence} for sentence in sentences]
+
+
 def base(folder, names, rows):
     return {
         "tool": "nima-post 1.0.0", "folder": folder, "generated": "2026-11-24T18:00:00Z", "crashes": [],
         "clock": {"wall": True, "origin": "2026-11-24T15:09:26.046886123", "originMs": ORIGIN_MS, "originNs": ORIGIN_NS,
-                  "marks": MARKS, "statement": [
+                  "marks": MARKS, "statement": findings(
             "The counters of device.log and SysTrace.bin count nanoseconds within a second; whole seconds were recovered from "
             "their order and from 3 calibration lines.",
             "If a thread was silent for more than a second, its times may be later by whole seconds (marked ~).",
-            "The rings hold no date. Their newest record was placed at the moment of the crash (marked ?)."]},
+            "The rings hold no date. Their newest record was placed at the moment of the crash (marked ?).")},
         "files": [
             {"name": "device.log", "kind": "text log", "bytes": 1048533, "state": "ok", "notes": []},
-            {"name": "SysTrace.bin", "kind": "binary trace dump", "bytes": 191088, "state": "damaged", "notes": [
-                "3 records are incomplete: their writers were killed.", "17 entries at the start belong to no record."]},
-            {"name": "System Ring Buffers", "kind": "ring segment", "bytes": 503807, "state": "ok", "notes": [
-                "Ring EngineLink has probably wrapped; where its oldest record is, is not recorded."]},
-            {"name": "core.1234", "kind": "unknown", "bytes": 88281088, "state": "skipped", "notes": [
-                "Not a file of this library."]},
-            {"name": "device.log.1", "kind": "text log", "bytes": 0, "state": "unusable", "notes": ["The file is empty."]},
+            {"name": "SysTrace.bin", "kind": "binary trace dump", "bytes": 191088, "state": "damaged", "notes": findings(
+                "3 records are incomplete: their writers were killed.", "17 entries at the start belong to no record.")},
+            {"name": "System Ring Buffers", "kind": "ring segment", "bytes": 503807, "state": "ok", "notes": findings(
+                "Ring EngineLink has probably wrapped; where its oldest record is, is not recorded.")},
+            {"name": "core.1234", "kind": "unknown", "bytes": 88281088, "state": "skipped", "notes": findings(
+                "Not a file of this library.")},
+            {"name": "device.log.1", "kind": "text log", "bytes": 0, "state": "unusable", "notes": findings("The file is empty.")},
         ],
         "rings": [
             {"name": "PrintEngine", "entries": 512, "used": 210, "wrapped": "no", "oldest": 2 * SECOND, "newest": 31 * SECOND},
@@ -135,7 +139,9 @@ def earlier_failure(moment):
     """A process that died of a signal."""
     return {
         "title": "Fatal signal", "summary": [["process id", "977"], ["from", "stacktrace977-1.txt"]], "exception": None, "extra": [],
-        "stacks": [{"file": "stacktrace977-1.txt", "header": [], "frames": ["0x1: (signalHandler+0x1)", "0x2: (Feed::Run()+0x8)"]}],
+        "stacks": [{"file": "stacktrace977-1.txt", "header": [], "frames": ["0x1: (signalHandler+0x1)", "0x2: (Feed::Run()+0x8)"],
+                    "resolved": [[], ["Feed::Jam(int) at /src/feed.cpp:7, inlined in", "Feed::Run() at <b>feed.cpp:20"]],
+                    "statement": ["feed was at 0x0, by 1 of 1 of its frames that have a name."]}],
         "activeRings": [], "time": moment, "sure": 2,
     }
 
@@ -159,8 +165,8 @@ def calm():
         row += [1, 1] if row[3] in (0, 1) else [2, 0] if row[3] == 2 else [0, 0]
     rows.append([None, 2, 0, 1, LEVELS.index("INFO"), 1, "a line without a time", []])
     page = base("bench-3", names, rows)
-    page["clock"] = {"wall": False, "origin": None, "originMs": None, "originNs": None, "marks": MARKS, "statement": [
-        "No calibration line was found: times are seconds since the first record."]}
+    page["clock"] = {"wall": False, "origin": None, "originMs": None, "originNs": None, "marks": MARKS, "statement": findings(
+        "No calibration line was found: times are seconds since the first record.")}
     page["processes"] = ["process 1, boot 1", "process 2, boot unknown"]
     for thread, process in zip(page["threads"], (1, 1, 2, None)):
         thread["process"] = process
@@ -184,9 +190,9 @@ def hostile():
                               "extra": [HOSTILE[1]], "time": 3 * SECOND, "sure": 0, "activeRings": [
                                   {"ring": HOSTILE[0], "newest": HOSTILE[1], "events": 1}],
                               "stacks": [{"file": HOSTILE[1], "header": [HOSTILE[2]], "frames": HOSTILE}]}],
-                 "files": [{"name": HOSTILE[0], "kind": HOSTILE[1], "bytes": 1, "state": HOSTILE[2], "notes": HOSTILE}],
+                 "files": [{"name": HOSTILE[0], "kind": HOSTILE[1], "bytes": 1, "state": HOSTILE[2], "notes": findings(*HOSTILE)}],
                  "rings": [{"name": HOSTILE[1], "entries": 2, "used": 1, "wrapped": HOSTILE[0], "oldest": 0, "newest": 1}]})
-    page["clock"]["statement"] = HOSTILE
+    page["clock"]["statement"] = findings(*HOSTILE)
     page["omitted"] = {"rows": 1, "statement": HOSTILE[1]}
     return page
 

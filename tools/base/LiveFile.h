@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/Findings.h"
 #include "tools/base/InputFile.h"
 
 #include <optional>
@@ -17,9 +18,12 @@ class LiveFile {
 
     /// The file as it is now, or null if there is none; `Problem` then says why. What has happened to it
     /// since the last look is added to the notices.
-    const InputFile* Look(std::vector<std::string>& notices);
+    const InputFile* Look(std::vector<Finding>& notices);
 
     const std::string& Problem() const { return problem_; }
+    /// Why the file could not be used after it was opened: that reading failed, or else what `otherwise`
+    /// says.
+    std::string ProblemOr(std::string otherwise) const;
     const std::string& Name() const { return name_; }
     /// How often a different file was found: what is remembered of the previous one is then void.
     unsigned Generation() const { return generation_; }

@@ -1,11 +1,13 @@
 #include "tools/base/InputFile.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/Symbols.h"
 #include "tools/crash/CrashLog.h"
 #include "tools/crash/CrashSummary.h"
 #include "tools/crash/StackTrace.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 
 namespace NimaPost {
@@ -94,36 +96,47 @@ Json CrashJson(const std::string& path, const CrashLog& log, const Findings& fin
             {"findings", FindingsJson(findings)}};
 }
 
-void PrintStack(Output& out, const StackTrace& stack) {
+void PrintStack(Output& out, const StackTrace& stack, const Resolution* resolution) {
     out.Line(stack.Title());
     for (const std::string& line : stack.report) {
         out.Line("  " + line);
     }
-    for (const std::string& frame : stack.frames) {
-        out.Line("  " + frame);
+    for (std::size_t i = 0; i < stack.frames.size(); ++i) {
+        out.Line("  " + stack.frames[i]);
+        for (const std::string& line :
+             resolution != nullptr ? FrameInWords(*resolution, i) : std::vector<std::string>()) {
+            out.Line("      " + line);
+        }
     }
 }
 
-int RunStack(Context& context, const InputFile& file, std::string_view text) {
+int RunStack(Context& context, const InputFile& file, std::string_view text, const SymbolOptions& symbols) {
     Findings findings;
     const StackTrace stack = ReadStackTrace(text, findings);
     file.ReportReadProblem(findings);
+    const std::filesystem::path path(file.Path());
+    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
+    const auto resolved = ResolveStacks(symbols, folder, {{&stack, path.filename().string()}});
+    const Resolution* const resolution = resolved ? &resolved->resolutions.front() : nullptr;
+    if (resolved) {
+        resolved->AddTo(findings);
+    }
     if (context.json) {
-        context.out.WriteJson(Json{{"file", ToUtf8(file.Path())},
-                                   {"title", ToUtf8(stack.Title())},
-                                   {"host", HostJson(stack)},
-                                   {"report", stack.report},
-                                   {"frames", stack.frames},
-                                   {"findings", FindingsJson(findings)}});
-        context.out.Write("\n");
+        PrintObject(context, Json{{"file", ToUtf8(file.Path())},
+                                  {"title", ToUtf8(stack.Title())},
+                                  {"host", HostJson(stack)},
+                                  {"report", stack.report},
+                                  {"frames", stack.frames},
+                                  {"symbols", resolution != nullptr ? ResolutionJson(*resolution) : Json()},
+                                  {"findings", FindingsJson(findings)}});
     } else {
-        PrintStack(context.out, stack);
+        PrintStack(context.out, stack, resolution);
         PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);
 }
 
-int RunCrash(Context& context, const std::string& path) {
+int RunCrash(Context& context, const std::string& path, const SymbolOptions& symbols) {
     std::string problem;
     const auto file = InputFile::Open(path, problem);
     if (!file) {
@@ -131,7 +144,7 @@ int RunCrash(Context& context, const std::string& path) {
     }
     const std::string text = file->ReadAll(kMostTextBytes);
     if (LooksLikeStackTrace(text)) {
-        return RunStack(context, *file, text);
+        return RunStack(context, *file, text, symbols);
     }
     Findings findings;
     const auto log = ReadCrashLog(text, findings);
@@ -140,8 +153,7 @@ int RunCrash(Context& context, const std::string& path) {
     }
     file->ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(CrashJson(path, *log, findings));
-        context.out.Write("\n");
+        PrintObject(context, CrashJson(path, *log, findings));
     } else {
         PrintCrash(context.out, *log);
         PrintFindings(context, findings);
@@ -153,10 +165,14 @@ int RunCrash(Context& context, const std::string& path) {
 
 void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
     auto path = std::make_shared<std::string>();
+    auto symbols = std::make_shared<SymbolOptions>();
     CLI::App* command =
         AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
     command->add_option("FILE", *path, "The crash log, or a stack-trace file")->required();
-    command->callback([&run, path] { run = [path](Context& c) { return RunCrash(c, *path); }; });
+    AddSymbols(*command, *symbols);
+    command->callback([&run, path, symbols] {
+        run = [path, symbols](Context& c) { return RunCrash(c, *path, *symbols); };
+    });
 }
 
 } // namespace NimaPost

@@ -35,8 +35,7 @@ int RunEvent(Context& context, const std::string& path) {
     }
     file->ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(RecordJson(path, *record, findings));
-        context.out.Write("\n");
+        PrintObject(context, RecordJson(path, *record, findings));
     } else {
         std::string line = "Event of " + Printable(record->source) + ", ";
         AppendEventRecord(line, *record);

@@ -2,7 +2,9 @@
 
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
+#include "tools/commands/SelectionTable.h"
 #include "tools/report/CrashData.h"
+#include "tools/story/MergedStory.h"
 
 namespace NimaPost {
 
@@ -12,42 +14,45 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
     CLI::App* command = AddCommand(app, context, name, description);
     command->add_option("FOLDER", options.folder, "The folder that came back from the device")->required();
     command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
-    AddSelection(*command, options.selection);
+    AddSelection(*command, options.selection, TakesLast::kNo);
     return command;
 }
 
-void AddSelection(CLI::App& command, Selection& selection) {
-    command.add_option("--boot", selection.boot, "Only what is known to be of this boot")->type_name("N");
-    command.add_option("--process", selection.process, "Only what is known to be of this process")
-        ->type_name("N");
-}
-
-int RunOnFolder(Context& context, const FolderOptions& options,
-                const std::function<FolderResult(const Story& story, Output& out)>& write) {
+int RunOnFolder(
+    Context& context, const FolderOptions& options,
+    const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write) {
     Story story(context.names);
+    Selection selection;
     std::string problem;
     OutputFile file;
+    if (!selection.Prepare(options.selection, problem)) {
+        return ReportUnusable(context, problem);
+    }
     if (!story.Read(options.folder, problem)) {
         const Findings findings = story.AllDamage();
         PrintFindings(context, findings);
         return ReportUnusable(context, problem, findings);
     }
-    problem = options.selection.Missing(story.Time().AllProcesses());
-    if (!problem.empty() || !file.Create(options.output, story.Inputs(), problem)) {
+    if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem) ||
+        !file.Create(options.output, story.Inputs(), problem)) {
         return ReportUnusable(context, problem);
     }
-    const FolderResult result = write(story, file.Out());
+    const FolderResult result = write(story, selection, file.Out());
     if (!file.Finish(problem)) {
         return ReportUnusable(context, problem);
     }
-    const Findings findings = story.AllDamage();
+    Findings findings = result.findings;
+    const Findings damage = story.AllDamage();
+    findings.damage.insert(findings.damage.begin(), damage.damage.begin(), damage.damage.end());
+    for (Finding& remark : selection.Remarks()) {
+        findings.remarks.push_back(std::move(remark));
+    }
     if (context.json) {
         Json json{{"output", ToUtf8(options.output)}};
         json.update(result.members);
         json["crashes"] = CrashesJson(story);
         json["findings"] = FindingsJson(findings);
-        context.out.WriteJson(json);
-        context.out.Write("\n");
+        PrintObject(context, json);
     } else {
         context.out.Line(result.sentence + Printable(options.output));
         for (const std::string& line : CrashLines(story)) {

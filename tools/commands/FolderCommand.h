@@ -14,11 +14,8 @@ namespace NimaPost {
 struct FolderOptions {
     std::string folder;
     std::string output;
-    Selection selection;
+    SelectionOptions selection;
 };
-
-/// --boot and --process.
-void AddSelection(CLI::App& command, Selection& selection);
 
 /// A subcommand that takes these options; `fileUse` says what the file is for.
 CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& name,
@@ -29,10 +26,12 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
 struct FolderResult {
     Json members;         ///< of the JSON object, besides "output" and "findings"
     std::string sentence; ///< for people, before the file's name
+    Findings findings;    ///< besides the folder's own
 };
 
 /// Reads the folder and lets `write` produce the file, which appears under its name once it is complete.
-int RunOnFolder(Context& context, const FolderOptions& options,
-                const std::function<FolderResult(const Story& story, Output& out)>& write);
+int RunOnFolder(
+    Context& context, const FolderOptions& options,
+    const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write);
 
 } // namespace NimaPost

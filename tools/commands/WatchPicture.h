@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/Findings.h"
 #include "tools/base/Output.h"
 #include "tools/names/Names.h"
 #include "tools/rings/LiveRings.h"
@@ -20,7 +21,7 @@ struct WatchTick {
     double seconds = 0; ///< since the previous tick
     const TraceLook* trace = nullptr;
     const RingsLook* rings = nullptr;
-    std::vector<std::string> notices;
+    std::vector<Finding> notices;
 
     double PerSecond(std::uint64_t count) const {
         return seconds > 0 ? static_cast<double>(count) / seconds : 0;
@@ -34,13 +35,18 @@ class WatchPicture {
 
     void Heading(const std::string& directory, const std::string& ending);
 
+    /// Lines that are printable as they are.
+    void Plain(const std::vector<std::string>& lines) {
+        lines_.insert(lines_.end(), lines.begin(), lines.end());
+    }
+
     void TraceHead();
 
     void Records(std::size_t most);
 
     void Rings();
 
-    void Remark(const std::string& notice) { Line("note: ", notice); }
+    void Remark(std::string_view notice) { Line("note: ", notice); }
 
     std::vector<std::string>& Lines() { return lines_; }
 

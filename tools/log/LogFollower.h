@@ -21,6 +21,10 @@ class LogFollower {
     /// Hands over the lines, without their ends, that have come since the last call. True if there were any.
     bool Poll(const Visitor& visitor);
 
+    /// Why the system refused to read the log as it is now, "Input/output error" for example; empty if it
+    /// never did.
+    std::string ReadError() const { return file_ ? file_->ReadError() : std::string(); }
+
   private:
     /// Beyond this many new bytes at a time the comparison with the old ones takes several rounds.
     static constexpr std::size_t kWindow = 1 << 20;

@@ -1,6 +1,7 @@
 #include "tools/report/PageData.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/base/FindingsJson.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/base/WallClock.h"
@@ -74,27 +75,21 @@ Json PageData::Marks() {
 Json PageData::Clock() const {
     constexpr std::int64_t kMillisecond = 1'000'000;
     const std::int64_t below = Modulo(origin_, kMillisecond);
-    Json statement = Json::array();
-    for (const Finding& finding : story_.Time().Statement()) {
-        statement.push_back(ToUtf8(finding.sentence));
-    }
     const bool wall = story_.Time().HasWall();
     return {{"wall", wall},
             {"origin", wall ? Json(WallTimeIso(origin_)) : Json()},
             {"originMs", wall ? Json((origin_ - below) / kMillisecond) : Json()},
             {"originNs", wall ? Json(below) : Json()},
             {"marks", Marks()},
-            {"statement", statement}};
+            {"statement", FindingsJson(story_.Time().Statement())}};
 }
 
 Json PageData::Files() const {
     Json json = Json::array();
     for (const FolderFile& file : story_.Files()) {
-        Json notes = Json::array();
-        for (const auto* findings : {&file.findings.damage, &file.findings.remarks}) {
-            for (const Finding& finding : *findings) {
-                notes.push_back(ToUtf8(finding.sentence));
-            }
+        Json notes = FindingsJson(file.findings.damage);
+        for (Json& remark : FindingsJson(file.findings.remarks)) {
+            notes.push_back(std::move(remark));
         }
         json.push_back({{"name", ToUtf8(file.name)},
                         {"kind", file.row != nullptr ? file.row->kind : "other"},
@@ -164,9 +159,21 @@ Json PageData::Pairs(const std::vector<std::pair<std::string, std::string>>& pai
 Json PageData::Stacks(const Crash& crash) const {
     Json json = Json::array();
     for (const StackTraceSource::Held* const held : crash.stacks) {
-        json.push_back({{"file", ToUtf8(story_.Files()[held->file].name)},
-                        {"header", held->content.report},
-                        {"frames", held->content.frames}});
+        Json stack{{"file", ToUtf8(story_.Files()[held->file].name)},
+                   {"header", held->content.report},
+                   {"frames", held->content.frames}};
+        const auto found = symbols_.find(held->file);
+        if (found != symbols_.end()) {
+            stack["resolved"] = Json::array();
+            for (std::size_t i = 0; i < held->content.frames.size(); ++i) {
+                stack["resolved"].push_back(FrameInWords(found->second.resolution, i));
+            }
+            stack["statement"] = Json::array();
+            for (const Finding& finding : found->second.statement) {
+                stack["statement"].push_back(ToUtf8(finding.sentence));
+            }
+        }
+        json.push_back(stack);
     }
     return json;
 }

@@ -21,7 +21,7 @@ bool Same(const RingBufferData& a, const RingBufferData& b) {
 
 } // namespace
 
-const RingsLook& LiveRings::Look(std::vector<std::string>& notices) {
+const RingsLook& LiveRings::Look(std::vector<Finding>& notices) {
     look_ = RingsLook();
     const InputFile* file = file_.Look(notices);
     const RingDirectory directoryBefore = directory_;
@@ -38,7 +38,8 @@ const RingsLook& LiveRings::Look(std::vector<std::string>& notices) {
     look_.process = StateOfProcess(look_.processId);
     const bool sameFile = known_ && generation_ == file_.Generation();
     if (sameFile && std::memcmp(&directory_, &directoryBefore, kDirectoryFields) != 0) {
-        notices.push_back("Process " + std::to_string(look_.processId) + " has laid the rings out again.");
+        notices.push_back({"rings-laid-out",
+                           "Process " + std::to_string(look_.processId) + " has laid the rings out again."});
     }
     const bool comparable = sameFile && directory_.segmentSize == directoryBefore.segmentSize &&
                             std::equal(std::begin(directory_.entryCounts), std::end(directory_.entryCounts),
@@ -61,7 +62,7 @@ const RingsLook& LiveRings::Look(std::vector<std::string>& notices) {
 bool LiveRings::ReadRecords(const InputFile& file) {
     std::array<char, kDirectoryFields> head{};
     if (file.ReadAt(0, head) < head.size()) {
-        look_.problem = file_.Name() + " ends inside its directory.";
+        look_.problem = file_.ProblemOr(file_.Name() + " ends inside its directory.");
         return false;
     }
     std::memcpy(&directory_, head.data(), head.size());
@@ -84,15 +85,15 @@ bool LiveRings::ReadRecords(const InputFile& file) {
         file.ReadAt(RING_DIRECTORY_SIZE, {reinterpret_cast<char*>(records_.data()), bytes});
     // The file lacks the last byte of the mapping.
     if (got + 1 < bytes) {
-        look_.problem = file_.Name() + " is cut: " + std::to_string(file.Size()) + " bytes of " +
-                        std::to_string(directory_.segmentSize - 1) + ".";
+        look_.problem = file_.ProblemOr(file_.Name() + " is cut: " + std::to_string(file.Size()) +
+                                        " bytes of " + std::to_string(directory_.segmentSize - 1) + ".");
         return false;
     }
     return true;
 }
 
 void LiveRings::Compare(std::uint32_t index, const RingBufferData* now, const RingBufferData* before,
-                        std::vector<std::string>& notices) {
+                        std::vector<Finding>& notices) {
     RingLook& ring = look_.rings[index];
     std::uint32_t usedBefore = 0;
     std::uint32_t fresh = 0;
@@ -120,7 +121,8 @@ void LiveRings::Compare(std::uint32_t index, const RingBufferData* now, const Ri
     if (before != nullptr) {
         ring.fresh = fresh;
         if (ring.used < usedBefore) {
-            notices.push_back("Ring " + std::string(Nima::Catalogue::kRings[index].name) + " was emptied.");
+            notices.push_back({"ring-emptied",
+                               "Ring " + std::string(Nima::Catalogue::kRings[index].name) + " was emptied."});
             newest_[index].reset();
         }
     }

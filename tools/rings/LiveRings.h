@@ -38,12 +38,12 @@ class LiveRings {
         : file_(directory + '/' + Nima::Catalogue::kRingSegment.narrow,
                 Nima::Catalogue::kRingSegment.narrow) {}
 
-    const RingsLook& Look(std::vector<std::string>& notices);
+    const RingsLook& Look(std::vector<Finding>& notices);
 
   private:
     bool ReadRecords(const InputFile& file);
     void Compare(std::uint32_t index, const RingBufferData* now, const RingBufferData* before,
-                 std::vector<std::string>& notices);
+                 std::vector<Finding>& notices);
     void TakeNewestBySeam(const InputFile& file);
 
     LiveFile file_;

@@ -41,8 +41,12 @@ bool Story::Read(const std::string& folder, std::string& problem) {
 }
 
 void Story::ForEach(const EventVisitor& visitor) const {
+    ForEach([](EventKind /*kind*/) { return true; }, visitor);
+}
+
+void Story::ForEach(const std::function<bool(EventKind)>& isWanted, const EventVisitor& visitor) const {
     for (const Source* source : telling_) {
-        if (!source->ForEach(visitor)) {
+        if (isWanted(source->Tells()) && !source->ForEach(visitor)) {
             return;
         }
     }

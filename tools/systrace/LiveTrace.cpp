@@ -42,7 +42,7 @@ std::vector<SysTraceEntry> ReadSlots(const InputFile& file, std::uint32_t slots,
 
 } // namespace
 
-const TraceLook& LiveTrace::Look(const Names& names, std::vector<std::string>& notices) {
+const TraceLook& LiveTrace::Look(const Names& names, std::vector<Finding>& notices) {
     look_ = TraceLook();
     const InputFile* file = file_.Look(notices);
     if (file == nullptr) {
@@ -68,7 +68,8 @@ bool LiveTrace::ReadHeader(const InputFile& file) {
     const std::size_t got = file.ReadAt(0, bytes);
     std::memcpy(&header, bytes.data(), bytes.size());
     if (got < bytes.size()) {
-        look_.problem = file_.Name() + " ends inside its header, after " + std::to_string(got) + " bytes.";
+        look_.problem = file_.ProblemOr(file_.Name() + " ends inside its header, after " +
+                                        std::to_string(got) + " bytes.");
     } else if ((header.flags & SYSTRACE_FLAG_FORMATTED) == 0 ||
                std::memcmp(header.magic, Nima::Catalogue::kSysTraceMagic, sizeof(header.magic)) != 0) {
         look_.problem = file_.Name() + " is not formatted.";
@@ -87,7 +88,7 @@ bool LiveTrace::ReadHeader(const InputFile& file) {
     return look_.problem.empty();
 }
 
-void LiveTrace::CountClaims(std::vector<std::string>& notices) {
+void LiveTrace::CountClaims(std::vector<Finding>& notices) {
     const SysTraceHeader& header = look_.header;
     const std::uint32_t claimed = header.wrapCount == -1 ? 0 : header.writeIndex + 1;
     if (claimed_) {
@@ -97,7 +98,7 @@ void LiveTrace::CountClaims(std::vector<std::string>& notices) {
         look_.newEntries = cleared ? claimed : more;
         if (cleared) {
             unsettled_.clear();
-            notices.push_back(file_.Name() + " was cleared or formatted again.");
+            notices.push_back({"trace-cleared", file_.Name() + " was cleared or formatted again."});
         }
     }
     claimed_ = claimed;

@@ -34,11 +34,11 @@ class LiveTrace {
         : file_(directory + '/' + Nima::Catalogue::kSysTraceSegment.narrow,
                 Nima::Catalogue::kSysTraceSegment.narrow) {}
 
-    const TraceLook& Look(const Names& names, std::vector<std::string>& notices);
+    const TraceLook& Look(const Names& names, std::vector<Finding>& notices);
 
   private:
     bool ReadHeader(const InputFile& file);
-    void CountClaims(std::vector<std::string>& notices);
+    void CountClaims(std::vector<Finding>& notices);
     void ReadEntries(const InputFile& file, const Names& names);
     void CountRecords(std::span<const SysTraceEntry> entries, std::uint32_t fresh);
 

@@ -9,7 +9,9 @@
 //      "summary": [["Error code", "0x0031AC05"], ["File", "/src/..."], ...],
 //      "exception": [["Address", "0x94b84000"], ...] | null,
 //      "extra": ["0x11", ...],
-//      "stacks": [{"file": "stacktrace123-1.txt", "header": ["..."], "frames": ["0x7f.. (name+0x1d8)", ...]}],
+//      "stacks": [{"file": "stacktrace123-1.txt", "header": ["..."], "frames": ["0x7f.. (name+0x1d8)", ...],
+//                  "resolved": [["Run() at scan.cpp:12", ...], ...],   by symbols, for each frame
+//                  "statement": ["...", ...]}],                       what that rests on
 //      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "events": 12}],
 //      "time": ns | null, "sure": 0 | 1 | 2}],
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time
@@ -17,9 +19,9 @@
 //             "originMs": ms | null,       the same, whole milliseconds since 1970 as if local time were UTC
 //             "originNs": ns | null,       and what is below a millisecond
 //             "marks": [["=", "exact"], ...],   the legend of the marks: by "sure", then that of overwritten lines
-//             "statement": ["...", ...]},
+//             "statement": [{"code": "...", "sentence": "..."}, ...]},
 //   "files": [{"name": "device.log", "kind": "text log", "bytes": 123,
-//              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": ["..."]}],
+//              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": [as "statement"]}],
 //   "rings": [{"name": "Panel", "entries": 256, "used": 12, "wrapped": "no" | "probably" | "perhaps",
 //              "oldest": ns | null, "newest": ns | null}],
 //   "processes": ["process 1, boot 1", ...],   in words, numbered from 1

@@ -22,7 +22,7 @@ function showUnread(files) {
   const items = files.flatMap((file) => {
     const notes = file.notes ?? [];
     const silent = file.state !== "ok" && notes.length === 0 ? [""] : [];
-    return [...notes, ...silent].map((note) => unreadItem(file, note));
+    return [...notes.map((note) => note.sentence), ...silent].map((text) => unreadItem(file, text));
   });
   const otherwise = files.length ? "Every file was read to the end." : "No file could be read.";
   byId("unread").append(...(items.length ? items : [element("li", "", otherwise)]));
@@ -33,7 +33,7 @@ function fileRow(file) {
   const state = element("td", "nowrap");
   state.append(stateBadge(file));
   const notes = element("td", "notes");
-  notes.append(...(file.notes ?? []).map((note) => element("p", "", note)));
+  notes.append(...(file.notes ?? []).map((note) => element("p", "", note.sentence)));
   row.append(element("td", "name", file.name), element("td", "nowrap", file.kind),
     element("td", "number", Number.isFinite(file.bytes) ? formatCount(file.bytes) : ""), state, notes);
   return row;
