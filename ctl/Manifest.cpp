@@ -137,7 +137,8 @@ Json Manifest::ToJson() const {
     }
     Json programList = Json::array();
     for (const std::string& program : programs) {
-        programList.push_back({{"path", ToUtf8(program)}, {"build_id", TextOrNull(NimaPost::BuildIdOf(program))}});
+        programList.push_back(
+            {{"path", ToUtf8(program)}, {"build_id", TextOrNull(NimaPost::BuildIdOf(program))}});
     }
     return {{"manifest", kVersion},
             {"tool", {{"name", "nima-ctl"}, {"version", NIMA_CTL_VERSION}}},
@@ -152,7 +153,7 @@ Json Manifest::ToJson() const {
             {"processes", std::move(processList)},
             {"hidden_processes", hidden},
             {"programs", std::move(programList)},
-            {"recording", recording}};
+            {"recording", recording.value_or(Json())}};
 }
 
 CollectedFile DescribeFile(const std::string& path, const std::string& name) {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -45,7 +46,7 @@ struct Manifest {
     /// By the name of the segment.
     std::map<std::string, MappingProcesses> segments;
     std::vector<std::string> programs;
-    Json recording; ///< null, or what `record` did
+    std::optional<Json> recording; ///< what `record` did
 
     Json ToJson() const;
 };

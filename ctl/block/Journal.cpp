@@ -33,6 +33,10 @@ constexpr std::size_t kWordsInLine = 4;
 /// A verb that only reads should not wait long.
 constexpr std::chrono::seconds kPatience{2};
 
+std::string PathIn(const std::string& directory, const std::string& name) {
+    return (std::filesystem::path(directory) / name).string();
+}
+
 std::vector<std::string> NamesIn(const std::string& directory) {
     std::vector<std::string> names;
     std::error_code error;
@@ -76,7 +80,7 @@ bool IsAbandoned(int file) {
 template <typename Action>
 void ForEachLiving(const std::string& directory, const Action& action) {
     for (const std::string& name : NamesIn(directory)) {
-        const Descriptor file = OpenNote(directory + '/' + name, O_RDONLY);
+        const Descriptor file = OpenNote(PathIn(directory, name), O_RDONLY);
         const auto note =
             file && !IsAbandoned(file.Number()) ? ParseNote(ReadText(file.Number())) : std::nullopt;
         if (note) {
@@ -120,7 +124,7 @@ Abandoned Collect(const std::string& directory, const NimaPost::FileIdentity& se
                   NimaPost::Findings& findings) {
     Abandoned abandoned;
     for (const std::string& name : NamesIn(directory)) {
-        const std::string path = directory + '/' + name;
+        const std::string path = PathIn(directory, name);
         const Descriptor file = OpenNote(path, O_RDONLY);
         if (!file || !IsAbandoned(file.Number())) {
             continue;
@@ -277,7 +281,7 @@ void CloseAbandoned(const std::string& directory, const NimaPost::Names& names,
                     NimaPost::Findings& findings) {
     const auto found = NamesIn(directory);
     const bool any = std::any_of(found.begin(), found.end(), [&](const std::string& name) {
-        const Descriptor file = OpenNote(directory + '/' + name, O_RDONLY);
+        const Descriptor file = OpenNote(PathIn(directory, name), O_RDONLY);
         return file && IsAbandoned(file.Number());
     });
     if (!any) {

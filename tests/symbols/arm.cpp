@@ -7,7 +7,7 @@ volatile int g_Sum = 0;
 }
 
 extern "C" [[gnu::noinline, gnu::target("thumb")]] void InThumb(int value) { // thumb begins
-    Add(value); // thumb
+    Add(value);                                                              // thumb
 }
 
 extern "C" [[gnu::noinline, gnu::target("arm")]] void InArm(int value) { // arm

@@ -117,6 +117,7 @@ void LogSet::LeaveCopiesOut(std::map<LogKey, LogFiles>& logs) {
         }
     }
     std::vector<const LogFile*> files;
+    files.reserve(order.size());
     for (const auto& [log, index] : order) {
         files.push_back(&sources_[index]);
     }

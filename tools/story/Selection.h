@@ -71,7 +71,7 @@ class Selection {
     std::vector<Finding> Remarks() const;
 
   private:
-    bool SettleBoot(const Processes& processes, std::string& problem);
+    bool SettleBoot(const Processes& known, std::string& problem);
     bool SettleRange(const Landmarks& landmarks, std::string& problem);
     bool CouldBeIn(const std::optional<std::int64_t>& time, const Certainty& certainty) const;
 
