@@ -146,8 +146,12 @@ TEST_F(Symbols, AStrippedProgramIsReadByWhatWasKept) {
     const std::string id = OutputOf("readelf -n " HOSTS "/symbols_host | sed -n 's/.*Build ID: //p'");
     const std::string process = file.substr(10, file.find('-') - 10);
     const auto manifest = [&](const std::string& build, const std::string& number) {
-        const std::string first =
-            ReadFile("run/modules.txt").substr(0, ReadFile("run/modules.txt").find('-'));
+        std::string first;
+        for (const std::string& line : Lines(ReadFile("run/modules.txt"))) {
+            if (first.empty() && line.ends_with("/symbols_host")) {
+                first = line.substr(0, line.find('-'));
+            }
+        }
         WriteFile("manifest.json",
                   R"({"manifest":1,"tool":{"name":"nima-ctl"},"processes":[{"process":)" + number +
                       R"(,"name":"host","modules":[{"path":"/bin/symbols_host","address":"0x)" + first +
