@@ -228,13 +228,15 @@ int Report(Context& context, const Options& options, const Manifest& manifest, F
 
 /// Returns false, with a reason and no file under the output's name, if that cannot be done.
 bool Pack(const Options& options, std::vector<Member>& members, Manifest& manifest, std::string& problem) {
+    // From here on a signal removes what has been begun.
+    const NimaPost::Interrupt interrupt;
     NimaPost::OutputFile file;
-    if (!file.Create(options.output, Segments(manifest.directory), problem)) {
+    if (!IsNoSegment(options.output, problem) ||
+        !file.Create(options.output, Segments(manifest.directory), problem)) {
         return false;
     }
     manifest.clocks = ReadClocks();
     FindProcesses(manifest, manifest.directory);
-    const NimaPost::Interrupt interrupt;
     int error = 0;
     const std::function<bool()> isToEnd = [&] {
         // Asked often, so that a full disk is noticed before everything has been read.
@@ -301,7 +303,10 @@ void AddCollectVerb(CLI::App& app, Context& context, Run& run) {
     CLI::App* verb = AddVerb(app, context, "collect", "Packs everything in the directory, with a manifest");
     verb->add_option("DIRECTORY", options->directory, "Instead of --directory");
     verb->add_option("-o,--output", options->output, "The archive, such as unit.tar.gz")->required();
-    verb->add_option("--program", options->programs, "Note the build ids of these programs and libraries");
+    verb->add_option("--program", options->programs,
+                     "Note the build ids of this program or library; may be given again")
+        ->type_name("FILE")
+        ->allow_extra_args(false);
     verb->callback([&run, options] { run = [options](Context& c) { return RunCollect(c, *options); }; });
 }
 

@@ -33,10 +33,20 @@ bool RollBackups(const std::string& file, unsigned backups, std::string& problem
     return true;
 }
 
+/// A device, or what a link leads to, is not renamed.
+bool CanKeepBackups(const Options& options, std::string& problem) {
+    struct stat status {};
+    if (options.backups > 0 && lstat(options.file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
+        problem = options.file + ": backups are kept of regular files alone";
+        return false;
+    }
+    return true;
+}
+
 int RunDump(Context& context, const Options& options) {
     std::string problem;
     const auto block = TraceBlock::Open(context.directory, Access::kRead, problem);
-    if (!block) {
+    if (!block || !IsNoSegment(options.file, problem) || !CanKeepBackups(options, problem)) {
         return Refuse(context, problem);
     }
     struct stat status {};

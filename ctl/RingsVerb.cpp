@@ -33,7 +33,7 @@ Json RingsJson(const RingsView& rings) {
 int RunRings(Context& context, const std::string& path) {
     std::string problem;
     const auto rings = ReadRings(context.directory, problem);
-    if (!rings) {
+    if (!rings || !IsNoSegment(path, problem)) {
         return Refuse(context, problem);
     }
     struct stat status {};

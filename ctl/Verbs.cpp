@@ -1,9 +1,12 @@
 #include "ctl/Verbs.h"
 
+#include "catalogue/Files.h"
 #include "tools/base/Text.h"
 
+#include <filesystem>
 #include <iostream>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 namespace NimaCtl {
@@ -27,6 +30,20 @@ CLI::App* AddVerb(CLI::App& app, Context& context, const std::string& name, cons
     verb->add_option("--names", context.namesFile, "Dictionary that turns numbers into words")
         ->type_name("FILE");
     return verb;
+}
+
+bool IsNoSegment(const std::string& path, std::string& problem) {
+    std::error_code error;
+    const std::filesystem::path place(path);
+    const std::filesystem::path target = std::filesystem::weakly_canonical(place, error);
+    for (const std::string name :
+         {Nima::Catalogue::kSysTraceSegment.narrow, Nima::Catalogue::kRingSegment.narrow}) {
+        if (place.filename() == name || target.filename() == name) {
+            problem = path + ": this is where a segment of the library is";
+            return false;
+        }
+    }
+    return true;
 }
 
 void AddWaitOption(CLI::App& verb, double& seconds, const std::string& what) {

@@ -48,6 +48,10 @@ inline std::chrono::nanoseconds SecondsOf(double seconds) {
 /// "--wait SECONDS".
 void AddWaitOption(CLI::App& verb, double& seconds, const std::string& what);
 
+/// Whether a verb may write to this path: never where a segment is, of this directory or of another, since
+/// that would take it away from the processes that map it. Otherwise `problem` says why not.
+bool IsNoSegment(const std::string& path, std::string& problem);
+
 /// Prints why nothing was done, on standard error and, if JSON was asked for, as an object on standard
 /// output. Returns the exit code for that.
 int Refuse(Context& context, const std::string& problem);

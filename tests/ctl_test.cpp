@@ -530,8 +530,19 @@ TEST_F(CtlTest, ADumpIsAFileLikeTheLibrarys) {
     EXPECT_TRUE(segment.starts_with(dump.substr(256)));
     EXPECT_GT(read["records"].size(), 0U);
 
-    EXPECT_EQ(Ctl({"dump", kTrace}).code, 2);
+    // The segments stay where the processes that map them look for them, and only files are rolled.
+    const std::string rings = ReadFile(kRings);
+    std::filesystem::create_symlink("SysTrace.bin", "link");
+    std::filesystem::create_symlink(kRings, "to the rings");
+    for (const char* target : {kTrace, kRings, "to the rings"}) {
+        EXPECT_EQ(Ctl({"dump", target}).code, 2) << target;
+        EXPECT_EQ(Ctl({"dump", target, "--backups", "1"}).code, 2) << target;
+        EXPECT_EQ(Ctl({"rings", target}).code, 2) << target;
+    }
+    EXPECT_EQ(Ctl({"dump", "link", "--backups", "1"}).code, 2);
+    EXPECT_FALSE(Exists("link.1"));
     EXPECT_TRUE(ReadFile(kTrace) == segment);
+    EXPECT_TRUE(ReadFile(kRings) == rings);
     EXPECT_EQ(Ctl({"dump", "no/such/folder"}).code, 2);
 }
 
@@ -775,7 +786,7 @@ TEST_F(CtlTest, CollectsARunningDeviceAndADeadOne) {
     EXPECT_GT(Post({"systrace", std::string("../out/") + kTrace, "--json"}).Parsed()["records"].size(), 0U);
 
     device.Kill();
-    EXPECT_EQ(Ctl({"collect", ".", "-o", "unit.tar.gz"}).code, 0);
+    EXPECT_EQ(Ctl({"collect", "--program", self, ".", "-o", "unit.tar.gz"}).code, 0);
     unpack();
     manifest = Json::parse(ReadFile("../out/manifest.json"));
     EXPECT_TRUE(manifest["processes"].empty());
