@@ -36,8 +36,12 @@ std::string Lines(const std::vector<Option>& options) {
             others += (others.empty() ? "" : " ") + name;
         }
         for (const std::string& name : option.names) {
-            text += " \\\n                '" + (option.repeated ? std::string("*") : "(" + others + ")") +
-                    name + "[" + Quoted(option.description) + "]" + Value(option) + "'";
+            text += " \\\n                '";
+            text += option.repeated ? std::string("*") : "(" + others + ")";
+            text += name;
+            text += "[" + Quoted(option.description) + "]";
+            text += Value(option);
+            text += "'";
         }
     }
     return text;

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <memory>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -72,8 +71,8 @@ class Program {
 
     /// The same on a large terminal, as the job of a shell that says whether the terminal echoes when the job
     /// is stopped, and continues it.
-    static std::unique_ptr<Program> AsJob(const std::vector<std::string>& arguments) {
-        return std::unique_ptr<Program>(new Program(arguments, 100, 40, BeShell));
+    static Program AsJob(const std::vector<std::string>& arguments) {
+        return Program(arguments, 100, 40, BeShell);
     }
 
     Program(const Program&) = delete;
@@ -452,32 +451,32 @@ TEST_F(WatchTest, KeysSteerTheTrace) {
         std::memcpy(&word, ReadFile(kTrace).data() + 44 + index * 4, sizeof(word));
         return word;
     };
-    const auto watch = Program::AsJob({"watch", "--control", "--interval", "50"});
-    watch->ReadUpTo("component 0: level 0, level 1");
-    watch->Type('5');
-    watch->ReadUpTo("component 5: level 0, level 1");
-    watch->Type('+');
-    watch->ReadUpTo("component 5: level 2 is open");
+    Program watch = Program::AsJob({"watch", "--control", "--interval", "50"});
+    watch.ReadUpTo("component 0: level 0, level 1");
+    watch.Type('5');
+    watch.ReadUpTo("component 5: level 0, level 1");
+    watch.Type('+');
+    watch.ReadUpTo("component 5: level 2 is open");
     EXPECT_EQ(filterWord(8), 0x04000000U);
-    watch->ReadUpTo("component 5: level 0, level 1, level 2");
+    watch.ReadUpTo("component 5: level 0, level 1, level 2");
     for (int i = 0; i < 3; ++i) {
-        watch->Type('-');
+        watch.Type('-');
     }
-    watch->ReadUpTo("component 5: level 0 is closed");
+    watch.ReadUpTo("component 5: level 0 is closed");
     EXPECT_EQ(filterWord(8), 0U);
     EXPECT_EQ(filterWord(0), ~0x04000000U);
-    watch->Type('d');
-    watch->ReadUpTo("the trace is in SysTrace-");
+    watch.Type('d');
+    watch.ReadUpTo("the trace is in SysTrace-");
     EXPECT_EQ(Listing(".").size(), 3U);
 
-    watch->Forget();
-    watch->Type('\x1a');
-    EXPECT_TRUE(watch->ReadUpTo(">").ends_with("\x1b[?1049l<stopped, echoes>"));
-    watch->ReadUpTo("\x1b[?1049h");
-    watch->ReadUpTo("closed");
-    watch->Type('q');
-    EXPECT_TRUE(watch->Rest().ends_with("\x1b[?1049l"));
-    EXPECT_EQ(watch->Status(), 0);
+    watch.Forget();
+    watch.Type('\x1a');
+    EXPECT_TRUE(watch.ReadUpTo(">").ends_with("\x1b[?1049l<stopped, echoes>"));
+    watch.ReadUpTo("\x1b[?1049h");
+    watch.ReadUpTo("closed");
+    watch.Type('q');
+    EXPECT_TRUE(watch.Rest().ends_with("\x1b[?1049l"));
+    EXPECT_EQ(watch.Status(), 0);
 
     Program blind({"watch", "--control"});
     EXPECT_NE(blind.Rest().find("needs a terminal"), std::string::npos);

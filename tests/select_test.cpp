@@ -77,7 +77,7 @@ TEST_F(Select, ExpressionsTakeOrLeaveWholeMessages) {
     WriteTwoBoots();
     const auto with = [&](List more) {
         more.insert(more.begin(), {"log", "device.log", "--not", "Calibration"});
-        const List ofFile = Texts(more);
+        List ofFile = Texts(more);
         more[1] = ".";
         EXPECT_EQ(Texts(more), ofFile);
         return ofFile;

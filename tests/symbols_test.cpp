@@ -50,8 +50,10 @@ std::string Calls(const Json& symbols) {
                     std::string name = call["function"];
                     name = name.substr(0, name.find('(', 1));
                     name = name.substr(name.rfind("::") == std::string::npos ? 0 : name.rfind("::") + 2);
-                    told += name + (call["inlined"].get<bool>() ? "<" : "@") + file + ":" +
-                            std::to_string(call["line"].get<int>()) + " ";
+                    told += name;
+                    told += call["inlined"].get<bool>() ? "<" : "@";
+                    told += file;
+                    told += ":" + std::to_string(call["line"].get<int>()) + " ";
                 }
             }
         }
@@ -73,8 +75,12 @@ class Symbols : public Sandbox {
         fs::remove_all("run");
         fs::create_directory("run");
         for (const std::string& file : {std::string(HOSTS) + "/" + host, std::string(LIBRARY)}) {
-            const std::string copy = "run/" + fs::path(file).filename().string();
-            Do(strip.empty() ? "cp " + file + " " + copy : OBJCOPY " " + strip + " " + file + " " + copy);
+            std::string command = strip.empty() ? "cp " : OBJCOPY " ";
+            for (const std::string& word : {strip, file, "run/" + fs::path(file).filename().string()}) {
+                command += word;
+                command += ' ';
+            }
+            Do(command);
         }
         [[maybe_unused]] const int died = std::system(
             ("cd run && LD_LIBRARY_PATH=. ./" + host + " " + way + " >out 2>&1").c_str()); // NOLINT

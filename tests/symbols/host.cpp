@@ -74,6 +74,7 @@ void WriteModules() {
 
 } // namespace
 
+// NOLINTNEXTLINE(bugprone-exception-escape): one of its deaths
 int main(int argc, char** argv) {
     WriteModules();
     InstallCrashHandler(0);
