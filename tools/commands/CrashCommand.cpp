@@ -1,6 +1,7 @@
 #include "tools/base/InputFile.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/crash/CrashLog.h"
 #include "tools/crash/CrashSummary.h"
 #include "tools/crash/StackTrace.h"
@@ -104,8 +105,7 @@ void PrintStack(Output& out, const StackTrace& stack) {
     }
 }
 
-int RunStack(Context& context, const InputFile& file, std::string_view text) {
-    Findings findings;
+int ShowStack(Context& context, const InputFile& file, std::string_view text, Findings& findings) {
     const StackTrace stack = ReadStackTrace(text, findings);
     file.ReportReadProblem(findings);
     if (context.json) {
@@ -123,24 +123,18 @@ int RunStack(Context& context, const InputFile& file, std::string_view text) {
     return ExitCodeOf(findings);
 }
 
-int RunCrash(Context& context, const std::string& path) {
-    std::string problem;
-    const auto file = InputFile::Open(path, problem);
-    if (!file) {
-        return ReportUnopened(context, problem);
-    }
-    const std::string text = file->ReadAll(kMostTextBytes);
+int ShowCrash(Context& context, const InputFile& file, Findings& findings) {
+    const std::string text = file.ReadAll(kMostTextBytes);
     if (LooksLikeStackTrace(text)) {
-        return RunStack(context, *file, text);
+        return ShowStack(context, file, text, findings);
     }
-    Findings findings;
     const auto log = ReadCrashLog(text, findings);
     if (!log) {
-        return ReportUnusable(context, *file, findings);
+        return ReportUnusable(context, file, findings);
     }
-    file->ReportReadProblem(findings);
+    file.ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(CrashJson(path, *log, findings));
+        context.out.WriteJson(CrashJson(file.Path(), *log, findings));
         context.out.Write("\n");
     } else {
         PrintCrash(context.out, *log);
@@ -149,14 +143,23 @@ int RunCrash(Context& context, const std::string& path) {
     return ExitCodeOf(findings);
 }
 
+int RunCrash(Context& context, const InputOptions& options) {
+    const auto isCrash = [](std::string_view front, std::uint64_t /*size*/) {
+        return LooksLikeCrashLog(front) || LooksLikeStackTrace(front);
+    };
+    return RunOnFiles(
+        context, options, {"crash log or stack trace", isCrash},
+        [&](const InputFile& file, Findings& findings) { return ShowCrash(context, file, findings); });
+}
+
 } // namespace
 
 void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
-    auto path = std::make_shared<std::string>();
+    auto options = std::make_shared<InputOptions>();
     CLI::App* command =
         AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
-    command->add_option("FILE", *path, "The crash log, or a stack-trace file")->required();
-    command->callback([&run, path] { run = [path](Context& c) { return RunCrash(c, *path); }; });
+    AddInputOptions(*command, *options, "FILE", "The crash log, or a stack-trace file");
+    command->callback([&run, options] { run = [options](Context& c) { return RunCrash(c, *options); }; });
 }
 
 } // namespace NimaPost

@@ -7,10 +7,13 @@
 #include "tools/base/TimeMarks.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/FolderCommand.h"
+#include "tools/commands/InputOptions.h"
+#include "tools/input/StandardInput.h"
 #include "tools/log/LogFilter.h"
 #include "tools/log/LogFollower.h"
 #include "tools/log/LogSet.h"
 #include "tools/log/ShownLines.h"
+#include "tools/story/Folder.h"
 
 #include <algorithm>
 #include <array>
@@ -28,7 +31,7 @@ namespace {
 constexpr std::chrono::milliseconds kPause(100);
 
 struct Options {
-    std::vector<std::string> files;
+    InputOptions input;
     std::vector<std::string> levels;
     std::vector<std::string> tracers;
     std::vector<std::string> threads;
@@ -139,7 +142,7 @@ Json ProcessesJson(const LogSet& logs) {
         }
         processes.push_back({{"process", processes.size() + 1},
                              {"boot", process.boot > 0 ? Json(process.boot) : Json()},
-                             {"evidence", CodeOf(process.evidence)},
+                             {"evidence", EvidenceCodeOf(process)},
                              {"first", process.hasWall ? Json(WallTimeIso(process.first)) : Json()},
                              {"last", process.hasWall ? Json(WallTimeIso(process.last)) : Json()},
                              {"threads", std::move(threads)}});
@@ -147,9 +150,9 @@ Json ProcessesJson(const LogSet& logs) {
     return processes;
 }
 
-Findings Summary(const LogSet& logs) {
-    Findings findings;
-    findings.damage = logs.Unusable().damage;
+void AddSummary(const LogSet& logs, Findings& findings) {
+    const Findings& unusable = logs.Unusable();
+    findings.damage.insert(findings.damage.end(), unusable.damage.begin(), unusable.damage.end());
     for (const LogSet::Source& source : logs.Sources()) {
         findings.Append(source.file.Path(), source.findings);
     }
@@ -158,7 +161,6 @@ Findings Summary(const LogSet& logs) {
     }
     const Findings problems = logs.ReadProblems();
     findings.damage.insert(findings.damage.end(), problems.damage.begin(), problems.damage.end());
-    return findings;
 }
 
 /// Hands over the lines of the wanted boot and process.
@@ -196,8 +198,11 @@ void PrintText(Context& context, const LogSet& logs, const Options& options, Log
 }
 
 void PrintJson(Context& context, const LogSet& logs, const Options& options, LogFilter& filter,
-               const Findings& findings) {
+               const DeviceInput& input, const Findings& findings) {
     JsonDocument document(context.out);
+    if (!input.one) {
+        document.Member("device", ToUtf8(input.where));
+    }
     document.Member("findings", FindingsJson(findings));
     document.Member("processes", ProcessesJson(logs));
     document.BeginArray("lines");
@@ -272,12 +277,51 @@ int Follow(Context& context, const std::string& path, LogFilter& filter) {
     return told.empty() ? kExitFine : kExitDamaged;
 }
 
-std::string NothingToRead(const LogSet& logs) {
+std::string NothingToRead(const LogSet& logs, const std::string& where) {
     std::string problem = "nothing to read:";
     for (const Finding& finding : logs.Unusable().damage) {
         problem += ' ' + finding.sentence;
     }
-    return problem;
+    return logs.Unusable().damage.empty() ? where + ": no text log in it" : problem;
+}
+
+int ShowLogs(Context& context, const Options& options, LogFilter& filter, const DeviceInput& input,
+             Findings& findings) {
+    LogSet logs;
+    const auto manifest = ManifestOf(input.device, findings);
+    logs.SetCollected(manifest ? manifest->Moment() : std::nullopt);
+    logs.Add(input.device);
+    if (logs.Sources().empty()) {
+        const Findings& unusable = logs.Unusable();
+        if (!context.json) {
+            PrintFindings(context, findings);
+        }
+        findings.damage.insert(findings.damage.end(), unusable.damage.begin(), unusable.damage.end());
+        return ReportUnusable(context, NothingToRead(logs, input.where), findings);
+    }
+    logs.Arrange();
+    Processes processes;
+    for (const LogProcess& process : logs.Processes()) {
+        processes.Add(FactsOf(process));
+    }
+    const std::string problem = options.selection.Missing(processes);
+    if (!problem.empty()) {
+        return ReportUnusable(context, problem);
+    }
+    AddSummary(logs, findings);
+    if (logs.LaterThanCollected() > 0) {
+        findings.Damage("manifest-contradicted",
+                        Counted(logs.LaterThanCollected(), "date") +
+                            " in the logs later than the moment at which the manifest was written.");
+    }
+    if (context.json) {
+        PrintJson(context, logs, options, filter, input, findings);
+    } else {
+        PrintFindings(context, findings);
+        PrintText(context, logs, options, filter);
+        PrintFindings(context, LateProblems(logs, findings));
+    }
+    return std::max(ExitCodeOf(findings), ExitCodeOf(LateProblems(logs, findings)));
 }
 
 int RunLog(Context& context, const Options& options) {
@@ -287,39 +331,22 @@ int RunLog(Context& context, const Options& options) {
         return ReportUnusable(context, problem);
     }
     if (options.follow) {
-        if (options.files.size() != 1) {
+        const std::vector<std::string>& paths = options.input.paths;
+        if (paths.size() != 1 || paths.front() == kStandardInput) {
             return ReportUnusable(context, "--follow takes one file");
         }
-        if (!CanFollow(options.files.front(), problem)) {
+        if (!CanFollow(paths.front(), problem)) {
             return ReportUnopened(context, problem);
         }
-        return Follow(context, options.files.front(), filter);
+        return Follow(context, paths.front(), filter);
     }
-    LogSet logs;
-    for (const std::string& path : options.files) {
-        logs.Add(path, !options.alone);
-    }
-    if (logs.Sources().empty()) {
-        return ReportUnusable(context, NothingToRead(logs), logs.Unusable());
-    }
-    logs.Arrange();
-    Processes processes;
-    for (const LogProcess& process : logs.Processes()) {
-        processes.Add(FactsOf(process));
-    }
-    problem = options.selection.Missing(processes);
-    if (!problem.empty()) {
-        return ReportUnusable(context, problem);
-    }
-    const Findings findings = Summary(logs);
-    if (context.json) {
-        PrintJson(context, logs, options, filter, findings);
-    } else {
-        PrintFindings(context, findings);
-        PrintText(context, logs, options, filter);
-        PrintFindings(context, LateProblems(logs, findings));
-    }
-    return std::max(ExitCodeOf(findings), ExitCodeOf(LateProblems(logs, findings)));
+    return RunOnDevices(
+        context, options.input, !options.alone, [&](const DeviceInput& input, Findings& findings) {
+            // It remembers what it has judged.
+            LogFilter own;
+            return MakeFilter(options, own, problem) ? ShowLogs(context, options, own, input, findings)
+                                                     : ReportUnusable(context, problem);
+        });
 }
 
 } // namespace
@@ -327,8 +354,7 @@ int RunLog(Context& context, const Options& options) {
 void AddLogCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time");
-    command->add_option("FILE", options->files, "Logs; their backups (FILE.1 ...) are read as well")
-        ->required();
+    AddInputOptions(*command, options->input, "FILE", "Logs; their backups (FILE.1 ...) are read as well");
     command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and more severe")
         ->delimiter(',');
     command->add_option("--tracer", options->tracers, "Only lines of these tracers");

@@ -91,7 +91,7 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
         out.Write(",\n");
     };
     member("tool", "nima-post " NIMA_POST_VERSION);
-    member("folder", FolderName(options.files.folder));
+    member("folder", FolderName(story.Where()));
     member("generated", Now());
     member("crashes", data.Crashes());
     member("clock", data.Clock());

@@ -1,6 +1,7 @@
 #include "tools/axis/Processes.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/names/EventFormat.h"
 #include "tools/rings/Merge.h"
 #include "tools/rings/RingText.h"
@@ -15,7 +16,7 @@ namespace NimaPost {
 namespace {
 
 struct Options {
-    std::string file;
+    InputOptions input;
     std::vector<std::string> rings;
     std::optional<std::uint64_t> last;
     bool merge = false;
@@ -152,9 +153,10 @@ void KeepLast(Records& records, const Options& options) {
     }
 }
 
-void PrintJson(Context& context, const Options& options, RingSet& set, const Findings& findings) {
+void PrintJson(Context& context, const Options& options, const InputFile& file, RingSet& set,
+               const Findings& findings) {
     JsonDocument document(context.out);
-    document.Member("file", ToUtf8(options.file));
+    document.Member("file", ToUtf8(file.Path()));
     document.Member("kind", set.isText ? "text dump" : "segment");
     document.Member("process", set.processId ? Json(*set.processId) : Json());
     document.Member("written", set.date ? Json(WallTimeIso(set.date->Earliest())) : Json());
@@ -214,25 +216,19 @@ void AddRemarks(const RingSet& set, Findings& findings) {
     }
 }
 
-int RunRings(Context& context, const Options& options) {
-    std::string problem;
-    const auto file = InputFile::Open(options.file, problem);
-    if (!file) {
-        return ReportUnopened(context, problem);
-    }
-    Findings findings;
-    auto set = Read(*file, findings);
+int ShowRings(Context& context, const Options& options, const InputFile& file, Findings& findings) {
+    auto set = Read(file, findings);
     if (!set) {
-        return ReportUnusable(context, *file, findings);
+        return ReportUnusable(context, file, findings);
     }
-    file->ReportReadProblem(findings);
+    file.ReportReadProblem(findings);
     const std::string missing = KeepNamed(set->rings, options.rings);
     if (!missing.empty()) {
-        return ReportUnusable(context, options.file + ": no ring \"" + missing + "\"");
+        return ReportUnusable(context, file.Path() + ": no ring \"" + missing + "\"");
     }
     AddRemarks(*set, findings);
     if (context.json) {
-        PrintJson(context, options, *set, findings);
+        PrintJson(context, options, file, *set, findings);
         return ExitCodeOf(findings);
     }
     PrintTable(context.out, *set);
@@ -247,13 +243,23 @@ int RunRings(Context& context, const Options& options) {
     return ExitCodeOf(findings);
 }
 
+bool IsRings(std::string_view front, std::uint64_t size) {
+    return LooksLikeRingText(front) || LooksLikeRingSegment(front, size);
+}
+
+int RunRings(Context& context, const Options& options) {
+    return RunOnFiles(context, options.input, {"rings", IsRings},
+                      [&](const InputFile& file, Findings& findings) {
+                          return ShowRings(context, options, file, findings);
+                      });
+}
+
 } // namespace
 
 void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it");
-    command->add_option("FILE", options->file, "The segment \"System Ring Buffers\", or a text dump")
-        ->required();
+    AddInputOptions(*command, options->input, "FILE", "The segment \"System Ring Buffers\", or a text dump");
     command->add_option("--ring", options->rings, "Only these rings, by name or index")->delimiter(',');
     command->add_flag("--merge", options->merge, "All rings in one order of time");
     command

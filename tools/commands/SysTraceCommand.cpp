@@ -2,6 +2,7 @@
 #include "tools/axis/Processes.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/systrace/RecordText.h"
 #include "tools/systrace/SysTrace.h"
 
@@ -13,7 +14,7 @@ namespace NimaPost {
 namespace {
 
 struct Options {
-    std::string file;
+    InputOptions input;
     std::vector<std::string> components;
     std::vector<std::string> levels;
     std::vector<std::string> threads;
@@ -184,10 +185,10 @@ void PrintText(Context& context, const SysTraceFile& trace, const std::vector<st
     }
 }
 
-void PrintJson(Output& out, const Options& options, const SysTraceFile& trace,
+void PrintJson(Output& out, const InputFile& file, const SysTraceFile& trace,
                const std::vector<std::uint32_t>& selected, const Names& names, const Findings& findings) {
     JsonDocument document(out);
-    document.Member("file", ToUtf8(options.file));
+    document.Member("file", ToUtf8(file.Path()));
     document.Member("kind", trace.isDump ? "dump" : "segment");
     document.Member("bytes", trace.bytes);
     document.Member("header", HeaderJson(trace, names));
@@ -202,29 +203,35 @@ void PrintJson(Output& out, const Options& options, const SysTraceFile& trace,
     document.End();
 }
 
+int ShowTrace(Context& context, const Options& options, const Filter& filter, const InputFile& file,
+              Findings& findings) {
+    const auto trace = ReadSysTrace(file, context.names, findings);
+    if (!trace) {
+        return ReportUnusable(context, file, findings);
+    }
+    file.ReportReadProblem(findings);
+    const auto selected = Select(*trace, filter, options.last);
+    if (context.json) {
+        PrintJson(context.out, file, *trace, selected, context.names, findings);
+    } else {
+        PrintText(context, *trace, selected, findings);
+    }
+    return ExitCodeOf(findings);
+}
+
 int RunSysTrace(Context& context, const Options& options) {
     Filter filter;
     std::string problem;
     if (!MakeFilter(options, context.names, filter, problem)) {
         return ReportUnusable(context, problem);
     }
-    const auto file = InputFile::Open(options.file, problem);
-    if (!file) {
-        return ReportUnopened(context, problem);
-    }
-    Findings findings;
-    const auto trace = ReadSysTrace(*file, context.names, findings);
-    if (!trace) {
-        return ReportUnusable(context, *file, findings);
-    }
-    file->ReportReadProblem(findings);
-    const auto selected = Select(*trace, filter, options.last);
-    if (context.json) {
-        PrintJson(context.out, options, *trace, selected, context.names, findings);
-    } else {
-        PrintText(context, *trace, selected, findings);
-    }
-    return ExitCodeOf(findings);
+    const auto isTrace = [](std::string_view front, std::uint64_t /*size*/) {
+        return LooksLikeSysTrace(front);
+    };
+    return RunOnFiles(context, options.input, {"binary trace", isTrace},
+                      [&](const InputFile& file, Findings& findings) {
+                          return ShowTrace(context, options, filter, file, findings);
+                      });
 }
 
 } // namespace
@@ -233,7 +240,7 @@ void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command =
         AddCommand(app, context, "systrace", "The binary trace: a dump (\"SysTrace.bin\") or the segment");
-    command->add_option("FILE", options->file, "The dump or the segment \"SysTrace Buffer\"")->required();
+    AddInputOptions(*command, options->input, "FILE", "The dump or the segment \"SysTrace Buffer\"");
     command->add_option("--component", options->components, "Only these components, by number or name")
         ->delimiter(',');
     command->add_option("--level", options->levels, "Only these levels, 0 to 3")->delimiter(',');

@@ -61,12 +61,8 @@ class Unpacking {
             ++done_;
         }
         const std::string problem = archive.TakeProblem();
-        if (!problem.empty() && triesAgain) {
-            NoteDamage(problem);
-            return false;
-        }
         NoteDamage(problem);
-        return true;
+        return problem.empty() || !triesAgain;
     }
 
     bool Take(ArchiveReader& archive, const ArchiveMember& member, bool triesAgain) {
@@ -90,13 +86,10 @@ class Unpacking {
             return true;
         }
         const bool whole = ReadMember(archive, path);
-        const std::string problem = archive.TakeProblem();
-        if (!problem.empty()) {
-            NoteDamage(problem);
-            if (triesAgain && !whole) {
-                store_.DropMember();
-                return false;
-            }
+        NoteDamage(archive.TakeProblem());
+        if (!whole && triesAgain) {
+            store_.DropMember();
+            return false;
         }
         Keep(member, isCompressedFile, parts, path);
         return true;
@@ -217,10 +210,13 @@ class Unpacking {
                 special_.count > 0 ? special_.InWords("device or other special file") : std::string();
             findings.Remark("not-a-file", path + ": " + link + both + special + " in it, left alone.");
         }
-        if (outside_.count + unnamed_.count > 0) {
-            const Odd& odd = outside_.count > 0 ? outside_ : unnamed_;
-            findings.Remark("odd-name", path + ": " + odd.InWords("file") +
+        if (outside_.count > 0) {
+            findings.Remark("odd-name", path + ": " + outside_.InWords("file") +
                                             " whose name leads out of the folder; nothing is written there.");
+        }
+        if (unnamed_.count > 0) {
+            findings.Damage("odd-name",
+                            path + ": " + unnamed_.InWords("file") + " without a name, not read.");
         }
     }
 

@@ -19,8 +19,11 @@ bool FitOneClock(const LogProcess& a, const LogProcess& b) {
            WallOffset(*a.date, 0).Compare(*b.date, StepForward(a.counter, b.counter)).misfit <= kFitsClosely;
 }
 
-const char* CodeOf(BootEvidence evidence) {
-    switch (evidence) {
+const char* EvidenceCodeOf(const LogProcess& process) {
+    if (process.collected) {
+        return "manifest";
+    }
+    switch (process.evidence) {
         case BootEvidence::kFirst:
             return "first";
         case BootEvidence::kUptime:
@@ -38,6 +41,9 @@ const char* CodeOf(BootEvidence evidence) {
 }
 
 std::string InWords(const LogProcess& process) {
+    if (process.collected) {
+        return "of the boot in which the files were collected";
+    }
     switch (process.evidence) {
         case BootEvidence::kFirst:
             return "the first in its log";

@@ -42,16 +42,19 @@ struct LogProcess {
     BootEvidence evidence = BootEvidence::kFirst;
     std::int64_t misfit = 0; ///< nanoseconds, by which the dates miss one clock
     std::size_t boot = 0;    ///< from 1; 0 where nothing is dated
+    bool collected = false;  ///< of the boot in which the files were collected, which outweighs the evidence
+    bool apart = false;      ///< so, but not the process before
 
     /// Takes over what another log tells of the same process.
     void Absorb(const LogProcess& other);
-    bool StartsABoot() const { return evidence != BootEvidence::kClocksFit; }
+    bool StartsABoot() const { return evidence != BootEvidence::kClocksFit || apart; }
 };
 
 /// Whether the dates and counters of two processes fit one clock closely.
 bool FitOneClock(const LogProcess& a, const LogProcess& b);
 
-const char* CodeOf(BootEvidence evidence);
+/// Of what tells its boot.
+const char* EvidenceCodeOf(const LogProcess& process);
 /// A sentence for people.
 std::string InWords(const LogProcess& process);
 

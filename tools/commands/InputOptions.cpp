@@ -1,0 +1,201 @@
+#include "tools/commands/InputOptions.h"
+
+#include "tools/base/Text.h"
+#include "tools/input/EvidenceReader.h"
+#include "tools/story/Folder.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace NimaPost {
+
+namespace {
+
+/// What each part of a call had to show, one after the other.
+class Parts {
+  public:
+    Parts(Context& context, bool several) : context_(context), several_(several) {
+        if (several_ && context_.json) {
+            context_.out.Write("[\n");
+        }
+    }
+
+    /// `name` is the heading.
+    void Add(const std::string& name, const std::function<int()>& run) {
+        if (several_ && !context_.json) {
+            context_.out.Line((codes_.empty() ? "== " : "\n== ") + Printable(name));
+        } else if (!codes_.empty() && context_.json) {
+            context_.out.Write(",\n");
+        }
+        codes_.push_back(run());
+    }
+
+    int End() {
+        if (several_ && context_.json) {
+            context_.out.Write("]\n");
+        }
+        const auto [least, most] = std::minmax_element(codes_.begin(), codes_.end());
+        return *most == kExitUnusable && *least != kExitUnusable ? kExitDamaged : *most;
+    }
+
+  private:
+    Context& context_;
+    bool several_;
+    std::vector<int> codes_;
+};
+
+std::string AllPaths(const InputOptions& options) {
+    std::string all;
+    for (const std::string& path : options.paths) {
+        all += (all.empty() ? "" : ", ") + path;
+    }
+    return all;
+}
+
+int ReportNothing(Context& context, const InputOptions& options, const std::string& missing,
+                  const Findings& findings) {
+    if (!context.json) {
+        PrintFindings(context, findings);
+    }
+    return ReportUnusable(context, AllPaths(options) + ": " + missing, findings);
+}
+
+/// Leaves only the devices that were asked for. False, with the reason, if one of them is not there.
+bool KeepAsked(const InputOptions& options, std::vector<Device>& devices, std::string& problem) {
+    const auto named = [](const std::string& name) {
+        return [&name](const Device& device) { return device.name == name; };
+    };
+    for (const std::string& name : options.devices) {
+        if (std::none_of(devices.begin(), devices.end(), named(name))) {
+            problem = "no device \"" + name + "\" in it; there are:";
+            for (const Device& device : devices) {
+                problem += ' ' + (device.name.empty() ? std::string("\"\"") : device.name);
+            }
+            return false;
+        }
+    }
+    std::erase_if(devices, [&](const Device& device) {
+        return !options.devices.empty() && std::find(options.devices.begin(), options.devices.end(),
+                                                     device.name) == options.devices.end();
+    });
+    return true;
+}
+
+/// False, with the reason, where all that was named cannot be opened.
+bool OpensAny(const std::vector<Device>& devices, std::string& problem) {
+    bool any = devices.empty();
+    for (const Device& device : devices) {
+        for (const EvidenceFile& file : device.files) {
+            any = any || !file.named || file.problem.empty();
+            problem = problem.empty() ? file.problem : problem;
+        }
+    }
+    return any;
+}
+
+/// Leaves one device, if there is no other with anything in it.
+void LeaveOutEmpty(std::vector<Device>& devices, Findings& findings) {
+    if (devices.empty()) {
+        devices.emplace_back();
+    }
+    if (devices.size() == 1) {
+        return;
+    }
+    const auto last = std::stable_partition(devices.begin(), devices.end(), HoldsEvidence);
+    const auto empty = last == devices.begin() ? last + 1 : last;
+    std::for_each(empty, devices.end(), [&](const Device& device) {
+        for (const EvidenceFile& file : device.files) {
+            if (!file.problem.empty()) {
+                findings.Damage("cannot-open", file.problem);
+            }
+        }
+    });
+    devices.erase(empty, devices.end());
+}
+
+} // namespace
+
+void AddInputOptions(CLI::App& command, InputOptions& options, const std::string& name,
+                     const std::string& description) {
+    const auto limit = [&](const char* option, auto& value, const char* text, const char* type) {
+        return command.add_option(option, value, text)->type_name(type)->group("Limits");
+    };
+    command.add_option(name, options.paths, description + "; a folder, an archive, or - for standard input")
+        ->required();
+    command.add_option("--device", options.devices, "Of several devices only this one (again for more)")
+        ->type_name("NAME");
+    limit("--max-unpacked", options.limits.unpackedBytes, "Bytes to unpack in all", "SIZE")
+        ->transform(CLI::AsSizeValue(false));
+    limit("--max-ratio", options.limits.ratio,
+          "How many times larger than its compressed form a file above 256 MiB may be", "N")
+        ->check(CLI::PositiveNumber);
+    limit("--max-members", options.limits.members, "Files in archives and folders", "N")
+        ->check(CLI::PositiveNumber);
+    limit("--max-depth", options.limits.depth, "Archives in archives", "N")->check(CLI::PositiveNumber);
+    limit("--max-line", options.limits.lineBytes, "Bytes of a line of a text log", "SIZE")
+        ->transform(CLI::AsSizeValue(false));
+}
+
+int RunOnFiles(Context& context, const InputOptions& options, const FileKind& kind,
+               const std::function<int(const InputFile& file, Findings& findings)>& run) {
+    Evidence evidence = ReadEvidence(options.paths, options.limits);
+    Findings findings = std::move(evidence.findings);
+    std::string problem;
+    if (!KeepAsked(options, evidence.devices, problem)) {
+        return ReportNothing(context, options, problem, findings);
+    }
+    std::vector<EvidenceFile*> files;
+    for (Device& device : evidence.devices) {
+        for (EvidenceFile& file : device.files) {
+            std::uint64_t size = 0;
+            if (file.named || kind.recognise(file.Front(size), size)) {
+                files.push_back(&file);
+                continue;
+            }
+            if (!file.problem.empty()) {
+                findings.Damage("cannot-open", file.problem);
+            }
+            file.content.reset();
+        }
+    }
+    if (files.empty()) {
+        return ReportNothing(context, options, "no " + std::string(kind.name) + " in it", findings);
+    }
+    Parts parts(context, files.size() > 1);
+    for (EvidenceFile* const file : files) {
+        parts.Add(file->path, [&] {
+            const auto input = file->Open(problem);
+            const int code = input ? run(*input, findings) : ReportUnopened(context, problem);
+            findings = Findings();
+            return code;
+        });
+    }
+    return parts.End();
+}
+
+int RunOnDevices(Context& context, const InputOptions& options, bool backups,
+                 const std::function<int(const DeviceInput& input, Findings& findings)>& run) {
+    Evidence evidence = ReadEvidence(options.paths, options.limits, backups);
+    Findings findings = std::move(evidence.findings);
+    std::vector<Device>& devices = evidence.devices;
+    std::string problem;
+    if (!KeepAsked(options, devices, problem)) {
+        return ReportNothing(context, options, problem, findings);
+    }
+    if (!OpensAny(devices, problem)) {
+        return ReportUnopened(context, problem);
+    }
+    LeaveOutEmpty(devices, findings);
+    Parts parts(context, devices.size() > 1);
+    for (Device& device : devices) {
+        const std::string where = device.name.empty() ? AllPaths(options) : device.name;
+        parts.Add(where, [&] {
+            const int code = run({device, where, evidence.inputs, devices.size() == 1}, findings);
+            findings = Findings();
+            return code;
+        });
+    }
+    return parts.End();
+}
+
+} // namespace NimaPost

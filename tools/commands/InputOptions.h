@@ -1,0 +1,48 @@
+#pragma once
+
+#include "tools/commands/Commands.h"
+#include "tools/input/Evidence.h"
+#include "tools/input/InputLimits.h"
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace NimaPost {
+
+/// What a command reads: folders, files, archives, standard input.
+struct InputOptions {
+    std::vector<std::string> paths;
+    std::vector<std::string> devices; ///< only these; all if empty
+    InputLimits limits;
+};
+
+/// The arguments themselves, "--device" and the limits. `name` is what they are in the help text.
+void AddInputOptions(CLI::App& command, InputOptions& options, const std::string& name,
+                     const std::string& description);
+
+/// What commands that read one file each look for in folders and archives.
+struct FileKind {
+    std::string_view name; ///< "binary trace"
+    bool (*recognise)(std::string_view front, std::uint64_t size);
+};
+
+/// Runs a command on each file that was named, and on each of its kind in folders and archives. `findings`
+/// starts with what was found about these. With JSON, several files make an array. Returns the exit code.
+int RunOnFiles(Context& context, const InputOptions& options, const FileKind& kind,
+               const std::function<int(const InputFile& file, Findings& findings)>& run);
+
+/// One of the devices that a command is run on.
+struct DeviceInput {
+    Device& device;
+    std::string where;                       ///< as people are told
+    const std::vector<FileIdentity>& inputs; ///< that are no evidence themselves
+    bool one;                                ///< whether there is no other
+};
+
+/// The same for commands that take everything of a device together.
+int RunOnDevices(Context& context, const InputOptions& options, bool backups,
+                 const std::function<int(const DeviceInput& input, Findings& findings)>& run);
+
+} // namespace NimaPost
