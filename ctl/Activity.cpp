@@ -40,17 +40,6 @@ void CountWriters(std::span<const SysTraceEntry> entries, Activity& activity) {
 
 } // namespace
 
-std::vector<SysTraceEntry> CopyEntries(const TraceBlock& block, std::uint32_t firstSlot,
-                                       std::uint32_t count) {
-    std::vector<SysTraceEntry> copy(count);
-    SysTraceEntry* const entries = block.Entries();
-    for (std::uint32_t i = 0; i < count; ++i) {
-        SysTraceEntry& entry = entries[(firstSlot + i) & (kEntries - 1)];
-        copy[i] = {Load(entry.id), Load(entry.value)};
-    }
-    return copy;
-}
-
 Activity Watch(const TraceBlock& block, std::chrono::nanoseconds time) {
     using Clock = std::chrono::steady_clock;
     Activity activity;
@@ -61,7 +50,7 @@ Activity Watch(const TraceBlock& block, std::chrono::nanoseconds time) {
     activity.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
 
     const std::uint32_t used = std::min(UsedEntries(after), kMostLooked);
-    const auto last = CopyEntries(block, after.writeIndex + 1 - used, used);
+    const auto last = block.CopyEntries(after.writeIndex + 1 - used, used);
     activity.cleared = after.wrapCount < before.wrapCount || after.writeIndex - before.writeIndex > 1U << 31;
     if (!activity.cleared) {
         activity.entries = after.writeIndex - before.writeIndex;

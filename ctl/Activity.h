@@ -1,11 +1,10 @@
 #pragma once
 
-#include "ctl/TraceBlock.h"
+#include "ctl/block/TraceBlock.h"
 
 #include <chrono>
 #include <cstdint>
 #include <map>
-#include <vector>
 
 namespace NimaCtl {
 
@@ -22,8 +21,5 @@ struct Activity {
 
 /// Watches for that long.
 Activity Watch(const TraceBlock& block, std::chrono::nanoseconds time);
-
-/// A copy of consecutive slots, past the block's end and on from its front.
-std::vector<SysTraceEntry> CopyEntries(const TraceBlock& block, std::uint32_t firstSlot, std::uint32_t count);
 
 } // namespace NimaCtl

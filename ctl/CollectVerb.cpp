@@ -1,8 +1,8 @@
 #include "catalogue/Files.h"
 #include "ctl/Archive.h"
 #include "ctl/Manifest.h"
-#include "ctl/Snapshot.h"
 #include "ctl/Verbs.h"
+#include "ctl/block/Snapshot.h"
 #include "tools/base/InputFile.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
@@ -119,18 +119,6 @@ class Collector {
     Manifest& manifest_;
 };
 
-/// The processes that have the segments mapped.
-void FindProcesses(Manifest& manifest) {
-    for (const char* name :
-         {Nima::Catalogue::kSysTraceSegment.narrow, Nima::Catalogue::kRingSegment.narrow}) {
-        std::string problem;
-        const auto file = OpenExisting(manifest.directory + '/' + name, Access::kRead, problem);
-        if (file) {
-            manifest.segments[name] = ProcessesThatMap(file.Number());
-        }
-    }
-}
-
 /// An earlier archive in the same directory is no evidence.
 void LeaveOut(const std::string& path, Manifest& manifest) {
     struct stat status {};
@@ -169,11 +157,7 @@ int Report(Context& context, const Options& options, const Manifest& manifest) {
         } else if (!file.problem.empty()) {
             findings.Remark("left-out", file.name + " was left out: " + file.problem + ".");
         }
-        if (file.blankedSlots > 0) {
-            findings.Remark("overwritten-slots",
-                            file.name + ": " + NimaPost::Counted(file.blankedSlots, "slot") +
-                                " of the oldest were overwritten while they were copied, and are blank.");
-        }
+        AddBlanked(file.blankedSlots, findings);
     }
     if (context.json) {
         PrintJson(context, {{"file", NimaPost::ToUtf8(options.output)}, {"manifest", manifest.ToJson()}});
@@ -203,7 +187,7 @@ int RunCollect(Context& context, const Options& options) {
         return Refuse(context, problem);
     }
     manifest.clocks = ReadClocks();
-    FindProcesses(manifest);
+    FindProcesses(manifest, manifest.directory);
     Archive archive(file.Out());
     Collector collector(archive, manifest);
     for (CollectedFile& each : manifest.files) {

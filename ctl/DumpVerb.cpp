@@ -1,6 +1,6 @@
 #include "catalogue/Files.h"
-#include "ctl/Snapshot.h"
 #include "ctl/Verbs.h"
+#include "ctl/block/Snapshot.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 
@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
-#include <string_view>
 
 #include <sys/stat.h>
 
@@ -16,34 +15,10 @@ namespace NimaCtl {
 
 namespace {
 
-using NimaPost::Counted;
-
 struct Options {
     std::string file = Nima::Catalogue::kSysTraceDump.narrow;
     unsigned backups = 0;
 };
-
-template <typename Struct>
-std::string_view BytesOf(const Struct& value) {
-    return {reinterpret_cast<const char*>(&value), sizeof(value)};
-}
-
-/// As the library writes it: a block that has wrapped, or holds nothing, is there as a whole.
-void Write(Output& out, const Snapshot& snapshot) {
-    SysTraceDumpHeader header{};
-    header.size = sizeof(header);
-    header.word1 = 1;
-    header.word2 = 2;
-    header.bufferSize = snapshot.header.bufferSize;
-    header.magic = SYSTRACE_DUMP_MAGIC;
-    out.Write(BytesOf(header));
-    out.Write(BytesOf(snapshot.header));
-    out.Write({reinterpret_cast<const char*>(snapshot.entries.data()),
-               snapshot.entries.size() * sizeof(SysTraceEntry)});
-    if (snapshot.header.wrapCount != 0) {
-        out.Write(std::string((kEntries - snapshot.entries.size()) * sizeof(SysTraceEntry), '\0'));
-    }
-}
 
 /// FILE becomes FILE.1, and so on up to the number of backups.
 bool RollBackups(const std::string& file, unsigned backups, std::string& problem) {
@@ -72,7 +47,7 @@ int RunDump(Context& context, const Options& options) {
     if (!snapshot || !file.Create(options.file, std::span(&input, 1), problem)) {
         return Refuse(context, problem);
     }
-    Write(file.Out(), *snapshot);
+    WriteDump(file.Out(), *snapshot);
     if (!file.Out().Flush()) {
         return Refuse(context, options.file + ": cannot be written");
     }
@@ -88,12 +63,7 @@ int RunDump(Context& context, const Options& options) {
                          " entries");
     }
     Findings findings;
-    if (snapshot->blanked > 0) {
-        findings.Remark("overwritten-slots",
-                        Counted(snapshot->blanked, "slot") +
-                            " of the oldest were overwritten while they were copied, and "
-                            "are blank.");
-    }
+    AddBlanked(snapshot->blanked, findings);
     PrintFindings(context, findings);
     return kExitFine;
 }

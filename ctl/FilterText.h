@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ctl/TraceBlock.h"
+#include "ctl/block/TraceBlock.h"
 #include "tools/base/Output.h"
 #include "tools/names/Names.h"
 

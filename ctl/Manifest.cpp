@@ -1,7 +1,9 @@
 #include "ctl/Manifest.h"
 
+#include "catalogue/Files.h"
 #include "ctl/BuildId.h"
 #include "ctl/Modules.h"
+#include "ctl/block/Segment.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -10,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include <sys/stat.h>
 #include <sys/utsname.h>
 
 namespace NimaCtl {
@@ -41,7 +44,7 @@ std::string FirstLine(const char* path) {
 Json ClocksJson(const Clocks& clocks) {
     return {{"wall_ns", clocks.wall},
             {"monotonic_ns", clocks.monotonic},
-            {"counter", clocks.monotonic / kSecond + clocks.monotonic % kSecond},
+            {"counter", clocks.Counter()},
             {"uptime_ns", clocks.boot},
             {"read_within_ns", clocks.apart}};
 }
@@ -148,7 +151,30 @@ Json Manifest::ToJson() const {
             {"segments", std::move(segmentList)},
             {"processes", std::move(processList)},
             {"hidden_processes", hidden},
-            {"programs", std::move(programList)}};
+            {"programs", std::move(programList)},
+            {"recording", recording}};
+}
+
+CollectedFile DescribeFile(const std::string& path, const std::string& name) {
+    struct stat status {};
+    CollectedFile file;
+    file.name = name;
+    if (lstat(path.c_str(), &status) == 0) {
+        file.bytes = static_cast<std::uint64_t>(status.st_size);
+        file.modifiedNanoseconds = status.st_mtim.tv_sec * kSecond + status.st_mtim.tv_nsec;
+    }
+    return file;
+}
+
+void FindProcesses(Manifest& manifest, const std::string& directory) {
+    for (const char* name :
+         {Nima::Catalogue::kSysTraceSegment.narrow, Nima::Catalogue::kRingSegment.narrow}) {
+        std::string problem;
+        const auto file = OpenExisting(directory + '/' + name, Access::kRead, problem);
+        if (file) {
+            manifest.segments[name] = ProcessesThatMap(file.Number());
+        }
+    }
 }
 
 } // namespace NimaCtl

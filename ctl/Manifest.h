@@ -26,6 +26,12 @@ struct Clocks {
     std::int64_t monotonic = 0;
     std::int64_t boot = 0;
     std::int64_t apart = 0; ///< how long reading all of them took
+
+    /// What a writer would stamp on a record at that moment.
+    std::int64_t Counter() const { return monotonic / kSecond + monotonic % kSecond; }
+
+  private:
+    static constexpr std::int64_t kSecond = 1'000'000'000;
 };
 
 Clocks ReadClocks();
@@ -38,8 +44,15 @@ struct Manifest {
     /// By the name of the segment.
     std::map<std::string, MappingProcesses> segments;
     std::vector<std::string> programs;
+    Json recording; ///< null, or what `record` did
 
     Json ToJson() const;
 };
+
+/// A file that has been put into the collection.
+CollectedFile DescribeFile(const std::string& path, const std::string& name);
+
+/// The processes that have the segments of a directory mapped.
+void FindProcesses(Manifest& manifest, const std::string& directory);
 
 } // namespace NimaCtl

@@ -1,8 +1,8 @@
 #include "catalogue/OwnEvents.h"
 #include "catalogue/SysTrace.h"
 #include "ctl/FilterText.h"
-#include "ctl/TraceBlock.h"
 #include "ctl/Verbs.h"
+#include "ctl/block/TraceBlock.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -124,6 +124,9 @@ int RunMark(Context& context, const Options& options) {
     const auto pieces = Pieces(options.text);
     for (const std::string_view piece : pieces) {
         Record(*block, id, piece);
+    }
+    if (block->File().Lost()) {
+        return Refuse(context, block->File().LostText());
     }
     if (context.json) {
         PrintJson(context, {{"records", pieces.size()}});

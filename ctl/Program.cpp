@@ -1,6 +1,7 @@
 #include "ctl/Program.h"
 
 #include "ctl/Verbs.h"
+#include "ctl/block/Journal.h"
 
 #include <exception>
 #include <iostream>
@@ -21,6 +22,9 @@ int RunVerb(const Run& run, Context& context) {
         code = Refuse(context, problem);
     } else {
         try {
+            Findings findings;
+            CloseAbandoned(context.directory, context.names, findings);
+            PrintFindings(context, findings);
             code = run(context);
         } catch (const std::exception& error) {
             code = Refuse(context, error.what());
@@ -36,13 +40,10 @@ int RunVerb(const Run& run, Context& context) {
 } // namespace
 
 int RunProgram(int argc, const char* const* argv) {
-    CLI::App app("Looks into a running device and steers its binary trace.", "nima-ctl");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "nima-ctl " NIMA_CTL_VERSION);
-    app.footer("Exit status: 0 done, 1 done in part, 2 not done.");
+    CLI::App app;
     Context context;
     Run run;
-    AddAllVerbs(app, context, run);
+    SetUpProgram(app, context, run);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -1,7 +1,7 @@
 #include "ctl/FilterText.h"
 #include "ctl/Processes.h"
-#include "ctl/Steering.h"
 #include "ctl/Verbs.h"
+#include "ctl/block/Steering.h"
 
 #include <cstdio>
 #include <iostream>
@@ -71,26 +71,47 @@ int Report(Context& context, const TraceBlock& block, bool repaired, const std::
     return kExitFine;
 }
 
-int RunRepair(Context& context, const Options& options) {
-    std::string problem;
-    const auto block = TraceBlock::Open(context.directory, Access::kWrite, problem);
-    if (!block || !TakeTurn(*block, problem)) {
-        return Refuse(context, problem);
-    }
-    if (!block->ReadFilters().SetAside()) {
-        return Report(context, *block, false, "nothing to repair: no filter is set aside");
-    }
-    const MappingProcesses mapping = ProcessesThatMap(block->File().Number());
+int NothingToRepair(Context& context, const TraceBlock& block, const std::string& why) {
+    return Report(context, block, false, "nothing to repair: " + why);
+}
+
+/// Waits for as long as a dump takes, and asks where that says nothing. Returns whether the filter may be
+/// brought back; if not, with a reason.
+bool MayRepair(const TraceBlock& block, const Options& options, std::string& problem) {
+    const MappingProcesses mapping = ProcessesThatMap(block.File().Number());
     const bool alone = mapping.processes.empty() && mapping.hidden == 0;
-    if (!alone && !StaysTheSame(*block, SecondsOf(options.wait))) {
-        return block->ReadFilters().SetAside()
-                   ? Refuse(context, "a dump is at work; nothing was changed")
-                   : Report(context, *block, false, "nothing to repair: the dump has ended");
+    if (!alone && !StaysTheSame(block, SecondsOf(options.wait))) {
+        problem = "a dump or another nima-ctl is at work; nothing was changed";
+        return false;
     }
     const std::string doubt = Doubt(mapping);
     if (!doubt.empty() && !options.yes && !Agrees(doubt)) {
-        return Refuse(context, "it cannot be known whether a dump still runs: " + doubt +
-                                   "; nothing was changed. --yes brings the filter back all the same");
+        problem = "it cannot be known whether a dump still runs: " + doubt +
+                  "; nothing was changed. --yes brings the filter back all the same";
+        return false;
+    }
+    return true;
+}
+
+int RunRepair(Context& context, const Options& options) {
+    std::string problem;
+    const auto block = TraceBlock::Open(context.directory, Access::kWrite, problem);
+    if (!block) {
+        return Refuse(context, problem);
+    }
+    if (!block->ReadFilters().SetAside()) {
+        return NothingToRepair(context, *block, "no filter is set aside");
+    }
+    const bool may = MayRepair(*block, options, problem);
+    const auto turn = may ? Turn::Take(*block, Turn::kPatience, problem) : std::nullopt;
+    if (block->File().Lost()) {
+        return Refuse(context, block->File().LostText());
+    }
+    if (!block->ReadFilters().SetAside()) {
+        return NothingToRepair(context, *block, "the dump has ended");
+    }
+    if (!turn) {
+        return Refuse(context, problem);
     }
     BringBack(*block);
     return Report(context, *block, true, "repaired: the filter that was set aside is live again");

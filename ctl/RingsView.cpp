@@ -2,7 +2,7 @@
 
 #include "catalogue/Files.h"
 #include "catalogue/Rings.h"
-#include "ctl/Segment.h"
+#include "ctl/block/Segment.h"
 #include "tools/base/InputFile.h"
 
 #include <algorithm>

@@ -166,6 +166,9 @@ int RunStatus(Context& context, double seconds) {
     const Activity activity = Watch(*block, SecondsOf(seconds));
     const MappingProcesses mapping = ProcessesThatMap(block->File().Number());
     const Rings rings = LookAtRings(context);
+    if (block->File().Lost()) {
+        return Refuse(context, block->File().LostText());
+    }
     if (context.json) {
         PrintJson(context, {{"directory", NimaPost::ToUtf8(context.directory)},
                             {"systrace", BlockJson(context, *block, activity, mapping)},

@@ -1,7 +1,9 @@
 #include "catalogue/SysTrace.h"
 #include "ctl/FilterText.h"
-#include "ctl/Steering.h"
+#include "ctl/LevelWords.h"
 #include "ctl/Verbs.h"
+#include "ctl/block/Journal.h"
+#include "ctl/block/Steering.h"
 #include "tools/base/Text.h"
 
 #include <memory>
@@ -20,86 +22,33 @@ struct Options {
 using ChangeMaker = bool(const Names& names, const Options& options, FilterChange& change,
                          std::string& problem);
 
-std::string NoSuch(const std::string& kind, const std::string& text, std::uint32_t count) {
-    return "no " + kind + " \"" + text + "\": a number from 0 to " + std::to_string(count - 1) +
-           ", \"all\", or a name of the dictionary";
-}
-
-/// The numbers that a word means: one, or with "all" every one.
-using Range = std::pair<std::uint32_t, std::uint32_t>;
-
-bool FindComponents(const Names& names, const std::string& text, Range& found, std::string& problem) {
-    const auto component = names.FindComponent(text);
-    found = component ? Range(*component, *component + 1) : Range(0, Nima::Catalogue::kComponents);
-    if (!component && text != "all") {
-        problem = NoSuch("component", text, Nima::Catalogue::kComponents);
-        return false;
-    }
-    return true;
-}
-
-bool FindLevels(const Names& names, const std::string& text, Range& found, std::string& problem) {
-    const auto level = names.FindLevel(text);
-    found = level ? Range(*level, *level + 1) : Range(0, Nima::Catalogue::kTraceLevels);
-    if (!level && text != "all") {
-        problem = NoSuch("level", text, Nima::Catalogue::kTraceLevels);
-        return false;
-    }
-    return true;
-}
-
-void Add(FilterChange& change, const Range& components, const Range& levels, bool off) {
-    for (std::uint32_t component = components.first; component < components.second; ++component) {
-        for (std::uint32_t level = levels.first; level < levels.second; ++level) {
-            off ? change.Close(component, level) : change.Open(component, level);
-        }
-    }
-}
-
 bool MakeLevel(const Names& names, const Options& options, FilterChange& change, std::string& problem) {
-    Range components;
     if (options.words.size() < 2) {
         problem = "a component and at least one level are needed";
         return false;
     }
-    if (!FindComponents(names, options.words.front(), components, problem)) {
-        return false;
-    }
     for (std::size_t i = 1; i < options.words.size(); ++i) {
-        Range levels;
-        if (!FindLevels(names, options.words[i], levels, problem)) {
+        if (!AddLevel(names, options.words.front(), options.words[i], change, options.off, problem)) {
             return false;
         }
-        Add(change, components, levels, options.off);
     }
     return true;
 }
 
 bool MakeOnly(const Names& names, const Options& options, FilterChange& change, std::string& problem) {
     change.CloseAll();
-    for (const std::string& word : options.words) {
-        // A name of the dictionary may contain a colon.
-        const std::size_t colon = word.rfind(':');
-        Range components;
-        Range levels;
-        if (colon == std::string::npos) {
-            problem = "\"" + word + "\" is no COMPONENT:LEVEL";
-            return false;
-        }
-        if (!FindComponents(names, word.substr(0, colon), components, problem) ||
-            !FindLevels(names, word.substr(colon + 1), levels, problem)) {
-            return false;
-        }
-        Add(change, components, levels, false);
-    }
-    return true;
+    return OpenPairs(names, options.words, change, problem);
 }
 
 bool MakeReset(const Names& /*names*/, const Options& /*options*/, FilterChange& change,
                std::string& /*problem*/) {
     constexpr std::uint32_t kLevelsOfAFreshBlock = 2;
     change.CloseAll();
-    Add(change, {0, Nima::Catalogue::kComponents}, {0, kLevelsOfAFreshBlock}, false);
+    for (std::uint32_t component = 0; component < Nima::Catalogue::kComponents; ++component) {
+        for (std::uint32_t level = 0; level < kLevelsOfAFreshBlock; ++level) {
+            change.Open(component, level);
+        }
+    }
     return true;
 }
 
@@ -123,10 +72,15 @@ int RunChange(Context& context, const Options& options, ChangeMaker* make) {
         return Refuse(context, problem);
     }
     const auto block = TraceBlock::Open(context.directory, Access::kWrite, problem);
-    if (!block || !TakeTurn(*block, problem)) {
+    const auto turn = block ? Turn::Take(*block, Turn::kPatience, problem) : std::nullopt;
+    if (!turn) {
         return Refuse(context, problem);
     }
+    StrikeFromNotes(context.directory, change.Touched());
     const SteeringResult result = Steer(*block, change, SecondsOf(options.wait));
+    if (block->File().Lost()) {
+        return Refuse(context, block->File().LostText());
+    }
     Findings findings;
     AddRemarks(result, findings);
     const bool done = change.IsIn(result.after);
@@ -149,11 +103,15 @@ int RunChange(Context& context, const Options& options, ChangeMaker* make) {
 int RunClear(Context& context) {
     std::string problem;
     const auto block = TraceBlock::Open(context.directory, Access::kWrite, problem);
-    if (!block || !TakeTurn(*block, problem)) {
+    const auto turn = block ? Turn::Take(*block, Turn::kPatience, problem) : std::nullopt;
+    if (!turn) {
         return Refuse(context, problem);
     }
     const std::uint32_t used = UsedEntries(block->CopyHeader());
     ClearTrace(*block);
+    if (block->File().Lost()) {
+        return Refuse(context, block->File().LostText());
+    }
     if (context.json) {
         PrintJson(context, {{"cleared_entries", used}});
     } else {

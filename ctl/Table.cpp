@@ -11,18 +11,25 @@ VerbAdder AddClearVerb;
 VerbAdder AddDumpVerb;
 VerbAdder AddRingsVerb;
 VerbAdder AddMarkVerb;
+VerbAdder AddRecordVerb;
 VerbAdder AddRepairVerb;
 VerbAdder AddCollectVerb;
 
 namespace {
 
 /// In the order of the help text.
-constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb, AddOnlyVerb, AddResetVerb,  AddClearVerb,
-                              AddDumpVerb,   AddRingsVerb, AddMarkVerb, AddRepairVerb, AddCollectVerb};
+constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb,  AddOnlyVerb,   AddResetVerb,
+                              AddClearVerb,  AddDumpVerb,   AddRingsVerb,  AddMarkVerb,
+                              AddRecordVerb, AddRepairVerb, AddCollectVerb};
 
 } // namespace
 
-void AddAllVerbs(CLI::App& app, Context& context, Run& run) {
+void SetUpProgram(CLI::App& app, Context& context, Run& run) {
+    app.name("nima-ctl");
+    app.description("Looks into a running device and steers its binary trace.");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", "nima-ctl " NIMA_CTL_VERSION);
+    app.footer("Exit status: 0 done, 1 done in part, 2 not done.");
     for (VerbAdder* add : kVerbs) {
         add(app, context, run);
     }

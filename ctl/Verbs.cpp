@@ -47,6 +47,15 @@ void PrintFindings(Context& context, const Findings& findings) {
     PrintSentences("note: ", findings.remarks);
 }
 
+void AddBlanked(std::uint32_t slots, Findings& findings) {
+    if (slots > 0) {
+        findings.Remark("overwritten-slots",
+                        NimaPost::Counted(slots, "slot") +
+                            " of the oldest were overwritten while they were copied, and "
+                            "are blank.");
+    }
+}
+
 void PrintJson(Context& context, const Json& json) {
     context.out.WriteJson(json);
     context.out.Write("\n");

@@ -5,6 +5,7 @@
 #include "tools/names/Names.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 
@@ -34,8 +35,8 @@ using Run = std::function<int(Context&)>;
 /// A verb adds itself to the program and sets `run` if it is the one that was called.
 using VerbAdder = void(CLI::App& app, Context& context, Run& run);
 
-/// Adds every verb of the table.
-void AddAllVerbs(CLI::App& app, Context& context, Run& run);
+/// Adds what the program says of itself, and everything of the table.
+void SetUpProgram(CLI::App& app, Context& context, Run& run);
 
 /// A subcommand with the options that all verbs share.
 CLI::App* AddVerb(CLI::App& app, Context& context, const std::string& name, const std::string& description);
@@ -53,6 +54,9 @@ int Refuse(Context& context, const std::string& problem);
 
 /// Prints damage and remarks on standard error, as lines "damaged: ..." and "note: ...".
 void PrintFindings(Context& context, const Findings& findings);
+
+/// A remark about slots that were overwritten while they were copied, if there are any.
+void AddBlanked(std::uint32_t slots, Findings& findings);
 
 /// Writes a JSON object and the end of its line.
 void PrintJson(Context& context, const Json& json);

@@ -27,7 +27,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     }
     logs.Arrange();
     LogFilter filter;
-    filter.SetText("page", true);
+    TextFilter texts;
+    texts.Want(Pattern::Literal("page", true));
+    filter.SetTexts(texts);
     std::string text;
     logs.ForEach([&](const LogEntry& entry) {
         filter.Judge(entry.line, entry.text);

@@ -107,6 +107,11 @@ struct Logs {
     std::vector<std::string> messages;
 };
 
+bool Has(const std::vector<Finding>& findings, const std::string& code) {
+    return std::any_of(findings.begin(), findings.end(),
+                       [&](const Finding& finding) { return finding.code == code; });
+}
+
 class LogTimes : public Sandbox {};
 
 } // namespace
@@ -167,11 +172,38 @@ TEST_F(LogTimes, BetweenTwoRollsOfOneProcessAreExactOrTellWhatPassedUnseen) {
     EXPECT_EQ(rolled.entries[1].certainty.later, 6);
     EXPECT_EQ(rolled.entries[4].certainty.later, Certainty::kUnbounded);
     EXPECT_EQ(rolled.set.LikelyBoundOf(rolled.entries[4])->later, 0);
+}
 
-    // Whatever the clock was set to in between, the file's number orders.
-    WriteFile("a.log", Calibration(times[3], times[3] + offset - 3600 * kSecond) +
-                           Line(times[4], "<WARN> <A> newest"));
-    EXPECT_EQ(Logs({"a.log"}).messages.back(), "newest");
+TEST_F(LogTimes, OfAProcessWhoseClockWasSetBeforeARollAreOfOneProcessAndBoundByNothing) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::int64_t filled = kBoot + 300 * kMillisecond;
+    WriteFile("a.log.1", Calibration(kBoot, kBoot + offset) + Line(kBoot + kMillisecond, "<WARN> <A> first") +
+                             Line(filled, "<WARN> <A> filled it"));
+    const auto log = [&](std::int64_t at, std::int64_t set, std::uint32_t thread) {
+        WriteFile("a.log", Calibration(at, at + offset + set, thread) +
+                               Line(at + kMillisecond, "<WARN> <A> newest", thread));
+        return Logs({"a.log"});
+    };
+    // Whatever the clock was set to, the file's number orders. Half of 65.536 ms fits no number of seconds.
+    for (const std::int64_t set :
+         {-3600 * kSecond - 25 * kMillisecond, 33 * kMillisecond, 7200 * kSecond + 33 * kMillisecond}) {
+        const Logs logs = log(filled + 40 * kMillisecond, set, 1);
+        EXPECT_EQ(logs.Messages(), "C|first|filled it|C|newest|");
+        ASSERT_EQ(logs.set.Processes().size(), 1U) << set;
+        EXPECT_EQ(logs.entries[1].certainty.later, Certainty::kUnbounded);
+        EXPECT_EQ(logs.entries[1].certainty.earlier, Certainty::kUnbounded);
+        EXPECT_EQ(logs.entries[4].certainty.earlier, 0);
+        EXPECT_TRUE(Has(logs.set.ClockStatement(), "clock-set"));
+        // Each on the clock of its moment.
+        const LogProcess& process = logs.set.Processes()[0];
+        EXPECT_NEAR(static_cast<double>(process.First() - kBoot - offset), 0, 1e9);
+        EXPECT_NEAR(static_cast<double>(process.Last() - filled - offset - set), 0, 1e9);
+    }
+    // Not so long after the last line, and not by another thread.
+    EXPECT_EQ(log(filled + 400 * kMillisecond, -3600 * kSecond - 25 * kMillisecond, 1).set.Processes().size(),
+              2U);
+    EXPECT_EQ(log(filled + 40 * kMillisecond, -3600 * kSecond - 25 * kMillisecond, 2).set.Processes().size(),
+              2U);
 }
 
 TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThem) {
@@ -244,6 +276,59 @@ TEST_F(LogTimes, OfAProcessThatWritesTwoLogsAreOfOneClock) {
     EXPECT_EQ(read.entries.back().time - read.entries.front().time, time - 10 * kMillisecond - kBoot);
 }
 
+TEST_F(LogTimes, OfOtherLogsAreInDoubtOnceOneShowsThatTheClockWasSet) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::int64_t set = -3600 * kSecond - 25 * kMillisecond;
+    const auto at = [](int i) { return kBoot + i * (100 * kMillisecond); };
+    // The second line of each is written after the setting, which the first log's roll shows.
+    WriteFile("a.log.1", Calibration(at(0), at(0) + offset) + Line(at(2), "<WARN> <A> a1") +
+                             Line(at(6), "<WARN> <A> a2"));
+    WriteFile("a.log", Calibration(at(6) + kMillisecond, at(6) + kMillisecond + offset + set) +
+                           Line(at(8), "<WARN> <A> a3"));
+    for (const std::uint32_t thread : {1U, 2U}) { // of the same process, and of another
+        const std::int64_t begin = kBoot - 50 * kMillisecond;
+        WriteFile("b.log", Calibration(begin, begin + offset, thread) +
+                               Line(begin + kMillisecond, "<WARN> <B> b1", thread) +
+                               Line(at(7), "<WARN> <B> b2", thread));
+        // Opened after the setting, on the clock as it is since then.
+        WriteFile("c.log",
+                  Calibration(at(7), at(7) + offset + set, thread) + Line(at(8), "<WARN> <B> c1", thread));
+        const Logs logs({"a.log", "b.log", "c.log"});
+        for (std::size_t i = 0; i < logs.entries.size(); ++i) {
+            const bool isInDoubt = logs.messages[i] == "b2" || logs.entries[i].part->file == 1;
+            EXPECT_EQ(logs.entries[i].certainty.earlier, isInDoubt ? Certainty::kUnbounded : 0)
+                << logs.messages[i] << " " << thread;
+        }
+        EXPECT_EQ(logs.entries.size(), 10U);
+        EXPECT_EQ(logs.set.Processes().size(), thread == 1 ? 1U : 3U);
+        EXPECT_EQ(logs.set.Processes().back().boot, 1U);
+    }
+}
+
+TEST_F(LogTimes, OfAProcessWithoutADateAreNotInvented) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::int64_t later = kBoot + 100 * kSecond;
+    WriteFile("a.log", Line(kBoot, "<WARN> <A> cut off") + Calibration(later, later + offset, 2) +
+                           Line(later + 5, "<WARN> <A> again", 2));
+    WriteFile("b.log", Calibration(later, later + offset, 3) + Line(later + 9, "<WARN> <B> other", 3));
+    const Logs logs({"a.log", "b.log"});
+    EXPECT_EQ(logs.Messages(), "cut off|C|C|again|other|");
+    ASSERT_EQ(logs.set.Processes().size(), 3U);
+    EXPECT_FALSE(logs.set.Processes()[0].KnownBoot());
+    EXPECT_FALSE(FactsOf(logs.set.Processes()[0]).first);
+    EXPECT_EQ(logs.set.Processes()[1].KnownBoot(), 1U);
+    EXPECT_EQ(logs.set.Processes()[2].KnownBoot(), 1U);
+    EXPECT_EQ(logs.entries[0].process, 1U);
+    EXPECT_FALSE(logs.entries[0].boot);
+    EXPECT_TRUE(logs.entries[0].certainty.assumed);
+    for (const Finding& finding : logs.set.ClockStatement()) {
+        if (finding.sentence.starts_with("Process 1,")) {
+            EXPECT_TRUE(finding.sentence.starts_with("Process 1, boot unknown, when is not known"))
+                << finding.sentence;
+        }
+    }
+}
+
 TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::int64_t later = kBoot + 100 * kSecond + 3 * kMillisecond;
@@ -266,7 +351,50 @@ TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
                                Line(later + 5, "<WARN> <A> again"));
         const Logs logs({"a.log"});
         ASSERT_EQ(logs.set.Processes().size(), 2U) << end;
-        EXPECT_FALSE(logs.set.Processes()[0].date) << end;
+        EXPECT_FALSE(logs.set.Processes()[0].IsDated()) << end;
+    }
+}
+
+TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShows) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    std::int64_t time = kBoot;
+    const auto round = [&](std::size_t lines, std::uint32_t last) {
+        std::string text =
+            Calibration(time, time + offset) + Line(time - 3 * kMillisecond, "<WARN> <A> filled", 1);
+        for (std::size_t i = 0; i < lines; ++i) {
+            time += 7 * kMillisecond;
+            text += Line(time, "<WARN> <A> line", i + 3 < lines ? 1 + i % 3 : last);
+        }
+        time += 300 * kMillisecond;
+        return text;
+    };
+    std::string log = round(60, 3);
+    for (const std::string& newer : {round(58, 2), round(56, 1)}) {
+        log.replace(0, newer.size(), newer); // A line is cut where they meet.
+    }
+    WriteFile("a.log", log);
+    const Logs logs({"a.log"});
+    EXPECT_TRUE(Has(logs.set.Sources()[0].findings.remarks, "rewound"));
+    EXPECT_EQ(logs.entries.front().part->threads, std::vector<std::uint32_t>{3});
+    EXPECT_EQ(logs.set.Processes().size(), 1U);
+}
+
+TEST_F(LogTimes, OfACopyAreToldOnce) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::string rolled = Calibration(kBoot, kBoot + offset) + Line(kBoot + 7, "<WARN> <A> one");
+    const std::string log = Calibration(kBoot + 9, kBoot + 9 + offset) + Line(kBoot + 19, "<WARN> <A> two");
+    WriteFile("b.log.1", rolled);
+    WriteFile("b.log", log + Line(kBoot + 20, "<WARN> <A> three"));
+    WriteFile("a.log", log + Line(kBoot + 20, "<WARN> <A> three")); // by its name the first
+    WriteFile("earlier.log", log.substr(0, log.size() - 5));
+    WriteFile("c.log", Calibration(kBoot + 9, kBoot + 9 + offset) + Line(kBoot + 18, "<WARN> <A> other"));
+    const Logs logs({"a.log", "b.log", "earlier.log", "c.log"});
+    EXPECT_EQ(logs.Messages(), "C|one|C|C|other|two|three|");
+    for (const LogSet::Source& source : logs.set.Sources()) {
+        const std::string& path = source.file.Path();
+        EXPECT_EQ(Has(source.findings.remarks, "same-lines"), path == "a.log" || path == "earlier.log")
+            << path;
+        EXPECT_TRUE(source.findings.damage.empty());
     }
 }
 
@@ -281,6 +409,9 @@ TEST_F(LogTimes, OfAQueueComeFromItsDates) {
     EXPECT_EQ(entries[0].time, second + 100'000);
     EXPECT_EQ(entries[1].time, second + 35'536'000);
     EXPECT_EQ(entries[2].time, second + 65'586'000);
+    for (const LogEntry& entry : entries) {
+        EXPECT_EQ(entry.certainty.later, 1); // of sixteen moments of the second
+    }
 }
 
 TEST_F(LogTimes, AFollowerSeesEveryLineOnceWhateverBecomesOfTheFile) {

@@ -239,8 +239,22 @@ TEST_F(Crashes, EventsAreToldByTheirProcess) {
     const Json first = Json::parse(NimaPost::RowJson(rows.Sorted().front(), 0).dump());
     EXPECT_EQ(first[8], 1);
     EXPECT_EQ(first[9], 3);
-    EXPECT_FALSE((NimaPost::Selection{3, std::nullopt}.Takes(event)));
-    EXPECT_TRUE((NimaPost::Selection{std::nullopt, 2}.Takes(event)));
+    NimaPost::Processes known;
+    NimaPost::ProcessFacts facts;
+    facts.boot = 3;
+    known.Add(facts);
+    known.Add({});
+    const auto takes = [&](std::optional<std::int64_t> boot, std::optional<std::size_t> process) {
+        NimaPost::SelectionOptions options;
+        options.boot = boot;
+        options.process = process;
+        NimaPost::Selection selection;
+        std::string problem;
+        EXPECT_TRUE(selection.Prepare(options, problem) && selection.Settle(known, {}, problem)) << problem;
+        return selection.Takes(event);
+    };
+    EXPECT_FALSE(takes(3, std::nullopt));
+    EXPECT_TRUE(takes(std::nullopt, 2));
 
     // Whatever processes the folder is found to tell of: events are under their own, the others under one.
     WriteFile("device.log",

@@ -149,6 +149,44 @@ class Meanwhile {
     pid_t child_ = -1;
 };
 
+/// A nima-ctl that runs beside the test.
+class Running {
+  public:
+    explicit Running(const std::vector<std::string>& arguments) {
+        std::fflush(nullptr);
+        child_ = ::fork();
+        if (child_ == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            std::vector<const char*> words{"nima-ctl"};
+            for (const std::string& argument : arguments) {
+                words.push_back(argument.c_str());
+            }
+            if (std::freopen("/dev/null", "w", stdout) == nullptr ||
+                std::freopen("/dev/null", "w", stderr) == nullptr) {
+                ::_exit(99);
+            }
+            ::_exit(NimaCtl::RunProgram(static_cast<int>(words.size()), words.data()));
+        }
+    }
+    Running(const Running&) = delete;
+    Running& operator=(const Running&) = delete;
+    ~Running() { EndBy(SIGKILL); }
+
+    /// Sends a signal, or none, and returns the exit status, or -1 if a signal ended it.
+    int EndBy(int signal) {
+        int status = -1;
+        if (child_ > 0) {
+            ::kill(child_, signal);
+            ::waitpid(child_, &status, 0);
+            child_ = -1;
+        }
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+  private:
+    pid_t child_ = -1;
+};
+
 constexpr std::uint32_t Bit(unsigned component) {
     return 0x80000000U >> component;
 }
@@ -511,6 +549,103 @@ TEST_F(CtlTest, RepairsNothingWhileADumpMayLive) {
         EXPECT_NE(ended.output.find("nothing to repair"), std::string::npos) << ended.output << ended.errors;
     }
     EXPECT_EQ(header->savedFilter[0], 0U);
+}
+
+TEST_F(CtlTest, RecordsForATimeIntoAFolder) {
+    const Host device(Trace);
+    const Header header;
+    const Json result =
+        Ctl({"record", "--for", "300ms", "--level", "6:2", "5:0", "-o", "out", "--json"}).Parsed();
+    ASSERT_EQ(result["opened_levels"].size(), 1U);
+    EXPECT_EQ(result["opened_levels"][0]["component"], 6);
+    EXPECT_EQ(result["opened_levels"][0]["level"], 2);
+    EXPECT_EQ(header->liveFilter[WordOf(2)], 0U);
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
+    EXPECT_EQ(Listing("."), (std::vector<std::string>{kTrace, kRings, "out"}));
+    EXPECT_EQ(Listing("out"), (std::vector<std::string>{"SysTrace.bin", "manifest.json", "rings.txt"}));
+    const Json trace = Post({"systrace", "out/SysTrace.bin", "--json", "--component", "6"}).Parsed();
+    EXPECT_GT(trace["records"].size(), 0U);
+    EXPECT_LE(Post({"timeline", "out", "-o", "timeline.json"}).code, 1);
+    const Json manifest = Json::parse(ReadFile("out/manifest.json"));
+    EXPECT_EQ(manifest["recording"]["opened_levels"], result["opened_levels"]);
+    EXPECT_EQ(manifest["files"].size(), 2U);
+
+    for (const std::vector<std::string>& wrong :
+         {std::vector<std::string>{"--for", "1s", "--level", "6:2", "-o", "out"},
+          {"--for", "1s", "--level", "6:2", "-o", "no/such/folder"},
+          {"--for", "1x", "--level", "6:2", "-o", "new"},
+          {"--for", "-1s", "--level", "6:2", "-o", "new"},
+          {"--for", "1s", "--level", "6:4", "-o", "new"}}) {
+        std::vector<std::string> call{"record"};
+        call.insert(call.end(), wrong.begin(), wrong.end());
+        EXPECT_EQ(Ctl(call).code, 2) << wrong[1] << wrong[3] << wrong[5];
+    }
+    EXPECT_FALSE(Exists("new"));
+    EXPECT_EQ(Listing("out").size(), 3U);
+}
+
+TEST_F(CtlTest, ARecordingClosesJustWhatItOpened) {
+    { const Host device(Trace); }
+    const Header header;
+    volatile std::uint32_t& level2 = header->liveFilter[WordOf(2)];
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGKILL}) {
+        level2 = 0;
+        Running recording(
+            {"record", "--for", "1h", "--level", "6:2", "7:2", "8:2", "-o", "out" + std::to_string(signal)});
+        while (level2 == 0) {
+            ::usleep(1000);
+        }
+        // It does not hold the turn meanwhile. Component 9 is not its own, and 7 is so no longer.
+        EXPECT_EQ(Ctl({"level", "9", "2"}).code, 0);
+        EXPECT_EQ(Ctl({"level", "7", "2"}).code, 0);
+        EXPECT_EQ(level2, Bit(6) | Bit(7) | Bit(8) | Bit(9));
+        EXPECT_EQ(recording.EndBy(signal), signal == SIGKILL ? -1 : 1);
+        if (signal == SIGKILL) {
+            EXPECT_EQ(level2, Bit(6) | Bit(7) | Bit(8) | Bit(9));
+            const Result next = Ctl({"status", "--for", "0.01"});
+            EXPECT_NE(next.errors.find("level 2: component 6, component 8"), std::string::npos)
+                << next.errors;
+        }
+        EXPECT_EQ(level2, Bit(7) | Bit(9)) << signal;
+        EXPECT_EQ(Exists("out" + std::to_string(signal) + "/SysTrace.bin"), signal != SIGKILL);
+        EXPECT_EQ(Ctl({"status", "--for", "0.01"}).errors, "");
+    }
+    EXPECT_EQ(Listing("."), (std::vector<std::string>{kTrace, kRings, "out1", "out15", "out2", "out9"}));
+}
+
+TEST_F(CtlTest, TheLastOfSeveralRecordingsCloses) {
+    { const Host device(Trace); }
+    const Header header;
+    volatile std::uint32_t& level2 = header->liveFilter[WordOf(2)];
+    const auto await = [&](std::uint32_t wanted) {
+        while (level2 != wanted) {
+            ::usleep(1000);
+        }
+    };
+    Running first({"record", "--for", "1h", "--level", "6:2", "-o", "first"});
+    await(Bit(6));
+    Running second({"record", "--for", "1h", "--level", "6:2", "7:2", "-o", "second"});
+    await(Bit(6) | Bit(7));
+    EXPECT_EQ(first.EndBy(SIGINT), 1);
+    EXPECT_EQ(level2, Bit(6) | Bit(7));
+    EXPECT_EQ(second.EndBy(SIGINT), 1);
+    EXPECT_EQ(level2, 0U);
+
+    // A note of another segment, and one that is none, are left alone.
+    const std::string foreign =
+        "nima-ctl record 1\nsegment 0000000000000001 0000000000000001\n" +
+        std::string("ffffffff ffffffff ffffffff ffffffff\n") + "ffffffff ffffffff ffffffff ffffffff\n" +
+        "ffffffff ffffffff ffffffff ffffffff\n" + "ffffffff ffffffff ffffffff ffffffff\n";
+    WriteFile("nima-ctl.aaaaaa.record", foreign);
+    WriteFile("nima-ctl.bbbbbb.record", "something else");
+    WriteFile("nima-ctl.cccccc.record", "");
+    const Result status = Ctl({"status", "--for", "0.01"});
+    EXPECT_EQ(status.code, 0);
+    EXPECT_EQ(CountOf(status.errors, "is left alone"), 2U) << status.errors;
+    EXPECT_EQ(ReadFile("nima-ctl.aaaaaa.record"), foreign);
+    EXPECT_EQ(ReadFile("nima-ctl.bbbbbb.record"), "something else");
+    EXPECT_FALSE(Exists("nima-ctl.cccccc.record"));
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
 }
 
 TEST_F(CtlTest, RingsAreReadFromOutside) {

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -16,6 +17,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <Diagnostics/RealTimeTraceApi.h>
@@ -46,12 +48,13 @@ class Program {
     }
 
     /// The same on a terminal with that many columns.
-    Program(const std::vector<std::string>& arguments, unsigned short columns) {
+    Program(const std::vector<std::string>& arguments, unsigned short columns, unsigned short rows = 10,
+            void (*last)() = nullptr) {
         from_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
         EXPECT_EQ(::grantpt(from_), 0);
         EXPECT_EQ(::unlockpt(from_), 0);
         const int terminal = ::open(::ptsname(from_), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        SetColumns(columns);
+        SetColumns(columns, rows);
         Start(arguments, [&] {
             ::setenv("TERM", "xterm", 1);
             ::setsid();
@@ -59,8 +62,17 @@ class Program {
             for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
                 ::dup2(terminal, stream);
             }
+            if (last != nullptr) {
+                last();
+            }
         });
         ::close(terminal);
+    }
+
+    /// The same on a large terminal, as the job of a shell that says whether the terminal echoes when the job
+    /// is stopped, and continues it.
+    static std::unique_ptr<Program> AsJob(const std::vector<std::string>& arguments) {
+        return std::unique_ptr<Program>(new Program(arguments, 100, 40, BeShell));
     }
 
     Program(const Program&) = delete;
@@ -99,8 +111,8 @@ class Program {
     void Forget() { read_.clear(); }
     void Type(char key) const { EXPECT_EQ(::write(from_, &key, 1), 1); }
     void Signal(int number) const { ::kill(child_, number); }
-    void SetColumns(unsigned short columns) const {
-        const winsize size{10, columns, 0, 0};
+    void SetColumns(unsigned short columns, unsigned short rows = 10) const {
+        const winsize size{rows, columns, 0, 0};
         EXPECT_EQ(::ioctl(from_, TIOCSWINSZ, &size), 0);
     }
 
@@ -113,6 +125,26 @@ class Program {
     }
 
   private:
+    /// Returns in the job.
+    static void BeShell() {
+        const pid_t job = ::fork();
+        if (job == 0) {
+            std::signal(SIGTTOU, SIG_IGN);
+            ::setpgid(0, 0);
+            ::tcsetpgrp(STDIN_FILENO, ::getpid());
+            std::signal(SIGTTOU, SIG_DFL);
+            return;
+        }
+        int status = 0;
+        while (::waitpid(job, &status, WUNTRACED) == job && WIFSTOPPED(status)) {
+            termios mode{};
+            ::tcgetattr(STDIN_FILENO, &mode);
+            ::dprintf(STDOUT_FILENO, "<stopped, %s>", (mode.c_lflag & ECHO) != 0 ? "echoes" : "silent");
+            ::kill(job, SIGCONT);
+        }
+        ::_exit(WIFEXITED(status) ? WEXITSTATUS(status) : 99);
+    }
+
     template <typename Prepare>
     void Start(const std::vector<std::string>& arguments, const Prepare& prepare) {
         std::vector<std::string> words{NIMA_POST};
@@ -367,6 +399,45 @@ TEST_F(WatchTest, GivesTheTerminalBack) {
         EXPECT_EQ(watch.Status(), 0);
         EXPECT_TRUE(rest.ends_with("\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l")) << rest;
     }
+}
+
+TEST_F(WatchTest, KeysSteerTheTrace) {
+    const Device device;
+    const auto filterWord = [](std::size_t index) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, ReadFile(kTrace).data() + 44 + index * 4, sizeof(word));
+        return word;
+    };
+    const auto watch = Program::AsJob({"watch", "--control", "--interval", "50"});
+    watch->ReadUpTo("component 0: level 0, level 1");
+    watch->Type('5');
+    watch->ReadUpTo("component 5: level 0, level 1");
+    watch->Type('+');
+    watch->ReadUpTo("component 5: level 2 is open");
+    EXPECT_EQ(filterWord(8), 0x04000000U);
+    watch->ReadUpTo("component 5: level 0, level 1, level 2");
+    for (int i = 0; i < 3; ++i) {
+        watch->Type('-');
+    }
+    watch->ReadUpTo("component 5: level 0 is closed");
+    EXPECT_EQ(filterWord(8), 0U);
+    EXPECT_EQ(filterWord(0), ~0x04000000U);
+    watch->Type('d');
+    watch->ReadUpTo("the trace is in SysTrace-");
+    EXPECT_EQ(Listing(".").size(), 3U);
+
+    watch->Forget();
+    watch->Type('\x1a');
+    EXPECT_TRUE(watch->ReadUpTo(">").ends_with("\x1b[?1049l<stopped, echoes>"));
+    watch->ReadUpTo("\x1b[?1049h");
+    watch->ReadUpTo("closed");
+    watch->Type('q');
+    EXPECT_TRUE(watch->Rest().ends_with("\x1b[?1049l"));
+    EXPECT_EQ(watch->Status(), 0);
+
+    Program blind({"watch", "--control"});
+    EXPECT_NE(blind.Rest().find("needs a terminal"), std::string::npos);
+    EXPECT_EQ(blind.Status(), 2);
 }
 
 TEST_F(ListenTest, CopiesEachFileThatIsNamed) {

@@ -1,10 +1,18 @@
 #include "tools/Program.h"
 
+#include "tools/base/Progress.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/Nearest.h"
+#include "tools/commands/Terminal.h"
+#include "tools/commands/View.h"
 
+#include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <iostream>
+#include <string>
+#include <vector>
 
 #include <sys/resource.h>
 
@@ -26,6 +34,16 @@ int RunCommand(const Run& run, Context& context) {
     if (!context.namesFile.empty() && !context.names.Load(context.namesFile, problem)) {
         return ReportUnusable(context, problem);
     }
+    if (WantsColour(context.colour)) {
+        context.paint.TurnOn();
+    }
+    Pager pager;
+    context.out.BeforeFirst([&] {
+        if (context.paged) {
+            pager.Start();
+        }
+    });
+    Progress::Allow();
     int code = kExitUnusable;
     try {
         code = run(context);
@@ -34,31 +52,82 @@ int RunCommand(const Run& run, Context& context) {
     }
     if (!context.out.Flush()) {
         std::cerr << "nima-post: cannot write the output\n";
-        return kExitUnusable;
+        code = kExitUnusable;
     }
+    Progress::Clear();
+    pager.Finish();
     return code;
+}
+
+std::vector<std::string> CommandNames(const CLI::App& app) {
+    std::vector<std::string> names;
+    for (const CLI::App* command : app.get_subcommands({})) {
+        names.push_back(command->get_name());
+    }
+    return names;
+}
+
+std::vector<std::string> OptionNames(const CLI::App& command) {
+    std::vector<std::string> names;
+    for (const CLI::Option* option : command.get_options()) {
+        for (const std::string& name : option->get_lnames()) {
+            names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+/// A line with what was mistyped and what was probably meant; empty for other mistakes.
+std::string Misspelt(const CLI::App& app) {
+    const auto commands = app.get_subcommands();
+    const CLI::App& called = commands.empty() ? app : *commands.front();
+    const auto remaining = called.remaining();
+    if (remaining.empty()) {
+        return {};
+    }
+    const std::string word = remaining.front().substr(0, remaining.front().find('='));
+    const bool isOption = word.starts_with('-');
+    const bool isCommand = commands.empty() && !isOption;
+    if (!isCommand && !isOption) {
+        return "\"" + word + "\" is one argument too many for " + called.get_name();
+    }
+    const std::string nearest = Nearest(word, isCommand ? CommandNames(app) : OptionNames(called));
+    return (isCommand ? "no command \"" : "no option \"") + word + "\"" +
+           (nearest.empty() ? "; --help lists them" : "; did you mean " + nearest + "?");
+}
+
+/// A folder or an archive in a command's place asks for its summary.
+std::vector<std::string> WordsOf(const CLI::App& app, int argc, const char* const* argv) {
+    std::vector<std::string> words(argv + 1, argv + argc);
+    const auto names = CommandNames(app);
+    if (!words.empty() && !words.front().starts_with('-') &&
+        std::find(names.begin(), names.end(), words.front()) == names.end() &&
+        std::filesystem::exists(words.front())) {
+        words.insert(words.begin(), "summary");
+    }
+    // As the parser takes them.
+    std::reverse(words.begin(), words.end());
+    return words;
 }
 
 } // namespace
 
 int RunProgram(int argc, const char* const* argv) {
-    CLI::App app("Reads what the diagnostics library left behind.", "nima-post");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "nima-post " NIMA_POST_VERSION);
-    app.footer("Exit status: 0 fine, 1 damaged input that could be read in part, 2 nothing usable.");
     AllowManyFiles();
+    CLI::App app;
     Context context;
     Run run;
-    AddAllCommands(app, context, run);
+    SetUpProgram(app, context, run);
     try {
-        app.parse(argc, argv);
+        app.parse(WordsOf(app, argc, argv));
     } catch (const CLI::ParseError& error) {
-        if (app.get_subcommands().empty() && !app.remaining().empty()) {
-            std::cerr << "nima-post: no command \"" << Printable(app.remaining().front())
-                      << "\"\nRun with --help for more information.\n";
-            return kExitUnusable;
+        if (error.get_exit_code() == 0) {
+            app.exit(error);
+            return kExitFine;
         }
-        return app.exit(error) == 0 ? kExitFine : kExitUnusable;
+        const std::string misspelt = Misspelt(app);
+        std::cerr << "nima-post: " << Printable(misspelt.empty() ? error.what() : misspelt) << '\n';
+        return kExitUnusable;
     }
     return RunCommand(run, context);
 }

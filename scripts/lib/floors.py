@@ -18,7 +18,7 @@ import re
 import sys
 
 PAGE = "doc/code-map.md"
-CHECKED = ("catalogue", "include", "platform", "ini", "Diagnostics", "crashHandler", "tools", "ctl")
+CHECKED = ("catalogue", "include", "platform", "ini", "Diagnostics", "crashHandler", "tools", "ctl", "pages")
 INCLUDE = re.compile(r'^\s*#\s*include\s*(?:"([^"]+)"|<(Diagnostics/[^>]+)>)', re.M)
 
 

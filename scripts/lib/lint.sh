@@ -40,10 +40,19 @@ write_compile_commands() {
     ' "$1" build/release/compile_commands.json >build/lint/compile_commands.json
 }
 
+# Makes the plug-in of clang-tidy that leaves the system's headers alone.
+build_own_code() {
+    if [[ ! build/lint/own_code.so -nt scripts/lib/own_code.cpp ]]; then
+        g++ -std=c++17 -O1 -fPIC -shared -fno-rtti -isystem /usr/lib/llvm-14/include scripts/lib/own_code.cpp \
+            -o build/lint/own_code.so
+    fi
+}
+
 # Keeps the outputs of parallel runs apart, and drops the count of findings in system headers.
 tidy_file() {
     local output
     if ! output=$(clang-tidy-14 --quiet -p build/lint --warnings-as-errors='*' \
+        --load="$PWD/build/lint/own_code.so" --checks=nima-own-code-only \
         --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wno-ignored-optimization-argument "$1" 2>&1); then
         printf '%s\n' "$output"
         return 1
@@ -56,6 +65,7 @@ lint_sources() {
     project_files | grep -E '\.(h|hpp|cpp|c)$' >build/lint/files
     xargs -d '\n' -n 40 -P "$1" clang-format-14 --dry-run --Werror <build/lint/files || result=1
     write_compile_commands build/lint/files
+    build_own_code || return 1
     export -f tidy_file
     sed -n 's/^  "file": "\(.*\)",\{0,1\}$/\1/p' build/lint/compile_commands.json |
         xargs -r -d '\n' -n 1 -P "$1" bash -c "tidy_file \"\$1\"" tidy_file || result=1

@@ -158,9 +158,13 @@ class Page:
         facts = self.run("return [...document.querySelectorAll('#failure dd, #failure li')].map((node) => node.textContent);")
         wanted = [value for crash in crashes for _, value in crash.get("summary", [])]
         self.check("every fact of the crashes is shown", all(visible(str(value)) in facts for value in wanted))
-        frames = self.run("return [...document.querySelectorAll('.frames li')].map((node) => node.lastChild.textContent);")
+        frames = self.run("return [...document.querySelectorAll('.frames .frame')].map((node) => node.textContent);")
         expected = [visible(frame) for crash in crashes for stack in crash.get("stacks", []) for frame in stack["frames"]]
         self.check("every frame is shown", frames == expected)
+        resolved = self.run("return [...document.querySelectorAll('.frames .resolved')].map((node) => node.textContent);")
+        lines = [line for crash in crashes for stack in crash.get("stacks", [])
+                 for frame in stack.get("resolved", []) for line in frame]
+        self.check("and what symbols say about it", resolved == [visible(line) for line in lines])
         statements = self.run("return [...document.querySelectorAll('#clock li')].map((node) => node.textContent);")
         self.check("the statements about time are shown",
                    not self.data["clock"].get("statement") or
@@ -402,6 +406,8 @@ class Page:
         crash = next((crash["time"] for crash in self.data["crashes"][-1:] if crash["time"] is not None), timed[-1][0])
         self.key("#lanes", Keys.END)
         begin, end = self.view()
+        self.check("the help says what End shows",
+                   f"End {'the crash' if self.data['crashes'] else 'the last record'}." in self.find("#timeline-help").text)
         self.check("End shows the crash, nearer", begin <= crash <= end and end - begin < whole[1] - whole[0])
         self.key("#lanes", Keys.HOME)
         self.check("Home shows all", self.view() == whole)

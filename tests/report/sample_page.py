@@ -139,7 +139,9 @@ def earlier_failure(moment):
     """A process that died of a signal."""
     return {
         "title": "Fatal signal", "summary": [["process id", "977"], ["from", "stacktrace977-1.txt"]], "exception": None, "extra": [],
-        "stacks": [{"file": "stacktrace977-1.txt", "header": [], "frames": ["0x1: (signalHandler+0x1)", "0x2: (Feed::Run()+0x8)"]}],
+        "stacks": [{"file": "stacktrace977-1.txt", "header": [], "frames": ["0x1: (signalHandler+0x1)", "0x2: (Feed::Run()+0x8)"],
+                    "resolved": [[], ["Feed::Jam(int) at /src/feed.cpp:7, inlined in", "Feed::Run() at <b>feed.cpp:20"]],
+                    "statement": ["feed was at 0x0, by 1 of 1 of its frames that have a name."]}],
         "activeRings": [], "time": moment, "sure": 2,
     }
 

@@ -4,6 +4,7 @@
 #include "tests/simulator/TextScenarios.h"
 
 #include <array>
+#include <cmath>
 
 namespace Simulator {
 
@@ -21,6 +22,7 @@ constexpr std::array kScenarios{
     Scenario{"kills", Kills, 20},
     Scenario{"torn-tails", TornTails, 10},
     Scenario{"two-files", TwoFiles, 25},
+    Scenario{"two-files-clock-set", TwoFilesClockSet, 25},
     Scenario{"shared-file", SharedFile, 1000},
     Scenario{"traces", Traces, 10},
     Scenario{"trace-kills", TraceKills, 20},
@@ -34,6 +36,12 @@ constexpr std::array kScenarios{
 };
 
 } // namespace
+
+std::uint64_t Scenario::Tolerated(std::uint64_t folders, bool main) const {
+    const double expected =
+        static_cast<double>(folders) * (main ? expectedPerMille : expectedOfSecond) / 1000;
+    return static_cast<std::uint64_t>(std::ceil(expected + 4 * std::sqrt(expected)));
+}
 
 std::span<const Scenario> AllScenarios() {
     return kScenarios;

@@ -116,6 +116,7 @@ void TextLog::Roll() {
         return;
     }
     Close();
+    world_.device.Hold(world_.device.SyncDelay());
     world_.files.Remove(settings_.name + ".10");
     world_.files.Rename(settings_.name, settings_.name + ".1");
     OpenFile();

@@ -64,7 +64,7 @@ void Live(World& world, const Lives& lives) {
 }
 
 void LiveTogether(World& world, const LogSettings& first, const LogSettings& second,
-                  const std::function<void(Host&)>& equip) {
+                  const std::function<void(Host&)>& equip, const std::function<void()>& meanwhile) {
     Random& random = world.random;
     Host a(world, first);
     Host b(world, second);
@@ -78,6 +78,10 @@ void LiveTogether(World& world, const LogSettings& first, const LogSettings& sec
     Work(world, {&a.process}, pace, random.Small(0, 100));
     b.Start();
     Work(world, {&a.process, &b.process}, pace, random.Small(100, 1200));
+    if (meanwhile) {
+        meanwhile();
+        Work(world, {&a.process, &b.process}, pace, random.Small(100, 1200));
+    }
     a.End();
     Work(world, {&b.process}, pace, random.Small(1, 100));
     b.End();
@@ -156,6 +160,13 @@ void TwoFiles(World& world) {
     const LogSettings second{
         .name = "panel.log", .maximum = random.OneOf({SmallLog(random), 1 << 20}), .backups = 1};
     LiveTogether(world, first, second);
+}
+
+void TwoFilesClockSet(World& world) {
+    Random& random = world.random;
+    LiveTogether(world, {.name = "engine.log"},
+                 {.name = "panel.log", .maximum = SmallLog(random), .backups = 1}, {},
+                 [&] { world.device.SetClock(ClockStep(random)); });
 }
 
 void SharedFile(World& world) {

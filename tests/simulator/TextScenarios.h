@@ -31,7 +31,7 @@ void Live(World& world, const Lives& lives);
 
 /// Two hosts at the same time, with these settings.
 void LiveTogether(World& world, const LogSettings& first, const LogSettings& second,
-                  const std::function<void(Host&)>& equip = {});
+                  const std::function<void(Host&)>& equip = {}, const std::function<void()>& meanwhile = {});
 
 void OneRun(World& world);
 void Rolls(World& world);
@@ -44,6 +44,7 @@ void ClockSet(World& world);
 void Kills(World& world);
 void TornTails(World& world);
 void TwoFiles(World& world);
+void TwoFilesClockSet(World& world);
 void SharedFile(World& world);
 
 } // namespace Simulator

@@ -91,6 +91,10 @@ std::int64_t Device::StoreDelay() {
     return random_.OneIn(delays_.oneStoreIn) ? random_.Between(1, delays_.longestStore) : 0;
 }
 
+std::int64_t Device::SyncDelay() {
+    return delays_.longestSync > 0 && random_.OneIn(3) ? random_.Below(delays_.longestSync) : 0;
+}
+
 std::uint32_t Truth::Add(Stamp stamp) {
     stamps.push_back(std::move(stamp));
     return static_cast<std::uint32_t>(stamps.size());

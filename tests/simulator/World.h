@@ -31,10 +31,11 @@ struct Delays {
     std::int64_t oneDateIn = 40; ///< so many calibration lines, one is held up; the others take microseconds
     std::int64_t longestStore = 85 * kMillisecond; ///< and a calibration meanwhile
     std::int64_t oneStoreIn = 25;
+    std::int64_t longestSync = 40 * kMillisecond;
 
     static Delays Main() { return {}; }
-    static Delays Second() { return {80 * kMillisecond, 4, 2 * kSecond, 15}; }
-    static Delays None() { return {0, 1, 0, INT64_MAX}; }
+    static Delays Second() { return {80 * kMillisecond, 4, 2 * kSecond, 15, 2 * kSecond}; }
+    static Delays None() { return {0, 1, 0, INT64_MAX, 0}; }
 };
 
 /// A device with its clocks, and what it will do later.
@@ -70,6 +71,8 @@ class Device {
     std::int64_t DateDelay();
     /// Between a stamp and its store; mostly none.
     std::int64_t StoreDelay();
+    /// Until what was written is on the disk.
+    std::int64_t SyncDelay();
     std::int64_t LongestDateDelay() const { return longestDateDelay_; }
 
   private:

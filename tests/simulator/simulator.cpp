@@ -165,10 +165,8 @@ bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tall
                 "lines", "records", "numbered", "splits", "folders with");
     for (std::size_t i = 0; i < scenarios.size(); ++i) {
         const Tally& tally = tallies[i];
-        const auto share = static_cast<std::uint64_t>(main ? scenarios[i]->toleratedPerMille
-                                                           : scenarios[i]->toleratedOfSecond);
-        // Rounded up, but for a single folder that somebody looks at.
-        const std::uint64_t tolerated = tally.folders > 1 ? (tally.folders * share + 999) / 1000 : 0;
+        // None of a single folder that somebody looks at.
+        const std::uint64_t tolerated = tally.folders > 1 ? scenarios[i]->Tolerated(tally.folders, main) : 0;
         fine = fine && tally.failed <= tolerated;
         std::printf("%-20s %7llu %6llu %9llu", std::string(scenarios[i]->name).c_str(),
                     static_cast<unsigned long long>(tally.folders),

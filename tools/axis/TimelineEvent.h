@@ -32,7 +32,9 @@ struct TimelineEvent {
     std::string_view name;  ///< tracer, component, ring or an event's source
     std::string_view text;  ///< in words, with its arguments
     std::span<const std::uint32_t> arguments;
-    std::string_view mark; ///< `kOverwritten`, or in which state a binary record is; mostly empty
+    std::string_view mark;  ///< `kOverwritten`, or in which state a binary record is; mostly empty
+    std::string_view line;  ///< of a text log as it stands there; else empty
+    bool continued = false; ///< a line that belongs to the message before
 };
 
 /// Returns false to end the visit.

@@ -2,8 +2,9 @@
 
 namespace NimaPost {
 
-/// During its lifetime, SIGINT and SIGTERM only request an end instead of ending the process. One object at a
-/// time. From then on, if the reader of the output has gone, that is reported like any other failed write.
+/// During its lifetime, SIGINT, SIGTERM and SIGHUP only request an end instead of ending the process. One
+/// object at a time. From then on, if the reader of the output has gone, that is reported like any other
+/// failed write.
 class Interrupt {
   public:
     Interrupt();

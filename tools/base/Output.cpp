@@ -1,5 +1,7 @@
 #include "tools/base/Output.h"
 
+#include "tools/base/Progress.h"
+
 namespace NimaPost {
 
 void Output::Write(std::string_view text) {
@@ -27,6 +29,10 @@ bool Output::Flush() {
 }
 
 void Output::Send() {
+    if (!text_.empty() && beforeFirst_) {
+        std::exchange(beforeFirst_, nullptr)();
+    }
+    Progress::Clear();
     if (!failed_ && std::fwrite(text_.data(), 1, text_.size(), stream_) != text_.size()) {
         failed_ = true;
     }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -26,6 +28,9 @@ class Output {
     /// One value without line breaks; bytes that are not UTF-8 are replaced.
     void WriteJson(const Json& value);
 
+    /// To be called before the first text is written.
+    void BeforeFirst(std::function<void()> action) { beforeFirst_ = std::move(action); }
+
     /// Writes the gathered text once there is a lot of it.
     void Pace() {
         if (text_.size() >= kPiece) {
@@ -42,14 +47,21 @@ class Output {
 
     std::FILE* stream_;
     std::string text_;
+    std::function<void()> beforeFirst_;
     bool failed_ = false;
 };
+
+/// The version of the objects that are printed, doc/nima-post-json.md.
+inline constexpr int kJsonSchema = 1;
 
 /// A JSON object written member by member, so that a long array is never in memory as a whole: Begin,
 /// Member..., BeginArray, Element..., EndArray, End.
 class JsonDocument {
   public:
-    explicit JsonDocument(Output& out) : out_(out) { out_.Write("{"); }
+    explicit JsonDocument(Output& out) : out_(out) {
+        out_.Write("{");
+        Member("schema", kJsonSchema);
+    }
 
     void Member(std::string_view name, const Json& value);
     void BeginArray(std::string_view name);

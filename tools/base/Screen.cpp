@@ -51,14 +51,22 @@ Screen::Screen(Output& out) : out_(out) {
     action.sa_handler = [](int /*signal*/) {};
     action.sa_flags = SA_RESTART;
     sigaction(SIGWINCH, &action, &previousResize);
-    out_.Write(kTake);
+    Take();
 }
 
 Screen::~Screen() {
+    GiveBack();
+    sigaction(SIGWINCH, &previousResize, nullptr);
+}
+
+void Screen::GiveBack() {
     out_.Flush();
     // Straight to the terminal, since a failed stream accepts nothing more.
     WriteNow(kGiveBack);
-    sigaction(SIGWINCH, &previousResize, nullptr);
+}
+
+void Screen::Take() {
+    out_.Write(kTake);
 }
 
 bool Screen::Possible() {

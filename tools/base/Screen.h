@@ -20,6 +20,10 @@ class Screen {
     /// Whether standard output is a terminal that can do this.
     static bool Possible();
 
+    /// Gives the terminal back for a while, and takes it again.
+    void GiveBack();
+    void Take();
+
     /// Asks the terminal for its size. Returns whether it has changed.
     bool TakeSize();
     std::size_t Rows() const { return rows_; }

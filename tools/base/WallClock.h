@@ -54,8 +54,7 @@ class WallOffset {
     /// have passed; the result is how many whole counter periods have passed unseen in addition. Empty, with
     /// nothing changed, if no number explains both dates to within `tolerance` nanoseconds: the clock was set
     /// or the device restarted.
-    std::optional<std::int64_t> Join(const RawDate& date, std::int64_t elapsed,
-                                     std::int64_t tolerance = kDateTakes);
+    std::optional<std::int64_t> Join(const RawDate& date, std::int64_t elapsed, std::int64_t tolerance);
     struct Fit {
         std::int64_t unseen = 0; ///< whole counter periods besides `elapsed`
         std::int64_t misfit = 0; ///< nanoseconds by which the dates miss each other all the same

@@ -1,15 +1,21 @@
 #include "tools/commands/Commands.h"
 
+#include "tools/base/Progress.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
+#include <array>
 #include <iostream>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 namespace NimaPost {
 
 namespace {
+
+/// By their numbers.
+constexpr std::array kFormats{"text", "json", "jsonl", "csv", "short"};
 
 void PrintSentences(std::string_view label, const std::vector<Finding>& findings) {
     for (const Finding& finding : findings) {
@@ -19,13 +25,48 @@ void PrintSentences(std::string_view label, const std::vector<Finding>& findings
 
 } // namespace
 
-CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
-                     const std::string& description) {
+CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, const std::string& description,
+                     Prints prints) {
     CLI::App* command = app.add_subcommand(name, description);
-    command->add_flag("--json", context.json, "Write JSON instead of text");
+    const auto set = [&context](Format format) {
+        context.format = format;
+        context.json = format == Format::kJson || format == Format::kJsonl;
+    };
+    command->add_flag_callback(
+        "--json", [set] { set(Format::kJson); }, "The same as --format json");
+    std::vector<std::string> offered(kFormats.begin(), kFormats.end());
+    if (prints != Prints::kList) {
+        offered = {"text", "json", "jsonl"};
+    }
+    command
+        ->add_option_function<std::string>(
+            "--format",
+            [set](const std::string& format) {
+                const auto* const found = std::find(kFormats.begin(), kFormats.end(), format);
+                set(static_cast<Format>(found - kFormats.begin()));
+            },
+            "How to print")
+        ->check(CLI::IsMember(offered))
+        ->type_name("FORMAT");
+    command->add_option("--color", context.colour, "Colours: auto, always or never")
+        ->check(CLI::IsMember({"auto", "always", "never"}))
+        ->type_name("WHEN");
+    if (prints != Prints::kAsItComes) {
+        command->add_flag_callback(
+            "--no-pager", [&context] { context.paged = false; }, "Never show the output page by page");
+    }
+    command->preparse_callback(
+        [&context, prints](std::size_t /*words*/) { context.paged = prints != Prints::kAsItComes; });
     command->add_option("--names", context.namesFile, "Dictionary that turns numbers into words")
         ->type_name("FILE");
     return command;
+}
+
+void PrintObject(Context& context, const Json& members) {
+    Json object{{"schema", kJsonSchema}};
+    object.update(members);
+    context.out.WriteJson(object);
+    context.out.Write("\n");
 }
 
 CLI::Validator WholeNumber() {
@@ -45,6 +86,7 @@ void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& 
 
 void PrintFindings(Context& context, const Findings& findings) {
     context.out.Flush();
+    Progress::Clear();
     PrintSentences("damaged: ", findings.damage);
     PrintSentences("note: ", findings.remarks);
 }
@@ -52,8 +94,7 @@ void PrintFindings(Context& context, const Findings& findings) {
 int ReportUnusable(Context& context, const std::string& problem, const Findings& findings) {
     std::cerr << "nima-post: " << Printable(problem) << '\n';
     if (context.json) {
-        context.out.WriteJson(Json{{"error", ToUtf8(problem)}, {"findings", FindingsJson(findings)}});
-        context.out.Write("\n");
+        PrintObject(context, Json{{"error", ToUtf8(problem)}, {"findings", FindingsJson(findings)}});
     }
     return kExitUnusable;
 }

@@ -4,6 +4,7 @@
 #include "tools/base/FindingsJson.h"
 #include "tools/base/InputFile.h"
 #include "tools/base/Output.h"
+#include "tools/commands/Paint.h"
 #include "tools/names/Names.h"
 
 #include <cstdint>
@@ -14,9 +15,15 @@
 
 namespace NimaPost {
 
+enum class Format : unsigned char { kText, kJson, kJsonl, kCsv, kShort };
+
 /// What every command gets: the common options, and where its result goes.
 struct Context {
-    bool json = false;
+    Format format = Format::kText;
+    bool json = false;           ///< in either of its forms
+    std::string colour = "auto"; ///< or "always" or "never"
+    Paint paint;
+    bool paged = false; ///< long output is shown page by page on a terminal
     std::string namesFile;
     Names names;
     Output out{stdout};
@@ -27,12 +34,22 @@ using Run = std::function<int(Context&)>;
 /// A command adds itself to the program and sets `run` if it is the one that was called.
 using CommandAdder = void(CLI::App& app, Context& context, Run& run);
 
-/// Adds every command of the table.
-void AddAllCommands(CLI::App& app, Context& context, Run& run);
+/// Adds what the program says of itself, and everything of the table.
+void SetUpProgram(CLI::App& app, Context& context, Run& run);
+
+/// What a command prints. Only a list has every format.
+enum class Prints : unsigned char {
+    kThing,
+    kList,
+    kAsItComes ///< until it is interrupted
+};
 
 /// A subcommand with the options that all commands share.
-CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name,
-                     const std::string& description);
+CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, const std::string& description,
+                     Prints prints = Prints::kThing);
+
+/// Prints an object on one line, with the version of its schema.
+void PrintObject(Context& context, const Json& members);
 
 /// A check for options that take a number from 0 on.
 CLI::Validator WholeNumber();

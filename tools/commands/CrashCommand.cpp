@@ -2,11 +2,13 @@
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/InputOptions.h"
+#include "tools/commands/Symbols.h"
 #include "tools/crash/CrashLog.h"
 #include "tools/crash/CrashSummary.h"
 #include "tools/crash/StackTrace.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 
 namespace NimaPost {
@@ -95,38 +97,50 @@ Json CrashJson(const std::string& path, const CrashLog& log, const Findings& fin
             {"findings", FindingsJson(findings)}};
 }
 
-void PrintStack(Output& out, const StackTrace& stack) {
+void PrintStack(Output& out, const StackTrace& stack, const Resolution* resolution) {
     out.Line(stack.Title());
     for (const std::string& line : stack.report) {
         out.Line("  " + line);
     }
-    for (const std::string& frame : stack.frames) {
-        out.Line("  " + frame);
+    for (std::size_t i = 0; i < stack.frames.size(); ++i) {
+        out.Line("  " + stack.frames[i]);
+        for (const std::string& line :
+             resolution != nullptr ? FrameInWords(*resolution, i) : std::vector<std::string>()) {
+            out.Line("      " + line);
+        }
     }
 }
 
-int ShowStack(Context& context, const InputFile& file, std::string_view text, Findings& findings) {
+int ShowStack(Context& context, const InputFile& file, std::string_view text, const SymbolOptions& symbols,
+              Findings& findings) {
     const StackTrace stack = ReadStackTrace(text, findings);
     file.ReportReadProblem(findings);
+    const std::filesystem::path path(file.Path());
+    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
+    const auto resolved = ResolveStacks(symbols, folder, {{&stack, path.filename().string()}});
+    const Resolution* const resolution = resolved ? &resolved->resolutions.front() : nullptr;
+    if (resolved) {
+        resolved->AddTo(findings);
+    }
     if (context.json) {
-        context.out.WriteJson(Json{{"file", ToUtf8(file.Path())},
-                                   {"title", ToUtf8(stack.Title())},
-                                   {"host", HostJson(stack)},
-                                   {"report", stack.report},
-                                   {"frames", stack.frames},
-                                   {"findings", FindingsJson(findings)}});
-        context.out.Write("\n");
+        PrintObject(context, Json{{"file", ToUtf8(file.Path())},
+                                  {"title", ToUtf8(stack.Title())},
+                                  {"host", HostJson(stack)},
+                                  {"report", stack.report},
+                                  {"frames", stack.frames},
+                                  {"symbols", resolution != nullptr ? ResolutionJson(*resolution) : Json()},
+                                  {"findings", FindingsJson(findings)}});
     } else {
-        PrintStack(context.out, stack);
+        PrintStack(context.out, stack, resolution);
         PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);
 }
 
-int ShowCrash(Context& context, const InputFile& file, Findings& findings) {
+int ShowCrash(Context& context, const InputFile& file, const SymbolOptions& symbols, Findings& findings) {
     const std::string text = file.ReadAll(kMostTextBytes);
     if (LooksLikeStackTrace(text)) {
-        return ShowStack(context, file, text, findings);
+        return ShowStack(context, file, text, symbols, findings);
     }
     const auto log = ReadCrashLog(text, findings);
     if (!log) {
@@ -134,8 +148,7 @@ int ShowCrash(Context& context, const InputFile& file, Findings& findings) {
     }
     file.ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(CrashJson(file.Path(), *log, findings));
-        context.out.Write("\n");
+        PrintObject(context, CrashJson(file.Path(), *log, findings));
     } else {
         PrintCrash(context.out, *log);
         PrintFindings(context, findings);
@@ -143,22 +156,29 @@ int ShowCrash(Context& context, const InputFile& file, Findings& findings) {
     return ExitCodeOf(findings);
 }
 
-int RunCrash(Context& context, const InputOptions& options) {
+struct Options {
+    InputOptions input;
+    SymbolOptions symbols;
+};
+
+int RunCrash(Context& context, const Options& options) {
     const auto isCrash = [](std::string_view front, std::uint64_t /*size*/) {
         return LooksLikeCrashLog(front) || LooksLikeStackTrace(front);
     };
-    return RunOnFiles(
-        context, options, {"crash log or stack trace", isCrash},
-        [&](const InputFile& file, Findings& findings) { return ShowCrash(context, file, findings); });
+    return RunOnFiles(context, options.input, {"crash log or stack trace", isCrash},
+                      [&](const InputFile& file, Findings& findings) {
+                          return ShowCrash(context, file, options.symbols, findings);
+                      });
 }
 
 } // namespace
 
 void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<InputOptions>();
+    auto options = std::make_shared<Options>();
     CLI::App* command =
         AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
-    AddInputOptions(*command, *options, "FILE", "The crash log, or a stack-trace file");
+    AddInputOptions(*command, options->input, "FILE", "The crash log, or a stack-trace file");
+    AddSymbols(*command, options->symbols);
     command->callback([&run, options] { run = [options](Context& c) { return RunCrash(c, *options); }; });
 }
 

@@ -30,8 +30,7 @@ int ShowEvent(Context& context, const InputFile& file, Findings& findings) {
     }
     file.ReportReadProblem(findings);
     if (context.json) {
-        context.out.WriteJson(RecordJson(file.Path(), *record, findings));
-        context.out.Write("\n");
+        PrintObject(context, RecordJson(file.Path(), *record, findings));
     } else {
         std::string line = "Event of " + Printable(record->source) + ", ";
         AppendEventRecord(line, *record);

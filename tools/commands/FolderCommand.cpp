@@ -2,7 +2,9 @@
 
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
+#include "tools/commands/SelectionTable.h"
 #include "tools/report/CrashData.h"
+#include "tools/story/MergedStory.h"
 
 namespace NimaPost {
 
@@ -12,17 +14,13 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
     CLI::App* command = AddCommand(app, context, name, description);
     AddInputOptions(*command, options.input, "FOLDER", "The folder that came back from the device");
     command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
-    AddSelection(*command, options.selection);
+    AddSelection(*command, options.selection, TakesLast::kNo);
     return command;
 }
 
-void AddSelection(CLI::App& command, Selection& selection) {
-    command.add_option("--boot", selection.boot, "Only what is known to be of this boot")->type_name("N");
-    command.add_option("--process", selection.process, "Only what is known to be of this process")
-        ->type_name("N");
-}
-
 namespace {
+
+using Write = std::function<FolderResult(const Story& story, Selection& selection, Output& out)>;
 
 /// "report-unit-1.html" for "report.html" and the device "unit-1".
 std::string OutputOf(const std::string& output, const DeviceInput& input) {
@@ -42,35 +40,35 @@ std::string OutputOf(const std::string& output, const DeviceInput& input) {
     return output.substr(0, at) + "-" + name + output.substr(at);
 }
 
-/// Findings about archives, then those about files.
-Findings Joined(Findings first, const Findings& second) {
-    first.damage.insert(first.damage.end(), second.damage.begin(), second.damage.end());
-    first.remarks.insert(first.remarks.end(), second.remarks.begin(), second.remarks.end());
-    return first;
-}
-
-int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInput& input, Findings inherited,
-                const std::function<FolderResult(const Story& story, Output& out)>& write) {
+int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInput& input,
+                const Findings& inherited, const Write& write) {
     Story story(context.names);
+    Selection selection;
     std::string problem;
     OutputFile file;
+    if (!selection.Prepare(options.selection, problem)) {
+        return ReportUnusable(context, problem);
+    }
     if (!story.Read(input.device, input.where, problem)) {
-        const Findings findings = Joined(std::move(inherited), story.AllDamage());
+        const Findings findings = Joined(inherited, story.AllDamage());
         PrintFindings(context, findings);
         return ReportUnusable(context, problem, findings);
     }
     std::vector<FileIdentity> inputs = story.Inputs();
     inputs.insert(inputs.end(), input.inputs.begin(), input.inputs.end());
     const std::string output = OutputOf(options.output, input);
-    problem = options.selection.Missing(story.Time().AllProcesses());
-    if (!problem.empty() || !file.Create(output, inputs, problem)) {
+    if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem) ||
+        !file.Create(output, inputs, problem)) {
         return ReportUnusable(context, problem);
     }
-    const FolderResult result = write(story, file.Out());
+    const FolderResult result = write(story, selection, file.Out());
     if (!file.Finish(problem)) {
         return ReportUnusable(context, problem);
     }
-    const Findings findings = Joined(std::move(inherited), story.AllDamage());
+    Findings findings = Joined(Joined(inherited, story.AllDamage()), result.findings);
+    for (Finding& remark : selection.Remarks()) {
+        findings.remarks.push_back(std::move(remark));
+    }
     if (context.json) {
         Json json{{"output", ToUtf8(output)}};
         if (!input.one) {
@@ -79,8 +77,7 @@ int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInpu
         json.update(result.members);
         json["crashes"] = CrashesJson(story);
         json["findings"] = FindingsJson(findings);
-        context.out.WriteJson(json);
-        context.out.Write("\n");
+        PrintObject(context, json);
     } else {
         context.out.Line(result.sentence + Printable(output));
         for (const std::string& line : CrashLines(story)) {
@@ -93,8 +90,9 @@ int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInpu
 
 } // namespace
 
-int RunOnFolder(Context& context, const FolderOptions& options,
-                const std::function<FolderResult(const Story& story, Output& out)>& write) {
+int RunOnFolder(
+    Context& context, const FolderOptions& options,
+    const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write) {
     return RunOnDevices(context, options.input, false, [&](const DeviceInput& input, Findings& findings) {
         return RunOnDevice(context, options, input, findings, write);
     });

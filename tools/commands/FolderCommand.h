@@ -15,11 +15,8 @@ namespace NimaPost {
 struct FolderOptions {
     InputOptions input;
     std::string output;
-    Selection selection;
+    SelectionOptions selection;
 };
-
-/// --boot and --process.
-void AddSelection(CLI::App& command, Selection& selection);
 
 /// A subcommand that takes these options; `fileUse` says what the file is for.
 CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& name,
@@ -30,11 +27,13 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
 struct FolderResult {
     Json members;         ///< of the JSON object, besides "output" and "findings"
     std::string sentence; ///< for people, before the file's name
+    Findings findings;    ///< besides the folder's own
 };
 
 /// Reads the device and lets `write` produce the file, which appears under its name once it is complete. With
 /// several devices, each has a file of its own, whose name has the device's in it.
-int RunOnFolder(Context& context, const FolderOptions& options,
-                const std::function<FolderResult(const Story& story, Output& out)>& write);
+int RunOnFolder(
+    Context& context, const FolderOptions& options,
+    const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write);
 
 } // namespace NimaPost

@@ -15,23 +15,23 @@ namespace {
 class Parts {
   public:
     Parts(Context& context, bool several) : context_(context), several_(several) {
-        if (several_ && context_.json) {
+        if (several_ && context_.format == Format::kJson) {
             context_.out.Write("[\n");
         }
     }
 
     /// `name` is the heading.
     void Add(const std::string& name, const std::function<int()>& run) {
-        if (several_ && !context_.json) {
+        if (several_ && context_.format == Format::kText) {
             context_.out.Line((codes_.empty() ? "== " : "\n== ") + Printable(name));
-        } else if (!codes_.empty() && context_.json) {
+        } else if (!codes_.empty() && context_.format == Format::kJson) {
             context_.out.Write(",\n");
         }
         codes_.push_back(run());
     }
 
     int End() {
-        if (several_ && context_.json) {
+        if (several_ && context_.format == Format::kJson) {
             context_.out.Write("]\n");
         }
         const auto [least, most] = std::minmax_element(codes_.begin(), codes_.end());
@@ -101,7 +101,9 @@ void LeaveOutEmpty(std::vector<Device>& devices, Findings& findings) {
     if (devices.size() == 1) {
         return;
     }
-    const auto last = std::stable_partition(devices.begin(), devices.end(), HoldsEvidence);
+    const auto last = std::stable_partition(devices.begin(), devices.end(), [](Device& device) {
+        return IsNamed(device) || HoldsEvidence(device);
+    });
     const auto empty = last == devices.begin() ? last + 1 : last;
     std::for_each(empty, devices.end(), [&](const Device& device) {
         for (const EvidenceFile& file : device.files) {
@@ -111,6 +113,38 @@ void LeaveOutEmpty(std::vector<Device>& devices, Findings& findings) {
         }
     });
     devices.erase(empty, devices.end());
+}
+
+/// Finds the devices of a call. False where there is nothing, which is then reported.
+bool FindDevices(Context& context, const InputOptions& options, bool backups, Evidence& evidence,
+                 Findings& findings) {
+    evidence = ReadEvidence(options.paths, options.limits, backups);
+    findings = std::move(evidence.findings);
+    std::string problem;
+    if (!KeepAsked(options, evidence.devices, problem)) {
+        ReportNothing(context, options, problem, findings);
+        return false;
+    }
+    if (!OpensAny(evidence.devices, problem)) {
+        ReportUnopened(context, problem);
+        return false;
+    }
+    LeaveOutEmpty(evidence.devices, findings);
+    return true;
+}
+
+std::string WhereOf(const InputOptions& options, const Device& device) {
+    return device.name.empty() ? AllPaths(options) : device.name;
+}
+
+/// What was found before goes to the first file.
+int RunOnFile(Context& context, EvidenceFile& file, Findings& findings,
+              const std::function<int(const InputFile& file, Findings& findings)>& run) {
+    std::string problem;
+    const auto input = file.Open(problem);
+    const int code = input ? run(*input, findings) : ReportUnopened(context, problem);
+    findings = Findings();
+    return code;
 }
 
 } // namespace
@@ -163,9 +197,29 @@ int RunOnFiles(Context& context, const InputOptions& options, const FileKind& ki
     }
     Parts parts(context, files.size() > 1);
     for (EvidenceFile* const file : files) {
-        parts.Add(file->path, [&] {
-            const auto input = file->Open(problem);
-            const int code = input ? run(*input, findings) : ReportUnopened(context, problem);
+        parts.Add(file->path, [&] { return RunOnFile(context, *file, findings, run); });
+    }
+    return parts.End();
+}
+
+bool IsNamed(const Device& device) {
+    return !device.files.empty() && std::all_of(device.files.begin(), device.files.end(),
+                                                [](const EvidenceFile& file) { return file.named; });
+}
+
+int RunOnDevices(Context& context, const InputOptions& options, bool backups,
+                 const std::function<int(const DeviceInput& input, Findings& findings)>& run) {
+    Evidence evidence;
+    Findings findings;
+    if (!FindDevices(context, options, backups, evidence, findings)) {
+        return kExitUnusable;
+    }
+    Parts parts(context, evidence.devices.size() > 1);
+    for (Device& device : evidence.devices) {
+        const std::string where = WhereOf(options, device);
+        parts.Add(where, [&] {
+            const int code = run(
+                {device, where, AllPaths(options), evidence.inputs, evidence.devices.size() == 1}, findings);
             findings = Findings();
             return code;
         });
@@ -173,27 +227,33 @@ int RunOnFiles(Context& context, const InputOptions& options, const FileKind& ki
     return parts.End();
 }
 
-int RunOnDevices(Context& context, const InputOptions& options, bool backups,
-                 const std::function<int(const DeviceInput& input, Findings& findings)>& run) {
-    Evidence evidence = ReadEvidence(options.paths, options.limits, backups);
-    Findings findings = std::move(evidence.findings);
-    std::vector<Device>& devices = evidence.devices;
-    std::string problem;
-    if (!KeepAsked(options, devices, problem)) {
-        return ReportNothing(context, options, problem, findings);
+int RunOnInput(Context& context, const InputOptions& options,
+               const std::function<int(const InputFile& file, Findings& findings)>& onFile,
+               const std::function<int(const DeviceInput& input, Findings& findings)>& onDevice) {
+    Evidence evidence;
+    Findings findings;
+    if (!FindDevices(context, options, false, evidence, findings)) {
+        return kExitUnusable;
     }
-    if (!OpensAny(devices, problem)) {
-        return ReportUnopened(context, problem);
+    std::size_t count = 0;
+    for (const Device& device : evidence.devices) {
+        count += IsNamed(device) ? device.files.size() : 1;
     }
-    LeaveOutEmpty(devices, findings);
-    Parts parts(context, devices.size() > 1);
-    for (Device& device : devices) {
-        const std::string where = device.name.empty() ? AllPaths(options) : device.name;
-        parts.Add(where, [&] {
-            const int code = run({device, where, evidence.inputs, devices.size() == 1}, findings);
-            findings = Findings();
-            return code;
-        });
+    Parts parts(context, count > 1);
+    for (Device& device : evidence.devices) {
+        if (!IsNamed(device)) {
+            const std::string where = WhereOf(options, device);
+            parts.Add(where, [&] {
+                const int code =
+                    onDevice({device, where, AllPaths(options), evidence.inputs, count == 1}, findings);
+                findings = Findings();
+                return code;
+            });
+            continue;
+        }
+        for (EvidenceFile& file : device.files) {
+            parts.Add(file.path, [&] { return RunOnFile(context, file, findings, onFile); });
+        }
     }
     return parts.End();
 }

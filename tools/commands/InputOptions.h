@@ -37,12 +37,22 @@ int RunOnFiles(Context& context, const InputOptions& options, const FileKind& ki
 struct DeviceInput {
     Device& device;
     std::string where;                       ///< as people are told
+    std::string source;                      ///< what was named in the call
     const std::vector<FileIdentity>& inputs; ///< that are no evidence themselves
     bool one;                                ///< whether there is no other
 };
 
-/// The same for commands that take everything of a device together.
+/// The same for commands that take everything of a device together; files that were named are one device.
 int RunOnDevices(Context& context, const InputOptions& options, bool backups,
                  const std::function<int(const DeviceInput& input, Findings& findings)>& run);
+
+/// Runs a command on each file that was named, as `RunOnFiles` does, and on each device in folders and
+/// archives.
+int RunOnInput(Context& context, const InputOptions& options,
+               const std::function<int(const InputFile& file, Findings& findings)>& onFile,
+               const std::function<int(const DeviceInput& input, Findings& findings)>& onDevice);
+
+/// Whether all files of a device were named in the call: they are not a folder.
+bool IsNamed(const Device& device);
 
 } // namespace NimaPost

@@ -107,8 +107,7 @@ void PrintNotification(Context& context, const Received& received, const CrashNo
             json["bytes"] = copy->bytes;
             json["problem"] = copy->problem.empty() ? Json() : Json(ToUtf8(copy->problem));
         }
-        context.out.WriteJson(json);
-        context.out.Write("\n");
+        PrintObject(context, json);
         return;
     }
     std::string& text = context.out.Text();
@@ -128,11 +127,10 @@ void PrintStrange(Context& context, const Received& received) {
     const std::string_view shown = std::string_view(received.bytes).substr(0, kMostShown);
     const bool cut = received.cut || shown.size() < received.bytes.size();
     if (context.json) {
-        context.out.WriteJson({{"time", WallTimeIso(received.time)},
-                               {"no_notification", ToUtf8(shown)},
-                               {"cut", cut},
-                               {"from_port", received.port}});
-        context.out.Write("\n");
+        PrintObject(context, {{"time", WallTimeIso(received.time)},
+                              {"no_notification", ToUtf8(shown)},
+                              {"cut", cut},
+                              {"from_port", received.port}});
         return;
     }
     std::string& text = context.out.Text();
@@ -154,8 +152,7 @@ int RunListen(Context& context, const Options& options) {
     }
     const Interrupt interrupt;
     if (context.json) {
-        context.out.WriteJson({{"listening", {{"address", "127.0.0.1"}, {"port", listener.Port()}}}});
-        context.out.Write("\n");
+        PrintObject(context, {{"listening", {{"address", "127.0.0.1"}, {"port", listener.Port()}}}});
     } else {
         context.out.Line("listening on 127.0.0.1, port " + std::to_string(listener.Port()));
     }
@@ -185,8 +182,9 @@ int RunListen(Context& context, const Options& options) {
 
 void AddListenCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = AddCommand(app, context, "listen",
-                                   "Receives crash notifications as processes send them, until Ctrl-C");
+    CLI::App* command =
+        AddCommand(app, context, "listen",
+                   "Receives crash notifications as processes send them, until Ctrl-C", Prints::kAsItComes);
     command
         ->add_option("--port", options->port,
                      "The port on 127.0.0.1 (" + std::to_string(Nima::Catalogue::kNotificationPort) +

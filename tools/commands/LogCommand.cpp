@@ -2,33 +2,27 @@
 #include "catalogue/Marks.h"
 #include "tools/base/BoundJson.h"
 #include "tools/base/CounterClock.h"
-#include "tools/base/Interrupt.h"
 #include "tools/base/Text.h"
-#include "tools/base/TimeMarks.h"
 #include "tools/commands/Commands.h"
-#include "tools/commands/FolderCommand.h"
+#include "tools/commands/EventPrinter.h"
 #include "tools/commands/InputOptions.h"
+#include "tools/commands/LinePrinter.h"
+#include "tools/commands/LogFollow.h"
+#include "tools/commands/SelectionTable.h"
+#include "tools/commands/View.h"
 #include "tools/input/StandardInput.h"
+#include "tools/log/LogEvents.h"
 #include "tools/log/LogFilter.h"
-#include "tools/log/LogFollower.h"
 #include "tools/log/LogSet.h"
 #include "tools/log/ShownLines.h"
-#include "tools/story/Folder.h"
 
 #include <algorithm>
-#include <array>
-#include <chrono>
-#include <filesystem>
-#include <iostream>
 #include <memory>
 #include <span>
-#include <thread>
 
 namespace NimaPost {
 
 namespace {
-
-constexpr std::chrono::milliseconds kPause(100);
 
 struct Options {
     InputOptions input;
@@ -36,8 +30,7 @@ struct Options {
     std::vector<std::string> tracers;
     std::vector<std::string> threads;
     std::string text;
-    bool ignoreCase = false;
-    Selection selection;
+    SelectionOptions selection;
     bool alone = false;
     bool follow = false;
 };
@@ -63,45 +56,8 @@ bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem)
             return false;
         }
     }
-    filter.SetText(options.text, options.ignoreCase);
     return true;
 }
-
-void AppendMarks(std::string& text, const LogEntry& entry) {
-    text += MarkOf(entry.certainty).sign;
-    text += entry.part->overwritten ? kOverwrittenMark.sign : ' ';
-}
-
-/// Formats times; lines of one second share everything but the fraction.
-class TimePrinter {
-  public:
-    void Append(std::string& text, const LogEntry& entry) {
-        if (!entry.hasTime) {
-            text.append(29, ' ');
-        } else if (!entry.hasWall) {
-            AppendSeconds(text, entry.time);
-        } else {
-            const std::int64_t fraction = Modulo(entry.time, kSecond);
-            if (entry.time - fraction != second_) {
-                second_ = entry.time - fraction;
-                cached_.clear();
-                AppendWallTime(cached_, second_);
-                cached_.resize(cached_.size() - 9);
-            }
-            text += cached_;
-            std::array<char, 9> digits{};
-            std::int64_t rest = fraction;
-            for (std::size_t i = digits.size(); i-- > 0; rest /= 10) {
-                digits[i] = static_cast<char>('0' + rest % 10);
-            }
-            text.append(digits.data(), digits.size());
-        }
-    }
-
-  private:
-    std::int64_t second_ = INT64_MIN;
-    std::string cached_;
-};
 
 Json EntryJson(const LogEntry& entry, const LogSet& logs) {
     Json json{{"file", ToUtf8(logs.Sources()[entry.part->file].file.Path())}, {"offset", entry.offset}};
@@ -141,18 +97,18 @@ Json ProcessesJson(const LogSet& logs) {
             threads.push_back(Hex32(thread));
         }
         processes.push_back({{"process", processes.size() + 1},
-                             {"boot", process.boot > 0 ? Json(process.boot) : Json()},
+                             {"boot", process.KnownBoot() ? Json(*process.KnownBoot()) : Json()},
                              {"evidence", EvidenceCodeOf(process)},
-                             {"first", process.hasWall ? Json(WallTimeIso(process.first)) : Json()},
-                             {"last", process.hasWall ? Json(WallTimeIso(process.last)) : Json()},
+                             {"first", process.IsDated() ? Json(WallTimeIso(process.First())) : Json()},
+                             {"last", process.IsDated() ? Json(WallTimeIso(process.Last())) : Json()},
                              {"threads", std::move(threads)}});
     }
     return processes;
 }
 
-void AddSummary(const LogSet& logs, Findings& findings) {
-    const Findings& unusable = logs.Unusable();
-    findings.damage.insert(findings.damage.end(), unusable.damage.begin(), unusable.damage.end());
+Findings Summary(const LogSet& logs) {
+    Findings findings;
+    findings.damage = logs.Unusable().damage;
     for (const LogSet::Source& source : logs.Sources()) {
         findings.Append(source.file.Path(), source.findings);
     }
@@ -161,191 +117,209 @@ void AddSummary(const LogSet& logs, Findings& findings) {
     }
     const Findings problems = logs.ReadProblems();
     findings.damage.insert(findings.damage.end(), problems.damage.begin(), problems.damage.end());
+    return findings;
 }
 
-/// Hands over the lines of the wanted boot and process.
-void ForEachWanted(const LogSet& logs, const Options& options, ShownLines& shown) {
-    logs.ForEach([&](const LogEntry& entry) {
-        if (options.selection.Takes(entry)) {
-            shown.Take(entry);
+/// As shown; undated times have no place among dated ones.
+std::optional<std::int64_t> TimeOf(const LogEntry& entry, bool hasWall) {
+    return entry.hasTime && entry.hasWall == hasWall ? std::optional(entry.time) : std::nullopt;
+}
+
+/// Logs, and which of their lines are wanted.
+struct Wanted {
+    const LogSet& logs;
+    LogFilter& filter;
+    Selection& selection;
+    bool hasWall;
+};
+
+/// Hands on the lines that are wanted, those before the last N left out.
+void ForEachWanted(Wanted& wanted, const ShownLines::Show& show) {
+    const auto run = [&](const ShownLines::Show& each) {
+        wanted.selection.BeginCount();
+        ShownLines shown(wanted.filter, each);
+        wanted.logs.ForEach([&](const LogEntry& entry) {
+            if (wanted.selection.IsOf(entry) &&
+                wanted.selection.IsIn(TimeOf(entry, wanted.hasWall), entry.certainty)) {
+                shown.Take(entry);
+            }
+            return true;
+        });
+        shown.Finish();
+    };
+    std::uint64_t skip = 0;
+    if (const auto& last = wanted.selection.Last()) {
+        std::uint64_t count = 0;
+        run([&](const LogEntry& /*entry*/) { ++count; });
+        skip = count - std::min(count, *last);
+    }
+    run([&](const LogEntry& entry) {
+        if (skip > 0) {
+            --skip;
+        } else {
+            show(entry);
         }
-        return true;
     });
 }
 
+Landmarks LandmarksOf(const LogSet& logs, bool withEnds) {
+    Landmarks landmarks;
+    for (const LogProcess& process : logs.Processes()) {
+        landmarks.hasWall = landmarks.hasWall || process.IsDated();
+        if (process.IsDated()) {
+            const auto known = landmarks.boots.try_emplace(process.boot, process.Earliest()).first;
+            known->second = std::min(known->second, process.Earliest());
+        }
+    }
+    landmarks.hasWall =
+        landmarks.hasWall || std::any_of(logs.Sources().begin(), logs.Sources().end(),
+                                         [](const auto& source) { return source.kind == LogKind::kQueue; });
+    if (withEnds) {
+        logs.ForEach([&](const LogEntry& entry) {
+            if (const auto time = TimeOf(entry, landmarks.hasWall)) {
+                landmarks.Widen(*time);
+            }
+            return true;
+        });
+    }
+    return landmarks;
+}
+
 /// Logs are read a second time for their lines, which may fail although the first time did not.
-Findings LateProblems(const LogSet& logs, const Findings& known) {
-    Findings late = logs.ReadProblems();
+Findings LateFindings(const Wanted& wanted, const Findings& known) {
+    Findings late = wanted.logs.ReadProblems();
     std::erase_if(late.damage, [&](const Finding& finding) {
         return std::any_of(known.damage.begin(), known.damage.end(),
                            [&](const Finding& other) { return other.sentence == finding.sentence; });
     });
+    late.remarks = wanted.selection.Remarks();
     return late;
 }
 
-void PrintText(Context& context, const LogSet& logs, const Options& options, LogFilter& filter) {
-    TimePrinter times;
-    ShownLines shown(filter, [&](const LogEntry& entry) {
-        std::string& text = context.out.Text();
-        times.Append(text, entry);
-        text += ' ';
-        AppendMarks(text, entry);
-        AppendPrintable(text, entry.text);
-        text += '\n';
-        context.out.Pace();
-    });
-    ForEachWanted(logs, options, shown);
+void PrintText(Context& context, Wanted& wanted) {
+    LinePrinter lines(context);
+    ForEachWanted(wanted, [&](const LogEntry& entry) { lines.Print(entry); });
 }
 
-void PrintJson(Context& context, const LogSet& logs, const Options& options, LogFilter& filter,
-               const DeviceInput& input, const Findings& findings) {
+void PrintJson(Context& context, Wanted& wanted, const Findings& findings) {
     JsonDocument document(context.out);
-    if (!input.one) {
-        document.Member("device", ToUtf8(input.where));
-    }
     document.Member("findings", FindingsJson(findings));
-    document.Member("processes", ProcessesJson(logs));
+    document.Member("processes", ProcessesJson(wanted.logs));
     document.BeginArray("lines");
-    ShownLines shown(filter, [&](const LogEntry& entry) { document.Element(EntryJson(entry, logs)); });
-    ForEachWanted(logs, options, shown);
+    ForEachWanted(wanted, [&](const LogEntry& entry) { document.Element(EntryJson(entry, wanted.logs)); });
     document.EndArray();
-    const Findings late = LateProblems(logs, findings);
-    if (!late.damage.empty()) {
+    const Findings late = LateFindings(wanted, findings);
+    if (!late.damage.empty() || !late.remarks.empty()) {
         document.Member("late_findings", FindingsJson(late));
     }
     document.End();
 }
 
-Json FollowedJson(const std::string& path, const LogLine& line) {
-    Json json{{"file", ToUtf8(path)}};
-    if (line.hasHeader) {
-        json["counter"] = line.counter;
-        json["thread"] = Hex32(line.thread);
-        json["level"] = line.level;
-        json["tracer"] = ToUtf8(line.tracer);
+/// As all that lists does: an object or a row a line.
+void PrintEvents(Context& context, Wanted& wanted) {
+    std::vector<std::string> files;
+    for (const LogSet::Source& source : wanted.logs.Sources()) {
+        files.push_back(source.file.Path());
     }
-    json["message"] = ToUtf8(line.message);
-    return json;
-}
-
-/// A log that does not exist yet can be waited for; what is there must be readable.
-bool CanFollow(const std::string& path, std::string& problem) {
-    std::error_code error;
-    if (InputFile::Open(path, problem)) {
-        return true;
-    }
-    if (std::filesystem::exists(path, error)) {
-        return false;
-    }
-    std::cerr << "note: " << Printable(problem) << "; waiting for it\n";
-    return true;
-}
-
-/// Prints the lines as they come, until an interrupt.
-int Follow(Context& context, const std::string& path, LogFilter& filter) {
-    Interrupt interrupt;
-    LogFollower follower(path);
-    ShownLines shown(filter, [&](const LogEntry& entry) {
-        if (context.json) {
-            context.out.WriteJson(FollowedJson(path, entry.line));
-        } else {
-            AppendPrintable(context.out.Text(), entry.text);
-        }
-        context.out.Write("\n");
+    EventPrinter printer(context, std::move(files), wanted.hasWall);
+    LogEvents events;
+    printer.Begin();
+    ForEachWanted(wanted, [&](const LogEntry& entry) {
+        TimelineEvent event = events.Of(entry);
+        event.time = TimeOf(entry, wanted.hasWall);
+        printer.Print(event, nullptr);
     });
-    std::string told;
-    while (!interrupt.Requested()) {
-        const bool any = follower.Poll([&](std::string_view text) {
-            LogEntry entry;
-            entry.line = ParseLogLine(text);
-            entry.text = text;
-            entry.continued = !entry.line.hasHeader;
-            shown.Take(entry);
-        });
-        if (any && !context.out.Flush()) {
-            break;
-        }
-        if (const std::string error = follower.ReadError(); !error.empty() && error != told) {
-            std::cerr << "damaged: " << Printable(path) << ": Not all of it could be read: " << error
-                      << ".\n";
-            told = error;
-        }
-        if (!any) {
-            std::this_thread::sleep_for(kPause);
-        }
-    }
-    return told.empty() ? kExitFine : kExitDamaged;
 }
 
-std::string NothingToRead(const LogSet& logs, const std::string& where) {
+std::string NothingToRead(const LogSet& logs) {
     std::string problem = "nothing to read:";
     for (const Finding& finding : logs.Unusable().damage) {
         problem += ' ' + finding.sentence;
     }
-    return logs.Unusable().damage.empty() ? where + ": no text log in it" : problem;
+    return problem;
 }
 
-int ShowLogs(Context& context, const Options& options, LogFilter& filter, const DeviceInput& input,
-             Findings& findings) {
+/// The text logs of a folder, as `show` tells them.
+int RunLogView(Context& context, const DeviceInput& input, const Findings& findings, const LogFilter& filter,
+               Selection& selection) {
+    return RunView(context, input, findings, selection, [&](const TimelineEvent& event) {
+        return event.kind == EventKind::kText &&
+               filter.AdmitsHeader(event.level, event.name, event.thread.value_or(0));
+    });
+}
+
+int PrintLogs(Context& context, Wanted wanted, const Findings& inherited) {
+    const Findings findings = Joined(inherited, Summary(wanted.logs));
+    if (context.format == Format::kJson) {
+        PrintJson(context, wanted, findings);
+        return std::max(ExitCodeOf(findings), ExitCodeOf(LateFindings(wanted, findings)));
+    }
+    PrintFindings(context, findings);
+    if (context.format == Format::kText) {
+        PrintText(context, wanted);
+    } else {
+        PrintEvents(context, wanted);
+    }
+    const Findings late = LateFindings(wanted, findings);
+    PrintFindings(context, late);
+    return std::max(ExitCodeOf(findings), ExitCodeOf(late));
+}
+
+/// Logs that were named.
+int ShowLogs(Context& context, const DeviceInput& input, const Findings& findings, LogFilter& filter,
+             Selection& selection) {
     LogSet logs;
-    const auto manifest = ManifestOf(input.device, findings);
-    logs.SetCollected(manifest ? manifest->Moment() : std::nullopt);
     logs.Add(input.device);
     if (logs.Sources().empty()) {
-        const Findings& unusable = logs.Unusable();
-        if (!context.json) {
-            PrintFindings(context, findings);
-        }
-        findings.damage.insert(findings.damage.end(), unusable.damage.begin(), unusable.damage.end());
-        return ReportUnusable(context, NothingToRead(logs, input.where), findings);
+        return ReportUnusable(context, NothingToRead(logs), Joined(findings, logs.Unusable()));
     }
     logs.Arrange();
     Processes processes;
     for (const LogProcess& process : logs.Processes()) {
         processes.Add(FactsOf(process));
     }
-    const std::string problem = options.selection.Missing(processes);
-    if (!problem.empty()) {
+    const Landmarks landmarks = LandmarksOf(logs, selection.NeedsEnds());
+    std::string problem;
+    if (!selection.Settle(processes, landmarks, problem)) {
         return ReportUnusable(context, problem);
     }
-    AddSummary(logs, findings);
-    if (logs.LaterThanCollected() > 0) {
-        findings.Damage("manifest-contradicted",
-                        Counted(logs.LaterThanCollected(), "date") +
-                            " in the logs later than the moment at which the manifest was written.");
+    return PrintLogs(context, {logs, filter, selection, landmarks.hasWall}, findings);
+}
+
+/// Both remember what they have judged, so each device has its own.
+bool Prepare(const Options& options, LogFilter& filter, Selection& selection, std::string& problem) {
+    if (!MakeFilter(options, filter, problem) || !selection.Prepare(options.selection, problem)) {
+        return false;
     }
-    if (context.json) {
-        PrintJson(context, logs, options, filter, input, findings);
-    } else {
-        PrintFindings(context, findings);
-        PrintText(context, logs, options, filter);
-        PrintFindings(context, LateProblems(logs, findings));
+    if (!options.text.empty()) {
+        selection.Texts().Want(Pattern::Literal(options.text, options.selection.ignoreCase));
     }
-    return std::max(ExitCodeOf(findings), ExitCodeOf(LateProblems(logs, findings)));
+    filter.SetTexts(selection.Texts());
+    return true;
 }
 
 int RunLog(Context& context, const Options& options) {
-    LogFilter filter;
     std::string problem;
-    if (!MakeFilter(options, filter, problem)) {
-        return ReportUnusable(context, problem);
-    }
     if (options.follow) {
+        LogFilter filter;
+        Selection selection;
         const std::vector<std::string>& paths = options.input.paths;
-        if (paths.size() != 1 || paths.front() == kStandardInput) {
-            return ReportUnusable(context, "--follow takes one file");
+        if (!Prepare(options, filter, selection, problem)) {
+            return ReportUnusable(context, problem);
         }
-        if (!CanFollow(paths.front(), problem)) {
-            return ReportUnopened(context, problem);
-        }
-        return Follow(context, paths.front(), filter);
+        return paths.size() == 1 && paths.front() != kStandardInput
+                   ? FollowLog(context, paths.front(), filter)
+                   : ReportUnusable(context, "--follow takes one file");
     }
     return RunOnDevices(
         context, options.input, !options.alone, [&](const DeviceInput& input, Findings& findings) {
-            // It remembers what it has judged.
-            LogFilter own;
-            return MakeFilter(options, own, problem) ? ShowLogs(context, options, own, input, findings)
-                                                     : ReportUnusable(context, problem);
+            LogFilter filter;
+            Selection selection;
+            if (!Prepare(options, filter, selection, problem)) {
+                return ReportUnusable(context, problem);
+            }
+            return IsNamed(input.device) ? ShowLogs(context, input, findings, filter, selection)
+                                         : RunLogView(context, input, findings, filter, selection);
         });
 }
 
@@ -353,16 +327,17 @@ int RunLog(Context& context, const Options& options) {
 
 void AddLogCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time");
-    AddInputOptions(*command, options->input, "FILE", "Logs; their backups (FILE.1 ...) are read as well");
+    CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time", Prints::kList);
+    AddInputOptions(*command, options->input, "FILE", "Logs, whose backups (FILE.1 ...) are read as well");
     command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and more severe")
-        ->delimiter(',');
-    command->add_option("--tracer", options->tracers, "Only lines of these tracers");
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    command->add_option("--tracer", options->tracers, "Only lines of these tracers")->allow_extra_args(false);
     command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
-        ->delimiter(',');
+        ->delimiter(',')
+        ->allow_extra_args(false);
     command->add_option("--text", options->text, "Only messages that contain this text");
-    command->add_flag("-i,--ignore-case", options->ignoreCase, "--text ignores case (ASCII)");
-    AddSelection(*command, options->selection);
+    AddSelection(*command, options->selection, TakesLast::kYes);
     command->add_flag("--alone", options->alone, "Leave the backups out");
     command->add_flag("-f,--follow", options->follow, "Print lines as they are written, until Ctrl-C");
     command->callback([&run, options] { run = [options](Context& c) { return RunLog(c, *options); }; });

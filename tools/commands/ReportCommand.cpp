@@ -2,14 +2,17 @@
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/commands/FolderCommand.h"
+#include "tools/commands/Symbols.h"
 #include "tools/report/PageData.h"
 #include "tools/report/ReportPage.h"
 #include "tools/report/Rows.h"
+#include "tools/story/SelectedEvents.h"
 #include "tools/story/Story.h"
 
 #include <chrono>
 #include <filesystem>
 #include <memory>
+#include <utility>
 
 namespace NimaPost {
 
@@ -22,6 +25,7 @@ constexpr std::size_t kMostRows = 500000;
 
 struct Options {
     FolderOptions files;
+    SymbolOptions symbols;
     std::size_t rows = kDefaultRows;
 };
 
@@ -70,18 +74,35 @@ Crash Headline(const Story& story) {
     return story.Crashes().empty() ? Crash() : story.Crashes().back();
 }
 
-void WritePage(Output& out, const Options& options, const Story& story, const Names& names) {
-    Rows rows(options.rows, names);
-    story.ForEach([&](const TimelineEvent& event) {
-        if (options.files.selection.Takes(event)) {
-            rows.Take(event);
+/// What symbols say about the folder's stack traces.
+StackSymbols Resolve(const Options& options, const Story& story, Findings& findings) {
+    StackSymbols symbols;
+    const auto* const source = story.Find<StackTraceSource>();
+    if (source == nullptr) {
+        return symbols;
+    }
+    std::vector<NamedStack> stacks;
+    for (const auto& held : source->All()) {
+        stacks.push_back({&held.content, story.Files()[held.file].name});
+    }
+    if (auto resolved = ResolveStacks(options.symbols, story.Where(), stacks)) {
+        resolved->AddTo(findings);
+        for (std::size_t i = 0; i < stacks.size(); ++i) {
+            symbols[source->All()[i].file] = {std::move(resolved->resolutions[i]),
+                                              std::move(resolved->statements[i].remarks)};
         }
-        return true;
-    });
+    }
+    return symbols;
+}
+
+void WritePage(Output& out, const Options& options, const Story& story, Selection& selection,
+               const Names& names, const StackSymbols& symbols) {
+    Rows rows(options.rows, names);
+    ForEachSelected(story, selection, [&](const TimelineEvent& event) { rows.Take(event); });
     const std::vector<Row>& sorted = rows.Sorted();
     const auto first = sorted.empty() ? std::nullopt : sorted.front().time;
     const std::int64_t origin = first ? *first : Headline(story).time.value_or(0);
-    const PageData data(story, origin, options.files.selection);
+    const PageData data(story, origin, selection, symbols);
 
     out.Write(PageHead());
     out.Write("{");
@@ -109,11 +130,14 @@ void WritePage(Output& out, const Options& options, const Story& story, const Na
     out.Write(PageTail());
 }
 
-FolderResult WriteReport(const Options& options, const Story& story, const Names& names, Output& out) {
-    WritePage(out, options, story, names);
+FolderResult WriteReport(const Options& options, const Story& story, Selection& selection, const Names& names,
+                         Output& out) {
+    Findings findings;
+    WritePage(out, options, story, selection, names, Resolve(options, story, findings));
     const std::string title = Headline(story).title;
     return {{{"title", title.empty() ? Json() : Json(ToUtf8(title))}},
-            (title.empty() ? "No crash in the folder" : title) + "; report in "};
+            (title.empty() ? "No crash in the folder" : title) + "; report in ",
+            std::move(findings)};
 }
 
 } // namespace
@@ -126,10 +150,11 @@ void AddReportCommand(CLI::App& app, Context& context, Run& run) {
     command->add_option("--rows", options->rows, "How many of the newest records to include")
         ->check(CLI::Range(std::size_t{1}, kMostRows))
         ->capture_default_str();
+    AddSymbols(*command, options->symbols);
     command->callback([&run, options] {
         run = [options](Context& c) {
-            return RunOnFolder(c, options->files, [&](const Story& story, Output& out) {
-                return WriteReport(*options, story, c.names, out);
+            return RunOnFolder(c, options->files, [&](const Story& story, Selection& selection, Output& out) {
+                return WriteReport(*options, story, selection, c.names, out);
             });
         };
     });

@@ -1,10 +1,13 @@
 #include "tools/axis/Processes.h"
 #include "tools/base/Text.h"
-#include "tools/commands/Commands.h"
+#include "tools/commands/EventPrinter.h"
 #include "tools/commands/InputOptions.h"
+#include "tools/commands/SelectionTable.h"
+#include "tools/commands/View.h"
 #include "tools/names/EventFormat.h"
 #include "tools/rings/Merge.h"
 #include "tools/rings/RingText.h"
+#include "tools/rings/Seam.h"
 #include "tools/rings/Segment.h"
 #include "tools/words/Words.h"
 
@@ -18,7 +21,7 @@ namespace {
 struct Options {
     InputOptions input;
     std::vector<std::string> rings;
-    std::optional<std::uint64_t> last;
+    SelectionOptions selection;
     bool merge = false;
 };
 
@@ -108,24 +111,112 @@ void PrintTable(Output& out, const RingSet& set) {
     }
 }
 
-void PrintRings(Context& context, const Options& options, const RingSet& set) {
+/// The records of a set that are selected, by their times in the order of all rings.
+class Chosen {
+  public:
+    Chosen(const RingSet& set, Selection& selection)
+        : set_(set), selection_(selection), merged_(MergeRings(set)) {
+        head_ = set.date && set.ticks ? set.date->Earliest() : 0;
+    }
+
+    bool HasWall() const { return set_.date && set_.ticks; }
+
+    bool Settle(std::string& problem) const {
+        Processes processes;
+        for (std::size_t i = 0; i < set_.processes; ++i) {
+            processes.Add({});
+        }
+        Landmarks landmarks;
+        landmarks.hasWall = HasWall();
+        for (const MergedRecord& each : merged_) {
+            landmarks.Widen(head_ + each.time);
+        }
+        return selection_.Settle(processes, landmarks, problem);
+    }
+
+    void Choose(const Names& names) {
+        std::vector<MergedRecord> chosen;
+        const MergedRecord* current = nullptr;
+        SelectedEvents wanted(
+            selection_, [](const TimelineEvent& /*event*/) { return true; },
+            [&](const TimelineEvent& /*event*/) { chosen.push_back(*current); });
+        std::string text;
+        for (const MergedRecord& each : merged_) {
+            current = &each;
+            wanted.Take(EventOf(each, names, text));
+            wanted.Finish();
+        }
+        merged_ = std::move(chosen);
+    }
+
+    /// Holds as long as the text.
+    TimelineEvent EventOf(const MergedRecord& each, const Names& names, std::string& text) const {
+        text.clear();
+        AppendRingEvent(text, names, each.ring->name, each.record->data);
+        TimelineEvent event;
+        event.kind = EventKind::kRing;
+        event.time = head_ + each.time;
+        event.certainty = Certainty::Assumed();
+        event.thread = each.record->data.threadId;
+        event.process = each.record->process + std::size_t{1};
+        event.name = each.ring->name;
+        event.text = text;
+        event.arguments = std::span(each.record->data.words).subspan(1);
+        return event;
+    }
+
+    /// In the order of all rings.
+    std::vector<MergedRecord> Merged() const {
+        std::vector<MergedRecord> merged = merged_;
+        KeepLast(merged);
+        return merged;
+    }
+    /// In the order of one ring; `any` says whether it has any without regard to how many are wanted.
+    std::vector<const RingRecord*> Of(const Ring& ring, bool& any) const {
+        std::vector<const RingRecord*> records;
+        for (const MergedRecord& each : merged_) {
+            if (each.ring == &ring) {
+                records.push_back(each.record);
+            }
+        }
+        std::sort(records.begin(), records.end());
+        any = !records.empty();
+        KeepLast(records);
+        return records;
+    }
+
+  private:
+    template <typename Records>
+    void KeepLast(Records& records) const {
+        if (const auto& last = selection_.Last(); last && records.size() > *last) {
+            records.erase(records.begin(), records.end() - static_cast<std::ptrdiff_t>(*last));
+        }
+    }
+
+    const RingSet& set_;
+    Selection& selection_;
+    std::vector<MergedRecord> merged_;
+    std::int64_t head_ = 0;
+};
+
+void PrintRings(Context& context, const RingSet& set, const Chosen& chosen) {
     std::string& text = context.out.Text();
     for (const Ring& ring : set.rings) {
-        const std::size_t skip =
-            options.last && ring.records.size() > *options.last ? ring.records.size() - *options.last : 0;
-        if (ring.records.empty()) {
+        bool any = false;
+        const std::vector<const RingRecord*> records = chosen.Of(ring, any);
+        if (!any) {
             continue;
         }
         text += "\n" + ring.name + "\n";
         std::size_t process = 0;
-        for (std::size_t i = skip; i < ring.records.size(); ++i) {
-            if (set.processes > 1 && process != ring.records[i].process + 1U) {
-                process = ring.records[i].process + 1U;
+        for (const RingRecord* record : records) {
+            if (set.processes > 1 && process != record->process + 1U) {
+                process = record->process + 1U;
                 text += ProcessInWords(process, std::nullopt) + "\n";
             }
-            AppendSeconds(text, ring.records[i].elapsed);
+            AppendSeconds(text, record->elapsed);
             text += "  ";
-            AppendRecord(text, ring, ring.records[i], context.names);
+            AppendRecord(text, ring, *record, context.names);
             context.out.Pace();
         }
     }
@@ -146,15 +237,18 @@ void PrintMerged(Context& context, const std::vector<MergedRecord>& merged) {
     }
 }
 
-template <typename Records>
-void KeepLast(Records& records, const Options& options) {
-    if (options.last && records.size() > *options.last) {
-        records.erase(records.begin(), records.end() - static_cast<std::ptrdiff_t>(*options.last));
+/// As all that lists does: an object or a row a line.
+void PrintEvents(Context& context, const InputFile& file, const Chosen& chosen) {
+    EventPrinter printer(context, {file.Path()}, chosen.HasWall());
+    printer.Begin();
+    std::string text;
+    for (const MergedRecord& each : chosen.Merged()) {
+        printer.Print(chosen.EventOf(each, context.names, text), nullptr);
     }
 }
 
-void PrintJson(Context& context, const Options& options, const InputFile& file, RingSet& set,
-               const Findings& findings) {
+void PrintJson(Context& context, const Options& options, const InputFile& file, const RingSet& set,
+               const Chosen& chosen, const Findings& findings) {
     JsonDocument document(context.out);
     document.Member("file", ToUtf8(file.Path()));
     document.Member("kind", set.isText ? "text dump" : "segment");
@@ -174,18 +268,16 @@ void PrintJson(Context& context, const Options& options, const InputFile& file, 
     document.EndArray();
     document.BeginArray("records");
     if (options.merge) {
-        auto merged = MergeRings(set);
-        KeepLast(merged, options);
-        for (const MergedRecord& each : merged) {
+        for (const MergedRecord& each : chosen.Merged()) {
             Json json = RecordJson(*each.ring, *each.record, context.names);
             json["before_newest_ns"] = each.time;
             document.Element(json);
         }
     } else {
-        for (Ring& ring : set.rings) {
-            KeepLast(ring.records, options);
-            for (const RingRecord& record : ring.records) {
-                document.Element(RecordJson(ring, record, context.names));
+        bool any = false;
+        for (const Ring& ring : set.rings) {
+            for (const RingRecord* record : chosen.Of(ring, any)) {
+                document.Element(RecordJson(ring, *record, context.names));
             }
         }
     }
@@ -201,22 +293,42 @@ std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
     return ReadRingSegment(file, findings);
 }
 
-void AddRemarks(const RingSet& set, Findings& findings) {
-    for (const Ring& ring : set.rings) {
-        if (ring.seam == Seam::kUncertain) {
-            findings.Remark("uncertain-seam",
-                            ring.name +
-                                ": nothing recorded shows for certain where its newest record meets the "
-                                "oldest, or those of an earlier process.");
-        }
-        if (ring.clockBreaks > 0) {
-            findings.Remark("clock-break", ring.name + ": the counters do not fit one run of the clock in " +
-                                               Counted(ring.clockBreaks, "place") + ".");
-        }
+/// Rings of a folder, as `show` tells them.
+int RunRingsView(Context& context, const Options& options, const DeviceInput& input, Findings& findings) {
+    return RunView(context, input, findings, options.selection, [&](const TimelineEvent& event) {
+        return event.kind == EventKind::kRing &&
+               (options.rings.empty() ||
+                std::any_of(options.rings.begin(), options.rings.end(),
+                            [&](const std::string& name) { return EqualNoCase(name, event.name); }));
+    });
+}
+
+void PrintSet(Context& context, const Options& options, const InputFile& file, const RingSet& set,
+              const Chosen& chosen, const Findings& findings) {
+    if (context.format == Format::kJson) {
+        PrintJson(context, options, file, set, chosen, findings);
+        return;
+    }
+    if (context.format != Format::kText) {
+        PrintFindings(context, findings);
+        PrintEvents(context, file, chosen);
+        return;
+    }
+    PrintTable(context.out, set);
+    PrintFindings(context, findings);
+    if (options.merge) {
+        PrintMerged(context, chosen.Merged());
+    } else {
+        PrintRings(context, set, chosen);
     }
 }
 
 int ShowRings(Context& context, const Options& options, const InputFile& file, Findings& findings) {
+    Selection selection;
+    std::string problem;
+    if (!selection.Prepare(options.selection, problem)) {
+        return ReportUnusable(context, problem);
+    }
     auto set = Read(file, findings);
     if (!set) {
         return ReportUnusable(context, file, findings);
@@ -226,46 +338,42 @@ int ShowRings(Context& context, const Options& options, const InputFile& file, F
     if (!missing.empty()) {
         return ReportUnusable(context, file.Path() + ": no ring \"" + missing + "\"");
     }
-    AddRemarks(*set, findings);
-    if (context.json) {
-        PrintJson(context, options, file, *set, findings);
-        return ExitCodeOf(findings);
+    RemarkOnOrder(*set, findings);
+    Chosen chosen(*set, selection);
+    if (!chosen.Settle(problem)) {
+        return ReportUnusable(context, problem);
     }
-    PrintTable(context.out, *set);
-    PrintFindings(context, findings);
-    if (options.merge) {
-        auto merged = MergeRings(*set);
-        KeepLast(merged, options);
-        PrintMerged(context, merged);
-    } else {
-        PrintRings(context, options, *set);
+    chosen.Choose(context.names);
+    for (Finding& remark : selection.Remarks()) {
+        findings.remarks.push_back(std::move(remark));
     }
+    PrintSet(context, options, file, *set, chosen, findings);
     return ExitCodeOf(findings);
 }
 
-bool IsRings(std::string_view front, std::uint64_t size) {
-    return LooksLikeRingText(front) || LooksLikeRingSegment(front, size);
-}
-
 int RunRings(Context& context, const Options& options) {
-    return RunOnFiles(context, options.input, {"rings", IsRings},
-                      [&](const InputFile& file, Findings& findings) {
-                          return ShowRings(context, options, file, findings);
-                      });
+    return RunOnInput(
+        context, options.input,
+        [&](const InputFile& file, Findings& findings) {
+            return ShowRings(context, options, file, findings);
+        },
+        [&](const DeviceInput& input, Findings& findings) {
+            return RunRingsView(context, options, input, findings);
+        });
 }
 
 } // namespace
 
 void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
-    CLI::App* command = AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it");
+    CLI::App* command =
+        AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it", Prints::kList);
     AddInputOptions(*command, options->input, "FILE", "The segment \"System Ring Buffers\", or a text dump");
-    command->add_option("--ring", options->rings, "Only these rings, by name or index")->delimiter(',');
+    command->add_option("--ring", options->rings, "Only these rings, by name or index")
+        ->delimiter(',')
+        ->allow_extra_args(false);
     command->add_flag("--merge", options->merge, "All rings in one order of time");
-    command
-        ->add_option("--last", options->last, "Only the last N records, of each ring or of the merged order")
-        ->type_name("N")
-        ->check(WholeNumber());
+    AddSelection(*command, options->selection, TakesLast::kYes);
     command->callback([&run, options] { run = [options](Context& c) { return RunRings(c, *options); }; });
 }
 

@@ -1,8 +1,10 @@
 #include "catalogue/SysTrace.h"
 #include "tools/axis/Processes.h"
 #include "tools/base/Text.h"
-#include "tools/commands/Commands.h"
+#include "tools/commands/EventPrinter.h"
 #include "tools/commands/InputOptions.h"
+#include "tools/commands/SelectionTable.h"
+#include "tools/commands/View.h"
 #include "tools/systrace/RecordText.h"
 #include "tools/systrace/SysTrace.h"
 
@@ -18,7 +20,7 @@ struct Options {
     std::vector<std::string> components;
     std::vector<std::string> levels;
     std::vector<std::string> threads;
-    std::optional<std::uint64_t> last;
+    SelectionOptions selection;
 };
 
 /// The records that the options ask for.
@@ -31,6 +33,21 @@ struct Filter {
         };
         return in(components, record.Component()) && in(levels, record.Level()) &&
                (threads.empty() || (record.hasThread && in(threads, record.thread)));
+    }
+    /// The same of a record of which only words are at hand.
+    bool Admits(const TimelineEvent& event, const Names& names) const {
+        const auto named = [&](const std::vector<std::uint32_t>& wanted, const auto& nameOf,
+                               std::string_view name) {
+            return wanted.empty() || std::any_of(wanted.begin(), wanted.end(), [&](std::uint32_t number) {
+                       return nameOf(number) == name;
+                   });
+        };
+        return named(
+                   components, [&](std::uint32_t number) { return names.Component(number); }, event.name) &&
+               named(
+                   levels, [&](std::uint32_t number) { return names.Level(number); }, event.level) &&
+               (threads.empty() ||
+                (event.thread && std::find(threads.begin(), threads.end(), *event.thread) != threads.end()));
     }
 };
 
@@ -146,13 +163,26 @@ Json ProcessesJson(const SysTraceFile& trace) {
     return processes;
 }
 
+/// As the selection sees it. Times may be later by whole seconds.
+TimelineEvent EventOf(TraceEvents& events, const SysTraceFile& trace, const SysTraceRecord& record) {
+    TimelineEvent event = events.Of(trace, record);
+    event.process = record.stretch + std::size_t{1};
+    return event;
+}
+
 /// The indices of the records to show.
-std::vector<std::uint32_t> Select(const SysTraceFile& trace, const Filter& filter,
-                                  std::optional<std::uint64_t> last) {
+std::vector<std::uint32_t> Select(const SysTraceFile& trace, const Filter& filter, Selection& selection,
+                                  const Names& names) {
     std::vector<std::uint32_t> selected;
-    for (std::uint32_t i = 0; i < trace.records.size(); ++i) {
-        if (filter.Admits(trace.records[i])) {
-            selected.push_back(i);
+    TraceEvents events(names);
+    std::uint32_t index = 0;
+    SelectedEvents wanted(
+        selection, [](const TimelineEvent& /*event*/) { return true; },
+        [&](const TimelineEvent& /*event*/) { selected.push_back(index); });
+    for (; index < trace.records.size(); ++index) {
+        if (filter.Admits(trace.records[index])) {
+            wanted.Take(EventOf(events, trace, trace.records[index]));
+            wanted.Finish();
         }
     }
     // Delayed writers are stored a little after their time. The sort is stable, so that equal times keep the
@@ -160,10 +190,23 @@ std::vector<std::uint32_t> Select(const SysTraceFile& trace, const Filter& filte
     std::stable_sort(selected.begin(), selected.end(), [&](std::uint32_t a, std::uint32_t b) {
         return trace.records[a].elapsed < trace.records[b].elapsed;
     });
-    if (last && selected.size() > *last) {
+    if (const auto& last = selection.Last(); last && selected.size() > *last) {
         selected.erase(selected.begin(), selected.end() - static_cast<std::ptrdiff_t>(*last));
     }
     return selected;
+}
+
+/// A trace alone tells of processes, and of nothing that is dated.
+bool Settle(const SysTraceFile& trace, Selection& selection, std::string& problem) {
+    Processes processes;
+    for (std::size_t i = 0; i < trace.stretches.size(); ++i) {
+        processes.Add({});
+    }
+    Landmarks landmarks;
+    for (const SysTraceRecord& record : trace.records) {
+        landmarks.Widen(record.elapsed);
+    }
+    return selection.Settle(processes, landmarks, problem);
 }
 
 void PrintText(Context& context, const SysTraceFile& trace, const std::vector<std::uint32_t>& selected,
@@ -203,18 +246,39 @@ void PrintJson(Output& out, const InputFile& file, const SysTraceFile& trace,
     document.End();
 }
 
-int ShowTrace(Context& context, const Options& options, const Filter& filter, const InputFile& file,
+/// As all that lists does: an object or a row a line.
+void PrintEvents(Context& context, const InputFile& file, const SysTraceFile& trace,
+                 const std::vector<std::uint32_t>& selected, const Findings& findings) {
+    PrintFindings(context, findings);
+    EventPrinter printer(context, {file.Path()}, false);
+    TraceEvents events(context.names);
+    printer.Begin();
+    for (const std::uint32_t index : selected) {
+        printer.Print(EventOf(events, trace, trace.records[index]), nullptr);
+    }
+}
+
+int ShowTrace(Context& context, const Filter& filter, Selection& selection, const InputFile& file,
               Findings& findings) {
     const auto trace = ReadSysTrace(file, context.names, findings);
     if (!trace) {
         return ReportUnusable(context, file, findings);
     }
     file.ReportReadProblem(findings);
-    const auto selected = Select(*trace, filter, options.last);
-    if (context.json) {
+    std::string problem;
+    if (!Settle(*trace, selection, problem)) {
+        return ReportUnusable(context, problem);
+    }
+    const auto selected = Select(*trace, filter, selection, context.names);
+    for (Finding& remark : selection.Remarks()) {
+        findings.remarks.push_back(std::move(remark));
+    }
+    if (context.format == Format::kJson) {
         PrintJson(context.out, file, *trace, selected, context.names, findings);
-    } else {
+    } else if (context.format == Format::kText) {
         PrintText(context, *trace, selected, findings);
+    } else {
+        PrintEvents(context, file, *trace, selected, findings);
     }
     return ExitCodeOf(findings);
 }
@@ -225,13 +289,19 @@ int RunSysTrace(Context& context, const Options& options) {
     if (!MakeFilter(options, context.names, filter, problem)) {
         return ReportUnusable(context, problem);
     }
-    const auto isTrace = [](std::string_view front, std::uint64_t /*size*/) {
-        return LooksLikeSysTrace(front);
-    };
-    return RunOnFiles(context, options.input, {"binary trace", isTrace},
-                      [&](const InputFile& file, Findings& findings) {
-                          return ShowTrace(context, options, filter, file, findings);
-                      });
+    return RunOnInput(
+        context, options.input,
+        [&](const InputFile& file, Findings& findings) {
+            Selection selection;
+            return selection.Prepare(options.selection, problem)
+                       ? ShowTrace(context, filter, selection, file, findings)
+                       : ReportUnusable(context, problem);
+        },
+        [&](const DeviceInput& input, Findings& findings) {
+            return RunView(context, input, findings, options.selection, [&](const TimelineEvent& event) {
+                return event.kind == EventKind::kBinary && filter.Admits(event, context.names);
+            });
+        });
 }
 
 } // namespace
@@ -239,16 +309,19 @@ int RunSysTrace(Context& context, const Options& options) {
 void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command =
-        AddCommand(app, context, "systrace", "The binary trace: a dump (\"SysTrace.bin\") or the segment");
+        AddCommand(app, context, "systrace", "The binary trace: a dump (\"SysTrace.bin\") or the segment",
+                   Prints::kList);
     AddInputOptions(*command, options->input, "FILE", "The dump or the segment \"SysTrace Buffer\"");
     command->add_option("--component", options->components, "Only these components, by number or name")
-        ->delimiter(',');
-    command->add_option("--level", options->levels, "Only these levels, 0 to 3")->delimiter(',');
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    command->add_option("--level", options->levels, "Only these levels, 0 to 3")
+        ->delimiter(',')
+        ->allow_extra_args(false);
     command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
-        ->delimiter(',');
-    command->add_option("--last", options->last, "Only the last N of them")
-        ->type_name("N")
-        ->check(WholeNumber());
+        ->delimiter(',')
+        ->allow_extra_args(false);
+    AddSelection(*command, options->selection, TakesLast::kYes);
     command->callback([&run, options] { run = [options](Context& c) { return RunSysTrace(c, *options); }; });
 }
 

@@ -4,6 +4,7 @@
 #include "tools/base/TimeMarks.h"
 #include "tools/commands/FolderCommand.h"
 #include "tools/report/CrashData.h"
+#include "tools/story/SelectedEvents.h"
 #include "tools/story/Sources.h"
 #include "tools/story/Story.h"
 #include "tools/story/Threads.h"
@@ -45,7 +46,7 @@ using Rates = std::map<std::int64_t, std::array<std::uint64_t, kEventKinds>>;
 
 class TraceWriter {
   public:
-    TraceWriter(Output& out, const Names& names, const Story& story, const Selection& selection)
+    TraceWriter(Output& out, const Names& names, const Story& story, Selection& selection)
         : out_(out),
           threads_(names),
           story_(story),
@@ -102,13 +103,8 @@ class TraceWriter {
         }
     }
 
-    void ForEach(const std::function<void(const TimelineEvent&)>& visitor) const {
-        story_.ForEach([&](const TimelineEvent& event) {
-            if (selection_.Takes(event)) {
-                visitor(event);
-            }
-            return true;
-        });
+    void ForEach(const std::function<void(const TimelineEvent&)>& visitor) {
+        ForEachSelected(story_, selection_, visitor);
     }
 
     void FindRange() {
@@ -271,7 +267,7 @@ class TraceWriter {
     Output& out_;
     Threads threads_;
     const Story& story_;
-    const Selection& selection_;
+    Selection& selection_;
     std::size_t device_; ///< the Perfetto process for what is of no known process
     std::set<std::size_t> used_;
     Rates rates_;
@@ -282,10 +278,10 @@ class TraceWriter {
     bool anyRecord_ = false;
 };
 
-FolderResult WriteTimeline(const Story& story, const Names& names, const Selection& selection, Output& out) {
+FolderResult WriteTimeline(const Story& story, const Names& names, Selection& selection, Output& out) {
     TraceWriter writer(out, names, story, selection);
     writer.Write();
-    return {{{"events", writer.Count()}}, Counted(writer.Count(), "event") + " in "};
+    return {{{"events", writer.Count()}}, Counted(writer.Count(), "event") + " in ", {}};
 }
 
 } // namespace
@@ -297,8 +293,8 @@ void AddTimelineCommand(CLI::App& app, Context& context, Run& run) {
         "File to write, for ui.perfetto.dev", *options);
     command->callback([&run, options] {
         run = [options](Context& c) {
-            return RunOnFolder(c, *options, [&](const Story& story, Output& out) {
-                return WriteTimeline(story, c.names, options->selection, out);
+            return RunOnFolder(c, *options, [&](const Story& story, Selection& selection, Output& out) {
+                return WriteTimeline(story, c.names, selection, out);
             });
         };
     });

@@ -2,9 +2,11 @@
 #include "tools/base/Interrupt.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Screen.h"
+#include "tools/base/Suspension.h"
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/WatchControl.h"
 #include "tools/commands/WatchPicture.h"
 
 #include <algorithm>
@@ -13,6 +15,9 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include <poll.h>
 
@@ -33,6 +38,7 @@ struct Options {
     std::int64_t interval = 500;
     std::uint64_t count = 0;
     std::optional<std::size_t> last;
+    bool control = false;
 };
 
 /// Looks at a folder's segments and shows the result in one of three ways.
@@ -42,7 +48,16 @@ class Watch {
         : context_(context), options_(options), trace_(options.directory), rings_(options.directory) {
         if (!context.json && Screen::Possible()) {
             screen_.emplace(context.out);
+            suspension_.emplace();
         }
+        if (options.control) {
+            control_.emplace(options.directory, context.names);
+        }
+    }
+
+    /// Keys need a picture and a keyboard.
+    static bool ControlPossible(const Context& context) {
+        return !context.json && Screen::Possible() && Keyboard::Possible();
     }
 
     void Look() {
@@ -55,15 +70,7 @@ class Watch {
         tick_.trace = &trace_.Look(context_.names, tick_.notices);
         tick_.rings = &rings_.Look(tick_.notices);
         for (const Finding& notice : tick_.notices) {
-            std::string dated;
-            AppendWallTime(dated, tick_.time, false);
-            dated.resize(dated.size() - 6);
-            dated += "  ";
-            dated += notice.sentence;
-            notices_.push_back(std::move(dated));
-        }
-        while (notices_.size() > kNotices) {
-            notices_.pop_front();
+            Keep(notice.sentence);
         }
     }
 
@@ -79,28 +86,88 @@ class Watch {
 
     std::uint64_t Ticks() const { return tick_.number; }
 
-    /// Waits for the next tick; meanwhile the picture follows the terminal's size.
+    /// Waits for the next tick; meanwhile the picture follows the terminal's size and the keys.
     void Wait(const Interrupt& interrupt) {
         const Clock::time_point next = looked_ + std::chrono::milliseconds(options_.interval);
-        for (Clock::time_point now = Clock::now(); now < next && !interrupt.Requested(); now = Clock::now()) {
-            const auto left = std::chrono::ceil<std::chrono::milliseconds>(next - now);
-            poll(nullptr, 0, static_cast<int>(std::min(left, kLongestWait).count()));
-            if (screen_ && screen_->TakeSize()) {
+        for (Clock::time_point now = Clock::now(); now < next && !interrupt.Requested() && !EndRequested();
+             now = Clock::now()) {
+            const auto left =
+                std::min(std::chrono::ceil<std::chrono::milliseconds>(next - now), kLongestWait);
+            bool changed = false;
+            if (control_) {
+                std::vector<std::string> done;
+                changed = control_->Wait(left, *tick_.trace, done);
+                for (const std::string& notice : done) {
+                    Keep(notice);
+                }
+                if (!done.empty()) {
+                    return; // what was done is to be seen at once
+                }
+            } else {
+                poll(nullptr, 0, static_cast<int>(left.count()));
+            }
+            changed = Suspend() || changed;
+            if (screen_ && (screen_->TakeSize() || changed)) {
                 ShowOnScreen();
             }
         }
     }
 
+    bool EndRequested() const { return control_ && control_->EndRequested(); }
+
   private:
+    /// Keeps a notice on the screen for a while.
+    void Keep(std::string_view notice) {
+        std::string dated;
+        AppendWallTime(dated, LocalTimeNow(), false);
+        dated.resize(dated.size() - 6);
+        dated += "  ";
+        dated += notice;
+        notices_.push_back(std::move(dated));
+        if (notices_.size() > kNotices) {
+            notices_.pop_front();
+        }
+    }
+
+    /// Gives the terminal back while the process is stopped, and takes it again. Returns whether there is
+    /// anything to draw.
+    bool Suspend() {
+        if (suspension_ && suspension_->Requested()) {
+            if (control_) {
+                control_->Keys().GiveBack();
+            }
+            screen_->GiveBack();
+            suspension_->Stop();
+            TakeTerminal();
+            suspension_->TakeContinued();
+            return true;
+        }
+        if (suspension_ && suspension_->TakeContinued()) {
+            // It was stopped by a signal that no process can notice.
+            if (control_) {
+                control_->Keys().GiveBack();
+            }
+            TakeTerminal();
+            return true;
+        }
+        return false;
+    }
+
+    void TakeTerminal() {
+        if (control_) {
+            control_->Keys().Take();
+        }
+        screen_->Take();
+    }
+
     void ShowJson() {
         const std::size_t most = options_.last.value_or(kUsualRecords);
-        context_.out.WriteJson({{"tick", tick_.number},
-                                {"time", WallTimeIso(tick_.time)},
-                                {"seconds", tick_.seconds},
-                                {"systrace", TraceJson(tick_, context_.names, most)},
-                                {"rings", RingsJson(tick_, context_.names)},
-                                {"notices", FindingsJson(tick_.notices)}});
-        context_.out.Write("\n");
+        PrintObject(context_, {{"tick", tick_.number},
+                               {"time", WallTimeIso(tick_.time)},
+                               {"seconds", tick_.seconds},
+                               {"systrace", TraceJson(tick_, context_.names, most)},
+                               {"rings", RingsJson(tick_, context_.names)},
+                               {"notices", FindingsJson(tick_.notices)}});
         context_.out.Flush();
     }
 
@@ -130,6 +197,9 @@ class Watch {
         WatchPicture picture(tick_, context_.names);
         picture.Heading(options_.directory,
                         "  every " + std::to_string(options_.interval) + " ms, Ctrl-C ends");
+        if (control_) {
+            picture.Plain(control_->Lines(*tick_.trace));
+        }
         picture.TraceHead();
         const std::size_t others = picture.Lines().size() + rest.Lines().size();
         const std::size_t room = screen_->Rows() > others ? screen_->Rows() - others : 0;
@@ -146,6 +216,8 @@ class Watch {
     Clock::time_point looked_;
     std::deque<std::string> notices_;
     std::optional<Screen> screen_;
+    std::optional<Suspension> suspension_;
+    std::optional<WatchControl> control_;
 };
 
 int RunWatch(Context& context, const Options& options) {
@@ -153,6 +225,9 @@ int RunWatch(Context& context, const Options& options) {
     if (!std::filesystem::is_directory(options.directory, error)) {
         return ReportUnusable(
             context, options.directory + ": " + (error ? error.message() : std::string("not a directory")));
+    }
+    if (options.control && !Watch::ControlPossible(context)) {
+        return ReportUnusable(context, "--control needs a terminal to show the picture and to take the keys");
     }
     const Interrupt interrupt;
     Watch watch(context, options);
@@ -163,7 +238,7 @@ int RunWatch(Context& context, const Options& options) {
             return kExitFine;
         }
         watch.Wait(interrupt);
-        if (interrupt.Requested()) {
+        if (interrupt.Requested() || watch.EndRequested()) {
             return kExitFine;
         }
     }
@@ -174,7 +249,8 @@ int RunWatch(Context& context, const Options& options) {
 void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "watch",
-                                   "The rings and the binary trace of a running process, live, until Ctrl-C");
+                                   "The rings and the binary trace of a running process, live, until Ctrl-C",
+                                   Prints::kAsItComes);
     command->add_option("DIRECTORY", options->directory, "The working directory of the process (.)");
     command->add_option("--interval", options->interval, "Milliseconds between looks (500)")
         ->type_name("MS")
@@ -183,6 +259,7 @@ void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     command->add_option("--last", options->last, "Show the last N records of the trace")
         ->type_name("N")
         ->check(WholeNumber());
+    command->add_flag("--control", options->control, "Take keys that steer the binary trace");
     command->callback([&run, options] { run = [options](Context& c) { return RunWatch(c, *options); }; });
 }
 

@@ -35,6 +35,11 @@ class WatchPicture {
 
     void Heading(const std::string& directory, const std::string& ending);
 
+    /// Lines that are printable as they are.
+    void Plain(const std::vector<std::string>& lines) {
+        lines_.insert(lines_.end(), lines.begin(), lines.end());
+    }
+
     void TraceHead();
 
     void Records(std::size_t most);

@@ -4,6 +4,7 @@
 #include "catalogue/Marks.h"
 #include "tools/base/Text.h"
 #include "tools/rings/RingText.h"
+#include "tools/rings/Seam.h"
 
 #include <algorithm>
 
@@ -197,6 +198,7 @@ std::optional<CrashLog> ReadCrashLog(std::string_view text, Findings& findings) 
         findings.Damage("head-unreadable", "The head of the crash log cannot be read.");
     }
     Reader(log, findings).Run(text);
+    RemarkOnOrder(log.rings, findings);
     if (!log.complete) {
         findings.Damage("crash-log-cut",
                         "The crash log was cut short: \"" + std::string(kCrashLogEnd) + "\" is missing.");

@@ -2,6 +2,7 @@
 
 #include "catalogue/Marks.h"
 #include "tools/base/Text.h"
+#include "tools/symbols/FrameLine.h"
 
 #include <algorithm>
 
@@ -11,19 +12,14 @@ namespace {
 
 constexpr std::size_t kMostLines = 10000;
 
-/// The functions by which the handler is entered.
-constexpr std::string_view kAtSignal = "signalHandler";
+/// The other functions by which the handler is entered.
 constexpr std::string_view kAtTerminate = "terminateHandler";
 constexpr std::string_view kAtReport = "HandleFatalCrash";
 
 /// Whether a frame is in this function, with or without its parameters.
 bool IsIn(std::string_view frame, std::string_view function) {
-    const std::size_t name = frame.find(Nima::Catalogue::kFrameFunction);
-    if (name == std::string_view::npos) {
-        return false;
-    }
-    frame.remove_prefix(name + std::string_view(Nima::Catalogue::kFrameFunction).size());
-    return TakeLiteral(frame, function) && (frame.starts_with('+') || frame.starts_with('('));
+    const auto parts = ParseFrameLine(frame);
+    return parts && parts->IsIn(function);
 }
 
 bool IsFrame(std::string_view line) {
@@ -43,11 +39,11 @@ std::string StackTrace::Title() const {
     const auto begins = [&](std::string_view function) {
         return !frames.empty() && IsIn(frames.front(), function);
     };
-    return begins(kAtReport)      ? "A host's own report whose message was cut off"
-           : ThroughAbort()       ? "Abort"
-           : begins(kAtTerminate) ? "Uncaught exception"
-           : begins(kAtSignal)    ? "Fatal signal"
-                                  : "Stack trace of the native crash handler";
+    return begins(kAtReport)        ? "A host's own report whose message was cut off"
+           : ThroughAbort()         ? "Abort"
+           : begins(kAtTerminate)   ? "Uncaught exception"
+           : begins(kSignalHandler) ? "Fatal signal"
+                                    : "Stack trace of the native crash handler";
 }
 
 bool StackTrace::ThroughAbort() const {
@@ -58,7 +54,7 @@ bool StackTrace::ThroughAbort() const {
 bool StackTrace::EnteredAgain() const {
     // The first frame is that of the handler's function that was entered last.
     return frames.size() > 1 && std::any_of(frames.begin() + 1, frames.end(), [](const std::string& frame) {
-               return IsIn(frame, kAtSignal) || IsIn(frame, kAtTerminate) || IsIn(frame, kAtReport);
+               return IsIn(frame, kSignalHandler) || IsIn(frame, kAtTerminate) || IsIn(frame, kAtReport);
            });
 }
 

@@ -23,11 +23,11 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
     Comparison comparison;
     if (process.mostFirstSecond < before.leastLastSecond) {
         comparison.evidence = BootEvidence::kUptime;
-    } else if (process.date && run.wall) {
-        const std::int64_t elapsed =
-            last.start + last.length + StepForward(last.lastCounter, process.counter);
-        comparison.misfit = run.wall->Compare(*process.date, elapsed).misfit;
-        comparison.evidence = process.date->second * kSecond + kSecond < before.last ? BootEvidence::kDate
+    } else if (before.IsDated() && process.clocks.front().date) {
+        const ProcessClock& clock = process.clocks.front();
+        const std::int64_t elapsed = last.start + last.length + StepForward(last.lastCounter, clock.counter);
+        comparison.misfit = run.wall->Compare(*clock.date, elapsed).misfit;
+        comparison.evidence = clock.date->second * kSecond + kSecond < before.Last() ? BootEvidence::kDate
                               : comparison.misfit <= kFitsClosely ? BootEvidence::kClocksFit
                               : comparison.misfit > kDateTakes    ? BootEvidence::kClocks
                                                                   : BootEvidence::kUnknown;
@@ -37,7 +37,6 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
 
 void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     const std::int64_t first = part.start + OriginOf(run);
-    const bool starts = process.threads.empty();
     process.collected = process.collected || run.collected;
     std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
                         std::inserter(process.threads, process.threads.end()));
@@ -46,14 +45,16 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
         process.mostFirstSecond = std::min(process.mostFirstSecond, part.mostFirstSecond);
         process.leastLastSecond = std::max(process.leastLastSecond, part.leastLastSecond);
     }
-    process.first = starts ? first : std::min(process.first, first);
-    process.last = starts ? first + part.length : std::max(process.last, first + part.length);
-    process.hasWall = run.wall.has_value();
-    if (part.date && !process.date) {
-        process.date = part.date;
-        process.counter = part.firstCounter;
-        process.run = part.run;
-        process.start = part.start;
+    if (process.clocks.empty() || process.clocks.back().run != part.run) {
+        process.clocks.push_back({.run = part.run, .first = first, .last = first, .date = {}});
+    }
+    ProcessClock& clock = process.clocks.back();
+    clock.first = std::min(clock.first, first);
+    clock.last = std::max(clock.last, first + part.length);
+    if (part.date && !clock.date) {
+        clock.date = part.date;
+        clock.counter = part.firstCounter;
+        clock.start = part.start;
     }
 }
 
@@ -69,8 +70,16 @@ void FindOthers(LogPart& part, const LogProcess& before) {
 }
 
 bool RanAtOneTime(const LogProcess& a, const LogProcess& b) {
-    return a.hasWall && b.hasWall && a.first <= b.last && b.first <= a.last &&
-           a.mostFirstSecond + (b.last - a.first) / kSecond >= b.leastLastSecond;
+    const auto meet = [](const ProcessClock& x, const ProcessClock& y) {
+        return x.date && y.date && x.first <= y.last && y.first <= x.last;
+    };
+    const bool anyMeet = std::any_of(a.clocks.begin(), a.clocks.end(), [&](const ProcessClock& x) {
+        return std::any_of(b.clocks.begin(), b.clocks.end(),
+                           [&](const ProcessClock& y) { return meet(x, y); });
+    });
+    // How long a process ran, only one clock tells.
+    const bool isSet = a.clocks.size() > 1 || b.clocks.size() > 1;
+    return anyMeet && (isSet || a.mostFirstSecond + (b.Last() - a.First()) / kSecond >= b.leastLastSecond);
 }
 
 /// Puts the processes of all logs together, boot by boot.
@@ -92,13 +101,13 @@ class BootNumbering {
         std::vector<std::int64_t> key(processes_.size());
         for (std::size_t i = 0; i < key.size(); ++i) {
             const bool first = i == 0 || processes_[i - 1].log != processes_[i].log;
-            key[i] = first ? processes_[i].first : std::max(key[i - 1], processes_[i].first);
+            key[i] = first ? processes_[i].Earliest() : std::max(key[i - 1], processes_[i].Earliest());
         }
         std::stable_sort(order.begin(), order.end(),
                          [&](std::size_t a, std::size_t b) { return key[a] < key[b]; });
         for (const std::size_t i : order) {
             LogProcess& process = processes_[i];
-            if (process.hasWall) {
+            if (process.IsDated()) {
                 process.boot = BootOf(process);
                 boots_.resize(std::max(boots_.size(), process.boot));
                 boots_[process.boot - 1].push_back(i);
@@ -106,9 +115,25 @@ class BootNumbering {
                 collectedBoot_ = process.collected ? process.boot : collectedBoot_;
             }
         }
+        PlaceUndated();
     }
 
   private:
+    /// They stand with the dated process after them in their log, or else with the one before.
+    void PlaceUndated() {
+        const auto follow = [this](LogProcess& process, const LogProcess& other) {
+            if (process.boot == 0 && process.log == other.log) {
+                process.boot = other.boot;
+            }
+        };
+        for (std::size_t i = processes_.size(); i > 1; --i) {
+            follow(processes_[i - 2], processes_[i - 1]);
+        }
+        for (std::size_t i = 1; i < processes_.size(); ++i) {
+            follow(processes_[i], processes_[i - 1]);
+        }
+    }
+
     std::size_t BootOf(const LogProcess& process) const {
         const std::size_t last = lastOfLog_[process.log];
         if (process.collected && collectedBoot_ >= std::max<std::size_t>(last, 1)) {
@@ -119,7 +144,11 @@ class BootNumbering {
         }
         const std::size_t least = last + 1;
         const std::size_t from = std::max(least, boots_.size() - std::min(boots_.size(), kMostCompared) + 1);
-        for (const auto& sameBoot : {FitOneClock, RanAtOneTime}) {
+        const auto fitOneClock = [](const LogProcess& a, const LogProcess& b) {
+            return FindCommonClock(a, b).has_value();
+        };
+        for (const auto& sameBoot : std::initializer_list<bool (*)(const LogProcess&, const LogProcess&)>{
+                 fitOneClock, RanAtOneTime}) {
             for (std::size_t boot = from; boot <= boots_.size(); ++boot) {
                 const auto& members = boots_[boot - 1];
                 if (std::any_of(members.begin(), members.end(), [&](std::size_t member) {
@@ -164,7 +193,7 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
         const bool last = i + 1 == parts.size() || parts[i + 1].link == PartLink::kOpening;
         if (last && processes.size() - 1 > firstOfLog) {
             LogProcess& before = processes[processes.size() - 2];
-            before.nextOpening = before.hasWall ? std::optional(process.first) : std::nullopt;
+            before.nextOpening = process.clocks.front().date ? std::optional(process.First()) : std::nullopt;
             const Comparison comparison =
                 dated != nullptr ? CompareBoots(before, *dated, runs[dated->run], process) : Comparison();
             process.apart = process.collected && !before.collected;

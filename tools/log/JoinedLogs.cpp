@@ -23,20 +23,21 @@ JoinedLogs::JoinedLogs(const std::vector<LogProcess>& processes, std::vector<Log
     : first_(processes.size()), logs_(processes.size()) {
     std::iota(first_.begin(), first_.end(), std::size_t{0});
     std::vector<std::size_t> order = first_;
-    std::stable_sort(order.begin(), order.end(),
-                     [&](std::size_t a, std::size_t b) { return processes[a].first < processes[b].first; });
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return processes[a].Earliest() < processes[b].Earliest();
+    });
     std::vector<Link> links;
     for (std::size_t i = 0; i < order.size(); ++i) {
         const LogProcess& process = processes[order[i]];
         logs_[order[i]] = {process.log};
         for (std::size_t j = i; j > 0 && i - j < kMostCompared; --j) {
-            const std::size_t first = first_[order[j - 1]];
-            if (MayJoin(processes, first, order[i])) {
-                const LogProcess& other = processes[first];
-                const std::int64_t elapsed = other.start + StepForward(other.counter, process.counter);
-                const auto fit = runs[other.run].wall->Compare(*process.date, elapsed);
-                links.push_back(
-                    {other.run, process.run, elapsed + fit.unseen * kCounterPeriod - process.start});
+            if (const auto common = MayJoin(processes, order[j - 1], order[i])) {
+                const std::size_t first = first_[order[j - 1]];
+                const ProcessClock& a = *common->a;
+                const ProcessClock& b = *common->b;
+                const std::int64_t elapsed = a.start + StepForward(a.counter, b.counter);
+                const auto fit = runs[a.run].wall->Compare(*b.date, elapsed);
+                links.push_back({a.run, b.run, elapsed + fit.unseen * kCounterPeriod - b.start});
                 first_[order[i]] = first;
                 logs_[first].push_back(process.log);
                 break;
@@ -51,13 +52,14 @@ JoinedLogs::JoinedLogs(const std::vector<LogProcess>& processes, std::vector<Log
     }
 }
 
-bool JoinedLogs::MayJoin(const std::vector<LogProcess>& processes, std::size_t first,
-                         std::size_t later) const {
-    const LogProcess& a = processes[first];
+std::optional<CommonClock> JoinedLogs::MayJoin(const std::vector<LogProcess>& processes, std::size_t earlier,
+                                               std::size_t later) const {
+    const LogProcess& a = processes[earlier];
     const LogProcess& b = processes[later];
-    const auto& logs = logs_[first];
-    return std::find(logs.begin(), logs.end(), b.log) == logs.end() && a.run != b.run &&
-           (!a.nextOpening || b.first < *a.nextOpening) && ShareAThread(a, b) && FitOneClock(a, b);
+    const auto& logs = logs_[first_[earlier]];
+    const bool may = std::find(logs.begin(), logs.end(), b.log) == logs.end() &&
+                     (!a.nextOpening || b.First() < *a.nextOpening) && ShareAThread(a, b);
+    return may ? FindCommonClock(a, b) : std::nullopt;
 }
 
 } // namespace NimaPost

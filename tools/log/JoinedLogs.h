@@ -4,6 +4,8 @@
 #include "tools/log/TimePlacer.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <vector>
 
 namespace NimaPost {
@@ -26,7 +28,8 @@ class JoinedLogs {
         std::int64_t shift; ///< of the other run's origin on this one's axis
     };
 
-    bool MayJoin(const std::vector<LogProcess>& processes, std::size_t first, std::size_t later) const;
+    std::optional<CommonClock> MayJoin(const std::vector<LogProcess>& processes, std::size_t earlier,
+                                       std::size_t later) const;
 
     std::vector<std::size_t> first_;
     std::vector<std::vector<std::size_t>> logs_; ///< of all that a process stands for

@@ -1,6 +1,7 @@
 #include "tools/log/LineReader.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/base/Progress.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -144,6 +145,7 @@ bool LineReader::Fill() {
     to_ -= from_;
     from_ = 0;
     const auto wanted = static_cast<std::size_t>(std::min<std::uint64_t>(buffer_.size() - to_, end_ - next_));
+    Progress::Note(file_.Path(), next_, file_.Size());
     const std::size_t got = file_.ReadAt(next_, {buffer_.data() + to_, wanted});
     to_ += got;
     next_ += got;

@@ -50,7 +50,7 @@ void LogCursor::Take() {
     entry_.continued = !entry_.line.hasHeader;
     if (entry_.line.date) {
         entry_.time = queueClock_.Next(*entry_.line.date);
-        entry_.certainty.originLater = queueClock_.Later();
+        entry_.certainty.later = queueClock_.Later() > 0 ? 1 : 0;
         entry_.hasTime = true;
     } else if (entry_.line.stamped) {
         const std::int64_t elapsed = clock_.Next(entry_.line.counter, OrderedThread(entry_.line));
@@ -62,6 +62,10 @@ void LogCursor::Take() {
             const std::int64_t before = *notAfter - entry_.part->start - elapsed;
             entry_.certainty.later = std::max<std::int64_t>(0, before) / kSecond + 1;
         }
+        const auto& setAfter = entry_.part->setAfter;
+        const bool isSet = setAfter && entry_.part->start + elapsed > *setAfter;
+        entry_.certainty.earlier = isSet ? Certainty::kUnbounded : entry_.part->certainty.earlier;
+        entry_.certainty.later = isSet ? Certainty::kUnbounded : entry_.certainty.later;
     }
 }
 

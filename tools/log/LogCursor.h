@@ -12,7 +12,8 @@
 
 namespace NimaPost {
 
-/// Times of the memory queue's records: the date's second, and within it as early as the order allows.
+/// Times of the memory queue's records: the date's second, and within it as early as the order allows. They
+/// are not exact, unless the cut microseconds leave one moment of the second.
 class QueueClock {
   public:
     std::int64_t Next(const RawDate& date);

@@ -34,48 +34,21 @@ bool LogFilter::AddThread(std::string_view text) {
     return true;
 }
 
-void LogFilter::SetText(const std::string& text, bool ignoreCase) {
-    text_ = text;
-    if (ignoreCase) {
-        anyCase_.emplace(text_.cbegin(), text_.cend(), AnyCaseHash(), AnyCaseEqual());
-    }
-}
-
 LogFilter::Fate LogFilter::Judge(const LogLine& line, std::string_view text) {
     if (line.hasHeader) {
-        message_ = !AdmitsHeader(line) ? Fate::kHide : HoldsText(text) ? Fate::kShow : Fate::kUndecided;
-    } else if (message_ == Fate::kUndecided && HoldsText(text)) {
-        message_ = Fate::kShow;
+        const bool admitted = AdmitsHeader(line.level, line.tracer, line.thread);
+        message_ = !admitted ? Fate::kHide : texts_ != nullptr ? texts_->Begin(text) : Fate::kShow;
+    } else if (message_ != Fate::kHide && texts_ != nullptr) {
+        message_ = texts_->Continue(text);
     }
     return message_;
 }
 
-bool LogFilter::AdmitsHeader(const LogLine& line) const {
+bool LogFilter::AdmitsHeader(std::string_view level, std::string_view tracer, std::uint32_t thread) const {
     const auto in = [](const auto& wanted, const auto& value) {
         return wanted.empty() || std::find(wanted.begin(), wanted.end(), value) != wanted.end();
     };
-    return in(levels_, line.level) && in(tracers_, line.tracer) && in(threads_, line.thread);
-}
-
-bool LogFilter::HoldsText(std::string_view text) const {
-    return anyCase_ ? std::search(text.begin(), text.end(), *anyCase_) != text.end()
-                    : text.find(text_) != std::string_view::npos;
-}
-
-namespace {
-
-unsigned char LowerCase(char c) {
-    return static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
-}
-
-} // namespace
-
-std::size_t LogFilter::AnyCaseHash::operator()(char c) const {
-    return LowerCase(c);
-}
-
-bool LogFilter::AnyCaseEqual::operator()(char a, char b) const {
-    return LowerCase(a) == LowerCase(b);
+    return in(levels_, level) && in(tracers_, tracer) && in(threads_, thread);
 }
 
 } // namespace NimaPost

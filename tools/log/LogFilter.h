@@ -1,11 +1,10 @@
 #pragma once
 
+#include "tools/base/TextFilter.h"
 #include "tools/log/LogLine.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -23,38 +22,21 @@ class LogFilter {
     bool AddLevel(std::string_view text);
     void AddTracer(const std::string& name) { tracers_.push_back(name); }
     bool AddThread(std::string_view text);
-    /// Some line of the message has to hold this.
-    void SetText(const std::string& text, bool ignoreCase);
+    /// The message has to be one of these as well, which outlive the filter.
+    void SetTexts(TextFilter& texts) { texts_ = &texts; }
 
-    /// Whether anything is left out at all.
-    bool Empty() const { return levels_.empty() && tracers_.empty() && threads_.empty() && text_.empty(); }
-
-    /// What becomes of a line.
-    enum class Fate : unsigned char {
-        kShow, ///< with the lines of its message that were undecided so far
-        kHide,
-        kUndecided ///< shown once a further line of its message holds the text
-    };
+    /// What becomes of a line, and of those of its message that were undecided so far.
+    using Fate = TextFilter::Fate;
     Fate Judge(const LogLine& line, std::string_view text);
 
+    /// Whether a message may be shown that begins with a line of these.
+    bool AdmitsHeader(std::string_view level, std::string_view tracer, std::uint32_t thread) const;
+
   private:
-    bool AdmitsHeader(const LogLine& line) const;
-    bool HoldsText(std::string_view text) const;
-
-    struct AnyCaseHash {
-        std::size_t operator()(char c) const;
-    };
-    struct AnyCaseEqual {
-        bool operator()(char a, char b) const;
-    };
-    using AnyCaseSearcher =
-        std::boyer_moore_horspool_searcher<std::string::const_iterator, AnyCaseHash, AnyCaseEqual>;
-
     std::vector<std::string> levels_;
     std::vector<std::string> tracers_;
     std::vector<std::uint32_t> threads_;
-    std::string text_;
-    std::optional<AnyCaseSearcher> anyCase_;
+    TextFilter* texts_ = nullptr;
     Fate message_ = Fate::kShow;
 };
 

@@ -55,7 +55,8 @@ void LogMerge::Advance(Stream& stream) {
     stream.entry = stream.cursor.Entry();
     LogEntry& entry = stream.entry;
     stream.boot = samePart ? stream.boot : BootOf(*entry.part);
-    if (stream.boot != 0 && entry.part->processIsKnown) {
+    if (stream.boot != 0 && entry.part->processIsKnown &&
+        (!entry.part->process || processes_[*entry.part->process].IsDated())) {
         entry.boot = stream.boot;
     }
     if (entry.part->process && entry.part->processIsKnown) {
@@ -81,7 +82,7 @@ std::size_t LogMerge::BootOf(const LogPart& part) const {
     }
     std::size_t boot = 0;
     for (const LogProcess& process : processes_) {
-        if (process.boot > boot && (boot == 0 || process.first <= part.queueFirst)) {
+        if (process.boot > boot && (boot == 0 || process.First() <= part.queueFirst)) {
             boot = process.boot;
         }
     }

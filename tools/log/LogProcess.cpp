@@ -10,13 +10,40 @@ namespace NimaPost {
 
 void LogProcess::Absorb(const LogProcess& other) {
     threads.insert(other.threads.begin(), other.threads.end());
-    first = std::min(first, other.first);
-    last = std::max(last, other.last);
+    // Where a clock of the other belongs among these only one clock in common tells.
+    const auto common = FindCommonClock(*this, other);
+    if (common && clocks.size() == 1 && other.clocks.size() == 1) {
+        clocks[0].first = std::min(clocks[0].first, other.clocks[0].first);
+        clocks[0].last = std::max(clocks[0].last, other.clocks[0].last);
+    } else if (other.clocks.size() > clocks.size()) {
+        clocks = other.clocks;
+    }
 }
 
-bool FitOneClock(const LogProcess& a, const LogProcess& b) {
-    return a.date && b.date &&
-           WallOffset(*a.date, 0).Compare(*b.date, StepForward(a.counter, b.counter)).misfit <= kFitsClosely;
+bool LogProcess::IsDated() const {
+    return std::any_of(clocks.begin(), clocks.end(),
+                       [](const ProcessClock& clock) { return clock.date.has_value(); });
+}
+
+std::int64_t LogProcess::Earliest() const {
+    return std::min_element(clocks.begin(), clocks.end(),
+                            [](const ProcessClock& a, const ProcessClock& b) { return a.first < b.first; })
+        ->first;
+}
+
+WallOffset::Fit Compare(const ProcessClock& a, const ProcessClock& b) {
+    return WallOffset(*a.date, 0).Compare(*b.date, StepForward(a.counter, b.counter));
+}
+
+std::optional<CommonClock> FindCommonClock(const LogProcess& a, const LogProcess& b) {
+    for (const ProcessClock& clock : a.clocks) {
+        for (const ProcessClock& other : b.clocks) {
+            if (clock.date && other.date && Compare(clock, other).misfit <= kFitsClosely) {
+                return CommonClock{&clock, &other};
+            }
+        }
+    }
+    return std::nullopt;
 }
 
 const char* EvidenceCodeOf(const LogProcess& process) {
@@ -68,10 +95,10 @@ std::string InWords(const LogProcess& process) {
 ProcessFacts FactsOf(const LogProcess& process) {
     ProcessFacts facts;
     facts.threads = process.threads;
-    if (process.hasWall) {
+    if (process.IsDated()) {
         facts.boot = process.boot;
-        facts.first = process.first;
-        facts.last = process.last;
+        facts.first = process.First();
+        facts.last = process.Last();
     }
     return facts;
 }

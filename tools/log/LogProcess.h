@@ -23,6 +23,17 @@ enum class BootEvidence : unsigned char {
     kUnknown,   ///< nothing
 };
 
+/// Times of one process that count from one origin. The wall clock may have been set between one such stretch
+/// and the next, so they are not comparable.
+struct ProcessClock {
+    std::size_t run = 0;
+    std::int64_t first = 0; ///< line, and the last one: nanoseconds since 1970 if the process is dated
+    std::int64_t last = 0;
+    std::optional<RawDate> date; ///< of its first calibration line, with the counter of that
+    std::int64_t counter = 0;
+    std::int64_t start = 0; ///< of that line on the run's axis
+};
+
 /// A process that wrote a log.
 struct LogProcess {
     std::size_t log = 0; ///< in the log set's logs
@@ -30,28 +41,40 @@ struct LogProcess {
     /// Bounds of the monotonic clock, in whole seconds.
     std::int64_t mostFirstSecond = std::numeric_limits<std::int64_t>::max() / 2;
     std::int64_t leastLastSecond = 0;
-    bool hasWall = false;
-    std::int64_t first = 0; ///< its first and last line: nanoseconds since 1970 if `hasWall`
-    std::int64_t last = 0;
-    std::optional<RawDate> date; ///< of its first calibration line, with the counter of that
-    std::int64_t counter = 0;
-    std::size_t run = 0;    ///< of that line, in the log set's runs
-    std::int64_t start = 0; ///< on the run's axis
+    std::vector<ProcessClock> clocks; ///< in the order of the log
     /// When the next process opened the same log.
     std::optional<std::int64_t> nextOpening;
     BootEvidence evidence = BootEvidence::kFirst;
     std::int64_t misfit = 0; ///< nanoseconds, by which the dates miss one clock
-    std::size_t boot = 0;    ///< from 1; 0 where nothing is dated
-    bool collected = false;  ///< of the boot in which the files were collected, which outweighs the evidence
-    bool apart = false;      ///< so, but not the process before
+    /// From 1; 0 where nothing is dated. A process without a date stands among the lines of this boot, and
+    /// nothing tells whether it is of it.
+    std::size_t boot = 0;
+    bool collected = false; ///< of the boot in which the files were collected, which outweighs the evidence
+    bool apart = false;     ///< so, but not the process before
+
+    /// By what its own lines tell.
+    bool IsDated() const;
+    std::optional<std::size_t> KnownBoot() const { return IsDated() ? std::optional(boot) : std::nullopt; }
+    std::int64_t First() const { return clocks.front().first; }
+    /// By whichever of its clocks.
+    std::int64_t Earliest() const;
+    /// Earlier than the first where the clock was set back.
+    std::int64_t Last() const { return clocks.back().last; }
 
     /// Takes over what another log tells of the same process.
     void Absorb(const LogProcess& other);
     bool StartsABoot() const { return evidence != BootEvidence::kClocksFit || apart; }
 };
 
-/// Whether the dates and counters of two processes fit one clock closely.
-bool FitOneClock(const LogProcess& a, const LogProcess& b);
+/// Stretches of two processes of which dates and counters fit one clock closely; null where there are none.
+struct CommonClock {
+    const ProcessClock* a = nullptr;
+    const ProcessClock* b = nullptr;
+};
+std::optional<CommonClock> FindCommonClock(const LogProcess& a, const LogProcess& b);
+
+/// How well a date and counter of another stretch fit the clock of this one.
+WallOffset::Fit Compare(const ProcessClock& a, const ProcessClock& b);
 
 /// Of what tells its boot.
 const char* EvidenceCodeOf(const LogProcess& process);

@@ -5,14 +5,15 @@
 #include "tools/base/Text.h"
 #include "tools/log/Boots.h"
 #include "tools/log/CollectedRuns.h"
+#include "tools/log/Copies.h"
 #include "tools/log/JoinedLogs.h"
 #include "tools/log/LineReader.h"
 #include "tools/log/LogMerge.h"
 
 #include <algorithm>
 #include <array>
-#include <map>
 #include <numeric>
+#include <span>
 #include <utility>
 
 namespace NimaPost {
@@ -20,11 +21,8 @@ namespace NimaPost {
 namespace {
 
 constexpr std::uint64_t kMostBackups = 10;
-
-/// What files of one log have in common, and a file's place among them: backups with high numbers are the
-/// oldest.
-using LogKey = std::pair<std::string, LogKind>;
-using Files = std::map<std::uint64_t, std::size_t, std::greater<>>;
+/// So many settings of the clock are looked for in other logs, so that time stays bounded.
+constexpr std::size_t kMostSettings = 64;
 
 } // namespace
 
@@ -65,11 +63,12 @@ bool LogSet::Take(InputFile& file) {
 }
 
 void LogSet::Arrange() {
-    std::map<LogKey, Files> logs;
+    std::map<LogKey, LogFiles> logs;
     for (std::size_t i = 0; i < sources_.size(); ++i) {
         const BackupName name = SplitBackupName(sources_[i].file.PlainPath(), kMostBackups);
         logs[{name.base, sources_[i].kind}].emplace(name.number, i);
     }
+    LeaveCopiesOut(logs);
     TimePlacer placer(runs_);
     for (const auto& [key, files] : logs) {
         std::vector<LogPart> parts;
@@ -82,11 +81,40 @@ void LogSet::Arrange() {
         placer.Place(parts);
         logs_.push_back(std::move(parts));
     }
-    timesSet_ = placer.TimesSet();
+    settings_ = placer.Settings();
     if (collected_) {
         laterThanCollected_ = PinCollectedRuns(*collected_, logs_, runs_);
     }
     ArrangeProcesses();
+}
+
+/// A file that holds the same lines as another tells of no process of its own.
+void LogSet::LeaveCopiesOut(std::map<LogKey, LogFiles>& logs) {
+    // Of two that are alike, the one with backups, or without them the first, is the log.
+    std::vector<std::pair<LogFiles*, std::size_t>> order;
+    for (const bool hasBackups : {true, false}) {
+        for (auto& [key, files] : logs) {
+            for (const auto& [number, index] : files) {
+                if ((files.size() > 1) == hasBackups) {
+                    order.emplace_back(&files, index);
+                }
+            }
+        }
+    }
+    std::vector<const LogFile*> files;
+    for (const auto& [log, index] : order) {
+        files.push_back(&sources_[index]);
+    }
+    const auto copies = FindCopies(files);
+    for (std::size_t i = 0; i < order.size(); ++i) {
+        const auto& [log, index] = order[i];
+        if (copies[i]) {
+            sources_[index].findings.Remark("same-lines",
+                                            "Holds the same lines as " + files[*copies[i]]->file.Path() +
+                                                ", or the first of them: a copy, which is left out.");
+            std::erase_if(*log, [&, copy = index](const auto& each) { return each.second == copy; });
+        }
+    }
 }
 
 void LogSet::ArrangeProcesses() {
@@ -104,6 +132,49 @@ void LogSet::ArrangeProcesses() {
     processes_ = find();
     NumberBoots(processes_);
     SortProcesses(joined);
+    DoubtClocksThatWereSet();
+}
+
+/// One log shows that the wall clock was set; others of the same boot, on the clock as it was, tell nothing
+/// of it and are in doubt from then on.
+void LogSet::DoubtClocksThatWereSet() {
+    std::vector<const LogPart*> firstOfRun(runs_.size());
+    ForEachPart([&](const LogPart& part) {
+        if (part.date && part.process && firstOfRun[part.run] == nullptr) {
+            firstOfRun[part.run] = &part;
+        }
+    });
+    const auto fit = [&](const LogPart& from, const LogPart& other) {
+        return runs_[from.run].wall->Compare(*other.date,
+                                             from.start + StepForward(from.firstCounter, other.firstCounter));
+    };
+    std::vector<std::optional<std::int64_t>> setAfter(runs_.size());
+    for (const ClockSetting& setting :
+         std::span(settings_).first(std::min(settings_.size(), kMostSettings))) {
+        const LogPart& before = *firstOfRun[setting.oldRun];
+        const LogPart& after = *firstOfRun[setting.newRun];
+        for (const LogPart* other : firstOfRun) {
+            if (other == nullptr || other->run == setting.oldRun || other->run == setting.newRun ||
+                processes_[*other->process].boot != processes_[*before.process].boot) {
+                continue;
+            }
+            const WallOffset::Fit old = fit(before, *other);
+            if (old.misfit > kDateTakes ||
+                (old.misfit > kFitsClosely && fit(after, *other).misfit <= kFitsClosely)) {
+                continue;
+            }
+            const std::int64_t elapsed = before.start +
+                                         StepForward(before.firstCounter, other->firstCounter) +
+                                         old.unseen * kCounterPeriod;
+            const std::int64_t moment = setting.after - elapsed + other->start;
+            setAfter[other->run] = std::min(setAfter[other->run].value_or(moment), moment);
+        }
+    }
+    for (std::vector<LogPart>& parts : logs_) {
+        for (LogPart& part : parts) {
+            part.setAfter = setAfter[part.run];
+        }
+    }
 }
 
 std::vector<LogPart> LogSet::Survey(std::size_t index) {
@@ -168,7 +239,7 @@ void LogSet::SortProcesses(const JoinedLogs& joined) {
     std::vector<std::size_t> order;
     for (std::size_t i = 0; i < processes_.size(); ++i) {
         const LogProcess& process = processes_[i];
-        const Key key{process.boot - 1, process.hasWall ? process.first : 0};
+        const Key key{process.boot - 1, process.boot > 0 ? process.First() : 0};
         const bool first = i == 0 || processes_[i - 1].log != process.log;
         keys.push_back(first ? key : std::max(keys.back(), key));
         // One boot for both was not to be had where their logs contradict it.
@@ -260,7 +331,11 @@ std::optional<LogSet::Anchor> LogSet::LastAnchor() const {
             return;
         }
         const std::int64_t wall = OriginOf(runs_[part.run]) + part.start + part.length;
-        const std::size_t boot = processes_[*part.process].boot;
+        const LogProcess& process = processes_[*part.process];
+        if (!process.IsDated()) {
+            return;
+        }
+        const std::size_t boot = process.boot;
         if (!anchor || std::pair(boot, wall) >= std::pair(latestBoot, anchor->wall)) {
             anchor = Anchor{part.lastCounter, wall};
             latestBoot = boot;

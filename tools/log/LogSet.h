@@ -12,8 +12,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace NimaPost {
@@ -68,18 +70,25 @@ class LogSet {
     std::optional<Anchor> LastAnchor() const;
 
   private:
+    /// What files of one log have in common, and a file's place among them: backups with high numbers are
+    /// the oldest.
+    using LogKey = std::pair<std::string, LogKind>;
+    using LogFiles = std::map<std::uint64_t, std::size_t, std::greater<>>;
+
     bool Holds(const InputFile& file) const;
     void AddUnusable(const InputFile& file);
     std::vector<LogPart> Survey(std::size_t index);
     std::vector<LogPart> SurveyQueue(std::size_t index);
+    void LeaveCopiesOut(std::map<LogKey, LogFiles>& logs);
     void ArrangeProcesses();
     void SortProcesses(const JoinedLogs& joined);
+    void DoubtClocksThatWereSet();
 
     std::vector<Source> sources_;
     std::vector<std::vector<LogPart>> logs_; ///< the parts of each, in the order of time
     std::vector<LogRun> runs_;
     std::vector<LogProcess> processes_;
-    std::size_t timesSet_ = 0;
+    std::vector<ClockSetting> settings_;
     std::optional<CollectedMoment> collected_;
     std::size_t laterThanCollected_ = 0;
     Findings unusable_;

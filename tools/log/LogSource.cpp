@@ -2,11 +2,11 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
+#include "tools/log/LogEvents.h"
 #include "tools/log/LogSet.h"
 
 #include <algorithm>
 #include <map>
-#include <string>
 #include <utility>
 
 namespace NimaPost {
@@ -46,7 +46,7 @@ class LogSource : public Source {
         }
         for (const LogProcess& process : logs_.Processes()) {
             axis.AllProcesses().Add(FactsOf(process));
-            if (process.hasWall) {
+            if (process.IsDated()) {
                 axis.SetWall();
             }
         }
@@ -87,31 +87,18 @@ class LogSource : public Source {
 
     bool ForEach(const EventVisitor& visitor) const override {
         bool goOn = true;
-        std::optional<std::uint32_t> thread;
-        std::string level;
-        std::string tracer;
+        LogEvents events;
         logs_.ForEach([&](const LogEntry& entry) {
             if (!entry.hasTime) {
                 return true;
             }
-            if (entry.line.hasHeader) {
-                thread = entry.line.thread;
-                level = entry.line.level;
-                tracer = entry.line.tracer;
-            }
-            const auto undated = undatedRuns_.find(entry.part->run);
-            TimelineEvent event;
-            event.kind = EventKind::kText;
-            event.time = entry.time + (undated != undatedRuns_.end() ? undated->second : 0);
-            event.certainty = undated != undatedRuns_.end() ? Certainty::Assumed() : entry.certainty;
+            TimelineEvent event = events.Of(entry);
             event.file = files_[entry.part->file]->index;
-            event.thread = thread;
-            event.boot = entry.boot;
-            event.process = entry.process;
-            event.level = level;
-            event.name = tracer;
-            event.text = entry.line.message;
-            event.mark = entry.part->overwritten ? "overwritten" : "";
+            const auto undated = undatedRuns_.find(entry.part->run);
+            if (undated != undatedRuns_.end()) {
+                event.time = entry.time + undated->second;
+                event.certainty = Certainty::Assumed();
+            }
             goOn = visitor(event);
             return goOn;
         });

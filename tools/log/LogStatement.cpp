@@ -32,12 +32,13 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::vector<Findin
                                                   " proven."});
     for (std::size_t i = 0; i < std::min(processes.size(), kMostTold); ++i) {
         const LogProcess& process = processes[i];
-        std::string text =
-            ProcessInWords(i + 1, process.boot > 0 ? std::optional(process.boot) : std::nullopt);
+        std::string text = ProcessInWords(i + 1, process.KnownBoot());
         text.front() = 'P';
-        if (process.hasWall) {
+        if (process.IsDated()) {
             text += ", from ";
-            AppendWallTime(text, process.first);
+            AppendWallTime(text, process.First());
+        } else {
+            text += ", when is not known";
         }
         statement.push_back({"process-begins", text + ": " + InWords(process) + "."});
     }
@@ -62,10 +63,11 @@ std::vector<Finding> LogSet::ClockStatement() const {
                                  Duration(spread) + ", all of one process alike."});
     }
     StateProcesses(processes_, statement);
-    if (timesSet_ > 0) {
+    if (!settings_.empty()) {
         statement.push_back(
-            {"clock-set", "The wall clock was set " + Counted(timesSet_, "time") +
-                              " while a process ran; lines before that may be wrong by as much."});
+            {"clock-set", "The wall clock was set " + Counted(settings_.size(), "time") +
+                              " while a process ran; lines before that, and later ones of other logs, may be "
+                              "wrong by as much."});
     }
     std::int64_t unseen = 0;
     bool open = false;
@@ -74,11 +76,10 @@ std::vector<Finding> LogSet::ClockStatement() const {
         open = open || (part.certainty.later == Certainty::kUnbounded && !part.notAfter);
     });
     if (unseen > 0) {
-        statement.push_back(
-            {"silence",
-             Counted(unseen, "second") +
-                 " passed without a line somewhere between calibration lines; times there may be later "
-                 "by that much."});
+        statement.push_back({"silence", Counted(unseen, "second") +
+                                            " passed without a line somewhere between calibration lines, or "
+                                            "the clock was set forward by "
+                                            "so much; times there may be later by that much."});
     }
     if (open) {
         statement.push_back(

@@ -3,19 +3,35 @@
 namespace NimaPost {
 
 void ShownLines::Take(const LogEntry& entry) {
-    const LogFilter::Fate fate = filter_.Judge(entry.line, entry.text);
     if (!entry.continued) {
+        Finish();
         waiting_ = 0;
     }
-    if (fate == LogFilter::Fate::kUndecided) {
-        Keep(entry);
-    } else if (fate == LogFilter::Fate::kShow) {
-        for (std::size_t i = 0; i < waiting_; ++i) {
-            show_(kept_[i].entry);
-        }
-        waiting_ = 0;
+    fate_ = filter_.Judge(entry.line, entry.text);
+    if (fate_ == LogFilter::Fate::kShow) {
+        ShowKept();
         show_(entry);
+    } else if (fate_ != LogFilter::Fate::kHide) {
+        if (waiting_ == kMostWaiting) {
+            Finish();
+        }
+        Keep(entry);
+    } else {
+        waiting_ = 0;
     }
+}
+
+void ShownLines::Finish() {
+    if (fate_ == LogFilter::Fate::kUnlessBad) {
+        ShowKept();
+    }
+}
+
+void ShownLines::ShowKept() {
+    for (std::size_t i = 0; i < waiting_; ++i) {
+        show_(kept_[i].entry);
+    }
+    waiting_ = 0;
 }
 
 void ShownLines::Keep(const LogEntry& entry) {

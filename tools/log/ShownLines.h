@@ -18,6 +18,8 @@ class ShownLines {
     ShownLines(LogFilter& filter, Show show) : filter_(filter), show_(std::move(show)) {}
 
     void Take(const LogEntry& entry);
+    /// To be called when no line follows, or none has for a while.
+    void Finish();
 
   private:
     /// Beyond so many lines a message's later ones are shown without those in front.
@@ -30,11 +32,13 @@ class ShownLines {
     };
 
     void Keep(const LogEntry& entry);
+    void ShowKept();
 
     LogFilter& filter_;
     Show show_;
     std::deque<Kept> kept_; ///< not moved when it grows: entries look at their texts
     std::size_t waiting_ = 0;
+    LogFilter::Fate fate_ = LogFilter::Fate::kShow; ///< of those that wait
 };
 
 } // namespace NimaPost

@@ -10,22 +10,43 @@ namespace {
 
 constexpr Certainty kBoundByNothing{Certainty::kUnbounded, Certainty::kUnbounded};
 
+/// Whether a line was the one that filled a log, which then rolled and wrote a calibration line.
+bool Fills(const std::optional<LineStamp>& line, const LineStamp& calibration, std::int64_t within) {
+    const std::int64_t step =
+        line && line->thread == calibration.thread ? StepForward(line->counter, calibration.counter) : 0;
+    return step > 0 && step < within;
+}
+
 /// A calibration line at a file's start was written when the log went on there if the line that filled the
 /// log follows it, or was the last one before it.
 bool FollowsItsFiller(const LogPart& before, const LogPart& part) {
-    const LineStamp& calibration = *part.calibration;
-    const auto fills = [&](const std::optional<LineStamp>& stamp, std::int64_t within) {
-        const std::int64_t step = stamp && stamp->thread == calibration.thread
-                                      ? StepForward(stamp->counter, calibration.counter)
-                                      : 0;
-        return step > 0 && step < within;
-    };
-    return fills(part.second, kSlowRollTakes) || fills(before.last, kUnbufferedRollTakes);
+    return Fills(part.second, *part.calibration, kSlowRollTakes) ||
+           Fills(before.last, *part.calibration, kUnbufferedRollTakes);
+}
+
+/// When a log rolls into a backup, the line that filled it is the backup's last, and none follows later than
+/// its successor's calibration line.
+bool FollowsTheBackup(const LogPart& before, const LogPart& part) {
+    return Fills(before.last, *part.calibration, kSlowRollTakes) &&
+           !Fills(part.second, *part.calibration, kRollTakes);
 }
 
 bool ShareAThread(const LogPart& a, const LogPart& b) {
     return std::any_of(a.threads.begin(), a.threads.end(),
                        [&](std::uint32_t thread) { return b.HasThread(thread); });
+}
+
+/// Whether a thread of a part writes again in the same file before another process opens it.
+bool GoesOn(const LogPart& before, std::span<const LogPart> after) {
+    for (const LogPart& part : after) {
+        if (part.file != before.file || (part.begin > 0 && part.calibration)) {
+            return false;
+        }
+        if (ShareAThread(before, part)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 } // namespace
@@ -37,8 +58,9 @@ std::int64_t OriginOf(const LogRun& run) {
 void TimePlacer::Place(std::vector<LogPart>& parts) {
     before_ = dated_ = nullptr;
     waiting_.clear();
-    for (LogPart& part : parts) {
-        part.link = LinkOf(part);
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        LogPart& part = parts[i];
+        part.link = LinkOf(part, std::span(parts).subspan(i));
         if (part.hidesSeam) {
             part.certainty = kBoundByNothing;
         }
@@ -58,18 +80,19 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
     }
 }
 
-PartLink TimePlacer::LinkOf(const LogPart& part) const {
+PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const {
     if (before_ == nullptr || (part.begin > 0 && part.calibration)) {
         return PartLink::kOpening;
     }
     if (before_->file != part.file) {
         // A roll into a backup leaves no line of its own.
-        return part.calibration && ShareAThread(*before_, part) && FitsClosely(part) ? PartLink::kRolled
-                                                                                     : PartLink::kOpening;
+        const bool rolled = part.calibration && ((ShareAThread(*before_, part) && FitsClosely(part)) ||
+                                                 FollowsTheBackup(*before_, part));
+        return rolled ? PartLink::kRolled : PartLink::kOpening;
     }
     if (!part.calibration) {
-        // Rounds of which the beginnings were overwritten.
-        return ShareAThread(*before_, part) ? PartLink::kContinues : PartLink::kOpening;
+        // Rounds of which the beginnings were overwritten. What is left of one may show few of the threads.
+        return GoesOn(*before_, fromHereOn) ? PartLink::kContinues : PartLink::kOpening;
     }
     // Opened at its full end and gone on at its start with the first line, all by one process.
     const bool opened = before_->date && before_->stamped == 1 && FitsClosely(part);
@@ -91,15 +114,20 @@ void TimePlacer::PlaceDated(LogPart& part) {
         return;
     }
     part.start = StartAfter(part);
-    if (const auto unseen = runs_[dated_->run].wall->Join(*part.date, part.start)) {
+    WallOffset& wall = *runs_[dated_->run].wall;
+    if (const auto unseen = wall.Join(*part.date, part.start, kFitsClosely)) {
         part.run = dated_->run;
         part.start += *unseen * kCounterPeriod;
         dated_->certainty.later = *unseen;
-    } else {
-        // The wall clock was set, and nothing tells when.
-        ++timesSet_;
+        return;
+    }
+    // A date that misses by a little was read late, or is one in four of those of a clock that was set.
+    const WallOffset::Fit fit = wall.Compare(*part.date, part.start);
+    const std::size_t oldRun = dated_->run;
+    BeginRun(part, LogRun{WallOffset(*part.date, 0)});
+    if (fit.misfit > kDateTakes || fit.unseen < 0) {
+        settings_.push_back({oldRun, dated_->start, part.run});
         dated_->certainty = kBoundByNothing;
-        BeginRun(part, LogRun{WallOffset(*part.date, 0)});
     }
 }
 

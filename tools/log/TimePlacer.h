@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <span>
 #include <vector>
 
 namespace NimaPost {
@@ -12,6 +13,13 @@ namespace NimaPost {
 struct LogRun {
     std::optional<WallOffset> wall; ///< empty where no date tells
     bool collected = false;         ///< of the boot in which the files were collected
+};
+
+/// The wall clock was set while a process ran.
+struct ClockSetting {
+    std::size_t oldRun = 0;
+    std::int64_t after = 0; ///< the last moment on that run's axis of which it is known that it was before
+    std::size_t newRun = 0;
 };
 
 /// The wall-clock origin of a run, or 0.
@@ -25,11 +33,10 @@ class TimePlacer {
 
     void Place(std::vector<LogPart>& parts);
 
-    /// How often the wall clock was set while a process ran.
-    std::size_t TimesSet() const { return timesSet_; }
+    const std::vector<ClockSetting>& Settings() const { return settings_; }
 
   private:
-    PartLink LinkOf(const LogPart& part) const;
+    PartLink LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const;
     bool FitsClosely(const LogPart& part) const;
     void PlaceDated(LogPart& part);
     void HangBefore(LogPart& dated);
@@ -41,7 +48,7 @@ class TimePlacer {
     LogPart* before_ = nullptr;     ///< the part before this one
     LogPart* dated_ = nullptr;      ///< the last one that the clock ran through
     std::vector<LogPart*> waiting_; ///< without a date of their own, since `dated_`
-    std::size_t timesSet_ = 0;
+    std::vector<ClockSetting> settings_;
 };
 
 } // namespace NimaPost

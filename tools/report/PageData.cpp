@@ -159,9 +159,21 @@ Json PageData::Pairs(const std::vector<std::pair<std::string, std::string>>& pai
 Json PageData::Stacks(const Crash& crash) const {
     Json json = Json::array();
     for (const StackTraceSource::Held* const held : crash.stacks) {
-        json.push_back({{"file", ToUtf8(story_.Files()[held->file].name)},
-                        {"header", held->content.report},
-                        {"frames", held->content.frames}});
+        Json stack{{"file", ToUtf8(story_.Files()[held->file].name)},
+                   {"header", held->content.report},
+                   {"frames", held->content.frames}};
+        const auto found = symbols_.find(held->file);
+        if (found != symbols_.end()) {
+            stack["resolved"] = Json::array();
+            for (std::size_t i = 0; i < held->content.frames.size(); ++i) {
+                stack["resolved"].push_back(FrameInWords(found->second.resolution, i));
+            }
+            stack["statement"] = Json::array();
+            for (const Finding& finding : found->second.statement) {
+                stack["statement"].push_back(ToUtf8(finding.sentence));
+            }
+        }
+        json.push_back(stack);
     }
     return json;
 }

@@ -3,19 +3,30 @@
 #include "tools/base/Output.h"
 #include "tools/story/Selection.h"
 #include "tools/story/Story.h"
+#include "tools/symbols/Resolution.h"
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace NimaPost {
 
+/// What symbols say about a stack trace, and what that rests on.
+struct ResolvedStack {
+    Resolution resolution;
+    std::vector<Finding> statement;
+};
+/// By the file of the stack trace, in the folder's files.
+using StackSymbols = std::map<std::size_t, ResolvedStack>;
+
 /// Everything that is not a row.
 class PageData {
   public:
-    PageData(const Story& story, std::int64_t origin, Selection selection)
-        : story_(story), origin_(origin), selection_(selection) {}
+    /// `story`, `selection` and `symbols` must outlive it.
+    PageData(const Story& story, std::int64_t origin, Selection& selection, const StackSymbols& symbols)
+        : story_(story), origin_(origin), selection_(selection), symbols_(symbols) {}
 
     /// The oldest first.
     Json Crashes() const;
@@ -45,7 +56,8 @@ class PageData {
 
     const Story& story_;
     std::int64_t origin_;
-    Selection selection_;
+    Selection& selection_;
+    const StackSymbols& symbols_;
 };
 
 } // namespace NimaPost

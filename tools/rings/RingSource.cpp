@@ -5,6 +5,7 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Hash.h"
 #include "tools/rings/RingText.h"
+#include "tools/rings/Seam.h"
 #include "tools/rings/Segment.h"
 #include "tools/words/Words.h"
 
@@ -40,7 +41,11 @@ std::optional<PlacedRings> RingSource::ReadContent(FolderFile& file, InputFile& 
     const std::string text = input.ReadAll(kMostTextBytes);
     auto set =
         LooksLikeRingText(text) ? ReadRingText(text, file.findings) : ReadRingSegment(input, file.findings);
-    return set ? std::optional(PlacedRings(std::move(*set))) : std::nullopt;
+    if (!set) {
+        return std::nullopt;
+    }
+    RemarkOnOrder(*set, file.findings);
+    return PlacedRings(std::move(*set));
 }
 
 void RingSource::Place(Axis& axis) {

@@ -2,6 +2,7 @@
 
 #include "tools/axis/ProcessChange.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/Text.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -232,6 +233,21 @@ void OrderRing(Ring& ring, bool full, std::optional<std::int64_t> ticks) {
         std::rotate(records.begin(), records.begin() + static_cast<std::ptrdiff_t>(place), records.end());
     }
     RecoverTimes(ring);
+}
+
+void RemarkOnOrder(const RingSet& set, Findings& findings) {
+    for (const Ring& ring : set.rings) {
+        if (ring.seam == Seam::kUncertain) {
+            findings.Remark("uncertain-seam",
+                            ring.name +
+                                ": nothing recorded shows for certain where its newest record meets the "
+                                "oldest, or those of an earlier process.");
+        }
+        if (ring.clockBreaks > 0) {
+            findings.Remark("clock-break", ring.name + ": the counters do not fit one run of the clock in " +
+                                               Counted(ring.clockBreaks, "place") + ".");
+        }
+    }
 }
 
 } // namespace NimaPost

@@ -32,19 +32,6 @@ void ReadFolderFile(EvidenceFile& evidence, FolderFile& file, SourceSet& sources
     }
 }
 
-std::optional<Manifest> ManifestOf(Device& device, Findings& findings) {
-    for (EvidenceFile& file : device.files) {
-        std::uint64_t size = 0;
-        if (!file.named && LooksLikeManifest(file.Front(size))) {
-            Findings own;
-            auto manifest = ReadManifest(file.content->ReadAll(kMostTextBytes), own);
-            findings.Append(file.path, own);
-            return manifest;
-        }
-    }
-    return std::nullopt;
-}
-
 bool HoldsEvidence(Device& device) {
     return std::any_of(device.files.begin(), device.files.end(), [](EvidenceFile& file) {
         std::uint64_t size = 0;

@@ -46,8 +46,12 @@ bool Story::Read(Device& device, const std::string& where, std::string& problem)
 }
 
 void Story::ForEach(const EventVisitor& visitor) const {
+    ForEach([](EventKind /*kind*/) { return true; }, visitor);
+}
+
+void Story::ForEach(const std::function<bool(EventKind)>& isWanted, const EventVisitor& visitor) const {
     for (const Source* source : telling_) {
-        if (!source->ForEach(visitor)) {
+        if (isWanted(source->Tells()) && !source->ForEach(visitor)) {
             return;
         }
     }

@@ -7,6 +7,7 @@
 #include "tools/names/Names.h"
 #include "tools/story/Crashes.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,8 @@ class Story {
     /// Hands over all events, kind by kind and source by source, in the order of time within each, until the
     /// visitor returns false.
     void ForEach(const EventVisitor& visitor) const;
+    /// The same for some of the kinds.
+    void ForEach(const std::function<bool(EventKind)>& isWanted, const EventVisitor& visitor) const;
 
     /// The folder or archive that was read.
     const std::string& Where() const { return where_; }

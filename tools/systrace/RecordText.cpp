@@ -22,6 +22,23 @@ void AppendRecord(std::string& text, const SysTraceFile& trace, const SysTraceRe
     AppendTraceEvent(text, names, record.Component(), record.Event(), trace.ValuesOf(record), record.state);
 }
 
+TimelineEvent TraceEvents::Of(const SysTraceFile& trace, const SysTraceRecord& record) {
+    level_ = names_.Level(record.Level());
+    component_ = names_.Component(record.Component());
+    text_.clear();
+    TimelineEvent event;
+    event.arguments = trace.ValuesOf(record);
+    AppendTraceEvent(text_, names_, record.Component(), record.Event(), event.arguments, record.state);
+    event.kind = EventKind::kBinary;
+    event.time = record.elapsed;
+    event.thread = record.hasThread ? std::optional(record.thread) : std::nullopt;
+    event.level = level_;
+    event.name = component_;
+    event.text = text_;
+    event.mark = record.state == RecordState::kWhole ? std::string_view() : StateName(record.state);
+    return event;
+}
+
 Json RecordJson(const SysTraceFile& trace, const SysTraceRecord& record, const Names& names) {
     const auto values = trace.ValuesOf(record);
     Json json{{"slot", record.slot},

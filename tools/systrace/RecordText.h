@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/axis/TimelineEvent.h"
 #include "tools/base/Output.h"
 #include "tools/systrace/SysTrace.h"
 
@@ -11,6 +12,21 @@ namespace NimaPost {
 /// words.
 void AppendRecord(std::string& text, const SysTraceFile& trace, const SysTraceRecord& record,
                   const Names& names);
+
+/// Turns records into events, as yet without a place among others: their times count from the first one.
+class TraceEvents {
+  public:
+    explicit TraceEvents(const Names& names) : names_(names) {}
+
+    /// Holds until the next call.
+    TimelineEvent Of(const SysTraceFile& trace, const SysTraceRecord& record);
+
+  private:
+    const Names& names_;
+    std::string level_;
+    std::string component_;
+    std::string text_;
+};
 
 Json RecordJson(const SysTraceFile& trace, const SysTraceRecord& record, const Names& names);
 

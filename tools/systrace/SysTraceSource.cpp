@@ -5,6 +5,7 @@
 #include "tools/axis/Repeats.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Hash.h"
+#include "tools/systrace/RecordText.h"
 #include "tools/systrace/SysTrace.h"
 
 #include <algorithm>
@@ -157,34 +158,20 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
     }
 
     bool Tell(const Held& held, const EventVisitor& visitor) const override {
-        const Names& names = Set().Dictionary();
         const PlacedTrace& placed = held.content;
-        std::string level;
-        std::string component;
-        std::string text;
+        TraceEvents events(Set().Dictionary());
         for (std::size_t i = 0; i < placed.trace.records.size(); ++i) {
             if (placed.known[i]) {
                 continue;
             }
             const SysTraceRecord& record = placed.trace.records[i];
-            level = names.Level(record.Level());
-            component = names.Component(record.Component());
-            text.clear();
-            TimelineEvent event;
-            event.arguments = placed.trace.ValuesOf(record);
-            AppendTraceEvent(text, names, record.Component(), record.Event(), event.arguments, record.state);
-            event.kind = EventKind::kBinary;
+            TimelineEvent event = events.Of(placed.trace, record);
             const PlacedStretch& stretch = placed.stretches[record.stretch];
             event.time = stretch.origin + record.elapsed;
             event.certainty = placed.certainty;
             event.file = held.file;
-            event.thread = record.hasThread ? std::optional(record.thread) : std::nullopt;
             event.process = stretch.owners.ProcessOf(event.thread);
             event.boot = stretch.owners.BootOf(event.thread);
-            event.level = level;
-            event.name = component;
-            event.text = text;
-            event.mark = record.state == RecordState::kWhole ? std::string_view() : StateName(record.state);
             if (!visitor(event)) {
                 return false;
             }

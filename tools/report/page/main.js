@@ -9,7 +9,9 @@
 //      "summary": [["Error code", "0x0031AC05"], ["File", "/src/..."], ...],
 //      "exception": [["Address", "0x94b84000"], ...] | null,
 //      "extra": ["0x11", ...],
-//      "stacks": [{"file": "stacktrace123-1.txt", "header": ["..."], "frames": ["0x7f.. (name+0x1d8)", ...]}],
+//      "stacks": [{"file": "stacktrace123-1.txt", "header": ["..."], "frames": ["0x7f.. (name+0x1d8)", ...],
+//                  "resolved": [["Run() at scan.cpp:12", ...], ...],   by symbols, for each frame
+//                  "statement": ["...", ...]}],                       what that rests on
 //      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "events": 12}],
 //      "time": ns | null, "sure": 0 | 1 | 2}],
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time

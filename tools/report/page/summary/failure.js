@@ -23,9 +23,12 @@ function wordList(words) {
   return list;
 }
 
-function frameItem(frame, index) {
+// What symbols say about a frame stands below it.
+function frameItem(frame, index, resolved) {
   const item = element("li");
-  item.append(element("span", "", index), element("span", "", frame));
+  const text = element("span");
+  text.append(element("span", "frame", frame), ...resolved.map((line) => element("span", "resolved", line)));
+  item.append(element("span", "", index), text);
   return item;
 }
 
@@ -36,8 +39,8 @@ function frameList(stack, frames) {
   body.setAttribute("aria-label", visible(`Frames of ${stack.file}`));
   body.append(...(stack.header ?? []).map((line) => element("p", "", line)));
   const list = element("ol");
-  list.append(...frames.map(frameItem));
-  body.append(list);
+  list.append(...frames.map((frame, index) => frameItem(frame, index, stack.resolved?.[index] ?? [])));
+  body.append(list, ...(stack.statement ?? []).map((line) => element("p", "", line)));
   return body;
 }
 

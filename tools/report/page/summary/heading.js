@@ -20,8 +20,8 @@ export function showHeading(model) {
 }
 
 export function showClock(model) {
-  const statements = (model.data.clock ?? {}).statement ?? [];
-  const lines = statements.length ? statements.map((line) => line.sentence) : ["Nothing is known about the times in this folder."];
+  const statements = ((model.data.clock ?? {}).statement ?? []).map((finding) => finding.sentence);
+  const lines = statements.length ? statements : ["Nothing is known about the times in this folder."];
   byId("clock").append(...lines.map((line) => element("li", "", line)));
 }
 

@@ -26,6 +26,7 @@ function listenButtons(scene) {
     byId(id).addEventListener("click", action);
   }
   byId("zoom-crash").textContent = model.crash === null ? "End" : "Crash";
+  byId("help-end").textContent = model.crash === null ? "the last record" : "the crash";
   byId("zoom-crash").title = model.crash === null ? "The last record (End)" : "The moment of the crash (End)";
 }
 

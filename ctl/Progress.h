@@ -1,0 +1,27 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace NimaCtl {
+
+/// A bar on standard error that grows with the time, if that is a terminal. It is erased at its end.
+class Progress {
+  public:
+    explicit Progress(std::chrono::nanoseconds whole);
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+    ~Progress();
+
+    void Show(std::chrono::nanoseconds passed, std::uint32_t entries);
+
+  private:
+    std::chrono::nanoseconds whole_;
+    bool terminal_;
+};
+
+/// "500ms", "30s", "5m", "1h"; a number alone counts seconds. More than nothing, at most a day.
+bool ParseTime(const std::string& text, std::chrono::nanoseconds& time);
+
+} // namespace NimaCtl

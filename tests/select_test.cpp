@@ -1,0 +1,258 @@
+// Which part nima-post shows, how it prints it, and what it makes of a whole folder.
+
+#include "tests/support/Post.h"
+#include "tests/support/Sandbox.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <Diagnostics/CrashApi.h>
+#include <Diagnostics/Formats.h>
+#include <Diagnostics/NimaTrace.h>
+#include <Diagnostics/RealTimeTraceApi.h>
+#include <Diagnostics/RingBufferApi.h>
+#include <Diagnostics/TraceServices.h>
+
+using namespace Nima::Common::System::OS::Diagnostics;
+using namespace Nima::Testing;
+
+namespace {
+
+class Select : public Sandbox {};
+
+/// The texts of what `show` and its relatives print as objects, each a line.
+std::vector<std::string> Texts(std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--format", "jsonl"});
+    const Result result = Post(arguments);
+    EXPECT_LE(result.code, 1) << result.errors;
+    std::vector<std::string> texts;
+    for (const std::string& line : Lines(result.output)) {
+        texts.push_back(Json::parse(line)["text"]);
+    }
+    return texts;
+}
+
+using List = std::vector<std::string>;
+
+std::string Calibration(int second, long long counter) {
+    const std::string digits = (second < 10 ? "0" : "") + std::to_string(second);
+    return std::to_string(counter) +
+           " <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=012610241631" + digits +
+           ".54000, type=qpc\r\n";
+}
+
+std::string LineAt(long long counter, const std::string& level, const std::string& message) {
+    return std::to_string(counter) + " <0x00000001:000> <" + level + "> <Engine> " + message + "\r\n";
+}
+
+/// Two boots, whose dates fit no one clock: lines at 16:31:00.1, .2 and .3 in the first; at 16:31:40.1 and .2
+/// in the second.
+void WriteTwoBoots() {
+    WriteFile("device.log", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", "warm up") +
+                                LineAt(200'000'005, "ERROR", "lamp\r\nof the scanner") +
+                                LineAt(300'000'005, "WARN", "page 1 of 2") + Calibration(40, 554'000'002) +
+                                LineAt(600'000'002, "INFO", "Lamp again") +
+                                LineAt(700'000'002, "WARN", "page 2 of 2"));
+}
+
+std::string CrashLogAt(int second) {
+    const std::string digits = (second < 10 ? "0" : "") + std::to_string(second);
+    return "Crash Date/Time: 0126-10-24 16:31:" + digits +
+           ".54000\r\nTicks: 800000002\r\nFrequency: 1000000\r\n\r\nError Code: 31AC05\r\nFile Name: "
+           "fuser.cpp\r\n"
+           "Line Numbr: 54\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\nBoot Cycle: 0\r\n\r\n"
+           "Loaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\nRing Buffers (unformatted)\r\n\r\n"
+           "BEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER DUMP\r\n\r\nAll Done!!\r\n";
+}
+
+const List kFirstBoot{"warm up", "lamp", "of the scanner", "page 1 of 2"};
+
+} // namespace
+
+TEST_F(Select, ExpressionsTakeOrLeaveWholeMessages) {
+    WriteTwoBoots();
+    const auto with = [&](List more) {
+        more.insert(more.begin(), {"log", "device.log", "--not", "Calibration"});
+        return Texts(more);
+    };
+    EXPECT_EQ(with({"--grep", "lamp"}), (List{"lamp", "of the scanner"}));
+    EXPECT_EQ(with({"-i", "--grep", "lamp"}), (List{"lamp", "of the scanner", "Lamp again"}));
+    // Each has to be found, in whichever line of the message; one that is refused hides all of it.
+    EXPECT_EQ(with({"--grep", "scanner", "--grep", "^2.*ERROR"}), (List{"lamp", "of the scanner"}));
+    EXPECT_EQ(with({"--not", "scanner", "--not", R"(page \d)"}), (List{"warm up", "Lamp again"}));
+    EXPECT_EQ(with({"--grep", "scanner", "--grep", "page"}), List());
+    // Records and ring events by their words, and a folder's lines as a file's.
+    EXPECT_EQ(Texts({"show", ".", "--grep", R"(page \d)", "--last", "1"}), (List{"page 2 of 2"}));
+
+    // Searches that would take for ever end, and are told of.
+    WriteFile("evil.log",
+              Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", std::string(5000, 'a') + "b"));
+    const Result evil = Post({"log", "evil.log", "--grep", "(a+)+$", "--json"});
+    EXPECT_EQ(evil.code, 0);
+    EXPECT_EQ(evil.Parsed()["late_findings"]["remarks"][0]["code"], "pattern-limit") << evil.output;
+
+    const Result wrong = Post({"log", "device.log", "--grep", "(a"});
+    EXPECT_EQ(wrong.code, 2);
+    EXPECT_EQ(Lines(wrong.errors).size(), 1U) << wrong.errors;
+}
+
+TEST_F(Select, ARangeComparesTheTimesThatAreShown) {
+    WriteTwoBoots();
+    WriteFile("crash.txt", CrashLogAt(40));
+    const auto between = [](const List& range) {
+        List arguments{"log", ".", "--not", "Calibration"};
+        arguments.insert(arguments.end(), range.begin(), range.end());
+        return Texts(arguments);
+    };
+    EXPECT_EQ(between({"--until", "16:31:30"}), kFirstBoot);
+    EXPECT_EQ(between({"--since", "2026-11-24 16:31:40"}), (List{"Lamp again", "page 2 of 2"}));
+    // The first moment belongs to it, the last does not. Lines are at the calibration's date and what their
+    // counters are later by.
+    const Json lines = Json::parse(Post({"log", "device.log", "--json"}).output)["lines"];
+    const std::string first = lines[1]["time"];
+    const std::string second = lines[2]["time"];
+    EXPECT_EQ(between({"--since", first, "--until", second}), (List{"warm up"}));
+    EXPECT_EQ(between({"--since", "boot"}), (List{"Lamp again", "page 2 of 2"}));
+    EXPECT_EQ(between({"--since", "boot=1", "--until", "boot=1+100ms"}), (List{"warm up"}));
+    EXPECT_EQ(between({"--boot", "-1"}), kFirstBoot);
+    EXPECT_EQ(between({"--boot", "0"}), (List{"Lamp again", "page 2 of 2"}));
+    EXPECT_EQ(between({"--since", "crash-1m", "--until", "crash-30s"}), kFirstBoot);
+    EXPECT_EQ(between({"--around", "crash=1", "--within", "250ms"}), (List{"Lamp again", "page 2 of 2"}));
+    EXPECT_EQ(between({"--since", "end-10s", "--last", "1"}), (List{"page 2 of 2"}));
+
+    // What its bounds would let belong is counted: all lines of the first boot may be later.
+    const Result told = Post({"log", ".", "--since", "boot", "--json"});
+    EXPECT_EQ(told.code, 0) << told.errors;
+    EXPECT_EQ(told.Parsed()["late_findings"]["remarks"][0]["code"], "range-uncertain") << told.output;
+
+    for (const List& wrong :
+         {List{"--since", "yesterday"}, List{"--around", "crash=2"}, List{"--within", "1s"},
+          List{"--since", "boot=3"}, List{"--boot", "3"}, List{"--boot", "-2"},
+          List{"--around", "crash", "--since", "boot"}, List{"--around", "crash", "--within", "x"}}) {
+        List arguments{"show", "."};
+        arguments.insert(arguments.end(), wrong.begin(), wrong.end());
+        const Result result = Post(arguments);
+        EXPECT_EQ(result.code, 2) << wrong.front() << result.output;
+        EXPECT_EQ(Lines(result.errors).size(), 1U) << result.errors;
+        EXPECT_EQ(result.output, "");
+    }
+    // Alone, a log knows of no crash, and nothing that is undated has a time of day.
+    EXPECT_EQ(Post({"log", "device.log", "--around", "crash"}).code, 2);
+    WriteFile("undated.log", LineAt(100'000'005, "INFO", "one") + LineAt(400'000'005, "INFO", "two"));
+    EXPECT_EQ(Post({"log", "undated.log", "--since", "16:31"}).code, 2);
+    EXPECT_EQ(Texts({"log", "undated.log", "--since", "+0.2"}), (List{"two"}));
+}
+
+TEST_F(Select, ShowMergesWhatTheLibraryWroteIntoOneStory) {
+    InGoodChild([] {
+        SysTraceConfigure();
+        TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 0, true);
+        NimaTrace tracer("Engine");
+        TRACE_RING_HANDLE panel = nullptr;
+        GetTraceRingBuffer(10, &panel);
+        for (std::uint32_t i = 0; i < 3; ++i) {
+            tracer.WriteWarnV("line %u", i);
+            RTTrace_1(SYSTRACE_ID(9, 0, 3), i);
+            WriteEventToRingBuffer(panel, 0, 5, i, 2, 3, 4);
+        }
+    });
+    const Result all = Post({"show", ".", "--json", "--grep", "line [0-9]|event 0x3|code 0x5"});
+    ASSERT_EQ(all.code, 0) << all.errors;
+    const Json json = all.Parsed();
+    EXPECT_EQ(json["schema"], 1);
+    std::vector<std::string> kinds;
+    std::string before;
+    for (const Json& event : json["events"]) {
+        kinds.push_back(event["kind"]);
+        EXPECT_LE(before, event["time"].get<std::string>());
+        before = event["time"];
+        EXPECT_FALSE(event["file"].get<std::string>().empty());
+    }
+    for (const char* kind : {"text", "binary", "ring"}) {
+        EXPECT_EQ(std::count(kinds.begin(), kinds.end(), kind), 3) << kind << all.output;
+    }
+    // The views are parts of it.
+    EXPECT_EQ(Texts({"systrace", ".", "--component", "9"}).size(), 3U);
+    EXPECT_EQ(Texts({"rings", ".", "--grep", "code 0x5"}).size(), 3U);
+    EXPECT_EQ(Texts({"log", ".", "--level", "WARN+", "--tracer", "Engine"}),
+              (List{"line 0", "line 1", "line 2"}));
+    // So are they of single files, with their own times.
+    EXPECT_EQ(Texts({"systrace", "SysTrace Buffer", "--component", "9", "--grep", "event 0x3 0x[12]"}).size(),
+              2U);
+    EXPECT_EQ(Texts({"rings", "System Ring Buffers", "--not", "0x1 0x2 0x3", "--grep", "code 0x5"}).size(),
+              2U);
+    EXPECT_EQ(Post({"systrace", "SysTrace Buffer", "--since", "end+1s", "--format", "short"}).output, "");
+}
+
+TEST_F(Select, EveryFormatHoldsTheSame) {
+    WriteTwoBoots();
+    const Result csv = Post({"show", ".", "--format", "csv", "--grep", "page"});
+    ASSERT_EQ(Lines(csv.output).size(), 3U) << csv.output;
+    EXPECT_EQ(Lines(csv.output)[0], "time,certainty,kind,file,boot,process,thread,level,name,text");
+    EXPECT_NE(csv.output.find(",text,device.log,1,1,0x00000001,WARN,Engine,page 1 of 2\n"), std::string::npos)
+        << csv.output;
+    const Result text = Post({"show", ".", "--grep", "page 1", "--color", "always"});
+    EXPECT_NE(text.output.find("\x1b[33mWARN     Engine: page 1 of 2"), std::string::npos) << text.output;
+    const Result brief = Post({"log", "device.log", "--format", "short", "--grep", "page 1"});
+    EXPECT_EQ(brief.output.substr(0, 6) + brief.output.substr(13), "16:31:WARN Engine: page 1 of 2\n");
+    EXPECT_EQ(Post({"log", "device.log", "--json"}).output,
+              Post({"log", "device.log", "--format", "json"}).output);
+    // A field with what divides fields is quoted.
+    WriteFile("device.log", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", R"(a "b", c)"));
+    EXPECT_NE(Post({"log", "device.log", "--format", "csv"}).output.find(R"(,Engine,"a ""b"", c")"),
+              std::string::npos);
+    EXPECT_EQ(Post({"crash", "device.log", "--format", "csv"}).code, 2);
+}
+
+TEST_F(Select, ABareFolderGivesItsSummary) {
+    WriteTwoBoots();
+    WriteFile("crash.txt", CrashLogAt(40));
+    const Result result = Post({"."});
+    EXPECT_EQ(result.code, 0) << result.errors;
+    EXPECT_EQ(result.output, Post({"summary", "."}).output);
+    EXPECT_LE(Lines(result.output).size(), 60U);
+    for (const char* part : {"1 crash\n", "fuser.cpp:54, code 0x31AC05", "process 2, boot 2",
+                             "nima-post show . --around crash --within 5s"}) {
+        EXPECT_NE(result.output.find(part), std::string::npos) << part << result.output;
+    }
+    const Json json = Post({"summary", ".", "--json"}).Parsed();
+    EXPECT_EQ(json["crashes"][0]["cause"]["file"], "fuser.cpp");
+    EXPECT_EQ(json["processes"].size(), 2U);
+    EXPECT_EQ(json["counts"][0]["name"], "Engine");
+    EXPECT_EQ(json["counts"][0]["levels"]["WARN"], 2);
+    // A folder of a command's name is no command.
+    std::filesystem::create_directory("log");
+    EXPECT_NE(Post({"log"}).errors.find("FILE is required"), std::string::npos);
+    EXPECT_EQ(Post({"./log"}).code, 2);
+
+    // A folder with far too much of everything still fits the screen.
+    std::string much;
+    for (int i = 0; i < 40; ++i) {
+        WriteFile("crash.txt." + std::to_string(i), CrashLogAt(i));
+        much += Calibration(i, 54'000'100 - i) + std::to_string(100'000'100 - i) +
+                " <0x00000001:000> <ERROR> <T" + std::to_string(i) + "> " + std::string(500, 'x') + "\r\n";
+    }
+    WriteFile("much.log", much);
+    const std::string full = Post({"."}).output;
+    EXPECT_LE(Lines(full).size(), 60U) << full;
+    EXPECT_NE(full.find("first error before it: "), std::string::npos) << full;
+}
+
+TEST_F(Select, WhatIsMisspeltIsToldInOneLineWithWhatWasMeant) {
+    WriteTwoBoots();
+    for (const auto& [arguments, meant] : {std::pair(List{"sumary", "."}, "did you mean summary?"),
+                                           {List{"show", ".", "--sinse", "boot"}, "--since?"},
+                                           {List{"log", "device.log", "--format", "jsno"}, "--format"},
+                                           {List{"show", ".", "device.log"}, "too many"},
+                                           {List{"show"}, "FOLDER is required"},
+                                           {List{}, "subcommand"}}) {
+        const Result result = Post(arguments);
+        EXPECT_EQ(result.code, 2);
+        EXPECT_EQ(Lines(result.errors).size(), 1U) << result.errors;
+        EXPECT_NE(result.errors.find(meant), std::string::npos) << result.errors;
+    }
+}

@@ -1,0 +1,3 @@
+#pragma once
+
+extern "C" [[gnu::visibility("default")]] int ScanPage(int lines);

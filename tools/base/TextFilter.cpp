@@ -1,0 +1,39 @@
+#include "tools/base/TextFilter.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace NimaPost {
+
+TextFilter::Fate TextFilter::Begin(std::string_view line) {
+    for (Wanted& each : wanted_) {
+        each.found = false;
+    }
+    fate_ = Fate::kMissing;
+    return Continue(line);
+}
+
+TextFilter::Fate TextFilter::Continue(std::string_view line) {
+    if (fate_ == Fate::kShow || fate_ == Fate::kHide) {
+        return fate_;
+    }
+    if (std::any_of(refused_.begin(), refused_.end(), [&](const Pattern& each) { return each.IsIn(line); })) {
+        return fate_ = Fate::kHide;
+    }
+    bool all = true;
+    for (Wanted& each : wanted_) {
+        each.found = each.found || each.pattern.IsIn(line);
+        all = all && each.found;
+    }
+    return fate_ = !all ? Fate::kMissing : refused_.empty() ? Fate::kShow : Fate::kUnlessBad;
+}
+
+std::uint64_t TextFilter::GivenUp() const {
+    const std::uint64_t wanted =
+        std::accumulate(wanted_.begin(), wanted_.end(), std::uint64_t{0},
+                        [](std::uint64_t sum, const Wanted& each) { return sum + each.pattern.GivenUp(); });
+    return std::accumulate(refused_.begin(), refused_.end(), wanted,
+                           [](std::uint64_t sum, const Pattern& each) { return sum + each.GivenUp(); });
+}
+
+} // namespace NimaPost

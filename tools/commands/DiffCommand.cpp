@@ -1,0 +1,177 @@
+#include "tools/base/CounterClock.h"
+#include "tools/base/Text.h"
+#include "tools/commands/Commands.h"
+#include "tools/commands/InputOptions.h"
+#include "tools/compare/Difference.h"
+#include "tools/input/EvidenceReader.h"
+#include "tools/story/Folder.h"
+#include "tools/story/Story.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::size_t kMostLines = 20;
+constexpr std::uint64_t kDefaultWithin = 60;
+/// Longer than any device has been on.
+constexpr std::uint64_t kMostWithin = 1'000'000'000;
+
+struct Options {
+    std::array<std::string, 2> folders;
+    std::vector<std::size_t> crashes;
+    std::uint64_t within = kDefaultWithin;
+    bool all = false;
+    InputLimits limits;
+
+    /// The crash that is asked for in a folder; empty for everything.
+    std::optional<std::size_t> CrashIn(std::size_t folder) const {
+        return crashes.empty() ? std::nullopt : std::optional(crashes[std::min(folder, crashes.size() - 1)]);
+    }
+};
+
+/// One of the two that are compared.
+struct Side {
+    std::string folder;
+    std::string crash; ///< its title; empty where everything is compared
+    Profile profile;
+    Findings findings;
+
+    std::string Name() const {
+        return Printable(folder) + (crash.empty() ? "" : " (" + Printable(crash) + ")");
+    }
+};
+
+/// The time before a crash that is compared. False, with the reason, where there is no such crash.
+bool FindCrash(const Story& story, std::size_t number, const Options& options, Side& side,
+               std::string& problem) {
+    if (number == 0 || number > story.Crashes().size()) {
+        const std::size_t count = story.Crashes().size();
+        problem = side.folder + ": no crash " + std::to_string(number) + "; it tells of " +
+                  std::to_string(count) + (count == 1 ? " crash" : " crashes");
+        return false;
+    }
+    const Crash& crash = story.Crashes()[number - 1];
+    if (!crash.time) {
+        problem = side.folder + ": nothing tells when crash " + std::to_string(number) + " was";
+        return false;
+    }
+    side.crash = "crash " + std::to_string(number) + ", " + crash.title;
+    side.profile =
+        Profile(*crash.time - static_cast<std::int64_t>(options.within) * kSecond, *crash.time + 1);
+    return true;
+}
+
+bool ReadSide(const Context& context, const Options& options, std::size_t number, Side& side,
+              std::string& problem) {
+    side.folder = options.folders[number];
+    Story story(context.names);
+    Evidence evidence = ReadEvidence({side.folder}, options.limits);
+    std::erase_if(evidence.devices, [](Device& device) { return !HoldsEvidence(device); });
+    side.findings = std::move(evidence.findings);
+    if (evidence.devices.size() > 1) {
+        problem = side.folder + ": " + std::to_string(evidence.devices.size()) +
+                  " devices in it; only one can be compared";
+        return false;
+    }
+    Device none;
+    Device& device = evidence.devices.empty() ? none : evidence.devices.front();
+    const bool read = story.Read(device, side.folder, problem);
+    side.findings.Append(side.folder, story.AllDamage());
+    const auto crash = options.CrashIn(number);
+    if (!read || (crash && !FindCrash(story, *crash, options, side, problem))) {
+        return false;
+    }
+    story.ForEach([&](const TimelineEvent& event) {
+        side.profile.Take(event);
+        return true;
+    });
+    if (side.profile.IsCut()) {
+        side.findings.Remark("many-messages",
+                             side.folder + ": so many different messages that not all could be compared.");
+    }
+    return true;
+}
+
+std::string Head(const Side& side) {
+    char seconds[32];
+    std::snprintf(seconds, sizeof(seconds), "%.1f", side.profile.Seconds());
+    return Counted(side.profile.Records(), "record") + " in " + seconds + " s: " + side.Name();
+}
+
+Json SideJson(const Side& side) {
+    return {{"folder", ToUtf8(side.folder)},
+            {"crash", side.crash.empty() ? Json() : Json(ToUtf8(side.crash))},
+            {"records", side.profile.Records()},
+            {"seconds", side.profile.Seconds()}};
+}
+
+int RunDiff(Context& context, const Options& options) {
+    Side first;
+    Side second;
+    std::string problem;
+    if (!ReadSide(context, options, 0, first, problem) || !ReadSide(context, options, 1, second, problem)) {
+        first.findings.damage.insert(first.findings.damage.end(), second.findings.damage.begin(),
+                                     second.findings.damage.end());
+        return ReportUnusable(context, problem, first.findings);
+    }
+    Findings findings = first.findings;
+    for (const auto& [from, to] : {std::pair(&second.findings.damage, &findings.damage),
+                                   std::pair(&second.findings.remarks, &findings.remarks)}) {
+        to->insert(to->end(), from->begin(), from->end());
+    }
+    const Difference difference = Compare(first.profile, second.profile);
+    if (context.json) {
+        Json json{{"first", SideJson(first)}, {"second", SideJson(second)}};
+        json.update(DifferenceJson(difference));
+        json["findings"] = FindingsJson(findings);
+        context.out.WriteJson(json);
+        context.out.Write("\n");
+        return ExitCodeOf(findings);
+    }
+    context.out.Line("first:  " + Head(first));
+    context.out.Line("second: " + Head(second));
+    for (const std::string& line :
+         DifferenceInWords(difference, "the first", "the second",
+                           options.all ? std::numeric_limits<std::size_t>::max() : kMostLines)) {
+        context.out.Line(line);
+    }
+    PrintFindings(context, findings);
+    return ExitCodeOf(findings);
+}
+
+} // namespace
+
+void AddDiffCommand(CLI::App& app, Context& context, Run& run) {
+    auto options = std::make_shared<Options>();
+    CLI::App* command =
+        AddCommand(app, context, "diff",
+                   "Tracers, events and messages that only one of two folders has, and other rates");
+    command->add_option("FIRST", options->folders[0], "The folder of a device")->required();
+    command
+        ->add_option("SECOND", options->folders[1],
+                     "The folder to compare it with; the same for two crashes of it")
+        ->required();
+    command
+        ->add_option("--crash", options->crashes,
+                     "Only what came before crash N; given twice, the second is that of the second folder")
+        ->type_name("N")
+        ->allow_extra_args(false)
+        ->expected(1, 2);
+    command->add_option("--within", options->within, "With --crash: how many seconds before it")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(std::uint64_t{1}, kMostWithin))
+        ->capture_default_str();
+    command->add_flag("--all", options->all, "All lines, not only the first 20 of each kind");
+    command->callback([&run, options] { run = [options](Context& c) { return RunDiff(c, *options); }; });
+}
+
+} // namespace NimaPost

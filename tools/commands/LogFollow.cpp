@@ -1,0 +1,100 @@
+#include "tools/commands/LogFollow.h"
+
+#include "tools/base/Interrupt.h"
+#include "tools/base/LocalTime.h"
+#include "tools/base/Text.h"
+#include "tools/commands/LinePrinter.h"
+#include "tools/log/FollowClock.h"
+#include "tools/log/LogFollower.h"
+#include "tools/log/ShownLines.h"
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <thread>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::chrono::milliseconds kPause(100);
+
+Json FollowedJson(const std::string& path, const LogEntry& entry) {
+    const LogLine& line = entry.line;
+    Json json{{"schema", kJsonSchema}, {"file", ToUtf8(path)}};
+    json["time"] = entry.hasTime ? Json(WallTimeIso(entry.time)) : Json();
+    json["earlier_by_seconds"] = entry.certainty.earlier;
+    if (line.hasHeader) {
+        json["counter"] = line.counter;
+        json["thread"] = Hex32(line.thread);
+        json["level"] = line.level;
+        json["tracer"] = ToUtf8(line.tracer);
+    }
+    json["message"] = ToUtf8(line.message);
+    return json;
+}
+
+/// A log that does not exist yet can be waited for; what is there must be readable.
+bool CanFollow(const std::string& path, std::string& problem) {
+    std::error_code error;
+    if (InputFile::Open(path, problem)) {
+        return true;
+    }
+    if (std::filesystem::exists(path, error)) {
+        return false;
+    }
+    std::cerr << "note: " << Printable(problem) << "; waiting for it\n";
+    return true;
+}
+
+} // namespace
+
+int FollowLog(Context& context, const std::string& path, LogFilter& filter) {
+    std::string problem;
+    if (!CanFollow(path, problem)) {
+        return ReportUnopened(context, problem);
+    }
+    context.paged = false;
+    Interrupt interrupt;
+    LogFollower follower(path);
+    FollowClock clock(path);
+    LinePrinter lines(context);
+    const LogPart nowhere;
+    ShownLines shown(filter, [&](const LogEntry& entry) {
+        if (context.json) {
+            context.out.WriteJson(FollowedJson(path, entry));
+            context.out.Write("\n");
+        } else {
+            lines.Print(entry);
+        }
+    });
+    std::string told;
+    while (!interrupt.Requested()) {
+        const bool any = follower.Poll([&](std::string_view text) {
+            LogEntry entry;
+            entry.part = &nowhere;
+            entry.line = ParseLogLine(text);
+            entry.text = text;
+            entry.continued = !entry.line.hasHeader;
+            clock.Place(entry, LocalTimeNow());
+            shown.Take(entry);
+        });
+        if (!any) {
+            shown.Finish();
+        }
+        if (!context.out.Flush()) {
+            break;
+        }
+        if (const std::string error = follower.ReadError(); !error.empty() && error != told) {
+            std::cerr << "damaged: " << Printable(path) << ": Not all of it could be read: " << error
+                      << ".\n";
+            told = error;
+        }
+        if (!any) {
+            std::this_thread::sleep_for(kPause);
+        }
+    }
+    return told.empty() ? kExitFine : kExitDamaged;
+}
+
+} // namespace NimaPost

@@ -1,0 +1,119 @@
+#include "tools/commands/View.h"
+
+#include "tools/base/Text.h"
+#include "tools/commands/EventPrinter.h"
+#include "tools/report/CrashData.h"
+#include "tools/story/MergedStory.h"
+#include "tools/story/Story.h"
+
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+#include <optional>
+
+namespace NimaPost {
+
+namespace {
+
+/// Hands on the last events of all, or all of them.
+class LastOnes {
+  public:
+    using Show = std::function<void(const TimelineEvent&)>;
+    LastOnes(std::optional<std::uint64_t> most, Show show) : most_(most), show_(std::move(show)) {}
+
+    void Take(const TimelineEvent& event) {
+        if (!most_) {
+            show_(event);
+            return;
+        }
+        kept_.emplace_back(event);
+        if (kept_.size() > *most_) {
+            kept_.pop_front();
+        }
+    }
+    void Finish() {
+        for (const KeptEvent& each : kept_) {
+            show_(each.Event());
+        }
+    }
+
+  private:
+    std::optional<std::uint64_t> most_;
+    Show show_;
+    std::deque<KeptEvent> kept_;
+};
+
+Findings FindingsOf(const Story& story) {
+    Findings findings = story.AllDamage();
+    findings.remarks = story.Time().Statement();
+    return findings;
+}
+
+/// What came up only while the events were printed.
+Findings LateFindings(const Story& story, const Findings& known, const Selection& selection) {
+    Findings late = story.AllDamage();
+    std::erase_if(late.damage, [&](const Finding& finding) {
+        return std::any_of(known.damage.begin(), known.damage.end(),
+                           [&](const Finding& other) { return other.sentence == finding.sentence; });
+    });
+    late.remarks = selection.Remarks();
+    return late;
+}
+
+} // namespace
+
+int RunView(Context& context, const DeviceInput& input, const Findings& inherited,
+            const SelectionOptions& options, const SelectedEvents::Admits& admits) {
+    Selection selection;
+    std::string problem;
+    return selection.Prepare(options, problem) ? RunView(context, input, inherited, selection, admits)
+                                               : ReportUnusable(context, problem);
+}
+
+int RunView(Context& context, const DeviceInput& input, const Findings& inherited, Selection& selection,
+            const SelectedEvents::Admits& admits) {
+    Story story(context.names);
+    std::string problem;
+    if (!story.Read(input.device, input.where, problem)) {
+        const Findings findings = Joined(inherited, story.AllDamage());
+        PrintFindings(context, findings);
+        return ReportUnusable(context, problem, findings);
+    }
+    if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem)) {
+        return ReportUnusable(context, problem);
+    }
+    const Findings findings = Joined(inherited, FindingsOf(story));
+    std::optional<JsonDocument> document;
+    if (context.format == Format::kJson) {
+        document.emplace(context.out);
+        document->Member("folder", ToUtf8(input.where));
+        document->Member("findings", FindingsJson(findings));
+        document->Member("crashes", CrashesJson(story));
+        document->BeginArray("events");
+    } else {
+        PrintFindings(context, findings);
+    }
+    std::vector<std::string> files;
+    for (const FolderFile& file : story.Files()) {
+        files.push_back(file.name);
+    }
+    EventPrinter printer(context, std::move(files), story.Time().HasWall());
+    printer.Begin();
+    LastOnes last(selection.Last(),
+                  [&](const TimelineEvent& event) { printer.Print(event, document ? &*document : nullptr); });
+    MergedStory(story, selection, admits).ForEach([&](const TimelineEvent& event) { last.Take(event); });
+    last.Finish();
+    const Findings late = LateFindings(story, findings, selection);
+    if (document) {
+        document->EndArray();
+        if (!late.damage.empty() || !late.remarks.empty()) {
+            document->Member("late_findings", FindingsJson(late));
+        }
+        document->End();
+    } else {
+        PrintFindings(context, late);
+    }
+    return std::max(ExitCodeOf(findings), ExitCodeOf(late));
+}
+
+} // namespace NimaPost

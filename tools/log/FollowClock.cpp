@@ -1,0 +1,68 @@
+#include "tools/log/FollowClock.h"
+
+#include "tools/base/CounterClock.h"
+#include "tools/log/LogSet.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+FollowClock::FollowClock(const std::string& path) {
+    LogSet logs;
+    logs.Add(path, false);
+    if (logs.Sources().empty()) {
+        return;
+    }
+    logs.Arrange();
+    if (const auto anchor = logs.LastAnchor()) {
+        last_ = Moment{anchor->counter, anchor->wall};
+    }
+}
+
+/// A process that opens the log anew, or a clock that was set, begins another run of times.
+void FollowClock::TakeDate(const LogLine& line) {
+    const auto date = CalibrationDate(line);
+    if (!date) {
+        return;
+    }
+    if (last_) {
+        const std::int64_t middle = date->second * kSecond + kSecond / 2;
+        const std::int64_t step = StepForward(last_->counter, line.counter);
+        const std::int64_t periods =
+            std::max<std::int64_t>((middle - last_->time - step) / kCounterPeriod, 0);
+        for (std::int64_t k = std::max<std::int64_t>(periods - 1, 0); k <= periods + 1; ++k) {
+            const std::int64_t time = last_->time + step + k * kCounterPeriod;
+            if (time >= date->second * kSecond - kDateTakes && time < (date->second + 1) * kSecond) {
+                last_ = Moment{line.counter, time};
+                return;
+            }
+        }
+    }
+    last_ = Moment{line.counter, date->Earliest()};
+    originLater_ = date->Spread();
+}
+
+void FollowClock::Place(LogEntry& entry, std::int64_t now) {
+    if (IsCalibration(entry.line)) {
+        TakeDate(entry.line);
+    }
+    if (!last_) {
+        return;
+    }
+    entry.hasTime = true;
+    entry.hasWall = true;
+    entry.certainty = {0, 0, false, originLater_};
+    if (entry.line.stamped) {
+        const std::int64_t step = StepWithFall(last_->counter, entry.line.counter, kDisorder);
+        const std::int64_t earliest = last_->time + step;
+        const std::int64_t unseen = std::max<std::int64_t>((now - earliest) / kCounterPeriod, 0);
+        last_ = Moment{entry.line.counter, earliest + unseen * kCounterPeriod};
+        if (unseen > 0 || earliest > now + kSecond) {
+            entry.certainty.earlier = unseen;
+            entry.certainty.assumed = true;
+        }
+    }
+    entry.time = last_->time;
+}
+
+} // namespace NimaPost

@@ -1,0 +1,133 @@
+#include "tools/story/MergedStory.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace NimaPost {
+
+namespace {
+
+bool IsText(EventKind kind) {
+    return kind == EventKind::kText;
+}
+
+std::map<std::size_t, std::int64_t> BeginningsOf(const Processes& processes) {
+    std::map<std::size_t, std::int64_t> boots;
+    for (const ProcessFacts& facts : processes.All()) {
+        if (facts.boot && facts.first) {
+            const auto known = boots.try_emplace(*facts.boot, *facts.first).first;
+            known->second = std::min(known->second, *facts.first);
+        }
+    }
+    return boots;
+}
+
+} // namespace
+
+MergedStory::MergedStory(const Story& story, Selection& selection, SelectedEvents::Admits admits)
+    : story_(story), selection_(selection), admits_(std::move(admits)) {
+    FindBootOrder();
+}
+
+/// A clock that was set back between two boots puts the later one's times before the earlier one's.
+void MergedStory::FindBootOrder() {
+    boots_ = BeginningsOf(story_.Time().AllProcesses());
+    std::int64_t ended = std::numeric_limits<std::int64_t>::min();
+    bool inOrder = true;
+    for (const auto& [boot, began] : boots_) {
+        inOrder = inOrder && began >= ended;
+        for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
+            ended = facts.boot == boot && facts.last ? std::max(ended, *facts.last) : ended;
+        }
+    }
+    if (inOrder) {
+        boots_.clear();
+    }
+}
+
+MergedStory::Key MergedStory::KeyOf(const TimelineEvent& event) const {
+    if (!event.time) {
+        return {std::numeric_limits<std::size_t>::max(), 0};
+    }
+    std::size_t boot = boots_.empty() ? 0 : event.boot.value_or(0);
+    for (const auto& [number, began] : boots_) {
+        if (!event.boot && (boot == 0 || began <= *event.time)) {
+            boot = number;
+        }
+    }
+    return {boot, *event.time};
+}
+
+void MergedStory::KeepOthers() {
+    others_.clear();
+    SelectedEvents selected(selection_, admits_, [&](const TimelineEvent& event) {
+        others_.emplace_back(KeyOf(event), KeptEvent(event));
+    });
+    story_.ForEach([](EventKind kind) { return !IsText(kind); },
+                   [&](const TimelineEvent& event) {
+                       selected.Take(event);
+                       return true;
+                   });
+    for (const Crash& crash : story_.Crashes()) {
+        TimelineEvent event;
+        event.kind = EventKind::kRecord;
+        event.time = crash.time;
+        event.certainty = crash.certainty;
+        event.file = crash.files.front();
+        event.thread = crash.thread;
+        event.boot = crash.boot;
+        event.process = crash.process;
+        event.level = kCrashLevel;
+        event.text = crash.title;
+        selected.Take(event);
+    }
+    selected.Finish();
+    std::stable_sort(others_.begin(), others_.end(),
+                     [](const auto& a, const auto& b) { return a.first < b.first; });
+}
+
+void MergedStory::ForEach(const std::function<void(const TimelineEvent&)>& visitor) {
+    selection_.BeginCount();
+    KeepOthers();
+    auto next = others_.begin();
+    Key reached{0, std::numeric_limits<std::int64_t>::min()};
+    SelectedEvents selected(selection_, admits_, [&](const TimelineEvent& event) {
+        // The order of a log's lines stands, whatever their times are.
+        reached = std::max(reached, KeyOf(event));
+        for (; next != others_.end() && next->first < reached; ++next) {
+            visitor(next->second.Event());
+        }
+        visitor(event);
+    });
+    story_.ForEach(IsText, [&](const TimelineEvent& event) {
+        selected.Take(event);
+        return true;
+    });
+    selected.Finish();
+    for (; next != others_.end(); ++next) {
+        visitor(next->second.Event());
+    }
+}
+
+Landmarks LandmarksOf(const Story& story, bool withEnds) {
+    Landmarks landmarks;
+    landmarks.hasWall = story.Time().HasWall();
+    landmarks.boots = BeginningsOf(story.Time().AllProcesses());
+    for (const Crash& crash : story.Crashes()) {
+        landmarks.crashes.push_back(crash.time);
+        if (crash.time) {
+            landmarks.Widen(*crash.time);
+        }
+    }
+    if (withEnds) {
+        story.ForEach([&](const TimelineEvent& event) {
+            if (event.time) {
+                landmarks.Widen(*event.time);
+            }
+            return true;
+        });
+    }
+    return landmarks;
+}
+
+} // namespace NimaPost

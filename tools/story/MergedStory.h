@@ -1,0 +1,48 @@
+#pragma once
+
+#include "tools/story/SelectedEvents.h"
+#include "tools/story/Selection.h"
+#include "tools/story/Story.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace NimaPost {
+
+/// The level of the events that stand for crashes.
+inline constexpr std::string_view kCrashLevel = "CRASH";
+
+/// What a selection takes of a story, all kinds in one order of boots and time, crashes among them. Text logs
+/// are read while they are handed over; everything else that is taken is in memory meanwhile.
+class MergedStory {
+  public:
+    /// All of these outlive the object.
+    MergedStory(const Story& story, Selection& selection, SelectedEvents::Admits admits);
+
+    void ForEach(const std::function<void(const TimelineEvent&)>& visitor);
+
+  private:
+    /// The order of boots, where times alone do not give it, and the time.
+    using Key = std::pair<std::size_t, std::int64_t>;
+
+    void FindBootOrder();
+    Key KeyOf(const TimelineEvent& event) const;
+    void KeepOthers();
+
+    const Story& story_;
+    Selection& selection_;
+    SelectedEvents::Admits admits_;
+    std::map<std::size_t, std::int64_t> boots_; ///< when each began; empty where times give their order
+    std::vector<std::pair<Key, KeptEvent>> others_;
+};
+
+/// Where the moments are that times can be counted from. The ends cost a reading of the logs.
+Landmarks LandmarksOf(const Story& story, bool withEnds);
+
+} // namespace NimaPost

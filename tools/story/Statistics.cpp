@@ -1,0 +1,124 @@
+#include "tools/story/Statistics.h"
+
+#include "tools/base/CounterClock.h"
+#include "tools/story/MergedStory.h"
+
+#include <algorithm>
+
+namespace NimaPost {
+
+namespace {
+
+constexpr std::size_t kMostGaps = 5;
+/// Shorter ones are the pace of a device at rest.
+constexpr std::int64_t kShortestGap = 2 * kSecond;
+
+class Collector {
+  public:
+    explicit Collector(const std::vector<Crash>& crashes) : crashes_(crashes) {
+        result_.firstErrors.resize(crashes.size());
+    }
+
+    void Take(const TimelineEvent& event) {
+        if (event.level == kCrashLevel && event.kind == EventKind::kRecord) {
+            TakeCrash(event);
+            return;
+        }
+        Count(event);
+        if (event.kind == EventKind::kText && event.time && !event.continued) {
+            TakeGap(event);
+            TakeError(event);
+        }
+    }
+
+    Statistics Result() {
+        std::stable_sort(result_.gaps.begin(), result_.gaps.end(),
+                         [](const auto& a, const auto& b) { return a.length > b.length; });
+        return std::move(result_);
+    }
+
+  private:
+    void Count(const TimelineEvent& event) {
+        ++result_.files[event.file];
+        if (event.time) {
+            result_.first = std::min(result_.first.value_or(*event.time), *event.time);
+            result_.last = std::max(result_.last.value_or(*event.time), *event.time);
+        }
+        if (event.continued) {
+            return;
+        }
+        key_.first = event.kind;
+        key_.second.assign(event.name);
+        Statistics::Count& count = result_.names[key_];
+        ++count.all;
+        level_.assign(event.level);
+        if (!level_.empty()) {
+            ++count.levels[level_];
+        }
+    }
+
+    /// Between lines of one process; what lies between two is the device's rest.
+    void TakeGap(const TimelineEvent& event) {
+        const auto process = event.process;
+        if (lastLine_ && process == lastProcess_ && *event.time - *lastLine_ >= kShortestGap) {
+            result_.gaps.push_back({*lastLine_, *event.time - *lastLine_, event.boot.value_or(0)});
+            if (result_.gaps.size() > kMostGaps) {
+                result_.gaps.erase(
+                    std::min_element(result_.gaps.begin(), result_.gaps.end(),
+                                     [](const auto& a, const auto& b) { return a.length < b.length; }));
+            }
+        }
+        lastLine_ = event.time;
+        lastProcess_ = process;
+    }
+
+    void TakeError(const TimelineEvent& event) {
+        if (event.level != "ERROR" && event.level != "FATAL") {
+            return;
+        }
+        errors_.try_emplace(event.process, KeptEvent(event));
+        if (!anyError_) {
+            anyError_.emplace(event);
+        }
+    }
+
+    void TakeCrash(const TimelineEvent& crash) {
+        const auto known = std::find_if(crashes_.begin(), crashes_.end(),
+                                        [&](const Crash& each) { return each.files.front() == crash.file; });
+        const auto own = errors_.find(crash.process);
+        auto& error = result_.firstErrors.at(static_cast<std::size_t>(known - crashes_.begin()));
+        if (!crash.process) {
+            error = anyError_;
+        } else if (own != errors_.end()) {
+            error = own->second;
+        }
+        errors_.clear();
+        anyError_.reset();
+    }
+
+    const std::vector<Crash>& crashes_;
+    Statistics result_;
+    std::pair<EventKind, std::string> key_;
+    std::string level_;
+    std::optional<std::int64_t> lastLine_;
+    std::optional<std::size_t> lastProcess_;
+    std::map<std::optional<std::size_t>, KeptEvent> errors_;
+    std::optional<KeptEvent> anyError_;
+};
+
+} // namespace
+
+std::optional<std::int64_t> Statistics::Length() const {
+    return first && last ? std::optional(std::max(*last - *first, kSecond)) : std::nullopt;
+}
+
+Statistics StatisticsOf(const Story& story) {
+    Collector collector(story.Crashes());
+    Selection everything;
+    MergedStory(story, everything, [](const TimelineEvent& /*event*/) {
+        return true;
+    }).ForEach([&](const TimelineEvent& event) { collector.Take(event); });
+    return collector.Result();
+}
+
+} // namespace NimaPost

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "tools/story/KeptEvent.h"
+#include "tools/story/Story.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace NimaPost {
+
+/// What a folder's events come to.
+struct Statistics {
+    /// Of a tracer, a component, a ring or an event's source.
+    struct Count {
+        std::uint64_t all = 0;
+        std::map<std::string, std::uint64_t> levels;
+    };
+    /// A time in which nothing was written, though a process ran.
+    struct Gap {
+        std::int64_t from = 0;
+        std::int64_t length = 0;
+        std::size_t boot = 0;
+    };
+
+    std::map<std::pair<EventKind, std::string>, Count> names;
+    std::map<std::size_t, std::uint64_t> files; ///< events, by the folder's files
+    std::optional<std::int64_t> first;
+    std::optional<std::int64_t> last;
+    /// The first line at ERROR or FATAL before each crash, after the one before: of the same process where
+    /// that is known.
+    std::vector<std::optional<KeptEvent>> firstErrors;
+    std::vector<Gap> gaps; ///< the longest of all first
+
+    /// How long it took, at least a second; empty where nothing has a time.
+    std::optional<std::int64_t> Length() const;
+};
+
+/// Reads the logs once.
+Statistics StatisticsOf(const Story& story);
+
+} // namespace NimaPost
