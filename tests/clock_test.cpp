@@ -229,7 +229,7 @@ TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThe
         EXPECT_FALSE(logs.entries[i].part->overwritten);
     }
     for (std::size_t i = 0; i < evidence.size(); ++i) {
-        EXPECT_EQ(CodeOf(logs.set.Processes()[i].evidence), evidence[i]);
+        EXPECT_EQ(EvidenceCodeOf(logs.set.Processes()[i]), evidence[i]);
     }
     EXPECT_EQ(logs.set.LikelyBoundOf(logs.entries[2])->assuming, std::string("clock-not-set"));
     EXPECT_NEAR(static_cast<double>(logs.set.LikelyBoundOf(logs.entries[2])->later), 9, 1);

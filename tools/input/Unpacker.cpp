@@ -51,7 +51,7 @@ class Unpacking {
     }
 
   private:
-    /// False where it met damage and did not keep what it had of a member, since more of that can be had.
+    /// Goes through the members. False where it met damage and `triesAgain`: another reader will get more.
     bool Members(ArchiveReader& archive, bool triesAgain) {
         ArchiveMember member;
         while (!store_.Stopped() && !over_ && archive.Next(member)) {
@@ -65,15 +65,17 @@ class Unpacking {
         return problem.empty() || !triesAgain;
     }
 
+    /// False where the member was cut, and was not kept since another reader will get more of it.
     bool Take(ArchiveReader& archive, const ArchiveMember& member, bool triesAgain) {
         const bool isCompressedFile = archive.IsCompressedFile();
         // A compressed file is no archive, but even those end somewhere.
         if (inside_.depth > store_.Limits().depth + (isCompressedFile ? 1 : 0)) {
-            store_.ReachLimit(
-                packed_.path,
-                "in " + Counted(place_.depth, "archive") + " already, and no deeper one is read",
-                "--max-depth");
+            store_.ReachLimit(packed_.path, "in " + Counted(place_.depth, "archive") + " already",
+                              "--max-depth");
             over_ = true;
+            return true;
+        }
+        if (!store_.CountMember(packed_.path)) {
             return true;
         }
         bool odd = false;
@@ -82,9 +84,6 @@ class Unpacking {
             return true;
         }
         const std::string path = isCompressedFile ? packed_.path : inside_.path + "/" + Joined(parts);
-        if (!store_.CountMember(path)) {
-            return true;
-        }
         const bool whole = ReadMember(archive, path);
         NoteDamage(archive.TakeProblem());
         if (!whole && triesAgain) {
