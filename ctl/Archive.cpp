@@ -15,6 +15,7 @@ namespace {
 
 constexpr std::size_t kBlock = 512;
 constexpr std::size_t kNameBytes = 100;
+constexpr std::uint64_t kMostBytes = (std::uint64_t{1} << 33) - 1; ///< that the size of a block can say
 constexpr int kGzip = 15 + 16; ///< the largest window, with a gzip head and tail
 constexpr int kMemoryLevel = 8;
 
@@ -46,9 +47,9 @@ void Octal(char (&field)[kSize], std::uint64_t value) {
     std::memcpy(field, digits, kSize);
 }
 
-/// "LENGTH path=NAME\n", where the length counts its own digits.
-std::string PaxName(const std::string& name) {
-    const std::string rest = " path=" + name + "\n";
+/// "LENGTH KEY=VALUE\n", where the length counts its own digits.
+std::string PaxRecord(const std::string& key, const std::string& value) {
+    const std::string rest = " " + key + "=" + value + "\n";
     std::size_t length = rest.size() + 1;
     while (std::to_string(length).size() + rest.size() != length) {
         ++length;
@@ -105,14 +106,20 @@ void Archive::Header(const std::string& name, std::uint64_t bytes, std::int64_t 
 }
 
 void Archive::Begin(const std::string& name, std::uint64_t bytes, std::int64_t modifiedSeconds) {
+    std::string pax;
     if (name.size() > kNameBytes) {
-        const std::string pax = PaxName(name);
-        Header("long-name", pax.size(), modifiedSeconds, 'x');
+        pax += PaxRecord("path", name);
+    }
+    if (bytes > kMostBytes) {
+        pax += PaxRecord("size", std::to_string(bytes));
+    }
+    if (!pax.empty()) {
+        Header("more-of-the-next", pax.size(), modifiedSeconds, 'x');
         inFile_ = 0;
         Write(pax);
         End();
     }
-    Header(name, bytes, modifiedSeconds, '0');
+    Header(name, bytes > kMostBytes ? 0 : bytes, modifiedSeconds, '0');
     inFile_ = 0;
 }
 

@@ -9,12 +9,10 @@
 
 namespace NimaCtl {
 
-/// A compressed tar archive ("ustar", with a pax header for a long name), written file by file.
+/// A compressed tar archive ("ustar", with a pax header for a long name or a large file), written file by
+/// file.
 class Archive {
   public:
-    /// More than a header can say.
-    static constexpr std::uint64_t kMostBytes = (std::uint64_t{1} << 33) - 1;
-
     explicit Archive(NimaPost::Output& out);
     Archive(const Archive&) = delete;
     Archive& operator=(const Archive&) = delete;

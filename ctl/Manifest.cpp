@@ -1,9 +1,9 @@
 #include "ctl/Manifest.h"
 
 #include "catalogue/Files.h"
-#include "ctl/BuildId.h"
 #include "ctl/Modules.h"
 #include "ctl/block/Segment.h"
+#include "tools/base/BuildId.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -137,7 +137,7 @@ Json Manifest::ToJson() const {
     }
     Json programList = Json::array();
     for (const std::string& program : programs) {
-        programList.push_back({{"path", ToUtf8(program)}, {"build_id", TextOrNull(BuildIdOf(program))}});
+        programList.push_back({{"path", ToUtf8(program)}, {"build_id", TextOrNull(NimaPost::BuildIdOf(program))}});
     }
     return {{"manifest", kVersion},
             {"tool", {{"name", "nima-ctl"}, {"version", NIMA_CTL_VERSION}}},

@@ -18,6 +18,7 @@ struct CollectedFile {
     std::uint32_t blankedSlots = 0;       ///< of the binary trace, overwritten while they were copied
     std::string problem;                  ///< why it is not, or not whole, in the archive; empty if it is
     bool inArchive = true;
+    bool unreadable = false; ///< it should have been in the archive
 };
 
 /// Clocks read at one moment, in nanoseconds.

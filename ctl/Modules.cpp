@@ -1,6 +1,6 @@
 #include "ctl/Modules.h"
 
-#include "ctl/BuildId.h"
+#include "tools/base/BuildId.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -62,7 +62,7 @@ std::vector<Module> ModulesOf(pid_t process) {
     });
     for (Module& module : modules) {
         // As the process sees the path, which may have a root of its own.
-        module.buildId = BuildIdOf(folder + "/root" + module.path);
+        module.buildId = NimaPost::BuildIdOf(folder + "/root" + module.path);
     }
     return modules;
 }

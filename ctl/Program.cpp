@@ -3,6 +3,7 @@
 #include "ctl/Verbs.h"
 #include "ctl/block/Journal.h"
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
 
@@ -40,6 +41,10 @@ int RunVerb(const Run& run, Context& context) {
 } // namespace
 
 int RunProgram(int argc, const char* const* argv) {
+    if (std::any_of(argv, argv + argc, [](const char* word) { return *word == '\0'; })) {
+        std::cerr << "nima-ctl: an argument is empty\n";
+        return kExitUnusable;
+    }
     CLI::App app;
     Context context;
     Run run;

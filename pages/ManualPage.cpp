@@ -1,6 +1,7 @@
 #include "pages/Pages.h"
 
 #include <cctype>
+#include <sstream>
 
 namespace NimaPages {
 
@@ -20,6 +21,16 @@ std::string Roff(const std::string& text) {
         } else {
             result += character;
         }
+    }
+    return result;
+}
+
+/// Each line stays a line.
+std::string Lines(const std::string& text) {
+    std::istringstream lines(text);
+    std::string result;
+    for (std::string line; std::getline(lines, line);) {
+        result += (result.empty() ? "" : ".br\n") + Roff(line) + "\n";
     }
     return result;
 }
@@ -92,7 +103,7 @@ std::string ManualPage(const Program& program) {
         page += ".SS " + Synopsis(command) + "\n" + Roff(command.description) + ".\n";
         page += List(command.arguments) + List(command.options);
     }
-    page += Heading("EXIT STATUS") + Roff(program.footer) + "\n";
+    page += Heading("NOTES") + Lines(program.footer);
     page += Heading("SEE ALSO") +
             "\\fBnima\\-post\\fR(1), \\fBnima\\-ctl\\fR(1), \\fBnima\\-diagnostics\\fR(7)\n";
     return page;

@@ -9,11 +9,15 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
+#include <memory>
 #include <set>
 
 #include <fcntl.h>
+#include <grp.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <Diagnostics/Formats.h>
@@ -152,7 +156,7 @@ class Meanwhile {
 /// A nima-ctl that runs beside the test.
 class Running {
   public:
-    explicit Running(const std::vector<std::string>& arguments) {
+    explicit Running(const std::vector<std::string>& arguments, const char* errors = "/dev/null") {
         std::fflush(nullptr);
         child_ = ::fork();
         if (child_ == 0) {
@@ -162,7 +166,7 @@ class Running {
                 words.push_back(argument.c_str());
             }
             if (std::freopen("/dev/null", "w", stdout) == nullptr ||
-                std::freopen("/dev/null", "w", stderr) == nullptr) {
+                std::freopen(errors, "w", stderr) == nullptr) {
                 ::_exit(99);
             }
             ::_exit(NimaCtl::RunProgram(static_cast<int>(words.size()), words.data()));
@@ -236,9 +240,10 @@ TEST_F(CtlTest, StatusShowsARunningDevice) {
 }
 
 TEST_F(CtlTest, RefusesWhatIsNoBlockAndLeavesItAlone) {
-    const std::vector<std::vector<std::string>> calls{{"status"},    {"level", "5", "2"}, {"only", "5:2"},
-                                                      {"reset"},     {"clear"},           {"dump", "new.bin"},
-                                                      {"mark", "x"}, {"repair"}};
+    const std::vector<std::vector<std::string>> calls{
+        {"status"},    {"level", "5", "2"}, {"only", "5:2"},
+        {"reset"},     {"clear"},           {"dump", "new.bin"},
+        {"mark", "x"}, {"repair"},          {"record", "--for", "1s", "--level", "5:2", "-o", "new"}};
     for (const auto& call : calls) {
         const Result missing = Ctl(call);
         EXPECT_EQ(missing.code, 2) << call[0];
@@ -271,6 +276,65 @@ TEST_F(CtlTest, RefusesWhatIsNoBlockAndLeavesItAlone) {
     refused(with(20, 1), "entry count 1048577");
     refused(with(172, 0), "index mask");
     refused(with(28, 0), "not formatted");
+    EXPECT_EQ(Listing("."), (std::vector<std::string>{kTrace, kRings}));
+    WriteFile(kTrace, with(8 + 3, 1));
+    EXPECT_NE(Ctl({"dump"}).errors.find("do not fit together"), std::string::npos);
+}
+
+TEST_F(CtlTest, SaysWhoMayUseTheSegment) {
+    { const Host device(Trace); }
+    ASSERT_EQ(::chmod(".", 0755), 0);
+    const std::string before = ReadFile(kTrace);
+    // A recording that was killed; only who may write can close its levels.
+    {
+        Running recording({"record", "--for", "1h", "--level", "6:2", "-o", "out"});
+        const Header header;
+        while (header->liveFilter[WordOf(2)] == 0) {
+            ::usleep(1000);
+        }
+    }
+    const std::string opened = ReadFile(kTrace);
+    const bool root = ::geteuid() == 0;
+    const std::string owner = "belongs to user " + std::string(root ? "root (0)" : "");
+    const auto refuses = [&](mode_t mode, const std::vector<std::string>& call, const std::string& why) {
+        ASSERT_EQ(::chmod(kTrace, mode), 0);
+        const Meanwhile other([&] {
+            if (root) {
+                ASSERT_EQ(::setgroups(0, nullptr), 0);
+                ASSERT_EQ(::setresgid(65534, 65534, 65534), 0);
+                ASSERT_EQ(::setresuid(65534, 65534, 65534), 0);
+            }
+            const Result result = Ctl(call);
+            EXPECT_EQ(result.code, 2);
+            EXPECT_NE(result.errors.find(why), std::string::npos) << result.errors;
+            EXPECT_NE(result.errors.find(owner), std::string::npos) << result.errors;
+        });
+    };
+    refuses(0444, {"level", "5", "2"}, "may not write the segment");
+    refuses(0444, {"mark", "x"}, "who may not write it either");
+    refuses(0, {"status"}, "may not read the segment");
+    refuses(0444, {"clear"}, "stays open: ");
+    EXPECT_TRUE(ReadFile(kTrace) == opened);
+    ASSERT_EQ(::chmod(kTrace, 0644), 0);
+    EXPECT_NE(Ctl({"status", "--for", "0.01"}).errors.find("Closed"), std::string::npos);
+    EXPECT_TRUE(ReadFile(kTrace) == before);
+}
+
+TEST_F(CtlTest, ASegmentThatIsCutMeanwhileIsNoCrash) {
+    { const Host device(Trace); }
+    const auto header = std::make_unique<Header>();
+    const std::string errorsPath = directory() + ".running";
+    Running recording({"record", "--for", "1h", "--level", "6:2", "-o", "out"}, errorsPath.c_str());
+    while ((*header)->liveFilter[WordOf(2)] == 0) {
+        ::usleep(1000);
+    }
+    ASSERT_EQ(::truncate(kTrace, 0), 0);
+    EXPECT_EQ(recording.EndBy(0), 2);
+    const std::string errors = ReadFile(errorsPath);
+    std::filesystem::remove(errorsPath);
+    EXPECT_NE(errors.find("another process cut the segment"), std::string::npos) << errors;
+    EXPECT_FALSE(Exists("out"));
+    EXPECT_EQ(ReadFile(kTrace), "");
 }
 
 TEST_F(CtlTest, LevelsCountForTheNextRecords) {
@@ -312,6 +376,7 @@ TEST_F(CtlTest, LevelsCountForTheNextRecords) {
     for (const std::vector<std::string>& wrong : {std::vector<std::string>{"level", "128", "0"},
                                                   {"level", "5", "4"},
                                                   {"level", "5"},
+                                                  {"level", "5", ""},
                                                   {"only", "5"}}) {
         EXPECT_EQ(Ctl(wrong).code, 2);
     }
@@ -725,6 +790,105 @@ TEST_F(CtlTest, CollectsARunningDeviceAndADeadOne) {
     }
     EXPECT_EQ(Ctl({"collect", "-o", kTrace}).code, 2);
     std::filesystem::current_path("..");
+}
+
+TEST_F(CtlTest, CollectsWhatRollsAndNothingOfWhatCannotBeWritten) {
+    std::filesystem::create_directory("device");
+    const auto path = [](int number) {
+        return "device/log" + (number == 0 ? std::string() : "." + std::to_string(number));
+    };
+    constexpr int kLogs = 5;
+    for (int i = 0; i < kLogs; ++i) {
+        WriteFile(path(i), std::string(3000, static_cast<char>('a' + i)));
+    }
+    const auto collectedContents = [] {
+        std::filesystem::remove_all("out");
+        std::filesystem::create_directory("out");
+        EXPECT_EQ(std::system("tar -xzf unit.tar.gz -C out"), 0);
+        std::multiset<char> contents;
+        for (const std::string& name : Listing("out")) {
+            contents.insert(ReadFile("out/" + name)[0]);
+        }
+        return contents;
+    };
+    const std::multiset<char> all{'a', 'b', 'c', 'd', 'e', '{'}; // the last is the manifest's
+    {
+        // The logs roll all the time: each is there under one name at any time.
+        const Host rolling([&] {
+            std::filesystem::rename(path(kLogs - 1), "device/log.new");
+            for (int i = kLogs - 1; i > 0; --i) {
+                std::filesystem::rename(path(i - 1), path(i));
+            }
+            std::filesystem::rename("device/log.new", path(0));
+            ::usleep(500);
+        });
+        for (int i = 0; i < 20; ++i) {
+            const Result result = Ctl({"collect", "device", "-o", "unit.tar.gz"});
+            if (result.code == 0) {
+                EXPECT_EQ(collectedContents(), all);
+            } else {
+                EXPECT_NE(result.errors.find("renamed again and again"), std::string::npos) << result.errors;
+            }
+        }
+    }
+    EXPECT_EQ(Ctl({"collect", "device", "-o", "unit.tar.gz"}).code, 0);
+    EXPECT_EQ(collectedContents(), all);
+
+    // No room: what was there stays, and nothing else is left.
+    const std::string before = ReadFile("unit.tar.gz");
+    const std::vector<std::string> names = Listing(".");
+    std::string noise(1 << 20, '\0');
+    std::uint32_t random = 1;
+    for (char& byte : noise) {
+        random = random * 1664525 + 1013904223;
+        byte = static_cast<char>(random >> 24);
+    }
+    WriteFile("device/noise", noise);
+    const Meanwhile full([&] {
+        const rlimit limit{1 << 18, 1 << 18};
+        std::signal(SIGXFSZ, SIG_IGN);
+        EXPECT_EQ(::setrlimit(RLIMIT_FSIZE, &limit), 0);
+        const Result result = Ctl({"collect", "device", "-o", "unit.tar.gz"});
+        EXPECT_EQ(result.code, 2);
+        EXPECT_NE(result.errors.find("File too large"), std::string::npos) << result.errors;
+    });
+}
+
+TEST_F(CtlTest, TheManifestIsAsItsPageSays) {
+    const Host device(Trace);
+    EXPECT_EQ(Ctl({"record", "--for", "50ms", "--level", "6:2", "-o", "out"}).code, 0);
+    const Json manifest = Json::parse(ReadFile("out/manifest.json"));
+    // The first table is the object's own, each other that of the member in its heading.
+    std::map<std::string, std::set<std::string>> page;
+    std::string heading;
+    for (const std::string& line : Lines(ReadFile(NIMA_MANIFEST_PAGE))) {
+        if (line.starts_with("## ")) {
+            heading = line.substr(3);
+        }
+        if (line.starts_with("| `")) {
+            const std::string cell = line.substr(0, line.find('|', 1));
+            for (std::size_t at = cell.find('`'); at != std::string::npos; at = cell.find('`', at + 1)) {
+                const std::size_t end = cell.find('`', at + 1);
+                page[heading].insert(cell.substr(at + 1, end - at - 1));
+                at = end;
+            }
+        }
+    }
+    const auto members = [](const Json& object) {
+        std::set<std::string> names;
+        for (const auto& [name, value] : object.items()) {
+            names.insert(name);
+        }
+        return names;
+    };
+    page["files"].erase("overwritten_slots"); // only where there are any
+    EXPECT_EQ(members(manifest), page[""]);
+    EXPECT_EQ(members(manifest["clocks"]), page["clocks"]);
+    EXPECT_EQ(members(manifest["files"][1]), page["files"]);
+    EXPECT_EQ(members(manifest["recording"]), page["recording"]);
+#ifndef __arm__ // under the emulator nothing is known of other processes
+    EXPECT_EQ(members(manifest["processes"][0]["modules"][0]), page["modules"]);
+#endif
 }
 
 } // namespace Nima::Testing

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 
@@ -399,6 +400,49 @@ TEST_F(WatchTest, GivesTheTerminalBack) {
         EXPECT_EQ(watch.Status(), 0);
         EXPECT_TRUE(rest.ends_with("\x1b[0m\x1b[?7h\x1b[?25h\x1b[?1049l")) << rest;
     }
+}
+
+class TerminalTest : public Sandbox {};
+
+TEST_F(TerminalTest, FollowedLinesHaveTheTimesThatTheirCountersTell) {
+    Program follow({"log", "--follow", "new.log", "--not", "nothing"});
+    follow.ReadUpTo("waiting for it\n");
+    const std::time_t begun = std::time(nullptr) - 2;
+    std::tm local{};
+    ::localtime_r(&begun, &local);
+    char date[64];
+    std::snprintf(date, sizeof(date), "%04d%02d%02d%02d%02d%02d.54000", local.tm_year, local.tm_mon,
+                  local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+    WriteFile("new.log",
+              "700000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=" + std::string(date) +
+                  ", type=qpc\r\n" + "900000000 <0x00000001:000> <WARN> <Engine> page 1\r\n");
+    // How many seconds a busy machine takes is open, the part of the second is not.
+    const std::string seen = follow.ReadUpTo("page 1\n");
+    EXPECT_TRUE(seen.find(".254000000 ") != std::string::npos || seen.find(".25399999") != std::string::npos)
+        << seen;
+    EXPECT_NE(seen.find(".054000000 = 700000000"), std::string::npos) << seen;
+    follow.Signal(SIGINT);
+    follow.Rest();
+    EXPECT_EQ(follow.Status(), 0);
+}
+
+TEST_F(TerminalTest, OnATerminalThereAreColoursAndAPager) {
+    WriteFile("a.log", "900000000 <0x00000001:000> <WARN> <Engine> page 1\r\n");
+    ::setenv("PAGER", "sed s/^/paged:/", 1);
+    Program terminal({"log", "a.log"}, 80);
+    const std::string shown = terminal.Rest();
+    EXPECT_EQ(terminal.Status(), 0);
+    EXPECT_NE(shown.find("paged:\x1b[2m"), std::string::npos) << shown;
+    EXPECT_NE(shown.find("\x1b[33m900000000"), std::string::npos) << shown;
+    Program without({"log", "a.log", "--no-pager", "--color", "never"}, 80);
+    const std::string plain = without.Rest();
+    EXPECT_EQ(plain.find("paged:"), std::string::npos) << plain;
+    EXPECT_EQ(plain.find('\x1b'), std::string::npos) << plain;
+    Program pipe({"log", "a.log"});
+    const std::string piped = pipe.Rest();
+    EXPECT_EQ(piped.find("paged:"), std::string::npos) << piped;
+    EXPECT_EQ(piped.find('\x1b'), std::string::npos) << piped;
+    ::unsetenv("PAGER");
 }
 
 TEST_F(WatchTest, KeysSteerTheTrace) {

@@ -628,7 +628,7 @@ TEST_F(PostMortem, ReadsFilesThatWereCutAnywhere) {
     }
     EXPECT_EQ(most, 10U);
     EXPECT_EQ(Post({"systrace", "nowhere"}).code, 2);
-    EXPECT_EQ(Post({"systrace", "."}).code, 0);
+    EXPECT_EQ(Post({"crash", "."}).code, 2);
     EXPECT_EQ(Post({"nonsense"}).code, 2);
     EXPECT_EQ(Post({"--help"}).code, 0);
 }

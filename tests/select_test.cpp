@@ -77,7 +77,10 @@ TEST_F(Select, ExpressionsTakeOrLeaveWholeMessages) {
     WriteTwoBoots();
     const auto with = [&](List more) {
         more.insert(more.begin(), {"log", "device.log", "--not", "Calibration"});
-        return Texts(more);
+        const List ofFile = Texts(more);
+        more[1] = ".";
+        EXPECT_EQ(Texts(more), ofFile);
+        return ofFile;
     };
     EXPECT_EQ(with({"--grep", "lamp"}), (List{"lamp", "of the scanner"}));
     EXPECT_EQ(with({"-i", "--grep", "lamp"}), (List{"lamp", "of the scanner", "Lamp again"}));
@@ -85,7 +88,6 @@ TEST_F(Select, ExpressionsTakeOrLeaveWholeMessages) {
     EXPECT_EQ(with({"--grep", "scanner", "--grep", "^2.*ERROR"}), (List{"lamp", "of the scanner"}));
     EXPECT_EQ(with({"--not", "scanner", "--not", R"(page \d)"}), (List{"warm up", "Lamp again"}));
     EXPECT_EQ(with({"--grep", "scanner", "--grep", "page"}), List());
-    // Records and ring events by their words, and a folder's lines as a file's.
     EXPECT_EQ(Texts({"show", ".", "--grep", R"(page \d)", "--last", "1"}), (List{"page 2 of 2"}));
 
     // Searches that would take for ever end, and are told of.
@@ -122,8 +124,14 @@ TEST_F(Select, ARangeComparesTheTimesThatAreShown) {
     EXPECT_EQ(between({"--boot", "0"}), (List{"Lamp again", "page 2 of 2"}));
     EXPECT_EQ(between({"--since", "crash-1m", "--until", "crash-30s"}), kFirstBoot);
     EXPECT_EQ(between({"--around", "crash=1", "--within", "250ms"}), (List{"Lamp again", "page 2 of 2"}));
+    // What it is around belongs to it.
+    EXPECT_EQ(Texts({"show", ".", "--around", "crash", "--within", "0s"}),
+              (List{"Fatal error reported by a component"}));
     EXPECT_EQ(between({"--since", "end-10s", "--last", "1"}), (List{"page 2 of 2"}));
 
+    const Result timeline =
+        Post({"timeline", ".", "-o", "out.json", "--since", "boot", "--not", "Calibration", "--json"});
+    EXPECT_EQ(timeline.Parsed()["events"], 2) << timeline.output;
     // What its bounds would let belong is counted: all lines of the first boot may be later.
     const Result told = Post({"log", ".", "--since", "boot", "--json"});
     EXPECT_EQ(told.code, 0) << told.errors;

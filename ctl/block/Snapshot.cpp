@@ -18,6 +18,11 @@ std::string_view BytesOf(const Struct& value) {
     return {reinterpret_cast<const char*>(&value), sizeof(value)};
 }
 
+/// Between two of a writer's steps, or of those who clear the trace, the two do not fit together.
+bool Fits(const SysTraceHeader& header) {
+    return header.wrapCount != 0 || header.writeIndex < kEntries;
+}
+
 /// Copies from the oldest slot on, which writers reach first. `header` was read before. After each piece the
 /// index tells which of its slots may have been overwritten before they were copied.
 bool Copy(const TraceBlock& block, Snapshot& snapshot) {
@@ -51,9 +56,7 @@ std::optional<Snapshot> TakeSnapshot(const TraceBlock& block, std::string& probl
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         Snapshot snapshot;
         snapshot.header = block.CopyHeader();
-        // Between two of a writer's steps, or of those who clear the trace, the two do not fit together.
-        const bool fits = snapshot.header.wrapCount != 0 || snapshot.header.writeIndex < kEntries;
-        if (!fits || (snapshot.header.wrapCount != -1 && !Copy(block, snapshot))) {
+        if (!Fits(snapshot.header) || (snapshot.header.wrapCount != -1 && !Copy(block, snapshot))) {
             continue;
         }
         if (block.File().Lost()) {
@@ -69,7 +72,11 @@ std::optional<Snapshot> TakeSnapshot(const TraceBlock& block, std::string& probl
         }
     }
     if (!best) {
-        problem = "the trace was cleared again and again while it was copied";
+        const SysTraceHeader header = block.CopyHeader();
+        problem = Fits(header)
+                      ? "the trace was cleared again and again while it was copied"
+                      : block.File().Path() + ": is damaged: wrap count " + std::to_string(header.wrapCount) +
+                            " and write index " + std::to_string(header.writeIndex) + " do not fit together";
     }
     return best;
 }

@@ -6,15 +6,21 @@
 # of another architecture starts by itself, so there dpkg is told to work on the folder from outside, and programs are
 # run by qemu.
 
-# make_root FOLDER ARCHITECTURE
+# needs_of PACKAGE...: what they need besides each other.
+needs_of() {
+    local package
+    for package in "$@"; do
+        dpkg-deb -f "$package" Depends
+    done | tr ',' '\n' | awk '!/nima-/ { print $1 }' | sort -u | paste -sd,
+}
+
+# make_root FOLDER ARCHITECTURE NEEDS
 make_root() {
-    local packages=libstdc++6,libunwind8,zlib1g variant=apt mirror
+    local variant=apt mirror
     mirror=$(awk '/^URIs:.*\/debian\/?$/ { print $2; exit } /^deb .*\/debian\/? / { print $2; exit }' \
         /etc/apt/sources.list /etc/apt/sources.list.d/*.sources /etc/apt/sources.list.d/*.list 2>/dev/null || true)
-    if [[ "$2" != "$(dpkg --print-architecture)" ]]; then
-        variant=extract packages=libc6,libgcc-s1,liblzma5,$packages
-    fi
-    mmdebstrap --quiet --variant="$variant" --architectures="$2" --include="$packages" \
+    [[ "$2" == "$(dpkg --print-architecture)" ]] || variant=extract
+    mmdebstrap --quiet --variant="$variant" --architectures="$2" --include="$3" \
         "$(. /etc/os-release && printf '%s' "$VERSION_CODENAME")" "$1" "${mirror:-http://deb.debian.org/debian}"
 }
 
@@ -60,7 +66,7 @@ seen_from() {
 try_packages() {
     local root result=0
     root=$(mktemp -d /tmp/nima-root.XXXXXX)
-    make_root "$root/system" "$2" || result=1
+    make_root "$root/system" "$2" "$(needs_of "$1"/*.deb)" || result=1
     if ((result == 0)); then
         cp "$1"/*.deb "$root/system/"
         try_in "$root/system" "$2" libnima-diagnostics1 libnima-diagnostics-dev nima-post || result=1

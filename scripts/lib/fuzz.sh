@@ -2,7 +2,7 @@
 # Sourced. Seeds for the fuzz targets and a run of them, and a run of the simulator of devices.
 
 fuzz_targets=(systrace ring_segment ring_text text_log queue_file crash_log stack_trace names log_line notification
-    live_segments event_record archive manifest)
+    live_segments event_record archive manifest control)
 
 # make_seeds HOST CORPUS: what the example device leaves when it dies, cut short, in addition to the seeds in the tree.
 make_seeds() {
@@ -37,6 +37,9 @@ make_seeds() {
     } >"$run/block"
     cat "$run/block" "$run/block" >"$corpus/live_segments/blocks"
     cat "$corpus/ring_segment/segment" "$corpus/ring_segment/segment" >"$corpus/live_segments/rings"
+    head -c 2048 "$run/SysTrace Buffer" >"$corpus/control/block"
+    # A directory as it must be, and the records of the first ring that has any.
+    head -c 46000 "$run/System Ring Buffers" >"$corpus/control/rings"
     head -c 2000 "$run/device.log" >"$corpus/text_log/device.log"
     head -c 1000 "$run/engine-history.txt" >"$corpus/queue_file/engine-history.txt"
     head -c 3000 "$run/rings.txt" >"$corpus/ring_text/rings-of-device.txt"

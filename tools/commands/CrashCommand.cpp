@@ -117,7 +117,8 @@ int ShowStack(Context& context, const InputFile& file, std::string_view text, co
     file.ReportReadProblem(findings);
     const std::filesystem::path path(file.Path());
     const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
-    const auto resolved = ResolveStacks(symbols, folder, {{&stack, path.filename().string()}});
+    const auto resolved =
+        ResolveStacks(symbols, [&] { return KnownIn(folder); }, {{&stack, path.filename().string()}});
     const Resolution* const resolution = resolved ? &resolved->resolutions.front() : nullptr;
     if (resolved) {
         resolved->AddTo(findings);

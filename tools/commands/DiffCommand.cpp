@@ -133,8 +133,7 @@ int RunDiff(Context& context, const Options& options) {
         Json json{{"first", SideJson(first)}, {"second", SideJson(second)}};
         json.update(DifferenceJson(difference));
         json["findings"] = FindingsJson(findings);
-        context.out.WriteJson(json);
-        context.out.Write("\n");
+        PrintObject(context, json);
         return ExitCodeOf(findings);
     }
     context.out.Line("first:  " + Head(first));

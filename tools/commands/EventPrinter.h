@@ -5,9 +5,8 @@
 #include "tools/commands/TimePrinter.h"
 
 #include <cstddef>
-#include <functional>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace NimaPost {

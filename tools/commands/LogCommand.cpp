@@ -162,18 +162,12 @@ void ForEachWanted(Wanted& wanted, const ShownLines::Show& show) {
     });
 }
 
-Landmarks LandmarksOf(const LogSet& logs, bool withEnds) {
+Landmarks LandmarksOf(const LogSet& logs, const Processes& processes, bool withEnds) {
     Landmarks landmarks;
-    for (const LogProcess& process : logs.Processes()) {
-        landmarks.hasWall = landmarks.hasWall || process.IsDated();
-        if (process.IsDated()) {
-            const auto known = landmarks.boots.try_emplace(process.boot, process.Earliest()).first;
-            known->second = std::min(known->second, process.Earliest());
-        }
-    }
-    landmarks.hasWall =
-        landmarks.hasWall || std::any_of(logs.Sources().begin(), logs.Sources().end(),
-                                         [](const auto& source) { return source.kind == LogKind::kQueue; });
+    landmarks.boots = BeginningsOf(processes);
+    landmarks.hasWall = !landmarks.boots.empty() ||
+                        std::any_of(logs.Sources().begin(), logs.Sources().end(),
+                                    [](const auto& source) { return source.kind == LogKind::kQueue; });
     if (withEnds) {
         logs.ForEach([&](const LogEntry& entry) {
             if (const auto time = TimeOf(entry, landmarks.hasWall)) {
@@ -278,7 +272,7 @@ int ShowLogs(Context& context, const DeviceInput& input, const Findings& finding
     for (const LogProcess& process : logs.Processes()) {
         processes.Add(FactsOf(process));
     }
-    const Landmarks landmarks = LandmarksOf(logs, selection.NeedsEnds());
+    const Landmarks landmarks = LandmarksOf(logs, processes, selection.NeedsEnds());
     std::string problem;
     if (!selection.Settle(processes, landmarks, problem)) {
         return ReportUnusable(context, problem);

@@ -85,7 +85,8 @@ StackSymbols Resolve(const Options& options, const Story& story, Findings& findi
     for (const auto& held : source->All()) {
         stacks.push_back({&held.content, story.Files()[held.file].name});
     }
-    if (auto resolved = ResolveStacks(options.symbols, story.Where(), stacks)) {
+    if (auto resolved = ResolveStacks(
+            options.symbols, [&] { return KnownIn(story.Where()); }, stacks)) {
         resolved->AddTo(findings);
         for (std::size_t i = 0; i < stacks.size(); ++i) {
             symbols[source->All()[i].file] = {std::move(resolved->resolutions[i]),

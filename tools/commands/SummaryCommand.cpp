@@ -51,8 +51,8 @@ std::vector<KindCount> KindsOf(const Story& story, const Statistics& statistics)
         auto found =
             std::find_if(kinds.begin(), kinds.end(), [&](const auto& each) { return each.kind == kind; });
         if (found == kinds.end()) {
-            kinds.push_back({kind});
-            found = std::prev(kinds.end());
+            found = kinds.insert(kinds.end(), KindCount());
+            found->kind = kind;
         }
         const auto events = statistics.files.find(file.index);
         ++found->files;
@@ -318,7 +318,7 @@ class Summary {
         for (std::size_t i = 0; i < std::min(findings.damage.size(), kMostDamage); ++i) {
             Line("  " + Printable(findings.damage[i].sentence));
         }
-        More(findings.damage.size(), kMostDamage, "of them");
+        More(findings.damage.size(), kMostDamage, "finding");
     }
 
     std::vector<std::string> NextCommands() const {

@@ -1,14 +1,11 @@
 #include "tools/commands/Symbols.h"
 
-#include "tools/base/InputFile.h"
 #include "tools/crash/Notification.h"
-#include "tools/manifest/Manifest.h"
 #include "tools/symbols/Search.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <system_error>
 
 namespace NimaPost {
 
@@ -17,41 +14,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr const char* kVariable = "NIMA_SYMBOLS";
-constexpr std::string_view kElfMark = "\177ELF";
-
-void AddManifest(const Manifest& manifest, KnownModules& known) {
-    for (const Manifest::Program& program : manifest.programs) {
-        known.programs.push_back({program.path, program.buildId});
-    }
-    for (const Manifest::Process& process : manifest.processes) {
-        for (const Manifest::Module& module : process.modules) {
-            known.loaded.push_back({{module.path, module.buildId}, module.address, process.id});
-        }
-    }
-}
-
-/// What lies beside the evidence: a manifest, and the device's programs.
-void LookAround(const std::string& folder, SymbolRequest& request) {
-    std::error_code error;
-    for (fs::directory_iterator entries(folder, error); !error && entries != fs::directory_iterator();
-         entries.increment(error)) {
-        std::string problem;
-        std::error_code unknown;
-        const auto file = entries->is_regular_file(unknown)
-                              ? InputFile::Open(entries->path().string(), problem)
-                              : std::nullopt;
-        const std::string front = file ? file->ReadAll(kFrontBytes) : std::string();
-        if (front.starts_with(kElfMark)) {
-            request.bundled.push_back(file->Path());
-        } else if (LooksLikeManifest(front)) {
-            Findings ignored;
-            if (const auto manifest = ReadManifest(file->ReadAll(kMostTextBytes), ignored)) {
-                AddManifest(*manifest, request.known);
-            }
-        }
-    }
-    std::sort(request.bundled.begin(), request.bundled.end());
-}
 
 TraceFrames FramesOf(const NamedStack& named) {
     TraceFrames trace;
@@ -105,7 +67,8 @@ void ResolvedStacks::AddTo(Findings& findings) const {
     findings.remarks.insert(findings.remarks.end(), files.remarks.begin(), files.remarks.end());
 }
 
-std::optional<ResolvedStacks> ResolveStacks(const SymbolOptions& options, const std::string& folder,
+std::optional<ResolvedStacks> ResolveStacks(const SymbolOptions& options,
+                                            const std::function<KnownModules()>& known,
                                             const std::vector<NamedStack>& stacks) {
     SymbolRequest request;
     request.places = options.AllPlaces();
@@ -115,7 +78,7 @@ std::optional<ResolvedStacks> ResolveStacks(const SymbolOptions& options, const 
     for (const NamedStack& stack : stacks) {
         request.traces.push_back(FramesOf(stack));
     }
-    LookAround(folder, request);
+    request.known = known();
     Resolutions found = SearchSymbols(request);
     ResolvedStacks resolved;
     StateFiles(found, resolved.files);

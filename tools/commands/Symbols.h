@@ -1,9 +1,10 @@
 #pragma once
 
 #include "tools/crash/StackTrace.h"
+#include "tools/symbols/Known.h"
 #include "tools/symbols/Resolution.h"
 
-#include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,9 +41,10 @@ struct ResolvedStacks {
     void AddTo(Findings& findings) const;
 };
 
-/// Resolves the frames of stack traces, with what the folder around them says about the device's builds.
-/// Empty where no symbols are given.
-std::optional<ResolvedStacks> ResolveStacks(const SymbolOptions& options, const std::string& folder,
+/// Resolves the frames of stack traces, with what the evidence says about the device's builds, which is asked
+/// for only then. Empty where no symbols are given.
+std::optional<ResolvedStacks> ResolveStacks(const SymbolOptions& options,
+                                            const std::function<KnownModules()>& known,
                                             const std::vector<NamedStack>& stacks);
 
 } // namespace NimaPost

@@ -103,13 +103,15 @@ bool WatchControl::Wait(std::chrono::milliseconds time, const TraceLook& look,
                         std::vector<std::string>& notices) {
     std::array<pollfd, 2> inputs{
         {{STDIN_FILENO, POLLIN, 0}, {running_ ? running_->Number() : -1, POLLIN, 0}}};
-    if (poll(inputs.data(), inputs.size(), static_cast<int>(time.count())) <= 0) {
+    // Work that could not begin has its result at once, and nothing to wait for.
+    const bool failed = running_ && running_->Number() < 0;
+    if (!failed && poll(inputs.data(), inputs.size(), static_cast<int>(time.count())) <= 0) {
         return false;
     }
     for (const int key : keyboard_.Keys()) {
         Obey(key, look);
     }
-    if (running_ && inputs[1].revents != 0) {
+    if (running_ && (failed || inputs[1].revents != 0)) {
         if (const auto result = running_->TakeResult()) {
             notices.push_back(*result);
             running_.reset();

@@ -20,10 +20,10 @@ FollowClock::FollowClock(const std::string& path) {
 }
 
 /// A process that opens the log anew, or a clock that was set, begins another run of times.
-void FollowClock::TakeDate(const LogLine& line) {
+bool FollowClock::TakeDate(const LogLine& line) {
     const auto date = CalibrationDate(line);
     if (!date) {
-        return;
+        return false;
     }
     if (last_) {
         const std::int64_t middle = date->second * kSecond + kSecond / 2;
@@ -34,25 +34,24 @@ void FollowClock::TakeDate(const LogLine& line) {
             const std::int64_t time = last_->time + step + k * kCounterPeriod;
             if (time >= date->second * kSecond - kDateTakes && time < (date->second + 1) * kSecond) {
                 last_ = Moment{line.counter, time};
-                return;
+                return true;
             }
         }
     }
     last_ = Moment{line.counter, date->Earliest()};
     originLater_ = date->Spread();
+    return true;
 }
 
 void FollowClock::Place(LogEntry& entry, std::int64_t now) {
-    if (IsCalibration(entry.line)) {
-        TakeDate(entry.line);
-    }
+    const bool dated = TakeDate(entry.line);
     if (!last_) {
         return;
     }
     entry.hasTime = true;
     entry.hasWall = true;
     entry.certainty = {0, 0, false, originLater_};
-    if (entry.line.stamped) {
+    if (entry.line.stamped && !dated) {
         const std::int64_t step = StepWithFall(last_->counter, entry.line.counter, kDisorder);
         const std::int64_t earliest = last_->time + step;
         const std::int64_t unseen = std::max<std::int64_t>((now - earliest) / kCounterPeriod, 0);

@@ -25,7 +25,7 @@ class FollowClock {
         std::int64_t time = 0;
     };
 
-    void TakeDate(const LogLine& line);
+    bool TakeDate(const LogLine& line);
 
     std::optional<Moment> last_;
     std::int64_t originLater_ = 0;

@@ -11,17 +11,6 @@ bool IsText(EventKind kind) {
     return kind == EventKind::kText;
 }
 
-std::map<std::size_t, std::int64_t> BeginningsOf(const Processes& processes) {
-    std::map<std::size_t, std::int64_t> boots;
-    for (const ProcessFacts& facts : processes.All()) {
-        if (facts.boot && facts.first) {
-            const auto known = boots.try_emplace(*facts.boot, *facts.first).first;
-            known->second = std::min(known->second, *facts.first);
-        }
-    }
-    return boots;
-}
-
 } // namespace
 
 MergedStory::MergedStory(const Story& story, Selection& selection, SelectedEvents::Admits admits)

@@ -16,6 +16,17 @@ void Landmarks::Widen(std::int64_t time) {
     last = std::max(last.value_or(time), time);
 }
 
+std::map<std::size_t, std::int64_t> BeginningsOf(const Processes& processes) {
+    std::map<std::size_t, std::int64_t> boots;
+    for (const ProcessFacts& facts : processes.All()) {
+        if (facts.boot && facts.first) {
+            const auto known = boots.try_emplace(*facts.boot, *facts.first).first;
+            known->second = std::min(known->second, *facts.first);
+        }
+    }
+    return boots;
+}
+
 std::optional<TimeBound> TimeBound::Parse(const std::string& text, std::string& problem) {
     if (const auto date = ParseDate(text)) {
         TimeBound bound(text, Kind::kDate);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/axis/Processes.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -19,6 +21,9 @@ struct Landmarks {
 
     void Widen(std::int64_t time);
 };
+
+/// When each boot of these processes began, as far as that is known.
+std::map<std::size_t, std::int64_t> BeginningsOf(const Processes& processes);
 
 /// A moment as a user names it: a date, a time of day, or an anchor with a distance, "crash=2-30s".
 class TimeBound {

@@ -48,14 +48,6 @@ std::vector<const FrameLine*> DistinctNamed(const std::vector<FrameLine>& frames
 
 } // namespace
 
-std::vector<KnownBuild> KnownModules::Builds() const {
-    std::vector<KnownBuild> builds = programs;
-    for (const LoadedModule& module : loaded) {
-        builds.push_back(module.build);
-    }
-    return builds;
-}
-
 bool Resolver::Claim::Holds(std::uint64_t address) const {
     const ElfImage& image = module->Names();
     return address >= placed.base && address - placed.base >= image.CodeBegin() &&
@@ -124,7 +116,7 @@ void Resolver::Vote(SymbolModule& module, const std::vector<FrameLine>& frames) 
         // A build of its own name agrees everywhere; what agrees by chance does so here and there.
         const bool wins = claim.placed.votes * 2 > claim.placed.named;
         const bool agrees = claim.placed.votes == claim.placed.named;
-        if (wins && (agrees || module.IsConfirmed() || known_.Builds().empty())) {
+        if (wins && (agrees || module.IsConfirmed() || known_.IsEmpty())) {
             claims_.push_back(claim);
             ++taken;
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/symbols/FrameLine.h"
+#include "tools/symbols/Known.h"
 #include "tools/symbols/Resolution.h"
 #include "tools/symbols/SymbolFiles.h"
 
@@ -12,25 +13,10 @@
 
 namespace NimaPost {
 
-/// A module of a process, as a manifest names it.
-struct LoadedModule {
-    KnownBuild build;
-    std::uint64_t address = 0; ///< where the file's first byte is
-    std::uint32_t process = 0; ///< the system's identifier
-};
-
 /// The frames of one process, and what else is known about it.
 struct TraceFrames {
     std::vector<FrameLine> frames;
     std::optional<std::uint32_t> process; ///< the system's identifier
-};
-
-/// What the evidence says about the builds of programs and libraries.
-struct KnownModules {
-    std::vector<KnownBuild> programs;
-    std::vector<LoadedModule> loaded;
-
-    std::vector<KnownBuild> Builds() const;
 };
 
 /// Finds out where modules were in a process, and what its frames are in them.

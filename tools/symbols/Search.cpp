@@ -17,8 +17,9 @@ namespace NimaPost {
 
 namespace {
 
-/// Large symbol tables take seconds; a damaged one may lead in circles.
-constexpr unsigned kMostSeconds = 300;
+/// Large symbol tables take seconds; a damaged one may lead in circles, and a file server may not answer.
+constexpr rlim_t kMostProcessorSeconds = 60;
+constexpr unsigned kMostSeconds = 600;
 /// After so many files that end the search there is something else wrong.
 constexpr std::size_t kMostLeftOut = 16;
 
@@ -36,28 +37,12 @@ void Send(int descriptor, std::string_view text) {
     }
 }
 
-/// What is known, with the builds of the files beside the evidence.
-KnownModules AllKnown(const SymbolRequest& request, const std::unordered_set<std::string>& left,
-                      const FileInUse& inUse) {
-    KnownModules known = request.known;
-    for (const std::string& path : request.bundled) {
-        std::string problem;
-        inUse(path);
-        const auto image = left.contains(path) ? nullptr : ElfImage::Open(path, problem);
-        if (image != nullptr) {
-            known.programs.push_back({path, image->BuildId()});
-        }
-    }
-    return known;
-}
-
 Resolutions Run(const SymbolRequest& request, const std::unordered_set<std::string>& left,
                 const FileInUse& inUse) {
     Resolutions result;
     elf_version(EV_CURRENT);
-    const KnownModules known = AllKnown(request, left, inUse);
     SymbolFiles files(request.places, left, inUse);
-    files.Match(known.Builds());
+    files.Match(request.known.Builds());
     std::unordered_set<std::string> wanted;
     for (const TraceFrames& trace : request.traces) {
         for (const FrameLine& frame : trace.frames) {
@@ -66,7 +51,7 @@ Resolutions Run(const SymbolRequest& request, const std::unordered_set<std::stri
             }
         }
     }
-    Resolver resolver(files, known, wanted, inUse);
+    Resolver resolver(files, request.known, wanted, inUse);
     for (const TraceFrames& trace : request.traces) {
         result.traces.push_back(resolver.Resolve(trace));
     }
@@ -79,6 +64,8 @@ Resolutions Run(const SymbolRequest& request, const std::unordered_set<std::stri
                             int descriptor) {
     const rlimit none{0, 0};
     ::setrlimit(RLIMIT_CORE, &none);
+    const rlimit time{kMostProcessorSeconds, kMostProcessorSeconds};
+    ::setrlimit(RLIMIT_CPU, &time);
     ::alarm(kMostSeconds);
     std::string last;
     const FileInUse inUse = [&](const std::string& path) {

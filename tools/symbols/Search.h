@@ -12,7 +12,6 @@ struct SymbolRequest {
     std::vector<std::string> places; ///< folders, looked through to their ends, or files
     std::vector<TraceFrames> traces;
     KnownModules known;
-    std::vector<std::string> bundled; ///< programs and libraries of the device, beside the evidence
 };
 
 /// Resolves the frames. The readers of symbols trust their files, so a copy of this process does it: a

@@ -63,11 +63,18 @@ const std::vector<std::uint64_t>& SymbolModule::ValuesOf(const std::string& name
     return found != values_.end() ? found->second : kNone;
 }
 
-std::vector<Call> SymbolModule::CallsAt(std::uint64_t address) {
+const std::vector<Call>& SymbolModule::CallsAt(std::uint64_t address) {
+    const auto [known, isNew] = calls_.try_emplace(address);
+    std::vector<Call>& calls = known->second;
+    if (!isNew) {
+        return calls;
+    }
     if (lines_ != nullptr && debug_ == nullptr) {
         debug_ = std::make_unique<DebugLines>(lines_->Handle());
     }
-    std::vector<Call> calls = debug_ != nullptr ? debug_->CallsAt(address) : std::vector<Call>();
+    if (debug_ != nullptr) {
+        calls = debug_->CallsAt(address);
+    }
     const ImageFunction* const function = names_->FunctionAt(address);
     if (calls.empty() && function != nullptr) {
         calls.emplace_back();

@@ -2,6 +2,7 @@
 
 #include "tools/symbols/DebugLines.h"
 #include "tools/symbols/ElfImage.h"
+#include "tools/symbols/Known.h"
 #include "tools/symbols/Resolution.h"
 
 #include <functional>
@@ -12,12 +13,6 @@
 #include <vector>
 
 namespace NimaPost {
-
-/// A build of a program or a library, as the evidence names it.
-struct KnownBuild {
-    std::string path;
-    std::string buildId; ///< hexadecimal; empty where the file has none
-};
 
 /// A program or a library with its debug file, as far as both are there.
 class SymbolModule {
@@ -39,7 +34,7 @@ class SymbolModule {
     const std::vector<std::uint64_t>& ValuesOf(const std::string& name,
                                                const std::unordered_set<std::string>& wanted);
     /// The functions at an address of the file, the innermost first.
-    std::vector<Call> CallsAt(std::uint64_t address);
+    const std::vector<Call>& CallsAt(std::uint64_t address);
 
   private:
     ElfImage* names_;
@@ -49,6 +44,8 @@ class SymbolModule {
     bool valuesRead_ = false;
     std::unordered_map<std::string, std::vector<std::uint64_t>> values_;
     std::unique_ptr<DebugLines> debug_;
+    std::unordered_map<std::uint64_t, std::vector<Call>>
+        calls_; ///< a recursion asks for few, again and again
 };
 
 /// Called before a file is used, so that a crash of the reader can be laid at its door.

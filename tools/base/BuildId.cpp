@@ -1,6 +1,4 @@
-#include "ctl/BuildId.h"
-
-#include "tools/base/InputFile.h"
+#include "tools/base/BuildId.h"
 
 #include <cstdio>
 #include <cstring>
@@ -10,11 +8,9 @@
 
 #include <elf.h>
 
-namespace NimaCtl {
+namespace NimaPost {
 
 namespace {
-
-using NimaPost::InputFile;
 
 constexpr unsigned kMostHeaders = 1024;
 constexpr std::uint64_t kMostNoteBytes = 1 << 16;
@@ -83,16 +79,24 @@ std::string Find(const InputFile& file) {
 
 } // namespace
 
-std::string BuildIdOf(const std::string& path) {
-    std::string problem;
-    const auto file = InputFile::Open(path, problem);
+bool LooksLikeElf(std::string_view front) {
+    return front.starts_with(std::string_view(ELFMAG, SELFMAG));
+}
+
+std::string BuildIdOf(const InputFile& file) {
     char identity[EI_NIDENT] = {};
-    if (!file || !ReadStruct(*file, 0, identity) || std::memcmp(identity, ELFMAG, SELFMAG) != 0 ||
+    if (!ReadStruct(file, 0, identity) || !LooksLikeElf(std::string_view(identity, EI_NIDENT)) ||
         identity[EI_DATA] != ELFDATA2LSB) {
         return {};
     }
-    return identity[EI_CLASS] == ELFCLASS64 ? Find<Elf64_Ehdr, Elf64_Phdr>(*file)
-                                            : Find<Elf32_Ehdr, Elf32_Phdr>(*file);
+    return identity[EI_CLASS] == ELFCLASS64 ? Find<Elf64_Ehdr, Elf64_Phdr>(file)
+                                            : Find<Elf32_Ehdr, Elf32_Phdr>(file);
 }
 
-} // namespace NimaCtl
+std::string BuildIdOf(const std::string& path) {
+    std::string problem;
+    const auto file = InputFile::Open(path, problem);
+    return file ? BuildIdOf(*file) : std::string();
+}
+
+} // namespace NimaPost
