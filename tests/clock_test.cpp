@@ -358,9 +358,9 @@ TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
 TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShows) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     std::int64_t time = kBoot;
-    const auto round = [&](std::size_t lines, std::uint32_t last) {
-        std::string text =
-            Calibration(time, time + offset) + Line(time - 3 * kMillisecond, "<WARN> <A> filled", 1);
+    const auto round = [&](std::size_t lines, std::uint32_t last, std::size_t longer) {
+        std::string text = Calibration(time, time + offset) +
+                           Line(time - 3 * kMillisecond, "<WARN> <A> filled" + std::string(longer, '.'), 1);
         for (std::size_t i = 0; i < lines; ++i) {
             time += 7 * kMillisecond;
             text += Line(time, "<WARN> <A> line", i + 3 < lines ? 1 + i % 3 : last);
@@ -368,9 +368,9 @@ TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShow
         time += 300 * kMillisecond;
         return text;
     };
-    std::string log = round(60, 3);
-    for (const std::string& newer : {round(58, 2), round(56, 1)}) {
-        log.replace(0, newer.size(), newer); // A line is cut where they meet.
+    std::string log = round(60, 3, 0);
+    for (const std::string& newer : {round(58, 2, 15), round(56, 1, 30)}) {
+        log.replace(0, newer.size(), newer); // A header is cut where they meet.
     }
     WriteFile("a.log", log);
     const Logs logs({"a.log"});

@@ -63,6 +63,18 @@ TEST_F(Crashes, AHostsOwnReportIsToldByItsMessageAndPlace) {
     EXPECT_FALSE(result.Parsed()["frames"].empty());
 }
 
+TEST_F(Crashes, AStrippedLibrarysHandlersAreToldApart) {
+    // Only the report's function is exported, and lends the others its name.
+    const std::string entered = "0x3f7adbe9: (HandleFatalCrash+0x23f)\n";
+    const auto title = [&](const std::string& rest) {
+        WriteFile("stacktrace1-1.txt", entered + rest);
+        return Lines(Post({"crash", "stacktrace1-1.txt"}).output).at(0);
+    };
+    EXPECT_EQ(title("0x3f52b1b1: (__default_sa_restorer+0xf)\n0x4000: (main+0x9)\n"), "Fatal signal");
+    EXPECT_EQ(title("0x3f6ad5cb: (std::terminate()+0x9)\n0x4000: (main+0x9)\n"), "Uncaught exception");
+    EXPECT_EQ(title("0x3f52b1b1: (__sigaction+0x40)\n0x3f51b0ad: (abort+0xa3)\n"), "Abort");
+}
+
 namespace {
 
 struct LogText {

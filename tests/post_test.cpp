@@ -723,6 +723,13 @@ TEST_F(PostMortem, FindsARingsNewestRecordByTheHeadOfItsDump) {
     EXPECT_EQ(ends(1'960'000, 1'960'000, 300'000'000), inOrder);
     // Records that are seconds apart.
     EXPECT_EQ(ends(1'234'567'890, 2'950'000'000, 20'000), inOrder);
+    // Where every step and every record fits as well as any other, whoever shows the events says so.
+    ends(394'531'249, 394'531'249, 700'000'000);
+    EXPECT_TRUE(Post({"rings", "rings.txt", "--json"}).Finds("uncertain-seam"));
+    for (const char* command : {"timeline", "report"}) {
+        ASSERT_EQ(Post({command, ".", "-o", "out"}).code, 0);
+        EXPECT_NE(ReadFile("out").find("nothing recorded shows for certain"), std::string::npos) << command;
+    }
 }
 
 TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
@@ -799,6 +806,12 @@ TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     EXPECT_EQ(Post({"log", "a.log", "--level", "LOUD"}).code, 2);
     EXPECT_EQ(Post({"log", "a.log", "missing.log"}).code, 1);
     EXPECT_EQ(Post({"log", "missing.log"}).code, 2);
+    // A roll that was broken off leaves only the backup.
+    WriteFile("broken.log.1", "1 <0x00000001:000> <WARN> <One> left\r\n");
+    const Result broken = Post({"log", "broken.log"});
+    EXPECT_EQ(broken.code, 1);
+    EXPECT_TRUE(broken.output.ends_with("left\n")) << broken.output;
+    EXPECT_NE(broken.errors.find("damaged: "), std::string::npos);
     WriteFile("escape.log", "1 <0x00000001:000> <WARN> <One> \x1b[31m red \xff\r\n");
     EXPECT_NE(Post({"log", "escape.log"}).output.find("\\x1b[31m red \\xff"), std::string::npos);
     WriteFile("unseen.log", "1 <0x00000001:000> <WARN> <One> a\u200bb \u202egpj\ufeff, caf\u00e9\r\n");

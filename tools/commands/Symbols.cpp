@@ -29,7 +29,7 @@ TraceFrames FramesOf(const NamedStack& named) {
 std::size_t Nameless(const TraceFrames& trace, const Resolution& resolution) {
     std::size_t count = 0;
     for (std::size_t i = 0; i < trace.frames.size(); ++i) {
-        count += resolution.frames[i].empty() && trace.frames[i].function.empty() ? 1 : 0;
+        count += resolution.frames[i].empty() && !trace.frames[i].offset ? 1 : 0;
     }
     return count;
 }

@@ -15,6 +15,8 @@ constexpr std::size_t kMostLines = 10000;
 /// The other functions by which the handler is entered.
 constexpr std::string_view kAtTerminate = "terminateHandler";
 constexpr std::string_view kAtReport = "HandleFatalCrash";
+/// The C++ library's, which leads to the second of them.
+constexpr std::string_view kTerminate = "std::terminate";
 
 /// Whether a frame is in this function, with or without its parameters.
 bool IsIn(std::string_view frame, std::string_view function) {
@@ -39,16 +41,25 @@ std::string StackTrace::Title() const {
     const auto begins = [&](std::string_view function) {
         return !frames.empty() && IsIn(frames.front(), function);
     };
-    return begins(kAtReport)        ? "A host's own report whose message was cut off"
-           : ThroughAbort()         ? "Abort"
-           : begins(kAtTerminate)   ? "Uncaught exception"
-           : begins(kSignalHandler) ? "Fatal signal"
-                                    : "Stack trace of the native crash handler";
+    // The functions of a stripped library appear under the name of the report's, which is exported: a report
+    // has lines before its frames.
+    const bool stripped = begins(kAtReport) && report.empty();
+    const auto second = frames.size() > 1 ? ParseFrameLine(frames[1]) : std::nullopt;
+    return begins(kAtReport) && !stripped ? "A host's own report whose message was cut off"
+           : ThroughAbort()               ? "Abort"
+           : begins(kAtTerminate) || (stripped && Holds(kTerminate)) ? "Uncaught exception"
+           : begins(kSignalHandler) || (second && ReturnsFromSignal(second->function))
+               ? "Fatal signal"
+               : "Stack trace of the native crash handler";
+}
+
+bool StackTrace::Holds(std::string_view function) const {
+    return std::any_of(frames.begin(), frames.end(),
+                       [&](const std::string& frame) { return IsIn(frame, function); });
 }
 
 bool StackTrace::ThroughAbort() const {
-    return std::any_of(frames.begin(), frames.end(),
-                       [](const std::string& frame) { return IsIn(frame, "abort"); });
+    return Holds("abort");
 }
 
 bool StackTrace::EnteredAgain() const {

@@ -22,6 +22,10 @@ struct StackTrace {
     bool ThroughAbort() const;
     /// Whether the handler was entered from within itself, by the abort with which it ends a process.
     bool EnteredAgain() const;
+
+  private:
+    /// Whether a frame is in this function.
+    bool Holds(std::string_view function) const;
 };
 
 bool LooksLikeStackTrace(std::string_view front);

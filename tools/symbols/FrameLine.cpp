@@ -3,9 +3,22 @@
 #include "catalogue/Marks.h"
 #include "tools/base/Text.h"
 
+#include <algorithm>
+#include <array>
+
 namespace NimaPost {
 
 namespace {
+
+constexpr std::array<std::string_view, 9> kSignalReturns{"__restore_rt",
+                                                         "__restore",
+                                                         "__default_rt_sa_restorer",
+                                                         "__default_sa_restorer",
+                                                         "__kernel_rt_sigreturn",
+                                                         "__kernel_sigreturn",
+                                                         "__sigaction",
+                                                         "sigaction",
+                                                         "__libc_sigaction"};
 
 /// Splits "name+0x1f)". False where the end of the line is missing.
 bool SplitName(std::string_view text, FrameLine& frame) {
@@ -28,6 +41,10 @@ bool SplitName(std::string_view text, FrameLine& frame) {
 
 bool IsNamed(std::string_view function, std::string_view name) {
     return TakeLiteral(function, name) && (function.empty() || function.front() == '(');
+}
+
+bool ReturnsFromSignal(std::string_view function) {
+    return std::find(kSignalReturns.begin(), kSignalReturns.end(), function) != kSignalReturns.end();
 }
 
 bool FrameLine::IsIn(std::string_view name) const {

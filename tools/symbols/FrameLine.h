@@ -28,4 +28,8 @@ std::optional<FrameLine> ParseFrameLine(std::string_view line);
 /// Whether a function's name is this one, with or without parameters.
 bool IsNamed(std::string_view function, std::string_view name);
 
+/// Whether this is the C library's return from a signal, or an exported neighbour of it under whose name it
+/// may appear.
+bool ReturnsFromSignal(std::string_view function);
+
 } // namespace NimaPost

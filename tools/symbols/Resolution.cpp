@@ -155,8 +155,8 @@ void StateResolution(const Resolution& resolution, std::size_t nameless, Finding
     if (nameless != 0) {
         findings.Remark("symbols-nameless",
                         Counted(nameless, "unresolved frame") +
-                            " without a name: a stripped program that exports no names can be placed only "
-                            "by a manifest.");
+                            " without a name, or with one that was cut: a stripped program that exports no "
+                            "names can be placed only by a manifest.");
     }
 }
 

@@ -1,7 +1,6 @@
 #include "tools/symbols/Resolver.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <map>
 #include <set>
@@ -14,21 +13,6 @@ namespace {
 constexpr std::uint64_t kPage = 4096;
 /// Bases of one module that have as many votes as each other.
 constexpr std::size_t kMostBases = 4;
-
-/// The C library's return from a signal, and the exported neighbours under whose names it may appear.
-constexpr std::array<std::string_view, 9> kSignalReturns{"__restore_rt",
-                                                         "__restore",
-                                                         "__default_rt_sa_restorer",
-                                                         "__default_sa_restorer",
-                                                         "__kernel_rt_sigreturn",
-                                                         "__kernel_sigreturn",
-                                                         "__sigaction",
-                                                         "sigaction",
-                                                         "__libc_sigaction"};
-
-bool IsOneOf(std::string_view function) {
-    return std::find(kSignalReturns.begin(), kSignalReturns.end(), function) != kSignalReturns.end();
-}
 
 std::uint64_t WithoutMark(const ElfImage& image, std::uint64_t address) {
     return image.IsArm() ? address & ~std::uint64_t{1} : address;
@@ -208,7 +192,7 @@ std::optional<bool> Resolver::BeginsFunction(const FrameLine& frame, std::string
 bool Resolver::IsSignalReturn(const FrameLine& frame, bool afterHandler) {
     std::string function;
     const std::optional<bool> begins = BeginsFunction(frame, function);
-    return IsOneOf(frame.function) || (begins == true && IsOneOf(function)) ||
+    return ReturnsFromSignal(frame.function) || (begins == true && ReturnsFromSignal(function)) ||
            (afterHandler && begins.value_or(true));
 }
 
