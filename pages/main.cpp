@@ -5,6 +5,7 @@
 #include "pages/Pages.h"
 #include "tools/commands/Commands.h"
 
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -29,13 +30,7 @@ bool WritePages(const std::filesystem::path& folder, const CLI::App& app) {
            Write(folder / "zsh" / ("_" + program.name), NimaPages::ZshCompletion(program));
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::cerr << "usage: nima-pages FOLDER\n";
-        return 2;
-    }
+bool WriteAllPages(const std::filesystem::path& folder) {
     CLI::App post;
     NimaPost::Context postContext;
     NimaPost::Run runPost;
@@ -44,5 +39,20 @@ int main(int argc, char** argv) {
     NimaCtl::Context ctlContext;
     NimaCtl::Run runCtl;
     NimaCtl::SetUpProgram(ctl, ctlContext, runCtl);
-    return WritePages(argv[1], post) && WritePages(argv[1], ctl) ? 0 : 1;
+    return WritePages(folder, post) && WritePages(folder, ctl);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::cerr << "usage: nima-pages FOLDER\n";
+        return 2;
+    }
+    try {
+        return WriteAllPages(argv[1]) ? 0 : 1;
+    } catch (const std::exception& error) {
+        std::cerr << "nima-pages: " << error.what() << '\n';
+        return 1;
+    }
 }

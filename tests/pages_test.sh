@@ -31,7 +31,7 @@ check_program() {
         grep -q "'$command:" "$pages/zsh/_$name" || fail "$name: zsh does not know $command"
         for word in $("$program" "$command" --help | listed Options); do
             complete_words "$name" "$command" "$word" | grep -qx -e "$word" || fail "$name $command: $word is not completed"
-            grep -q -e "[ ')]$word\[" "$pages/zsh/_$name" || fail "$name $command: zsh does not know $word"
+            grep -q -e "[')*]$word\[" "$pages/zsh/_$name" || fail "$name $command: zsh does not know $word"
             grep -qF -e "\\fB${word//-/\\-}\\fR" "$pages/man1/$name.1" || fail "$name $command: no manual of $word"
         done
     done
