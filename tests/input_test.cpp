@@ -7,16 +7,18 @@
 #include "tests/support/Sandbox.h"
 
 #include <algorithm>
-#include <csignal>
-#include <cstring>
+#include <cstdint>
+#include <ctime>
 #include <filesystem>
+#include <functional>
 #include <map>
+#include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <archive.h>
 #include <archive_entry.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <Diagnostics/Formats.h>
@@ -31,6 +33,62 @@ using namespace Nima::Testing;
 namespace {
 
 class Input : public Sandbox {};
+
+std::int64_t MachineTime(clockid_t clock) {
+    timespec now{};
+#ifdef SYS_clock_gettime64
+    ::syscall(SYS_clock_gettime64, clock, &now);
+#else
+    ::syscall(SYS_clock_gettime, clock, &now);
+#endif
+    return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
+}
+
+/// The clocks of a device that nothing holds up: between two readings no more than a millisecond goes by,
+/// however busy this machine is.
+class UnhurriedClocks {
+  public:
+    UnhurriedClocks() {
+        for (std::int64_t narrowest = INT64_MAX, i = 0; i < 100; ++i) {
+            const std::int64_t before = MachineTime(CLOCK_MONOTONIC);
+            const std::int64_t boot = MachineTime(CLOCK_BOOTTIME);
+            const std::int64_t wall = MachineTime(CLOCK_REALTIME);
+            last_ = MachineTime(CLOCK_MONOTONIC);
+            if (last_ - before < narrowest) {
+                narrowest = last_ - before;
+                boot_ = boot - before;
+                wall_ = wall - before;
+            }
+        }
+    }
+
+    /// From now on this process has these clocks.
+    void Begin();
+
+    std::int64_t Read(clockid_t clock) {
+        constexpr std::int64_t kMost = 1'000'000;
+        const std::lock_guard<std::mutex> lock(mutex_);
+        const std::int64_t now = MachineTime(CLOCK_MONOTONIC);
+        late_ += std::max<std::int64_t>(now - last_ - kMost, 0);
+        last_ = now;
+        return now - late_ + (clock == CLOCK_REALTIME ? wall_ : clock == CLOCK_BOOTTIME ? boot_ : 0);
+    }
+
+  private:
+    std::mutex mutex_;
+    std::int64_t boot_ = 0;
+    std::int64_t wall_ = 0;
+    std::int64_t last_ = 0;
+    std::int64_t late_ = 0;
+};
+
+/// While there are any, all clocks of the process are these.
+UnhurriedClocks* g_Clocks = nullptr;
+
+void UnhurriedClocks::Begin() {
+    last_ = MachineTime(CLOCK_MONOTONIC);
+    g_Clocks = this;
+}
 
 /// An archive in a file, or a compressed file.
 class Packed {
@@ -114,7 +172,28 @@ std::string LogLines(int first, int count) {
 }
 
 std::size_t Sheets(const Result& result) {
-    return CountOf(result.output, "<Feeder> sheet ");
+    return CountOf(result.output, " sheet ");
+}
+
+/// All that `log` says of its lines, as JSON: of files that were named, or as a view of a folder.
+std::string Told(const Result& result) {
+    const Json parsed = result.Parsed();
+    const bool view = parsed.contains("events");
+    std::string told;
+    const auto add = [&](const Json& from, std::initializer_list<const char*> members) {
+        for (const char* const member : members) {
+            told += from.contains(member) ? from[member].dump() + " " : "- ";
+        }
+        told += "\n";
+    };
+    for (const Json& line : parsed[view ? "events" : "lines"]) {
+        add(line, {"time", "elapsed_ns", "later_by_seconds", "earlier_by_seconds", "boot", "process",
+                   "overwritten", "thread", "level", view ? "name" : "tracer", view ? "text" : "message"});
+    }
+    for (const Json& process : parsed["processes"]) {
+        add(process, {"process", "boot", "first", "last", "threads"});
+    }
+    return told + parsed["findings"].dump();
 }
 
 bool Says(const Result& result, const std::string& code) {
@@ -129,6 +208,13 @@ const std::map<std::string, std::string>& Device() {
 }
 
 } // namespace
+
+extern "C" int clock_gettime(clockid_t clock_id, timespec* tp) noexcept {
+    const std::int64_t now = g_Clocks != nullptr ? g_Clocks->Read(clock_id) : MachineTime(clock_id);
+    tp->tv_sec = static_cast<time_t>(now / 1'000'000'000);
+    tp->tv_nsec = static_cast<long>(now % 1'000'000'000);
+    return 0;
+}
 
 TEST_F(Input, ReadsADeviceFromEveryFormatAndFromStandardInput) {
     std::filesystem::create_directory("folder");
@@ -161,7 +247,10 @@ TEST_F(Input, ReadsCompressedFilesLikePlainOnesAndKnowsTheirNumbers) {
     WriteFile("plain.log", LogLines(60, 20));
     WriteFile("plain.log.1", LogLines(40, 20));
     WriteFile("plain.log.2", LogLines(20, 20));
-    WriteFile("plain.log.3", LogLines(0, 20));
+    WriteFile("plain.log.3",
+              "1000000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.100, type=qpc\r\n" +
+                  LogLines(0, 20));
     std::filesystem::create_directory("folder");
     std::filesystem::copy_file("plain.log", "folder/device.log");
     Compress("folder/device.log.1.gz", ARCHIVE_FILTER_GZIP, ReadFile("plain.log.1"));
@@ -170,8 +259,9 @@ TEST_F(Input, ReadsCompressedFilesLikePlainOnesAndKnowsTheirNumbers) {
     Compress("folder/other.bz2", ARCHIVE_FILTER_BZIP2, "no log");
     const Result plain = Post({"log", "plain.log"});
     ASSERT_EQ(Sheets(plain), 80U);
-    EXPECT_EQ(Post({"log", "folder"}).output, plain.output);
     EXPECT_EQ(Post({"log", "folder/device.log"}).output, plain.output);
+    // The view of the folder tells the same of each line.
+    EXPECT_EQ(Told(Post({"log", "folder", "--json"})), Told(Post({"log", "plain.log", "--json"})));
     EXPECT_EQ(Sheets(Post({"log", "folder/device.log.1.gz", "--alone"})), 20U);
     EXPECT_EQ(Sheets(PostFrom("folder/device.log.2.xz", {"log", "-"})), 20U);
     // A file beside its own compressed form is another log, so that none of the two is lost.
@@ -193,11 +283,11 @@ TEST_F(Input, TakesFoldersAndArchivesWithinOthersAsDevices) {
         EXPECT_EQ(all.code, 0) << all.errors;
         const Json logs = all.Parsed();
         ASSERT_EQ(logs.size(), 3U) << input;
-        EXPECT_EQ(logs[0]["lines"].size(), 1U);
-        EXPECT_EQ(logs[1]["lines"].size(), 4U);
-        EXPECT_EQ(logs[2]["lines"].size(), 2U);
+        EXPECT_EQ(logs[0]["events"].size(), 1U);
+        EXPECT_EQ(logs[1]["events"].size(), 4U);
+        EXPECT_EQ(logs[2]["events"].size(), 2U);
         const Json one = Post({"log", input, "--json", "--device", "unit-1.tar.gz/inner"}).Parsed();
-        EXPECT_EQ(one["lines"].size(), 4U);
+        EXPECT_EQ(one["events"].size(), 4U);
         EXPECT_EQ(Post({"log", input, "--device", "unit-3"}).code, 2);
         std::filesystem::create_directory("out");
         EXPECT_EQ(Post({"timeline", input, "-o", "out/t.json"}).code, 0);
@@ -215,6 +305,62 @@ TEST_F(Input, TakesFoldersAndArchivesWithinOthersAsDevices) {
     EXPECT_EQ(Sheets(deep), 9U);
     EXPECT_TRUE(Says(deep, "--max-depth")) << deep.errors;
     EXPECT_EQ(Sheets(Post({"log", "deep.tar", "--max-depth", "3"})), 14U);
+}
+
+TEST_F(Input, ShowsArchivesAsItShowsFolders) {
+    for (const int unit : {1, 2}) {
+        const std::string name = "unit-" + std::to_string(unit);
+        std::filesystem::create_directory(name);
+        WriteFile(name + "/device.log", LogLines(0, unit * 40));
+        Packed(name + ".tar.gz", ARCHIVE_FORMAT_TAR_USTAR, ARCHIVE_FILTER_GZIP)
+            .Add("device.log", LogLines(0, unit * 40));
+    }
+    Packed("both.zip", ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE)
+        .Add("unit-1/device.log", LogLines(0, 40))
+        .Add("unit-2/device.log", LogLines(0, 80));
+    const auto post = [](std::string command, std::vector<std::string> words, const std::string& input) {
+        words.insert(words.begin(), {std::move(command), input});
+        return PostFrom("unit-1.tar.gz", words);
+    };
+    const std::vector<std::pair<std::string, std::vector<std::string>>> calls{
+        {"show", {}},
+        {"show", {"--format", "csv"}},
+        {"show", {"--grep", "sheet 1[0-9]", "--last", "3"}},
+        {"log", {"--process", "1", "--around", "end", "--within", "100ms"}},
+    };
+    for (const auto& [command, words] : calls) {
+        const Result folder = post(command, words, "unit-1");
+        const Result other = post(command, words, "unit-2");
+        EXPECT_EQ(folder.code, 0) << folder.errors;
+        EXPECT_GE(CountOf(folder.output, "sheet "), 3U) << command << words.size();
+        EXPECT_EQ(post(command, words, "unit-1.tar.gz").output, folder.output);
+        EXPECT_EQ(post(command, words, "-").output, folder.output);
+        if (words.size() != 2) {
+            EXPECT_EQ(post(command, words, "both.zip").output,
+                      "== unit-1\n" + folder.output + "\n== unit-2\n" + other.output);
+        }
+    }
+    EXPECT_EQ(CountOf(Post({"show", "both.zip", "--format", "jsonl"}).output, "\"unit-2/device.log\""), 80U);
+    const Result summary = Post({"summary", "unit-1"});
+    EXPECT_GE(CountOf(summary.output, "unit-1"), 2U) << summary.output;
+    std::string expected = summary.output;
+    for (std::size_t at = 0; (at = expected.find("unit-1", at)) != std::string::npos; at += 13) {
+        expected.replace(at, 6, "unit-1.tar.gz");
+    }
+    EXPECT_EQ(Post({"unit-1.tar.gz"}).output, expected);
+    EXPECT_EQ(Lines(PostFrom("unit-1.tar.gz", {"-"}).output).size(), Lines(expected).size());
+    EXPECT_EQ(Post({"summary", "both.zip", "--json"}).Parsed()[1]["folder"], "unit-2");
+    const auto differences = [](const Result& diff) {
+        EXPECT_EQ(diff.code, 0) << diff.errors;
+        return diff.output.substr(diff.output.find('\n', diff.output.find("second:")));
+    };
+    const std::string folders = differences(Post({"diff", "unit-1", "unit-2"}));
+    EXPECT_EQ(differences(PostFrom("unit-1.tar.gz", {"diff", "-", "unit-2.tar.gz"})), folders);
+    EXPECT_EQ(differences(Post({"diff", "both.zip", "both.zip", "--device", "unit-1", "--device", "unit-2"})),
+              folders);
+    EXPECT_EQ(Post({"diff", "unit-1", "both.zip"}).code, 2);
+    EXPECT_EQ(Post({"diff", "unit-1", "unit-3"}).code, 2);
+    EXPECT_EQ(PostFrom("unit-1.tar.gz", {"diff", "-", "-"}).code, 2);
 }
 
 TEST_F(Input, ReadsWhatHostileArchivesHoldAndWritesNothing) {
@@ -266,7 +412,7 @@ TEST_F(Input, ReadsCutAndDamagedArchivesAsFarAsTheyGo) {
             const Result cut = Post({"log", "cut", "--json"});
             EXPECT_NE(cut.code, 0) << path << eighth;
             EXPECT_TRUE(cut.Finds("archive-damaged")) << path << cut.errors;
-            const std::size_t lines = cut.code == 1 ? cut.Parsed()["lines"].size() : 0;
+            const std::size_t lines = cut.code == 1 ? cut.Parsed()["events"].size() : 0;
             EXPECT_GE(lines, most) << path << eighth;
             most = lines;
         }
@@ -380,22 +526,18 @@ nlohmann::ordered_json Manifest() {
             {"files", {{{"name", "device.log"}, {"bytes", 100}, {"modified_ns", 1}, {"problem", nullptr}}}}};
 }
 
-std::string Evidences(const Result& log) {
-    std::string all;
-    const Json parsed = log.Parsed();
-    for (const Json& process : parsed["processes"]) {
-        all += process["evidence"].get<std::string>() + process["boot"].dump() + " ";
-    }
-    return all;
-}
-
 } // namespace
 
 TEST_F(Input, KnowsBootsAndTimesOfACollectedDevice) {
     std::filesystem::create_directory("device");
     std::filesystem::current_path("device");
-    InGoodChild([] { WriteAsADevice([] {}); });
-    InGoodChild([] {
+    UnhurriedClocks clocks;
+    InGoodChild([&] {
+        clocks.Begin();
+        WriteAsADevice([] {});
+    });
+    InGoodChild([&] {
+        clocks.Begin();
         WriteAsADevice([] {
             const Result collected =
                 Call("nima-ctl", NimaCtl::RunProgram, {"collect", ".", "-o", "../unit.tar.gz"});
@@ -406,10 +548,14 @@ TEST_F(Input, KnowsBootsAndTimesOfACollectedDevice) {
     std::filesystem::current_path("..");
     const Result log = Post({"log", "unit.tar.gz", "--json"});
     ASSERT_EQ(log.code, 0) << log.errors;
-    EXPECT_EQ(Evidences(log), "manifest1 manifest1 ");
     const Json parsed = log.Parsed();
-    EXPECT_GE(parsed["lines"].size(), 6U);
-    for (const Json& line : parsed["lines"]) {
+    ASSERT_EQ(parsed["processes"].size(), 2U);
+    EXPECT_EQ(parsed["processes"][0]["boot"], 1);
+    EXPECT_EQ(parsed["processes"][1]["boot"], 1);
+    EXPECT_NE(parsed["findings"].dump().find("of the boot in which the files were collected"),
+              std::string::npos);
+    EXPECT_GE(parsed["events"].size(), 6U);
+    for (const Json& line : parsed["events"]) {
         EXPECT_NE(line["later_by_seconds"], "unbounded") << line;
     }
     ASSERT_EQ(Post({"timeline", "unit.tar.gz", "-o", "out.json"}).code, 0);

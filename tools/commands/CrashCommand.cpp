@@ -111,14 +111,21 @@ void PrintStack(Output& out, const StackTrace& stack, const Resolution* resoluti
     }
 }
 
-int ShowStack(Context& context, const InputFile& file, std::string_view text, const SymbolOptions& symbols,
-              Findings& findings) {
+/// What is beside the file counts, wherever the file is.
+KnownModules KnownBeside(const InputFile& file, Device& device) {
+    if (!IsNamed(device)) {
+        return KnownIn(device);
+    }
+    const std::filesystem::path path(file.Path());
+    return KnownIn(path.has_parent_path() ? path.parent_path().string() : ".");
+}
+
+int ShowStack(Context& context, const InputFile& file, Device& device, std::string_view text,
+              const SymbolOptions& symbols, Findings& findings) {
     const StackTrace stack = ReadStackTrace(text, findings);
     file.ReportReadProblem(findings);
-    const std::filesystem::path path(file.Path());
-    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
-    const auto resolved =
-        ResolveStacks(symbols, [&] { return KnownIn(folder); }, {{&stack, path.filename().string()}});
+    const std::string name = std::filesystem::path(file.PlainPath()).filename().string();
+    const auto resolved = ResolveStacks(symbols, [&] { return KnownBeside(file, device); }, {{&stack, name}});
     const Resolution* const resolution = resolved ? &resolved->resolutions.front() : nullptr;
     if (resolved) {
         resolved->AddTo(findings);
@@ -138,10 +145,11 @@ int ShowStack(Context& context, const InputFile& file, std::string_view text, co
     return ExitCodeOf(findings);
 }
 
-int ShowCrash(Context& context, const InputFile& file, const SymbolOptions& symbols, Findings& findings) {
+int ShowCrash(Context& context, const InputFile& file, Device& device, const SymbolOptions& symbols,
+              Findings& findings) {
     const std::string text = file.ReadAll(kMostTextBytes);
     if (LooksLikeStackTrace(text)) {
-        return ShowStack(context, file, text, symbols, findings);
+        return ShowStack(context, file, device, text, symbols, findings);
     }
     const auto log = ReadCrashLog(text, findings);
     if (!log) {
@@ -167,8 +175,8 @@ int RunCrash(Context& context, const Options& options) {
         return LooksLikeCrashLog(front) || LooksLikeStackTrace(front);
     };
     return RunOnFiles(context, options.input, {"crash log or stack trace", isCrash},
-                      [&](const InputFile& file, Findings& findings) {
-                          return ShowCrash(context, file, options.symbols, findings);
+                      [&](const InputFile& file, Device& device, Findings& findings) {
+                          return ShowCrash(context, file, device, options.symbols, findings);
                       });
 }
 

@@ -44,9 +44,10 @@ int RunEvent(Context& context, const InputOptions& options) {
     const auto isRecord = [](std::string_view front, std::uint64_t /*size*/) {
         return LooksLikeEventRecord(front);
     };
-    return RunOnFiles(
-        context, options, {"event record", isRecord},
-        [&](const InputFile& file, Findings& findings) { return ShowEvent(context, file, findings); });
+    return RunOnFiles(context, options, {"event record", isRecord},
+                      [&](const InputFile& file, Device& /*device*/, Findings& findings) {
+                          return ShowEvent(context, file, findings);
+                      });
 }
 
 } // namespace

@@ -52,12 +52,11 @@ std::string AllPaths(const InputOptions& options) {
     return all;
 }
 
-int ReportNothing(Context& context, const InputOptions& options, const std::string& missing,
-                  const Findings& findings) {
+int ReportNothing(Context& context, const std::string& problem, const Findings& findings) {
     if (!context.json) {
         PrintFindings(context, findings);
     }
-    return ReportUnusable(context, AllPaths(options) + ": " + missing, findings);
+    return ReportUnusable(context, problem, findings);
 }
 
 /// Leaves only the devices that were asked for. False, with the reason, if one of them is not there.
@@ -67,10 +66,8 @@ bool KeepAsked(const InputOptions& options, std::vector<Device>& devices, std::s
     };
     for (const std::string& name : options.devices) {
         if (std::none_of(devices.begin(), devices.end(), named(name))) {
-            problem = "no device \"" + name + "\" in it; there are:";
-            for (const Device& device : devices) {
-                problem += ' ' + (device.name.empty() ? std::string("\"\"") : device.name);
-            }
+            problem =
+                AllPaths(options) + ": no device \"" + name + "\" in it; there are: " + NamesOf(devices);
             return false;
         }
     }
@@ -115,22 +112,19 @@ void LeaveOutEmpty(std::vector<Device>& devices, Findings& findings) {
     devices.erase(empty, devices.end());
 }
 
-/// Finds the devices of a call. False where there is nothing, which is then reported.
-bool FindDevices(Context& context, const InputOptions& options, bool backups, Evidence& evidence,
-                 Findings& findings) {
-    evidence = ReadEvidence(options.paths, options.limits, backups);
-    findings = std::move(evidence.findings);
+/// What is wrong with the call is reported.
+bool FindDevices(Context& context, const InputOptions& options, bool backups, Evidence& evidence) {
     std::string problem;
-    if (!KeepAsked(options, evidence.devices, problem)) {
-        ReportNothing(context, options, problem, findings);
-        return false;
+    if (FindDevices(options, backups, evidence, problem)) {
+        return true;
     }
-    if (!OpensAny(evidence.devices, problem)) {
-        ReportUnopened(context, problem);
-        return false;
+    Findings others = evidence.findings;
+    std::erase_if(others.damage, [&](const Finding& finding) { return finding.sentence == problem; });
+    if (!context.json) {
+        PrintFindings(context, others);
     }
-    LeaveOutEmpty(evidence.devices, findings);
-    return true;
+    ReportUnusable(context, problem, evidence.findings);
+    return false;
 }
 
 std::string WhereOf(const InputOptions& options, const Device& device) {
@@ -151,53 +145,85 @@ int RunOnFile(Context& context, EvidenceFile& file, Findings& findings,
 
 void AddInputOptions(CLI::App& command, InputOptions& options, const std::string& name,
                      const std::string& description) {
-    const auto limit = [&](const char* option, auto& value, const char* text, const char* type) {
-        return command.add_option(option, value, text)->type_name(type)->group("Limits");
-    };
     command.add_option(name, options.paths, description + "; a folder, an archive, or - for standard input")
         ->required();
     command.add_option("--device", options.devices, "Of several devices only this one (again for more)")
         ->type_name("NAME");
-    limit("--max-unpacked", options.limits.unpackedBytes, "Bytes to unpack in all", "SIZE")
+    AddLimits(command, options.limits);
+}
+
+void AddLimits(CLI::App& command, InputLimits& limits) {
+    const auto limit = [&](const char* option, auto& value, const char* text, const char* type) {
+        return command.add_option(option, value, text)->type_name(type)->group("Limits");
+    };
+    limit("--max-unpacked", limits.unpackedBytes, "Bytes to unpack in all", "SIZE")
         ->transform(CLI::AsSizeValue(false));
-    limit("--max-ratio", options.limits.ratio,
+    limit("--max-ratio", limits.ratio,
           "How many times larger than its compressed form a file above 256 MiB may be", "N")
         ->check(CLI::PositiveNumber);
-    limit("--max-members", options.limits.members, "Files in archives and folders", "N")
-        ->check(CLI::PositiveNumber);
-    limit("--max-depth", options.limits.depth, "Archives in archives", "N")->check(CLI::PositiveNumber);
-    limit("--max-line", options.limits.lineBytes, "Bytes of a line of a text log", "SIZE")
+    limit("--max-members", limits.members, "Files in archives and folders", "N")->check(CLI::PositiveNumber);
+    limit("--max-depth", limits.depth, "Archives in archives", "N")->check(CLI::PositiveNumber);
+    limit("--max-line", limits.lineBytes, "Bytes of a line of a text log", "SIZE")
         ->transform(CLI::AsSizeValue(false));
 }
 
+std::string NamesOf(const std::vector<Device>& devices) {
+    std::string names;
+    for (const Device& device : devices) {
+        names += (names.empty() ? "" : ", ") + (device.name.empty() ? std::string("\"\"") : device.name);
+    }
+    return names;
+}
+
+bool FindDevices(const InputOptions& options, bool backups, Evidence& evidence, std::string& problem) {
+    evidence = ReadEvidence(options.paths, options.limits, backups);
+    if (!KeepAsked(options, evidence.devices, problem)) {
+        return false;
+    }
+    if (!OpensAny(evidence.devices, problem)) {
+        evidence.findings.Damage("cannot-open", problem);
+        return false;
+    }
+    LeaveOutEmpty(evidence.devices, evidence.findings);
+    return true;
+}
+
 int RunOnFiles(Context& context, const InputOptions& options, const FileKind& kind,
-               const std::function<int(const InputFile& file, Findings& findings)>& run) {
+               const std::function<int(const InputFile& file, Device& device, Findings& findings)>& run) {
     Evidence evidence = ReadEvidence(options.paths, options.limits);
     Findings findings = std::move(evidence.findings);
     std::string problem;
     if (!KeepAsked(options, evidence.devices, problem)) {
-        return ReportNothing(context, options, problem, findings);
+        return ReportNothing(context, problem, findings);
     }
-    std::vector<EvidenceFile*> files;
+    std::vector<std::pair<Device*, EvidenceFile*>> files;
     for (Device& device : evidence.devices) {
         for (EvidenceFile& file : device.files) {
+            const bool wasOpen = file.content.has_value();
             std::uint64_t size = 0;
             if (file.named || kind.recognise(file.Front(size), size)) {
-                files.push_back(&file);
+                files.emplace_back(&device, &file);
                 continue;
             }
             if (!file.problem.empty()) {
                 findings.Damage("cannot-open", file.problem);
             }
-            file.content.reset();
+            if (!wasOpen) {
+                file.content.reset();
+            }
         }
     }
     if (files.empty()) {
-        return ReportNothing(context, options, "no " + std::string(kind.name) + " in it", findings);
+        return ReportNothing(context, AllPaths(options) + ": no " + std::string(kind.name) + " in it",
+                             findings);
     }
     Parts parts(context, files.size() > 1);
-    for (EvidenceFile* const file : files) {
-        parts.Add(file->path, [&] { return RunOnFile(context, *file, findings, run); });
+    for (const auto& [device, file] : files) {
+        parts.Add(file->path, [&, device = device, file = file] {
+            return RunOnFile(context, *file, findings, [&](const InputFile& input, Findings& found) {
+                return run(input, *device, found);
+            });
+        });
     }
     return parts.End();
 }
@@ -210,10 +236,10 @@ bool IsNamed(const Device& device) {
 int RunOnDevices(Context& context, const InputOptions& options, bool backups,
                  const std::function<int(const DeviceInput& input, Findings& findings)>& run) {
     Evidence evidence;
-    Findings findings;
-    if (!FindDevices(context, options, backups, evidence, findings)) {
+    if (!FindDevices(context, options, backups, evidence)) {
         return kExitUnusable;
     }
+    Findings findings = std::move(evidence.findings);
     Parts parts(context, evidence.devices.size() > 1);
     for (Device& device : evidence.devices) {
         const std::string where = WhereOf(options, device);
@@ -231,10 +257,10 @@ int RunOnInput(Context& context, const InputOptions& options,
                const std::function<int(const InputFile& file, Findings& findings)>& onFile,
                const std::function<int(const DeviceInput& input, Findings& findings)>& onDevice) {
     Evidence evidence;
-    Findings findings;
-    if (!FindDevices(context, options, false, evidence, findings)) {
+    if (!FindDevices(context, options, false, evidence)) {
         return kExitUnusable;
     }
+    Findings findings = std::move(evidence.findings);
     std::size_t count = 0;
     for (const Device& device : evidence.devices) {
         count += IsNamed(device) ? device.files.size() : 1;

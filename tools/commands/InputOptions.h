@@ -21,6 +21,16 @@ struct InputOptions {
 /// The arguments themselves, "--device" and the limits. `name` is what they are in the help text.
 void AddInputOptions(CLI::App& command, InputOptions& options, const std::string& name,
                      const std::string& description);
+/// The limits alone.
+void AddLimits(CLI::App& command, InputLimits& limits);
+
+/// For people.
+std::string NamesOf(const std::vector<Device>& devices);
+
+/// Finds the devices of a call, those alone that were asked for and hold anything; one empty device if there
+/// is none. `evidence` has what was found about archives and folders. False, with the reason, where there is
+/// nothing to read.
+bool FindDevices(const InputOptions& options, bool backups, Evidence& evidence, std::string& problem);
 
 /// What commands that read one file each look for in folders and archives.
 struct FileKind {
@@ -28,10 +38,11 @@ struct FileKind {
     bool (*recognise)(std::string_view front, std::uint64_t size);
 };
 
-/// Runs a command on each file that was named, and on each of its kind in folders and archives. `findings`
-/// starts with what was found about these. With JSON, several files make an array. Returns the exit code.
+/// Runs a command on each file that was named, and on each of its kind in folders and archives; `device` is
+/// that of the file. `findings` starts with what was found about these. With JSON, several files make an
+/// array. Returns the exit code.
 int RunOnFiles(Context& context, const InputOptions& options, const FileKind& kind,
-               const std::function<int(const InputFile& file, Findings& findings)>& run);
+               const std::function<int(const InputFile& file, Device& device, Findings& findings)>& run);
 
 /// One of the devices that a command is run on.
 struct DeviceInput {

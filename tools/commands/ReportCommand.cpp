@@ -83,10 +83,10 @@ StackSymbols Resolve(const Options& options, const Story& story, Findings& findi
     }
     std::vector<NamedStack> stacks;
     for (const auto& held : source->All()) {
-        stacks.push_back({&held.content, story.Files()[held.file].name});
+        stacks.push_back({&held.content, story.Files()[held.file].plainName});
     }
     if (auto resolved = ResolveStacks(
-            options.symbols, [&] { return KnownIn(story.Where()); }, stacks)) {
+            options.symbols, [&] { return story.Known(); }, stacks)) {
         resolved->AddTo(findings);
         for (std::size_t i = 0; i < stacks.size(); ++i) {
             symbols[source->All()[i].file] = {std::move(resolved->resolutions[i]),

@@ -1,6 +1,7 @@
 #include "tools/commands/View.h"
 
 #include "tools/base/Text.h"
+#include "tools/base/WallClock.h"
 #include "tools/commands/EventPrinter.h"
 #include "tools/report/CrashData.h"
 #include "tools/story/MergedStory.h"
@@ -49,6 +50,25 @@ Findings FindingsOf(const Story& story) {
     return findings;
 }
 
+Json ProcessesJson(const Axis& axis) {
+    const auto time = [&](const std::optional<std::int64_t>& moment) {
+        return moment && axis.HasWall() ? Json(WallTimeIso(*moment)) : Json();
+    };
+    Json processes = Json::array();
+    for (const ProcessFacts& facts : axis.AllProcesses().All()) {
+        Json threads = Json::array();
+        for (const std::uint32_t thread : facts.threads) {
+            threads.push_back(Hex32(thread));
+        }
+        processes.push_back({{"process", processes.size() + 1},
+                             {"boot", facts.boot ? Json(*facts.boot) : Json()},
+                             {"first", time(facts.first)},
+                             {"last", time(facts.last)},
+                             {"threads", std::move(threads)}});
+    }
+    return processes;
+}
+
 /// What came up only while the events were printed.
 Findings LateFindings(const Story& story, const Findings& known, const Selection& selection) {
     Findings late = story.AllDamage();
@@ -89,13 +109,16 @@ int RunView(Context& context, const DeviceInput& input, const Findings& inherite
         document->Member("folder", ToUtf8(input.where));
         document->Member("findings", FindingsJson(findings));
         document->Member("crashes", CrashesJson(story));
+        document->Member("processes", ProcessesJson(story.Time()));
         document->BeginArray("events");
     } else {
         PrintFindings(context, findings);
     }
     std::vector<std::string> files;
+    // Rows have no heading.
+    const bool named = !input.one && context.format != Format::kText && context.format != Format::kJson;
     for (const FolderFile& file : story.Files()) {
-        files.push_back(file.name);
+        files.push_back(named ? input.where + "/" + file.name : file.name);
     }
     EventPrinter printer(context, std::move(files), story.Time().HasWall());
     printer.Begin();

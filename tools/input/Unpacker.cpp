@@ -142,7 +142,7 @@ class Unpacking {
         Place place = place_;
         if (isCompressedFile) {
             file.name = packed_.name;
-            file.plainName = PlainName(packed_.name);
+            file.plainName = NameUnpacked(packed_.name);
             file.identity = packed_.identity;
             file.named = packed_.named;
             file.backup = packed_.backup;
@@ -162,7 +162,7 @@ class Unpacking {
         InputFile content = InputFile::Of(path, store_.FinishMember());
         content.SetModified(file.modified);
         if (isCompressedFile) {
-            content.SetPlainPath(PlainName(path));
+            content.SetPlainPath(NameUnpacked(path));
         } else if (LooksPacked(content.ReadAll(kFrontBytes))) {
             Unpack(content, file, place, place.Inside(file.name), store_);
             return;

@@ -6,7 +6,7 @@
 
 namespace NimaPost {
 
-void ReadFolderFile(EvidenceFile& evidence, FolderFile& file, SourceSet& sources) {
+void ReadFolderFile(EvidenceFile& evidence, FolderFile& file, SourceSet& sources, KnownModules& known) {
     file.name = evidence.name;
     file.plainName = evidence.plainName;
     file.modified = evidence.modified;
@@ -21,6 +21,7 @@ void ReadFolderFile(EvidenceFile& evidence, FolderFile& file, SourceSet& sources
     file.bytes = input->Size();
     file.identity = evidence.identity ? *evidence.identity : input->Identity();
     const std::string front = input->ReadAll(kFrontBytes);
+    known.Take(*input, front);
     file.ownOutput = IsOwnOutput(front);
     file.row = Recognise(front, file.bytes);
     if (file.row != nullptr) {

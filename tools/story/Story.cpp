@@ -13,7 +13,7 @@ bool Story::Read(Device& device, const std::string& where, std::string& problem)
     files_.resize(device.files.size());
     for (std::size_t i = 0; i < files_.size(); ++i) {
         files_[i].index = i;
-        ReadFolderFile(device.files[i], files_[i], sources_);
+        ReadFolderFile(device.files[i], files_[i], sources_, known_);
     }
     const ManifestSource* const manifests = Find<ManifestSource>();
     const bool hasManifest = manifests != nullptr && !manifests->All().empty();

@@ -6,6 +6,7 @@
 #include "tools/input/Evidence.h"
 #include "tools/names/Names.h"
 #include "tools/story/Crashes.h"
+#include "tools/symbols/Known.h"
 
 #include <functional>
 #include <string>
@@ -30,6 +31,7 @@ class Story {
 
     /// The folder or archive that was read.
     const std::string& Where() const { return where_; }
+    const KnownModules& Known() const { return known_; }
     /// The oldest first.
     const std::vector<Crash>& Crashes() const { return crashes_; }
     const Axis& Time() const { return axis_; }
@@ -51,6 +53,7 @@ class Story {
 
     const Names& names_;
     std::string where_;
+    KnownModules known_;
     std::vector<FolderFile> files_;
     SourceSet sources_;
     std::vector<const Source*> telling_; ///< in the order in which they are told
