@@ -341,6 +341,9 @@ TEST_F(Input, ShowsArchivesAsItShowsFolders) {
         }
     }
     EXPECT_EQ(CountOf(Post({"show", "both.zip", "--format", "jsonl"}).output, "\"unit-2/device.log\""), 80U);
+    const Result table = Post({"show", "both.zip", "--format", "csv"});
+    EXPECT_EQ(CountOf(table.output, "time,certainty,"), 1U);
+    EXPECT_EQ(CountOf(table.output, ",unit-1/device.log,"), 40U);
     const Result summary = Post({"summary", "unit-1"});
     EXPECT_GE(CountOf(summary.output, "unit-1"), 2U) << summary.output;
     std::string expected = summary.output;

@@ -199,17 +199,11 @@ int RunOnFiles(Context& context, const InputOptions& options, const FileKind& ki
     std::vector<std::pair<Device*, EvidenceFile*>> files;
     for (Device& device : evidence.devices) {
         for (EvidenceFile& file : device.files) {
-            const bool wasOpen = file.content.has_value();
             std::uint64_t size = 0;
             if (file.named || kind.recognise(file.Front(size), size)) {
                 files.emplace_back(&device, &file);
-                continue;
-            }
-            if (!file.problem.empty()) {
+            } else if (!file.problem.empty()) {
                 findings.Damage("cannot-open", file.problem);
-            }
-            if (!wasOpen) {
-                file.content.reset();
             }
         }
     }

@@ -121,7 +121,7 @@ class BootNumbering {
   private:
     /// They stand with the dated process after them in their log, or else with the one before.
     void PlaceUndated() {
-        const auto follow = [this](LogProcess& process, const LogProcess& other) {
+        const auto follow = [](LogProcess& process, const LogProcess& other) {
             if (process.boot == 0 && process.log == other.log) {
                 process.boot = other.boot;
             }
