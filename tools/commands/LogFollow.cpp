@@ -50,13 +50,14 @@ bool CanFollow(const std::string& path, std::string& problem) {
 } // namespace
 
 int FollowLog(Context& context, const std::string& path, LogFilter& filter) {
+    const Interrupt interrupt;
+    // Before anybody is told to wait: a log that is written from then on is followed from its start.
+    LogFollower follower(path);
     std::string problem;
     if (!CanFollow(path, problem)) {
         return ReportUnopened(context, problem);
     }
     context.paged = false;
-    Interrupt interrupt;
-    LogFollower follower(path);
     FollowClock clock(path);
     LinePrinter lines(context);
     const LogPart nowhere;
