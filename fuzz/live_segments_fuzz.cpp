@@ -50,7 +50,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const Folder folder;
     LiveTrace trace(folder.Path());
     LiveRings rings(folder.Path());
-    std::vector<std::string> notices;
+    std::vector<Finding> notices;
     std::string text;
     for (const std::string_view part :
          {TextOf(data, size / 2), TextOf(data + size / 2, size - size / 2), TextOf(data, size)}) {
