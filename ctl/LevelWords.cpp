@@ -2,38 +2,35 @@
 
 #include "catalogue/SysTrace.h"
 
+#include <optional>
 #include <utility>
 
 namespace NimaCtl {
 
 namespace {
 
-std::string NoSuch(const std::string& kind, const std::string& text, std::uint32_t count) {
-    return "no " + kind + " \"" + text + "\": a number from 0 to " + std::to_string(count - 1) +
-           ", \"all\", or a name of the dictionary";
-}
-
 /// The numbers that a word means: one, or with "all" every one.
 using Range = std::pair<std::uint32_t, std::uint32_t>;
 
-bool FindComponents(const Names& names, const std::string& text, Range& found, std::string& problem) {
-    const auto component = names.FindComponent(text);
-    found = component ? Range(*component, *component + 1) : Range(0, Nima::Catalogue::kComponents);
-    if (!component && text != "all") {
-        problem = NoSuch("component", text, Nima::Catalogue::kComponents);
+/// `named` is what a dictionary knows the word as, of `count` numbers of its kind.
+bool FindNumbers(std::optional<std::uint32_t> named, const std::string& kind, const std::string& text,
+                 std::uint32_t count, Range& found, std::string& problem) {
+    found = named ? Range(*named, *named + 1) : Range(0, count);
+    if (!named && text != "all") {
+        problem = "no " + kind + " \"" + text + "\": a number from 0 to " + std::to_string(count - 1) +
+                  ", \"all\", or a name of the dictionary";
         return false;
     }
     return true;
 }
 
+bool FindComponents(const Names& names, const std::string& text, Range& found, std::string& problem) {
+    return FindNumbers(names.FindComponent(text), "component", text, Nima::Catalogue::kComponents, found,
+                       problem);
+}
+
 bool FindLevels(const Names& names, const std::string& text, Range& found, std::string& problem) {
-    const auto level = names.FindLevel(text);
-    found = level ? Range(*level, *level + 1) : Range(0, Nima::Catalogue::kTraceLevels);
-    if (!level && text != "all") {
-        problem = NoSuch("level", text, Nima::Catalogue::kTraceLevels);
-        return false;
-    }
-    return true;
+    return FindNumbers(names.FindLevel(text), "level", text, Nima::Catalogue::kTraceLevels, found, problem);
 }
 
 } // namespace

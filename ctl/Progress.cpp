@@ -1,11 +1,8 @@
 #include "ctl/Progress.h"
 
-#include <array>
-#include <cmath>
-#include <cstdlib>
+#include <algorithm>
 #include <iostream>
-#include <string_view>
-#include <utility>
+#include <string>
 
 #include <unistd.h>
 
@@ -40,25 +37,6 @@ void Progress::Show(std::chrono::nanoseconds passed, std::uint32_t entries) {
     bar.replace(0, std::min(full, kWidth), std::min(full, kWidth), '#');
     std::cerr << "\r[" << bar << "] " << Seconds(passed) << " of " << Seconds(whole_) << " s, " << entries
               << " entries, Ctrl-C ends\x1b[K" << std::flush;
-}
-
-bool ParseTime(const std::string& text, std::chrono::nanoseconds& time) {
-    constexpr double kMostSeconds = 86400;
-    constexpr double kNanoseconds = 1e9;
-    constexpr std::array<std::pair<std::string_view, double>, 5> kUnits{
-        {{"ms", 1e-3}, {"s", 1}, {"m", 60}, {"h", 3600}, {"", 1}}};
-    char* end = nullptr;
-    const double number =
-        text.empty() || text.find_first_of("xX") != std::string::npos ? 0 : std::strtod(text.c_str(), &end);
-    for (const auto& [unit, factor] : kUnits) {
-        if (end != nullptr && end != text.c_str() && unit == end) {
-            const double seconds = number * factor;
-            time = std::chrono::nanoseconds(
-                std::llround(seconds > 0 && seconds <= kMostSeconds ? seconds * kNanoseconds : 0));
-            return time.count() > 0;
-        }
-    }
-    return false;
 }
 
 } // namespace NimaCtl

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <string>
 
 namespace NimaCtl {
 
@@ -20,8 +19,5 @@ class Progress {
     std::chrono::nanoseconds whole_;
     bool terminal_;
 };
-
-/// "500ms", "30s", "5m", "1h"; a number alone counts seconds. More than nothing, at most a day.
-bool ParseTime(const std::string& text, std::chrono::nanoseconds& time);
 
 } // namespace NimaCtl

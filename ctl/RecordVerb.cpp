@@ -11,6 +11,7 @@
 #include "tools/base/Interrupt.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeText.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -211,8 +212,8 @@ int Report(Context& context, const Options& options, const Recording& recording,
 int RunRecord(Context& context, const Options& options) {
     std::string problem;
     FilterChange wanted;
-    std::chrono::nanoseconds time{};
-    if (!ParseTime(options.time, time)) {
+    const std::chrono::nanoseconds time(NimaPost::ParseDuration(options.time).value_or(0));
+    if (time.count() <= 0 || time.count() > NimaPost::kDay) {
         return Refuse(context, "no time \"" + options.time + "\": such as 30s, 500ms, 5m, at most a day");
     }
     if (!OpenPairs(context.names, options.levels, wanted, problem)) {

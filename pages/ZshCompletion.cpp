@@ -6,7 +6,7 @@ namespace NimaPages {
 
 namespace {
 
-/// Inside single quotes, where a colon and brackets end a part of a specification.
+/// Inside single quotes, where a colon and brackets end a field of what `_arguments` reads.
 std::string Quoted(const std::string& text) {
     std::string result;
     for (const char character : text) {

@@ -2,13 +2,7 @@
 # through the CMake package and, if the consumer's compiler is the machine's own, through pkg-config.
 cmake_policy(VERSION 3.25)
 
-function(run)
-    execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "${ARGV}\n${output}")
-    endif()
-    set(output "${output}" PARENT_SCOPE)
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../support/run.cmake)
 
 function(expect_line file)
     file(STRINGS ${file} lines REGEX "> <WARN> <Consumer> built against the installed tree$")

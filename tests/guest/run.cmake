@@ -2,12 +2,7 @@
 # its program may be installed.
 cmake_policy(VERSION 3.25)
 
-function(run)
-    execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
-    if(NOT result EQUAL 0)
-        message(FATAL_ERROR "${ARGV}\n${output}")
-    endif()
-endfunction()
+include(${CMAKE_CURRENT_LIST_DIR}/../support/run.cmake)
 
 file(REMOVE_RECURSE ${WORK})
 run(${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/build -G Ninja -DNIMA_SOURCE=${NIMA_SOURCE}

@@ -3,6 +3,7 @@
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 #include "tools/commands/SelectionTable.h"
+#include "tools/commands/View.h"
 #include "tools/report/CrashData.h"
 #include "tools/story/MergedStory.h"
 
@@ -28,10 +29,8 @@ int RunOnFolder(
     if (!selection.Prepare(options.selection, problem)) {
         return ReportUnusable(context, problem);
     }
-    if (!story.Read(options.folder, problem)) {
-        const Findings findings = story.AllDamage();
-        PrintFindings(context, findings);
-        return ReportUnusable(context, problem, findings);
+    if (!ReadStory(context, story, options.folder)) {
+        return kExitUnusable;
     }
     if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem) ||
         !file.Create(options.output, story.Inputs(), problem)) {

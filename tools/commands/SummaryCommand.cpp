@@ -371,11 +371,8 @@ class Summary {
 
 int RunSummary(Context& context, const std::string& folder) {
     Story story(context.names);
-    std::string problem;
-    if (!story.Read(folder, problem)) {
-        const Findings findings = story.AllDamage();
-        PrintFindings(context, findings);
-        return ReportUnusable(context, problem, findings);
+    if (!ReadStory(context, story, folder)) {
+        return kExitUnusable;
     }
     Summary summary(context, folder, story);
     if (context.json) {

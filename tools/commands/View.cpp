@@ -62,6 +62,17 @@ Findings LateFindings(const Story& story, const Findings& known, const Selection
 
 } // namespace
 
+bool ReadStory(Context& context, Story& story, const std::string& folder) {
+    std::string problem;
+    if (story.Read(folder, problem)) {
+        return true;
+    }
+    const Findings findings = story.AllDamage();
+    PrintFindings(context, findings);
+    ReportUnusable(context, problem, findings);
+    return false;
+}
+
 bool IsFolder(const std::string& path) {
     std::error_code error;
     return std::filesystem::is_directory(path, error);
@@ -79,10 +90,8 @@ int RunView(Context& context, const std::string& folder, Selection& selection,
             const SelectedEvents::Admits& admits) {
     Story story(context.names);
     std::string problem;
-    if (!story.Read(folder, problem)) {
-        const Findings findings = story.AllDamage();
-        PrintFindings(context, findings);
-        return ReportUnusable(context, problem, findings);
+    if (!ReadStory(context, story, folder)) {
+        return kExitUnusable;
     }
     if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem)) {
         return ReportUnusable(context, problem);

@@ -16,6 +16,10 @@ int RunView(Context& context, const std::string& folder, const SelectionOptions&
 int RunView(Context& context, const std::string& folder, Selection& selection,
             const SelectedEvents::Admits& admits);
 
+/// Reads a folder's story. Otherwise prints why there is none, and returns false; the exit code is then
+/// `kExitUnusable`.
+bool ReadStory(Context& context, Story& story, const std::string& folder);
+
 /// Whether a path leads to a folder.
 bool IsFolder(const std::string& path);
 
