@@ -21,7 +21,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         std::abort();
     }
     LogSet logs;
-    logs.Add(file.Path(), false);
+    std::string problem;
+    auto log = InputFile::Open(file.Path(), problem);
+    logs.Take(*log);
     logs.Arrange();
     logs.ForEach([](const LogEntry& /*entry*/) { return true; });
     return 0;

@@ -4,6 +4,12 @@
 
 using namespace NimaPost;
 
+static void Take(LogSet& logs, const MemoryFile& memory) {
+    std::string problem;
+    auto file = InputFile::Open(memory.Path(), problem);
+    logs.Take(*file);
+}
+
 /// Up to three files of one device, separated by a line of equals signs.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const MemoryFile files[3];
@@ -13,7 +19,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     for (const MemoryFile& file : files) {
         const std::size_t end = rest.find(kBetween);
         file.Fill(rest.substr(0, end));
-        logs.Add(file.Path(), false);
+        Take(logs, file);
         if (end == std::string_view::npos) {
             break;
         }

@@ -3,6 +3,7 @@
 #include "tests/support/Sandbox.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/WallClock.h"
+#include "tools/input/EvidenceReader.h"
 #include "tools/log/LogFollower.h"
 #include "tools/log/LogSet.h"
 
@@ -83,8 +84,9 @@ struct Logs {
     std::vector<LogEntry> entries; ///< without views into the files
 
     explicit Logs(const std::vector<std::string>& paths) {
-        for (const std::string& path : paths) {
-            set.Add(path, true);
+        Evidence evidence = ReadEvidence(paths, InputLimits(), true);
+        for (Device& device : evidence.devices) {
+            set.Add(device);
         }
         set.Arrange();
         set.ForEach([&](const LogEntry& entry) {
@@ -227,7 +229,7 @@ TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThe
         EXPECT_FALSE(logs.entries[i].part->overwritten);
     }
     for (std::size_t i = 0; i < evidence.size(); ++i) {
-        EXPECT_EQ(CodeOf(logs.set.Processes()[i].evidence), evidence[i]);
+        EXPECT_EQ(EvidenceCodeOf(logs.set.Processes()[i]), evidence[i]);
     }
     EXPECT_EQ(logs.set.LikelyBoundOf(logs.entries[2])->assuming, std::string("clock-not-set"));
     EXPECT_NEAR(static_cast<double>(logs.set.LikelyBoundOf(logs.entries[2])->later), 9, 1);

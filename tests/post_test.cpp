@@ -1065,7 +1065,7 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
 
 /// Simulates files that cannot be read to their end. Of a file called "failing" or "shrinking" only the first
 /// bytes can be read; the first is on a bad medium, the second has become shorter. A file called "emptied"
-/// becomes empty once it has been read from its start three times.
+/// becomes empty once it has been read from its start four times.
 extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offset) __asm__("pread64");
 extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offset) {
     constexpr off64_t kReadable = 100;
@@ -1082,7 +1082,7 @@ extern "C" ssize_t ReadOrFail(int file, void* bytes, size_t count, off64_t offse
         count = static_cast<size_t>(kReadable - offset);
     }
     static int begun = 0;
-    if (path.ends_with("/emptied") && (begun += offset == 0 ? 1 : 0) > 3) {
+    if (path.ends_with("/emptied") && (begun += offset == 0 ? 1 : 0) > 4) {
         return 0;
     }
     using Function = ssize_t (*)(int, void*, size_t, off64_t);

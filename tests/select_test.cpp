@@ -255,7 +255,7 @@ TEST_F(Select, WhatIsMisspeltIsToldInOneLineWithWhatWasMeant) {
     for (const auto& [arguments, meant] : {std::pair(List{"sumary", "."}, "did you mean summary?"),
                                            {List{"show", ".", "--sinse", "boot"}, "--since?"},
                                            {List{"log", "device.log", "--format", "jsno"}, "--format"},
-                                           {List{"show", ".", "device.log"}, "too many"},
+                                           {List{"diff", ".", ".", "device.log"}, "too many"},
                                            {List{"show"}, "FOLDER is required"},
                                            {List{}, "subcommand"}}) {
         const Result result = Post(arguments);

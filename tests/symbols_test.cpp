@@ -166,6 +166,13 @@ TEST_F(Symbols, AStrippedProgramIsReadByWhatWasKept) {
     };
     manifest(id.substr(0, id.find('\n')), process);
     EXPECT_EQ(Calls(Crash(file).Parsed()["symbols"]), all);
+    // In an archive as well, beside a trace that is compressed itself.
+    Do("mkdir unit && gzip -c " + file + " >unit/" + file + ".gz && cp manifest.json unit");
+    Do("tar -czf unit.tar.gz unit");
+    EXPECT_EQ(Calls(Crash("unit.tar.gz").Parsed()["symbols"]), all);
+    EXPECT_EQ(Post({"report", "unit.tar.gz", "-o", "report.html", "--symbols", "symbols"}).code, 0);
+    EXPECT_NE(PageData()["crashes"][0]["stacks"][0]["resolved"].dump().find(LineOf("main library")),
+              std::string::npos);
     manifest(id.substr(0, id.find('\n')), "1");
     EXPECT_EQ(Calls(Crash(file).Parsed()["symbols"]), all.substr(0, all.find("main")));
     // It says that this is another build.
@@ -217,6 +224,8 @@ TEST_F(Symbols, AnotherBuildGivesNoWrongLines) {
     Do(OBJCOPY " --strip-all " HOSTS "/symbols_host symbols_host");
     result = Crash(file);
     EXPECT_TRUE(result.Finds("symbols-other-build")) << result.output;
+    Do("tar -cf unit.tar " + file + " symbols_host");
+    EXPECT_TRUE(Crash("unit.tar").Finds("symbols-other-build"));
     fs::create_directory("right");
     Do("cp " HOSTS "/symbols_host right");
     result = Post({"crash", file, "--symbols", "symbols", "--symbols", "right", "--json"});
@@ -247,12 +256,15 @@ TEST_F(Symbols, AnotherBuildGivesNoWrongLines) {
 }
 
 TEST_F(Symbols, FoldersComeFromTheEnvironmentTooAndThePageShowsThem) {
-    const std::string file = Die("first");
+    const std::string name = Die("first");
+    // Other folders here would be other devices.
+    const std::string file = "unit/" + name;
+    fs::create_directory("unit");
+    fs::rename(name, file);
     Keep();
     setenv("NIMA_SYMBOLS", "/nowhere:symbols", 1); // NOLINT
     const Result text = Post({"crash", file});
-    const Result report = Post({"report", ".", "-o", "page/report.html", "--json"});
-    EXPECT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
+    EXPECT_EQ(Post({"report", "unit", "-o", "report.html"}).code, 0);
     unsetenv("NIMA_SYMBOLS"); // NOLINT
     EXPECT_NE(text.output.find("AtTheFirstInstruction() at "), std::string::npos) << text.output;
     EXPECT_NE(text.output.find(LineOf("first")), std::string::npos);

@@ -5,12 +5,14 @@
 #include "tools/commands/Commands.h"
 #include "tools/commands/Nearest.h"
 #include "tools/commands/Terminal.h"
-#include "tools/commands/View.h"
+#include "tools/input/StandardInput.h"
 
 #include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include <sys/resource.h>
@@ -95,12 +97,15 @@ std::string Misspelt(const CLI::App& app) {
            (nearest.empty() ? "; --help lists them" : "; did you mean " + nearest + "?");
 }
 
-/// A folder in a command's place asks for its summary.
+/// A folder, an archive or standard input in a command's place asks for its summary.
 std::vector<std::string> WordsOf(const CLI::App& app, int argc, const char* const* argv) {
     std::vector<std::string> words(argv + 1, argv + argc);
     const auto names = CommandNames(app);
-    if (!words.empty() && !words.front().starts_with('-') &&
-        std::find(names.begin(), names.end(), words.front()) == names.end() && IsFolder(words.front())) {
+    const std::string first = words.empty() ? std::string() : words.front();
+    std::error_code error;
+    if (first == kStandardInput ||
+        (!first.starts_with('-') && std::find(names.begin(), names.end(), first) == names.end() &&
+         std::filesystem::exists(first, error))) {
         words.insert(words.begin(), "summary");
     }
     // As the parser takes them.

@@ -2,7 +2,7 @@
 # Sourced. Seeds for the fuzz targets and a run of them, and a run of the simulator of devices.
 
 fuzz_targets=(systrace ring_segment ring_text text_log queue_file crash_log stack_trace names log_line notification
-    live_segments event_record control)
+    live_segments event_record archive manifest control)
 
 # make_seeds HOST CORPUS: what the example device leaves when it dies, cut short, in addition to the seeds in the tree.
 make_seeds() {
@@ -46,6 +46,11 @@ make_seeds() {
     head -c 3000 "$run/crash.txt" >"$corpus/crash_log/crash-of-device.txt"
     cp "$run/event-record.bin" "$corpus/event_record/event-record.bin"
     head -c 1000 "$run"/stacktrace*-1.txt >"$corpus/stack_trace/stacktrace.txt"
+    # The same few lines in every form.
+    head -c 600 "$run/device.log" >"$run/small.log"
+    (cd "$run" && tar -cf small.tar small.log && tar -czf small.tar.gz small.log small.tar &&
+        cmake -E tar cf small.zip --format=zip small.log && gzip -k small.log && xz -k small.log)
+    cp "$run"/small.* "$corpus/archive"
     rm -rf "$run"
 }
 

@@ -1,6 +1,7 @@
 #include "tests/simulator/Checker.h"
 
 #include "tests/simulator/Claims.h"
+#include "tools/input/EvidenceReader.h"
 #include "tools/log/LogSet.h"
 #include "tools/names/Names.h"
 #include "tools/rings/RingSource.h"
@@ -79,7 +80,9 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
     const NimaPost::Names names;
     NimaPost::Story story(names);
     std::string problem;
-    if (!story.Read(folder, problem)) {
+    NimaPost::Evidence evidence = NimaPost::ReadEvidence({folder}, NimaPost::InputLimits());
+    NimaPost::Device none;
+    if (!story.Read(evidence.devices.empty() ? none : evidence.devices.front(), folder, problem)) {
         verdict.Add(Fault::kUnreadable, problem);
         return;
     }
@@ -117,7 +120,9 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
 void CheckLog(const std::string& folder, const std::string& name, const Truth& truth, const Whole& whole,
               Strictness strictness, Verdict& verdict) {
     NimaPost::LogSet logs;
-    logs.Add(folder + "/" + name, true);
+    NimaPost::Evidence evidence =
+        NimaPost::ReadEvidence({folder + "/" + name}, NimaPost::InputLimits(), true);
+    logs.Add(evidence.devices.at(0));
     AddDamage(logs.Unusable(), truth, strictness, verdict);
     logs.Arrange();
     Claims claims(truth, whole, strictness, Scope::kLog, verdict);

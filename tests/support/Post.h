@@ -38,9 +38,9 @@ struct Result {
     }
 };
 
-/// Calls a whole program in a child process.
+/// Calls a whole program in a child process, with a file as its standard input.
 inline Result Call(const char* name, int (*program)(int, const char* const*),
-                   const std::vector<std::string>& arguments) {
+                   const std::vector<std::string>& arguments, const char* input = "/dev/null") {
     Result result;
     // Not in the working directory, whose files are examined.
     const std::string errors =
@@ -53,7 +53,7 @@ inline Result Call(const char* name, int (*program)(int, const char* const*),
             }
             // No terminal that could be asked.
             if (std::freopen(errors.c_str(), "w", stderr) == nullptr ||
-                std::freopen("/dev/null", "r", stdin) == nullptr) {
+                std::freopen(input, "r", stdin) == nullptr) {
                 std::exit(99);
             }
             const int code = program(static_cast<int>(words.size()), words.data());
@@ -68,6 +68,10 @@ inline Result Call(const char* name, int (*program)(int, const char* const*),
 
 inline Result Post(const std::vector<std::string>& arguments) {
     return Call("nima-post", NimaPost::RunProgram, arguments);
+}
+
+inline Result PostFrom(const std::string& input, const std::vector<std::string>& arguments) {
+    return Call("nima-post", NimaPost::RunProgram, arguments, input.c_str());
 }
 
 /// The data of a page that `report` has written.

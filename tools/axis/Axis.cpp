@@ -3,6 +3,7 @@
 #include "tools/base/CounterClock.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace NimaPost {
 
@@ -25,6 +26,18 @@ Tie Axis::TieOf(std::int64_t counter, const RawDate& date) const {
         }
     }
     return tie;
+}
+
+void Axis::SetCollection(Collection collection) {
+    collection_ = std::move(collection);
+    newest_ = Tie{collection_->moment.counter, collection_->moment.local, TieKind::kCollected};
+    hasWall_ = true;
+}
+
+std::optional<Tie> Axis::TieOfFile(std::size_t file) const {
+    const bool mapped = collection_ && collection_->mapped.contains(file);
+    return mapped ? Tie{collection_->moment.counter, collection_->moment.local, TieKind::kCollected}
+                  : newest_;
 }
 
 std::optional<std::int64_t> Axis::CallOf(std::uint32_t eventType, std::uint32_t eventId) const {

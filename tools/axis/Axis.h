@@ -3,9 +3,13 @@
 #include "tools/axis/Processes.h"
 #include "tools/base/Findings.h"
 #include "tools/base/WallClock.h"
+#include "tools/manifest/Manifest.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <set>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -13,9 +17,10 @@ namespace NimaPost {
 
 /// What a tie rests on.
 enum class TieKind : unsigned char {
-    kStart, ///< nothing dated: the axis begins there
-    kLine,  ///< the last dated line of the logs, after which a killed process may have gone on
-    kHead   ///< the head of a dump or crash log
+    kStart,    ///< nothing dated: the axis begins there
+    kLine,     ///< the last dated line of the logs, after which a killed process may have gone on
+    kHead,     ///< the head of a dump or crash log
+    kCollected ///< the moment at which the files were collected
 };
 
 /// A counter and the moment at which it was read.
@@ -25,6 +30,13 @@ struct Tie {
     TieKind kind = TieKind::kStart;
     /// By how much the moment may be later, since its date is cut.
     std::int64_t later = 0;
+};
+
+/// What a manifest tells of the files.
+struct Collection {
+    CollectedMoment moment;
+    std::int64_t utcOffset = 0;   ///< of local time, in nanoseconds
+    std::set<std::size_t> mapped; ///< the files that a process had mapped at that moment
 };
 
 /// The library's call of a host's callback, as its ring shows it.
@@ -49,6 +61,11 @@ class Axis {
     /// What sources without a date are tied to: the newest moment that is known.
     void SetNewest(Tie tie) { newest_ = tie; }
     const std::optional<Tie>& Newest() const { return newest_; }
+    /// What a file without a date is tied to.
+    std::optional<Tie> TieOfFile(std::size_t file) const;
+
+    void SetCollection(Collection collection);
+    const std::optional<Collection>& Collected() const { return collection_; }
 
     /// The moment of a counter with a date: on the logs' clock if the second fits, otherwise the date's
     /// earliest.
@@ -62,6 +79,10 @@ class Axis {
     Processes& AllProcesses() { return processes_; }
     const Processes& AllProcesses() const { return processes_; }
 
+    /// Notes that the manifest and the files contradict each other.
+    void Contradict(std::string what) { contradictions_.push_back(std::move(what)); }
+    const std::vector<std::string>& Contradictions() const { return contradictions_; }
+
     /// How times were recovered and tied together.
     const std::vector<Finding>& Statement() const { return statement_; }
     void State(Finding finding) { statement_.push_back(std::move(finding)); }
@@ -70,9 +91,11 @@ class Axis {
     bool hasWall_ = false;
     std::optional<Tie> logClock_;
     std::optional<Tie> newest_;
+    std::optional<Collection> collection_;
     std::vector<CallbackMark> callbacks_;
     Processes processes_;
     std::vector<Finding> statement_;
+    std::vector<std::string> contradictions_;
 };
 
 } // namespace NimaPost

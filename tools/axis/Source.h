@@ -24,6 +24,7 @@ struct SourceRow;
 /// A file of the folder.
 struct FolderFile {
     std::string name;
+    std::string plainName; ///< without the ending of a compressed file; numbers of backups stand in it
     std::size_t index = 0;
     std::uint64_t bytes = 0;
     FileIdentity identity;
@@ -155,6 +156,7 @@ struct SourceRow {
     /// By what the file begins with and its size.
     bool (*recognise)(std::string_view front, std::uint64_t size);
     Source& (*source)(SourceSet& set);
+    bool isEvidence = true; ///< whether a folder with nothing else tells anything
 };
 
 /// For the table's last column: where others ask for the source by its class.

@@ -43,6 +43,13 @@ struct Findings {
     }
 };
 
+/// All of both, in this order.
+inline Findings Joined(Findings first, const Findings& second) {
+    first.damage.insert(first.damage.end(), second.damage.begin(), second.damage.end());
+    first.remarks.insert(first.remarks.end(), second.remarks.begin(), second.remarks.end());
+    return first;
+}
+
 /// The exit status of a command.
 enum ExitCode { kExitFine = 0, kExitDamaged = 1, kExitUnusable = 2 };
 

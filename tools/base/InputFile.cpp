@@ -72,6 +72,9 @@ std::size_t InputFile::ReadAt(std::uint64_t offset, std::span<char> bytes) const
         const std::uint64_t rest = offset < size_ ? size_ - offset : 0;
         bytes = bytes.first(static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), rest)));
     }
+    if (bytes.empty()) {
+        return 0;
+    }
     if (bytes_.file == nullptr) {
         return ReadMemory(offset, bytes);
     }
@@ -110,14 +113,20 @@ std::string InputFile::ReadProblem() const {
                             : std::string();
 }
 
+std::string InputFile::LimitProblem() const {
+    return cutLine_ ? "A line of more than " + std::to_string(mostLineBytes_) +
+                          " bytes is cut (--max-line allows more)."
+                    : std::string();
+}
+
 void InputFile::ReportReadProblem(Findings& findings) const {
     const std::string problem = ReadProblem();
     if (!problem.empty() && !findings.Holds("cannot-read")) {
         findings.Damage("cannot-read", "Not all of it could be read: " + problem + ".");
     }
-    if (cutLine_ && !findings.Holds("archive-limit")) {
-        findings.Damage("archive-limit", "A line of more than " + std::to_string(mostLineBytes_) +
-                                             " bytes is cut there (--max-line allows more).");
+    const std::string limit = LimitProblem();
+    if (!limit.empty() && !findings.Holds("archive-limit")) {
+        findings.Damage("archive-limit", limit);
     }
 }
 

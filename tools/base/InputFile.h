@@ -57,7 +57,9 @@ class InputFile {
     /// Why reading failed at some point, "Input/output error" for example; empty if it never did. The end of
     /// the file is no failure, unless it comes before `Size`: the file was then cut while it was read.
     std::string ReadProblem() const;
-    /// Adds that to the findings, if there is anything to add.
+    /// Says that a line was cut since it was too long; empty if none was.
+    std::string LimitProblem() const;
+    /// Adds both to the findings, if there is anything to add.
     void ReportReadProblem(Findings& findings) const;
 
     const std::string& Path() const { return path_; }
@@ -72,7 +74,7 @@ class InputFile {
     /// A line of it that has more bytes is cut.
     std::uint64_t MostLineBytes() const { return mostLineBytes_; }
     void SetMostLineBytes(std::uint64_t bytes) { mostLineBytes_ = bytes; }
-    /// Notes that a line was cut there, for `ReportReadProblem`.
+    /// Notes that a line was cut there.
     void NoteCutLine() const { cutLine_ = true; }
 
   private:

@@ -67,6 +67,9 @@ class WallOffset {
     /// what they agree on.
     void Unite(WallOffset& other, std::int64_t shift);
 
+    /// Takes what is known of the offset otherwise.
+    void Pin(std::int64_t offset) { candidates_ = {offset}; }
+
     /// The earliest offset that agrees with all dates.
     std::int64_t Earliest() const { return candidates_.front(); }
     /// By how much wall-clock time may be later than the earliest offset says.

@@ -23,7 +23,8 @@ struct Context {
     bool json = false;           ///< in either of its forms
     std::string colour = "auto"; ///< or "always" or "never"
     Paint paint;
-    bool paged = false; ///< long output is shown page by page on a terminal
+    bool headed = false; ///< the one heading of a table has been printed
+    bool paged = false;  ///< long output is shown page by page on a terminal
     std::string namesFile;
     Names names;
     Output out{stdout};

@@ -1,6 +1,7 @@
 #include "tools/base/InputFile.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/commands/Symbols.h"
 #include "tools/crash/CrashLog.h"
 #include "tools/crash/CrashSummary.h"
@@ -110,14 +111,21 @@ void PrintStack(Output& out, const StackTrace& stack, const Resolution* resoluti
     }
 }
 
-int RunStack(Context& context, const InputFile& file, std::string_view text, const SymbolOptions& symbols) {
-    Findings findings;
+/// What is beside the file counts, wherever the file is.
+KnownModules KnownBeside(const InputFile& file, Device& device) {
+    if (!IsNamed(device)) {
+        return KnownIn(device);
+    }
+    const std::filesystem::path path(file.Path());
+    return KnownIn(path.has_parent_path() ? path.parent_path().string() : ".");
+}
+
+int ShowStack(Context& context, const InputFile& file, Device& device, std::string_view text,
+              const SymbolOptions& symbols, Findings& findings) {
     const StackTrace stack = ReadStackTrace(text, findings);
     file.ReportReadProblem(findings);
-    const std::filesystem::path path(file.Path());
-    const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
-    const auto resolved =
-        ResolveStacks(symbols, [&] { return KnownIn(folder); }, {{&stack, path.filename().string()}});
+    const std::string name = std::filesystem::path(file.PlainPath()).filename().string();
+    const auto resolved = ResolveStacks(symbols, [&] { return KnownBeside(file, device); }, {{&stack, name}});
     const Resolution* const resolution = resolved ? &resolved->resolutions.front() : nullptr;
     if (resolved) {
         resolved->AddTo(findings);
@@ -137,24 +145,19 @@ int RunStack(Context& context, const InputFile& file, std::string_view text, con
     return ExitCodeOf(findings);
 }
 
-int RunCrash(Context& context, const std::string& path, const SymbolOptions& symbols) {
-    std::string problem;
-    const auto file = InputFile::Open(path, problem);
-    if (!file) {
-        return ReportUnopened(context, problem);
-    }
-    const std::string text = file->ReadAll(kMostTextBytes);
+int ShowCrash(Context& context, const InputFile& file, Device& device, const SymbolOptions& symbols,
+              Findings& findings) {
+    const std::string text = file.ReadAll(kMostTextBytes);
     if (LooksLikeStackTrace(text)) {
-        return RunStack(context, *file, text, symbols);
+        return ShowStack(context, file, device, text, symbols, findings);
     }
-    Findings findings;
     const auto log = ReadCrashLog(text, findings);
     if (!log) {
-        return ReportUnusable(context, *file, findings);
+        return ReportUnusable(context, file, findings);
     }
-    file->ReportReadProblem(findings);
+    file.ReportReadProblem(findings);
     if (context.json) {
-        PrintObject(context, CrashJson(path, *log, findings));
+        PrintObject(context, CrashJson(file.Path(), *log, findings));
     } else {
         PrintCrash(context.out, *log);
         PrintFindings(context, findings);
@@ -162,18 +165,30 @@ int RunCrash(Context& context, const std::string& path, const SymbolOptions& sym
     return ExitCodeOf(findings);
 }
 
+struct Options {
+    InputOptions input;
+    SymbolOptions symbols;
+};
+
+int RunCrash(Context& context, const Options& options) {
+    const auto isCrash = [](std::string_view front, std::uint64_t /*size*/) {
+        return LooksLikeCrashLog(front) || LooksLikeStackTrace(front);
+    };
+    return RunOnFiles(context, options.input, {"crash log or stack trace", isCrash},
+                      [&](const InputFile& file, Device& device, Findings& findings) {
+                          return ShowCrash(context, file, device, options.symbols, findings);
+                      });
+}
+
 } // namespace
 
 void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
-    auto path = std::make_shared<std::string>();
-    auto symbols = std::make_shared<SymbolOptions>();
+    auto options = std::make_shared<Options>();
     CLI::App* command =
         AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
-    command->add_option("FILE", *path, "The crash log, or a stack-trace file")->required();
-    AddSymbols(*command, *symbols);
-    command->callback([&run, path, symbols] {
-        run = [path, symbols](Context& c) { return RunCrash(c, *path, *symbols); };
-    });
+    AddInputOptions(*command, options->input, "FILE", "The crash log, or a stack-trace file");
+    AddSymbols(*command, options->symbols);
+    command->callback([&run, options] { run = [options](Context& c) { return RunCrash(c, *options); }; });
 }
 
 } // namespace NimaPost

@@ -1,7 +1,9 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/compare/Difference.h"
+#include "tools/input/StandardInput.h"
 #include "tools/story/Story.h"
 
 #include <algorithm>
@@ -24,9 +26,16 @@ constexpr std::uint64_t kMostWithin = 1'000'000'000;
 
 struct Options {
     std::array<std::string, 2> folders;
+    std::vector<std::string> devices;
     std::vector<std::size_t> crashes;
     std::uint64_t within = kDefaultWithin;
     bool all = false;
+    InputLimits limits;
+
+    /// Of several devices in a folder the one that is asked for; none where that is open.
+    std::vector<std::string> DeviceIn(std::size_t folder) const {
+        return devices.empty() ? devices : std::vector{devices[std::min(folder, devices.size() - 1)]};
+    }
 
     /// The crash that is asked for in a folder; empty for everything.
     std::optional<std::size_t> CrashIn(std::size_t folder) const {
@@ -37,12 +46,14 @@ struct Options {
 /// One of the two that are compared.
 struct Side {
     std::string folder;
-    std::string crash; ///< its title; empty where everything is compared
+    std::string device; ///< empty where none was asked for
+    std::string crash;  ///< its title; empty where everything is compared
     Profile profile;
     Findings findings;
 
     std::string Name() const {
-        return Printable(folder) + (crash.empty() ? "" : " (" + Printable(crash) + ")");
+        return Printable(folder) + (device.empty() ? "" : ", " + Printable(device)) +
+               (crash.empty() ? "" : " (" + Printable(crash) + ")");
     }
 };
 
@@ -70,7 +81,20 @@ bool ReadSide(const Context& context, const Options& options, std::size_t number
               std::string& problem) {
     side.folder = options.folders[number];
     Story story(context.names);
-    const bool read = story.Read(side.folder, problem);
+    Evidence evidence;
+    const bool found =
+        FindDevices({{side.folder}, options.DeviceIn(number), options.limits}, false, evidence, problem);
+    side.findings = std::move(evidence.findings);
+    if (!found) {
+        return false;
+    }
+    if (evidence.devices.size() > 1) {
+        problem = side.folder + ": " + std::to_string(evidence.devices.size()) +
+                  " devices in it; --device names the one to compare: " + NamesOf(evidence.devices);
+        return false;
+    }
+    const bool read = story.Read(evidence.devices.front(), side.folder, problem);
+    side.device = options.devices.empty() ? "" : evidence.devices.front().name;
     side.findings.Append(side.folder, story.AllDamage());
     const auto crash = options.CrashIn(number);
     if (!read || (crash && !FindCrash(story, *crash, options, side, problem))) {
@@ -95,12 +119,16 @@ std::string Head(const Side& side) {
 
 Json SideJson(const Side& side) {
     return {{"folder", ToUtf8(side.folder)},
+            {"device", side.device.empty() ? Json() : Json(ToUtf8(side.device))},
             {"crash", side.crash.empty() ? Json() : Json(ToUtf8(side.crash))},
             {"records", side.profile.Records()},
             {"seconds", side.profile.Seconds()}};
 }
 
 int RunDiff(Context& context, const Options& options) {
+    if (options.folders[0] == kStandardInput && options.folders[1] == kStandardInput) {
+        return ReportUnusable(context, "standard input can be only one of the two");
+    }
     Side first;
     Side second;
     std::string problem;
@@ -140,11 +168,20 @@ void AddDiffCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command =
         AddCommand(app, context, "diff",
                    "Tracers, events and messages that only one of two folders has, and other rates");
-    command->add_option("FIRST", options->folders[0], "The folder of a device")->required();
+    command
+        ->add_option("FIRST", options->folders[0],
+                     "The folder of a device; or a file, an archive, or - for standard input")
+        ->required();
     command
         ->add_option("SECOND", options->folders[1],
                      "The folder to compare it with; the same for two crashes of it")
         ->required();
+    command
+        ->add_option("--device", options->devices,
+                     "Of several devices this one; given twice, the second is that of the second folder")
+        ->type_name("NAME")
+        ->allow_extra_args(false)
+        ->expected(1, 2);
     command
         ->add_option("--crash", options->crashes,
                      "Only what came before crash N; given twice, the second is that of the second folder")
@@ -156,6 +193,7 @@ void AddDiffCommand(CLI::App& app, Context& context, Run& run) {
         ->check(CLI::Range(std::uint64_t{1}, kMostWithin))
         ->capture_default_str();
     command->add_flag("--all", options->all, "All lines, not only the first 20 of each kind");
+    AddLimits(*command, options->limits);
     command->callback([&run, options] { run = [options](Context& c) { return RunDiff(c, *options); }; });
 }
 

@@ -1,6 +1,7 @@
 #include "tools/base/InputFile.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/event/EventRecord.h"
 
 #include <memory>
@@ -22,20 +23,14 @@ Json RecordJson(const std::string& path, const EventRecord& record, const Findin
             {"pairs", pairs},       {"findings", FindingsJson(findings)}};
 }
 
-int RunEvent(Context& context, const std::string& path) {
-    std::string problem;
-    const auto file = InputFile::Open(path, problem);
-    if (!file) {
-        return ReportUnopened(context, problem);
-    }
-    Findings findings;
-    const auto record = ReadEventRecord(file->ReadAll(kMostTextBytes), findings);
+int ShowEvent(Context& context, const InputFile& file, Findings& findings) {
+    const auto record = ReadEventRecord(file.ReadAll(kMostTextBytes), findings);
     if (!record) {
-        return ReportUnusable(context, *file, findings);
+        return ReportUnusable(context, file, findings);
     }
-    file->ReportReadProblem(findings);
+    file.ReportReadProblem(findings);
     if (context.json) {
-        PrintObject(context, RecordJson(path, *record, findings));
+        PrintObject(context, RecordJson(file.Path(), *record, findings));
     } else {
         std::string line = "Event of " + Printable(record->source) + ", ";
         AppendEventRecord(line, *record);
@@ -45,13 +40,23 @@ int RunEvent(Context& context, const std::string& path) {
     return ExitCodeOf(findings);
 }
 
+int RunEvent(Context& context, const InputOptions& options) {
+    const auto isRecord = [](std::string_view front, std::uint64_t /*size*/) {
+        return LooksLikeEventRecord(front);
+    };
+    return RunOnFiles(context, options, {"event record", isRecord},
+                      [&](const InputFile& file, Device& /*device*/, Findings& findings) {
+                          return ShowEvent(context, file, findings);
+                      });
+}
+
 } // namespace
 
 void AddEventCommand(CLI::App& app, Context& context, Run& run) {
-    auto path = std::make_shared<std::string>();
+    auto options = std::make_shared<InputOptions>();
     CLI::App* command = AddCommand(app, context, "event", "A flat event record");
-    command->add_option("FILE", *path, "The record that the host's callback received")->required();
-    command->callback([&run, path] { run = [path](Context& c) { return RunEvent(c, *path); }; });
+    AddInputOptions(*command, *options, "FILE", "The record that the host's callback received");
+    command->callback([&run, options] { run = [options](Context& c) { return RunEvent(c, *options); }; });
 }
 
 } // namespace NimaPost

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace NimaPost {
 
@@ -84,7 +85,7 @@ EventPrinter::EventPrinter(Context& context, std::vector<std::string> files, boo
 }
 
 void EventPrinter::Begin() {
-    if (context_.format == Format::kCsv) {
+    if (context_.format == Format::kCsv && !std::exchange(context_.headed, true)) {
         context_.out.Line("time,certainty,kind,file,boot,process,thread,level,name,text");
     }
 }

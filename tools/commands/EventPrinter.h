@@ -24,7 +24,7 @@ class EventPrinter {
     /// `files`: by the numbers that events have.
     EventPrinter(Context& context, std::vector<std::string> files, bool hasWall);
 
-    /// The heading of a table, if the format has one.
+    /// The heading of a table, if the format has one. Several devices share it.
     void Begin();
     /// In JSON an element of the document's array; each a line of its own without a document.
     void Print(const TimelineEvent& event, JsonDocument* document);

@@ -13,15 +13,36 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
                            const std::string& description, const std::string& fileUse,
                            FolderOptions& options) {
     CLI::App* command = AddCommand(app, context, name, description);
-    command->add_option("FOLDER", options.folder, "The folder that came back from the device")->required();
+    AddInputOptions(*command, options.input, "FOLDER", "The folder that came back from the device");
     command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
     AddSelection(*command, options.selection, TakesLast::kNo);
     return command;
 }
 
-int RunOnFolder(
-    Context& context, const FolderOptions& options,
-    const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write) {
+namespace {
+
+using Write = std::function<FolderResult(const Story& story, Selection& selection, Output& out)>;
+
+/// "report-unit-1.html" for "report.html" and the device "unit-1".
+std::string OutputOf(const std::string& output, const DeviceInput& input) {
+    if (input.one) {
+        return output;
+    }
+    std::string name;
+    for (const char each : input.where) {
+        const bool plain = (each >= 'a' && each <= 'z') || (each >= 'A' && each <= 'Z') ||
+                           (each >= '0' && each <= '9') || each == '.' || each == '_' || each == '-';
+        name += plain ? each : '-';
+    }
+    const std::size_t slash = output.rfind('/');
+    const std::size_t point = output.rfind('.');
+    const bool hasEnding = point != std::string::npos && (slash == std::string::npos || point > slash + 1);
+    const std::size_t at = hasEnding ? point : output.size();
+    return output.substr(0, at) + "-" + name + output.substr(at);
+}
+
+int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInput& input,
+                const Findings& inherited, const Write& write) {
     Story story(context.names);
     Selection selection;
     std::string problem;
@@ -29,37 +50,51 @@ int RunOnFolder(
     if (!selection.Prepare(options.selection, problem)) {
         return ReportUnusable(context, problem);
     }
-    if (!ReadStory(context, story, options.folder)) {
+    if (!ReadStory(context, story, input, inherited)) {
         return kExitUnusable;
     }
+    std::vector<FileIdentity> inputs = story.Inputs();
+    inputs.insert(inputs.end(), input.inputs.begin(), input.inputs.end());
+    const std::string output = OutputOf(options.output, input);
     if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem) ||
-        !file.Create(options.output, story.Inputs(), problem)) {
+        !file.Create(output, inputs, problem)) {
         return ReportUnusable(context, problem);
     }
     const FolderResult result = write(story, selection, file.Out());
     if (!file.Finish(problem)) {
         return ReportUnusable(context, problem);
     }
-    Findings findings = result.findings;
-    const Findings damage = story.AllDamage();
-    findings.damage.insert(findings.damage.begin(), damage.damage.begin(), damage.damage.end());
+    Findings findings = Joined(Joined(inherited, story.AllDamage()), result.findings);
     for (Finding& remark : selection.Remarks()) {
         findings.remarks.push_back(std::move(remark));
     }
     if (context.json) {
-        Json json{{"output", ToUtf8(options.output)}};
+        Json json{{"output", ToUtf8(output)}};
+        if (!input.one) {
+            json["device"] = ToUtf8(input.where);
+        }
         json.update(result.members);
         json["crashes"] = CrashesJson(story);
         json["findings"] = FindingsJson(findings);
         PrintObject(context, json);
     } else {
-        context.out.Line(result.sentence + Printable(options.output));
+        context.out.Line(result.sentence + Printable(output));
         for (const std::string& line : CrashLines(story)) {
             context.out.Line("  " + line);
         }
         PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);
+}
+
+} // namespace
+
+int RunOnFolder(
+    Context& context, const FolderOptions& options,
+    const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write) {
+    return RunOnDevices(context, options.input, false, [&](const DeviceInput& input, Findings& findings) {
+        return RunOnDevice(context, options, input, findings, write);
+    });
 }
 
 } // namespace NimaPost

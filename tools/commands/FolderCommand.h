@@ -2,6 +2,7 @@
 
 #include "tools/base/Output.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/story/Selection.h"
 #include "tools/story/Story.h"
 
@@ -10,9 +11,9 @@
 
 namespace NimaPost {
 
-/// Commands that turn everything in a folder into one file.
+/// Commands that turn everything of a device into one file.
 struct FolderOptions {
-    std::string folder;
+    InputOptions input;
     std::string output;
     SelectionOptions selection;
 };
@@ -29,7 +30,8 @@ struct FolderResult {
     Findings findings;    ///< besides the folder's own
 };
 
-/// Reads the folder and lets `write` produce the file, which appears under its name once it is complete.
+/// Reads the device and lets `write` produce the file, which appears under its name once it is complete. With
+/// several devices, each has a file of its own, whose name has the device's in it.
 int RunOnFolder(
     Context& context, const FolderOptions& options,
     const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write);

@@ -5,10 +5,12 @@
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/EventPrinter.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/commands/LinePrinter.h"
 #include "tools/commands/LogFollow.h"
 #include "tools/commands/SelectionTable.h"
 #include "tools/commands/View.h"
+#include "tools/input/StandardInput.h"
 #include "tools/log/LogEvents.h"
 #include "tools/log/LogFilter.h"
 #include "tools/log/LogSet.h"
@@ -23,7 +25,7 @@ namespace NimaPost {
 namespace {
 
 struct Options {
-    std::vector<std::string> files;
+    InputOptions input;
     std::vector<std::string> levels;
     std::vector<std::string> tracers;
     std::vector<std::string> threads;
@@ -96,7 +98,7 @@ Json ProcessesJson(const LogSet& logs) {
         }
         processes.push_back({{"process", processes.size() + 1},
                              {"boot", process.KnownBoot() ? Json(*process.KnownBoot()) : Json()},
-                             {"evidence", CodeOf(process.evidence)},
+                             {"evidence", EvidenceCodeOf(process)},
                              {"first", process.IsDated() ? Json(WallTimeIso(process.First())) : Json()},
                              {"last", process.IsDated() ? Json(WallTimeIso(process.Last())) : Json()},
                              {"threads", std::move(threads)}});
@@ -232,15 +234,16 @@ std::string NothingToRead(const LogSet& logs) {
 }
 
 /// The text logs of a folder, as `show` tells them.
-int RunLogView(Context& context, const std::string& folder, const LogFilter& filter, Selection& selection) {
-    return RunView(context, folder, selection, [&](const TimelineEvent& event) {
+int RunLogView(Context& context, const DeviceInput& input, const Findings& findings, const LogFilter& filter,
+               Selection& selection) {
+    return RunView(context, input, findings, selection, [&](const TimelineEvent& event) {
         return event.kind == EventKind::kText &&
                filter.AdmitsHeader(event.level, event.name, event.thread.value_or(0));
     });
 }
 
-int PrintLogs(Context& context, Wanted wanted) {
-    const Findings findings = Summary(wanted.logs);
+int PrintLogs(Context& context, Wanted wanted, const Findings& inherited) {
+    const Findings findings = Joined(inherited, Summary(wanted.logs));
     if (context.format == Format::kJson) {
         PrintJson(context, wanted, findings);
         return std::max(ExitCodeOf(findings), ExitCodeOf(LateFindings(wanted, findings)));
@@ -256,30 +259,13 @@ int PrintLogs(Context& context, Wanted wanted) {
     return std::max(ExitCodeOf(findings), ExitCodeOf(late));
 }
 
-int RunLog(Context& context, const Options& options) {
-    LogFilter filter;
-    Selection selection;
-    std::string problem;
-    if (!MakeFilter(options, filter, problem) || !selection.Prepare(options.selection, problem)) {
-        return ReportUnusable(context, problem);
-    }
-    if (!options.text.empty()) {
-        selection.Texts().Want(Pattern::Literal(options.text, options.selection.ignoreCase));
-    }
-    filter.SetTexts(selection.Texts());
-    if (options.follow) {
-        return options.files.size() == 1 ? FollowLog(context, options.files.front(), filter)
-                                         : ReportUnusable(context, "--follow takes one file");
-    }
-    if (options.files.size() == 1 && IsFolder(options.files.front())) {
-        return RunLogView(context, options.files.front(), filter, selection);
-    }
+/// Logs that were named.
+int ShowLogs(Context& context, const DeviceInput& input, const Findings& findings, LogFilter& filter,
+             Selection& selection) {
     LogSet logs;
-    for (const std::string& path : options.files) {
-        logs.Add(path, !options.alone);
-    }
+    logs.Add(input.device);
     if (logs.Sources().empty()) {
-        return ReportUnusable(context, NothingToRead(logs), logs.Unusable());
+        return ReportUnusable(context, NothingToRead(logs), Joined(findings, logs.Unusable()));
     }
     logs.Arrange();
     Processes processes;
@@ -287,10 +273,48 @@ int RunLog(Context& context, const Options& options) {
         processes.Add(FactsOf(process));
     }
     const Landmarks landmarks = LandmarksOf(logs, processes, selection.NeedsEnds());
+    std::string problem;
     if (!selection.Settle(processes, landmarks, problem)) {
         return ReportUnusable(context, problem);
     }
-    return PrintLogs(context, {logs, filter, selection, landmarks.hasWall});
+    return PrintLogs(context, {logs, filter, selection, landmarks.hasWall}, findings);
+}
+
+/// Both remember what they have judged, so each device has its own.
+bool Prepare(const Options& options, LogFilter& filter, Selection& selection, std::string& problem) {
+    if (!MakeFilter(options, filter, problem) || !selection.Prepare(options.selection, problem)) {
+        return false;
+    }
+    if (!options.text.empty()) {
+        selection.Texts().Want(Pattern::Literal(options.text, options.selection.ignoreCase));
+    }
+    filter.SetTexts(selection.Texts());
+    return true;
+}
+
+int RunLog(Context& context, const Options& options) {
+    std::string problem;
+    if (options.follow) {
+        LogFilter filter;
+        Selection selection;
+        const std::vector<std::string>& paths = options.input.paths;
+        if (!Prepare(options, filter, selection, problem)) {
+            return ReportUnusable(context, problem);
+        }
+        return paths.size() == 1 && paths.front() != kStandardInput
+                   ? FollowLog(context, paths.front(), filter)
+                   : ReportUnusable(context, "--follow takes one file");
+    }
+    return RunOnDevices(
+        context, options.input, !options.alone, [&](const DeviceInput& input, Findings& findings) {
+            LogFilter filter;
+            Selection selection;
+            if (!Prepare(options, filter, selection, problem)) {
+                return ReportUnusable(context, problem);
+            }
+            return IsNamed(input.device) ? ShowLogs(context, input, findings, filter, selection)
+                                         : RunLogView(context, input, findings, filter, selection);
+        });
 }
 
 } // namespace
@@ -298,9 +322,7 @@ int RunLog(Context& context, const Options& options) {
 void AddLogCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time", Prints::kList);
-    command
-        ->add_option("FILE", options->files, "Logs, whose backups (FILE.1 ...) are read as well; or a folder")
-        ->required();
+    AddInputOptions(*command, options->input, "FILE", "Logs, whose backups (FILE.1 ...) are read as well");
     command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and more severe")
         ->delimiter(',')
         ->allow_extra_args(false);

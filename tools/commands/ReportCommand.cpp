@@ -83,10 +83,10 @@ StackSymbols Resolve(const Options& options, const Story& story, Findings& findi
     }
     std::vector<NamedStack> stacks;
     for (const auto& held : source->All()) {
-        stacks.push_back({&held.content, story.Files()[held.file].name});
+        stacks.push_back({&held.content, story.Files()[held.file].plainName});
     }
     if (auto resolved = ResolveStacks(
-            options.symbols, [&] { return KnownIn(options.files.folder); }, stacks)) {
+            options.symbols, [&] { return story.Known(); }, stacks)) {
         resolved->AddTo(findings);
         for (std::size_t i = 0; i < stacks.size(); ++i) {
             symbols[source->All()[i].file] = {std::move(resolved->resolutions[i]),
@@ -113,7 +113,7 @@ void WritePage(Output& out, const Options& options, const Story& story, Selectio
         out.Write(",\n");
     };
     member("tool", "nima-post " NIMA_POST_VERSION);
-    member("folder", FolderName(options.files.folder));
+    member("folder", FolderName(story.Where()));
     member("generated", Now());
     member("crashes", data.Crashes());
     member("clock", data.Clock());

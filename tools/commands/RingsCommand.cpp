@@ -1,6 +1,7 @@
 #include "tools/axis/Processes.h"
 #include "tools/base/Text.h"
 #include "tools/commands/EventPrinter.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/commands/SelectionTable.h"
 #include "tools/commands/View.h"
 #include "tools/names/EventFormat.h"
@@ -18,7 +19,7 @@ namespace NimaPost {
 namespace {
 
 struct Options {
-    std::string file;
+    InputOptions input;
     std::vector<std::string> rings;
     SelectionOptions selection;
     bool merge = false;
@@ -237,8 +238,8 @@ void PrintMerged(Context& context, const std::vector<MergedRecord>& merged) {
 }
 
 /// As all that lists does: an object or a row a line.
-void PrintEvents(Context& context, const Options& options, const Chosen& chosen) {
-    EventPrinter printer(context, {options.file}, chosen.HasWall());
+void PrintEvents(Context& context, const InputFile& file, const Chosen& chosen) {
+    EventPrinter printer(context, {file.Path()}, chosen.HasWall());
     printer.Begin();
     std::string text;
     for (const MergedRecord& each : chosen.Merged()) {
@@ -246,10 +247,10 @@ void PrintEvents(Context& context, const Options& options, const Chosen& chosen)
     }
 }
 
-void PrintJson(Context& context, const Options& options, const RingSet& set, const Chosen& chosen,
-               const Findings& findings) {
+void PrintJson(Context& context, const Options& options, const InputFile& file, const RingSet& set,
+               const Chosen& chosen, const Findings& findings) {
     JsonDocument document(context.out);
-    document.Member("file", ToUtf8(options.file));
+    document.Member("file", ToUtf8(file.Path()));
     document.Member("kind", set.isText ? "text dump" : "segment");
     document.Member("process", set.processId ? Json(*set.processId) : Json());
     document.Member("written", set.date ? Json(WallTimeIso(set.date->Earliest())) : Json());
@@ -293,8 +294,8 @@ std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
 }
 
 /// Rings of a folder, as `show` tells them.
-int RunRingsView(Context& context, const Options& options, Selection& selection) {
-    return RunView(context, options.file, selection, [&](const TimelineEvent& event) {
+int RunRingsView(Context& context, const Options& options, const DeviceInput& input, Findings& findings) {
+    return RunView(context, input, findings, options.selection, [&](const TimelineEvent& event) {
         return event.kind == EventKind::kRing &&
                (options.rings.empty() ||
                 std::any_of(options.rings.begin(), options.rings.end(),
@@ -302,15 +303,15 @@ int RunRingsView(Context& context, const Options& options, Selection& selection)
     });
 }
 
-void PrintSet(Context& context, const Options& options, const RingSet& set, const Chosen& chosen,
-              const Findings& findings) {
+void PrintSet(Context& context, const Options& options, const InputFile& file, const RingSet& set,
+              const Chosen& chosen, const Findings& findings) {
     if (context.format == Format::kJson) {
-        PrintJson(context, options, set, chosen, findings);
+        PrintJson(context, options, file, set, chosen, findings);
         return;
     }
     if (context.format != Format::kText) {
         PrintFindings(context, findings);
-        PrintEvents(context, options, chosen);
+        PrintEvents(context, file, chosen);
         return;
     }
     PrintTable(context.out, set);
@@ -322,28 +323,20 @@ void PrintSet(Context& context, const Options& options, const RingSet& set, cons
     }
 }
 
-int RunRings(Context& context, const Options& options) {
+int ShowRings(Context& context, const Options& options, const InputFile& file, Findings& findings) {
     Selection selection;
     std::string problem;
     if (!selection.Prepare(options.selection, problem)) {
         return ReportUnusable(context, problem);
     }
-    if (IsFolder(options.file)) {
-        return RunRingsView(context, options, selection);
-    }
-    const auto file = InputFile::Open(options.file, problem);
-    if (!file) {
-        return ReportUnopened(context, problem);
-    }
-    Findings findings;
-    auto set = Read(*file, findings);
+    auto set = Read(file, findings);
     if (!set) {
-        return ReportUnusable(context, *file, findings);
+        return ReportUnusable(context, file, findings);
     }
-    file->ReportReadProblem(findings);
+    file.ReportReadProblem(findings);
     const std::string missing = KeepNamed(set->rings, options.rings);
     if (!missing.empty()) {
-        return ReportUnusable(context, options.file + ": no ring \"" + missing + "\"");
+        return ReportUnusable(context, file.Path() + ": no ring \"" + missing + "\"");
     }
     RemarkOnOrder(*set, findings);
     Chosen chosen(*set, selection);
@@ -354,8 +347,19 @@ int RunRings(Context& context, const Options& options) {
     for (Finding& remark : selection.Remarks()) {
         findings.remarks.push_back(std::move(remark));
     }
-    PrintSet(context, options, *set, chosen, findings);
+    PrintSet(context, options, file, *set, chosen, findings);
     return ExitCodeOf(findings);
+}
+
+int RunRings(Context& context, const Options& options) {
+    return RunOnInput(
+        context, options.input,
+        [&](const InputFile& file, Findings& findings) {
+            return ShowRings(context, options, file, findings);
+        },
+        [&](const DeviceInput& input, Findings& findings) {
+            return RunRingsView(context, options, input, findings);
+        });
 }
 
 } // namespace
@@ -364,9 +368,7 @@ void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command =
         AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it", Prints::kList);
-    command
-        ->add_option("FILE", options->file, "The segment \"System Ring Buffers\", a text dump, or a folder")
-        ->required();
+    AddInputOptions(*command, options->input, "FILE", "The segment \"System Ring Buffers\", or a text dump");
     command->add_option("--ring", options->rings, "Only these rings, by name or index")
         ->delimiter(',')
         ->allow_extra_args(false);

@@ -8,7 +8,7 @@ namespace NimaPost {
 namespace {
 
 struct Options {
-    std::string folder;
+    InputOptions input;
     SelectionOptions selection;
 };
 
@@ -18,12 +18,14 @@ void AddShowCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(
         app, context, "show", "Everything in a folder in one order of time, line by line", Prints::kList);
-    command->add_option("FOLDER", options->folder, "The folder that came back from the device")->required();
+    AddInputOptions(*command, options->input, "FOLDER", "The folder that came back from the device");
     AddSelection(*command, options->selection, TakesLast::kYes);
     command->callback([&run, options] {
         run = [options](Context& c) {
-            return RunView(c, options->folder, options->selection,
-                           [](const TimelineEvent& /*event*/) { return true; });
+            return RunOnDevices(c, options->input, false, [&](const DeviceInput& input, Findings& findings) {
+                return RunView(c, input, findings, options->selection,
+                               [](const TimelineEvent& /*event*/) { return true; });
+            });
         };
     });
 }

@@ -5,6 +5,7 @@
 #include "tools/commands/Commands.h"
 #include "tools/commands/CrashCause.h"
 #include "tools/commands/EventPrinter.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/commands/View.h"
 #include "tools/report/CrashData.h"
 #include "tools/story/Statistics.h"
@@ -98,10 +99,28 @@ std::string LevelsInWords(const std::map<std::string, std::uint64_t>& levels) {
     return words;
 }
 
+/// As a shell takes it.
+std::string Quoted(const std::string& argument) {
+    const std::string text = ToUtf8(argument);
+    if (text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%") ==
+        std::string::npos) {
+        return text;
+    }
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
 class Summary {
   public:
-    Summary(Context& context, const std::string& folder, const Story& story)
-        : context_(context), folder_(folder), story_(story), statistics_(StatisticsOf(story)) {}
+    Summary(Context& context, const DeviceInput& input, const Findings& inherited, const Story& story)
+        : context_(context),
+          input_(input),
+          inherited_(inherited),
+          story_(story),
+          statistics_(StatisticsOf(story)) {}
 
     void PrintText() {
         Head();
@@ -133,7 +152,7 @@ class Summary {
                             {"length_ns", gap.length},
                             {"boot", gap.boot > 0 ? Json(gap.boot) : Json()}});
         }
-        return {{"folder", ToUtf8(folder_)},
+        return {{"folder", ToUtf8(input_.where)},
                 {"first", TimeJson(statistics_.first)},
                 {"last", TimeJson(statistics_.last)},
                 {"kinds", std::move(kinds)},
@@ -148,7 +167,7 @@ class Summary {
     Findings FindingsOf() const {
         Findings findings = story_.AllDamage();
         findings.remarks = story_.Time().Statement();
-        return findings;
+        return Joined(inherited_, findings);
     }
 
   private:
@@ -193,8 +212,8 @@ class Summary {
 
     void Head() {
         std::error_code error;
-        const std::filesystem::path path = std::filesystem::canonical(folder_, error);
-        std::string line = Printable(error ? folder_ : path.filename().string());
+        const std::filesystem::path path = std::filesystem::canonical(input_.where, error);
+        std::string line = Printable(error ? input_.where : path.filename().string());
         if (statistics_.first) {
             line += ": " + Moment(*statistics_.first) + " to " + Moment(*statistics_.last) +
                     (HasWall() ? ", the device's local time" : ", seconds since its first line or record");
@@ -303,15 +322,9 @@ class Summary {
     }
 
     std::vector<std::string> NextCommands() const {
-        std::string folder = ToUtf8(folder_);
-        if (folder.find_first_not_of(
-                "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%") !=
-            std::string::npos) {
-            std::string quoted = "'";
-            for (const char c : folder) {
-                quoted += c == '\'' ? "'\\''" : std::string(1, c);
-            }
-            folder = quoted + "'";
+        std::string folder = Quoted(input_.source);
+        if (!input_.device.name.empty()) {
+            folder += " --device " + Quoted(input_.device.name);
         }
         std::vector<std::string> commands;
         if (!story_.Crashes().empty() && story_.Crashes().back().time) {
@@ -364,17 +377,18 @@ class Summary {
     }
 
     Context& context_;
-    const std::string& folder_;
+    const DeviceInput& input_;
+    const Findings& inherited_;
     const Story& story_;
     Statistics statistics_;
 };
 
-int RunSummary(Context& context, const std::string& folder) {
+int SummariseDevice(Context& context, const DeviceInput& input, Findings& inherited) {
     Story story(context.names);
-    if (!ReadStory(context, story, folder)) {
+    if (!ReadStory(context, story, input, inherited)) {
         return kExitUnusable;
     }
-    Summary summary(context, folder, story);
+    Summary summary(context, input, inherited, story);
     if (context.json) {
         PrintObject(context, summary.InJson());
     } else {
@@ -386,11 +400,17 @@ int RunSummary(Context& context, const std::string& folder) {
 } // namespace
 
 void AddSummaryCommand(CLI::App& app, Context& context, Run& run) {
-    auto folder = std::make_shared<std::string>();
+    auto options = std::make_shared<InputOptions>();
     CLI::App* command = AddCommand(
         app, context, "summary", "What happened, on one screen; also what a folder without a command gives");
-    command->add_option("FOLDER", *folder, "The folder that came back from the device")->required();
-    command->callback([&run, folder] { run = [folder](Context& c) { return RunSummary(c, *folder); }; });
+    AddInputOptions(*command, *options, "FOLDER", "The folder that came back from the device");
+    command->callback([&run, options] {
+        run = [options](Context& c) {
+            return RunOnDevices(c, *options, false, [&](const DeviceInput& input, Findings& findings) {
+                return SummariseDevice(c, input, findings);
+            });
+        };
+    });
 }
 
 } // namespace NimaPost

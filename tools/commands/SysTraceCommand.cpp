@@ -2,6 +2,7 @@
 #include "tools/axis/Processes.h"
 #include "tools/base/Text.h"
 #include "tools/commands/EventPrinter.h"
+#include "tools/commands/InputOptions.h"
 #include "tools/commands/SelectionTable.h"
 #include "tools/commands/View.h"
 #include "tools/systrace/RecordText.h"
@@ -15,7 +16,7 @@ namespace NimaPost {
 namespace {
 
 struct Options {
-    std::string file;
+    InputOptions input;
     std::vector<std::string> components;
     std::vector<std::string> levels;
     std::vector<std::string> threads;
@@ -227,10 +228,10 @@ void PrintText(Context& context, const SysTraceFile& trace, const std::vector<st
     }
 }
 
-void PrintJson(Output& out, const Options& options, const SysTraceFile& trace,
+void PrintJson(Output& out, const InputFile& file, const SysTraceFile& trace,
                const std::vector<std::uint32_t>& selected, const Names& names, const Findings& findings) {
     JsonDocument document(out);
-    document.Member("file", ToUtf8(options.file));
+    document.Member("file", ToUtf8(file.Path()));
     document.Member("kind", trace.isDump ? "dump" : "segment");
     document.Member("bytes", trace.bytes);
     document.Member("header", HeaderJson(trace, names));
@@ -246,10 +247,10 @@ void PrintJson(Output& out, const Options& options, const SysTraceFile& trace,
 }
 
 /// As all that lists does: an object or a row a line.
-void PrintEvents(Context& context, const Options& options, const SysTraceFile& trace,
+void PrintEvents(Context& context, const InputFile& file, const SysTraceFile& trace,
                  const std::vector<std::uint32_t>& selected, const Findings& findings) {
     PrintFindings(context, findings);
-    EventPrinter printer(context, {options.file}, false);
+    EventPrinter printer(context, {file.Path()}, false);
     TraceEvents events(context.names);
     printer.Begin();
     for (const std::uint32_t index : selected) {
@@ -257,29 +258,14 @@ void PrintEvents(Context& context, const Options& options, const SysTraceFile& t
     }
 }
 
-int RunSysTrace(Context& context, const Options& options) {
-    Filter filter;
-    Selection selection;
-    std::string problem;
-    if (!MakeFilter(options, context.names, filter, problem) ||
-        !selection.Prepare(options.selection, problem)) {
-        return ReportUnusable(context, problem);
-    }
-    if (IsFolder(options.file)) {
-        return RunView(context, options.file, selection, [&](const TimelineEvent& event) {
-            return event.kind == EventKind::kBinary && filter.Admits(event, context.names);
-        });
-    }
-    const auto file = InputFile::Open(options.file, problem);
-    if (!file) {
-        return ReportUnopened(context, problem);
-    }
-    Findings findings;
-    const auto trace = ReadSysTrace(*file, context.names, findings);
+int ShowTrace(Context& context, const Filter& filter, Selection& selection, const InputFile& file,
+              Findings& findings) {
+    const auto trace = ReadSysTrace(file, context.names, findings);
     if (!trace) {
-        return ReportUnusable(context, *file, findings);
+        return ReportUnusable(context, file, findings);
     }
-    file->ReportReadProblem(findings);
+    file.ReportReadProblem(findings);
+    std::string problem;
     if (!Settle(*trace, selection, problem)) {
         return ReportUnusable(context, problem);
     }
@@ -288,13 +274,34 @@ int RunSysTrace(Context& context, const Options& options) {
         findings.remarks.push_back(std::move(remark));
     }
     if (context.format == Format::kJson) {
-        PrintJson(context.out, options, *trace, selected, context.names, findings);
+        PrintJson(context.out, file, *trace, selected, context.names, findings);
     } else if (context.format == Format::kText) {
         PrintText(context, *trace, selected, findings);
     } else {
-        PrintEvents(context, options, *trace, selected, findings);
+        PrintEvents(context, file, *trace, selected, findings);
     }
     return ExitCodeOf(findings);
+}
+
+int RunSysTrace(Context& context, const Options& options) {
+    Filter filter;
+    std::string problem;
+    if (!MakeFilter(options, context.names, filter, problem)) {
+        return ReportUnusable(context, problem);
+    }
+    return RunOnInput(
+        context, options.input,
+        [&](const InputFile& file, Findings& findings) {
+            Selection selection;
+            return selection.Prepare(options.selection, problem)
+                       ? ShowTrace(context, filter, selection, file, findings)
+                       : ReportUnusable(context, problem);
+        },
+        [&](const DeviceInput& input, Findings& findings) {
+            return RunView(context, input, findings, options.selection, [&](const TimelineEvent& event) {
+                return event.kind == EventKind::kBinary && filter.Admits(event, context.names);
+            });
+        });
 }
 
 } // namespace
@@ -304,8 +311,7 @@ void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command =
         AddCommand(app, context, "systrace", "The binary trace: a dump (\"SysTrace.bin\") or the segment",
                    Prints::kList);
-    command->add_option("FILE", options->file, "The dump or the segment \"SysTrace Buffer\", or a folder")
-        ->required();
+    AddInputOptions(*command, options->input, "FILE", "The dump or the segment \"SysTrace Buffer\"");
     command->add_option("--component", options->components, "Only these components, by number or name")
         ->delimiter(',')
         ->allow_extra_args(false);

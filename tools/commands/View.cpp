@@ -1,6 +1,7 @@
 #include "tools/commands/View.h"
 
 #include "tools/base/Text.h"
+#include "tools/base/WallClock.h"
 #include "tools/commands/EventPrinter.h"
 #include "tools/report/CrashData.h"
 #include "tools/story/MergedStory.h"
@@ -49,6 +50,25 @@ Findings FindingsOf(const Story& story) {
     return findings;
 }
 
+Json ProcessesJson(const Axis& axis) {
+    const auto time = [&](const std::optional<std::int64_t>& moment) {
+        return moment && axis.HasWall() ? Json(WallTimeIso(*moment)) : Json();
+    };
+    Json processes = Json::array();
+    for (const ProcessFacts& facts : axis.AllProcesses().All()) {
+        Json threads = Json::array();
+        for (const std::uint32_t thread : facts.threads) {
+            threads.push_back(Hex32(thread));
+        }
+        processes.push_back({{"process", processes.size() + 1},
+                             {"boot", facts.boot ? Json(*facts.boot) : Json()},
+                             {"first", time(facts.first)},
+                             {"last", time(facts.last)},
+                             {"threads", std::move(threads)}});
+    }
+    return processes;
+}
+
 /// What came up only while the events were printed.
 Findings LateFindings(const Story& story, const Findings& known, const Selection& selection) {
     Findings late = story.AllDamage();
@@ -62,54 +82,52 @@ Findings LateFindings(const Story& story, const Findings& known, const Selection
 
 } // namespace
 
-bool ReadStory(Context& context, Story& story, const std::string& folder) {
+bool ReadStory(Context& context, Story& story, const DeviceInput& input, const Findings& inherited) {
     std::string problem;
-    if (story.Read(folder, problem)) {
+    if (story.Read(input.device, input.where, problem)) {
         return true;
     }
-    const Findings findings = story.AllDamage();
+    const Findings findings = Joined(inherited, story.AllDamage());
     PrintFindings(context, findings);
     ReportUnusable(context, problem, findings);
     return false;
 }
 
-bool IsFolder(const std::string& path) {
-    std::error_code error;
-    return std::filesystem::is_directory(path, error);
-}
-
-int RunView(Context& context, const std::string& folder, const SelectionOptions& options,
-            const SelectedEvents::Admits& admits) {
+int RunView(Context& context, const DeviceInput& input, const Findings& inherited,
+            const SelectionOptions& options, const SelectedEvents::Admits& admits) {
     Selection selection;
     std::string problem;
-    return selection.Prepare(options, problem) ? RunView(context, folder, selection, admits)
+    return selection.Prepare(options, problem) ? RunView(context, input, inherited, selection, admits)
                                                : ReportUnusable(context, problem);
 }
 
-int RunView(Context& context, const std::string& folder, Selection& selection,
+int RunView(Context& context, const DeviceInput& input, const Findings& inherited, Selection& selection,
             const SelectedEvents::Admits& admits) {
     Story story(context.names);
     std::string problem;
-    if (!ReadStory(context, story, folder)) {
+    if (!ReadStory(context, story, input, inherited)) {
         return kExitUnusable;
     }
     if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem)) {
         return ReportUnusable(context, problem);
     }
-    const Findings findings = FindingsOf(story);
+    const Findings findings = Joined(inherited, FindingsOf(story));
     std::optional<JsonDocument> document;
     if (context.format == Format::kJson) {
         document.emplace(context.out);
-        document->Member("folder", ToUtf8(folder));
+        document->Member("folder", ToUtf8(input.where));
         document->Member("findings", FindingsJson(findings));
         document->Member("crashes", CrashesJson(story));
+        document->Member("processes", ProcessesJson(story.Time()));
         document->BeginArray("events");
     } else {
         PrintFindings(context, findings);
     }
     std::vector<std::string> files;
+    // Rows have no heading.
+    const bool named = !input.one && context.format != Format::kText && context.format != Format::kJson;
     for (const FolderFile& file : story.Files()) {
-        files.push_back(file.name);
+        files.push_back(named ? input.where + "/" + file.name : file.name);
     }
     EventPrinter printer(context, std::move(files), story.Time().HasWall());
     printer.Begin();

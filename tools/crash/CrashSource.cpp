@@ -22,7 +22,7 @@ std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile&
     }
     log->rings.date = log->date;
     Set().Get<RingSource>().Take(file, PlacedRings(log->rings));
-    return PlacedCrash{file.name, std::move(*log), {}, CrashEvidence::kNothing};
+    return PlacedCrash{file.plainName, std::move(*log), {}, CrashEvidence::kNothing};
 }
 
 void CrashSource::Date(Axis& axis) {

@@ -28,9 +28,10 @@ constexpr std::size_t kTarSumBytes = 8;
 
 using namespace std::string_view_literals;
 
+constexpr std::string_view kGzip = "\x1f\x8b\x08";
 constexpr std::array kMagics{
-    "\x1f\x8b\x08"sv, // gzip
-    "BZh"sv,          // bzip2
+    kGzip,
+    "BZh"sv, // bzip2
     "\xfd"
     "7zXZ\0"sv,           // xz
     "\x28\xb5\x2f\xfd"sv, // zstd
@@ -279,9 +280,7 @@ bool ArchiveReader::WasWhole() const {
 }
 
 bool ArchiveReader::CanSalvage() const {
-    return !state_->front && archive_filter_count(state_->reader) > 0 &&
-           archive_filter_code(state_->reader, archive_filter_count(state_->reader) - 2) ==
-               ARCHIVE_FILTER_GZIP;
+    return !state_->front && state_->file.ReadAll(kGzip.size()) == kGzip;
 }
 
 std::uint64_t ArchiveReader::Consumed() const {

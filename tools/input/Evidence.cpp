@@ -13,11 +13,14 @@ std::optional<InputFile> EvidenceFile::Open(std::string& reason) {
 }
 
 std::string EvidenceFile::Front(std::uint64_t& size) {
+    const bool wasOpen = content.has_value();
     std::string reason;
     auto file = Open(reason);
     size = file ? file->Size() : 0;
     std::string front = file ? file->ReadAll(kFrontBytes) : std::string();
-    content = std::move(file);
+    if (wasOpen) {
+        content = std::move(file);
+    }
     return front;
 }
 

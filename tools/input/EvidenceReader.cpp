@@ -22,7 +22,7 @@ constexpr std::size_t kMostOpen = 512;
 constexpr unsigned kMostBackups = 10;
 
 std::vector<std::string> BackupsOf(const std::string& path) {
-    const std::string plain = PlainName(path);
+    const std::string plain = NameUnpacked(path);
     std::vector<std::string> backups;
     for (unsigned number = kMostBackups; number >= 1; --number) {
         for (const std::string_view suffix : kCompressedSuffixes) {

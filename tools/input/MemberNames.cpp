@@ -4,7 +4,7 @@
 
 namespace NimaPost {
 
-std::string PlainName(const std::string& name) {
+std::string NameUnpacked(const std::string& name) {
     for (const std::string_view suffix : kCompressedSuffixes) {
         if (!suffix.empty() && name.size() > suffix.size() && name.ends_with(suffix)) {
             return name.substr(0, name.size() - suffix.size());

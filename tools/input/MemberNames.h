@@ -11,7 +11,7 @@ namespace NimaPost {
 inline constexpr std::array<std::string_view, 5> kCompressedSuffixes{"", ".gz", ".bz2", ".xz", ".zst"};
 
 /// The name that a file had before it was compressed.
-std::string PlainName(const std::string& name);
+std::string NameUnpacked(const std::string& name);
 
 /// The folders and, last, the file that a member's name consists of. What leads upwards or to the root is
 /// left out, and `odd` is then set. Empty where nothing is left.

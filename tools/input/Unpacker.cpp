@@ -51,7 +51,7 @@ class Unpacking {
     }
 
   private:
-    /// False where it met damage and did not keep what it had of a member, since more of that can be had.
+    /// Goes through the members. False where it met damage and `triesAgain`: another reader will get more.
     bool Members(ArchiveReader& archive, bool triesAgain) {
         ArchiveMember member;
         while (!store_.Stopped() && !over_ && archive.Next(member)) {
@@ -61,23 +61,21 @@ class Unpacking {
             ++done_;
         }
         const std::string problem = archive.TakeProblem();
-        if (!problem.empty() && triesAgain) {
-            NoteDamage(problem);
-            return false;
-        }
         NoteDamage(problem);
-        return true;
+        return problem.empty() || !triesAgain;
     }
 
+    /// False where the member was cut, and was not kept since another reader will get more of it.
     bool Take(ArchiveReader& archive, const ArchiveMember& member, bool triesAgain) {
         const bool isCompressedFile = archive.IsCompressedFile();
         // A compressed file is no archive, but even those end somewhere.
         if (inside_.depth > store_.Limits().depth + (isCompressedFile ? 1 : 0)) {
-            store_.ReachLimit(
-                packed_.path,
-                "in " + Counted(place_.depth, "archive") + " already, and no deeper one is read",
-                "--max-depth");
+            store_.ReachLimit(packed_.path, "in " + Counted(place_.depth, "archive") + " already",
+                              "--max-depth");
             over_ = true;
+            return true;
+        }
+        if (!store_.CountMember(packed_.path)) {
             return true;
         }
         bool odd = false;
@@ -86,17 +84,11 @@ class Unpacking {
             return true;
         }
         const std::string path = isCompressedFile ? packed_.path : inside_.path + "/" + Joined(parts);
-        if (!store_.CountMember(path)) {
-            return true;
-        }
         const bool whole = ReadMember(archive, path);
-        const std::string problem = archive.TakeProblem();
-        if (!problem.empty()) {
-            NoteDamage(problem);
-            if (triesAgain && !whole) {
-                store_.DropMember();
-                return false;
-            }
+        NoteDamage(archive.TakeProblem());
+        if (!whole && triesAgain) {
+            store_.DropMember();
+            return false;
         }
         Keep(member, isCompressedFile, parts, path);
         return true;
@@ -150,7 +142,7 @@ class Unpacking {
         Place place = place_;
         if (isCompressedFile) {
             file.name = packed_.name;
-            file.plainName = PlainName(packed_.name);
+            file.plainName = NameUnpacked(packed_.name);
             file.identity = packed_.identity;
             file.named = packed_.named;
             file.backup = packed_.backup;
@@ -170,7 +162,7 @@ class Unpacking {
         InputFile content = InputFile::Of(path, store_.FinishMember());
         content.SetModified(file.modified);
         if (isCompressedFile) {
-            content.SetPlainPath(PlainName(path));
+            content.SetPlainPath(NameUnpacked(path));
         } else if (LooksPacked(content.ReadAll(kFrontBytes))) {
             Unpack(content, file, place, place.Inside(file.name), store_);
             return;
@@ -217,10 +209,13 @@ class Unpacking {
                 special_.count > 0 ? special_.InWords("device or other special file") : std::string();
             findings.Remark("not-a-file", path + ": " + link + both + special + " in it, left alone.");
         }
-        if (outside_.count + unnamed_.count > 0) {
-            const Odd& odd = outside_.count > 0 ? outside_ : unnamed_;
-            findings.Remark("odd-name", path + ": " + odd.InWords("file") +
+        if (outside_.count > 0) {
+            findings.Remark("odd-name", path + ": " + outside_.InWords("file") +
                                             " whose name leads out of the folder; nothing is written there.");
+        }
+        if (unnamed_.count > 0) {
+            findings.Damage("odd-name",
+                            path + ": " + unnamed_.InWords("file") + " without a name, not read.");
         }
     }
 

@@ -37,6 +37,7 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
 
 void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     const std::int64_t first = part.start + OriginOf(run);
+    process.collected = process.collected || run.collected;
     std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
                         std::inserter(process.threads, process.threads.end()));
     // Across a place where order breaks the clock counts seconds that did not pass.
@@ -111,6 +112,7 @@ class BootNumbering {
                 boots_.resize(std::max(boots_.size(), process.boot));
                 boots_[process.boot - 1].push_back(i);
                 lastOfLog_[process.log] = process.boot;
+                collectedBoot_ = process.collected ? process.boot : collectedBoot_;
             }
         }
         PlaceUndated();
@@ -134,6 +136,9 @@ class BootNumbering {
 
     std::size_t BootOf(const LogProcess& process) const {
         const std::size_t last = lastOfLog_[process.log];
+        if (process.collected && collectedBoot_ >= std::max<std::size_t>(last, 1)) {
+            return collectedBoot_;
+        }
         if (last > 0 && !process.StartsABoot()) {
             return last;
         }
@@ -158,6 +163,7 @@ class BootNumbering {
 
     std::vector<LogProcess>& processes_;
     std::size_t logs_ = 0;
+    std::size_t collectedBoot_ = 0;               ///< 0 before its first process
     std::vector<std::vector<std::size_t>> boots_; ///< the processes of each
     std::vector<std::size_t> lastOfLog_;          ///< the boot of its last process so far; 0 before the first
 };
@@ -190,6 +196,7 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
             before.nextOpening = process.clocks.front().date ? std::optional(process.First()) : std::nullopt;
             const Comparison comparison =
                 dated != nullptr ? CompareBoots(before, *dated, runs[dated->run], process) : Comparison();
+            process.apart = process.collected && !before.collected;
             process.evidence = comparison.evidence;
             process.misfit = comparison.misfit;
         }

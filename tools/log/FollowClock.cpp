@@ -1,6 +1,7 @@
 #include "tools/log/FollowClock.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/base/InputFile.h"
 #include "tools/log/LogSet.h"
 
 #include <algorithm>
@@ -9,8 +10,9 @@ namespace NimaPost {
 
 FollowClock::FollowClock(const std::string& path) {
     LogSet logs;
-    logs.Add(path, false);
-    if (logs.Sources().empty()) {
+    std::string problem;
+    auto file = InputFile::Open(path, problem);
+    if (!file || !logs.Take(*file)) {
         return;
     }
     logs.Arrange();

@@ -54,6 +54,26 @@ LineReader::LineReader(const InputFile& file, LogKind kind, std::uint64_t begin,
     : file_(file), kind_(kind), next_(begin), end_(end) {}
 
 bool LineReader::Next(std::string_view& line) {
+    while (NextPiece(line)) {
+        if (kind_ == LogKind::kQueue || FitsLimit(line)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// Cuts a piece where its line becomes too long. False if nothing is left of it.
+bool LineReader::FitsLimit(std::string_view& piece) {
+    const std::uint64_t room = file_.MostLineBytes() - std::min(file_.MostLineBytes(), inLine_);
+    inLine_ = piece.ends_with('\n') ? 0 : inLine_ + piece.size();
+    if (piece.size() > room) {
+        file_.NoteCutLine();
+        piece = piece.substr(0, static_cast<std::size_t>(room));
+    }
+    return !piece.empty();
+}
+
+bool LineReader::NextPiece(std::string_view& line) {
     joined_ = splits_;
     for (;;) {
         const std::string_view rest(buffer_.data() + from_, to_ - from_);

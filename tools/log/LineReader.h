@@ -12,8 +12,8 @@
 namespace NimaPost {
 
 /// Reads the lines, or the queue's records, of a part of a file one after the other. Memory is bounded: what
-/// is longer than 64 KiB comes in pieces. A calibration line that was written at the end of a torn line is a
-/// line of its own.
+/// is longer than 64 KiB comes in pieces, and of a line no more than its file allows. A calibration line that
+/// was written at the end of a torn line is a line of its own.
 class LineReader {
   public:
     LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end);
@@ -31,6 +31,8 @@ class LineReader {
     static constexpr std::size_t kBlock = 1 << 20;
     static constexpr std::size_t kLongestLine = 1 << 16;
 
+    bool NextPiece(std::string_view& piece);
+    bool FitsLimit(std::string_view& piece);
     bool Fill();
     std::size_t LineLength(std::string_view rest) const;
 
@@ -42,7 +44,8 @@ class LineReader {
     std::size_t from_ = 0;
     std::size_t to_ = 0;
     std::uint64_t lineOffset_ = 0;
-    bool splits_ = false; ///< the next line is what a torn line was split from
+    std::uint64_t inLine_ = 0; ///< bytes of the line so far
+    bool splits_ = false;      ///< the next line is what a torn line was split from
     bool joined_ = false;
     bool stamped_ = true; ///< of a joined line: its counter is known
 };

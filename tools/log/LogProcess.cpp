@@ -46,8 +46,11 @@ std::optional<CommonClock> FindCommonClock(const LogProcess& a, const LogProcess
     return std::nullopt;
 }
 
-const char* CodeOf(BootEvidence evidence) {
-    switch (evidence) {
+const char* EvidenceCodeOf(const LogProcess& process) {
+    if (process.collected) {
+        return "manifest";
+    }
+    switch (process.evidence) {
         case BootEvidence::kFirst:
             return "first";
         case BootEvidence::kUptime:
@@ -65,6 +68,9 @@ const char* CodeOf(BootEvidence evidence) {
 }
 
 std::string InWords(const LogProcess& process) {
+    if (process.collected) {
+        return "of the boot in which the files were collected";
+    }
     switch (process.evidence) {
         case BootEvidence::kFirst:
             return "the first in its log";

@@ -49,6 +49,8 @@ struct LogProcess {
     /// From 1; 0 where nothing is dated. A process without a date stands among the lines of this boot, and
     /// nothing tells whether it is of it.
     std::size_t boot = 0;
+    bool collected = false; ///< of the boot in which the files were collected, which outweighs the evidence
+    bool apart = false;     ///< so, but not the process before
 
     /// By what its own lines tell.
     bool IsDated() const;
@@ -61,7 +63,7 @@ struct LogProcess {
 
     /// Takes over what another log tells of the same process.
     void Absorb(const LogProcess& other);
-    bool StartsABoot() const { return evidence != BootEvidence::kClocksFit; }
+    bool StartsABoot() const { return evidence != BootEvidence::kClocksFit || apart; }
 };
 
 /// Stretches of two processes of which dates and counters fit one clock closely; null where there are none.
@@ -74,7 +76,8 @@ std::optional<CommonClock> FindCommonClock(const LogProcess& a, const LogProcess
 /// How well a date and counter of another stretch fit the clock of this one.
 WallOffset::Fit Compare(const ProcessClock& a, const ProcessClock& b);
 
-const char* CodeOf(BootEvidence evidence);
+/// Of what tells its boot.
+const char* EvidenceCodeOf(const LogProcess& process);
 /// A sentence for people.
 std::string InWords(const LogProcess& process);
 

@@ -4,6 +4,7 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
 #include "tools/log/Boots.h"
+#include "tools/log/CollectedRuns.h"
 #include "tools/log/Copies.h"
 #include "tools/log/JoinedLogs.h"
 #include "tools/log/LineReader.h"
@@ -11,7 +12,6 @@
 
 #include <algorithm>
 #include <array>
-#include <filesystem>
 #include <numeric>
 #include <span>
 #include <utility>
@@ -26,19 +26,16 @@ constexpr std::size_t kMostSettings = 64;
 
 } // namespace
 
-void LogSet::Add(const std::string& path, bool siblings) {
-    std::string problem;
-    auto file = InputFile::Open(path, problem);
-    if (!file) {
-        unusable_.Damage("cannot-open", problem);
-    } else if (Holds(*file)) {
-        return;
-    } else if (!Take(*file)) {
-        AddUnusable(*file);
-    }
-    // They may be all that a roll has left.
-    if (siblings) {
-        TakeBackups(path);
+void LogSet::Add(Device& device) {
+    for (EvidenceFile& each : device.files) {
+        std::string problem;
+        auto file = each.Open(problem);
+        // A log that was rolled before its first line leaves an empty backup.
+        if (!file) {
+            unusable_.Damage("cannot-open", problem);
+        } else if (!Holds(*file) && !Take(*file) && each.named && !(each.backup && file->Size() == 0)) {
+            AddUnusable(*file);
+        }
     }
 }
 
@@ -46,21 +43,6 @@ void LogSet::Add(const std::string& path, bool siblings) {
 bool LogSet::Holds(const InputFile& file) const {
     return std::any_of(sources_.begin(), sources_.end(),
                        [&](const Source& source) { return source.file.Identity() == file.Identity(); });
-}
-
-void LogSet::TakeBackups(const std::string& path) {
-    for (std::uint64_t number = kMostBackups; number >= 1; --number) {
-        const std::string backup = path + "." + std::to_string(number);
-        std::string problem;
-        auto file = InputFile::Open(backup, problem);
-        std::error_code error;
-        // A log that was rolled before its first line leaves an empty backup.
-        if (file && file->Size() > 0 && !Holds(*file) && !Take(*file)) {
-            AddUnusable(*file);
-        } else if (!file && std::filesystem::exists(std::filesystem::symlink_status(backup, error))) {
-            unusable_.Damage("cannot-open", problem);
-        }
-    }
 }
 
 void LogSet::AddUnusable(const InputFile& file) {
@@ -83,7 +65,7 @@ bool LogSet::Take(InputFile& file) {
 void LogSet::Arrange() {
     std::map<LogKey, LogFiles> logs;
     for (std::size_t i = 0; i < sources_.size(); ++i) {
-        const BackupName name = SplitBackupName(sources_[i].file.Path(), kMostBackups);
+        const BackupName name = SplitBackupName(sources_[i].file.PlainPath(), kMostBackups);
         logs[{name.base, sources_[i].kind}].emplace(name.number, i);
     }
     LeaveCopiesOut(logs);
@@ -100,6 +82,9 @@ void LogSet::Arrange() {
         logs_.push_back(std::move(parts));
     }
     settings_ = placer.Settings();
+    if (collected_) {
+        laterThanCollected_ = PinCollectedRuns(*collected_, logs_, runs_);
+    }
     ArrangeProcesses();
 }
 
@@ -330,6 +315,10 @@ Findings LogSet::ReadProblems() const {
         const std::string problem = source.file.ReadProblem();
         if (!problem.empty()) {
             problems.Damage("cannot-read", source.file.Path() + ": " + problem);
+        }
+        const std::string limit = source.file.LimitProblem();
+        if (!limit.empty()) {
+            problems.Damage("archive-limit", source.file.Path() + ": " + limit);
         }
     }
     return problems;

@@ -2,11 +2,13 @@
 
 #include "tools/base/Findings.h"
 #include "tools/base/InputFile.h"
+#include "tools/input/Evidence.h"
 #include "tools/log/LogEntry.h"
 #include "tools/log/LogFile.h"
 #include "tools/log/LogParts.h"
 #include "tools/log/LogProcess.h"
 #include "tools/log/TimePlacer.h"
+#include "tools/manifest/Manifest.h"
 
 #include <cstdint>
 #include <functional>
@@ -24,14 +26,18 @@ class JoinedLogs;
 /// order them; logs of several processes are merged.
 class LogSet {
   public:
-    /// A file that cannot be opened or is no log is reported and left out. With `siblings` the backups of a
-    /// file ("NAME.1" and so on) are taken in as well.
-    void Add(const std::string& path, bool siblings);
+    /// Takes the logs of a device over. Files that were named and cannot be opened or are no log are
+    /// reported, but for an empty backup. What was added already, under whatever path, is not added again.
+    void Add(Device& device);
     /// Takes a file over that is open already. False, and the file stays with the caller, where it is no log.
     bool Take(InputFile& file);
 
+    /// Tells when the files were collected, if that is known.
+    void SetCollected(const std::optional<CollectedMoment>& moment) { collected_ = moment; }
     /// Finds parts, processes and times; call once after the files have been added.
     void Arrange();
+    /// The dates that are later than the moment at which the files were collected.
+    std::size_t LaterThanCollected() const { return laterThanCollected_; }
 
     /// Hands over every line in the order of time until the visitor returns false.
     void ForEach(const std::function<bool(const LogEntry&)>& visitor) const;
@@ -70,7 +76,6 @@ class LogSet {
     using LogFiles = std::map<std::uint64_t, std::size_t, std::greater<>>;
 
     bool Holds(const InputFile& file) const;
-    void TakeBackups(const std::string& path);
     void AddUnusable(const InputFile& file);
     std::vector<LogPart> Survey(std::size_t index);
     std::vector<LogPart> SurveyQueue(std::size_t index);
@@ -84,6 +89,8 @@ class LogSet {
     std::vector<LogRun> runs_;
     std::vector<LogProcess> processes_;
     std::vector<ClockSetting> settings_;
+    std::optional<CollectedMoment> collected_;
+    std::size_t laterThanCollected_ = 0;
     Findings unusable_;
 };
 

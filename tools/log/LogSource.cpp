@@ -1,6 +1,7 @@
 #include "tools/log/LogSource.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/base/Text.h"
 #include "tools/log/LogEvents.h"
 #include "tools/log/LogSet.h"
 
@@ -26,7 +27,13 @@ class LogSource : public Source {
     }
 
     void Date(Axis& axis) override {
+        const auto& collection = axis.Collected();
+        logs_.SetCollected(collection ? std::optional(collection->moment) : std::nullopt);
         logs_.Arrange();
+        if (logs_.LaterThanCollected() > 0) {
+            axis.Contradict(Counted(logs_.LaterThanCollected(), "date") +
+                            " in the logs later than the moment at which they were collected");
+        }
         for (std::size_t i = 0; i < files_.size(); ++i) {
             files_[i]->findings = logs_.Sources()[i].findings;
         }

@@ -56,7 +56,7 @@ std::vector<Finding> LogSet::ClockStatement() const {
     for (const LogRun& run : runs_) {
         spread = std::max(spread, run.wall ? run.wall->Spread() : -1);
     }
-    if (spread >= 0) {
+    if (spread > 0) {
         statement.push_back({"date-cut",
                              "Wall-clock times count from calibration lines; what these cut off may "
                              "make them later by up to " +
@@ -73,7 +73,7 @@ std::vector<Finding> LogSet::ClockStatement() const {
     bool open = false;
     ForEachPart([&](const LogPart& part) {
         unseen += std::max<std::int64_t>(part.certainty.later, 0);
-        open = open || part.certainty.later == Certainty::kUnbounded;
+        open = open || (part.certainty.later == Certainty::kUnbounded && !part.notAfter);
     });
     if (unseen > 0) {
         statement.push_back({"silence", Counted(unseen, "second") +

@@ -12,6 +12,7 @@ namespace NimaPost {
 /// Parts whose times count from one origin.
 struct LogRun {
     std::optional<WallOffset> wall; ///< empty where no date tells
+    bool collected = false;         ///< of the boot in which the files were collected
 };
 
 /// The wall clock was set while a process ran.

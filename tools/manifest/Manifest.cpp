@@ -210,9 +210,12 @@ Manifest Take(const Members& members) {
 
 } // namespace
 
-std::optional<std::int64_t> Manifest::LocalMoment() const {
-    return clocks && utcOffsetSeconds ? std::optional(clocks->wall + *utcOffsetSeconds * kSecond)
-                                      : std::nullopt;
+std::optional<CollectedMoment> Manifest::Moment() const {
+    if (!clocks || !utcOffsetSeconds) {
+        return std::nullopt;
+    }
+    const std::int64_t local = clocks->wall + *utcOffsetSeconds * kSecond;
+    return CollectedMoment{clocks->counter, local, local - clocks->uptime};
 }
 
 bool LooksLikeManifest(std::string_view front) {

@@ -11,6 +11,14 @@
 
 namespace NimaPost {
 
+/// The clocks of a device at one moment, after which nothing in the files was written but what came while
+/// they were copied.
+struct CollectedMoment {
+    std::int64_t counter = 0;
+    std::int64_t local = 0;    ///< local time, in nanoseconds since 1970 as if it were UTC
+    std::int64_t bootedAt = 0; ///< the same of the boot, if the clock was not set since
+};
+
 /// What was noted about a device while its files were collected, doc/manifest.md. Every part may be missing:
 /// of a damaged manifest only what holds is here.
 struct Manifest {
@@ -54,9 +62,8 @@ struct Manifest {
     std::vector<Process> processes;
     std::vector<Program> programs;
 
-    /// The moment of the clocks in the device's local time, in nanoseconds since 1970 as if local time were
-    /// UTC. Empty where clocks or time zone are missing.
-    std::optional<std::int64_t> LocalMoment() const;
+    /// Empty where clocks or time zone are missing.
+    std::optional<CollectedMoment> Moment() const;
 };
 
 bool LooksLikeManifest(std::string_view front);

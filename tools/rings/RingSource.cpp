@@ -89,8 +89,12 @@ void RingSource::State(Axis& axis) const {
             "A ring segment has no dates. The newest record of every ring is assumed to be within half a "
             "second "
             "of ";
-        const TieKind kind = axis.Newest() ? axis.Newest()->kind : TieKind::kStart;
-        text += kind == TieKind::kHead
+        const auto segment = std::find_if_not(All().begin(), All().end(), hasHead);
+        const auto tie = axis.TieOfFile(segment->file);
+        const TieKind kind = tie ? tie->kind : TieKind::kStart;
+        text += kind == TieKind::kCollected
+                    ? "the moment at which the files were collected. It may be earlier by whole seconds."
+                : kind == TieKind::kHead
                     ? "the crash log's head. It may be earlier by whole seconds, or later by any "
                       "time if a process wrote on afterwards."
                 : kind == TieKind::kLine
@@ -125,7 +129,7 @@ void RingSource::TakeOwners(Axis& axis) {
 
 void RingSource::PlaceNewest(Axis& axis) {
     for (auto& [file, placed] : AllHeld()) {
-        std::optional<Tie> tie = axis.Newest();
+        std::optional<Tie> tie = axis.TieOfFile(file);
         if (placed.set.ticks && placed.set.date) {
             tie = axis.TieOf(*placed.set.ticks, *placed.set.date);
             axis.SetWall();

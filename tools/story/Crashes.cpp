@@ -78,7 +78,7 @@ class Finder {
         }
         std::vector<std::pair<std::optional<StackTraceName>, const StackTraceSource::Held*>> named;
         for (const StackTraceSource::Held& held : source->All()) {
-            named.emplace_back(ParseStackTraceName(files_[held.file].name), &held);
+            named.emplace_back(ParseStackTraceName(files_[held.file].plainName), &held);
         }
         std::stable_sort(named.begin(), named.end(),
                          [](const auto& a, const auto& b) { return a.first < b.first; });
@@ -125,6 +125,9 @@ class Finder {
 
     FileTimes KnownFileTimes() const {
         FileTimes times;
+        if (axis_.Collected()) {
+            times.Know(axis_.Collected()->utcOffset);
+        }
         for (const Crash& crash : crashes_) {
             const auto& modified = files_[crash.files.front()].modified;
             if (crash.time && modified) {

@@ -27,7 +27,7 @@ void FileTimes::Compare(std::int64_t modified, std::int64_t local, bool inOneGo)
 }
 
 std::optional<std::int64_t> FileTimes::Local(std::int64_t modified) const {
-    return Kept() ? std::optional(modified + *offset_) : std::nullopt;
+    return Kept() ? std::optional(modified + (known_ ? *known_ : *offset_)) : std::nullopt;
 }
 
 } // namespace NimaPost

@@ -14,11 +14,15 @@ class FileTimes {
     /// last line later.
     void Compare(std::int64_t modified, std::int64_t local, bool inOneGo);
 
-    bool Kept() const { return offset_ && !contradicted_; }
+    /// Local time less modification time, where that is known: nothing contradicts it then.
+    void Know(std::int64_t offset) { known_ = offset; }
+
+    bool Kept() const { return known_ || (offset_ && !contradicted_); }
     /// A modification time in the device's local time; empty where the times were not kept.
     std::optional<std::int64_t> Local(std::int64_t modified) const;
 
   private:
+    std::optional<std::int64_t> known_;
     std::optional<std::int64_t> offset_; ///< local time less modification time
     bool contradicted_ = false;
 };

@@ -9,6 +9,7 @@
 #include "tools/rings/RingSource.h"
 #include "tools/rings/RingText.h"
 #include "tools/rings/Segment.h"
+#include "tools/story/Collection.h"
 #include "tools/systrace/SysTrace.h"
 #include "tools/systrace/SysTraceSource.h"
 
@@ -32,6 +33,7 @@ bool IsLog(std::string_view front, std::uint64_t /*size*/) {
 
 /// A row for each kind of file, those with the surest marks first: lines of a log may stand in other files.
 constexpr std::array kRows{
+    SourceRow{"manifest", "log", ByFront<LooksLikeManifest>, SourceOf<ManifestSource>, false},
     SourceRow{"binary trace", "systrace", ByFront<LooksLikeSysTrace>, BinaryTraces},
     SourceRow{"crash log", "ring", ByFront<LooksLikeCrashLog>, SourceOf<CrashSource>},
     SourceRow{"ring dump", "ring", ByFront<LooksLikeRingText>, SourceOf<RingSource>},

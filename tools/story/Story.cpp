@@ -1,22 +1,24 @@
 #include "tools/story/Story.h"
 
+#include "tools/story/Collection.h"
 #include "tools/story/Folder.h"
 
 #include <algorithm>
 
 namespace NimaPost {
 
-bool Story::Read(const std::string& folder, std::string& problem) {
-    std::vector<std::string> names;
-    if (!ListFolder(folder, names, problem)) {
-        return false;
-    }
+bool Story::Read(Device& device, const std::string& where, std::string& problem) {
+    where_ = where;
     // Sources keep the files' addresses.
-    files_.resize(names.size());
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        files_[i].name = names[i];
+    files_.resize(device.files.size());
+    for (std::size_t i = 0; i < files_.size(); ++i) {
         files_[i].index = i;
-        ReadFolderFile(folder, files_[i], sources_);
+        ReadFolderFile(device.files[i], files_[i], sources_, known_);
+    }
+    const ManifestSource* const manifests = Find<ManifestSource>();
+    const bool hasManifest = manifests != nullptr && !manifests->All().empty();
+    if (hasManifest) {
+        ApplyManifest(manifests->All().front().content, files_, axis_);
     }
     std::vector<Source*> sources = sources_.All();
     std::stable_sort(sources.begin(), sources.end(),
@@ -30,12 +32,15 @@ bool Story::Read(const std::string& folder, std::string& problem) {
     telling_.assign(sources.begin(), sources.end());
     std::stable_sort(telling_.begin(), telling_.end(),
                      [](const Source* a, const Source* b) { return a->Tells() < b->Tells(); });
+    if (hasManifest) {
+        ReportContradictions(axis_, files_[manifests->All().front().file]);
+    }
     crashes_ = FindCrashes(files_, sources_, FindLastEvents(), axis_);
     const bool any = std::any_of(files_.begin(), files_.end(), [](const FolderFile& file) {
-        return file.row != nullptr && !file.unusable;
+        return file.row != nullptr && file.row->isEvidence && !file.unusable;
     });
     if (!any) {
-        problem = folder + ": nothing in it that the diagnostics library leaves behind";
+        problem = where + ": nothing in it that the diagnostics library leaves behind";
     }
     return any;
 }

@@ -3,8 +3,10 @@
 #include "tools/axis/Axis.h"
 #include "tools/axis/Source.h"
 #include "tools/base/FileIdentity.h"
+#include "tools/input/Evidence.h"
 #include "tools/names/Names.h"
 #include "tools/story/Crashes.h"
+#include "tools/symbols/Known.h"
 
 #include <functional>
 #include <string>
@@ -17,9 +19,9 @@ class Story {
   public:
     explicit Story(const Names& names) : names_(names), sources_(names) {}
 
-    /// Reads the folder's files, all but the text logs into memory, and places what they tell. False, with
-    /// the reason, where there is nothing.
-    bool Read(const std::string& folder, std::string& problem);
+    /// Reads the files of a device, all but the text logs into memory, and places what they tell. False, with
+    /// the reason, where there is nothing; `where` names the folder in it.
+    bool Read(Device& device, const std::string& where, std::string& problem);
 
     /// Hands over all events, kind by kind and source by source, in the order of time within each, until the
     /// visitor returns false.
@@ -27,6 +29,9 @@ class Story {
     /// The same for some of the kinds.
     void ForEach(const std::function<bool(EventKind)>& isWanted, const EventVisitor& visitor) const;
 
+    /// The folder or archive that was read.
+    const std::string& Where() const { return where_; }
+    const KnownModules& Known() const { return known_; }
     /// The oldest first.
     const std::vector<Crash>& Crashes() const { return crashes_; }
     const Axis& Time() const { return axis_; }
@@ -47,6 +52,8 @@ class Story {
     LastEvents FindLastEvents() const;
 
     const Names& names_;
+    std::string where_;
+    KnownModules known_;
     std::vector<FolderFile> files_;
     SourceSet sources_;
     std::vector<const Source*> telling_; ///< in the order in which they are told

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 namespace NimaPost {
 
@@ -19,7 +20,10 @@ std::vector<KnownBuild> KnownModules::Builds() const {
 }
 
 void KnownModules::Take(const InputFile& file) {
-    const std::string front = file.ReadAll(kFrontBytes);
+    Take(file, file.ReadAll(kFrontBytes));
+}
+
+void KnownModules::Take(const InputFile& file, std::string_view front) {
     if (LooksLikeElf(front)) {
         programs.push_back({file.Path(), BuildIdOf(file)});
     }
@@ -51,6 +55,22 @@ KnownModules KnownIn(const std::string& folder) {
                               : std::nullopt;
         if (file) {
             known.Take(*file);
+        }
+    }
+    return known;
+}
+
+KnownModules KnownIn(Device& device) {
+    KnownModules known;
+    for (EvidenceFile& each : device.files) {
+        const bool wasOpen = each.content.has_value();
+        std::string problem;
+        auto file = each.Open(problem);
+        if (file) {
+            known.Take(*file);
+        }
+        if (wasOpen) {
+            each.content = std::move(file);
         }
     }
     return known;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include "tools/base/InputFile.h"
+#include "tools/input/Evidence.h"
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace NimaPost {
@@ -30,9 +32,13 @@ struct KnownModules {
     std::vector<KnownBuild> Builds() const;
     /// Takes what a file of the evidence tells: a manifest, or one of the device's programs itself.
     void Take(const InputFile& file);
+    /// The same where it is known already what the file begins with.
+    void Take(const InputFile& file, std::string_view front);
 };
 
 /// What the files of a folder tell, without those of its folders.
 KnownModules KnownIn(const std::string& folder);
+/// What the files of a device tell that have not been handed over yet.
+KnownModules KnownIn(Device& device);
 
 } // namespace NimaPost

@@ -65,7 +65,7 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
         std::stable_sort(AllHeld().begin(), AllHeld().end(), [](const Held& a, const Held& b) {
             return ClaimsOf(a.content.trace) > ClaimsOf(b.content.trace);
         });
-        bool any = false;
+        std::optional<Tie> first;
         bool fits = true;
         for (auto& [file, placed] : AllHeld()) {
             if (placed.trace.records.empty()) {
@@ -75,8 +75,8 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             if (!axis.Newest()) {
                 axis.SetNewest({last.stamp, last.elapsed});
             }
-            any = true;
-            const Tie tie = *axis.Newest();
+            const Tie tie = *axis.TieOfFile(file);
+            first = first ? first : std::optional(tie);
             placed.certainty.originLater = tie.later;
             if (tie.kind == TieKind::kHead && FitsHead(placed.trace, tie)) {
                 placed.fitsHead = true;
@@ -89,8 +89,8 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
         std::stable_partition(AllHeld().begin(), AllHeld().end(),
                               [](const Held& held) { return held.content.fitsHead; });
         MarkKnownRecords();
-        if (any) {
-            axis.State({"trace-tied", Statement(*axis.Newest(), fits)});
+        if (first) {
+            axis.State({"trace-tied", Statement(*first, fits)});
         }
     }
 
@@ -137,7 +137,9 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             "The binary trace has no dates. Its newest record is assumed to be within half a second of ";
         text += tie.kind == TieKind::kHead   ? "the crash log's or dump's head"
                 : tie.kind == TieKind::kLine ? "the last dated line of the logs"
-                                             : "the newest line or record of all, none of which is dated";
+                : tie.kind == TieKind::kCollected
+                    ? "the moment at which the files were collected"
+                    : "the newest line or record of all, none of which is dated";
         text += ", and earlier records count back from it";
         if (tie.later > 0) {
             text += "; that moment itself may be up to " + std::to_string(tie.later / 1'000'000) +
@@ -146,6 +148,7 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
         text += fits
                     ? ". Its end fits a dump that was taken for that head; if it was, nothing in it is later "
                       "than the head. It may be earlier by whole seconds."
+                : tie.kind == TieKind::kCollected ? ". It may be earlier by whole seconds."
                 : tie.kind == TieKind::kHead
                     ? ". It may be earlier by whole seconds, or later by any time if a process wrote on "
                       "afterwards."
