@@ -11,7 +11,7 @@ namespace NimaCtl {
 /// What was written while the block was watched, and who wrote last.
 struct Activity {
     double seconds = 0;
-    std::uint32_t entries = 0;     ///< claimed in that time
+    std::uint64_t entries = 0;     ///< claimed in that time
     double records = 0;            ///< begun in that time; of many entries, only the last are counted
     bool estimated = false;        ///< that there were too many entries to count
     bool cleared = false;          ///< the block was emptied meanwhile; then nothing is counted

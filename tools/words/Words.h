@@ -40,7 +40,7 @@ std::string_view TracingName(Tracing tracing);
 /// The capture state, "tracing" for example, and what becomes of it where nothing gets through the filter.
 std::string CaptureInWords(const SysTraceHeader& header, bool inDump);
 
-/// "levels 0 and 1: every component; level 2: Engine, component 7".
+/// "level 0: every component; level 1: every component but Panel; level 2: Engine, components 7 to 12; ...".
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
 
 /// An event of the binary trace as every view shows it: "page_begins: page 1, 79 lines". Without a
