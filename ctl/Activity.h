@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <map>
+#include <optional>
 
 namespace NimaCtl {
 
@@ -17,6 +18,9 @@ struct Activity {
     bool cleared = false;          ///< the block was emptied meanwhile; then nothing is counted
     std::uint64_t lastRecords = 0; ///< how many complete records the writers below have written
     std::map<std::uint32_t, std::uint64_t> writers; ///< records by thread, among the last
+    /// How many entries the last ones have after the begin of a dump; empty if there is none, or it has
+    /// ended.
+    std::optional<std::size_t> sinceDumpBegan;
 };
 
 /// Watches for that long.

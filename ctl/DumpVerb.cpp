@@ -98,7 +98,7 @@ int RunDump(Context& context, const Options& options) {
     }
     return Finish(context, {{"file", NimaPost::ToUtf8(options.file)},
                             {"entries", snapshot.entries.size()},
-                            {"overwritten", snapshot.blanked}});
+                            {"overwritten_slots", snapshot.blanked}});
 }
 
 } // namespace

@@ -30,7 +30,7 @@ void Fold(NimaPost::Output& out, std::string margin, std::string_view text) {
 } // namespace
 
 const char* const kSetAside =
-    "Either a dump runs or was killed, or levels were closed after a repair: the block looks the same then. "
+    "Either a dump runs or was killed, or levels were closed after a repair; the filters look the same. "
     "\"nima-ctl repair\" brings the saved filter back.";
 
 std::string_view FilteringName(Filtering state) {
@@ -46,18 +46,16 @@ std::string_view FilteringName(Filtering state) {
     }
 }
 
-std::string FilteringText(Filtering state) {
+std::string_view FilteringText(Filtering state) {
     switch (state) {
         case Filtering::kOn:
             return "on";
         case Filtering::kOff:
             return "off: the filter lets nothing through";
         case Filtering::kCleared:
-            return "cleared: the filter lets nothing through, and one is set aside. " +
-                   std::string(kSetAside);
+            return "cleared: the filter lets nothing through, and one is set aside";
         default:
-            return "partly cleared: the saved filter lets more through than the live one. " +
-                   std::string(kSetAside);
+            return "partly cleared: a filter is set aside that lets more through";
     }
 }
 

@@ -15,7 +15,7 @@ using NimaPost::Names;
 /// "on", "off", "cleared", "partly cleared".
 std::string_view FilteringName(Filtering state);
 /// The same with what it means.
-std::string FilteringText(Filtering state);
+std::string_view FilteringText(Filtering state);
 
 /// What it means that a filter is set aside, in a sentence.
 extern const char* const kSetAside;

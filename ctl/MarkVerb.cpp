@@ -119,7 +119,8 @@ int RunMark(Context& context, const Options& options) {
         0) {
         return Refuse(context, "the filter lets no record of " + context.names.Component(component) + " at " +
                                    context.names.Level(0) + " through; tracing is " +
-                                   FilteringText(filters.State()));
+                                   std::string(FilteringText(filters.State())) +
+                                   (filters.SetAside() ? ". " + std::string(kSetAside) : ""));
     }
     const auto pieces = Pieces(options.text);
     for (const std::string_view piece : pieces) {

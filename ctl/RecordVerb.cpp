@@ -241,7 +241,7 @@ int Report(Context& context, const Options& options, const Recording& recording,
     Json json{{"folder", NimaPost::ToUtf8(options.folder)},
               {"claimed_entries", recording.claimed},
               {"entries", recording.trace->entries.size()},
-              {"overwritten", recording.trace->blanked}};
+              {"overwritten_slots", recording.trace->blanked}};
     json.update(RecordingJson(recording, opened, context.names));
     return Finish(context, json);
 }

@@ -119,7 +119,7 @@ void PrintBlock(Context& context, const Block& look) {
              NimaPost::Printable(context.directory));
     out.Line("  state         " + std::to_string(header.state) + " (" +
              std::string(NimaPost::CaptureStateName(header.state)) + ")");
-    out.Line("  tracing       " + FilteringText(filters.State()));
+    out.Line("  tracing       " + std::string(FilteringText(filters.State())));
     PrintFilter(out, "  filter        ", filters.live, context.names);
     if (filters.SetAside()) {
         PrintFilter(out, "  saved filter  ", filters.saved, context.names);
@@ -143,8 +143,9 @@ void PrintRings(Context& context, const Rings& rings) {
 Json WritersJson(const Activity& activity, const Names& names) {
     Json writers = Json::array();
     for (const auto& [thread, records] : activity.writers) {
+        const std::string name = names.Thread(thread);
         writers.push_back({{"thread", NimaPost::Hex32(thread)},
-                           {"name", NimaPost::ToUtf8(names.Thread(thread))},
+                           {"name", name.empty() ? Json() : Json(NimaPost::ToUtf8(name))},
                            {"records", records}});
     }
     return writers;
@@ -193,9 +194,28 @@ Json RingsJson(const Rings& rings) {
             {"hidden_processes", rings.mapping.hidden}};
 }
 
+/// What the trace says about a filter that is set aside: nothing is traced while it is cleared, but for what
+/// writers had begun.
+std::string Hint(Filtering state, const Activity& activity) {
+    constexpr std::size_t kBegun = 1024; ///< entries
+    if (!activity.sinceDumpBegan) {
+        return {};
+    }
+    const std::string dump = "a dump began that has not ended, ";
+    if (*activity.sinceDumpBegan <= kBegun) {
+        return " The trace stops where " + dump + "which speaks for the dump.";
+    }
+    return state != Filtering::kCleared ? ""
+                                        : " After " + dump + Counted(*activity.sinceDumpBegan, "entry") +
+                                              " were traced, which speaks for closed levels.";
+}
+
 void AddFindings(const Block& look, const Rings& rings, Findings& findings) {
     if (!look.block) {
         findings.Damage("no-block", look.problem + ".");
+    } else if (const Filtering state = look.block->ReadFilters().State();
+               state == Filtering::kCleared || state == Filtering::kPartly) {
+        findings.Remark("filter-cleared", kSetAside + Hint(state, look.activity));
     }
     if (!rings.view && rings.absent) {
         // A device need not use them.
