@@ -234,7 +234,8 @@ void AddFindings(const Recording& recording, Findings& findings) {
 
 int Report(Context& context, const Options& options, const Recording& recording, const Filter& opened) {
     if (!context.json) {
-        PrintFilter(context.out, "opened for the time  ", opened, context.names);
+        context.out.Line("opened for the time  " +
+                         NimaPost::Printable(NimaPost::OpenLevelsInWords(opened, context.names)));
         context.out.Line(NimaPost::Printable(options.folder) + ": " + (recording.cleared ? "at least " : "") +
                          NimaPost::Counted(recording.claimed, "entry") + " in the time");
     }
@@ -251,7 +252,7 @@ void TellWhatIsHeld(Context& context, const TraceBlock& block) {
     context.findings.Remark(
         "filter-held",
         "Only what is live is recorded, and the saved filter lets more through. " + std::string(kSetAside) +
-            " Live: " + NimaPost::FilterInWords(block.ReadFilters().live, context.names) + ".");
+            " Live: " + NimaPost::OpenLevelsInWords(block.ReadFilters().live, context.names) + ".");
     Tell(context);
 }
 

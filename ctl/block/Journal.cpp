@@ -207,7 +207,7 @@ void Close(const TraceBlock& block, const std::string& directory, const NimaPost
     }
     if (IsSet(closed)) {
         findings.Remark("levels-closed", "Closed what a recording that was killed had left open: " +
-                                             NimaPost::FilterInWords(closed, names) + ".");
+                                             NimaPost::OpenLevelsInWords(closed, names) + ".");
     }
 }
 

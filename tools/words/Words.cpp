@@ -58,6 +58,23 @@ std::string ComponentList(const std::vector<std::uint32_t>& components, const Na
     return text;
 }
 
+/// Empty if none is open.
+std::string LevelInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, std::uint32_t level,
+                         const Names& names) {
+    using namespace Nima::Catalogue;
+    std::vector<std::uint32_t> open;
+    std::vector<std::uint32_t> closed;
+    for (std::uint32_t component = 0; component < kComponents; ++component) {
+        const bool isOpen = (filter[FilterWord(level, component)] & FilterBit(component)) != 0;
+        (isOpen ? open : closed).push_back(component);
+    }
+    if (closed.empty()) {
+        return "every component";
+    }
+    return open.size() > closed.size() ? "every component but " + ComponentList(closed, names)
+                                       : ComponentList(open, names);
+}
+
 } // namespace
 
 std::string_view StateName(RecordState state) {
@@ -96,23 +113,25 @@ std::string CaptureInWords(const SysTraceHeader& header, bool inDump) {
 }
 
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names) {
-    using namespace Nima::Catalogue;
     std::string text;
-    for (std::uint32_t level = 0; level < kTraceLevels; ++level) {
-        std::vector<std::uint32_t> open;
-        std::vector<std::uint32_t> closed;
-        for (std::uint32_t component = 0; component < kComponents; ++component) {
-            const bool isOpen = (filter[FilterWord(level, component)] & FilterBit(component)) != 0;
-            (isOpen ? open : closed).push_back(component);
-        }
-        text += text.empty() ? "" : "; ";
-        text += names.Level(level) + ": ";
-        text += open.empty()                  ? "none"
-                : closed.empty()              ? "every component"
-                : open.size() > closed.size() ? "every component but " + ComponentList(closed, names)
-                                              : ComponentList(open, names);
+    for (std::uint32_t level = 0; level < Nima::Catalogue::kTraceLevels; ++level) {
+        text += (text.empty() ? "" : "; ") + names.Level(level) + ": ";
+        const std::string components = LevelInWords(filter, level, names);
+        text += components.empty() ? "none" : components;
     }
     return text;
+}
+
+std::string OpenLevelsInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter,
+                              const Names& names) {
+    std::string text;
+    for (std::uint32_t level = 0; level < Nima::Catalogue::kTraceLevels; ++level) {
+        const std::string components = LevelInWords(filter, level, names);
+        if (!components.empty()) {
+            text += (text.empty() ? "" : "; ") + names.Level(level) + ": " + components;
+        }
+    }
+    return text.empty() ? "none" : text;
 }
 
 void AppendTraceEvent(std::string& text, const Names& names, std::uint32_t component, std::uint32_t event,

@@ -42,6 +42,9 @@ std::string CaptureInWords(const SysTraceHeader& header, bool inDump);
 
 /// "level 0: every component; level 1: every component but Panel; level 2: Engine, components 7 to 12; ...".
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
+/// The same without the levels of which nothing is open; "none" if that is all of them.
+std::string OpenLevelsInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter,
+                              const Names& names);
 
 /// An event of the binary trace as every view shows it: "page_begins: page 1, 79 lines". Without a
 /// dictionary, or if the record is incomplete, numbers take the place of words: "event 0x3 0xabc",
