@@ -18,7 +18,7 @@ bool Any(const Filter& filter) {
 
 constexpr int kReadings = 1000;
 /// Looks at a header that seems damaged, a millisecond apart, before it is refused.
-constexpr int kLooks = 100;
+constexpr int kLooks = 30;
 
 /// The count of a writer that has claimed the first slot may not be there yet, and never comes if the writer
 /// was killed there. So the index may be one round ahead.
