@@ -1,5 +1,8 @@
 #include "ctl/Activity.h"
 
+#include "catalogue/OwnEvents.h"
+#include "ctl/block/ClaimCounter.h"
+
 #include <algorithm>
 #include <span>
 #include <thread>
@@ -11,6 +14,7 @@ namespace {
 
 /// The most entries that are looked at, 512 KB.
 constexpr std::uint32_t kMostLooked = 1 << 16;
+constexpr std::chrono::milliseconds kLook{100};
 
 std::uint64_t CountRecords(std::span<const SysTraceEntry> entries) {
     return static_cast<std::uint64_t>(std::count_if(entries.begin(), entries.end(), [](const auto& entry) {
@@ -38,27 +42,48 @@ void CountWriters(std::span<const SysTraceEntry> entries, Activity& activity) {
     }
 }
 
+std::optional<std::size_t> CountSinceDumpBegan(std::span<const SysTraceEntry> entries) {
+    using Event = Nima::Catalogue::OwnTraceEvent;
+    const auto is = [](const SysTraceEntry& entry, Event event) {
+        return entry.id == Nima::Catalogue::IdOf(event);
+    };
+    for (std::size_t i = entries.size(); i > 0; --i) {
+        const SysTraceEntry& entry = entries[i - 1];
+        if (is(entry, Event::kFileDumpEnds) || is(entry, Event::kCallbackDumpEnds)) {
+            break;
+        }
+        if (is(entry, Event::kFileDumpStarts) || is(entry, Event::kCallbackDumpStarts)) {
+            return entries.size() - i;
+        }
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 Activity Watch(const TraceBlock& block, std::chrono::nanoseconds time) {
     using Clock = std::chrono::steady_clock;
     Activity activity;
     const auto begin = Clock::now();
-    const SysTraceHeader before = block.CopyHeader();
-    std::this_thread::sleep_for(time);
-    const SysTraceHeader after = block.CopyHeader();
+    ClaimCounter claims(block);
+    for (Clock::duration passed{}; passed < time; passed = Clock::now() - begin) {
+        std::this_thread::sleep_for(std::min<Clock::duration>(kLook, time - passed));
+        claims.Look();
+    }
     activity.seconds = std::chrono::duration<double>(Clock::now() - begin).count();
 
+    const SysTraceHeader after = block.CopyHeader();
     const std::uint32_t used = std::min(UsedEntries(after), kMostLooked);
     const auto last = block.CopyEntries(after.writeIndex + 1 - used, used);
-    activity.cleared = after.wrapCount < before.wrapCount || after.writeIndex - before.writeIndex > 1U << 31;
+    activity.cleared = claims.Cleared();
+    activity.sinceDumpBegan = CountSinceDumpBegan(last);
     if (!activity.cleared) {
-        activity.entries = after.writeIndex - before.writeIndex;
-        const std::uint32_t counted = std::min(activity.entries, used);
+        activity.entries = claims.Claimed();
+        const auto counted = static_cast<std::size_t>(std::min<std::uint64_t>(activity.entries, used));
         activity.records = static_cast<double>(CountRecords(std::span(last).last(counted)));
         activity.estimated = counted < activity.entries;
         if (activity.estimated && counted > 0) {
-            activity.records *= static_cast<double>(activity.entries) / counted;
+            activity.records *= static_cast<double>(activity.entries) / static_cast<double>(counted);
         }
     }
     if ((after.flags & SYSTRACE_FLAG_THREAD_RECORDS) != 0) {

@@ -34,7 +34,6 @@ constexpr std::size_t kMostFiles = 4096;
 constexpr int kAttempts = 10;
 
 struct Options {
-    std::string directory;
     std::string output;
     std::vector<std::string> programs;
 };
@@ -204,10 +203,13 @@ std::vector<NimaPost::FileIdentity> Segments(const std::string& directory) {
     return identities;
 }
 
-int Report(Context& context, const Options& options, const Manifest& manifest, Findings& findings) {
-    std::size_t whole = 0;
+std::size_t FilesIn(const Manifest& manifest) {
+    return static_cast<std::size_t>(std::count_if(manifest.files.begin(), manifest.files.end(),
+                                                  [](const CollectedFile& file) { return file.inArchive; }));
+}
+
+void AddFindings(const Manifest& manifest, Findings& findings) {
     for (const CollectedFile& file : manifest.files) {
-        whole += file.inArchive ? 1 : 0;
         if (file.unreadable) {
             findings.Damage("left-out", file.name + " was left out: " + file.problem + ".");
         } else if (file.inArchive && !file.problem.empty()) {
@@ -217,14 +219,6 @@ int Report(Context& context, const Options& options, const Manifest& manifest, F
         }
         AddBlanked(file.blankedSlots, findings);
     }
-    if (context.json) {
-        PrintJson(context, {{"file", NimaPost::ToUtf8(options.output)}, {"manifest", manifest.ToJson()}});
-    } else {
-        context.out.Line(NimaPost::Printable(options.output) + ": " + NimaPost::Counted(whole, "file") +
-                         " and " + kManifestName);
-    }
-    PrintFindings(context, findings);
-    return findings.damage.empty() ? kExitFine : kExitDamaged;
 }
 
 /// Returns false, with a reason and no file under the output's name, if that cannot be done.
@@ -259,6 +253,10 @@ bool Pack(const Options& options, std::vector<Member>& members, Manifest& manife
             error != 0 ? options.output + ": " + std::strerror(error) : "interrupted; no archive was left";
         return false;
     }
+    if (FilesIn(manifest) == 0) {
+        problem = manifest.directory + ": none of its files can be read";
+        return false;
+    }
     // Last, since it says what became of the files.
     archive.Add(kManifestName, manifest.ToJson().dump(1) + "\n", manifest.clocks.wall / kSecond);
     archive.Finish();
@@ -267,7 +265,7 @@ bool Pack(const Options& options, std::vector<Member>& members, Manifest& manife
 
 int RunCollect(Context& context, const Options& options) {
     Manifest manifest;
-    manifest.directory = options.directory.empty() ? context.directory : options.directory;
+    manifest.directory = context.directory;
     manifest.programs = options.programs;
     std::string problem;
     std::vector<Member> members;
@@ -283,18 +281,22 @@ int RunCollect(Context& context, const Options& options) {
     if (!Pack(options, members, manifest, problem)) {
         return Refuse(context, problem);
     }
-    Findings findings;
     if (moved) {
-        findings.Damage("files-moved",
-                        "Files were renamed again and again while they were opened: one may be "
-                        "missing, or be there twice.");
+        context.findings.Damage("files-moved",
+                                "Files were renamed again and again while they were opened: one may be "
+                                "missing, or be there twice.");
     }
     for (const std::string& program : options.programs) {
         if (!InputFile::Open(program, problem)) {
-            findings.Damage("cannot-open", problem + ".");
+            context.findings.Damage("cannot-open", problem + ".");
         }
     }
-    return Report(context, options, manifest, findings);
+    AddFindings(manifest, context.findings);
+    if (!context.json) {
+        context.out.Line(NimaPost::Printable(options.output) + ": " +
+                         NimaPost::Counted(FilesIn(manifest), "file") + " and " + kManifestName);
+    }
+    return Finish(context, {{"file", NimaPost::ToUtf8(options.output)}, {"manifest", manifest.ToJson()}});
 }
 
 } // namespace
@@ -302,7 +304,7 @@ int RunCollect(Context& context, const Options& options) {
 void AddCollectVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddVerb(app, context, "collect", "Packs everything in the directory, with a manifest");
-    AddOption(*verb, "DIRECTORY", options->directory, "Instead of --directory");
+    AddOption(*verb, "DIRECTORY", context.directory, "Instead of --directory");
     AddOption(*verb, "-o,--output", options->output, "The archive, such as unit.tar.gz").Required();
     AddOption(*verb, "--program", options->programs,
               "Note the build ids of this program or library; may be given again")

@@ -1,6 +1,7 @@
 #include "catalogue/Files.h"
 #include "ctl/Verbs.h"
 #include "ctl/block/Snapshot.h"
+#include "tools/base/Interrupt.h"
 #include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -20,6 +22,15 @@ struct Options {
     std::string file = Nima::Catalogue::kSysTraceDump.narrow;
     unsigned backups = 0;
 };
+
+/// What is wrong with it, or nothing.
+std::string CheckSmallNumber(const std::string& text) {
+    constexpr std::uint64_t kMost = 99;
+    std::uint64_t number = 0;
+    return NimaPost::ParseNumber(text, number) && number <= kMost
+               ? std::string()
+               : "\"" + text + "\" is no number from 0 to " + std::to_string(kMost);
+}
 
 /// FILE becomes FILE.1, and so on up to the number of backups.
 bool RollBackups(const std::string& file, unsigned backups, std::string& problem) {
@@ -44,39 +55,48 @@ bool CanKeepBackups(const Options& options, std::string& problem) {
     return true;
 }
 
+/// Returns false, with a reason and all files as they were, if that cannot be done.
+bool WriteFile(const Options& options, const TraceBlock& block, Snapshot& snapshot, std::string& problem) {
+    // From here on a signal removes what has been begun.
+    const NimaPost::Interrupt interrupt;
+    struct stat status {};
+    fstat(block.File().Number(), &status);
+    const NimaPost::FileIdentity input = NimaPost::IdentityOf(status);
+    auto taken = TakeSnapshot(block, problem);
+    NimaPost::OutputFile file;
+    if (!taken || !file.Create(options.file, std::span(&input, 1), problem)) {
+        return false;
+    }
+    snapshot = std::move(*taken);
+    WriteDump(file.Out(), snapshot);
+    const bool written = file.Out().Flush();
+    if (interrupt.Requested()) {
+        problem = "interrupted; " + options.file + " was not written";
+        return false;
+    }
+    if (!written) {
+        problem = options.file + ": cannot be written";
+        return false;
+    }
+    return RollBackups(options.file, options.backups, problem) && file.Finish(problem);
+}
+
 int RunDump(Context& context, const Options& options) {
     std::string problem;
     const auto block = TraceBlock::Open(context.directory, Access::kRead, problem);
-    if (!block || !IsNoSegment(options.file, problem) || !CanKeepBackups(options, problem)) {
+    Snapshot snapshot;
+    if (!block || !IsNoSegment(options.file, problem) || !CanKeepBackups(options, problem) ||
+        !WriteFile(options, *block, snapshot, problem)) {
         return Refuse(context, problem);
     }
-    struct stat status {};
-    fstat(block->File().Number(), &status);
-    const NimaPost::FileIdentity input = NimaPost::IdentityOf(status);
-    NimaPost::OutputFile file;
-    const auto snapshot = TakeSnapshot(*block, problem);
-    if (!snapshot || !file.Create(options.file, std::span(&input, 1), problem)) {
-        return Refuse(context, problem);
+    AddBlanked(snapshot.blanked, context.findings);
+    if (!context.json) {
+        context.out.Line(NimaPost::Printable(options.file) + ": " +
+                         NimaPost::Counted(snapshot.entries.size(), "entry"));
     }
-    WriteDump(file.Out(), *snapshot);
-    if (!file.Out().Flush()) {
-        return Refuse(context, options.file + ": cannot be written");
-    }
-    if (!RollBackups(options.file, options.backups, problem) || !file.Finish(problem)) {
-        return Refuse(context, problem);
-    }
-    if (context.json) {
-        PrintJson(context, {{"file", NimaPost::ToUtf8(options.file)},
-                            {"entries", snapshot->entries.size()},
-                            {"overwritten", snapshot->blanked}});
-    } else {
-        context.out.Line(NimaPost::Printable(options.file) + ": " + std::to_string(snapshot->entries.size()) +
-                         " entries");
-    }
-    Findings findings;
-    AddBlanked(snapshot->blanked, findings);
-    PrintFindings(context, findings);
-    return kExitFine;
+    return Finish(context, {{"file", NimaPost::ToUtf8(options.file)},
+                            {"entries", snapshot.entries.size()},
+                            {"overwritten_slots", snapshot.blanked}});
 }
 
 } // namespace
@@ -87,7 +107,7 @@ void AddDumpVerb(CLI::App& app, Context& context, Run& run) {
     AddOption(*verb, "FILE", options->file, "Where to, \"SysTrace.bin\" by default");
     AddOption(*verb, "--backups", options->backups, "Keep N earlier files, as FILE.1 and so on")
         .TypeName("N")
-        .Between(0U, 99U);
+        .Check(CheckSmallNumber);
     OnCall(*verb, [&run, options] { run = [options](Context& c) { return RunDump(c, *options); }; });
 }
 

@@ -4,7 +4,35 @@
 #include "tools/base/Text.h"
 #include "tools/words/Words.h"
 
+#include <algorithm>
+
 namespace NimaCtl {
+
+namespace {
+
+constexpr std::size_t kWidth = 100;
+
+/// In lines that end after a comma.
+void Fold(NimaPost::Output& out, std::string margin, std::string_view text) {
+    constexpr std::string_view kComma = ", ";
+    while (text.size() > kWidth) {
+        const std::size_t last = text.substr(0, kWidth).rfind(kComma);
+        const std::size_t comma = last != std::string_view::npos ? last : text.find(kComma);
+        if (comma == std::string_view::npos) {
+            break;
+        }
+        out.Line(margin + std::string(text.substr(0, comma + 1)));
+        text.remove_prefix(comma + kComma.size());
+        margin.assign(margin.size(), ' ');
+    }
+    out.Line(margin + std::string(text));
+}
+
+} // namespace
+
+const char* const kSetAside =
+    "Either a dump runs or was killed, or levels were closed after a repair; the filters look the same. "
+    "\"nima-ctl repair\" brings the saved filter back.";
 
 std::string_view FilteringName(Filtering state) {
     switch (state) {
@@ -26,13 +54,9 @@ std::string_view FilteringText(Filtering state) {
         case Filtering::kOff:
             return "off: the filter lets nothing through";
         case Filtering::kCleared:
-            return "cleared: a dump has set the filter aside; if it was killed, \"nima-ctl repair\" brings "
-                   "the "
-                   "filter back";
+            return "cleared: the filter lets nothing through, and one is set aside";
         default:
-            return "partly cleared: a dump has set the filter aside, and levels were opened since; if the "
-                   "dump "
-                   "was killed, \"nima-ctl repair\" brings the rest back";
+            return "partly cleared: a filter is set aside that lets more through";
     }
 }
 
@@ -40,8 +64,34 @@ std::string FilterText(const Filter& filter, const Names& names) {
     return NimaPost::Printable(NimaPost::FilterInWords(filter, names));
 }
 
+void PrintFilter(NimaPost::Output& out, const std::string& label, const Filter& filter, const Names& names) {
+    constexpr std::string_view kNextLevel = "; ";
+    const std::string text = FilterText(filter, names);
+    if (text.size() <= kWidth) {
+        out.Line(label + text);
+        return;
+    }
+    std::string margin = label;
+    for (std::size_t begin = 0; begin < text.size();) {
+        const std::size_t end = std::min(text.find(kNextLevel, begin), text.size());
+        Fold(out, margin, std::string_view(text).substr(begin, end - begin));
+        begin = end + kNextLevel.size();
+        margin.assign(label.size(), ' ');
+    }
+}
+
+void PrintFilters(NimaPost::Output& out, const std::string& label, const Filters& filters,
+                  const Names& names) {
+    PrintFilter(out, label + "live   ", filters.live, names);
+    PrintFilter(out, std::string(label.size(), ' ') + "saved  ", filters.saved, names);
+}
+
 Json FilterJson(const Filter& filter, const Names& names) {
     return {{"words", filter}, {"text", NimaPost::ToUtf8(NimaPost::FilterInWords(filter, names))}};
+}
+
+Json FiltersJson(const Filters& filters, const Names& names) {
+    return {{"live", FilterJson(filters.live, names)}, {"saved", FilterJson(filters.saved, names)}};
 }
 
 } // namespace NimaCtl

@@ -120,7 +120,8 @@ int RunMark(Context& context, const Options& options) {
         0) {
         return Refuse(context, "the filter lets no record of " + context.names.Component(component) + " at " +
                                    context.names.Level(0) + " through; tracing is " +
-                                   std::string(FilteringText(filters.State())));
+                                   std::string(FilteringText(filters.State())) +
+                                   (filters.SetAside() ? ". " + std::string(kSetAside) : ""));
     }
     const auto pieces = Pieces(options.text);
     for (const std::string_view piece : pieces) {
@@ -129,12 +130,10 @@ int RunMark(Context& context, const Options& options) {
     if (block->File().Lost()) {
         return Refuse(context, block->File().LostText());
     }
-    if (context.json) {
-        PrintJson(context, {{"records", pieces.size()}});
-    } else {
+    if (!context.json) {
         context.out.Line("marked, " + NimaPost::Counted(pieces.size(), "record"));
     }
-    return kExitFine;
+    return Finish(context, {{"records", pieces.size()}});
 }
 
 } // namespace
@@ -142,7 +141,11 @@ int RunMark(Context& context, const Options& options) {
 void AddMarkVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddVerb(app, context, "mark", "Writes a text into the binary trace");
-    AddOption(*verb, "TEXT", options->text, "20 bytes for each record").Required();
+    // With "-h", a text that begins so would show the help and seem written.
+    NimaPost::OnlyLongHelp(*verb);
+    AddOption(*verb, "TEXT", options->text,
+              "20 bytes for each record, at most 1000; after \"--\" if it begins with \"-\"")
+        .Required();
     AddOption(*verb, "--event", options->event, "As this event, at level 0, instead of 127:0x7540")
         .TypeName("COMPONENT:NUMBER");
     OnCall(*verb, [&run, options] { run = [options](Context& c) { return RunMark(c, *options); }; });

@@ -2,10 +2,12 @@
 
 #include "ctl/Verbs.h"
 #include "ctl/block/Journal.h"
+#include "tools/base/Text.h"
 
 #include <algorithm>
 #include <exception>
 #include <iostream>
+#include <string>
 
 #include <CLI/CLI.hpp>
 #include <sys/stat.h>
@@ -24,9 +26,8 @@ int RunVerb(const Run& run, Context& context) {
         code = Refuse(context, problem);
     } else {
         try {
-            Findings findings;
-            CloseAbandoned(context.directory, context.names, findings);
-            PrintFindings(context, findings);
+            CloseAbandoned(context.directory, context.names, context.findings);
+            Tell(context);
             code = run(context);
         } catch (const std::exception& error) {
             code = Refuse(context, error.what());
@@ -37,6 +38,24 @@ int RunVerb(const Run& run, Context& context) {
         return kExitUnusable;
     }
     return code;
+}
+
+/// What is wrong with the words of a call; empty for what the parser says better.
+std::string Mistake(const CLI::App& app) {
+    const auto verbs = app.get_subcommands();
+    const auto remaining = verbs.empty() ? app.remaining() : verbs.front()->remaining();
+    if (remaining.empty()) {
+        return verbs.empty() ? "a verb is needed; --help lists them" : "";
+    }
+    const std::string& word = remaining.front();
+    const bool isOption = word.starts_with('-');
+    if (verbs.empty()) {
+        return std::string(isOption ? "no option \"" : "no verb \"") + word + "\"; --help lists them";
+    }
+    const std::string name = verbs.front()->get_name();
+    return isOption ? "no option \"" + word + "\" of " + name +
+                          "; an argument that begins with \"-\" comes after " + "\"--\""
+                    : "\"" + word + "\" is one argument too many for " + name;
 }
 
 } // namespace
@@ -53,7 +72,13 @@ int RunProgram(int argc, const char* const* argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kExitFine : kExitUnusable;
+        if (error.get_exit_code() == 0) {
+            app.exit(error);
+            return kExitFine;
+        }
+        const std::string mistake = Mistake(app);
+        std::cerr << "nima-ctl: " << NimaPost::Printable(mistake.empty() ? error.what() : mistake) << '\n';
+        return kExitUnusable;
     }
     return RunVerb(run, context);
 }

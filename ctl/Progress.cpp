@@ -26,7 +26,7 @@ Progress::~Progress() {
     }
 }
 
-void Progress::Show(std::chrono::nanoseconds passed, std::uint32_t entries) {
+void Progress::Show(std::chrono::nanoseconds passed, std::uint64_t entries) {
     if (!terminal_) {
         return;
     }

@@ -13,7 +13,7 @@ class Progress {
     Progress& operator=(const Progress&) = delete;
     ~Progress();
 
-    void Show(std::chrono::nanoseconds passed, std::uint32_t entries);
+    void Show(std::chrono::nanoseconds passed, std::uint64_t entries);
 
   private:
     std::chrono::nanoseconds whole_;

@@ -3,6 +3,7 @@
 #include "ctl/Verbs.h"
 #include "ctl/block/Steering.h"
 #include "tools/base/Json.h"
+#include "tools/base/Text.h"
 
 #include <cstdio>
 #include <iostream>
@@ -19,7 +20,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 struct Options {
-    double wait = 10;
+    std::chrono::nanoseconds wait{kUsualWait};
     bool yes = false;
 };
 
@@ -55,25 +56,22 @@ bool Agrees(const std::string& doubt) {
               << ".\nBring the filter back all the same? [y/N] ";
     std::string answer;
     std::getline(std::cin, answer);
-    return answer == "y" || answer == "yes";
+    return NimaPost::EqualNoCase(answer, "y") || NimaPost::EqualNoCase(answer, "yes");
 }
 
-int Report(Context& context, const TraceBlock& block, bool repaired, const std::string& text) {
-    const Filters filters = block.ReadFilters();
-    if (context.json) {
-        PrintJson(context, {{"repaired", repaired},
-                            {"text", text},
-                            {"tracing", FilteringName(filters.State())},
-                            {"filter", FilterJson(filters.live, context.names)}});
-    } else {
+int Report(Context& context, const TraceBlock& block, const Filters& before, bool repaired,
+           const std::string& text) {
+    const Filters after = block.ReadFilters();
+    if (!context.json) {
         context.out.Line(text);
-        context.out.Line("filter  " + FilterText(filters.live, context.names));
+        PrintFilters(context.out, "before  ", before, context.names);
+        PrintFilters(context.out, "after   ", after, context.names);
     }
-    return kExitFine;
-}
-
-int NothingToRepair(Context& context, const TraceBlock& block, const std::string& why) {
-    return Report(context, block, false, "nothing to repair: " + why);
+    return Finish(context, {{"repaired", repaired},
+                            {"text", text},
+                            {"tracing", FilteringName(after.State())},
+                            {"before", FiltersJson(before, context.names)},
+                            {"after", FiltersJson(after, context.names)}});
 }
 
 /// Waits for as long as a dump takes, and asks where that says nothing. Returns whether the filter may be
@@ -81,7 +79,7 @@ int NothingToRepair(Context& context, const TraceBlock& block, const std::string
 bool MayRepair(const TraceBlock& block, const Options& options, std::string& problem) {
     const MappingProcesses mapping = ProcessesThatMap(block.File().Number());
     const bool alone = mapping.processes.empty() && mapping.hidden == 0;
-    if (!alone && !StaysTheSame(block, SecondsOf(options.wait))) {
+    if (!alone && !StaysTheSame(block, options.wait)) {
         problem = "a dump or another nima-ctl is at work; nothing was changed";
         return false;
     }
@@ -100,22 +98,24 @@ int RunRepair(Context& context, const Options& options) {
     if (!block) {
         return Refuse(context, problem);
     }
-    if (!block->ReadFilters().SetAside()) {
-        return NothingToRepair(context, *block, "no filter is set aside");
+    const Filters first = block->ReadFilters();
+    if (!first.SetAside()) {
+        return Report(context, *block, first, false, "nothing to repair: no filter is set aside");
     }
     const bool may = MayRepair(*block, options, problem);
     const auto turn = may ? Turn::Take(*block, Turn::kPatience, problem) : std::nullopt;
     if (block->File().Lost()) {
         return Refuse(context, block->File().LostText());
     }
-    if (!block->ReadFilters().SetAside()) {
-        return NothingToRepair(context, *block, "the dump has ended");
+    const Filters before = block->ReadFilters();
+    if (!before.SetAside()) {
+        return Report(context, *block, first, false, "nothing to repair: the dump has ended");
     }
     if (!turn) {
         return Refuse(context, problem);
     }
     BringBack(*block);
-    return Report(context, *block, true, "repaired: the filter that was set aside is live again");
+    return Report(context, *block, before, true, "repaired: the filter that was set aside is live again");
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "ctl/RingsText.h"
 #include "ctl/Verbs.h"
 #include "tools/base/FileIdentity.h"
+#include "tools/base/Interrupt.h"
 #include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
@@ -31,36 +32,49 @@ Json RingsJson(const RingsView& rings) {
     return {{"process", rings.processId}, {"missing_records", rings.missing}, {"rings", std::move(list)}};
 }
 
+void Write(Context& context, Output& out, const RingsView& rings) {
+    if (context.json) {
+        out.WriteJson(ObjectOf(context, RingsJson(rings)));
+        out.Write("\n");
+    } else {
+        WriteRings(out, rings);
+    }
+}
+
+/// Returns false, with a reason and all files as they were, if that cannot be done.
+bool WriteFile(Context& context, const std::string& path, const RingsView& rings, std::string& problem) {
+    // From here on a signal removes what has been begun.
+    const NimaPost::Interrupt interrupt;
+    struct stat status {};
+    fstat(rings.file.Number(), &status);
+    const NimaPost::FileIdentity input = NimaPost::IdentityOf(status);
+    NimaPost::OutputFile file;
+    if (!file.Create(path, std::span(&input, 1), problem)) {
+        return false;
+    }
+    Write(context, file.Out(), rings);
+    file.Out().Flush();
+    if (interrupt.Requested()) {
+        problem = "interrupted; " + path + " was not written";
+        return false;
+    }
+    return file.Finish(problem);
+}
+
 int RunRings(Context& context, const std::string& path) {
     std::string problem;
     const auto rings = ReadRings(context.directory, problem);
     if (!rings || !IsNoSegment(path, problem)) {
         return Refuse(context, problem);
     }
-    struct stat status {};
-    fstat(rings->file.Number(), &status);
-    const NimaPost::FileIdentity input = NimaPost::IdentityOf(status);
-    NimaPost::OutputFile file;
-    if (!path.empty() && !file.Create(path, std::span(&input, 1), problem)) {
+    AddMissing(*rings, context.findings);
+    if (path.empty()) {
+        Write(context, context.out, *rings);
+    } else if (!WriteFile(context, path, *rings, problem)) {
         return Refuse(context, problem);
     }
-    Output& out = path.empty() ? context.out : file.Out();
-    if (context.json) {
-        out.WriteJson(RingsJson(*rings));
-        out.Write("\n");
-    } else {
-        WriteRings(out, *rings);
-    }
-    if (!path.empty() && !file.Finish(problem)) {
-        return Refuse(context, problem);
-    }
-    Findings findings;
-    if (rings->missing > 0) {
-        findings.Damage("file-cut", "The segment is cut: " + NimaPost::Counted(rings->missing, "record") +
-                                        " are missing.");
-    }
-    PrintFindings(context, findings);
-    return findings.damage.empty() ? kExitFine : kExitDamaged;
+    Tell(context);
+    return ExitCodeOf(context);
 }
 
 } // namespace

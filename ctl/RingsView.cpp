@@ -4,6 +4,7 @@
 #include "catalogue/Rings.h"
 #include "ctl/block/Segment.h"
 #include "tools/base/InputFile.h"
+#include "tools/base/Text.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -13,9 +14,23 @@ namespace NimaCtl {
 
 namespace {
 
+/// All records in whole pages, and a page for the directory.
+std::uint32_t SegmentSize() {
+    std::uint32_t bytes = 0;
+    for (const auto& ring : Nima::Catalogue::kRings) {
+        bytes += ring.entries * RING_RECORD_SIZE;
+    }
+    constexpr std::uint32_t kPage = RING_DIRECTORY_SIZE;
+    return (bytes + kPage - 1) / kPage * kPage + kPage;
+}
+
 std::string DirectoryDamage(const RingDirectory& directory) {
     if (directory.segmentSize <= RING_DIRECTORY_SIZE) {
         return "no rings were laid out in it";
+    }
+    if (directory.segmentSize != SegmentSize()) {
+        return "is damaged: its directory says " + std::to_string(directory.segmentSize) +
+               " bytes instead of " + std::to_string(SegmentSize());
     }
     for (std::size_t i = 0; i < RING_COUNT; ++i) {
         if (directory.entryCounts[i] != Nima::Catalogue::kRings[i].entries) {
@@ -48,6 +63,13 @@ void ReadRecords(const NimaPost::InputFile& file, RingsView& rings) {
 }
 
 } // namespace
+
+void AddMissing(const RingsView& rings, NimaPost::Findings& findings) {
+    if (rings.missing > 0) {
+        findings.Damage("file-cut", "The rings' segment is cut: it lacks " +
+                                        NimaPost::Counted(rings.missing, "record") + ".");
+    }
+}
 
 std::optional<RingsView> ReadRings(const std::string& directory, std::string& problem) {
     const std::string path = directory + '/' + Nima::Catalogue::kRingSegment.narrow;

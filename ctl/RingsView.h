@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/base/Descriptor.h"
+#include "tools/base/Findings.h"
 
 #include <array>
 #include <cstdint>
@@ -21,6 +22,9 @@ struct RingsView {
     std::array<std::vector<RingBufferData>, RING_COUNT> records; ///< in slot order, up to the first empty one
     std::uint64_t missing = 0;                                   ///< records that the file has been cut by
 };
+
+/// Adds the damage of a segment that is cut.
+void AddMissing(const RingsView& rings, NimaPost::Findings& findings);
 
 /// Empty if there are no rings to read; `problem` then says why.
 std::optional<RingsView> ReadRings(const std::string& directory, std::string& problem);

@@ -10,7 +10,10 @@
 #include "tools/words/Words.h"
 
 #include <cstdio>
+#include <filesystem>
 #include <memory>
+#include <optional>
+#include <system_error>
 
 namespace NimaCtl {
 
@@ -20,17 +23,43 @@ using NimaPost::Counted;
 
 constexpr std::size_t kWritersShown = 16;
 
+struct Block {
+    std::optional<TraceBlock> block;
+    std::string problem;
+    Activity activity;
+    MappingProcesses mapping;
+};
+
 struct Rings {
     std::optional<RingsView> view;
     std::string problem;
+    bool absent = false;
     NimaPost::ProcessState owner;
     MappingProcesses mapping;
     std::size_t used = 0; ///< rings that hold records
 };
 
+Block LookAtBlock(const Context& context, std::chrono::nanoseconds time) {
+    std::string problem;
+    Block look{TraceBlock::Open(context.directory, Access::kRead, problem), {}, {}, {}};
+    look.problem = problem;
+    if (look.block) {
+        look.activity = Watch(*look.block, time);
+        look.mapping = ProcessesThatMap(look.block->File().Number());
+        if (look.block->File().Lost()) {
+            look.problem = look.block->File().LostText();
+            look.block.reset();
+        }
+    }
+    return look;
+}
+
 Rings LookAtRings(const Context& context) {
     Rings rings;
     rings.view = ReadRings(context.directory, rings.problem);
+    std::error_code error;
+    rings.absent =
+        !std::filesystem::exists(context.directory + '/' + Nima::Catalogue::kRingSegment.narrow, error);
     if (rings.view) {
         rings.owner = NimaPost::StateOfProcess(rings.view->processId);
         rings.mapping = ProcessesThatMap(rings.view->file.Number());
@@ -54,8 +83,8 @@ std::string RateText(const Activity& activity) {
     char time[32];
     std::snprintf(time, sizeof(time), "%.2f", activity.seconds);
     return Rounded(activity.records / activity.seconds) + " records/s, " +
-           Rounded(activity.entries / activity.seconds) + " entries/s, seen in " + time + " s" +
-           (activity.estimated ? "; estimated from the last entries" : "");
+           Rounded(static_cast<double>(activity.entries) / activity.seconds) + " entries/s, seen in " + time +
+           " s" + (activity.estimated ? "; estimated from the last entries" : "");
 }
 
 std::string ThreadText(std::uint32_t thread, const Names& names) {
@@ -77,36 +106,34 @@ void PrintWriters(Context& context, const Activity& activity) {
     }
 }
 
-void PrintBlock(Context& context, const TraceBlock& block, const Activity& activity,
-                const MappingProcesses& mapping) {
-    const SysTraceHeader header = block.CopyHeader();
-    const Filters filters = block.ReadFilters();
-    const Filtering state = filters.State();
-    const std::uint32_t used = UsedEntries(header);
+/// How often writers have gone round.
+std::string OverwrittenText(const SysTraceHeader& header) {
+    const std::uint32_t rounds = Rounds(header);
+    return rounds < 2 ? std::string() : ", overwritten " + Counted(rounds - 1, "time");
+}
+
+void PrintBlock(Context& context, const Block& look) {
+    const SysTraceHeader header = look.block->CopyHeader();
+    const Filters filters = look.block->ReadFilters();
     Output& out = context.out;
     out.Line(std::string(Nima::Catalogue::kSysTraceSegment.narrow) + " in " +
              NimaPost::Printable(context.directory));
     out.Line("  state         " + std::to_string(header.state) + " (" +
              std::string(NimaPost::CaptureStateName(header.state)) + ")");
-    out.Line("  tracing       " + std::string(FilteringText(state)));
-    out.Line("  filter        " + FilterText(filters.live, context.names));
+    out.Line("  tracing       " + std::string(FilteringText(filters.State())));
+    PrintFilter(out, "  filter        ", filters.live, context.names);
     if (filters.SetAside()) {
-        out.Line("  saved filter  " + FilterText(filters.saved, context.names));
+        PrintFilter(out, "  saved filter  ", filters.saved, context.names);
     }
-    out.Line("  fill          " + std::to_string(used) + " of " + std::to_string(kEntries) + " entries" +
-             (header.wrapCount > 0 ? ", overwritten for the " + std::to_string(header.wrapCount) + ". time"
-                                   : std::string()));
-    out.Line("  rate          " + RateText(activity));
-    PrintWriters(context, activity);
-    out.Line("  mapped by     " + ProcessesText(mapping));
+    out.Line("  fill          " + std::to_string(UsedEntries(header)) + " of " + std::to_string(kEntries) +
+             " entries" + OverwrittenText(header));
+    out.Line("  rate          " + RateText(look.activity));
+    PrintWriters(context, look.activity);
+    out.Line("  mapped by     " + ProcessesText(look.mapping));
 }
 
 void PrintRings(Context& context, const Rings& rings) {
     Output& out = context.out;
-    if (!rings.view) {
-        out.Line("No rings: " + NimaPost::Printable(rings.problem));
-        return;
-    }
     out.Line(std::string(Nima::Catalogue::kRingSegment.narrow));
     out.Line("  laid out by   " + std::to_string(rings.view->processId) +
              (rings.owner.lives ? " " + NimaPost::Printable(rings.owner.name) : ", which is gone"));
@@ -117,20 +144,29 @@ void PrintRings(Context& context, const Rings& rings) {
 Json WritersJson(const Activity& activity, const Names& names) {
     Json writers = Json::array();
     for (const auto& [thread, records] : activity.writers) {
+        const std::string name = names.Thread(thread);
         writers.push_back({{"thread", NimaPost::Hex32(thread)},
-                           {"name", NimaPost::ToUtf8(names.Thread(thread))},
+                           {"name", name.empty() ? Json() : Json(NimaPost::ToUtf8(name))},
                            {"records", records}});
     }
     return writers;
 }
 
-Json BlockJson(const Context& context, const TraceBlock& block, const Activity& activity,
-               const MappingProcesses& mapping) {
-    const SysTraceHeader header = block.CopyHeader();
-    const Filters filters = block.ReadFilters();
+Json RateJson(const Activity& activity) {
     Json rate{{"seconds", activity.seconds}, {"estimated", activity.estimated}};
+    const auto entries = static_cast<double>(activity.entries);
     rate["records_per_second"] = activity.cleared ? Json() : Json(activity.records / activity.seconds);
-    rate["entries_per_second"] = activity.cleared ? Json() : Json(activity.entries / activity.seconds);
+    rate["entries_per_second"] = activity.cleared ? Json() : Json(entries / activity.seconds);
+    return rate;
+}
+
+/// Null without a block; the findings then say why.
+Json BlockJson(const Context& context, const Block& look) {
+    if (!look.block) {
+        return nullptr;
+    }
+    const SysTraceHeader header = look.block->CopyHeader();
+    const Filters filters = look.block->ReadFilters();
     return {{"state", header.state},
             {"state_name", NimaPost::CaptureStateName(header.state)},
             {"tracing", FilteringName(filters.State())},
@@ -140,56 +176,84 @@ Json BlockJson(const Context& context, const TraceBlock& block, const Activity& 
             {"entries_in_use", UsedEntries(header)},
             {"write_index", header.writeIndex},
             {"wrap_count", header.wrapCount},
-            {"rate", rate},
-            {"writers", WritersJson(activity, context.names)},
-            {"last_records", activity.lastRecords},
-            {"processes", ProcessesJson(mapping)},
-            {"hidden_processes", mapping.hidden}};
+            {"rate", RateJson(look.activity)},
+            {"writers", WritersJson(look.activity, context.names)},
+            {"last_records", look.activity.lastRecords},
+            {"processes", ProcessesJson(look.mapping)},
+            {"hidden_processes", look.mapping.hidden}};
 }
 
 Json RingsJson(const Rings& rings) {
     if (!rings.view) {
-        return {{"problem", NimaPost::ToUtf8(rings.problem)}};
+        return nullptr;
     }
     return {{"process", rings.view->processId},
             {"lives", rings.owner.lives},
             {"rings_in_use", rings.used},
+            {"missing_records", rings.view->missing},
             {"processes", ProcessesJson(rings.mapping)},
             {"hidden_processes", rings.mapping.hidden}};
 }
 
-int RunStatus(Context& context, double seconds) {
-    std::string problem;
-    const auto block = TraceBlock::Open(context.directory, Access::kRead, problem);
-    if (!block) {
-        return Refuse(context, problem);
+/// What the trace says about a filter that is set aside: nothing is traced while it is cleared, but for what
+/// writers had begun.
+std::string Hint(Filtering state, const Activity& activity) {
+    constexpr std::size_t kBegun = 1024; ///< entries
+    if (!activity.sinceDumpBegan) {
+        return {};
     }
-    const Activity activity = Watch(*block, SecondsOf(seconds));
-    const MappingProcesses mapping = ProcessesThatMap(block->File().Number());
-    const Rings rings = LookAtRings(context);
-    if (block->File().Lost()) {
-        return Refuse(context, block->File().LostText());
+    const std::string dump = "a dump began that has not ended, ";
+    if (*activity.sinceDumpBegan <= kBegun) {
+        return " The trace stops where " + dump + "which speaks for the dump.";
     }
-    if (context.json) {
-        PrintJson(context, {{"directory", NimaPost::ToUtf8(context.directory)},
-                            {"systrace", BlockJson(context, *block, activity, mapping)},
-                            {"rings", RingsJson(rings)}});
+    return state != Filtering::kCleared ? ""
+                                        : " After " + dump + Counted(*activity.sinceDumpBegan, "entry") +
+                                              " were traced, which speaks for closed levels.";
+}
+
+void AddFindings(const Block& look, const Rings& rings, Findings& findings) {
+    if (!look.block) {
+        findings.Damage("no-block", look.problem + ".");
+    } else if (const Filtering state = look.block->ReadFilters().State();
+               state == Filtering::kCleared || state == Filtering::kPartly) {
+        findings.Remark("filter-cleared", kSetAside + Hint(state, look.activity));
+    }
+    if (!rings.view && rings.absent) {
+        // A device need not use them.
+        findings.Remark("no-rings", rings.problem + ".");
+    } else if (!rings.view) {
+        findings.Damage("no-rings", rings.problem + ".");
     } else {
-        PrintBlock(context, *block, activity, mapping);
+        AddMissing(*rings.view, findings);
+    }
+}
+
+int RunStatus(Context& context, std::chrono::nanoseconds time) {
+    const Block look = LookAtBlock(context, time);
+    const Rings rings = LookAtRings(context);
+    if (!look.block && !rings.view) {
+        return Refuse(context, look.problem);
+    }
+    AddFindings(look, rings, context.findings);
+    if (!context.json && look.block) {
+        PrintBlock(context, look);
+    }
+    if (!context.json && rings.view) {
         PrintRings(context, rings);
     }
-    return kExitFine;
+    return Finish(context, {{"directory", NimaPost::ToUtf8(context.directory)},
+                            {"systrace", BlockJson(context, look)},
+                            {"rings", RingsJson(rings)}});
 }
 
 } // namespace
 
 void AddStatusVerb(CLI::App& app, Context& context, Run& run) {
-    auto seconds = std::make_shared<double>(0.5);
+    auto time = std::make_shared<std::chrono::nanoseconds>(std::chrono::milliseconds(500));
     CLI::App* verb = AddVerb(app, context, "status", "The block, its filter, its writers, and the rings");
-    AddOption(*verb, "--for", *seconds, "How long to count records for the rate, half a second by default")
-        .TypeName("SECONDS")
-        .Between(0.01, 3600.0);
-    OnCall(*verb, [&run, seconds] { run = [seconds](Context& c) { return RunStatus(c, *seconds); }; });
+    AddTimeOption(*verb, "--for", *time, std::chrono::nanoseconds(1),
+                  "How long to count records for the rate, half a second by default");
+    OnCall(*verb, [&run, time] { run = [time](Context& c) { return RunStatus(c, *time); }; });
 }
 
 } // namespace NimaCtl

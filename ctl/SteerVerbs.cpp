@@ -16,7 +16,7 @@ namespace {
 struct Options {
     std::vector<std::string> words;
     bool off = false;
-    double wait = 10;
+    std::chrono::nanoseconds wait{kUsualWait};
 };
 
 /// Turns the words of a call into a change; returns false with a reason if they are not understood.
@@ -53,16 +53,29 @@ bool MakeReset(const Names& /*names*/, const Options& /*options*/, FilterChange&
     return true;
 }
 
-void AddRemarks(const SteeringResult& result, Findings& findings) {
+void AddFindings(const SteeringResult& result, Findings& findings) {
     if (result.held) {
         findings.Remark("filter-held",
-                        "A dump still holds the filter, or one that was killed left it so. The change is in "
-                        "the live filter and in the saved one, which the dump brings back.");
+                        "The change is in the live filter and in the saved one, which lets more "
+                        "through. " +
+                            std::string(kSetAside));
     }
     if (result.repeats > 0) {
         findings.Remark("change-repeated", "Dumps undid the change " +
                                                NimaPost::Counted(result.repeats, "time") +
                                                "; it was repeated each time.");
+    }
+    if (!result.done) {
+        findings.Damage("change-lost", "The change was lost again just now; call this again.");
+    }
+}
+
+/// The saved filter only where it matters.
+void Print(Context& context, const std::string& label, const Filters& filters) {
+    if (filters.SetAside()) {
+        PrintFilters(context.out, label, filters, context.names);
+    } else {
+        PrintFilter(context.out, label, filters.live, context.names);
     }
 }
 
@@ -77,28 +90,23 @@ int RunChange(Context& context, const Options& options, ChangeMaker* make) {
     if (!turn) {
         return Refuse(context, problem);
     }
-    StrikeFromNotes(context.directory, change.Touched());
-    const SteeringResult result = Steer(*block, change, SecondsOf(options.wait));
+    if (!StrikeFromNotes(context.directory, *block, change.Touched())) {
+        context.findings.Remark(
+            "note-stays", "A note of a recording cannot be changed; what it lists may be closed later.");
+    }
+    const SteeringResult result = Steer(*block, change, options.wait);
     if (block->File().Lost()) {
         return Refuse(context, block->File().LostText());
     }
-    Findings findings;
-    AddRemarks(result, findings);
-    const bool done = change.IsIn(result.after);
-    if (!done) {
-        findings.Damage("change-lost", "The change was lost again just now; call this again.");
+    AddFindings(result, context.findings);
+    if (!context.json) {
+        Print(context, "before  ", result.before);
+        Print(context, "after   ", result.after);
     }
-    if (context.json) {
-        PrintJson(context, {{"before", FilterJson(result.before, context.names)},
-                            {"after", FilterJson(result.after, context.names)},
+    return Finish(context, {{"before", FiltersJson(result.before, context.names)},
+                            {"after", FiltersJson(result.after, context.names)},
                             {"held", result.held},
                             {"repeats", result.repeats}});
-    } else {
-        context.out.Line("before  " + FilterText(result.before, context.names));
-        context.out.Line("after   " + FilterText(result.after, context.names));
-    }
-    PrintFindings(context, findings);
-    return done ? kExitFine : kExitDamaged;
 }
 
 int RunClear(Context& context) {
@@ -113,12 +121,11 @@ int RunClear(Context& context) {
     if (block->File().Lost()) {
         return Refuse(context, block->File().LostText());
     }
-    if (context.json) {
-        PrintJson(context, {{"cleared_entries", used}});
-    } else {
-        context.out.Line("cleared; " + std::to_string(used) + " entries were in use");
+    if (!context.json) {
+        context.out.Line("cleared; " + NimaPost::Counted(used, "entry") + (used == 1 ? " was" : " were") +
+                         " in use");
     }
-    return kExitFine;
+    return Finish(context, {{"cleared_entries", used}});
 }
 
 /// A verb that changes the filter, without its own words.

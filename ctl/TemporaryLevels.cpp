@@ -1,8 +1,18 @@
 #include "ctl/TemporaryLevels.h"
 
+#include <algorithm>
+#include <utility>
+
 #include <sys/stat.h>
 
 namespace NimaCtl {
+
+namespace {
+
+/// How long the closing waits where the opening has waited in vain for the end of a dump.
+constexpr std::chrono::seconds kShort{1};
+
+} // namespace
 
 TemporaryLevels::~TemporaryLevels() {
     std::string ignored;
@@ -10,12 +20,12 @@ TemporaryLevels::~TemporaryLevels() {
 }
 
 bool TemporaryLevels::Open(const Filter& wanted, std::string& problem) {
-    const auto turn = Turn::Take(block_, Turn::kPatience, problem);
+    const auto turn = Turn::Take(block_, Turn::kPatience, problem, isToEnd_);
     if (!turn) {
         return false;
     }
     const Filter open = block_.ReadFilters().Effective();
-    const Filter noted = NotedLevels(directory_);
+    const Filter noted = NotedLevels(directory_, block_);
     struct stat status {};
     fstat(block_.File().Number(), &status);
     Note note{NimaPost::IdentityOf(status), {}};
@@ -29,7 +39,7 @@ bool TemporaryLevels::Open(const Filter& wanted, std::string& problem) {
     opened_ = note.levels;
     FilterChange change;
     change.set = note.levels;
-    Steer(block_, change, patience_);
+    held_ = Steer(block_, change, patience_, isToEnd_).held;
     return true;
 }
 
@@ -60,7 +70,8 @@ bool TemporaryLevels::Close(std::string& problem) {
     for (std::size_t i = 0; i < levels.size(); ++i) {
         change.clear[i] = levels[i] & ~others[i];
     }
-    const bool closed = change.IsIn(Steer(block_, change, patience_).after);
+    const auto patience = held_ ? std::min<std::chrono::nanoseconds>(patience_, kShort) : patience_;
+    const bool closed = Steer(block_, change, patience).done;
     if (block_.File().Lost()) {
         problem = block_.File().LostText();
         return false;

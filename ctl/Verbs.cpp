@@ -1,8 +1,10 @@
 #include "ctl/Verbs.h"
 
 #include "catalogue/Files.h"
+#include "tools/base/FindingsJson.h"
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeText.h"
 
 #include <filesystem>
 #include <iostream>
@@ -14,11 +16,11 @@ namespace NimaCtl {
 
 namespace {
 
-constexpr double kMostSeconds = 86400;
-
-void PrintSentences(std::string_view label, const std::vector<NimaPost::Finding>& findings) {
-    for (const NimaPost::Finding& finding : findings) {
-        std::cerr << label << NimaPost::Printable(finding.sentence) << '\n';
+/// Those from `told` on, which then counts them all.
+void PrintSentences(std::string_view label, const std::vector<NimaPost::Finding>& findings,
+                    std::size_t& told) {
+    for (; told < findings.size(); ++told) {
+        std::cerr << label << NimaPost::Printable(findings[told].sentence) << '\n';
     }
 }
 
@@ -31,6 +33,25 @@ CLI::App* AddVerb(CLI::App& app, Context& context, const std::string& name, cons
     AddOption(*verb, "--names", context.namesFile, "Dictionary that turns numbers into words")
         .TypeName("FILE");
     return verb;
+}
+
+NimaPost::Argument AddTimeOption(CLI::App& verb, const std::string& name, std::chrono::nanoseconds& time,
+                                 std::chrono::nanoseconds least, const std::string& what) {
+    const auto check = [least](const std::string& text) {
+        const auto parsed = NimaPost::ParseDuration(text);
+        return parsed && *parsed >= least.count() && *parsed <= NimaPost::kDay
+                   ? std::string()
+                   : "no time \"" + text + "\": such as 30s, 500ms, 5m or 1.5, " +
+                         (least.count() > 0 ? "more than nothing and " : "") + "at most a day";
+    };
+    std::function<void(const std::string&)> set = [&time](const std::string& text) {
+        time = std::chrono::nanoseconds(NimaPost::ParseDuration(text).value_or(0));
+    };
+    return AddOption(verb, name, std::move(set), what).TypeName("TIME").Check(check);
+}
+
+void AddWaitOption(CLI::App& verb, std::chrono::nanoseconds& time, const std::string& what) {
+    AddTimeOption(verb, "--wait", time, std::chrono::nanoseconds(0), what);
 }
 
 bool IsNoSegment(const std::string& path, std::string& problem) {
@@ -47,36 +68,48 @@ bool IsNoSegment(const std::string& path, std::string& problem) {
     return true;
 }
 
-void AddWaitOption(CLI::App& verb, double& seconds, const std::string& what) {
-    AddOption(verb, "--wait", seconds, what).TypeName("SECONDS").Between(0.0, kMostSeconds);
+void AddBlanked(std::uint32_t slots, Findings& findings) {
+    if (slots > 0) {
+        findings.Remark("overwritten-slots", "Blank in the copy: " + NimaPost::Counted(slots, "slot") +
+                                                 ", overwritten while the oldest were copied.");
+    }
+}
+
+void Tell(Context& context) {
+    if (!context.json) {
+        context.out.Flush();
+        PrintSentences("damaged: ", context.findings.damage, context.damageTold);
+        PrintSentences("note: ", context.findings.remarks, context.remarksTold);
+    }
+}
+
+Json ObjectOf(const Context& context, const Json& members) {
+    Json object{{"schema", NimaPost::kJsonSchema}};
+    object.update(members);
+    object["findings"] = NimaPost::FindingsJson(context.findings);
+    return object;
+}
+
+int Finish(Context& context, const Json& members) {
+    if (context.json) {
+        context.out.WriteJson(ObjectOf(context, members));
+        context.out.Write("\n");
+    }
+    Tell(context);
+    return ExitCodeOf(context);
+}
+
+int ExitCodeOf(const Context& context) {
+    return context.findings.damage.empty() ? kExitFine : kExitDamaged;
 }
 
 int Refuse(Context& context, const std::string& problem) {
+    Tell(context);
     std::cerr << "nima-ctl: " << NimaPost::Printable(problem) << '\n';
     if (context.json) {
-        PrintJson(context, {{"error", NimaPost::ToUtf8(problem)}});
+        Finish(context, {{"error", NimaPost::ToUtf8(problem)}});
     }
     return kExitUnusable;
-}
-
-void PrintFindings(Context& context, const Findings& findings) {
-    context.out.Flush();
-    PrintSentences("damaged: ", findings.damage);
-    PrintSentences("note: ", findings.remarks);
-}
-
-void AddBlanked(std::uint32_t slots, Findings& findings) {
-    if (slots > 0) {
-        findings.Remark("overwritten-slots",
-                        NimaPost::Counted(slots, "slot") +
-                            " of the oldest were overwritten while they were copied, and "
-                            "are blank.");
-    }
-}
-
-void PrintJson(Context& context, const Json& json) {
-    context.out.WriteJson(json);
-    context.out.Write("\n");
 }
 
 } // namespace NimaCtl

@@ -6,6 +6,7 @@
 #include "tools/names/Names.h"
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -23,13 +24,16 @@ using NimaPost::Names;
 using NimaPost::OnCall;
 using NimaPost::Output;
 
-/// What every verb gets: the common options, and where its result goes.
+/// What every verb gets: the common options, where its result goes, and what has been found so far.
 struct Context {
     std::string directory = ".";
     bool json = false;
     std::string namesFile;
     Names names;
     Output out{stdout};
+    Findings findings;
+    std::size_t damageTold = 0;
+    std::size_t remarksTold = 0;
 };
 
 using Run = std::function<int(Context&)>;
@@ -43,28 +47,33 @@ void SetUpProgram(CLI::App& app, Context& context, Run& run);
 /// A subcommand with the options that all verbs share.
 CLI::App* AddVerb(CLI::App& app, Context& context, const std::string& name, const std::string& description);
 
-inline std::chrono::nanoseconds SecondsOf(double seconds) {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::duration<double>(seconds));
-}
-
-/// "--wait SECONDS".
-void AddWaitOption(CLI::App& verb, double& seconds, const std::string& what);
+/// An option whose value is a length of time: "30s", "500ms", "1.5" (seconds), at most a day.
+NimaPost::Argument AddTimeOption(CLI::App& verb, const std::string& name, std::chrono::nanoseconds& time,
+                                 std::chrono::nanoseconds least, const std::string& what);
+/// "--wait TIME", which may be nothing.
+constexpr std::chrono::seconds kUsualWait{10};
+void AddWaitOption(CLI::App& verb, std::chrono::nanoseconds& time, const std::string& what);
 
 /// Whether a verb may write to this path: never where a segment is, of this directory or of another, since
 /// that would take it away from the processes that map it. Otherwise `problem` says why not.
 bool IsNoSegment(const std::string& path, std::string& problem);
 
-/// Prints why nothing was done, on standard error and, if JSON was asked for, as an object on standard
-/// output. Returns the exit code for that.
-int Refuse(Context& context, const std::string& problem);
-
-/// Prints damage and remarks on standard error, as lines "damaged: ..." and "note: ...".
-void PrintFindings(Context& context, const Findings& findings);
-
-/// A remark about slots that were overwritten while they were copied, if there are any.
+/// Adds a remark about slots that were overwritten while they were copied, if there are any.
 void AddBlanked(std::uint32_t slots, Findings& findings);
 
-/// Writes a JSON object and the end of its line.
-void PrintJson(Context& context, const Json& json);
+/// Prints what has been found so far, for example before something that takes long: damage and remarks on
+/// standard error, as lines "damaged: ..." and "note: ...". With JSON they come in its object.
+void Tell(Context& context);
+
+/// The object of a call: `schema`, the members, and the findings.
+Json ObjectOf(const Context& context, const Json& members);
+
+/// Ends a call that did something: prints the object of the call if JSON was asked for, otherwise the
+/// findings. Returns the exit code, which depends on whether there is damage.
+int Finish(Context& context, const Json& members);
+int ExitCodeOf(const Context& context);
+
+/// Ends a call that did nothing, and says why. Returns the exit code for that.
+int Refuse(Context& context, const std::string& problem);
 
 } // namespace NimaCtl

@@ -451,7 +451,24 @@ TEST_F(WatchTest, KeysSteerTheTrace) {
         std::memcpy(&word, ReadFile(kTrace).data() + 44 + index * 4, sizeof(word));
         return word;
     };
+    // What a recording of nima-ctl that was killed has left.
+    struct stat status {};
+    ASSERT_EQ(::stat(kTrace, &status), 0);
+    char note[400];
+    std::snprintf(note, sizeof(note), "nima-ctl record 1\nsegment %016llx %016llx\n%s%s%s%s",
+                  static_cast<unsigned long long>(status.st_dev),
+                  static_cast<unsigned long long>(status.st_ino), "00000000 00000000 00000000 00000000\n",
+                  "00000000 00000000 00000000 00000000\n", "02000000 00000000 00000000 00000000\n",
+                  "00000000 00000000 00000000 00000000\n");
+    WriteFile("nima-ctl.aaaaaa.record", note);
+    const std::uint32_t open = 0x02000000;
+    const int segment = ::open(kTrace, O_WRONLY | O_CLOEXEC);
+    ASSERT_EQ(::pwrite(segment, &open, sizeof(open), 44 + 8 * 4), static_cast<ssize_t>(sizeof(open)));
+    ::close(segment);
     Program watch = Program::AsJob({"watch", "--control", "--interval", "50"});
+    watch.ReadUpTo("level 2: component 6");
+    EXPECT_EQ(filterWord(8), 0U);
+    EXPECT_FALSE(Exists("nima-ctl.aaaaaa.record"));
     watch.ReadUpTo("component 0: level 0, level 1");
     watch.Type('5');
     watch.ReadUpTo("component 5: level 0, level 1");

@@ -51,8 +51,12 @@ std::vector<std::string> NamesIn(const std::string& directory) {
     return names;
 }
 
+/// Whatever else may have the name of a note is none.
 Descriptor OpenNote(const std::string& path, int flags) {
-    return Descriptor(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+    Descriptor file(open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+    struct stat status {};
+    return file && fstat(file.Number(), &status) == 0 && S_ISREG(status.st_mode) ? std::move(file)
+                                                                                 : Descriptor();
 }
 
 std::string ReadText(int file) {
@@ -76,16 +80,39 @@ bool IsAbandoned(int file) {
     return true;
 }
 
-/// Calls `action(name, note)` for the notes of recordings that run.
-template <typename Action>
-void ForEachLiving(const std::string& directory, const Action& action) {
-    for (const std::string& name : NamesIn(directory)) {
+/// Waits only for those who look whether the note is abandoned.
+bool Lock(int file) {
+    int result = flock(file, LOCK_EX);
+    while (result != 0 && errno == EINTR) {
+        result = flock(file, LOCK_EX);
+    }
+    return result == 0;
+}
+
+/// A file with the name of a note.
+struct FoundNote {
+    std::string name;
+    std::string text;
+    bool abandoned = false;
+    std::optional<Note> note; ///< empty unless the text is a whole one
+};
+
+std::vector<FoundNote> FindNotes(const std::string& directory) {
+    std::vector<FoundNote> notes;
+    for (std::string& name : NamesIn(directory)) {
         const Descriptor file = OpenNote(PathIn(directory, name), O_RDONLY);
-        const auto note =
-            file && !IsAbandoned(file.Number()) ? ParseNote(ReadText(file.Number())) : std::nullopt;
-        if (note) {
-            action(name, *note);
+        if (file) {
+            std::string text = ReadText(file.Number());
+            auto note = ParseNote(text);
+            notes.push_back({std::move(name), std::move(text), IsAbandoned(file.Number()), std::move(note)});
         }
+    }
+    return notes;
+}
+
+void Add(Filter& levels, const Filter& others) {
+    for (std::size_t i = 0; i < levels.size(); ++i) {
+        levels[i] |= others[i];
     }
 }
 
@@ -123,22 +150,18 @@ struct Abandoned {
 Abandoned Collect(const std::string& directory, const NimaPost::FileIdentity& segment,
                   NimaPost::Findings& findings) {
     Abandoned abandoned;
-    for (const std::string& name : NamesIn(directory)) {
-        const std::string path = PathIn(directory, name);
-        const Descriptor file = OpenNote(path, O_RDONLY);
-        if (!file || !IsAbandoned(file.Number())) {
+    for (const FoundNote& found : FindNotes(directory)) {
+        if (!found.abandoned) {
             continue;
         }
-        const std::string text = ReadText(file.Number());
-        const auto note = ParseNote(text);
-        if (note && note->segment == segment) {
-            for (std::size_t i = 0; i < note->levels.size(); ++i) {
-                abandoned.levels[i] |= note->levels[i];
-            }
-        } else if (!text.empty()) {
-            findings.Remark("foreign-note", path + ": is left alone: " +
-                                                (note ? "it is about another segment"
-                                                      : "it is no note of a recording, or a damaged one"));
+        const std::string path = PathIn(directory, found.name);
+        if (found.note && found.note->segment == segment) {
+            Add(abandoned.levels, found.note->levels);
+        } else if (!found.text.empty()) {
+            findings.Remark("foreign-note",
+                            path + ": is left alone: " +
+                                (found.note ? "it is about another segment"
+                                            : "it is no note of a recording, or a damaged one"));
             continue;
         }
         // An empty one was killed before it had opened anything.
@@ -147,16 +170,27 @@ Abandoned Collect(const std::string& directory, const NimaPost::FileIdentity& se
     return abandoned;
 }
 
+Filter LivingLevels(const std::string& directory, const NimaPost::FileIdentity& segment,
+                    const std::string& except = {}) {
+    Filter levels{};
+    for (const FoundNote& found : FindNotes(directory)) {
+        if (!found.abandoned && found.note && found.note->segment == segment && found.name != except) {
+            Add(levels, found.note->levels);
+        }
+    }
+    return levels;
+}
+
 void Close(const TraceBlock& block, const std::string& directory, const NimaPost::Names& names,
            NimaPost::Findings& findings) {
     const Abandoned abandoned = Collect(directory, IdentityOf(block), findings);
-    const Filter living = NotedLevels(directory);
+    const Filter living = LivingLevels(directory, IdentityOf(block));
     const Filter open = block.ReadFilters().Effective();
     FilterChange change;
     for (std::size_t i = 0; i < open.size(); ++i) {
         change.clear[i] = abandoned.levels[i] & ~living[i];
     }
-    if (IsSet(change.clear) && !change.IsIn(Steer(block, change, {}).after)) {
+    if (IsSet(change.clear) && !Steer(block, change, {}).done) {
         findings.Remark("levels-open",
                         "A dump opened again what a recording that was killed had opened; call "
                         "this again.");
@@ -173,7 +207,7 @@ void Close(const TraceBlock& block, const std::string& directory, const NimaPost
     }
     if (IsSet(closed)) {
         findings.Remark("levels-closed", "Closed what a recording that was killed had left open: " +
-                                             NimaPost::FilterInWords(closed, names) + ".");
+                                             NimaPost::OpenLevelsInWords(closed, names) + ".");
     }
 }
 
@@ -226,7 +260,7 @@ std::optional<Journal> Journal::Create(const std::string& directory, const Note&
     constexpr mode_t kMode = 0664;
     fchmod(file.Number(), kMode);
     const Descriptor folder(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (flock(file.Number(), LOCK_EX) != 0 || !WriteAll(file.Number(), NoteText(note)) ||
+    if (!Lock(file.Number()) || !WriteAll(file.Number(), NoteText(note)) ||
         (fsync(folder.Number()) != 0 && errno != EINVAL)) {
         problem = path + ": cannot note there what is opened: " + std::strerror(errno);
         unlink(path.c_str());
@@ -241,50 +275,50 @@ Filter Journal::Levels() const {
 }
 
 Filter Journal::LevelsOfOthers() const {
-    Filter levels{};
-    ForEachLiving(directory_, [&](const std::string& name, const Note& note) {
-        for (std::size_t i = 0; i < levels.size() && name != name_; ++i) {
-            levels[i] |= note.levels[i];
-        }
-    });
-    return levels;
+    const auto own = ParseNote(ReadText(file_.Number()));
+    return own ? LivingLevels(directory_, own->segment, name_) : Filter{};
 }
 
 void Journal::Remove() const {
     unlink((directory_ + '/' + name_).c_str());
 }
 
-Filter NotedLevels(const std::string& directory) {
+Filter NotedLevels(const std::string& directory, const TraceBlock& block) {
     Filter levels{};
-    ForEachLiving(directory, [&](const std::string& /*name*/, const Note& note) {
-        for (std::size_t i = 0; i < levels.size(); ++i) {
-            levels[i] |= note.levels[i];
+    for (const FoundNote& found : FindNotes(directory)) {
+        if (found.note && found.note->segment == IdentityOf(block)) {
+            Add(levels, found.note->levels);
         }
-    });
+    }
     return levels;
 }
 
-void StrikeFromNotes(const std::string& directory, const Filter& levels) {
-    ForEachLiving(directory, [&](const std::string& name, const Note& note) {
-        Note changed = note;
+bool StrikeFromNotes(const std::string& directory, const TraceBlock& block, const Filter& levels) {
+    bool all = true;
+    for (const FoundNote& found : FindNotes(directory)) {
+        if (!found.note || !(found.note->segment == IdentityOf(block))) {
+            continue;
+        }
+        Note changed = *found.note;
         for (std::size_t i = 0; i < levels.size(); ++i) {
             changed.levels[i] &= ~levels[i];
         }
-        const Descriptor file = OpenNote(directory + '/' + name, O_WRONLY);
-        if (file && changed.levels != note.levels) {
-            WriteAll(file.Number(), NoteText(changed));
+        if (changed.levels != found.note->levels) {
+            const Descriptor file = OpenNote(PathIn(directory, found.name), O_WRONLY);
+            all = file && WriteAll(file.Number(), NoteText(changed)) && all;
         }
-    });
+    }
+    return all;
+}
+
+bool AnyAbandoned(const std::string& directory) {
+    const auto notes = FindNotes(directory);
+    return std::any_of(notes.begin(), notes.end(), [](const FoundNote& found) { return found.abandoned; });
 }
 
 void CloseAbandoned(const std::string& directory, const NimaPost::Names& names,
                     NimaPost::Findings& findings) {
-    const auto found = NamesIn(directory);
-    const bool any = std::any_of(found.begin(), found.end(), [&](const std::string& name) {
-        const Descriptor file = OpenNote(PathIn(directory, name), O_RDONLY);
-        return file && IsAbandoned(file.Number());
-    });
-    if (!any) {
+    if (!AnyAbandoned(directory)) {
         return;
     }
     std::string problem;

@@ -44,11 +44,15 @@ class Journal {
     NimaPost::Descriptor file_;
 };
 
-/// What recordings that run in this directory have noted.
-Filter NotedLevels(const std::string& directory);
+/// What recordings have noted about this block: those that run, and those that were killed.
+Filter NotedLevels(const std::string& directory, const TraceBlock& block);
 
-/// Takes levels out of every note. The turn must be held.
-void StrikeFromNotes(const std::string& directory, const Filter& levels);
+/// Takes levels out of every note about this block, so that nobody closes them any more. The turn must be
+/// held. Returns false if a note could not be changed.
+bool StrikeFromNotes(const std::string& directory, const TraceBlock& block, const Filter& levels);
+
+/// Whether there is a note of a recording that was killed.
+bool AnyAbandoned(const std::string& directory);
 
 /// Closes the levels of recordings that were killed, and says so; also says what cannot be closed.
 void CloseAbandoned(const std::string& directory, const NimaPost::Names& names, NimaPost::Findings& findings);

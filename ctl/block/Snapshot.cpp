@@ -18,11 +18,6 @@ std::string_view BytesOf(const Struct& value) {
     return {reinterpret_cast<const char*>(&value), sizeof(value)};
 }
 
-/// Between two of a writer's steps, or of those who clear the trace, the two do not fit together.
-bool Fits(const SysTraceHeader& header) {
-    return header.wrapCount != 0 || header.writeIndex < kEntries;
-}
-
 /// Copies from the oldest slot on, which writers reach first. `header` was read before. After each piece the
 /// index tells which of its slots may have been overwritten before they were copied.
 bool Copy(const TraceBlock& block, Snapshot& snapshot) {
@@ -35,7 +30,8 @@ bool Copy(const TraceBlock& block, Snapshot& snapshot) {
         const std::uint32_t first = before + 1 - used + done;
         const auto piece = block.CopyEntries(first, count);
         const std::uint32_t claimed = Load(block.Header().writeIndex) - before;
-        if (claimed > 1U << 31 || Load(block.Header().wrapCount) == 0xFFFFFFFF) {
+        const auto wraps = static_cast<std::int32_t>(Load(block.Header().wrapCount));
+        if (claimed > 1U << 31 || wraps < snapshot.header.wrapCount) {
             return false; // cleared
         }
         // What was claimed since reaches the oldest slots only once all others are in use.
@@ -56,9 +52,12 @@ std::optional<Snapshot> TakeSnapshot(const TraceBlock& block, std::string& probl
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
         Snapshot snapshot;
         snapshot.header = block.CopyHeader();
-        if (!Fits(snapshot.header) || (snapshot.header.wrapCount != -1 && !Copy(block, snapshot))) {
+        const std::uint32_t rounds = Rounds(snapshot.header);
+        if (!DamageOf(snapshot.header).empty() || (rounds > 0 && !Copy(block, snapshot))) {
             continue;
         }
+        // Of a writer that has not counted yet. Readers go by the count.
+        snapshot.header.wrapCount = static_cast<std::int32_t>(rounds) - 1;
         if (block.File().Lost()) {
             problem = block.File().LostText();
             return std::nullopt;
@@ -72,11 +71,9 @@ std::optional<Snapshot> TakeSnapshot(const TraceBlock& block, std::string& probl
         }
     }
     if (!best) {
-        const SysTraceHeader header = block.CopyHeader();
-        problem = Fits(header)
-                      ? "the trace was cleared again and again while it was copied"
-                      : block.File().Path() + ": is damaged: wrap count " + std::to_string(header.wrapCount) +
-                            " and write index " + std::to_string(header.writeIndex) + " do not fit together";
+        const std::string damage = DamageOf(block.CopyHeader());
+        problem = damage.empty() ? "the trace was cleared again and again while it was copied"
+                                 : block.File().Path() + ": " + damage;
     }
     return best;
 }

@@ -72,9 +72,10 @@ Filter FilterChange::Touched() const {
     return touched;
 }
 
-SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::chrono::nanoseconds patience) {
+SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::chrono::nanoseconds patience,
+                     const IsToEnd& isToEnd) {
     SteeringResult result;
-    result.before = block.ReadFilters().Effective();
+    result.before = block.ReadFilters();
     Store(block, change);
     const Clock::time_point begin = Clock::now();
     for (Clock::time_point stored = begin;;) {
@@ -88,12 +89,13 @@ SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::c
         }
         result.held = filters.SetAside();
         const bool verified = !result.held && now - stored >= kStays;
-        if (verified || block.File().Lost() ||
+        if (verified || block.File().Lost() || (isToEnd && isToEnd()) ||
             now - begin >= std::max<std::chrono::nanoseconds>(patience, kStays)) {
             break;
         }
     }
-    result.after = block.ReadFilters().Effective();
+    result.after = block.ReadFilters();
+    result.done = change.IsIn(result.after.Lasting()) && change.IsIn(result.after.Effective());
     return result;
 }
 
@@ -126,7 +128,7 @@ void ClearTrace(const TraceBlock& block) {
 }
 
 std::optional<Turn> Turn::Take(const TraceBlock& block, std::chrono::nanoseconds patience,
-                               std::string& problem) {
+                               std::string& problem, const IsToEnd& isToEnd) {
     const int file = block.File().Number();
     const Clock::time_point begin = Clock::now();
     for (bool isNext = false;;) {
@@ -136,11 +138,14 @@ std::optional<Turn> Turn::Take(const TraceBlock& block, std::chrono::nanoseconds
             return Turn(file);
         }
         const bool waits = errno == EWOULDBLOCK || errno == EACCES || errno == EINTR;
-        if (!waits || Clock::now() - begin >= patience) {
-            problem = waits ? "another nima-ctl has been changing this block for " +
-                                  std::to_string(std::chrono::ceil<std::chrono::seconds>(patience).count()) +
-                                  " seconds; nothing was changed"
-                            : block.File().Path() + ": cannot be locked: " + std::strerror(errno);
+        const bool ends = isToEnd && isToEnd();
+        if (!waits || ends || Clock::now() - begin >= patience) {
+            problem = ends ? "interrupted; nothing was changed"
+                      : waits
+                          ? "another nima-ctl has been changing this block for " +
+                                std::to_string(std::chrono::ceil<std::chrono::seconds>(patience).count()) +
+                                " seconds; nothing was changed"
+                          : block.File().Path() + ": cannot be locked: " + std::strerror(errno);
             TryNextPlace(file, F_UNLCK);
             return std::nullopt;
         }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -28,11 +29,15 @@ struct FilterChange {
 };
 
 struct SteeringResult {
-    Filter before{};
-    Filter after{};
-    bool held = false;    ///< a dump, running or killed, still holds the filter; both filters have the change
+    Filters before;
+    Filters after;
+    bool held = false;    ///< a filter stays set aside; both filters have the change
+    bool done = false;    ///< the change is in what lasts
     unsigned repeats = 0; ///< how often a dump undid the change
 };
+
+/// Asked while something waits: whether it is to end early.
+using IsToEnd = std::function<bool()>;
 
 /// Changes the filter while processes trace and dump. A dump copies the live filter to the saved one, clears
 /// the live one, and copies it back at its end, all without a lock; it may undo a change at each of these
@@ -41,7 +46,8 @@ struct SteeringResult {
 ///
 /// Nothing is ever cleared in the saved filter but what the change clears, so that whatever a dump brings
 /// back was in it.
-SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::chrono::nanoseconds patience);
+SteeringResult Steer(const TraceBlock& block, const FilterChange& change, std::chrono::nanoseconds patience,
+                     const IsToEnd& isToEnd = {});
 
 /// Copies the saved filter to the live one and leaves the saved one: a dump that lives after all then still
 /// brings back what it set aside.
@@ -56,7 +62,7 @@ class Turn {
   public:
     /// Waits for it. Empty, with a reason, if it does not come.
     static std::optional<Turn> Take(const TraceBlock& block, std::chrono::nanoseconds patience,
-                                    std::string& problem);
+                                    std::string& problem, const IsToEnd& isToEnd = {});
     Turn(Turn&& other) noexcept : file_(std::exchange(other.file_, -1)) {}
     Turn(const Turn&) = delete;
     Turn& operator=(const Turn&) = delete;

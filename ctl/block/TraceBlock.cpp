@@ -4,7 +4,9 @@
 #include "catalogue/Marks.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 namespace NimaCtl {
 
@@ -15,6 +17,17 @@ bool Any(const Filter& filter) {
 }
 
 constexpr int kReadings = 1000;
+/// Looks at a header that seems damaged, a millisecond apart, before it is refused.
+constexpr int kLooks = 30;
+
+/// The count of a writer that has claimed the first slot may not be there yet, and never comes if the writer
+/// was killed there. So the index may be one round ahead.
+bool IndicesFit(const SysTraceHeader& header) {
+    constexpr std::uint32_t kNone = 0xFFFFFFFF;
+    return header.wrapCount >= -1 &&
+           ((header.writeIndex == kNone && header.wrapCount == -1) ||
+            header.writeIndex / kEntries <= static_cast<std::uint32_t>(header.wrapCount) + 1);
+}
 
 } // namespace
 
@@ -36,13 +49,21 @@ std::string DamageOf(const SysTraceHeader& header) {
                " instead of " + std::to_string(kEntries) + ", " + std::to_string(kEntries - 1) + ", " +
                std::to_string(kBlockBytes);
     }
+    if (!IndicesFit(header)) {
+        return "is damaged: wrap count " + std::to_string(header.wrapCount) + " and write index " +
+               std::to_string(header.writeIndex) + " do not fit together";
+    }
     return {};
 }
 
+std::uint32_t Rounds(const SysTraceHeader& header) {
+    const auto counted = static_cast<std::uint32_t>(header.wrapCount) + 1;
+    return header.writeIndex + 1 == 0 ? counted : std::max(counted, header.writeIndex / kEntries + 1);
+}
+
 std::uint32_t UsedEntries(const SysTraceHeader& header) {
-    return header.wrapCount == -1  ? 0
-           : header.wrapCount == 0 ? std::min(header.writeIndex + 1, kEntries)
-                                   : kEntries;
+    const std::uint32_t rounds = Rounds(header);
+    return rounds == 0 ? 0 : rounds == 1 ? header.writeIndex + 1 : kEntries;
 }
 
 std::optional<TraceBlock> TraceBlock::Open(const std::string& directory, Access access,
@@ -53,7 +74,12 @@ std::optional<TraceBlock> TraceBlock::Open(const std::string& directory, Access 
         return std::nullopt;
     }
     TraceBlock block(std::move(*segment));
-    const std::string damage = DamageOf(block.CopyHeader());
+    std::string damage = DamageOf(block.CopyHeader());
+    for (int look = 1; look < kLooks && !damage.empty(); ++look) {
+        // Between two steps of a process that formats it, clears it or begins a round.
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        damage = DamageOf(block.CopyHeader());
+    }
     if (!damage.empty()) {
         problem = path + ": " + damage;
         return std::nullopt;

@@ -24,8 +24,8 @@ inline constexpr std::size_t kBlockBytes = SYSTRACE_HEADER_SIZE + kEntries * siz
 enum class Filtering : unsigned char {
     kOn,
     kOff,     ///< nothing gets through, and no filter is set aside
-    kCleared, ///< a dump that runs or was killed has set the filter aside
-    kPartly   ///< the same, and levels were opened since
+    kCleared, ///< nothing gets through, and a filter is set aside
+    kPartly   ///< something gets through, and a filter with more in it is set aside
 };
 
 /// Both filters of a block at one moment.
@@ -35,20 +35,21 @@ struct Filters {
 
     bool operator==(const Filters&) const = default;
 
-    /// Whether a dump has set the filter aside: the saved filter has a bit that the live one lacks. A repair
-    /// leaves the saved filter as it is, so that it alone says nothing.
+    /// Whether the saved filter has a bit that the live one lacks. A dump that runs or was killed has set it
+    /// aside; or a repair has left it, as it must, and a process has closed levels since. The block looks the
+    /// same then.
     bool SetAside() const;
     Filtering State() const;
-    /// What gets through once no dump holds the filter, together with what gets through now.
+    /// What gets through, or would if the filter that is set aside were brought back.
     Filter Effective() const;
-    /// What a dump that holds the filter brings back; otherwise the live filter.
+    /// What is live in the end if a dump holds the filter; otherwise the live filter.
     const Filter& Lasting() const { return SetAside() ? saved : live; }
 };
 
 /// The SysTrace block of a directory, as the processes that map it see it.
 class TraceBlock {
   public:
-    /// Refuses a block that is not formatted or damaged; `problem` then says what is wrong.
+    /// Refuses a block that is not formatted or stays damaged; `problem` then says what is wrong.
     static std::optional<TraceBlock> Open(const std::string& directory, Access access, std::string& problem);
 
     const Segment& File() const { return segment_; }
@@ -71,8 +72,12 @@ class TraceBlock {
     Segment segment_;
 };
 
-/// What is wrong with a header; empty if nothing is.
+/// What is wrong with a header; empty if nothing is. Every verb judges by this.
 std::string DamageOf(const SysTraceHeader& header);
+
+/// How many rounds through the slots writers have begun: by the wrap count, or where that is one behind, by
+/// the write index.
+std::uint32_t Rounds(const SysTraceHeader& header);
 
 /// How many slots hold entries.
 std::uint32_t UsedEntries(const SysTraceHeader& header);

@@ -115,6 +115,10 @@ void BeforeOptions(CLI::App& command, std::function<void()> action) {
     command.preparse_callback([action = std::move(action)](std::size_t /*words*/) { action(); });
 }
 
+void OnlyLongHelp(CLI::App& command) {
+    command.set_help_flag("--help", "Print this help message and exit");
+}
+
 void DescribeProgram(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& version, const std::string& footer) {
     app.name(name);

@@ -70,6 +70,9 @@ CLI::App* AddSubcommand(CLI::App& app, const std::string& name, const std::strin
 void OnCall(CLI::App& command, std::function<void()> action);
 void BeforeOptions(CLI::App& command, std::function<void()> action);
 
+/// "-h" is no longer an option.
+void OnlyLongHelp(CLI::App& command);
+
 /// What the program says of itself. It then needs a command.
 void DescribeProgram(CLI::App& app, const std::string& name, const std::string& description,
                      const std::string& version, const std::string& footer);

@@ -9,7 +9,8 @@
 namespace NimaPost {
 
 /// Something that a reader reports about its input: a code for programs, "torn-record" for example, and a
-/// sentence for people. Codes are listed in doc/nima-post.md and do not change.
+/// sentence for people. Codes are listed in doc/nima-post.md, those of nima-ctl in doc/nima-ctl-json.md, and
+/// do not change.
 struct Finding {
     std::string_view code; ///< a literal
     std::string sentence;

@@ -56,16 +56,16 @@ std::string ChangeLevel(const std::string& directory, const Names& names, std::u
     }
     NimaCtl::FilterChange change;
     raise ? change.Open(component, *level) : change.Close(component, *level);
-    NimaCtl::StrikeFromNotes(directory, change.Touched());
+    NimaCtl::StrikeFromNotes(directory, *block, change.Touched());
     const NimaCtl::SteeringResult result = NimaCtl::Steer(*block, change, kPatience);
     if (block->File().Lost()) {
         return block->File().LostText();
     }
-    if (!change.IsIn(result.after)) {
+    if (!result.done) {
         return name + ": a dump undid the change; try again";
     }
     return name + ": " + names.Level(*level) + (raise ? " is open" : " is closed") +
-           (result.held ? ", once the dump that holds the filter has ended" : "");
+           (result.held ? ", but the saved filter lets more through than the live one: nima-ctl status" : "");
 }
 
 /// "SysTrace-20261125-144501.bin"; a name that is free.
@@ -97,10 +97,28 @@ std::string Dump(const std::string& directory) {
                : problem;
 }
 
+std::string CloseWhatWasLeft(const std::string& directory, const Names& names) {
+    Findings findings;
+    NimaCtl::CloseAbandoned(directory, names, findings);
+    std::string text;
+    for (const Finding& remark : findings.remarks) {
+        text += (text.empty() ? "" : " ") + remark.sentence;
+    }
+    return text.empty() ? "recordings that were killed have left nothing open" : text;
+}
+
 } // namespace
+
+WatchControl::WatchControl(std::string directory, const Names& names)
+    : directory_(std::move(directory)), names_(names) {
+    if (NimaCtl::AnyAbandoned(directory_)) {
+        Do([this] { return CloseWhatWasLeft(directory_, names_); });
+    }
+}
 
 bool WatchControl::Wait(std::chrono::milliseconds time, const TraceLook& look,
                         std::vector<std::string>& notices) {
+    BeginNext();
     std::array<pollfd, 2> inputs{
         {{STDIN_FILENO, POLLIN, 0}, {running_ ? running_->Number() : -1, POLLIN, 0}}};
     // Work that could not begin has its result at once, and nothing to wait for.
@@ -117,10 +135,7 @@ bool WatchControl::Wait(std::chrono::milliseconds time, const TraceLook& look,
             running_.reset();
         }
     }
-    if (!running_ && !waiting_.empty()) {
-        running_ = std::make_unique<Background>(waiting_.front());
-        waiting_.pop_front();
-    }
+    BeginNext();
     return true;
 }
 
@@ -193,6 +208,13 @@ void WatchControl::PickNextBusy(const TraceLook& look) {
             component_ = next;
             return;
         }
+    }
+}
+
+void WatchControl::BeginNext() {
+    if (!running_ && !waiting_.empty()) {
+        running_ = std::make_unique<Background>(waiting_.front());
+        waiting_.pop_front();
     }
 }
 

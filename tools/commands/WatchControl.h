@@ -19,8 +19,8 @@ namespace NimaPost {
 /// traced of it, and copies the trace to a file. The changes are those of nima-ctl.
 class WatchControl {
   public:
-    WatchControl(std::string directory, const Names& names)
-        : directory_(std::move(directory)), names_(names) {}
+    /// Begins with closing what a recording that was killed has left open.
+    WatchControl(std::string directory, const Names& names);
 
     Keyboard& Keys() { return keyboard_; }
     bool EndRequested() const { return end_; }
@@ -39,6 +39,7 @@ class WatchControl {
     void PickDigit(std::uint32_t digit);
     void PickNextBusy(const TraceLook& look);
     void Do(Work work);
+    void BeginNext();
 
     std::string directory_;
     const Names& names_;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <vector>
 
 namespace NimaPost {
 
@@ -29,6 +30,49 @@ void AppendEvent(std::string& text, const EventName* event, std::string_view kin
         text += ' ';
         AppendHex(text, value);
     }
+}
+
+/// "Engine, component 7, components 20 to 31": long runs without names are put together.
+std::string ComponentList(const std::vector<std::uint32_t>& components, const Names& names) {
+    constexpr std::size_t kShortestRun = 3;
+    const auto isNameless = [&](std::uint32_t component) {
+        return names.Component(component) == "component " + std::to_string(component);
+    };
+    std::string text;
+    for (std::size_t i = 0; i < components.size();) {
+        std::size_t end = i;
+        while (end < components.size() && components[end] == components[i] + (end - i) &&
+               isNameless(components[end])) {
+            ++end;
+        }
+        text += text.empty() ? "" : ", ";
+        if (end - i >= kShortestRun) {
+            text +=
+                "components " + std::to_string(components[i]) + " to " + std::to_string(components[end - 1]);
+            i = end;
+        } else {
+            text += names.Component(components[i]);
+            ++i;
+        }
+    }
+    return text;
+}
+
+/// Empty if none is open.
+std::string LevelInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, std::uint32_t level,
+                         const Names& names) {
+    using namespace Nima::Catalogue;
+    std::vector<std::uint32_t> open;
+    std::vector<std::uint32_t> closed;
+    for (std::uint32_t component = 0; component < kComponents; ++component) {
+        const bool isOpen = (filter[FilterWord(level, component)] & FilterBit(component)) != 0;
+        (isOpen ? open : closed).push_back(component);
+    }
+    if (closed.empty()) {
+        return "every component";
+    }
+    return open.size() > closed.size() ? "every component but " + ComponentList(closed, names)
+                                       : ComponentList(open, names);
 }
 
 } // namespace
@@ -69,22 +113,25 @@ std::string CaptureInWords(const SysTraceHeader& header, bool inDump) {
 }
 
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names) {
-    using namespace Nima::Catalogue;
     std::string text;
-    for (std::uint32_t level = 0; level < kTraceLevels; ++level) {
-        std::string components;
-        std::uint32_t on = 0;
-        for (std::uint32_t component = 0; component < kComponents; ++component) {
-            if ((filter[FilterWord(level, component)] & FilterBit(component)) != 0) {
-                components += on++ == 0 ? "" : ", ";
-                components += names.Component(component);
-            }
-        }
-        text += text.empty() ? "" : "; ";
-        text += names.Level(level) + ": ";
-        text += on == 0 ? "none" : on == kComponents ? "every component" : components;
+    for (std::uint32_t level = 0; level < Nima::Catalogue::kTraceLevels; ++level) {
+        text += (text.empty() ? "" : "; ") + names.Level(level) + ": ";
+        const std::string components = LevelInWords(filter, level, names);
+        text += components.empty() ? "none" : components;
     }
     return text;
+}
+
+std::string OpenLevelsInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter,
+                              const Names& names) {
+    std::string text;
+    for (std::uint32_t level = 0; level < Nima::Catalogue::kTraceLevels; ++level) {
+        const std::string components = LevelInWords(filter, level, names);
+        if (!components.empty()) {
+            text += (text.empty() ? "" : "; ") + names.Level(level) + ": " + components;
+        }
+    }
+    return text.empty() ? "none" : text;
 }
 
 void AppendTraceEvent(std::string& text, const Names& names, std::uint32_t component, std::uint32_t event,

@@ -40,8 +40,11 @@ std::string_view TracingName(Tracing tracing);
 /// The capture state, "tracing" for example, and what becomes of it where nothing gets through the filter.
 std::string CaptureInWords(const SysTraceHeader& header, bool inDump);
 
-/// "levels 0 and 1: every component; level 2: Engine, component 7".
+/// "level 0: every component; level 1: every component but Panel; level 2: Engine, components 7 to 12; ...".
 std::string FilterInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter, const Names& names);
+/// The same without the levels of which nothing is open; "none" if that is all of them.
+std::string OpenLevelsInWords(std::span<const std::uint32_t, SYSTRACE_FILTER_WORDS> filter,
+                              const Names& names);
 
 /// An event of the binary trace as every view shows it: "page_begins: page 1, 79 lines". Without a
 /// dictionary, or if the record is incomplete, numbers take the place of words: "event 0x3 0xabc",
