@@ -12,7 +12,10 @@ import random
 import subprocess
 import sys
 
-LEVELS = ["FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""]
+sys.dont_write_bytecode = True
+import page_rows  # noqa: E402
+
+LEVELS = ["CRASH", "FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""]
 SECOND = 1_000_000_000
 ORIGIN_MS = 1795532966046  # 2026-11-24 15:09:26.046
 ORIGIN_NS = 886_123
@@ -31,7 +34,9 @@ HOSTILE = [
 
 
 def encode(data):
-    return json.dumps(data, ensure_ascii=False, separators=(",", ":")).replace("<", "\\u003c")
+    rows = sorted(data["rows"], key=lambda row: float("inf") if row[0] is None else row[0])
+    text = json.dumps({**data, "rows": len(rows)}, ensure_ascii=False, separators=(",", ":")).replace("<", "\\u003c")
+    return f'<script type="application/json" id="data">{text}</script>\n' + page_rows.pack(rows)
 
 
 def assemble(data, program):
@@ -108,7 +113,6 @@ def base(folder, names, rows):
                     {"id": "0x969fc6c0", "name": "Scanner"}, {"id": "0xb7865740", "name": ""}],
         "sources": ["device.log", "SysTrace.bin", "System Ring Buffers"], "sourceKinds": ["log", "systrace", "ring"],
         "levels": LEVELS, "names": names,
-        "columns": ["t", "sure", "source", "thread", "level", "name", "text", "args"],
         "rows": rows, "omitted": {"rows": 0, "statement": ""},
     }
 
@@ -131,7 +135,7 @@ def failure(moment):
                                                                       "0x7fe1428a9e2b: (pthread_key_delete+0x14b)"]}],
         "activeRings": [{"ring": "PrintEngine", "newest": moment - 400_000, "events": 210},
                         {"ring": "EngineLink", "newest": "15:09:57.100", "events": 2048}],
-        "time": moment, "sure": 0,
+        "time": moment, "sure": 0, "row": None, "boot": 0, "process": 0, "after": "boot cycle",
     }
 
 
@@ -155,7 +159,14 @@ def crash():
     rows[5][1] = 5
     rows.append([moment + 200_000_000, 0, 0, 3, LEVELS.index("WARN"), 3, "recovery begins", []])
     page = base("printer-17", names, rows)
-    page["crashes"] = [earlier_failure(11 * SECOND), failure(moment)]
+    earlier, latest = earlier_failure(11 * SECOND), failure(moment)
+    for each in (earlier, latest):
+        rows.append([each["time"], each["sure"], 0, 0 if each is latest else -1, LEVELS.index("CRASH"), -1, each["title"], []])
+    rows.sort(key=lambda row: row[0])
+    for index, row in enumerate(rows):
+        if row[4] == LEVELS.index("CRASH"):
+            (earlier if row[0] == earlier["time"] else latest)["row"] = index
+    page["crashes"] = [earlier, latest]
     return page
 
 
@@ -167,7 +178,10 @@ def calm():
     page = base("bench-3", names, rows)
     page["clock"] = {"wall": False, "origin": None, "originMs": None, "originNs": None, "marks": MARKS, "statement": findings(
         "No calibration line was found: times are seconds since the first record.")}
-    page["processes"] = ["process 1, boot 1", "process 2, boot unknown"]
+    page["boots"] = [{"boot": 1, "first": 0, "last": 3 * SECOND, "processes": [1], "proof": "the first in its log"}]
+    page["processes"] = [
+        {"words": "process 1, boot 1", "boot": 1, "first": 0, "last": 3 * SECOND, "threads": 2, "proof": "the first in its log"},
+        {"words": "process 2, boot unknown", "boot": 0, "first": None, "last": None, "threads": 1, "proof": "no text log"}]
     for thread, process in zip(page["threads"], (1, 1, 2, None)):
         thread["process"] = process
     page["omitted"] = {"rows": 1200, "statement": "1,200 older records were left out; --all keeps them."}
@@ -182,7 +196,7 @@ def empty():
 
 
 def hostile():
-    rows = [[index * SECOND, index % 3, 0, 0, index % len(LEVELS), 0, text, [text[:40], "0x4f"]]
+    rows = [[index * SECOND, index % 3, 0, 0, index % len(LEVELS), 0, text, ["0xffffffff", hex(index)]]
             for index, text in enumerate(HOSTILE)]
     page = base(HOSTILE[1], [HOSTILE[0]], rows)
     page.update({"threads": [{"id": "0x1", "name": HOSTILE[1]}], "sources": [HOSTILE[2]], "sourceKinds": ["log"],
