@@ -27,6 +27,8 @@ struct SelectionOptions {
     std::vector<std::string> wanted;
     std::vector<std::string> refused;
     bool ignoreCase = false;
+
+    bool operator==(const SelectionOptions&) const = default;
 };
 
 /// The same once it is known what there is.
