@@ -59,9 +59,9 @@ class Results:
 
 
 class Page:
-    def __init__(self, browser, path, results):
+    def __init__(self, browser, path, results, data=None):
         self.browser, self.path, self.results = browser, path, results
-        self.data = data_of(path)
+        self.data = data or data_of(path)
         self.rows = self.data["rows"]
 
     def check(self, name, condition, shown=""):
@@ -635,6 +635,43 @@ class Page:
         self.quiet()
 
 
+def long_page(browser, folder, program, results):
+    """A list that is higher than browsers scroll. Each block says the same, so the times go back at each."""
+    block = [[index * SECOND, 0, 0, 0, 1 + index % 4, 0, f"line {index}", []] for index in range(8192)]
+    blocks = 100
+    count = blocks * len(block)
+    data = sample_page.base("long", ["Engine"], [])
+    path = folder / "long.html"
+    path.write_bytes(sample_page.assemble_packed({**data, "rows": count}, page_rows.pack(block) * blocks, program))
+    page = Page(browser, path, results, {**data, "rows": []})
+    page.open()
+    page.check("all records are counted", page.count() == count, page.count())
+    page.key("#grid", Keys.END)
+    page.check("End leads to the last one", page.selected_line() == "line 8191" and
+               f"{count:,} of {count:,}" in page.details(), page.details()[-80:])
+    page.key("#grid", Keys.ARROW_UP)
+    page.check("and a step back to the one before", page.selected_line() == "line 8190", page.selected_line())
+    page.key("#grid", Keys.HOME, Keys.ARROW_DOWN)
+    page.check("Home and a step lead to the second", page.selected_line() == "line 1", page.selected_line())
+    page.run("const g = document.getElementById('grid'); g.scrollTop = g.scrollHeight;")
+    page.settle()
+    box = page.run("""const last = [...document.querySelectorAll('#grid .record:not(.head):not([hidden])')].at(-1);
+        const [a, b] = [last, document.getElementById('grid')].map((node) => node.getBoundingClientRect().bottom);
+        return [last.querySelector('.c-text').textContent, Math.abs(a - b) < 24];""")
+    page.check("the end of the scroll bar is the end of the list", box == ["line 8191", True], box)
+    page.search("line 4321")
+    page.check("one of each block is found", page.count() == blocks, page.count())
+    page.key("#search", Keys.ENTER)
+    page.reset()
+    page.check("a record that was found is still seen in the whole list", page.selected_line() == "line 4321",
+               page.selected_line())
+    WebDriverWait(browser, 20).until(lambda _: "row=" in page.fragment() and "q=" not in page.fragment())
+    chosen, fragment = page.picture(), page.fragment()
+    page.open(fragment)
+    page.check("a link shows the same picture", page.picture() == chosen, fragment)
+    page.quiet()
+
+
 def broken_page(browser, folder, program, results):
     """A file that was cut short says so."""
     whole = sample_page.assemble(sample_page.crash(), program)
@@ -662,6 +699,7 @@ def samples(browser, folder, program, results):
             page.check("one record of 200,000 is found", page.count() == 1, page.count())
             page.key("#search", Keys.ENTER)
             page.check("and Enter selects it", page.detail_text() == "the needle in the haystack", page.detail_text())
+    long_page(browser, folder, program, results)
     broken_page(browser, folder, program, results)
 
 

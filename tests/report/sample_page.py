@@ -33,15 +33,16 @@ HOSTILE = [
 ]
 
 
-def encode(data):
-    rows = sorted(data["rows"], key=lambda row: float("inf") if row[0] is None else row[0])
-    text = json.dumps({**data, "rows": len(rows)}, ensure_ascii=False, separators=(",", ":")).replace("<", "\\u003c")
-    return f'<script type="application/json" id="data">{text}</script>\n' + page_rows.pack(rows)
+def assemble_packed(data, packed, program):
+    """The whole page, as the program makes it that has the page built in."""
+    text = json.dumps(data, ensure_ascii=False, separators=(",", ":")).replace("<", "\\u003c")
+    page = f'<script type="application/json" id="data">{text}</script>\n{packed}'
+    return subprocess.run([program], input=page.encode(), stdout=subprocess.PIPE, check=True).stdout
 
 
 def assemble(data, program):
-    """The whole page, as the program makes it that has the page built in."""
-    return subprocess.run([program], input=encode(data).encode(), stdout=subprocess.PIPE, check=True).stdout
+    rows = sorted(data["rows"], key=lambda row: float("inf") if row[0] is None else row[0])
+    return assemble_packed({**data, "rows": len(rows)}, page_rows.pack(rows), program)
 
 
 def rows_of_a_run(count, seconds, randomness):
