@@ -46,8 +46,9 @@ export class Scroller {
     return Math.ceil(this.top / ROW_HEIGHT - 1e-3);
   }
 
+  // Browsers round to whole pixels; no part of a row at the top may be lost by that.
   scrollTo(top) {
-    this.grid.scrollTop = top / this.scale;
+    this.grid.scrollTop = Math.floor(top / this.scale + 1e-6);
   }
 
   showFirst(row) {
