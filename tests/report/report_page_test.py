@@ -327,9 +327,11 @@ class Page:
     def processes(self):
         """Numbers from 1, 0 where none is known."""
         for process in range(len(self.data["processes"]) + 1):
+            rows = [index for index, row in enumerate(self.rows) if (row[8] if len(row) > 8 else 0) == process]
+            if not rows:
+                continue
             Select(self.find("#filter-process")).select_by_value(str(process))
             self.settle()
-            rows = [index for index, row in enumerate(self.rows) if (row[8] if len(row) > 8 else 0) == process]
             self.check(f"the filter by process {process} counts its records", self.count() == len(rows), (self.count(), len(rows)))
             self.reset()
             self.select_from_table(rows[-1])
@@ -438,7 +440,7 @@ class Page:
         return text == (visible(row[6]) or "(no text)") and words == [visible(a) for a in (row[7] if len(row) > 7 else [])]
 
     def timeline(self):
-        timed = [row for row in self.rows if row[0] is not None]
+        timed = sorted((row for row in self.rows if row[0] is not None), key=lambda row: row[0])
         if not timed:
             return
         whole = self.view()

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Sample pages, to look at and to test with.
 
-    sample_page.py PAGE_PROGRAM {crash|calm|empty|hostile|large} FILE.html
+    sample_page.py PAGE_PROGRAM {crash|calm|set_back|empty|hostile|large} FILE.html
 
 The page is built into the program, which is report_page_parts in the build folder.
 """
@@ -41,8 +41,7 @@ def assemble_packed(data, packed, program):
 
 
 def assemble(data, program):
-    rows = sorted(data["rows"], key=lambda row: float("inf") if row[0] is None else row[0])
-    return assemble_packed({**data, "rows": len(rows)}, page_rows.pack(rows), program)
+    return assemble_packed({**data, "rows": len(data["rows"])}, page_rows.pack(data["rows"]), program)
 
 
 def rows_of_a_run(count, seconds, randomness):
@@ -189,6 +188,17 @@ def calm():
     return page
 
 
+def set_back():
+    """Two boots, the second with earlier dates than the first; nothing tells the processes."""
+    names, rows = rows_of_a_run(60, 10, random.Random(4))
+    _, later = rows_of_a_run(50, 8, random.Random(5))
+    boots = [[row[:8] + [0, 1] for row in rows], [[row[0] - 100 * SECOND, *row[1:8], 0, 2] for row in later]]
+    page = base("clock-set-back", names, boots[0] + boots[1])
+    page["boots"] = [{"boot": number + 1, "first": boot[0][0], "last": boot[-1][0], "processes": [],
+                      "proof": "another boot, or the clock was set back"} for number, boot in enumerate(boots)]
+    return page
+
+
 def empty():
     page = base("nothing", [], [])
     page.update({"files": [], "rings": [], "threads": [], "sources": [], "sourceKinds": []})
@@ -225,7 +235,7 @@ def large():
     return page
 
 
-PAGES = {"crash": crash, "calm": calm, "empty": empty, "hostile": hostile, "large": large}
+PAGES = {"crash": crash, "calm": calm, "set_back": set_back, "empty": empty, "hostile": hostile, "large": large}
 
 
 def main():
