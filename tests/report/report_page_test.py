@@ -310,7 +310,10 @@ class Page:
         for row in self.samples():
             self.select_from_table(row)
         needle = next((word for word in self.rows[len(self.rows) // 2][6].split() if word.isalnum()), "a")
-        for asked in (needle.upper(), needle.lower()[:-1] or needle, "no such text anywhere"):
+        middle = self.rows[len(self.rows) // 2]
+        word = next((row[7][-1] for row in self.rows if len(row) > 7 and row[7]), "0x")
+        for asked in (needle.upper(), needle.lower()[:-1] or needle, word, self.data["names"][middle[5]][:12],
+                      "no such text anywhere"):
             self.search(asked)
             self.check(f"a search for '{asked}' counts its matches", self.count() == self.matching(asked),
                        (self.count(), self.matching(asked)))
