@@ -688,6 +688,14 @@ def broken_page(browser, folder, program, results):
         browser.get(path.as_uri())
         text = browser.find_element(By.TAG_NAME, "body").text
         results.check(f"broken, {name}: the page says that its data cannot be read", "cannot be read" in text, text[:200])
+    # The rest of a page of which some texts are damaged is shown.
+    at = whole.rindex(b'class="texts">') + 100
+    path.write_bytes(whole[:at] + b"AAAA" + whole[at + 4:])
+    browser.get(path.as_uri())
+    browser.execute_script("document.getElementById('grid').scrollTop = 0;")
+    WebDriverWait(browser, 20).until(lambda b: "3,006 records" in b.find_element(By.ID, "count").text)
+    text = browser.find_element(By.CSS_SELECTOR, "#grid-rows .c-text").text
+    results.check("broken, a text: it says so in its place", "cannot be read" in text, text)
     browser.get_log("browser")
 
 

@@ -5,6 +5,7 @@ import {NS_PER_S} from "../base/numbers.js";
 import {upperBound} from "../base/sorted.js";
 
 const WITHOUT_TIME = 8;
+const DAMAGED = "(this page is damaged: the text cannot be read)";
 // How many characters of texts are kept ready.
 const MOST_READY = 64e6;
 
@@ -56,23 +57,34 @@ export class Columns {
   }
 }
 
+// Where each of several things begins that follow one another, and where the last one ends.
+function startsOf(lengths) {
+  const starts = new Uint32Array(lengths.length + 1);
+  lengths.forEach((length, index) => { starts[index + 1] = starts[index] + length; });
+  return starts;
+}
+
 // The texts of a block as one, with where each begins.
 class TextBlock {
   constructor(bytes, count) {
     const reader = new ByteReader(bytes);
-    this.starts = new Uint32Array(count + 1);
-    for (let index = 0; index < count; ++index) {
-      this.starts[index + 1] = this.starts[index] + reader.next() + 1;
-    }
-    this.argumentStarts = new Uint32Array(count + 1);
-    reader.take(count).forEach((arguments_, index) => {
-      this.argumentStarts[index + 1] = this.argumentStarts[index] + arguments_;
-    });
+    this.starts = startsOf(Array.from({length: count}, () => reader.next() + 1));
+    this.argumentStarts = startsOf(reader.take(count));
     this.arguments = Array.from({length: this.argumentStarts[count]}, () => reader.next());
     this.all = new TextDecoder("utf-8", {ignoreBOM: true}).decode(bytes.subarray(reader.at));
     if (this.all.length !== this.starts[count]) {
       throw new Error("texts of rows are damaged");
     }
+  }
+
+  // Instead of one that cannot be read.
+  static damaged(count) {
+    const block = Object.create(TextBlock.prototype);
+    block.starts = startsOf(new Array(count).fill(DAMAGED.length + 1));
+    block.argumentStarts = new Uint32Array(count + 1);
+    block.arguments = [];
+    block.all = `${DAMAGED}\n`.repeat(count);
+    return block;
   }
 
   text(index) {
@@ -101,11 +113,20 @@ export class Texts {
   block(number) {
     let block = this.ready.get(number);
     if (!block) {
-      block = new TextBlock(unpack(this.nodes[number].textContent), this.firsts[number + 1] - this.firsts[number]);
+      block = this.unpackBlock(number);
       this.makeRoom(block.all.length);
       this.ready.set(number, block);
     }
     return block;
+  }
+
+  unpackBlock(number) {
+    const count = this.firsts[number + 1] - this.firsts[number];
+    try {
+      return new TextBlock(unpack(this.nodes[number].textContent), count);
+    } catch {
+      return TextBlock.damaged(count);
+    }
   }
 
   // What was taken apart first goes first.
