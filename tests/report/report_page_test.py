@@ -244,6 +244,13 @@ class Page:
     def fragment(self):
         return self.run("return location.hash;")
 
+    def first_line(self):
+        """The text of the first line of the table of which nothing is hidden."""
+        return self.run("""
+            const lines = [...document.querySelectorAll('#grid .record:not(.head):not([hidden])')];
+            const top = document.getElementById('grid').getBoundingClientRect().top + 28;
+            return lines.find((line) => line.getBoundingClientRect().top > top - 1)?.querySelector('.c-text').textContent;""")
+
     def picture(self):
         """Everything that a link is to bring back."""
         return self.run("""
@@ -658,6 +665,10 @@ def long_page(browser, folder, program, results):
     page.check("and a step back to the one before", page.selected_line() == "line 8190", page.selected_line())
     page.key("#grid", Keys.HOME, Keys.ARROW_DOWN)
     page.check("Home and a step lead to the second", page.selected_line() == "line 1", page.selected_line())
+    page.run("""document.getElementById('grid').dispatchEvent(
+        new WheelEvent('wheel', {deltaY: 48, bubbles: true, cancelable: true}));""")
+    page.settle()
+    page.check("the wheel moves by its own steps", page.first_line() == "line 2", page.first_line())
     page.run("const g = document.getElementById('grid'); g.scrollTop = g.scrollHeight;")
     page.settle()
     box = page.run("""const last = [...document.querySelectorAll('#grid .record:not(.head):not([hidden])')].at(-1);

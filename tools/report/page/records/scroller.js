@@ -1,9 +1,10 @@
-// Where the list stands. No browser scrolls through an element as high as a million rows are, so beyond a height that
-// all take, a step of the scroll bar is several steps of the list.
+// Where the list stands. No browser scrolls through an element as high as a million rows are, and long before that
+// they lose the places of what is in it. So beyond a height that all take, a step of the scroll bar is several steps of
+// the list; the wheel moves the list itself.
 
 export const ROW_HEIGHT = 24;
 const HEAD_HEIGHT = 28;
-const MOST_HEIGHT = 12e6;
+const MOST_HEIGHT = 6e6;
 // How far down the last row before a moment stands.
 const BEFORE = 0.7;
 
@@ -14,6 +15,10 @@ export class Scroller {
     this.holder = holder;
     this.height = 0;
     this.shownHeight = 0;
+    // A place of the scroll bar, and that of the list, which it tells less exactly.
+    this.exact = {bar: 0, top: 0};
+    this.onWheel = () => {};
+    grid.addEventListener("wheel", (event) => this.wheel(event), {passive: false});
   }
 
   setCount(count) {
@@ -21,9 +26,7 @@ export class Scroller {
     this.height = count * ROW_HEIGHT;
     this.shownHeight = Math.min(this.height, MOST_HEIGHT);
     this.space.style.height = `${this.shownHeight}px`;
-    if (this.scale !== 1) {
-      this.scrollTo(top);
-    }
+    this.scrollTo(top);
   }
 
   // The height in which rows are seen.
@@ -38,7 +41,8 @@ export class Scroller {
 
   // The place in the whole list that is at the top of what is seen.
   get top() {
-    return this.grid.scrollTop * this.scale;
+    const bar = this.grid.scrollTop;
+    return bar === this.exact.bar ? this.exact.top : bar * this.scale;
   }
 
   // The first row of which nothing is hidden.
@@ -46,9 +50,26 @@ export class Scroller {
     return Math.ceil(this.top / ROW_HEIGHT - 1e-3);
   }
 
-  // Browsers round to whole pixels; no part of a row at the top may be lost by that.
   scrollTo(top) {
-    this.grid.scrollTop = Math.floor(top / this.scale + 1e-6);
+    const wanted = Math.max(0, Math.min(top, this.height - this.room));
+    this.grid.scrollTop = wanted / this.scale;
+    const bar = this.grid.scrollTop;
+    this.exact = {bar, top: this.scale === 1 ? bar : wanted};
+  }
+
+  // A browser that moves the scroll bar would leave out rows.
+  wheel(event) {
+    const unit = [1, ROW_HEIGHT, this.room][event.deltaMode];
+    const {top} = this;
+    if (this.scale === 1 || event.ctrlKey || event.shiftKey) {
+      return;
+    }
+    this.scrollTo(top + event.deltaY * unit);
+    // At either end, the page scrolls.
+    if (this.top !== top) {
+      event.preventDefault();
+      this.onWheel();
+    }
   }
 
   showFirst(row) {

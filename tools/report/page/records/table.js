@@ -85,10 +85,12 @@ export class RecordTable {
         this.step(event.shiftKey ? -1 : 1);
       }
     });
-    this.grid.addEventListener("scroll", () => {
+    const moved = () => {
       this.drawLater();
       this.onMove();
-    });
+    };
+    this.grid.addEventListener("scroll", moved);
+    this.scroller.onWheel = moved;
     this.grid.addEventListener("click", (event) => this.click(event));
     this.grid.addEventListener("keydown", (event) => this.key(event));
     new ResizeObserver(() => this.drawLater()).observe(this.grid);
