@@ -1,4 +1,5 @@
 #include "tools/base/CounterClock.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeText.h"
 #include "tools/commands/Commands.h"
@@ -205,32 +206,27 @@ void AddDiffCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command =
         AddCommand(app, context, "diff",
                    "Tracers, events and messages that only one of two folders has, and other rates");
-    command
-        ->add_option("FIRST", options->folders[0],
-                     "The folder of a device; or a file, an archive, or - for standard input")
-        ->required();
-    command
-        ->add_option("SECOND", options->folders[1],
-                     "The folder to compare it with; the same for two crashes of it")
-        ->required();
-    command
-        ->add_option("--device", options->devices,
-                     "Of several devices this one; given twice, the second is that of the second folder")
-        ->type_name("NAME")
-        ->allow_extra_args(false)
-        ->expected(1, 2);
-    command
-        ->add_option("--crash", options->crashes,
-                     "Only what came before crash N; given twice, the second is that of the second folder")
-        ->type_name("N")
-        ->allow_extra_args(false)
-        ->expected(1, 2);
+    AddOption(*command, "FIRST", options->folders[0],
+              "The folder of a device; or a file, an archive, or - for standard input")
+        .Required();
+    AddOption(*command, "SECOND", options->folders[1],
+              "The folder to compare it with; the same for two crashes of it")
+        .Required();
+    AddOption(*command, "--device", options->devices,
+              "Of several devices this one; given twice, the second is that of the second folder")
+        .TypeName("NAME")
+        .OnePerUse()
+        .Times(1, 2);
+    AddOption(*command, "--crash", options->crashes,
+              "Only the time before crash N, 60s or --within; given twice, the second is that of the second "
+              "folder")
+        .TypeName("N")
+        .OnePerUse()
+        .Times(1, 2);
     AddSelection(*command, options->selection, TakesLast::kNo);
-    command->get_option("--within")
-        ->description("How near; with --crash how long before it, 60s if not given");
-    command->add_flag("--all", options->all, "All lines, not only the first 20 of each kind");
+    AddFlag(*command, "--all", options->all, "All lines, not only the first 20 of each kind");
     AddLimits(*command, options->limits);
-    command->callback([&run, options] { run = [options](Context& c) { return RunDiff(c, *options); }; });
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunDiff(c, *options); }; });
 }
 
 } // namespace NimaPost
