@@ -1,5 +1,6 @@
 // The crashes of a folder, as nima-post tells of them.
 
+#include "tests/support/Page.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
 #include "tools/report/Rows.h"
@@ -248,9 +249,6 @@ TEST_F(Crashes, EventsAreToldByTheirProcess) {
     const Json threads = Json::parse(rows.ThreadsJson().dump());
     EXPECT_EQ(threads, Json::parse(R"([{"id": "0x00000097", "name": "One", "process": 1},
                                        {"id": "0x00000097", "name": "Two", "process": 2}])"));
-    const Json first = Json::parse(NimaPost::RowJson(rows.Sorted().front(), 0).dump());
-    EXPECT_EQ(first[8], 1);
-    EXPECT_EQ(first[9], 3);
     NimaPost::Processes known;
     NimaPost::ProcessFacts facts;
     facts.boot = 3;
@@ -301,4 +299,31 @@ TEST_F(Crashes, EventsAreToldByTheirProcess) {
     EXPECT_EQ(missing.code, 2);
     EXPECT_NE(missing.errors.find("no process 99"), std::string::npos);
     EXPECT_EQ(Post({"timeline", ".", "-o", "out.json", "--boot", "99"}).code, 2);
+}
+
+TEST_F(Crashes, OnlyThoseThatAreSelectedAreShown) {
+    WriteFile("crash.txt.1", CrashLogOf({"A", 10, 500'000'000, 1}));
+    WriteFile("crash.txt", CrashLogOf({"B", 50, 500'000'000, 2}));
+    WriteFile("stacktrace977-1.txt", "0x3f52b1b1: (__default_sa_restorer+0xf)\n0x4000: (main+0x9)\n");
+    const auto files = [](std::vector<std::string> selection) {
+        selection.insert(selection.begin(), {"crash", ".", "--json"});
+        const Result result = Post(selection);
+        std::string told;
+        const Json json = result.Parsed();
+        for (const Json& file : json["files"]) {
+            told += (told.empty() ? "" : " ") + file["file"].get<std::string>();
+        }
+        return told;
+    };
+    EXPECT_EQ(files({"--since", "16:31:20", "--grep", "B"}), "");
+    EXPECT_EQ(files({"--around", "16:31:10", "--within", "1"}), "./crash.txt.1");
+    EXPECT_EQ(files({"--around", "crash=2", "--within", "1", "--not", "handler"}), "./crash.txt");
+    EXPECT_EQ(files({"--grep", "HANDLER", "-i"}), "./stacktrace977-1.txt");
+    EXPECT_EQ(files({"--last", "2"}), "./crash.txt ./stacktrace977-1.txt");
+    EXPECT_EQ(files({"--last", "9", "--until", "crash=2"}), "./crash.txt.1");
+    EXPECT_EQ(Post({"crash", ".", "--boot", "99"}).code, 2);
+    const Result text = Post({"crash", ".", "--last", "1", "--until", "16:31:20"});
+    EXPECT_EQ(Lines(text.output).at(0).substr(0, 40), "crash 1 of 3: 2026-11-24 16:31:10.054000");
+    EXPECT_NE(text.output.find("  error code   0xA\n"), std::string::npos) << text.output;
+    EXPECT_EQ(Post({"crash", ".", "--until", "16:00"}).output.substr(0, 21), "No crash is selected.");
 }

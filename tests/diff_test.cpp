@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
 using namespace Nima::Testing;
 
@@ -106,4 +107,23 @@ TEST_F(Diff, CrashesAreComparedByWhatCameBeforeThem) {
     const Result none = Post({"diff", "a", "a", "--crash", "3"});
     EXPECT_EQ(none.code, 2);
     EXPECT_NE(none.errors.find("a: no crash 3; it tells of 2 crashes"), std::string::npos) << none.errors;
+}
+
+TEST_F(Diff, ComparesOnlyWhatIsSelected) {
+    std::string log = Pages(10);
+    WriteFile("b/device.log", log);
+    log.insert(log.find(Counter(3000)), Line(2999, "WARN", "Scanner", "early"));
+    log.insert(log.find(Counter(8000)), Line(7999, "WARN", "Scanner", "late"));
+    WriteFile("a/device.log", log);
+    const auto onlyFirst = [](std::vector<std::string> selection) {
+        selection.insert(selection.begin(), {"diff", "a", "b", "--json"});
+        return Told(Post(selection).Parsed()["only_first"]);
+    };
+    EXPECT_EQ(onlyFirst({}), "Scanner/early 1, Scanner/late 1");
+    EXPECT_EQ(onlyFirst({"--until", "start+5s"}), "Scanner/early 1");
+    EXPECT_EQ(onlyFirst({"--around", "end-2s", "--within", "1"}), "Scanner/late 1");
+    EXPECT_EQ(onlyFirst({"--not", "LATE", "-i"}), "Scanner/early 1");
+    EXPECT_EQ(onlyFirst({"--grep", "page"}), "");
+    EXPECT_EQ(Post({"diff", "a", "b", "--process", "9"}).code, 2);
+    EXPECT_EQ(Post({"diff", "a", "b", "--crash", "1", "--around", "end", "--within", "1"}).code, 2);
 }

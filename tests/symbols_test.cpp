@@ -1,5 +1,6 @@
 // Addresses of stack traces, resolved by programs, libraries and debug files of several builds.
 
+#include "tests/support/Page.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
 

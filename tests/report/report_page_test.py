@@ -23,6 +23,7 @@ from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import Select, WebDriverWait
 
 sys.dont_write_bytecode = True
+import page_rows  # noqa: E402
 import sample_page  # noqa: E402
 
 FLAGS = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run", "--disable-background-networking",
@@ -42,7 +43,10 @@ def visible_line(text):
 
 def data_of(path):
     page = path.read_text(encoding="utf-8")
-    return json.loads(re.search(r'<script type="application/json" id="data">(.*?)</script>', page, re.S)[1])
+    data = json.loads(re.search(r'<script type="application/json" id="data">(.*?)</script>', page, re.S)[1])
+    rows = page_rows.unpack(page)
+    assert len(rows) == data["rows"]
+    return {**data, "rows": rows}
 
 
 class Results:
@@ -55,10 +59,10 @@ class Results:
 
 
 class Page:
-    def __init__(self, browser, path, results):
+    def __init__(self, browser, path, results, data=None):
         self.browser, self.path, self.results = browser, path, results
-        self.data = data_of(path)
-        self.rows = sorted(self.data["rows"], key=lambda row: float("inf") if row[0] is None else row[0])
+        self.data = data or data_of(path)
+        self.rows = self.data["rows"]
 
     def check(self, name, condition, shown=""):
         self.results.check(f"{self.path.stem}: {name}", condition, shown)
@@ -70,14 +74,23 @@ class Page:
         return self.browser.execute_script(script, *args)
 
     def settle(self):
-        """Waits until everything requested has been drawn."""
-        self.browser.execute_async_script(
-            "const done = arguments[0]; requestAnimationFrame(() => requestAnimationFrame(() => setTimeout(done, 0)));")
+        """Waits until everything requested has been found and drawn."""
+        self.browser.execute_async_script("""
+            const done = arguments[0];
+            const look = () => requestAnimationFrame(() => requestAnimationFrame(() => setTimeout(() => {
+                const count = document.getElementById('count');
+                if (!count || count.dataset.matches) { done(); } else { look(); }
+            }, 0)));
+            look();""")
 
-    def open(self):
-        for kind in ("browser", "performance"):
-            self.browser.get_log(kind)
-        self.browser.get(self.path.as_uri())
+    def open(self, fragment=""):
+        """A fragment alone would not load the page anew."""
+        if fragment:
+            self.browser.get("about:blank")
+        else:
+            for kind in ("browser", "performance"):
+                self.browser.get_log(kind)
+        self.browser.get(self.path.as_uri() + fragment)
         WebDriverWait(self.browser, 60).until(lambda b: "loading" not in (self.find("body").get_attribute("class") or ""))
         self.settle()
         self.opening = self.spent()
@@ -143,8 +156,9 @@ class Page:
                 requests.append(message["params"]["request"]["url"])
         foreign = [url for url in requests if not url.startswith(("file://" + str(self.path), "data:"))]
         self.check("nothing but the file itself is requested", requests and not foreign, foreign[:3] or "no request seen")
-        self.check("no text became markup or script", self.run(
-            "return window.broken === undefined && document.images.length === 0 && document.scripts.length === 3;"))
+        self.check("no text became markup or script", self.run("""
+            return window.broken === undefined && document.images.length === 0 &&
+                [...document.scripts].filter((node) => !node.type).length === 2;"""))
 
     def texts(self):
         shown = self.run("return document.body.innerText;").replace("\xa0", " ")
@@ -202,6 +216,90 @@ class Page:
         self.click("#theme")
         self.check("and changes them back", (self.run(read), self.run(pixel)) == before)
 
+    def lists(self):
+        """Every crash, boot and process leads to its records."""
+        crashes, boots, processes = (self.data.get(each, []) for each in ("crashes", "boots", "processes"))
+        for name, told in (("crash", crashes), ("boot", boots), ("process", processes)):
+            shown = self.run("""return [...document.querySelectorAll(`#${arguments[0]}-list tbody tr`)]
+                .map((row) => row.textContent);""", name)
+            self.check(f"each {name} is in its list, with what tells", len(shown) == len(told) and all(
+                visible(each.get("proof", each.get("after", ""))) in line and
+                visible(each.get("title", each.get("words", ""))) in line for each, line in zip(told, shown)), shown)
+        for index, crash in enumerate(crashes):
+            if crash.get("row") is None:
+                continue
+            self.click(f"#crash-list tbody tr:nth-child({index + 1}) a")
+            begin, end = self.view()
+            self.check(f"crash {index + 1} leads to its record", self.shows(crash["row"]) and begin <= crash["time"] <= end and
+                       f"row={crash['row'] + 1}" in self.fragment(), (self.fragment(), self.details()[:80]))
+        for name, column, numbers in (("boot", 9, [boot["boot"] for boot in boots]),
+                                      ("process", 8, range(1, len(processes) + 1))):
+            for index, number in enumerate(numbers):
+                self.click(f"#{name}-list tbody tr:nth-child({index + 1}) a")
+                expected = sum((row + [0] * 10)[column] == number for row in self.rows)
+                self.check(f"{name} {number} leads to its records", self.count() == expected, (self.count(), expected))
+        self.reset()
+        self.key("#lanes", Keys.HOME, Keys.ESCAPE)
+
+    def fragment(self):
+        return self.run("return location.hash;")
+
+    def first_line(self):
+        """The text of the first line of the table of which nothing is hidden."""
+        return self.run("""
+            const lines = [...document.querySelectorAll('#grid .record:not(.head):not([hidden])')];
+            const top = document.getElementById('grid').getBoundingClientRect().top + 28;
+            return lines.find((line) => line.getBoundingClientRect().top > top - 1)?.querySelector('.c-text').textContent;""")
+
+    def picture(self):
+        """Everything that a link is to bring back."""
+        return self.run("""
+            const lines = [...document.querySelectorAll('#grid .record:not(.head):not([hidden])')];
+            const top = document.getElementById('grid').getBoundingClientRect().top + 28;
+            const first = lines.find((line) => line.getBoundingClientRect().top > top - 1);
+            return [...[...document.querySelectorAll('#filters select')].map((node) => node.value),
+                document.getElementById('search').value, document.getElementById('filter-range').checked,
+                document.getElementById('count').textContent, document.getElementById('range').textContent,
+                document.getElementById('lanes').scrollTop, first?.textContent,
+                document.getElementById('details-body').textContent, document.getElementById('chart').toDataURL()];""")
+
+    def address(self):
+        """What is chosen stands in the address, and a link brings it back."""
+        self.open()
+        self.check("at first nothing stands in the address", self.fragment() == "", self.fragment())
+        first = self.picture()
+        if self.rows:
+            self.choose()
+            WebDriverWait(self.browser, 20).until(lambda _: "q=" in self.fragment() and "top=" in self.fragment())
+            chosen, fragment = self.picture(), self.fragment()
+            self.check("what is chosen differs", chosen != first)
+            self.open(fragment)
+            again = self.picture()
+            self.check("a link shows the same picture", again == chosen,
+                       (fragment, [pair for pair in zip(again[:-1], chosen[:-1]) if pair[0] != pair[1]]))
+        for odd in ("#records", "#", "#=&=&&", "#q=", "#row=0&top=0", "#row=99999999&top=99999999&from=5&to=1",
+                    "#from=1&to=1&row=-1&lanes=-7", "#from=-999999999999999999&to=999999999999999999",
+                    "#level=none+such&thread=%FF%00&process=1e9&boot=__proto__&visible=maybe", "#%E0%A4%A&constructor=1&row=1.5",
+                    "#top=NaN&from=Infinity&to=0x10", "#name=" + "x" * 5000):
+            self.open(odd)
+            self.check(f"nothing comes of {odd[:60]}", self.picture() == first)
+        self.open()
+
+    def choose(self):
+        """Something of each kind: a text, a level, a part of the time, a record, a place in the list."""
+        row = self.rows[len(self.rows) // 3]
+        needle = (row[6].split() or ["a"])[0][:3]
+        self.search(needle)
+        if row[4] >= 0:
+            Select(self.find("#filter-level")).select_by_value(str(row[4]))
+        self.settle()
+        for _ in range(3):
+            self.run("document.getElementById('zoom-in').click();")
+        self.key("#search", Keys.ENTER, Keys.ENTER)
+        self.run("const g = document.getElementById('grid'); g.scrollTop = Math.floor(g.scrollHeight / 48) * 24;")
+        self.run("document.getElementById('lanes').scrollTop = 15;")
+        self.settle()
+
     def paper(self):
         """Printing leaves out the timeline and the records; quiet() checks that drawing nothing causes no error."""
         self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": "print"})
@@ -219,7 +317,10 @@ class Page:
         for row in self.samples():
             self.select_from_table(row)
         needle = next((word for word in self.rows[len(self.rows) // 2][6].split() if word.isalnum()), "a")
-        for asked in (needle.upper(), needle.lower()[:-1] or needle, "no such text anywhere"):
+        middle = self.rows[len(self.rows) // 2]
+        word = next((row[7][-1] for row in self.rows if len(row) > 7 and row[7]), "0x")
+        for asked in (needle.upper(), needle.lower()[:-1] or needle, word, self.data["names"][middle[5]][:12],
+                      "no such text anywhere"):
             self.search(asked)
             self.check(f"a search for '{asked}' counts its matches", self.count() == self.matching(asked),
                        (self.count(), self.matching(asked)))
@@ -236,13 +337,15 @@ class Page:
     def processes(self):
         """Numbers from 1, 0 where none is known."""
         for process in range(len(self.data["processes"]) + 1):
+            rows = [index for index, row in enumerate(self.rows) if (row[8] if len(row) > 8 else 0) == process]
+            if not rows:
+                continue
             Select(self.find("#filter-process")).select_by_value(str(process))
             self.settle()
-            rows = [index for index, row in enumerate(self.rows) if (row[8] if len(row) > 8 else 0) == process]
             self.check(f"the filter by process {process} counts its records", self.count() == len(rows), (self.count(), len(rows)))
             self.reset()
             self.select_from_table(rows[-1])
-            named = self.data["processes"][process - 1] if process else "No known process"
+            named = self.data["processes"][process - 1]["words"] if process else "No known process"
             self.check(f"the details of a record name process {process}", named in self.details(), self.details()[:300])
 
     def samples(self):
@@ -347,7 +450,7 @@ class Page:
         return text == (visible(row[6]) or "(no text)") and words == [visible(a) for a in (row[7] if len(row) > 7 else [])]
 
     def timeline(self):
-        timed = [row for row in self.rows if row[0] is not None]
+        timed = sorted((row for row in self.rows if row[0] is not None), key=lambda row: row[0])
         if not timed:
             return
         whole = self.view()
@@ -532,6 +635,7 @@ class Page:
         self.open()
         self.speed()
         self.texts()
+        self.lists()
         self.table()
         self.timeline()
         if self.rows:
@@ -539,17 +643,70 @@ class Page:
         self.theme()
         self.layout()
         self.paper()
+        self.address()
         self.quiet()
+
+
+def long_page(browser, folder, program, results):
+    """A list that is higher than browsers scroll. Each block says the same, so the times go back at each."""
+    block = [[index * SECOND, 0, 0, 0, 1 + index % 4, 0, f"line {index}", []] for index in range(8192)]
+    blocks = 100
+    count = blocks * len(block)
+    data = sample_page.base("long", ["Engine"], [])
+    path = folder / "long.html"
+    path.write_bytes(sample_page.assemble_packed({**data, "rows": count}, page_rows.pack(block) * blocks, program))
+    page = Page(browser, path, results, {**data, "rows": []})
+    page.open()
+    page.check("all records are counted", page.count() == count, page.count())
+    page.key("#grid", Keys.END)
+    page.check("End leads to the last one", page.selected_line() == "line 8191" and
+               f"{count:,} of {count:,}" in page.details(), page.details()[-80:])
+    page.key("#grid", Keys.ARROW_UP)
+    page.check("and a step back to the one before", page.selected_line() == "line 8190", page.selected_line())
+    page.key("#grid", Keys.HOME, Keys.ARROW_DOWN)
+    page.check("Home and a step lead to the second", page.selected_line() == "line 1", page.selected_line())
+    page.run("""document.getElementById('grid').dispatchEvent(
+        new WheelEvent('wheel', {deltaY: 48, bubbles: true, cancelable: true}));""")
+    page.settle()
+    page.check("the wheel moves by its own steps", page.first_line() == "line 2", page.first_line())
+    page.run("const g = document.getElementById('grid'); g.scrollTop = g.scrollHeight;")
+    page.settle()
+    box = page.run("""const last = [...document.querySelectorAll('#grid .record:not(.head):not([hidden])')].at(-1);
+        const [a, b] = [last, document.getElementById('grid')].map((node) => node.getBoundingClientRect().bottom);
+        return [last.querySelector('.c-text').textContent, Math.abs(a - b) < 24];""")
+    page.check("the end of the scroll bar is the end of the list", box == ["line 8191", True], box)
+    page.search("line 4321")
+    page.check("one of each block is found", page.count() == blocks, page.count())
+    page.key("#search", Keys.ENTER)
+    page.reset()
+    page.check("a record that was found is still seen in the whole list", page.selected_line() == "line 4321",
+               page.selected_line())
+    WebDriverWait(browser, 20).until(lambda _: "row=" in page.fragment() and "q=" not in page.fragment())
+    chosen, fragment = page.picture(), page.fragment()
+    page.open(fragment)
+    page.check("a link shows the same picture", page.picture() == chosen, fragment)
+    page.quiet()
 
 
 def broken_page(browser, folder, program, results):
     """A file that was cut short says so."""
     whole = sample_page.assemble(sample_page.crash(), program)
     path = folder / "broken.html"
-    path.write_bytes(whole.replace(b'"rows":[[', b'"rows":[[,', 1))
+    at = whole.rindex(b'class="columns">') + 100
+    for name, broken in (("cut", whole[:at]), ("cut in its head", whole[:whole.rindex(b'"clock":')]),
+                         ("changed", whole[:at] + b"AAAA" + whole[at + 4:]), ("letters", whole[:at] + b"!" + whole[at:])):
+        path.write_bytes(broken)
+        browser.get(path.as_uri())
+        text = browser.find_element(By.TAG_NAME, "body").text
+        results.check(f"broken, {name}: the page says that its data cannot be read", "cannot be read" in text, text[:200])
+    # The rest of a page of which some texts are damaged is shown.
+    at = whole.rindex(b'class="texts">') + 100
+    path.write_bytes(whole[:at] + b"AAAA" + whole[at + 4:])
     browser.get(path.as_uri())
-    text = browser.find_element(By.TAG_NAME, "body").text
-    results.check("broken: the page says that its data cannot be read", "cannot be read" in text, text[:200])
+    browser.execute_script("document.getElementById('grid').scrollTop = 0;")
+    WebDriverWait(browser, 20).until(lambda b: "3,006 records" in b.find_element(By.ID, "count").text)
+    text = browser.find_element(By.CSS_SELECTOR, "#grid-rows .c-text").text
+    results.check("broken, a text: it says so in its place", "cannot be read" in text, text)
     browser.get_log("browser")
 
 
@@ -566,6 +723,7 @@ def samples(browser, folder, program, results):
             page.check("one record of 200,000 is found", page.count() == 1, page.count())
             page.key("#search", Keys.ENTER)
             page.check("and Enter selects it", page.detail_text() == "the needle in the haystack", page.detail_text())
+    long_page(browser, folder, program, results)
     broken_page(browser, folder, program, results)
 
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Sample pages, to look at and to test with.
 
-    sample_page.py PAGE_PROGRAM {crash|calm|empty|hostile|large} FILE.html
+    sample_page.py PAGE_PROGRAM {crash|calm|set_back|empty|hostile|large} FILE.html
 
 The page is built into the program, which is report_page_parts in the build folder.
 """
@@ -12,7 +12,10 @@ import random
 import subprocess
 import sys
 
-LEVELS = ["FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""]
+sys.dont_write_bytecode = True
+import page_rows  # noqa: E402
+
+LEVELS = ["CRASH", "FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0", "1", "2", "3", ""]
 SECOND = 1_000_000_000
 ORIGIN_MS = 1795532966046  # 2026-11-24 15:09:26.046
 ORIGIN_NS = 886_123
@@ -30,13 +33,15 @@ HOSTILE = [
 ]
 
 
-def encode(data):
-    return json.dumps(data, ensure_ascii=False, separators=(",", ":")).replace("<", "\\u003c")
+def assemble_packed(data, packed, program):
+    """The whole page, as the program makes it that has the page built in."""
+    text = json.dumps(data, ensure_ascii=False, separators=(",", ":")).replace("<", "\\u003c")
+    page = f'<script type="application/json" id="data">{text}</script>\n{packed}'
+    return subprocess.run([program], input=page.encode(), stdout=subprocess.PIPE, check=True).stdout
 
 
 def assemble(data, program):
-    """The whole page, as the program makes it that has the page built in."""
-    return subprocess.run([program], input=encode(data).encode(), stdout=subprocess.PIPE, check=True).stdout
+    return assemble_packed({**data, "rows": len(data["rows"])}, page_rows.pack(data["rows"]), program)
 
 
 def rows_of_a_run(count, seconds, randomness):
@@ -108,7 +113,6 @@ def base(folder, names, rows):
                     {"id": "0x969fc6c0", "name": "Scanner"}, {"id": "0xb7865740", "name": ""}],
         "sources": ["device.log", "SysTrace.bin", "System Ring Buffers"], "sourceKinds": ["log", "systrace", "ring"],
         "levels": LEVELS, "names": names,
-        "columns": ["t", "sure", "source", "thread", "level", "name", "text", "args"],
         "rows": rows, "omitted": {"rows": 0, "statement": ""},
     }
 
@@ -131,7 +135,7 @@ def failure(moment):
                                                                       "0x7fe1428a9e2b: (pthread_key_delete+0x14b)"]}],
         "activeRings": [{"ring": "PrintEngine", "newest": moment - 400_000, "events": 210},
                         {"ring": "EngineLink", "newest": "15:09:57.100", "events": 2048}],
-        "time": moment, "sure": 0,
+        "time": moment, "sure": 0, "row": None, "boot": 0, "process": 0, "after": "boot cycle",
     }
 
 
@@ -155,7 +159,14 @@ def crash():
     rows[5][1] = 5
     rows.append([moment + 200_000_000, 0, 0, 3, LEVELS.index("WARN"), 3, "recovery begins", []])
     page = base("printer-17", names, rows)
-    page["crashes"] = [earlier_failure(11 * SECOND), failure(moment)]
+    earlier, latest = earlier_failure(11 * SECOND), failure(moment)
+    for each in (earlier, latest):
+        rows.append([each["time"], each["sure"], 0, 0 if each is latest else -1, LEVELS.index("CRASH"), -1, each["title"], []])
+    rows.sort(key=lambda row: row[0])
+    for index, row in enumerate(rows):
+        if row[4] == LEVELS.index("CRASH"):
+            (earlier if row[0] == earlier["time"] else latest)["row"] = index
+    page["crashes"] = [earlier, latest]
     return page
 
 
@@ -167,10 +178,24 @@ def calm():
     page = base("bench-3", names, rows)
     page["clock"] = {"wall": False, "origin": None, "originMs": None, "originNs": None, "marks": MARKS, "statement": findings(
         "No calibration line was found: times are seconds since the first record.")}
-    page["processes"] = ["process 1, boot 1", "process 2, boot unknown"]
+    page["boots"] = [{"boot": 1, "first": 0, "last": 3 * SECOND, "processes": [1], "proof": "the first in its log"}]
+    page["processes"] = [
+        {"words": "process 1, boot 1", "boot": 1, "first": 0, "last": 3 * SECOND, "threads": 2, "proof": "the first in its log"},
+        {"words": "process 2, boot unknown", "boot": 0, "first": None, "last": None, "threads": 1, "proof": "no text log"}]
     for thread, process in zip(page["threads"], (1, 1, 2, None)):
         thread["process"] = process
     page["omitted"] = {"rows": 1200, "statement": "1,200 older records were left out; --all keeps them."}
+    return page
+
+
+def set_back():
+    """Two boots, the second with earlier dates than the first; nothing tells the processes."""
+    names, rows = rows_of_a_run(60, 10, random.Random(4))
+    _, later = rows_of_a_run(50, 8, random.Random(5))
+    boots = [[row[:8] + [0, 1] for row in rows], [[row[0] - 100 * SECOND, *row[1:8], 0, 2] for row in later]]
+    page = base("clock-set-back", names, boots[0] + boots[1])
+    page["boots"] = [{"boot": number + 1, "first": boot[0][0], "last": boot[-1][0], "processes": [],
+                      "proof": "another boot, or the clock was set back"} for number, boot in enumerate(boots)]
     return page
 
 
@@ -182,7 +207,7 @@ def empty():
 
 
 def hostile():
-    rows = [[index * SECOND, index % 3, 0, 0, index % len(LEVELS), 0, text, [text[:40], "0x4f"]]
+    rows = [[index * SECOND, index % 3, 0, 0, index % len(LEVELS), 0, text, ["0xffffffff", hex(index)]]
             for index, text in enumerate(HOSTILE)]
     page = base(HOSTILE[1], [HOSTILE[0]], rows)
     page.update({"threads": [{"id": "0x1", "name": HOSTILE[1]}], "sources": [HOSTILE[2]], "sourceKinds": ["log"],
@@ -210,7 +235,7 @@ def large():
     return page
 
 
-PAGES = {"crash": crash, "calm": calm, "empty": empty, "hostile": hostile, "large": large}
+PAGES = {"crash": crash, "calm": calm, "set_back": set_back, "empty": empty, "hostile": hostile, "large": large}
 
 
 def main():

@@ -74,12 +74,4 @@ inline Result PostFrom(const std::string& input, const std::vector<std::string>&
     return Call("nima-post", NimaPost::RunProgram, arguments, input.c_str());
 }
 
-/// The data of a page that `report` has written.
-inline Json PageData(const std::string& path = "report.html") {
-    const std::string page = ReadFile(path);
-    const std::string begin = "id=\"data\">";
-    const std::size_t at = page.find(begin) + begin.size();
-    return Json::parse(page.substr(at, page.find("</script>", at) - at));
-}
-
 } // namespace Nima::Testing

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <utility>
 
 namespace NimaPost {
 
@@ -45,7 +46,9 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
         }
     }
     if (each_.empty()) {
-        all_ = processes.Add(facts);
+        ProcessFacts added = facts;
+        added.proof = "no text log has any of its threads";
+        all_ = processes.Add(std::move(added));
     }
 }
 

@@ -16,6 +16,7 @@ struct ProcessFacts {
     /// On the axis; empty if nothing dates it.
     std::optional<std::int64_t> first;
     std::optional<std::int64_t> last;
+    std::string proof = {}; ///< in words: what tells that it is a process of its own, and its boot
 };
 
 /// The processes of which a folder has traces, numbered from 1 in the order in which they are

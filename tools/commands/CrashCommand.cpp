@@ -3,10 +3,15 @@
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/InputOptions.h"
+#include "tools/commands/SelectionTable.h"
 #include "tools/commands/Symbols.h"
+#include "tools/commands/View.h"
 #include "tools/crash/CrashLog.h"
 #include "tools/crash/CrashSummary.h"
 #include "tools/crash/StackTrace.h"
+#include "tools/report/CrashData.h"
+#include "tools/story/MergedStory.h"
+#include "tools/story/Story.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -121,6 +126,17 @@ KnownModules KnownBeside(const InputFile& file, Device& device) {
     return KnownIn(path.has_parent_path() ? path.parent_path().string() : ".");
 }
 
+Json StackJson(const std::string& path, const StackTrace& stack, const Resolution* resolution,
+               const Findings& findings) {
+    return {{"file", ToUtf8(path)},
+            {"title", ToUtf8(stack.Title())},
+            {"host", HostJson(stack)},
+            {"report", stack.report},
+            {"frames", stack.frames},
+            {"symbols", resolution != nullptr ? ResolutionJson(*resolution) : Json()},
+            {"findings", FindingsJson(findings)}};
+}
+
 int ShowStack(Context& context, const InputFile& file, Device& device, std::string_view text,
               const SymbolOptions& symbols, Findings& findings) {
     const StackTrace stack = ReadStackTrace(text, findings);
@@ -132,13 +148,7 @@ int ShowStack(Context& context, const InputFile& file, Device& device, std::stri
         resolved->AddTo(findings);
     }
     if (context.json) {
-        PrintObject(context, Json{{"file", ToUtf8(file.Path())},
-                                  {"title", ToUtf8(stack.Title())},
-                                  {"host", HostJson(stack)},
-                                  {"report", stack.report},
-                                  {"frames", stack.frames},
-                                  {"symbols", resolution != nullptr ? ResolutionJson(*resolution) : Json()},
-                                  {"findings", FindingsJson(findings)}});
+        PrintObject(context, StackJson(file.Path(), stack, resolution, findings));
     } else {
         PrintStack(context.out, stack, resolution);
         PrintFindings(context, findings);
@@ -169,9 +179,128 @@ int ShowCrash(Context& context, const InputFile& file, Device& device, const Sym
 struct Options {
     InputOptions input;
     SymbolOptions symbols;
+    SelectionOptions selection;
 };
 
+/// The crashes of a device that are asked for, the oldest first, by their places among all.
+std::vector<std::size_t> SelectedCrashes(const Story& story, Selection& selection) {
+    std::vector<std::size_t> selected;
+    for (std::size_t i = 0; i < story.Crashes().size(); ++i) {
+        const Crash& crash = story.Crashes()[i];
+        std::string words;
+        AppendWords(words, EventOf(crash));
+        if (selection.Takes(crash) && (selection.Texts().Empty() || selection.Texts().Admits(words))) {
+            selected.push_back(i);
+        }
+    }
+    const std::uint64_t most = selection.Last().value_or(selected.size());
+    if (selected.size() > most) {
+        selected.erase(selected.begin(), selected.end() - static_cast<std::ptrdiff_t>(most));
+    }
+    return selected;
+}
+
+/// What there is of one crash, file by file.
+class CrashFiles {
+  public:
+    CrashFiles(const DeviceInput& input, const Story& story, const Crash& crash, const SymbolOptions& symbols,
+               Findings& findings)
+        : input_(input), story_(story), crash_(crash) {
+        std::vector<NamedStack> stacks;
+        for (const StackTraceSource::Held* const held : crash.stacks) {
+            stacks.push_back({&held->content, story.Files()[held->file].plainName});
+        }
+        if (!stacks.empty()) {
+            resolved_ = ResolveStacks(
+                symbols, [&] { return story.Known(); }, stacks);
+        }
+        if (resolved_) {
+            resolved_->AddTo(findings);
+        }
+    }
+
+    void Print(Output& out) const {
+        if (crash_.log != nullptr) {
+            PrintCrash(out, crash_.log->log);
+        }
+        for (std::size_t i = 0; i < crash_.stacks.size(); ++i) {
+            PrintStack(out, crash_.stacks[i]->content, ResolutionOf(i));
+        }
+    }
+
+    void AddTo(Json& json) const {
+        for (const std::size_t file : crash_.files) {
+            const FolderFile& from = story_.Files()[file];
+            const std::string path = input_.where + "/" + from.name;
+            const auto stack = std::find_if(crash_.stacks.begin(), crash_.stacks.end(),
+                                            [&](const auto* held) { return held->file == file; });
+            if (stack != crash_.stacks.end()) {
+                const auto place = static_cast<std::size_t>(stack - crash_.stacks.begin());
+                json.push_back(StackJson(path, (*stack)->content, ResolutionOf(place), from.findings));
+            } else if (crash_.log != nullptr) {
+                json.push_back(CrashJson(path, crash_.log->log, from.findings));
+            }
+        }
+    }
+
+  private:
+    const Resolution* ResolutionOf(std::size_t stack) const {
+        return resolved_ ? &resolved_->resolutions[stack] : nullptr;
+    }
+
+    const DeviceInput& input_;
+    const Story& story_;
+    const Crash& crash_;
+    std::optional<ResolvedStacks> resolved_;
+};
+
+/// The crashes of a device as its whole story places them, since that is what times and boots come from.
+int ShowSelected(Context& context, const Options& options, const DeviceInput& input, Findings& findings) {
+    Story story(context.names);
+    Selection selection;
+    std::string problem;
+    if (!selection.Prepare(options.selection, problem)) {
+        return ReportUnusable(context, problem);
+    }
+    if (!ReadStory(context, story, input, findings)) {
+        return kExitUnusable;
+    }
+    if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem)) {
+        return ReportUnusable(context, problem);
+    }
+    findings = Joined(findings, story.AllDamage());
+    Json crashes = Json::array();
+    const std::vector<std::string> headings = CrashLines(story);
+    const std::vector<std::size_t> selected = SelectedCrashes(story, selection);
+    if (selected.empty() && !context.json) {
+        context.out.Line("No crash is selected.");
+    }
+    for (const std::size_t i : selected) {
+        const CrashFiles files(input, story, story.Crashes()[i], options.symbols, findings);
+        if (context.json) {
+            files.AddTo(crashes);
+        } else {
+            context.out.Line(headings[i]);
+            files.Print(context.out);
+        }
+    }
+    findings = Joined(findings, {{}, selection.Remarks()});
+    if (context.json) {
+        PrintObject(context, Json{{"folder", ToUtf8(input.where)},
+                                  {"files", std::move(crashes)},
+                                  {"findings", FindingsJson(findings)}});
+    } else {
+        PrintFindings(context, findings);
+    }
+    return ExitCodeOf(findings);
+}
+
 int RunCrash(Context& context, const Options& options) {
+    if (options.selection != SelectionOptions()) {
+        return RunOnDevices(context, options.input, false, [&](const DeviceInput& input, Findings& findings) {
+            return ShowSelected(context, options, input, findings);
+        });
+    }
     const auto isCrash = [](std::string_view front, std::uint64_t /*size*/) {
         return LooksLikeCrashLog(front) || LooksLikeStackTrace(front);
     };
@@ -189,6 +318,7 @@ void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
         AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
     AddInputOptions(*command, options->input, "FILE", "The crash log, or a stack-trace file");
     AddSymbols(*command, options->symbols);
+    AddSelection(*command, options->selection, TakesLast::kYes);
     OnCall(*command, [&run, options] { run = [options](Context& c) { return RunCrash(c, *options); }; });
 }
 

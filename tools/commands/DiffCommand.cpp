@@ -1,10 +1,15 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeText.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/InputOptions.h"
+#include "tools/commands/SelectionTable.h"
 #include "tools/compare/Difference.h"
 #include "tools/input/StandardInput.h"
+#include "tools/story/MergedStory.h"
+#include "tools/story/SelectedEvents.h"
+#include "tools/story/Selection.h"
 #include "tools/story/Story.h"
 
 #include <algorithm>
@@ -21,15 +26,14 @@ namespace NimaPost {
 namespace {
 
 constexpr std::size_t kMostLines = 20;
-constexpr std::uint64_t kDefaultWithin = 60;
-/// Longer than any device has been on.
-constexpr std::uint64_t kMostWithin = 1'000'000'000;
+/// Of the time before a crash.
+constexpr std::int64_t kUsuallyBefore = 60 * kSecond;
 
 struct Options {
     std::array<std::string, 2> folders;
     std::vector<std::string> devices;
     std::vector<std::size_t> crashes;
-    std::uint64_t within = kDefaultWithin;
+    SelectionOptions selection;
     bool all = false;
     InputLimits limits;
 
@@ -59,7 +63,7 @@ struct Side {
 };
 
 /// The time before a crash that is compared. False, with the reason, where there is no such crash.
-bool FindCrash(const Story& story, std::size_t number, const Options& options, Side& side,
+bool FindCrash(const Story& story, std::size_t number, std::int64_t before, Side& side,
                std::string& problem) {
     if (number == 0 || number > story.Crashes().size()) {
         const std::size_t count = story.Crashes().size();
@@ -73,9 +77,46 @@ bool FindCrash(const Story& story, std::size_t number, const Options& options, S
         return false;
     }
     side.crash = "crash " + std::to_string(number) + ", " + crash.title;
-    side.profile =
-        Profile(*crash.time - static_cast<std::int64_t>(options.within) * kSecond, *crash.time + 1);
+    side.profile = Profile(*crash.time - before, *crash.time + 1);
     return true;
+}
+
+/// Which part of a folder is compared.
+struct Part {
+    Selection selection;
+    std::int64_t before = kUsuallyBefore; ///< of the time up to a crash
+};
+
+/// With a crash, --within is about the time before it. False, with the reason, for what cannot be understood.
+bool Prepare(const Options& options, Part& part, std::string& problem) {
+    SelectionOptions selection = options.selection;
+    if (!options.crashes.empty() && !selection.within.empty()) {
+        if (!selection.around.empty()) {
+            problem = "--within is for one of --crash and --around";
+            return false;
+        }
+        const auto before = ParseDuration(selection.within);
+        if (!before) {
+            problem = "no length of time \"" + selection.within + "\": 10s, 1m30s, 500ms";
+            return false;
+        }
+        part.before = *before;
+        selection.within.clear();
+    }
+    return part.selection.Prepare(selection, problem);
+}
+
+bool FindDevice(const Options& options, std::size_t number, Side& side, Evidence& evidence,
+                std::string& problem) {
+    const bool found =
+        FindDevices({{side.folder}, options.DeviceIn(number), options.limits}, false, evidence, problem);
+    side.findings = std::move(evidence.findings);
+    if (found && evidence.devices.size() > 1) {
+        problem = side.folder + ": " + std::to_string(evidence.devices.size()) +
+                  " devices in it; --device names the one to compare: " + NamesOf(evidence.devices);
+        return false;
+    }
+    return found;
 }
 
 bool ReadSide(const Context& context, const Options& options, std::size_t number, Side& side,
@@ -83,28 +124,24 @@ bool ReadSide(const Context& context, const Options& options, std::size_t number
     side.folder = options.folders[number];
     Story story(context.names);
     Evidence evidence;
-    const bool found =
-        FindDevices({{side.folder}, options.DeviceIn(number), options.limits}, false, evidence, problem);
-    side.findings = std::move(evidence.findings);
-    if (!found) {
-        return false;
-    }
-    if (evidence.devices.size() > 1) {
-        problem = side.folder + ": " + std::to_string(evidence.devices.size()) +
-                  " devices in it; --device names the one to compare: " + NamesOf(evidence.devices);
+    Part part;
+    if (!Prepare(options, part, problem) || !FindDevice(options, number, side, evidence, problem)) {
         return false;
     }
     const bool read = story.Read(evidence.devices.front(), side.folder, problem);
     side.device = options.devices.empty() ? "" : evidence.devices.front().name;
     side.findings.Append(side.folder, story.AllDamage());
     const auto crash = options.CrashIn(number);
-    if (!read || (crash && !FindCrash(story, *crash, options, side, problem))) {
+    if (!read || (crash && !FindCrash(story, *crash, part.before, side, problem))) {
         return false;
     }
-    story.ForEach([&](const TimelineEvent& event) {
-        side.profile.Take(event);
-        return true;
-    });
+    Selection& selection = part.selection;
+    if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem)) {
+        problem.insert(0, side.folder + ": ");
+        return false;
+    }
+    ForEachSelected(story, selection, [&](const TimelineEvent& event) { side.profile.Take(event); });
+    side.findings.Append(side.folder, {{}, selection.Remarks()});
     if (side.profile.IsCut()) {
         side.findings.Remark("many-messages",
                              side.folder + ": so many different messages that not all could be compared.");
@@ -181,14 +218,12 @@ void AddDiffCommand(CLI::App& app, Context& context, Run& run) {
         .OnePerUse()
         .Times(1, 2);
     AddOption(*command, "--crash", options->crashes,
-              "Only what came before crash N; given twice, the second is that of the second folder")
+              "Only the time before crash N, 60s or --within; given twice, the second is that of the second "
+              "folder")
         .TypeName("N")
         .OnePerUse()
         .Times(1, 2);
-    AddOption(*command, "--within", options->within, "With --crash: how many seconds before it")
-        .TypeName("SECONDS")
-        .Between(std::uint64_t{1}, kMostWithin)
-        .ShowDefault();
+    AddSelection(*command, options->selection, TakesLast::kNo);
     AddFlag(*command, "--all", options->all, "All lines, not only the first 20 of each kind");
     AddLimits(*command, options->limits);
     OnCall(*command, [&run, options] { run = [options](Context& c) { return RunDiff(c, *options); }; });

@@ -7,7 +7,7 @@
 #include "tools/report/PageData.h"
 #include "tools/report/ReportPage.h"
 #include "tools/report/Rows.h"
-#include "tools/story/SelectedEvents.h"
+#include "tools/story/MergedStory.h"
 #include "tools/story/Story.h"
 
 #include <chrono>
@@ -20,9 +20,9 @@ namespace NimaPost {
 namespace {
 
 /// What a browser opens at once and fits in a mail.
-constexpr std::size_t kDefaultRows = 50000;
-/// A page's list cannot be scrolled beyond about this many rows.
-constexpr std::size_t kMostRows = 500000;
+constexpr std::size_t kDefaultRows = 200000;
+/// What a browser opens within two seconds.
+constexpr std::size_t kMostRows = 1000000;
 
 struct Options {
     FolderOptions files;
@@ -57,17 +57,33 @@ std::string FolderName(const std::string& folder) {
     return ToUtf8(error ? folder : path.filename().string());
 }
 
-void WriteRows(Output& out, const std::vector<Row>& sorted, std::uint64_t omitted, std::int64_t origin) {
-    out.Write("\"rows\":[");
-    for (std::size_t i = 0; i < sorted.size(); ++i) {
-        out.Write(i == 0 ? "\n" : ",\n");
-        WriteEscaped(out, RowJson(sorted[i], origin));
+Json OmittedJson(std::uint64_t omitted) {
+    return {{"rows", omitted},
+            {"statement",
+             omitted == 0 ? std::string()
+                          : Counted(omitted, "older record") + " left out; --rows includes more of them."}};
+}
+
+/// Takes the rows, and finds out which of them are the crashes.
+CrashRows TakeRows(const Story& story, Selection& selection, Rows& rows) {
+    CrashRows places(story.Crashes().size());
+    MergedStory merged(story, selection, [](const TimelineEvent& /*event*/) { return true; });
+    merged.ForEach([&](const TimelineEvent& event) {
+        for (std::size_t i = 0; event.level == kCrashLevel && i < places.size(); ++i) {
+            const Crash& crash = story.Crashes()[i];
+            if (!places[i] && crash.time == event.time && crash.files.front() == event.file &&
+                crash.title == event.text) {
+                places[i] = rows.Taken();
+                break;
+            }
+        }
+        rows.Take(event);
+    });
+    rows.Finish();
+    for (auto& place : places) {
+        place = place ? rows.RowOf(*place) : std::nullopt;
     }
-    out.Write("],\n\"omitted\":");
-    WriteEscaped(out, {{"rows", omitted},
-                       {"statement", omitted == 0 ? std::string()
-                                                  : Counted(omitted, "older record") +
-                                                        " left out; --rows includes more of them."}});
+    return places;
 }
 
 /// The latest crash; one without a title where there is none.
@@ -100,14 +116,12 @@ StackSymbols Resolve(const Options& options, const Story& story, Findings& findi
 void WritePage(Output& out, const Options& options, const Story& story, Selection& selection,
                const Names& names, const StackSymbols& symbols) {
     Rows rows(options.rows, names);
-    ForEachSelected(story, selection, [&](const TimelineEvent& event) { rows.Take(event); });
-    const std::vector<Row>& sorted = rows.Sorted();
-    const auto first = sorted.empty() ? std::nullopt : sorted.front().time;
-    const std::int64_t origin = first ? *first : Headline(story).time.value_or(0);
-    const PageData data(story, origin, selection, symbols);
+    const CrashRows crashRows = TakeRows(story, selection, rows);
+    const std::int64_t origin = rows.FirstTime().value_or(Headline(story).time.value_or(0));
+    const PageData data(story, origin, selection, symbols, crashRows);
 
     out.Write(PageHead());
-    out.Write("{");
+    out.Write("<script type=\"application/json\" id=\"data\">\n{");
     const auto member = [&](const char* name, const Json& value) {
         out.Write(std::string("\"") + name + "\":");
         WriteEscaped(out, value);
@@ -120,15 +134,18 @@ void WritePage(Output& out, const Options& options, const Story& story, Selectio
     member("clock", data.Clock());
     member("files", data.Files());
     member("rings", data.Rings());
+    member("boots", data.Boots());
     member("processes", data.Processes());
     member("threads", rows.ThreadsJson());
     member("sources", data.Sources());
     member("sourceKinds", data.SourceKinds());
-    member("levels", rows.levels.Texts());
-    member("names", rows.names.Texts());
-    member("columns", {"t", "sure", "source", "thread", "level", "name", "text", "args", "process", "boot"});
-    WriteRows(out, sorted, rows.Omitted(), origin);
-    out.Write("}");
+    member("levels", rows.LevelsJson());
+    member("names", rows.NamesJson());
+    member("omitted", OmittedJson(rows.Omitted()));
+    out.Write("\"rows\":");
+    WriteEscaped(out, rows.Count());
+    out.Write("}\n</script>\n");
+    rows.Write(out, origin);
     out.Write(PageTail());
 }
 

@@ -95,6 +95,7 @@ std::string InWords(const LogProcess& process) {
 ProcessFacts FactsOf(const LogProcess& process) {
     ProcessFacts facts;
     facts.threads = process.threads;
+    facts.proof = InWords(process);
     if (process.IsDated()) {
         facts.boot = process.boot;
         facts.first = process.First();

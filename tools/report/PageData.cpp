@@ -20,22 +20,31 @@ constexpr std::size_t kMostActive = 12;
 
 Json PageData::Crashes() const {
     Json json = Json::array();
-    for (const Crash& crash : story_.Crashes()) {
-        json.push_back(CrashJson(crash));
+    for (std::size_t i = 0; i < story_.Crashes().size(); ++i) {
+        json.push_back(CrashJson(story_.Crashes()[i], crashRows_[i]));
     }
     return json;
 }
 
-Json PageData::CrashJson(const Crash& crash) const {
+Json PageData::Moment(const std::optional<std::int64_t>& time) const {
+    return time ? Json(*time - origin_) : Json();
+}
+
+Json PageData::CrashJson(const Crash& crash, const std::optional<std::uint64_t>& row) const {
     const CrashLog* const log = crash.log != nullptr ? &crash.log->log : nullptr;
-    return {{"title", ToUtf8(crash.title)},
-            {"summary", Pairs(Summary(crash))},
-            {"exception", log == nullptr || log->exception.empty() ? Json() : Pairs(log->exception)},
-            {"extra", log == nullptr ? Json::array() : Json(log->extraData)},
-            {"stacks", Stacks(crash)},
-            {"activeRings", Active(crash)},
-            {"time", crash.time && selection_.Takes(crash) ? Json(*crash.time - origin_) : Json()},
-            {"sure", static_cast<int>(SurenessOf(crash.certainty))}};
+    return {
+        {"title", ToUtf8(crash.title)},
+        {"summary", Pairs(Summary(crash))},
+        {"exception", log == nullptr || log->exception.empty() ? Json() : Pairs(log->exception)},
+        {"extra", log == nullptr ? Json::array() : Json(log->extraData)},
+        {"stacks", Stacks(crash)},
+        {"activeRings", Active(crash)},
+        {"time", selection_.IsOf(crash) && selection_.IsShownIn(crash.time) ? Moment(crash.time) : Json()},
+        {"sure", static_cast<int>(SurenessOf(crash.certainty))},
+        {"row", row ? Json(*row) : Json()},
+        {"boot", crash.boot.value_or(0)},
+        {"process", crash.process.value_or(0)},
+        {"after", EvidenceInWords(crash.after)}};
 }
 
 std::vector<std::pair<std::string, std::string>> PageData::Summary(const Crash& crash) const {
@@ -128,7 +137,45 @@ Json PageData::Rings() const {
 Json PageData::Processes() const {
     Json json = Json::array();
     for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
-        json.push_back(ProcessInWords(json.size() + 1, facts.boot));
+        json.push_back({{"boot", facts.boot.value_or(0)},
+                        {"words", ProcessInWords(json.size() + 1, facts.boot)},
+                        {"first", Moment(facts.first)},
+                        {"last", Moment(facts.last)},
+                        {"threads", facts.threads.size()},
+                        {"proof", facts.proof}});
+    }
+    return json;
+}
+
+Json PageData::Boots() const {
+    std::map<std::size_t, Json> boots;
+    const auto& processes = story_.Time().AllProcesses().All();
+    for (std::size_t i = 0; i < processes.size(); ++i) {
+        const ProcessFacts& facts = processes[i];
+        if (!facts.boot) {
+            continue;
+        }
+        // The first process of a boot is the one that begins it.
+        Json& boot = boots
+                         .try_emplace(*facts.boot, Json{{"boot", *facts.boot},
+                                                        {"first", Json()},
+                                                        {"last", Json()},
+                                                        {"processes", Json::array()},
+                                                        {"proof", facts.proof}})
+                         .first->second;
+        boot["processes"].push_back(i + 1);
+        const auto widen = [&](const char* end, const std::optional<std::int64_t>& time, bool wanted) {
+            const Json moment = Moment(time);
+            if (!moment.is_null() && (boot[end].is_null() || (moment < boot[end]) == wanted)) {
+                boot[end] = moment;
+            }
+        };
+        widen("first", facts.first, true);
+        widen("last", facts.last, false);
+    }
+    Json json = Json::array();
+    for (auto& [number, boot] : boots) {
+        json.push_back(std::move(boot));
     }
     return json;
 }

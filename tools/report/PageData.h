@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,13 +21,16 @@ struct ResolvedStack {
 };
 /// By the file of the stack trace, in the folder's files.
 using StackSymbols = std::map<std::size_t, ResolvedStack>;
+/// The row of each crash; empty for one that is not among the rows.
+using CrashRows = std::vector<std::optional<std::uint64_t>>;
 
 /// Everything that is not a row.
 class PageData {
   public:
-    /// `story`, `selection` and `symbols` must outlive it.
-    PageData(const Story& story, std::int64_t origin, Selection& selection, const StackSymbols& symbols)
-        : story_(story), origin_(origin), selection_(selection), symbols_(symbols) {}
+    /// All but the origin must outlive it.
+    PageData(const Story& story, std::int64_t origin, const Selection& selection, const StackSymbols& symbols,
+             const CrashRows& crashRows)
+        : story_(story), origin_(origin), selection_(selection), symbols_(symbols), crashRows_(crashRows) {}
 
     /// The oldest first.
     Json Crashes() const;
@@ -37,8 +41,9 @@ class PageData {
 
     Json Rings() const;
 
-    /// In words, in the order of their numbers from 1.
+    /// In the order of their numbers from 1.
     Json Processes() const;
+    Json Boots() const;
 
     Json Sources() const;
 
@@ -49,15 +54,17 @@ class PageData {
     static Json Marks();
     static Json Pairs(const std::vector<std::pair<std::string, std::string>>& pairs);
 
-    Json CrashJson(const Crash& crash) const;
+    Json Moment(const std::optional<std::int64_t>& time) const;
+    Json CrashJson(const Crash& crash, const std::optional<std::uint64_t>& row) const;
     std::vector<std::pair<std::string, std::string>> Summary(const Crash& crash) const;
     Json Stacks(const Crash& crash) const;
     Json Active(const Crash& crash) const;
 
     const Story& story_;
     std::int64_t origin_;
-    Selection& selection_;
+    const Selection& selection_;
     const StackSymbols& symbols_;
+    const CrashRows& crashRows_;
 };
 
 } // namespace NimaPost

@@ -4,8 +4,7 @@
 
 namespace NimaPost {
 
-/// The report's page up to the place of its data. The data is one JSON object as page/main.js describes it,
-/// with every "<" written as \u003c.
+/// The report's page up to the place of its data: the elements that page/main.js describes.
 std::string_view PageHead();
 
 /// The rest of the page.

@@ -2,9 +2,10 @@
 
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
+#include "tools/report/PackedBytes.h"
 
 #include <algorithm>
-#include <utility>
 
 namespace NimaPost {
 
@@ -13,51 +14,80 @@ namespace {
 constexpr std::size_t kLongestText = 2000;
 constexpr std::size_t kMostArguments = 16;
 /// How a page's row says that its log was writing over it.
-constexpr int kOverwrittenBit = 4;
+constexpr unsigned kOverwrittenBit = 4;
+
+void WriteElement(Output& out, std::string_view name, const std::string& bytes) {
+    out.Write("<script type=\"text/plain\" class=\"");
+    out.Write(name);
+    out.Write("\">");
+    out.Write(Packed(bytes));
+    out.Write("</script>\n");
+}
 
 } // namespace
 
-std::int64_t Index::Of(std::string_view text) {
+std::uint64_t Index::Of(std::string_view text) {
     if (text.empty()) {
-        return -1;
+        return 0;
     }
-    const auto [found, fresh] = numbers_.try_emplace(std::string(text), numbers_.size());
-    if (fresh) {
+    auto found = numbers_.find(text);
+    if (found == numbers_.end()) {
         texts_.push_back(ToUtf8(text));
+        found = numbers_.emplace(text, texts_.size()).first;
     }
-    return static_cast<std::int64_t>(found->second);
+    return found->second;
 }
 
 void Rows::Take(const TimelineEvent& event) {
+    std::string text = ToUtf8(event.text.substr(0, kLongestText));
+    text += event.text.size() > kLongestText ? " ..." : "";
     Row row;
     row.time = event.time;
-    row.order = taken_++;
-    row.sureness = SurenessOf(event.certainty);
-    row.overwritten = event.mark == kOverwritten;
-    row.file = event.file;
-    row.boot = event.boot;
-    row.process = event.process;
-    row.level = levels.Of(event.kind == EventKind::kBinary ? LevelDigit(event.level) : event.level);
-    row.name = names.Of(event.name);
-    row.text = ToUtf8(event.text.substr(0, kLongestText));
-    row.text += event.text.size() > kLongestText ? " ..." : "";
-    row.arguments.assign(event.arguments.begin(), event.arguments.end());
-    if (row.arguments.size() > kMostArguments) {
-        row.arguments.resize(kMostArguments);
-    }
+    row.mark = static_cast<std::uint8_t>(static_cast<unsigned>(SurenessOf(event.certainty)) |
+                                         (event.mark == kOverwritten ? kOverwrittenBit : 0U));
+    row.source = event.file;
+    row.boot = event.boot.value_or(0);
+    row.process = event.process.value_or(0);
+    row.level = levels_.Of(event.kind == EventKind::kBinary ? LevelDigit(event.level) : event.level);
+    row.name = names_.Of(event.name);
+    row.text = text;
+    row.arguments = event.arguments.first(std::min(event.arguments.size(), kMostArguments));
     if (const auto thread = threads_.NumberOf(event)) {
-        row.thread = static_cast<std::int64_t>(*thread);
+        row.thread = *thread + 1;
     }
-    rows_.push_back(std::move(row));
-    if (rows_.size() >= most_ * 2 + 1) {
-        KeepNewest();
+    if (blocks_.empty() || blocks_.back().IsFull(row.time)) {
+        if (!blocks_.empty()) {
+            blocks_.back().Close();
+        }
+        blocks_.emplace_back();
+    }
+    blocks_.back().Add(row);
+    ++taken_;
+    ++count_;
+    if (count_ - blocks_.front().Count() >= most_) {
+        count_ -= blocks_.front().Count();
+        blocks_.pop_front();
     }
 }
 
-std::vector<Row>& Rows::Sorted() {
-    KeepNewest();
-    std::sort(rows_.begin(), rows_.end(), [](const Row& a, const Row& b) { return Before(a, b); });
-    return rows_;
+void Rows::Finish() {
+    if (count_ > most_) {
+        blocks_.front().DropFront(count_ - most_);
+        count_ = most_;
+    }
+}
+
+std::optional<std::int64_t> Rows::FirstTime() const {
+    for (const RowBlock& block : blocks_) {
+        if (const auto time = block.FirstTime()) {
+            return time;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<std::uint64_t> Rows::RowOf(std::uint64_t event) const {
+    return event >= Omitted() && event < taken_ ? std::optional(event - Omitted()) : std::nullopt;
 }
 
 Json Rows::ThreadsJson() const {
@@ -70,33 +100,16 @@ Json Rows::ThreadsJson() const {
     return byNumber;
 }
 
-bool Rows::Before(const Row& a, const Row& b) {
-    const auto key = [](const Row& row) { return std::pair(row.time.value_or(INT64_MAX), row.order); };
-    return key(a) < key(b);
+void Rows::Write(Output& out, std::int64_t origin) const {
+    for (const RowBlock& block : blocks_) {
+        WriteElement(out, "columns", block.Columns(origin));
+        WriteElement(out, "texts", block.Texts());
+    }
 }
 
 std::string_view Rows::LevelDigit(std::string_view level) {
     TakeLiteral(level, "level ");
     return level;
-}
-
-void Rows::KeepNewest() {
-    if (rows_.size() > most_) {
-        const auto cut = rows_.end() - static_cast<std::ptrdiff_t>(most_);
-        std::nth_element(rows_.begin(), cut, rows_.end(), Before);
-        rows_.erase(rows_.begin(), cut);
-    }
-}
-
-Json RowJson(const Row& row, std::int64_t origin) {
-    Json arguments = Json::array();
-    for (const std::uint32_t value : row.arguments) {
-        arguments.push_back(Hex(value));
-    }
-    return Json::array({row.time ? Json(*row.time - origin) : Json(),
-                        static_cast<int>(row.sureness) + (row.overwritten ? kOverwrittenBit : 0), row.file,
-                        row.thread, row.level, row.name, row.text, arguments, row.process.value_or(0),
-                        row.boot.value_or(0)});
 }
 
 } // namespace NimaPost

@@ -58,17 +58,7 @@ void MergedStory::KeepOthers() {
                        return true;
                    });
     for (const Crash& crash : story_.Crashes()) {
-        TimelineEvent event;
-        event.kind = EventKind::kRecord;
-        event.time = crash.time;
-        event.certainty = crash.certainty;
-        event.file = crash.files.front();
-        event.thread = crash.thread;
-        event.boot = crash.boot;
-        event.process = crash.process;
-        event.level = kCrashLevel;
-        event.text = crash.title;
-        selected.Take(event);
+        selected.Take(EventOf(crash));
     }
     selected.Finish();
     std::stable_sort(others_.begin(), others_.end(),
@@ -96,6 +86,20 @@ void MergedStory::ForEach(const std::function<void(const TimelineEvent&)>& visit
     for (; next != others_.end(); ++next) {
         visitor(next->second.Event());
     }
+}
+
+TimelineEvent EventOf(const Crash& crash) {
+    TimelineEvent event;
+    event.kind = EventKind::kRecord;
+    event.time = crash.time;
+    event.certainty = crash.certainty;
+    event.file = crash.files.front();
+    event.thread = crash.thread;
+    event.boot = crash.boot;
+    event.process = crash.process;
+    event.level = kCrashLevel;
+    event.text = crash.title;
+    return event;
 }
 
 Landmarks LandmarksOf(const Story& story, bool withEnds) {

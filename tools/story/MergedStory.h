@@ -41,6 +41,9 @@ class MergedStory {
     std::vector<std::pair<Key, KeptEvent>> others_;
 };
 
+/// A crash as an event. The views are those of the crash.
+TimelineEvent EventOf(const Crash& crash);
+
 /// Where the moments are that times can be counted from. The ends cost a reading of the logs.
 Landmarks LandmarksOf(const Story& story, bool withEnds);
 

@@ -27,6 +27,8 @@ struct SelectionOptions {
     std::vector<std::string> wanted;
     std::vector<std::string> refused;
     bool ignoreCase = false;
+
+    bool operator==(const SelectionOptions&) const = default;
 };
 
 /// The same once it is known what there is.
@@ -46,9 +48,13 @@ class Selection {
     bool IsOf(const Thing& thing) const {
         return (!boot_ || thing.boot == boot_) && (!process_ || thing.process == process_);
     }
-    /// Whether a time that is shown is in the range. What is not, but could be by its bounds, is counted.
+    /// Whether a time that is shown is in the range.
+    bool IsShownIn(const std::optional<std::int64_t>& time) const {
+        return !limited_ || (time && *time >= since_ && *time < until_);
+    }
+    /// The same of an event or crash that is shown. What is not, but could be by its bounds, is counted.
     bool IsIn(const std::optional<std::int64_t>& time, const Certainty& certainty) {
-        if (!limited_ || (time && *time >= since_ && *time < until_)) {
+        if (IsShownIn(time)) {
             return true;
         }
         nearMisses_ += CouldBeIn(time, certainty) ? 1 : 0;

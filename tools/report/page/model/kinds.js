@@ -10,11 +10,13 @@ export const SURE_EXACT = 0;
 
 // If several records share a pixel, the last in this list is visible.
 export const PAINTS = [
-  "cal", "debug", "plain", "info", "perf", "warn", "error", "fatal",
+  "cal", "debug", "plain", "info", "perf", "warn", "error", "fatal", "crash",
   "binary3", "binary2", "binary1", "binary0",
   "ring",
 ];
 export const PAINT_FATAL = PAINTS.indexOf("fatal");
+// Of the levels that are words.
+export const PAINT_WORST = PAINTS.indexOf("crash");
 export const PAINT_RING = PAINTS.indexOf("ring");
 
 export function kindOfSource(sourceKind) {

@@ -1,14 +1,18 @@
 import {byId, element} from "../base/dom.js";
 import {formatCount} from "../base/numbers.js";
-import {lowerBound, upperBound} from "../base/sorted.js";
+import {Search} from "./search.js";
 
 const ALL = -2;
 const NONE = -1;
-const SEVERITY = ["FATAL", "ERROR", "WARN"];
+const SEVERITY = ["CRASH", "FATAL", "ERROR", "WARN"];
+// The boxes of the form, each with the column of the records that it is about.
+const CHOICES = ["source", "level", "thread", "name", "boot", "process"];
 
-function option(value, text) {
+// `key` names the option where the number of its value may mean something else: in a link.
+function option(value, text, key) {
   const node = element("option", "", text);
   node.value = String(value);
+  node.dataset.key = key;
   return node;
 }
 
@@ -22,15 +26,22 @@ function countValues(column, size) {
   return counts;
 }
 
-function fillSelect(id, column, labels, noneLabel) {
+function fillSelect(id, column, labels, noneLabel, keys = labels) {
   const counts = countValues(column, labels.length);
   const entries = labels.map((label, index) => ({label, index, count: counts[index]}))
     .filter((entry) => entry.count > 0);
   const select = byId(id);
-  select.append(option(ALL, "All"), ...entries.map((entry) =>
-    option(entry.index, `${entry.label || "(none)"} (${formatCount(entry.count)})`)));
+  select.append(option(ALL, "All", ""), ...entries.map((entry) =>
+    option(entry.index, `${entry.label || "(none)"} (${formatCount(entry.count)})`, String(keys[entry.index]))));
   if (counts[labels.length] > 0) {
-    select.append(option(NONE, `${noneLabel} (${formatCount(counts[labels.length])})`));
+    select.append(option(NONE, `${noneLabel} (${formatCount(counts[labels.length])})`, "none"));
+  }
+}
+
+// Leaves the rows of which the column has another value.
+function narrow(matches, column, isWanted) {
+  for (let row = 0; row < matches.length; ++row) {
+    matches[row] &= isWanted(column[row]);
   }
 }
 
@@ -44,6 +55,7 @@ export class RecordFilter {
     this.shown = new Int32Array(model.count);
     this.shownCount = 0;
     this.needle = "";
+    this.search = null;
     this.isFiltered = false;
     this.isTimeOnly = false;
     this.visibleFrom = -Infinity;
@@ -53,14 +65,21 @@ export class RecordFilter {
 
   fillSelects() {
     const {model} = this;
+    const numbers = (count) => Array.from({length: count}, (_, number) => number);
+    const boots = ["No known boot", ...numbers(Math.max(0, ...model.boots.map((boot) => boot.boot)))
+      .map((number) => `boot ${number + 1}`)];
     fillSelect("filter-source", model.source, model.sources, "No source");
     fillSelect("filter-level", model.level, model.levels, "No level");
-    fillSelect("filter-thread", model.thread, model.threads.map((_, index) => model.threadFull(index)), "No thread");
+    fillSelect("filter-thread", model.thread, model.threads.map((_, index) => model.threadFull(index)), "No thread",
+      model.threads.map((thread) => (thread.process > 0 ? `${thread.id}.${thread.process}` : thread.id)));
     fillSelect("filter-name", model.name, model.names, "No name");
-    fillSelect("filter-process", model.process, model.processes, "");
+    fillSelect("filter-boot", model.boot, boots, "", numbers(boots.length));
+    fillSelect("filter-process", model.process, model.processes, "", numbers(model.processes.length));
+    byId("filter-boot").parentElement.hidden = !model.boots.length;
     byId("filter-process").parentElement.hidden = !model.hasProcesses;
     const worse = ["ERROR", "WARN"].filter((level) => model.levels.includes(level));
-    byId("filter-level").firstChild.after(...worse.map((level) => option(level, `${level} and worse`)));
+    byId("filter-level").firstChild.after(
+      ...worse.map((level) => option(level, `${level} and worse`, `${level}+`)));
   }
 
   setVisibleTime(from, to) {
@@ -73,27 +92,67 @@ export class RecordFilter {
     byId("filter-thread").value = String(thread);
   }
 
-  // Reads the form, and finds out which records match.
-  apply() {
-    const wanted = this.read();
-    this.needle = wanted.needle;
-    this.isTimeOnly = byId("filter-range").checked;
-    this.isFiltered = Boolean(wanted.needle) || wanted.levels !== null ||
-      [wanted.source, wanted.thread, wanted.name, wanted.process].some((value) => value !== ALL);
-    this.fillMatches(wanted);
-    this.fillShown();
+  // What the form says, for a link; what is not in it is chosen nowhere.
+  state() {
+    const state = {};
+    for (const choice of CHOICES) {
+      const key = byId(`filter-${choice}`).selectedOptions[0].dataset.key;
+      if (key) {
+        state[choice] = key;
+      }
+    }
+    const text = byId("search").value;
+    return {...state, ...(text && {q: text}), ...(byId("filter-range").checked && {visible: "1"})};
   }
 
-  read() {
-    const number = (id) => Number(byId(id).value);
-    return {
-      needle: byId("search").value.toLowerCase(),
-      source: number("filter-source"),
-      thread: number("filter-thread"),
-      name: number("filter-name"),
-      process: number("filter-process"),
-      levels: this.wantedLevels(byId("filter-level").value),
-    };
+  // Fills the form in. What is not known here is left out.
+  setState(state) {
+    for (const choice of CHOICES) {
+      const select = byId(`filter-${choice}`);
+      const wanted = [...select.options].findIndex((node) => node.dataset.key === (state[choice] ?? ""));
+      select.selectedIndex = Math.max(0, wanted);
+    }
+    byId("search").value = state.q ?? "";
+    byId("filter-range").checked = state.visible === "1";
+  }
+
+  // Reads the form, and finds out which records match. A search for text goes on with `searchFor`.
+  apply() {
+    const needle = byId("search").value.toLowerCase();
+    const levels = this.wantedLevels(byId("filter-level").value);
+    const {model, matches} = this;
+    this.needle = needle;
+    this.isTimeOnly = byId("filter-range").checked;
+    this.isFiltered = Boolean(needle) || levels !== null;
+    matches.fill(1);
+    if (levels) {
+      narrow(matches, model.level, (level) => levels.has(level));
+    }
+    for (const choice of CHOICES.filter((each) => each !== "level")) {
+      const wanted = Number(byId(`filter-${choice}`).value);
+      if (wanted !== ALL) {
+        this.isFiltered = true;
+        narrow(matches, model[choice], (value) => value === wanted);
+      }
+    }
+    this.search = needle ? new Search(model, matches, needle) : null;
+  }
+
+  get isDone() {
+    return this.search === null || this.search.isDone;
+  }
+
+  get progress() {
+    return this.search ? this.search.progress : 1;
+  }
+
+  // Goes on with the search until so many milliseconds have passed, and lists what matches so far.
+  searchFor(time) {
+    const end = performance.now() + time;
+    while (!this.isDone && performance.now() < end) {
+      this.search.step();
+    }
+    this.fillShown();
   }
 
   wantedLevels(value) {
@@ -108,26 +167,18 @@ export class RecordFilter {
     return new Set(levels.filter((index) => index >= 0));
   }
 
-  fillMatches({needle, source, thread, name, process, levels}) {
-    const {model, matches} = this;
-    const wanted = [[model.source, source], [model.thread, thread], [model.name, name], [model.process, process]]
-      .filter(([, value]) => value !== ALL);
-    for (let row = 0; row < model.count; ++row) {
-      matches[row] = wanted.every(([column, value]) => column[row] === value) &&
-        (levels === null || levels.has(model.level[row])) &&
-        (!needle || model.searchText(row).includes(needle)) ? 1 : 0;
-    }
-  }
-
+  // The rows beyond those that have been searched do not match yet.
   fillShown() {
-    const {model} = this;
-    const from = this.isTimeOnly ? lowerBound(model.times, model.timed, this.visibleFrom) : 0;
-    const to = this.isTimeOnly ? upperBound(model.times, model.timed, this.visibleTo) : model.count;
-    this.shownCount = 0;
-    for (let row = from; row < to; ++row) {
-      if (this.matches[row]) {
-        this.shown[this.shownCount++] = row;
+    const {matches, model, shown} = this;
+    const searched = this.isDone ? model.count : model.texts.firsts[this.search.next];
+    const {times} = model;
+    const [from, to] = this.isTimeOnly ? [this.visibleFrom, this.visibleTo] : [-Infinity, Infinity];
+    let count = 0;
+    for (let row = 0; row < searched; ++row) {
+      if (matches[row] && times[row] >= from && times[row] <= to) {
+        shown[count++] = row;
       }
     }
+    this.shownCount = count;
   }
 }

@@ -1,17 +1,14 @@
 import {byId, frameRunner, isPlainKey} from "../base/dom.js";
 import {formatCount, plural} from "../base/numbers.js";
-import {lowerBound, upperBound} from "../base/sorted.js";
+import {lowerBound} from "../base/sorted.js";
 import {RecordFilter} from "./filter.js";
 import {RecordLine} from "./line.js";
+import {ROW_HEIGHT, Scroller} from "./scroller.js";
 
-const ROW_HEIGHT = 24;
-const HEAD_HEIGHT = 28;
 const OVERSCAN = 6;
 const CHARACTER_WIDTH = 7.4;
-
-function wholeRows(top) {
-  return Math.round(top / ROW_HEIGHT) * ROW_HEIGHT;
-}
+// A search lets the page draw after so many milliseconds.
+const SEARCH_SLICE = 30;
 
 // All records that match; only those on the screen are in the document.
 export class RecordTable {
@@ -19,12 +16,14 @@ export class RecordTable {
     this.model = model;
     this.filter = new RecordFilter(model);
     this.grid = byId("grid");
-    this.space = byId("grid-space");
-    this.holder = byId("grid-rows");
+    this.scroller = new Scroller(this.grid, byId("grid-space"), byId("grid-rows"));
     this.lines = [];
     this.selected = -1;
+    this.timer = 0;
+    this.whenFound = null;
     this.onSelect = () => {};
     this.onFilter = () => {};
+    this.onMove = () => {};
     this.drawLater = frameRunner(() => this.draw());
     this.filterLater = frameRunner(() => this.applyFilter());
     this.setTimeWidth();
@@ -32,8 +31,38 @@ export class RecordTable {
   }
 
   start() {
-    this.applyFilter();
-    this.scrollToCrash();
+    this.setState({}, -1);
+  }
+
+  // Whether all that matches has been found.
+  get isSettled() {
+    return this.filter.isDone;
+  }
+
+  // What is chosen, and where the list stands.
+  state() {
+    const {shown, shownCount} = this.filter;
+    const first = shownCount > 0 ? shown[Math.min(shownCount - 1, this.scroller.firstRow)] : 0;
+    return {...this.filter.state(), top: first + 1};
+  }
+
+  setState(state, row) {
+    this.filter.setState(state);
+    this.selected = row;
+    this.applyFilter(() => {
+      if (state.top > 0 && state.top <= this.model.count) {
+        this.scroller.showFirst(this.positionOf(state.top - 1));
+      } else if (row >= 0) {
+        this.reveal(row);
+      } else {
+        this.scrollToCrash();
+      }
+    });
+  }
+
+  // Among what is shown; where it would be if it is hidden.
+  positionOf(row) {
+    return lowerBound(this.filter.shown, this.filter.shownCount, row);
   }
 
   // As wide as the longest time with its marks.
@@ -56,7 +85,12 @@ export class RecordTable {
         this.step(event.shiftKey ? -1 : 1);
       }
     });
-    this.grid.addEventListener("scroll", () => this.drawLater());
+    const moved = () => {
+      this.drawLater();
+      this.onMove();
+    };
+    this.grid.addEventListener("scroll", moved);
+    this.scroller.onWheel = moved;
     this.grid.addEventListener("click", (event) => this.click(event));
     this.grid.addEventListener("keydown", (event) => this.key(event));
     new ResizeObserver(() => this.drawLater()).observe(this.grid);
@@ -70,7 +104,7 @@ export class RecordTable {
   }
 
   key(event) {
-    const page = Math.max(1, Math.floor(this.grid.clientHeight / ROW_HEIGHT) - 2);
+    const page = Math.max(1, Math.floor(this.scroller.room / ROW_HEIGHT) - 1);
     const steps = {ArrowDown: 1, ArrowUp: -1, PageDown: page, PageUp: -page, Home: -Infinity, End: Infinity};
     if (event.key in steps && isPlainKey(event)) {
       event.preventDefault();
@@ -84,19 +118,15 @@ export class RecordTable {
     if (shownCount === 0) {
       return;
     }
-    let position = this.firstVisible();
+    let position = Math.min(shownCount - 1, this.scroller.firstRow);
     if (this.selected >= 0) {
-      const at = lowerBound(shown, shownCount, this.selected);
+      const at = this.positionOf(this.selected);
       const hidden = shown[at] !== this.selected;
       position = at + by - (hidden && by > 0 ? 1 : 0);
     } else if (!Number.isFinite(by)) {
       position = by;
     }
     this.choose(shown[Math.max(0, Math.min(shownCount - 1, position))]);
-  }
-
-  firstVisible() {
-    return Math.min(this.filter.shownCount - 1, Math.ceil(this.grid.scrollTop / ROW_HEIGHT));
   }
 
   choose(row) {
@@ -113,51 +143,57 @@ export class RecordTable {
   }
 
   reveal(row) {
-    const {shown, shownCount} = this.filter;
-    const position = lowerBound(shown, shownCount, row);
-    if (position >= shownCount || shown[position] !== row) {
-      return;
-    }
-    const top = position * ROW_HEIGHT;
-    const room = this.grid.clientHeight - HEAD_HEIGHT;
-    if (top < this.grid.scrollTop || top + ROW_HEIGHT > this.grid.scrollTop + room) {
-      const near = Math.abs(top - this.grid.scrollTop - room / 2) < room;
-      const middle = top - room / 2 + ROW_HEIGHT / 2;
-      const edge = top < this.grid.scrollTop ? top : top + ROW_HEIGHT - room;
-      this.grid.scrollTop = near ? edge : wholeRows(middle);
+    const position = this.positionOf(row);
+    if (position < this.filter.shownCount && this.filter.shown[position] === row) {
+      this.scroller.reveal(position);
     }
   }
 
   // A reader wants to see what happened last before the crash.
   scrollToCrash() {
-    const {model} = this;
-    if (model.crash === null) {
-      return;
+    const {crashRow} = this.model;
+    if (crashRow !== null) {
+      this.scroller.showBefore(this.positionOf(crashRow) + 1);
     }
-    const position = upperBound(model.times, model.timed, model.crash);
-    this.grid.scrollTop = wholeRows(position * ROW_HEIGHT - (this.grid.clientHeight - HEAD_HEIGHT) * 0.7);
   }
 
-  applyFilter() {
-    const {filter} = this;
-    filter.apply();
-    this.onFilter(filter.matches, filter.isFiltered);
-    this.showCount();
-    this.space.style.height = `${filter.shownCount * ROW_HEIGHT}px`;
-    this.grid.setAttribute("aria-rowcount", String(filter.shownCount + 1));
+  // `whenFound` is called once the search is done.
+  applyFilter(whenFound = () => this.revealSelected()) {
+    clearTimeout(this.timer);
+    this.whenFound = whenFound;
+    this.filter.apply();
+    this.goOn();
+  }
+
+  revealSelected() {
     if (this.selected >= 0) {
       this.reveal(this.selected);
+    }
+  }
+
+  goOn() {
+    const {filter} = this;
+    filter.searchFor(SEARCH_SLICE);
+    this.showCount();
+    this.scroller.setCount(filter.shownCount);
+    this.grid.setAttribute("aria-rowcount", String(filter.shownCount + 1));
+    if (filter.isDone) {
+      this.onFilter(filter.matches, filter.isFiltered);
+      this.whenFound();
+    } else {
+      this.timer = setTimeout(() => this.goOn(), 0);
     }
     this.draw();
   }
 
   showCount() {
-    const {shownCount, isFiltered, isTimeOnly} = this.filter;
+    const {shownCount, isFiltered, isTimeOnly, isDone, progress} = this.filter;
     const total = plural(this.model.count, "record");
     const count = byId("count");
-    count.textContent = isFiltered || isTimeOnly ? `${formatCount(shownCount)} of ${total} match` : total;
-    count.dataset.matches = String(shownCount);
-    byId("grid-empty").hidden = shownCount > 0;
+    const soFar = isDone ? "" : `, ${Math.floor(progress * 100)} % searched`;
+    count.textContent = isFiltered || isTimeOnly ? `${formatCount(shownCount)} of ${total} match${soFar}` : total;
+    count.dataset.matches = isDone ? String(shownCount) : "";
+    byId("grid-empty").hidden = shownCount > 0 || !isDone;
     byId("grid-empty").textContent = this.model.count > 0 ? "No records match." : "There are no records.";
   }
 
@@ -176,17 +212,17 @@ export class RecordTable {
     while (this.lines.length < count) {
       const line = new RecordLine(this.model, this.lines.length);
       this.lines.push(line);
-      this.holder.append(line.node);
+      this.scroller.holder.append(line.node);
     }
   }
 
   draw() {
     const {shown, shownCount, needle} = this.filter;
-    const first = Math.max(0, Math.floor(this.grid.scrollTop / ROW_HEIGHT) - OVERSCAN);
-    const room = Math.ceil(this.grid.clientHeight / ROW_HEIGHT) + 2 * OVERSCAN;
+    const first = Math.max(0, Math.floor(this.scroller.top / ROW_HEIGHT) - OVERSCAN);
+    const room = Math.ceil(this.scroller.room / ROW_HEIGHT) + 1 + 2 * OVERSCAN;
     const count = Math.max(0, Math.min(room, shownCount - first));
     this.ensureLines(count);
-    this.holder.style.transform = `translateY(${first * ROW_HEIGHT}px)`;
+    this.scroller.place(first);
     let active = "";
     this.lines.forEach((line, index) => {
       line.node.hidden = index >= count;
@@ -209,8 +245,8 @@ export class RecordTable {
   }
 
   isFirstAfterCrash(position) {
-    const {crash, times} = this.model;
+    const {crashRow} = this.model;
     const {shown} = this.filter;
-    return crash !== null && times[shown[position]] > crash && (position === 0 || times[shown[position - 1]] <= crash);
+    return crashRow !== null && shown[position] > crashRow && (position === 0 || shown[position - 1] <= crashRow);
   }
 }

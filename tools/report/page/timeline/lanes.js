@@ -10,13 +10,30 @@ const NO_THREAD = -1;
 class SubRow {
   constructor(kind) {
     this.kind = kind;
-    this.rows = [];
+    this.count = 0;
     this.top = 0;
   }
 
+  // Takes its rows, of which there are `count`, in the order in which they are shown.
+  reserve() {
+    this.rows = new Int32Array(this.count);
+    this.times = new Float64Array(this.count);
+    this.count = 0;
+    this.isSorted = true;
+  }
+
+  add(row, time) {
+    this.isSorted = this.isSorted && (this.count === 0 || this.times[this.count - 1] <= time);
+    this.rows[this.count] = row;
+    this.times[this.count++] = time;
+  }
+
+  // Where the clock was set back, the order of the rows is not that of their times.
   finish(times) {
-    this.rows = Int32Array.from(this.rows);
-    this.times = Float64Array.from(this.rows, (row) => times[row]);
+    if (!this.isSorted) {
+      this.rows.sort((a, b) => times[a] - times[b]);
+      this.times.sort();
+    }
   }
 
   within(from, to) {
@@ -26,7 +43,6 @@ class SubRow {
 
 function finishLane(model, lane) {
   const subRows = lane.kinds.filter(Boolean);
-  subRows.forEach((subRow) => subRow.finish(model.times));
   const known = model.threads[lane.thread];
   return {
     thread: lane.thread,
@@ -41,27 +57,49 @@ function finishLane(model, lane) {
 // A thread is of one process; records without a thread have a lane in each.
 function laneKey(model, row) {
   const thread = model.threads[model.thread[row]] ? model.thread[row] : NO_THREAD;
-  return {thread, process: model.process[row], key: `${model.process[row]}/${thread}`};
+  return {thread, process: model.process[row]};
+}
+
+// The lane of each record by process and thread, with what is counted for it.
+class LaneSet {
+  constructor(model) {
+    this.model = model;
+    this.byPlace = new Map();
+    this.list = [];
+  }
+
+  subRowOf(row) {
+    const {thread, process} = laneKey(this.model, row);
+    const place = process * (this.model.threads.length + 1) + thread + 1;
+    let lane = this.byPlace.get(place);
+    if (!lane) {
+      lane = {thread, process, kinds: [null, null, null]};
+      this.byPlace.set(place, lane);
+      this.list.push(lane);
+    }
+    const kind = this.model.kind[row];
+    lane.kinds[kind] = lane.kinds[kind] ?? new SubRow(kind);
+    return lane.kinds[kind];
+  }
 }
 
 function buildLanes(model) {
-  const lanes = new Map();
-  for (let row = 0; row < model.timed; ++row) {
-    const {thread, process, key} = laneKey(model, row);
-    if (!lanes.has(key)) {
-      lanes.set(key, {thread, process, kinds: [null, null, null]});
+  const lanes = new LaneSet(model);
+  const subRows = new Array(model.count);
+  for (let row = 0; row < model.count; ++row) {
+    if (model.hasTime(row)) {
+      subRows[row] = lanes.subRowOf(row);
+      subRows[row].count += 1;
     }
-    const {kinds} = lanes.get(key);
-    const kind = model.kind[row];
-    if (!kinds[kind]) {
-      kinds[kind] = new SubRow(kind);
-    }
-    kinds[kind].rows.push(row);
   }
+  const all = lanes.list.flatMap((lane) => lane.kinds.filter(Boolean));
+  all.forEach((subRow) => subRow.reserve());
+  subRows.forEach((subRow, row) => subRow.add(row, model.times[row]));
+  all.forEach((subRow) => subRow.finish(model.times));
   const late = (number, isLast) => (isLast ? Number.MAX_SAFE_INTEGER : number);
   const order = (a, b) => late(a.process, a.process === 0) - late(b.process, b.process === 0) ||
     late(a.thread, a.thread < 0) - late(b.thread, b.thread < 0);
-  return [...lanes.values()].sort(order).map((lane) => finishLane(model, lane));
+  return lanes.list.sort(order).map((lane) => finishLane(model, lane));
 }
 
 // A lane for each thread, those of a process together under its name where there are several; places count from the

@@ -1,6 +1,6 @@
 // What the marks mean; only marks that occur are listed.
 import {element} from "../base/dom.js";
-import {KIND_BINARY, KIND_RING, KIND_SHAPES, KIND_TEXT, PAINTS, PAINT_FATAL, PAINT_RING, SURE_EXACT}
+import {KIND_BINARY, KIND_RING, KIND_SHAPES, KIND_TEXT, PAINTS, PAINT_WORST, PAINT_RING, SURE_EXACT}
   from "../model/kinds.js";
 
 const WORDS = {plain: "line", cal: "CAL", ring: "ring event"};
@@ -10,7 +10,7 @@ function legendOrder(paint) {
   if (paint === PAINT_RING) {
     return 3 * PAINTS.length;
   }
-  return paint <= PAINT_FATAL ? PAINT_FATAL - paint : 2 * PAINTS.length - paint;
+  return paint <= PAINT_WORST ? PAINT_WORST - paint : 2 * PAINTS.length - paint;
 }
 
 function legendMark(className, colour, text) {
@@ -25,7 +25,7 @@ function kindOfPaint(paint) {
   if (paint === PAINT_RING) {
     return KIND_RING;
   }
-  return paint > PAINT_FATAL ? KIND_BINARY : KIND_TEXT;
+  return paint > PAINT_WORST ? KIND_BINARY : KIND_TEXT;
 }
 
 function legendItem(paint) {
@@ -36,21 +36,25 @@ function legendItem(paint) {
 }
 
 export function fillLegend(legend, model) {
-  const seen = new Set();
-  const marks = new Set(model.crashes.map((crash) => crash.sure ?? SURE_EXACT));
+  const seen = new Uint8Array(PAINTS.length);
+  const marks = new Uint8Array(256);
+  model.crashes.forEach((crash) => { marks[crash.sure ?? SURE_EXACT] = 1; });
   let isUnsure = false;
-  for (let row = 0; row < model.timed; ++row) {
-    seen.add(model.paint[row]);
-    marks.add(model.mark[row]);
-    isUnsure = isUnsure || model.sure[row] !== SURE_EXACT;
+  for (let row = 0; row < model.count; ++row) {
+    if (model.hasTime(row)) {
+      seen[model.paint[row]] = 1;
+      marks[model.mark[row]] = 1;
+      isUnsure = isUnsure || model.sure[row] !== SURE_EXACT;
+    }
   }
-  legend.append(...[...seen].sort((a, b) => legendOrder(a) - legendOrder(b)).map(legendItem));
+  const used = (flags) => [...flags.keys()].filter((key) => flags[key] === 1);
+  legend.append(...used(seen).sort((a, b) => legendOrder(a) - legendOrder(b)).map(legendItem));
   if (isUnsure) {
     legend.append(legendMark("mark hollow", "", "hollow: time not exact"));
   }
   if (model.crashTimes.length) {
     legend.append(legendMark("mark crash", "", "crash"));
   }
-  legend.append(...model.timeMarks.legend([...marks]).map(([sign, meaning]) =>
+  legend.append(...model.timeMarks.legend(used(marks)).map(([sign, meaning]) =>
     element("li", "time-mark", `${sign} ${meaning}`)));
 }

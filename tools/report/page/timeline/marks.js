@@ -1,5 +1,5 @@
 // The records on their lanes: a mark for a single one, bars where they are dense.
-import {PAINT_FATAL, SURE_EXACT} from "../model/kinds.js";
+import {PAINT_FATAL, PAINT_WORST, SURE_EXACT} from "../model/kinds.js";
 import {drawGlyph} from "./canvas.js";
 import {SUBROW_HEIGHT} from "./lanes.js";
 
@@ -53,7 +53,7 @@ function drawLonely(context, scene, buckets, {kind, y}) {
   for (let x = 0; x < buckets.width; ++x) {
     if (buckets.isLonely(x)) {
       context.fillStyle = context.strokeStyle = colours.marks[buckets.paint[x]];
-      const size = buckets.paint[x] === PAINT_FATAL ? GLYPH + 1.5 : GLYPH;
+      const size = buckets.paint[x] >= PAINT_FATAL && buckets.paint[x] <= PAINT_WORST ? GLYPH + 1.5 : GLYPH;
       const hollow = model.sure[buckets.row[x]] !== SURE_EXACT;
       drawGlyph(context, kind, {x: view.gutter + x + 0.5, y, size, hollow});
     }

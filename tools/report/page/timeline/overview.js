@@ -4,7 +4,7 @@ import {fillBox, fitCanvas} from "./canvas.js";
 
 const HEIGHT = 34;
 // Only what went wrong has a colour here; rank 0 is for everything else.
-const WRONG = ["warn", "error", "fatal"].map((name) => PAINTS.indexOf(name));
+const WRONG = ["warn", "error", "fatal", "crash"].map((name) => PAINTS.indexOf(name));
 const RANKS = PAINTS.map((_, paint) => WRONG.indexOf(paint) + 1);
 
 // The small picture of the whole time range, with a window that shows and moves the view.
@@ -48,8 +48,8 @@ export class Overview {
     const {times, paint} = model;
     this.buckets.clear(plot + 1);
     const scale = plot / full.span;
-    for (let row = 0; row < model.timed; ++row) {
-      if (!isFiltered || matches[row]) {
+    for (let row = 0; row < model.count; ++row) {
+      if (model.hasTime(row) && (!isFiltered || matches[row])) {
         this.buckets.add(((times[row] - full.from) * scale) | 0, row, RANKS[paint[row]]);
       }
     }

@@ -56,6 +56,25 @@ export class Timeline {
     this.draw();
   }
 
+  state() {
+    const {full, from, to} = this.view;
+    const isWhole = from === full.from && to === full.to;
+    const range = isWhole ? {} : {from: Math.round(from), to: Math.round(to)};
+    const row = this.scene.selected >= 0 ? {row: this.scene.selected + 1} : {};
+    return {...range, ...row, lanes: Math.round(this.host.scrollTop)};
+  }
+
+  setState({from, to, lanes}, row) {
+    const isRange = from < to;
+    if (isRange) {
+      this.view.set(from, to);
+    } else {
+      this.view.fit();
+    }
+    this.setSelected(row, !isRange);
+    this.host.scrollTop = lanes ?? this.host.scrollTop;
+  }
+
   layout() {
     const wanted = Math.max(this.scene.lanes.height, SUBROW_HEIGHT * FEWEST_SUBROWS) + AXIS_HEIGHT;
     this.host.style.height = `${wanted + 2}px`;
@@ -64,7 +83,10 @@ export class Timeline {
   }
 
   listen() {
-    this.host.addEventListener("scroll", () => this.drawLater());
+    this.host.addEventListener("scroll", () => {
+      this.drawLater();
+      this.onView(this.view.from, this.view.to);
+    });
     document.addEventListener("themechange", () => {
       this.scene.readColours();
       this.overview.forget();
