@@ -379,6 +379,29 @@ TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShow
     EXPECT_EQ(logs.set.Processes().size(), 1U);
 }
 
+TEST_F(LogTimes, OfALogThatHoldsTextsLikeCutLinesAreOfOneRound) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    for (const std::string text :
+         {"<a:Action> <a:To>x</a:To>", "<WARN> <Engine> quoted", "<0x00000001:000> <WARN> <A> quoted"}) {
+        for (const std::string end : {"\n", "\r\n"}) {
+            std::string log = Calibration(kBoot, kBoot + offset);
+            for (int i = 0; i < 40; ++i) {
+                log += Line(kBoot + (i + 1) * (7 * kMillisecond), "<WARN> <A> line");
+                log += i == 20 ? text + end : "";
+            }
+            // Nor when another process opens the log after such a text.
+            const std::int64_t later = kBoot + 300 * kMillisecond;
+            WriteFile("a.log", log + text + end + Calibration(later, later + offset, 2) +
+                                   Line(later + kMillisecond, "<WARN> <A> again", 2));
+            const Logs logs({"a.log"});
+            EXPECT_TRUE(logs.set.Sources()[0].findings.remarks.empty()) << text;
+            ASSERT_EQ(logs.set.Processes().size(), 2U) << text;
+            EXPECT_EQ(logs.messages[1], "line");
+            EXPECT_EQ(logs.entries[1].certainty.earlier, 0);
+        }
+    }
+}
+
 TEST_F(LogTimes, OfACopyAreToldOnce) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::string rolled = Calibration(kBoot, kBoot + offset) + Line(kBoot + 7, "<WARN> <A> one");

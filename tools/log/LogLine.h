@@ -71,8 +71,13 @@ struct JoinedCalibration {
 };
 std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text);
 
-/// Whether a line that has no header of its own looks like the rest of one that had.
-bool LooksLikeCutLine(std::string_view text);
+/// What a line without a header of its own begins with.
+enum class HeaderRest : unsigned char {
+    kNone,
+    kMark,  ///< a thread's or a level's mark: the rest of a header, or a text like one
+    kInside ///< the rest of a mark, as no text begins
+};
+HeaderRest RestOfHeader(std::string_view text);
 
 /// How lines are told apart in a file.
 enum class LogKind : unsigned char { kLines, kQueue };
