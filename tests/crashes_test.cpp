@@ -132,7 +132,7 @@ TEST_F(Crashes, AllOfAFolderAreListedInTheOrderThatEvidenceGives) {
 
     // Each is in what the commands print, on the timeline and on the page.
     const Result timeline = Post({"timeline", ".", "-o", "out.json"});
-    EXPECT_NE(timeline.output.find("crash 1 of 2: 2026-11-24 16:31:50.054000000 =  Fatal error"),
+    EXPECT_NE(timeline.output.find("crash 1 of 2: 2026-11-24 16:31:50.054000000 ~  Fatal error"),
               std::string::npos)
         << timeline.output;
     EXPECT_NE(timeline.output.find("crash 2 of 2"), std::string::npos);
@@ -213,6 +213,29 @@ TEST_F(Crashes, ADeathBySignalComesAfterEverythingButNoLaterThanItsFile) {
                                                           {"Fatal signal", 2},
                                                           {"Uncaught exception", 2},
                                                           {"Abort", 2}}));
+}
+
+TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
+    // The second boot's clock stands half a second away from the first one's.
+    WriteFile("device.log",
+              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.54000, type=qpc\r\n"
+              "500000100 <0x00000001:000> <WARN> <One> first\r\n"
+              "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024173100.54000, type=qpc\r\n"
+              "500 <0x00000002:000> <WARN> <One> second\r\n");
+    WriteFile("crash.txt", CrashLogOf({"A", 7, 893'216'007, 1}));
+    Json crash = CrashesTold().at(0);
+    EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.447216000");
+    EXPECT_EQ(crash["later_by_seconds"], 0);
+    // No clock of that hour explains these, nor does any explain one that stands alone.
+    WriteFile("crash.txt", CrashLogOf({"A", 7, 920'000'000, 1}));
+    for (int go = 0; go < 2; ++go) {
+        crash = CrashesTold().at(0);
+        EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.054000000");
+        EXPECT_EQ(crash["later_by_seconds"], 1);
+        unlink("device.log");
+    }
 }
 
 TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {

@@ -163,6 +163,12 @@ WallOffset::Fit WallOffset::BestFit(const RawDate& date, std::int64_t elapsed,
     return best;
 }
 
+void WallOffset::Begin(std::int64_t elapsed) {
+    for (std::int64_t& candidate : candidates_) {
+        candidate += elapsed;
+    }
+}
+
 void WallOffset::Unite(WallOffset& other, std::int64_t shift) {
     std::vector<std::int64_t> common;
     std::copy_if(

@@ -34,9 +34,6 @@ inline constexpr std::int64_t kSlowRollTakes = 100'000'000;
 /// From the last line of a log without a buffer to the calibration line.
 inline constexpr std::int64_t kUnbufferedRollTakes = 1'000'000;
 
-/// Dates and counters of two boots fit one clock this closely once in 140 times.
-inline constexpr std::int64_t kFitsClosely = 100'000;
-
 /// A line's stamp and who wrote it.
 struct LineStamp {
     std::int64_t counter = 0;

@@ -338,7 +338,7 @@ std::optional<LogSet::Anchor> LogSet::LastAnchor() const {
         }
         const std::size_t boot = process.boot;
         if (!anchor || std::pair(boot, wall) >= std::pair(latestBoot, anchor->wall)) {
-            anchor = Anchor{part.lastCounter, wall};
+            anchor = Anchor{part.lastCounter, wall, *part.process};
             latestBoot = boot;
         }
     });

@@ -1,6 +1,5 @@
 #include "tools/story/Crashes.h"
 
-#include "catalogue/OwnEvents.h"
 #include "tools/base/CounterClock.h"
 #include "tools/crash/Notification.h"
 #include "tools/story/FileTimes.h"
@@ -12,23 +11,6 @@
 namespace NimaPost {
 
 namespace {
-
-/// The library records the steps of a capture in its own ring, on the thread that failed.
-std::optional<std::uint32_t> FailingThread(const CrashLog& log) {
-    for (const Ring& ring : log.rings.rings) {
-        if (ring.index == Nima::Catalogue::kOwnRing && !ring.records.empty()) {
-            return ring.records.back().data.threadId;
-        }
-    }
-    return std::nullopt;
-}
-
-/// A date is cut, so the crash may be later within its second.
-Certainty OfDate(const PlacedCrash& crash) {
-    Certainty certainty{0, 0, false};
-    certainty.originLater = std::max<std::int64_t>(0, (crash.log.date->second + 1) * kSecond - *crash.time);
-    return certainty;
-}
 
 class Finder {
   public:
@@ -62,9 +44,9 @@ class Finder {
             crash.log = &placed;
             crash.files = {file};
             crash.time = placed.time;
-            crash.certainty = placed.time ? OfDate(placed) : Certainty::Assumed();
+            crash.certainty = placed.certainty;
             crash.after = placed.after;
-            crash.thread = FailingThread(placed.log);
+            crash.thread = placed.log.rings.Writer();
             crashes_.push_back(std::move(crash));
         }
     }
