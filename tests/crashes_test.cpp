@@ -1,5 +1,7 @@
 // The crashes of a folder, as nima-post tells of them.
 
+#include "catalogue/Marks.h"
+#include "catalogue/OwnEvents.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
 #include "tools/report/Rows.h"
@@ -228,6 +230,27 @@ TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
     Json crash = CrashesTold().at(0);
     EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.447216000");
     EXPECT_EQ(crash["later_by_seconds"], 0);
+    // In the rings stands what the other process wrote. Of which boot it was, this head tells nothing.
+    std::string text = CrashLogOf({"A", 7, 893'216'007, 1});
+    const std::string begin = Nima::Catalogue::kRingDumpBegin;
+    const auto record = [](const char* counter, const char* thread) {
+        return std::string(counter) + thread +
+               " 0x00000001 : 0x00000001 0x00000002 0x00000003 0x00000004\r\n";
+    };
+    text.insert(text.find(begin) + begin.size(),
+                std::string("\r\n\r\n") + Nima::Catalogue::kRingHeadingBegin +
+                    std::to_string(Nima::Catalogue::kOwnRing) + Nima::Catalogue::kRingHeadingEnd + "\r\n" +
+                    record("600", " 0x00000002") + record("893216000", " 0x00000001"));
+    WriteFile("crash.txt", text);
+    std::map<int, std::string> later;
+    const Json shown = Post({"show", ".", "--json"}).Parsed();
+    for (const Json& event : shown["events"]) {
+        if (event["kind"] == "ring") {
+            later[event["process"]] = event["later_by_seconds"].dump();
+        }
+    }
+    EXPECT_EQ(later, (std::map<int, std::string>{{1, "1"}, {2, "\"unbounded\""}})) << shown;
+
     // No clock of that hour explains these, nor does any explain one that stands alone.
     WriteFile("crash.txt", CrashLogOf({"A", 7, 920'000'000, 1}));
     for (int go = 0; go < 2; ++go) {
