@@ -344,6 +344,28 @@ TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
         ASSERT_EQ(logs.set.Processes().size(), 2U);
         EXPECT_NEAR(static_cast<double>(logs.entries[3].time - (later + offset)), 0, 1e9);
     }
+    // Digits at a line's start may be another counter's. Beyond four years of uptime they are; else nothing
+    // that rests on the counter is a fact, unless another date fits it.
+    for (const std::string torn : {"1", "5", "87"}) {
+        for (const std::int64_t opened : {later, later + 188 * kMillisecond}) {
+            const auto from = [&](std::int64_t time) {
+                return Calibration(time, time + offset) + Line(time + 5, "<WARN> <A> again", 2);
+            };
+            const std::string first = Calibration(kBoot, kBoot + offset) + Line(kBoot + 5, "<WARN> <A> one");
+            WriteFile("a.log", first + torn + from(opened) + from(opened + 77 * kSecond));
+            const Logs logs({"a.log"});
+            const bool told = logs.Messages().starts_with("C|one|" + torn + "|C|again");
+            EXPECT_EQ(told, opened != later) << torn;
+            EXPECT_EQ(logs.set.Sources()[0].findings.damage.size(), told ? 1U : 0U);
+            const LogEntry& line = logs.entries[told ? 4 : 3];
+            const std::int64_t early = line.certainty.earlier * kSecond + kMillisecond;
+            EXPECT_LE(line.time - (opened + 5 + offset), early) << torn;
+            for (const LogProcess& process : logs.set.Processes()) {
+                EXPECT_NE(process.evidence, BootEvidence::kUptime) << torn;
+                EXPECT_NE(process.evidence, BootEvidence::kClocks) << torn;
+            }
+        }
+    }
     // Cut in the middle of its date, a calibration line dates nothing, but two processes it tells.
     const std::string whole = Calibration(kBoot, kBoot + offset);
     for (std::size_t end = whole.find("now=") + 1; end < whole.find(", type="); ++end) {

@@ -35,13 +35,27 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
     return comparison;
 }
 
+/// Counters are as they stand there where one clock explains both. Where a torn digit may stand in front of
+/// one, that they miss each other tells nothing.
+void ConfirmCounters(Comparison& comparison, LogPart* last, LogPart* first) {
+    if (last == nullptr || first == nullptr || !(last->doubtful || first->doubtful)) {
+        return;
+    }
+    if (comparison.evidence == BootEvidence::kClocksFit) {
+        last->TakeAsItStands();
+        first->TakeAsItStands();
+    } else if (comparison.evidence == BootEvidence::kClocks) {
+        comparison = Comparison();
+    }
+}
+
 void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     const std::int64_t first = part.start + OriginOf(run);
     process.collected = process.collected || run.collected;
     std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
                         std::inserter(process.threads, process.threads.end()));
     // Across a place where order breaks the clock counts seconds that did not pass.
-    if (part.stamped > 0 && !part.hidesSeam && part.clockBreaks == 0) {
+    if (part.stamped > 0 && !part.hidesSeam && !part.doubtful && part.clockBreaks == 0) {
         process.mostFirstSecond = std::min(process.mostFirstSecond, part.mostFirstSecond);
         process.leastLastSecond = std::max(process.leastLastSecond, part.leastLastSecond);
     }
@@ -173,14 +187,15 @@ class BootNumbering {
 void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vector<LogRun>& runs,
                    std::vector<LogProcess>& processes) {
     const std::size_t firstOfLog = processes.size();
-    const LogPart* dated = nullptr;       ///< the last one of the process before
-    const LogPart* datedOfThis = nullptr; ///< of this process
+    LogPart* dated = nullptr;       ///< the last one of the process before
+    LogPart* datedOfThis = nullptr; ///< of this process
+    LogPart* firstDated = nullptr;
     for (std::size_t i = 0; i < parts.size(); ++i) {
         LogPart& part = parts[i];
         if (i == 0 || part.link == PartLink::kOpening) {
             processes.emplace_back().log = log;
             dated = datedOfThis != nullptr ? datedOfThis : dated;
-            datedOfThis = nullptr;
+            datedOfThis = firstDated = nullptr;
         }
         part.process = processes.size() - 1;
         LogProcess& process = processes.back();
@@ -190,12 +205,14 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
         }
         Include(process, part, runs[part.run]);
         datedOfThis = part.date ? &part : datedOfThis;
+        firstDated = firstDated == nullptr ? datedOfThis : firstDated;
         const bool last = i + 1 == parts.size() || parts[i + 1].link == PartLink::kOpening;
         if (last && processes.size() - 1 > firstOfLog) {
             LogProcess& before = processes[processes.size() - 2];
             before.nextOpening = process.clocks.front().date ? std::optional(process.First()) : std::nullopt;
-            const Comparison comparison =
+            Comparison comparison =
                 dated != nullptr ? CompareBoots(before, *dated, runs[dated->run], process) : Comparison();
+            ConfirmCounters(comparison, dated, firstDated);
             process.apart = process.collected && !before.collected;
             process.evidence = comparison.evidence;
             process.misfit = comparison.misfit;

@@ -137,7 +137,7 @@ bool IsCalibration(const LogLine& line) {
     return line.level == kCalibration;
 }
 
-std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text) {
+std::optional<FoundCalibration> FindCalibration(std::string_view text) {
     text = WithoutLineEnd(text);
     const std::size_t end = text.size() - std::min(text.size(), kLongestType);
     if (text.substr(end).find(Nima::Catalogue::kCalibrationType) == std::string_view::npos) {
@@ -155,10 +155,8 @@ std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text) {
     ReadBody(rest, line);
     const std::size_t before = text.substr(0, thread).find_last_not_of("0123456789");
     const std::size_t digits = before == std::string_view::npos ? 0 : before + 1;
-    // A line that begins with its counter is whole.
-    const bool joined = digits > 0 || thread > kLongestCounter;
-    return joined && digits < thread && IsCalibration(line) ? std::optional(JoinedCalibration{digits, thread})
-                                                            : std::nullopt;
+    return digits < thread && IsCalibration(line) ? std::optional(FoundCalibration{digits, thread})
+                                                  : std::nullopt;
 }
 
 HeaderRest RestOfHeader(std::string_view text) {

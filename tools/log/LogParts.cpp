@@ -28,6 +28,8 @@ class Divider {
             Close(offset);
             part_.calibration = LineStamp{line.counter, line.thread};
             part_.date = line.stamped ? CalibrationDate(line) : std::nullopt;
+            part_.calibrationHasStamp = line.stamped;
+            part_.doubtful = line.doubtful;
         }
         if (!line.stamped) {
             return;

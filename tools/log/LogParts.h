@@ -31,6 +31,8 @@ struct LogPart {
     bool hidesSeam = false;
     std::optional<LineStamp> calibration; ///< the line that it begins with
     std::optional<RawDate> date;          ///< of that line, if it is of use
+    bool calibrationHasStamp = true;      ///< else its counter cannot be told from a torn line in front of it
+    bool doubtful = false;                ///< a torn digit may stand in front of that counter
     std::optional<LineStamp> second;      ///< the stamped line after that one
     std::optional<LineStamp> last;
     std::int64_t firstCounter = 0;
@@ -63,6 +65,11 @@ struct LogPart {
     Certainty certainty;
 
     bool HasThread(std::uint32_t thread) const;
+    /// The calibration line's counter, since another date fits it.
+    void TakeAsItStands() {
+        certainty.earlier = doubtful && certainty.earlier == 1 ? 0 : certainty.earlier;
+        doubtful = false;
+    }
 };
 
 /// What one reading of a log's file tells.

@@ -299,7 +299,7 @@ void LogSet::ForEachPart(const std::function<void(const LogPart&)>& visitor) con
 
 std::optional<LikelyBound> LogSet::LikelyBoundOf(const LogEntry& entry) const {
     if (!entry.hasTime || !entry.part->process || entry.certainty.later != Certainty::kUnbounded ||
-        entry.certainty.earlier != 0) {
+        entry.certainty.earlier == Certainty::kUnbounded) {
         return std::nullopt;
     }
     const auto& opening = entry.part->nextOpening;

@@ -66,6 +66,7 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
         }
         if (part.date) {
             PlaceDated(part);
+            part.certainty.earlier = part.doubtful && !part.hidesSeam ? 1 : part.certainty.earlier;
             HangBefore(part);
             dated_ = &part;
         } else if (part.calibration && dated_ != nullptr) {
@@ -119,13 +120,14 @@ void TimePlacer::PlaceDated(LogPart& part) {
         part.run = dated_->run;
         part.start += *unseen * kCounterPeriod;
         dated_->certainty.later = *unseen;
+        dated_->TakeAsItStands();
         return;
     }
     // A date that misses by a little was read late, or is one in four of those of a clock that was set.
     const WallOffset::Fit fit = wall.Compare(*part.date, part.start);
     const std::size_t oldRun = dated_->run;
     BeginRun(part, LogRun{WallOffset(*part.date, 0)});
-    if (fit.misfit > kDateTakes || fit.unseen < 0) {
+    if (!dated_->doubtful && (fit.misfit > kDateTakes || fit.unseen < 0)) {
         settings_.push_back({oldRun, dated_->start, part.run});
         dated_->certainty = kBoundByNothing;
     }
