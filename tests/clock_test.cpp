@@ -424,6 +424,27 @@ TEST_F(LogTimes, OfALogThatHoldsTextsLikeCutLinesAreOfOneRound) {
     }
 }
 
+TEST_F(LogTimes, OfLinesBelowAnotherProcesssOnlyLineAreAssumed) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    std::string log = Calibration(kBoot, kBoot + offset);
+    for (int i = 1; i <= 8; ++i) {
+        log += Line(kBoot + i * (30 * kMillisecond), "<WARN> <A> old");
+    }
+    for (const std::uint32_t opener : {1U, 9U}) {
+        const std::string newer = Calibration(20 * kSecond + 3, kBoot + offset + 7200 * kSecond, opener);
+        WriteFile("a.log", newer + log.substr(log.find('\n') + 1));
+        const Logs logs({"a.log"});
+        const bool may = opener == 9;
+        EXPECT_EQ(logs.entries[1].certainty.assumed, may);
+        EXPECT_EQ(logs.entries[1].process, may ? std::nullopt : std::optional<std::size_t>(1));
+        EXPECT_EQ(Has(logs.set.Sources()[0].findings.remarks, "silent-opener"), may);
+    }
+    // A log with a backup is never written over.
+    WriteFile("a.log.1",
+              Calibration(10 * kSecond, kBoot + offset) + Line(10 * kSecond + 5, "<WARN> <A> one"));
+    EXPECT_FALSE(Logs({"a.log"}).entries.back().certainty.assumed);
+}
+
 TEST_F(LogTimes, OfACopyAreToldOnce) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::string rolled = Calibration(kBoot, kBoot + offset) + Line(kBoot + 7, "<WARN> <A> one");

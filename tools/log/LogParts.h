@@ -29,10 +29,13 @@ struct LogPart {
     bool overwritten = false;
     /// Somewhere in it older lines follow the newest, and nothing shows where.
     bool hidesSeam = false;
+    /// The calibration line may be all that its process wrote, over the first line of an older log.
+    bool mayBeOlder = false;
     std::optional<LineStamp> calibration; ///< the line that it begins with
     std::optional<RawDate> date;          ///< of that line, if it is of use
     bool calibrationHasStamp = true;      ///< else its counter cannot be told from a torn line in front of it
     bool doubtful = false;                ///< a torn digit may stand in front of that counter
+    bool openerIsSilent = false;          ///< its thread wrote none of the lines, though there are several
     std::optional<LineStamp> second;      ///< the stamped line after that one
     std::optional<LineStamp> last;
     std::int64_t firstCounter = 0;

@@ -79,6 +79,12 @@ void LogSet::Arrange() {
             }
         }
         placer.Place(parts);
+        if (!parts.empty() && parts.front().mayBeOlder) {
+            sources_[parts.front().file].findings.Remark(
+                "silent-opener",
+                "The thread that opened the log wrote none of the lines after that: they may be "
+                "older, of a process whose first line was written over.");
+        }
         logs_.push_back(std::move(parts));
     }
     settings_ = placer.Settings();
