@@ -71,9 +71,11 @@ void CrashSource::StateOrder(Axis& axis) const {
         const PlacedCrash& crash = All()[i].content;
         if (SecondOf(crash) && SecondOf(before) && SecondOf(crash) < SecondOf(before) &&
             crash.after != CrashEvidence::kNothing) {
-            axis.State({"crash-order", crash.file + " was written after " + before.file + ", by its " +
-                                           std::string(EvidenceInWords(crash.after)) +
-                                           ", although its date is earlier: the clock was set back."});
+            axis.State({"crash-order",
+                        crash.file + " was written after " + before.file + ", by its " +
+                            std::string(EvidenceInWords(crash.after)) +
+                            ", although its date is earlier: the clock was set back, or it begins anew with "
+                            "each boot."});
         }
     }
 }
