@@ -199,6 +199,17 @@ TEST_F(LogTimes, OfAProcessWhoseClockWasSetBeforeARollAreOfOneProcessAndBoundByN
         EXPECT_NEAR(static_cast<double>(process.First() - kBoot - offset), 0, 1e9);
         EXPECT_NEAR(static_cast<double>(process.Last() - filled - offset - set), 0, 1e9);
     }
+    // A device that had run for less time than the backup shows was started anew.
+    const std::int64_t day = 86'400 * kSecond;
+    const auto boots = [&](std::int64_t inBackup) {
+        WriteFile("a.log.1", Calibration(day, day + offset) + Line(inBackup, "<WARN> <A> first") +
+                                 Line(day + 1'960 * kMillisecond, "<WARN> <A> filled it"));
+        WriteFile("a.log", Calibration(20 * kSecond + 3000, day + offset + 3600 * kSecond) +
+                               Line(20 * kSecond + 3007, "<WARN> <A> newest"));
+        return Logs({"a.log"}).set.Processes().back().boot;
+    };
+    EXPECT_EQ(boots(day + 800 * kMillisecond), 1U) << "nothing tells";
+    EXPECT_EQ(boots(day + 999'999'000), 2U) << "no counter is so high before a day";
     // Not so long after the last line, and not by another thread.
     EXPECT_EQ(log(filled + 400 * kMillisecond, -3600 * kSecond - 25 * kMillisecond, 1).set.Processes().size(),
               2U);

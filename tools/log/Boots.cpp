@@ -58,8 +58,7 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
         std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
                             std::inserter(process.threads, process.threads.end()));
     }
-    // Across a place where order breaks the clock counts seconds that did not pass.
-    if (part.stamped > 0 && !part.hidesSeam && !part.mayBeOlder && !part.doubtful && part.clockBreaks == 0) {
+    if (part.BoundsUptime()) {
         process.mostFirstSecond = std::min(process.mostFirstSecond, part.mostFirstSecond);
         process.leastLastSecond = std::max(process.leastLastSecond, part.leastLastSecond);
     }

@@ -68,6 +68,11 @@ struct LogPart {
     Certainty certainty;
 
     bool HasThread(std::uint32_t thread) const;
+    /// Whether the part's stamps bound how long the device had run. Across a place where order breaks the
+    /// clock counts seconds that did not pass.
+    bool BoundsUptime() const {
+        return stamped > 0 && !hidesSeam && !mayBeOlder && !doubtful && clockBreaks == 0;
+    }
     /// The calibration line's counter, since another date fits it.
     void TakeAsItStands() {
         certainty.earlier = doubtful && certainty.earlier == 1 ? 0 : certainty.earlier;

@@ -36,6 +36,11 @@ bool ShareAThread(const LogPart& a, const LogPart& b) {
                        [&](std::uint32_t thread) { return b.HasThread(thread); });
 }
 
+/// Whether the device had run for less time in a part than in the one before it.
+bool IsOfAnotherBoot(const LogPart& before, const LogPart& part) {
+    return before.BoundsUptime() && part.BoundsUptime() && part.mostFirstSecond < before.leastLastSecond;
+}
+
 /// Whether a thread of a part writes again in the same file before another process opens it.
 bool GoesOn(const LogPart& before, std::span<const LogPart> after) {
     for (const LogPart& part : after) {
@@ -85,7 +90,7 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
 }
 
 PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const {
-    if (before_ == nullptr || (part.begin > 0 && part.calibration)) {
+    if (before_ == nullptr || (part.calibration && (part.begin > 0 || IsOfAnotherBoot(*before_, part)))) {
         return PartLink::kOpening;
     }
     if (before_->file != part.file) {
