@@ -246,6 +246,22 @@ TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThe
     EXPECT_NEAR(static_cast<double>(logs.set.LikelyBoundOf(logs.entries[2])->later), 9, 1);
 }
 
+TEST_F(LogTimes, OfADeviceWhoseClockBeginsWithEachBootTellNoBoots) {
+    const std::int64_t began = kDay; // and so again after each boot, whatever time has passed
+    const auto boot = [&](std::int64_t uptime, std::uint32_t thread) {
+        return Calibration(uptime, began + uptime, thread) + Line(uptime + 50, "<WARN> <A> line", thread);
+    };
+    WriteFile("a.log", boot(20 * kSecond + 123'456'789, 1) + boot(25 * kSecond + 300'000'111, 2));
+    EXPECT_EQ(EvidenceCodeOf(Logs({"a.log"}).set.Processes().at(1)), std::string("no-clock"));
+    EXPECT_EQ(Logs({"a.log"}).entries.back().boot, 2U);
+    // With the identifiers of the boot before, it is no roll, unless the line that filled the log shows it.
+    WriteFile("a.log.1", boot(20 * kSecond + 123'456'789, 1));
+    WriteFile("a.log", boot(25 * kSecond + 300'000'111, 1));
+    EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 2U);
+    WriteFile("a.log", boot(20 * kSecond + 125'456'789, 1));
+    EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 1U);
+}
+
 TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     std::string a = Calibration(kBoot, kBoot + offset);

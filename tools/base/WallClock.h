@@ -45,6 +45,10 @@ inline constexpr std::int64_t kDateTakes = 5'000'000;
 /// Dates and counters of two boots fit one clock this closely once in 140 times.
 inline constexpr std::int64_t kFitsClosely = 100'000;
 
+/// Whether a wall clock seems to have begun at a whole second when the device did, as one without a battery
+/// does. Its dates then fit those of any other boot. Of other clocks one in 50 seems so.
+bool BeganWithTheDevice(const RawDate& date, std::int64_t counter);
+
 /// What is known of the distance between wall clock and elapsed time: wall = elapsed + offset. One date
 /// leaves about 16 possible offsets; a second date whose phase is far from the first's leaves fewer.
 class WallOffset {

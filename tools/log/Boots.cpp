@@ -27,10 +27,13 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
         const ProcessClock& clock = process.clocks.front();
         const std::int64_t elapsed = last.start + last.length + StepForward(last.lastCounter, clock.counter);
         comparison.misfit = run.wall->Compare(*clock.date, elapsed).misfit;
-        comparison.evidence = clock.date->second * kSecond + kSecond < before.Last() ? BootEvidence::kDate
-                              : comparison.misfit <= kFitsClosely ? BootEvidence::kClocksFit
-                              : comparison.misfit > kDateTakes    ? BootEvidence::kClocks
-                                                                  : BootEvidence::kUnknown;
+        comparison.evidence =
+            clock.date->second * kSecond + kSecond < before.Last() ? BootEvidence::kDate
+            : comparison.misfit <= kFitsClosely
+                ? (BeganWithTheDevice(*clock.date, clock.counter) ? BootEvidence::kNoClock
+                                                                  : BootEvidence::kClocksFit)
+            : comparison.misfit > kDateTakes ? BootEvidence::kClocks
+                                             : BootEvidence::kUnknown;
     }
     return comparison;
 }
@@ -41,7 +44,7 @@ void ConfirmCounters(Comparison& comparison, LogPart* last, LogPart* first) {
     if (last == nullptr || first == nullptr || !(last->doubtful || first->doubtful)) {
         return;
     }
-    if (comparison.evidence == BootEvidence::kClocksFit) {
+    if (comparison.evidence == BootEvidence::kClocksFit || comparison.evidence == BootEvidence::kNoClock) {
         last->TakeAsItStands();
         first->TakeAsItStands();
     } else if (comparison.evidence == BootEvidence::kClocks) {

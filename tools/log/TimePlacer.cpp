@@ -26,8 +26,8 @@ bool FollowsItsFiller(const LogPart& before, const LogPart& part) {
 
 /// When a log rolls into a backup, the line that filled it is the backup's last, and none follows later than
 /// its successor's calibration line.
-bool FollowsTheBackup(const LogPart& before, const LogPart& part) {
-    return Fills(before.last, *part.calibration, kSlowRollTakes) &&
+bool FollowsTheBackup(const LogPart& before, const LogPart& part, std::int64_t within) {
+    return Fills(before.last, *part.calibration, within) &&
            !Fills(part.second, *part.calibration, kRollTakes);
 }
 
@@ -94,10 +94,7 @@ PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHe
         return PartLink::kOpening;
     }
     if (before_->file != part.file) {
-        // A roll into a backup leaves no line of its own.
-        const bool rolled = part.calibration && ((ShareAThread(*before_, part) && FitsClosely(part)) ||
-                                                 FollowsTheBackup(*before_, part));
-        return rolled ? PartLink::kRolled : PartLink::kOpening;
+        return part.calibration && IsRolled(part) ? PartLink::kRolled : PartLink::kOpening;
     }
     if (!part.calibration) {
         // Rounds of which the beginnings were overwritten. What is left of one may show few of the threads.
@@ -106,6 +103,15 @@ PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHe
     // Opened at its full end and gone on at its start with the first line, all by one process.
     const bool opened = before_->date && before_->stamped == 1 && FitsClosely(part);
     return opened || FollowsItsFiller(*before_, part) ? PartLink::kContinues : PartLink::kOpening;
+}
+
+/// A roll into a backup leaves no line of its own.
+bool TimePlacer::IsRolled(const LogPart& part) const {
+    if (part.date && BeganWithTheDevice(*part.date, part.calibration->counter)) {
+        return FollowsTheBackup(*before_, part, kRollTakes); // The dates of any boot fit.
+    }
+    return (ShareAThread(*before_, part) && FitsClosely(part)) ||
+           FollowsTheBackup(*before_, part, kSlowRollTakes);
 }
 
 std::int64_t TimePlacer::StartAfter(const LogPart& part) const {
