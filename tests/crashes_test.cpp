@@ -188,6 +188,23 @@ TEST_F(Crashes, ADeathBySignalComesAfterEverythingButNoLaterThanItsFile) {
     EXPECT_NE(ReadFile("report.html").find("were not kept"), std::string::npos);
     EXPECT_EQ(PageData()["crashes"][1]["sure"], 2);
 
+    // After the last line of the log, whose clock was set back meanwhile, not after the latest date.
+    const std::string before = ReadFile("device.log");
+    const auto calibration = [](const char* counter, const char* date) {
+        return std::string(counter) +
+               " <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=" + date + ", type=qpc\r\n" +
+               counter + " <0x00000001:000> <WARN> <One> line\r\n";
+    };
+    WriteFile("device.log",
+              calibration("700000000", "01261024193100.54000") + calibration("400", "00700001000100.54000"));
+    unlink("crash.txt");
+    EXPECT_EQ(CrashesTold()[0]["time"], "1970-01-01T00:01:00.054000001");
+    WriteFile("device.log", before);
+    WriteFile("crash.txt", CrashLogOf({}));
+    for (const std::string& file : Listing(".")) {
+        SetModified(file, kMinute + 123'456);
+    }
+
     // The times were kept, in another zone: they bound the death from above.
     SetModified("crash.txt", kMinute + kZone + 2);
     SetModified("stacktrace7-1.txt", kMinute + kZone + 40);

@@ -1,6 +1,7 @@
 #include "tools/story/Story.h"
 
 #include "tools/story/Collection.h"
+#include "tools/story/EventOrder.h"
 #include "tools/story/Folder.h"
 
 #include <algorithm>
@@ -60,15 +61,21 @@ void Story::ForEach(const std::function<bool(EventKind)>& isWanted, const EventV
 /// Needed only where something without a date comes after everything else: logs are read once more for it.
 LastEvents Story::FindLastEvents() const {
     LastEvents last;
-    if (Find<StackTraceSource>() != nullptr) {
-        ForEach([&](const TimelineEvent& event) {
-            if (event.time) {
-                std::int64_t& time = last.try_emplace(event.file, *event.time).first->second;
-                time = std::max(time, *event.time);
-            }
-            return true;
-        });
+    if (Find<StackTraceSource>() == nullptr) {
+        return last;
     }
+    const EventOrder order(axis_.AllProcesses());
+    ForEach([&](const TimelineEvent& event) {
+        if (event.time) {
+            const EventOrder::Key key = order.KeyOf(event.time, event.boot);
+            std::int64_t& ofFile = last.ofFile.try_emplace(event.file, *event.time).first->second;
+            // Lines of logs are told first and in their order, whatever their times are.
+            const bool isLine = event.kind == EventKind::kText;
+            ofFile = isLine ? *event.time : std::max(ofFile, *event.time);
+            last.ofAll = isLine ? key : std::max(last.ofAll, std::optional(key));
+        }
+        return true;
+    });
     return last;
 }
 
