@@ -281,6 +281,19 @@ TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
     EXPECT_EQ(logs.set.Processes()[1].boot, 1U);
 }
 
+TEST_F(LogTimes, OfLogsWhoseClocksContradictEachOtherAreOfTwoBoots) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const auto log = [&](std::int64_t at, std::int64_t away, std::uint32_t thread) {
+        return Calibration(at, at + offset + away, thread) +
+               Line(at + 5 * kSecond, "<WARN> <A> line", thread);
+    };
+    WriteFile("a.log", log(kBoot, 0, 1));
+    for (const std::int64_t away : {3 * kMillisecond, 33 * kMillisecond}) {
+        WriteFile("b.log", log(kBoot + kMillisecond, away, 2));
+        EXPECT_EQ(Logs({"a.log", "b.log"}).set.Processes().back().boot, away < 5 * kMillisecond ? 1U : 2U);
+    }
+}
+
 TEST_F(LogTimes, OfAProcessThatWritesTwoLogsAreOfOneClock) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::vector<std::int64_t> turns{0, 1, 1, 0, 1, 0, 0, 1, 0, 1};

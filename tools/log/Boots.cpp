@@ -89,16 +89,17 @@ void FindOthers(LogPart& part, const LogProcess& before) {
     }
 }
 
+/// By their dates, and no clock contradicts it. How long a process ran, only one clock tells.
 bool RanAtOneTime(const LogProcess& a, const LogProcess& b) {
-    const auto meet = [](const ProcessClock& x, const ProcessClock& y) {
-        return x.date && y.date && x.first <= y.last && y.first <= x.last;
+    const bool isSet = a.clocks.size() > 1 || b.clocks.size() > 1;
+    const auto meet = [&](const ProcessClock& x, const ProcessClock& y) {
+        return x.date && y.date && x.first <= y.last && y.first <= x.last &&
+               (isSet || Compare(x, y).misfit <= kDateTakes);
     };
     const bool anyMeet = std::any_of(a.clocks.begin(), a.clocks.end(), [&](const ProcessClock& x) {
         return std::any_of(b.clocks.begin(), b.clocks.end(),
                            [&](const ProcessClock& y) { return meet(x, y); });
     });
-    // How long a process ran, only one clock tells.
-    const bool isSet = a.clocks.size() > 1 || b.clocks.size() > 1;
     return anyMeet && (isSet || a.mostFirstSecond + (b.Last() - a.First()) / kSecond >= b.leastLastSecond);
 }
 
