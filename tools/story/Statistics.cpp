@@ -4,6 +4,7 @@
 #include "tools/story/MergedStory.h"
 
 #include <algorithm>
+#include <set>
 
 namespace NimaPost {
 
@@ -26,6 +27,7 @@ class Collector {
         }
         Count(event);
         if (event.kind == EventKind::kText && event.time && !event.continued) {
+            boots_.insert(event.boot);
             TakeGap(event);
             TakeError(event);
         }
@@ -77,23 +79,32 @@ class Collector {
             return;
         }
         errors_.try_emplace(event.process, KeptEvent(event));
-        if (!anyError_) {
-            anyError_.emplace(event);
-        }
+        errorsOfBoot_.try_emplace(event.boot, KeptEvent(event));
     }
 
     void TakeCrash(const TimelineEvent& crash) {
         const auto known = std::find_if(crashes_.begin(), crashes_.end(),
                                         [&](const Crash& each) { return each.files.front() == crash.file; });
-        const auto own = errors_.find(crash.process);
         auto& error = result_.firstErrors.at(static_cast<std::size_t>(known - crashes_.begin()));
-        if (!crash.process) {
-            error = anyError_;
-        } else if (own != errors_.end()) {
-            error = own->second;
-        }
+        error = crash.process ? ErrorIn(errors_, crash.process, crash)
+                              : ErrorIn(errorsOfBoot_, BootOf(crash), crash);
         errors_.clear();
-        anyError_.reset();
+        errorsOfBoot_.clear();
+    }
+
+    /// Where nothing tells a crash's boot, only the one boot that there is.
+    std::optional<std::size_t> BootOf(const TimelineEvent& crash) const {
+        return !crash.boot && errorsOfBoot_.size() == 1 && boots_.size() < 2 ? errorsOfBoot_.begin()->first
+                                                                             : crash.boot;
+    }
+
+    using Errors = std::map<std::optional<std::size_t>, KeptEvent>;
+
+    static std::optional<KeptEvent> ErrorIn(const Errors& errors, std::optional<std::size_t> number,
+                                            const TimelineEvent& crash) {
+        const auto found = errors.find(number);
+        const bool before = found != errors.end() && crash.time && found->second.Time() <= *crash.time;
+        return before ? std::optional(found->second) : std::nullopt;
     }
 
     const std::vector<Crash>& crashes_;
@@ -102,8 +113,9 @@ class Collector {
     std::string level_;
     std::optional<std::int64_t> lastLine_;
     std::optional<std::size_t> lastProcess_;
-    std::map<std::optional<std::size_t>, KeptEvent> errors_;
-    std::optional<KeptEvent> anyError_;
+    Errors errors_;       ///< the first of each process
+    Errors errorsOfBoot_; ///< and of each boot
+    std::set<std::optional<std::size_t>> boots_;
 };
 
 } // namespace
