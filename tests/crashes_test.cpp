@@ -314,6 +314,20 @@ TEST_F(Crashes, EventsAreToldByTheirProcess) {
     const Json first = Json::parse(NimaPost::RowJson(rows.Sorted().front(), 0).dump());
     EXPECT_EQ(first[8], 1);
     EXPECT_EQ(first[9], 3);
+    // Of the newest boot, whatever its date.
+    NimaPost::Processes boots;
+    for (const std::int64_t began : {1000, 10}) {
+        boots.Add({boots.All().size() + 1, {}, began, began + 5});
+    }
+    NimaPost::Rows newest(1, names, NimaPost::EventOrder(boots));
+    for (const std::int64_t time : {12, 1001}) {
+        event.time = time;
+        event.boot = time == 12 ? 2 : 1;
+        newest.Take(event);
+    }
+    EXPECT_EQ(newest.Sorted().at(0).time, 12);
+    event.boot.reset();
+
     NimaPost::Processes known;
     NimaPost::ProcessFacts facts;
     facts.boot = 3;

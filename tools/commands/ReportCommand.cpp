@@ -98,10 +98,13 @@ StackSymbols Resolve(const Options& options, const Story& story, Findings& findi
 
 void WritePage(Output& out, const Options& options, const Story& story, Selection& selection,
                const Names& names, const StackSymbols& symbols) {
-    Rows rows(options.rows, names);
+    Rows rows(options.rows, names, EventOrder(story.Time().AllProcesses()));
     ForEachSelected(story, selection, [&](const TimelineEvent& event) { rows.Take(event); });
     const std::vector<Row>& sorted = rows.Sorted();
-    const auto first = sorted.empty() ? std::nullopt : sorted.front().time;
+    std::optional<std::int64_t> first;
+    for (const Row& row : sorted) {
+        first = row.time && (!first || *row.time < *first) ? row.time : first;
+    }
     const std::int64_t origin = first ? *first : Headline(story).time.value_or(0);
     const PageData data(story, origin, selection, symbols);
 

@@ -99,6 +99,7 @@ class TraceWriter {
                      process != device_ ? ProcessInWords(process, story_.Time().AllProcesses()[process].boot)
                      : story_.Time().HasWall() ? "device"
                                                : "device (no wall clock)");
+            Metadata("process_sort_index", {process, kNoThread}, Json{{"sort_index", process}});
             Metadata("thread_name", {process, kNoThread}, "no thread");
         }
     }
@@ -213,13 +214,17 @@ class TraceWriter {
     }
 
     void Metadata(const char* kind, Track track, const std::string& name) {
+        Metadata(kind, track, Json{{"name", name}});
+    }
+
+    void Metadata(const char* kind, Track track, const Json& arguments) {
         out_.Write(first_ ? "\n" : ",\n");
         first_ = false;
         out_.WriteJson(Json{{"name", kind},
                             {"ph", "M"},
                             {"pid", track.process},
                             {"tid", track.track},
-                            {"args", {{"name", name}}}});
+                            {"args", arguments}});
     }
 
     void Counters() {

@@ -30,6 +30,7 @@ std::int64_t Index::Of(std::string_view text) {
 void Rows::Take(const TimelineEvent& event) {
     Row row;
     row.time = event.time;
+    row.place = boots_.KeyOf(event.time, event.boot);
     row.order = taken_++;
     row.sureness = SurenessOf(event.certainty);
     row.overwritten = event.mark == kOverwritten;
@@ -70,8 +71,7 @@ Json Rows::ThreadsJson() const {
 }
 
 bool Rows::Before(const Row& a, const Row& b) {
-    const auto key = [](const Row& row) { return std::pair(row.time.value_or(INT64_MAX), row.order); };
-    return key(a) < key(b);
+    return std::pair(a.place, a.order) < std::pair(b.place, b.order);
 }
 
 std::string_view Rows::LevelDigit(std::string_view level) {

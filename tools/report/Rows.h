@@ -4,6 +4,7 @@
 #include "tools/base/Output.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/names/Names.h"
+#include "tools/story/EventOrder.h"
 #include "tools/story/Threads.h"
 
 #include <cstddef>
@@ -12,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace NimaPost {
@@ -30,6 +32,7 @@ class Index {
 
 struct Row {
     std::optional<std::int64_t> time;
+    EventOrder::Key place;
     std::uint64_t order = 0;
     Sureness sureness = Sureness::kExact;
     bool overwritten = false; ///< of a round that its log was writing over
@@ -46,11 +49,12 @@ struct Row {
 /// Gathers the newest events, and never holds many more than asked for.
 class Rows {
   public:
-    Rows(std::size_t most, const Names& dictionary) : most_(most), threads_(dictionary) {}
+    Rows(std::size_t most, const Names& dictionary, EventOrder order = {})
+        : most_(most), threads_(dictionary), boots_(std::move(order)) {}
 
     void Take(const TimelineEvent& event);
 
-    /// The rows in the order of time. Call once.
+    /// The rows in the order of boots and time. Call once.
     std::vector<Row>& Sorted();
 
     std::uint64_t Omitted() const { return taken_ - rows_.size(); }
@@ -71,6 +75,7 @@ class Rows {
     std::size_t most_;
     std::vector<Row> rows_;
     Threads threads_;
+    EventOrder boots_;
     std::uint64_t taken_ = 0;
 };
 

@@ -36,6 +36,12 @@ bool Story::Read(Device& device, const std::string& where, std::string& problem)
     if (hasManifest) {
         ReportContradictions(axis_, files_[manifests->All().front().file]);
     }
+    if (!EventOrder(axis_.AllProcesses()).IsThatOfTimes()) {
+        axis_.State({"boots-out-of-order",
+                     "By their dates, boots do not follow each other. Lists are in the order of boots; the "
+                     "timeline and "
+                     "the page, which draw dates, are not."});
+    }
     crashes_ = FindCrashes(files_, sources_, FindLastEvents(), axis_);
     const bool any = std::any_of(files_.begin(), files_.end(), [](const FolderFile& file) {
         return file.row != nullptr && file.row->isEvidence && !file.unusable;
