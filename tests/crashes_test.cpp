@@ -317,7 +317,10 @@ TEST_F(Crashes, EventsAreToldByTheirProcess) {
     // Of the newest boot, whatever its date.
     NimaPost::Processes boots;
     for (const std::int64_t began : {1000, 10}) {
-        boots.Add({boots.All().size() + 1, {}, began, began + 5});
+        NimaPost::ProcessFacts each;
+        each.boot = boots.All().size() + 1;
+        each.first = each.last = began;
+        boots.Add(each);
     }
     NimaPost::Rows newest(1, names, NimaPost::EventOrder(boots));
     for (const std::int64_t time : {12, 1001}) {

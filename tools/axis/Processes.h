@@ -16,6 +16,10 @@ struct ProcessFacts {
     /// On the axis; empty if nothing dates it.
     std::optional<std::int64_t> first;
     std::optional<std::int64_t> last;
+    /// What tells the process and its boot, as a code.
+    std::string evidence = "threads";
+    /// In words, with the other reading, where that is no proof.
+    std::string doubt = {};
 };
 
 /// The processes of which a folder has traces, numbered from 1 in the order in which they are

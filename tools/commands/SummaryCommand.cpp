@@ -129,6 +129,7 @@ class Summary {
         Counts();
         Gaps();
         Damage();
+        Notes();
         Next();
     }
 
@@ -142,6 +143,7 @@ class Summary {
         for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
             processes.push_back({{"process", processes.size() + 1},
                                  {"boot", facts.boot ? Json(*facts.boot) : Json()},
+                                 {"evidence", facts.evidence},
                                  {"first", TimeJson(facts.first)},
                                  {"last", TimeJson(facts.last)},
                                  {"threads", facts.threads.size()}});
@@ -164,11 +166,7 @@ class Summary {
                 {"findings", FindingsJson(FindingsOf())}};
     }
 
-    Findings FindingsOf() const {
-        Findings findings = story_.AllDamage();
-        findings.remarks = story_.Time().Statement();
-        return Joined(inherited_, findings);
-    }
+    Findings FindingsOf() const { return Joined(inherited_, story_.AllFindings()); }
 
   private:
     bool HasWall() const { return story_.Time().HasWall(); }
@@ -250,6 +248,9 @@ class Summary {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
+            if (!facts.doubt.empty()) {
+                Line("     " + facts.doubt);
+            }
         }
     }
 
@@ -319,6 +320,22 @@ class Summary {
             Line("  " + Printable(findings.damage[i].sentence));
         }
         More(findings.damage.size(), kMostDamage, "finding");
+    }
+
+    /// What is remarkable about the files.
+    void Notes() {
+        Findings notes;
+        for (const FolderFile& file : story_.Files()) {
+            notes.Append(file.name, file.findings);
+        }
+        if (notes.remarks.empty()) {
+            return;
+        }
+        Heading("Notes");
+        for (std::size_t i = 0; i < std::min(notes.remarks.size(), kMostDamage); ++i) {
+            Line("  " + Printable(notes.remarks[i].sentence));
+        }
+        More(notes.remarks.size(), kMostDamage, "note");
     }
 
     std::vector<std::string> NextCommands() const {

@@ -100,6 +100,10 @@ std::string InWords(const LogProcess& process) {
 ProcessFacts FactsOf(const LogProcess& process) {
     ProcessFacts facts;
     facts.threads = process.threads;
+    facts.evidence = EvidenceCodeOf(process);
+    const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||
+                          process.evidence == BootEvidence::kUptime;
+    facts.doubt = isProven ? std::string() : InWords(process);
     if (process.IsDated()) {
         facts.boot = process.boot;
         facts.first = process.First();

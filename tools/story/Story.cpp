@@ -95,6 +95,16 @@ Findings Story::AllDamage() const {
     return all;
 }
 
+Findings Story::AllFindings() const {
+    Findings all;
+    for (const FolderFile& file : files_) {
+        all.Append(file.name, file.findings);
+    }
+    const auto& statement = axis_.Statement();
+    all.remarks.insert(all.remarks.end(), statement.begin(), statement.end());
+    return all;
+}
+
 std::vector<FileIdentity> Story::Inputs() const {
     std::vector<FileIdentity> inputs;
     for (const FolderFile& file : files_) {
