@@ -38,7 +38,7 @@ class Processes {
     std::vector<ProcessFacts> all_;
 };
 
-/// "process 2, boot 1"; what is not known is said.
-std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot);
+/// "process 2, boot 1", or "probably boot 1"; what is not known is said.
+std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot, bool probably = false);
 
 } // namespace NimaPost

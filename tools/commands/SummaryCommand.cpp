@@ -243,12 +243,13 @@ class Summary {
         }
         for (std::size_t i = skip; i < processes.size(); ++i) {
             const ProcessFacts& facts = processes[i];
-            std::string line = "  " + ProcessInWords(i + 1, facts.boot);
+            const bool probably = facts.evidence == "clocks-fit";
+            std::string line = "  " + ProcessInWords(i + 1, facts.boot, probably);
             if (facts.first && facts.last) {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
-            if (!facts.doubt.empty()) {
+            if (!facts.doubt.empty() && !probably) {
                 Line("     " + facts.doubt);
             }
         }
