@@ -202,7 +202,8 @@ TEST_F(LogTimes, OfAProcessWhoseClockWasSetBeforeARollAreOfOneProcessAndBoundByN
     // A device that had run for less time than the backup shows was started anew.
     const std::int64_t day = 86'400 * kSecond;
     const auto boots = [&](std::int64_t inBackup) {
-        WriteFile("a.log.1", Calibration(day, day + offset) + Line(inBackup, "<WARN> <A> first") +
+        const std::int64_t opened = day + 300 * kMillisecond;
+        WriteFile("a.log.1", Calibration(opened, opened + offset) + Line(inBackup, "<WARN> <A> first") +
                                  Line(day + 1'960 * kMillisecond, "<WARN> <A> filled it"));
         WriteFile("a.log", Calibration(20 * kSecond + 3000, day + offset + 3600 * kSecond) +
                                Line(20 * kSecond + 3007, "<WARN> <A> newest"));
@@ -285,7 +286,7 @@ TEST_F(LogTimes, OfLogsWhoseClocksContradictEachOtherAreOfTwoBoots) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const auto log = [&](std::int64_t at, std::int64_t away, std::uint32_t thread) {
         return Calibration(at, at + offset + away, thread) +
-               Line(at + 5 * kSecond, "<WARN> <A> line", thread);
+               Line(at + 500 * kMillisecond, "<WARN> <A> line", thread);
     };
     WriteFile("a.log", log(kBoot, 0, 1));
     for (const std::int64_t away : {3 * kMillisecond, 33 * kMillisecond}) {

@@ -1,5 +1,7 @@
 #include "tests/simulator/TextScenarios.h"
 
+#include "tests/simulator/Scenarios.h"
+
 #include <deque>
 
 namespace Simulator {
