@@ -268,6 +268,23 @@ TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
     }
     EXPECT_EQ(later, (std::map<int, std::string>{{1, "1"}, {2, "\"unbounded\""}})) << shown;
 
+    // Of this boot or of that one: no error is called the first before it.
+    const auto firstError = [] {
+        return Post({"summary", ".", "--json"}).Parsed()["crashes"][0]["first_error"];
+    };
+    const std::string twoBoots = ReadFile("device.log");
+    std::string log = twoBoots;
+    for (std::size_t at = log.find("<WARN>"); at != std::string::npos; at = log.find("<WARN>")) {
+        log.replace(at, 6, "<ERROR>");
+    }
+    WriteFile("device.log", log);
+    EXPECT_EQ(firstError()["text"], "first");
+    WriteFile("crash.txt", CrashLogOf({"A", 7, 893'216'007, 1}));
+    EXPECT_TRUE(firstError().is_null());
+    WriteFile("device.log", log.substr(0, log.find("400 <")));
+    EXPECT_EQ(firstError()["text"], "first");
+    WriteFile("device.log", twoBoots);
+
     // No clock of that hour explains these, nor does any explain one that stands alone.
     WriteFile("crash.txt", CrashLogOf({"A", 7, 920'000'000, 1}));
     for (int go = 0; go < 2; ++go) {

@@ -2,9 +2,9 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/story/MergedStory.h"
+#include "tools/story/TimeBound.h"
 
 #include <algorithm>
-#include <set>
 
 namespace NimaPost {
 
@@ -16,8 +16,9 @@ constexpr std::int64_t kShortestGap = 2 * kSecond;
 
 class Collector {
   public:
-    explicit Collector(const std::vector<Crash>& crashes) : crashes_(crashes) {
-        result_.firstErrors.resize(crashes.size());
+    explicit Collector(const Story& story)
+        : crashes_(story.Crashes()), hasOneBoot_(BeginningsOf(story.Time().AllProcesses()).size() < 2) {
+        result_.firstErrors.resize(crashes_.size());
     }
 
     void Take(const TimelineEvent& event) {
@@ -27,7 +28,6 @@ class Collector {
         }
         Count(event);
         if (event.kind == EventKind::kText && event.time && !event.continued) {
-            boots_.insert(event.boot);
             TakeGap(event);
             TakeError(event);
         }
@@ -86,16 +86,18 @@ class Collector {
         const auto known = std::find_if(crashes_.begin(), crashes_.end(),
                                         [&](const Crash& each) { return each.files.front() == crash.file; });
         auto& error = result_.firstErrors.at(static_cast<std::size_t>(known - crashes_.begin()));
-        error = crash.process ? ErrorIn(errors_, crash.process, crash)
-                              : ErrorIn(errorsOfBoot_, BootOf(crash), crash);
+        if (crash.process) {
+            error = ErrorIn(errors_, crash.process, crash);
+        } else if (crash.boot || hasOneBoot_) {
+            error = ErrorIn(errorsOfBoot_, BootOf(crash), crash);
+        }
         errors_.clear();
         errorsOfBoot_.clear();
     }
 
     /// Where nothing tells a crash's boot, only the one boot that there is.
     std::optional<std::size_t> BootOf(const TimelineEvent& crash) const {
-        return !crash.boot && errorsOfBoot_.size() == 1 && boots_.size() < 2 ? errorsOfBoot_.begin()->first
-                                                                             : crash.boot;
+        return !crash.boot && errorsOfBoot_.size() == 1 ? errorsOfBoot_.begin()->first : crash.boot;
     }
 
     using Errors = std::map<std::optional<std::size_t>, KeptEvent>;
@@ -108,6 +110,7 @@ class Collector {
     }
 
     const std::vector<Crash>& crashes_;
+    bool hasOneBoot_;
     Statistics result_;
     std::pair<EventKind, std::string> key_;
     std::string level_;
@@ -115,7 +118,6 @@ class Collector {
     std::optional<std::size_t> lastProcess_;
     Errors errors_;       ///< the first of each process
     Errors errorsOfBoot_; ///< and of each boot
-    std::set<std::optional<std::size_t>> boots_;
 };
 
 } // namespace
@@ -125,7 +127,7 @@ std::optional<std::int64_t> Statistics::Length() const {
 }
 
 Statistics StatisticsOf(const Story& story) {
-    Collector collector(story.Crashes());
+    Collector collector(story);
     Selection everything;
     MergedStory(story, everything, [](const TimelineEvent& /*event*/) {
         return true;
