@@ -40,7 +40,7 @@ Tie Axis::TieOf(std::int64_t counter, const RawDate& date, std::optional<std::ui
             continue;
         }
         const auto tie = TieOn(clock, counter, date, owner ? kDateTakes : kFitsClosely);
-        if (tie && found && tie->time != found->time) {
+        if (tie && found && processes_[clock.process].boot != processes_[*found->process].boot) {
             return byDate; // Of either.
         }
         found = tie ? tie : found;
