@@ -199,6 +199,18 @@ TEST_F(LogTimes, OfAProcessWhoseClockWasSetBeforeARollAreOfOneProcessAndBoundByN
         EXPECT_NEAR(static_cast<double>(process.First() - kBoot - offset), 0, 1e9);
         EXPECT_NEAR(static_cast<double>(process.Last() - filled - offset - set), 0, 1e9);
     }
+    // A device that had run for less time than the backup shows was started anew.
+    const std::int64_t day = 86'400 * kSecond;
+    const auto boots = [&](std::int64_t inBackup) {
+        const std::int64_t opened = day + 300 * kMillisecond;
+        WriteFile("a.log.1", Calibration(opened, opened + offset) + Line(inBackup, "<WARN> <A> first") +
+                                 Line(day + 1'960 * kMillisecond, "<WARN> <A> filled it"));
+        WriteFile("a.log", Calibration(20 * kSecond + 3000, day + offset + 3600 * kSecond) +
+                               Line(20 * kSecond + 3007, "<WARN> <A> newest"));
+        return Logs({"a.log"}).set.Processes().back().boot;
+    };
+    EXPECT_EQ(boots(day + 800 * kMillisecond), 1U) << "nothing tells";
+    EXPECT_EQ(boots(day + 999'999'000), 2U) << "no counter is so high before a day";
     // Not so long after the last line, and not by another thread.
     EXPECT_EQ(log(filled + 400 * kMillisecond, -3600 * kSecond - 25 * kMillisecond, 1).set.Processes().size(),
               2U);
@@ -235,6 +247,22 @@ TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThe
     EXPECT_NEAR(static_cast<double>(logs.set.LikelyBoundOf(logs.entries[2])->later), 9, 1);
 }
 
+TEST_F(LogTimes, OfADeviceWhoseClockBeginsWithEachBootTellNoBoots) {
+    const std::int64_t began = kDay; // and so again after each boot, whatever time has passed
+    const auto boot = [&](std::int64_t uptime, std::uint32_t thread) {
+        return Calibration(uptime, began + uptime, thread) + Line(uptime + 50, "<WARN> <A> line", thread);
+    };
+    WriteFile("a.log", boot(20 * kSecond + 123'456'789, 1) + boot(25 * kSecond + 300'000'111, 2));
+    EXPECT_EQ(EvidenceCodeOf(Logs({"a.log"}).set.Processes().at(1)), std::string("no-clock"));
+    EXPECT_EQ(Logs({"a.log"}).entries.back().boot, 2U);
+    // With the identifiers of the boot before, it is no roll, unless the line that filled the log shows it.
+    WriteFile("a.log.1", boot(20 * kSecond + 123'456'789, 1));
+    WriteFile("a.log", boot(25 * kSecond + 300'000'111, 1));
+    EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 2U);
+    WriteFile("a.log", boot(20 * kSecond + 125'456'789, 1));
+    EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 1U);
+}
+
 TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     std::string a = Calibration(kBoot, kBoot + offset);
@@ -252,6 +280,19 @@ TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
     EXPECT_EQ(logs.Messages(), merged);
     ASSERT_EQ(logs.set.Processes().size(), 2U);
     EXPECT_EQ(logs.set.Processes()[1].boot, 1U);
+}
+
+TEST_F(LogTimes, OfLogsWhoseClocksContradictEachOtherAreOfTwoBoots) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const auto log = [&](std::int64_t at, std::int64_t away, std::uint32_t thread) {
+        return Calibration(at, at + offset + away, thread) +
+               Line(at + 500 * kMillisecond, "<WARN> <A> line", thread);
+    };
+    WriteFile("a.log", log(kBoot, 0, 1));
+    for (const std::int64_t away : {3 * kMillisecond, 33 * kMillisecond}) {
+        WriteFile("b.log", log(kBoot + kMillisecond, away, 2));
+        EXPECT_EQ(Logs({"a.log", "b.log"}).set.Processes().back().boot, away < 5 * kMillisecond ? 1U : 2U);
+    }
 }
 
 TEST_F(LogTimes, OfAProcessThatWritesTwoLogsAreOfOneClock) {
@@ -344,6 +385,28 @@ TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
         ASSERT_EQ(logs.set.Processes().size(), 2U);
         EXPECT_NEAR(static_cast<double>(logs.entries[3].time - (later + offset)), 0, 1e9);
     }
+    // Digits at a line's start may be another counter's. Beyond four years of uptime they are; else nothing
+    // that rests on the counter is a fact, unless another date fits it.
+    for (const std::string torn : {"1", "5", "87"}) {
+        for (const std::int64_t opened : {later, later + 188 * kMillisecond}) {
+            const auto from = [&](std::int64_t time) {
+                return Calibration(time, time + offset) + Line(time + 5, "<WARN> <A> again", 2);
+            };
+            const std::string first = Calibration(kBoot, kBoot + offset) + Line(kBoot + 5, "<WARN> <A> one");
+            WriteFile("a.log", first + torn + from(opened) + from(opened + 77 * kSecond));
+            const Logs logs({"a.log"});
+            const bool told = logs.Messages().starts_with("C|one|" + torn + "|C|again");
+            EXPECT_EQ(told, opened != later) << torn;
+            EXPECT_EQ(logs.set.Sources()[0].findings.damage.size(), told ? 1U : 0U);
+            const LogEntry& line = logs.entries[told ? 4 : 3];
+            const std::int64_t early = line.certainty.earlier * kSecond + kMillisecond;
+            EXPECT_LE(line.time - (opened + 5 + offset), early) << torn;
+            for (const LogProcess& process : logs.set.Processes()) {
+                EXPECT_NE(process.evidence, BootEvidence::kUptime) << torn;
+                EXPECT_NE(process.evidence, BootEvidence::kClocks) << torn;
+            }
+        }
+    }
     // Cut in the middle of its date, a calibration line dates nothing, but two processes it tells.
     const std::string whole = Calibration(kBoot, kBoot + offset);
     for (std::size_t end = whole.find("now=") + 1; end < whole.find(", type="); ++end) {
@@ -377,6 +440,50 @@ TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShow
     EXPECT_TRUE(Has(logs.set.Sources()[0].findings.remarks, "rewound"));
     EXPECT_EQ(logs.entries.front().part->threads, std::vector<std::uint32_t>{3});
     EXPECT_EQ(logs.set.Processes().size(), 1U);
+}
+
+TEST_F(LogTimes, OfALogThatHoldsTextsLikeCutLinesAreOfOneRound) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    for (const std::string text :
+         {"<a:Action> <a:To>x</a:To>", "<WARN> <Engine> quoted", "<0x00000001:000> <WARN> <A> quoted"}) {
+        for (const std::string end : {"\n", "\r\n"}) {
+            std::string log = Calibration(kBoot, kBoot + offset);
+            for (int i = 0; i < 40; ++i) {
+                log += Line(kBoot + (i + 1) * (7 * kMillisecond), "<WARN> <A> line");
+                log += i == 20 ? text + end : "";
+            }
+            // Nor when another process opens the log after such a text.
+            const std::int64_t later = kBoot + 300 * kMillisecond;
+            WriteFile("a.log", log + text + end + Calibration(later, later + offset, 2) +
+                                   Line(later + kMillisecond, "<WARN> <A> again", 2));
+            const Logs logs({"a.log"});
+            EXPECT_TRUE(logs.set.Sources()[0].findings.remarks.empty()) << text;
+            ASSERT_EQ(logs.set.Processes().size(), 2U) << text;
+            EXPECT_EQ(logs.messages[1], "line");
+            EXPECT_EQ(logs.entries[1].certainty.earlier, 0);
+        }
+    }
+}
+
+TEST_F(LogTimes, OfLinesBelowAnotherProcesssOnlyLineAreAssumed) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    std::string log = Calibration(kBoot, kBoot + offset);
+    for (int i = 1; i <= 8; ++i) {
+        log += Line(kBoot + i * (30 * kMillisecond), "<WARN> <A> old");
+    }
+    for (const std::uint32_t opener : {1U, 9U}) {
+        const std::string newer = Calibration(20 * kSecond + 3, kBoot + offset + 7200 * kSecond, opener);
+        WriteFile("a.log", newer + log.substr(log.find('\n') + 1));
+        const Logs logs({"a.log"});
+        const bool may = opener == 9;
+        EXPECT_EQ(logs.entries[1].certainty.assumed, may);
+        EXPECT_EQ(logs.entries[1].process, may ? std::nullopt : std::optional<std::size_t>(1));
+        EXPECT_EQ(Has(logs.set.Sources()[0].findings.remarks, "silent-opener"), may);
+    }
+    // A log with a backup is never written over.
+    WriteFile("a.log.1",
+              Calibration(10 * kSecond, kBoot + offset) + Line(10 * kSecond + 5, "<WARN> <A> one"));
+    EXPECT_FALSE(Logs({"a.log"}).entries.back().certainty.assumed);
 }
 
 TEST_F(LogTimes, OfACopyAreToldOnce) {

@@ -1,5 +1,7 @@
 // The crashes of a folder, as nima-post tells of them.
 
+#include "catalogue/Marks.h"
+#include "catalogue/OwnEvents.h"
 #include "tests/support/Page.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
@@ -133,7 +135,7 @@ TEST_F(Crashes, AllOfAFolderAreListedInTheOrderThatEvidenceGives) {
 
     // Each is in what the commands print, on the timeline and on the page.
     const Result timeline = Post({"timeline", ".", "-o", "out.json"});
-    EXPECT_NE(timeline.output.find("crash 1 of 2: 2026-11-24 16:31:50.054000000 =  Fatal error"),
+    EXPECT_NE(timeline.output.find("crash 1 of 2: 2026-11-24 16:31:50.054000000 ~  Fatal error"),
               std::string::npos)
         << timeline.output;
     EXPECT_NE(timeline.output.find("crash 2 of 2"), std::string::npos);
@@ -187,6 +189,23 @@ TEST_F(Crashes, ADeathBySignalComesAfterEverythingButNoLaterThanItsFile) {
     EXPECT_NE(ReadFile("report.html").find("were not kept"), std::string::npos);
     EXPECT_EQ(PageData()["crashes"][1]["sure"], 2);
 
+    // After the last line of the log, whose clock was set back meanwhile, not after the latest date.
+    const std::string before = ReadFile("device.log");
+    const auto calibration = [](const char* counter, const char* date) {
+        return std::string(counter) +
+               " <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=" + date + ", type=qpc\r\n" +
+               counter + " <0x00000001:000> <WARN> <One> line\r\n";
+    };
+    WriteFile("device.log",
+              calibration("700000000", "01261024193100.54000") + calibration("400", "00700001000100.54000"));
+    unlink("crash.txt");
+    EXPECT_EQ(CrashesTold()[0]["time"], "1970-01-01T00:01:00.054000001");
+    WriteFile("device.log", before);
+    WriteFile("crash.txt", CrashLogOf({}));
+    for (const std::string& file : Listing(".")) {
+        SetModified(file, kMinute + 123'456);
+    }
+
     // The times were kept, in another zone: they bound the death from above.
     SetModified("crash.txt", kMinute + kZone + 2);
     SetModified("stacktrace7-1.txt", kMinute + kZone + 40);
@@ -214,6 +233,67 @@ TEST_F(Crashes, ADeathBySignalComesAfterEverythingButNoLaterThanItsFile) {
                                                           {"Fatal signal", 2},
                                                           {"Uncaught exception", 2},
                                                           {"Abort", 2}}));
+}
+
+TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
+    // The second boot's clock stands half a second away from the first one's.
+    WriteFile("device.log",
+              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.54000, type=qpc\r\n"
+              "500000100 <0x00000001:000> <WARN> <One> first\r\n"
+              "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024173100.54000, type=qpc\r\n"
+              "500 <0x00000002:000> <WARN> <One> second\r\n");
+    WriteFile("crash.txt", CrashLogOf({"A", 7, 893'216'007, 1}));
+    Json crash = CrashesTold().at(0);
+    EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.447216000");
+    EXPECT_EQ(crash["later_by_seconds"], 0);
+    // In the rings stands what the other process wrote. Of which boot it was, this head tells nothing.
+    std::string text = CrashLogOf({"A", 7, 893'216'007, 1});
+    const std::string begin = Nima::Catalogue::kRingDumpBegin;
+    const auto record = [](const char* counter, const char* thread) {
+        return std::string(counter) + thread +
+               " 0x00000001 : 0x00000001 0x00000002 0x00000003 0x00000004\r\n";
+    };
+    text.insert(text.find(begin) + begin.size(),
+                std::string("\r\n\r\n") + Nima::Catalogue::kRingHeadingBegin +
+                    std::to_string(Nima::Catalogue::kOwnRing) + Nima::Catalogue::kRingHeadingEnd + "\r\n" +
+                    record("600", " 0x00000002") + record("893216000", " 0x00000001"));
+    WriteFile("crash.txt", text);
+    std::map<int, std::string> later;
+    const Json shown = Post({"show", ".", "--json"}).Parsed();
+    for (const Json& event : shown["events"]) {
+        if (event["kind"] == "ring") {
+            later[event["process"]] = event["later_by_seconds"].dump();
+        }
+    }
+    EXPECT_EQ(later, (std::map<int, std::string>{{1, "1"}, {2, "\"unbounded\""}})) << shown;
+
+    // Of this boot or of that one: no error is called the first before it.
+    const auto firstError = [] {
+        return Post({"summary", ".", "--json"}).Parsed()["crashes"][0]["first_error"];
+    };
+    const std::string twoBoots = ReadFile("device.log");
+    std::string log = twoBoots;
+    for (std::size_t at = log.find("<WARN>"); at != std::string::npos; at = log.find("<WARN>")) {
+        log.replace(at, 6, "<ERROR>");
+    }
+    WriteFile("device.log", log);
+    EXPECT_EQ(firstError()["text"], "first");
+    WriteFile("crash.txt", CrashLogOf({"A", 7, 893'216'007, 1}));
+    EXPECT_TRUE(firstError().is_null());
+    WriteFile("device.log", log.substr(0, log.find("400 <")));
+    EXPECT_EQ(firstError()["text"], "first");
+    WriteFile("device.log", twoBoots);
+
+    // No clock of that hour explains these, nor does any explain one that stands alone.
+    WriteFile("crash.txt", CrashLogOf({"A", 7, 920'000'000, 1}));
+    for (int go = 0; go < 2; ++go) {
+        crash = CrashesTold().at(0);
+        EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.054000000");
+        EXPECT_EQ(crash["later_by_seconds"], 1);
+        unlink("device.log");
+    }
 }
 
 TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {

@@ -66,6 +66,24 @@ std::set<std::string> GuessedRings(const NimaPost::Story& story) {
     return places;
 }
 
+/// Where there is one log, each process follows the one before it.
+std::set<std::size_t> ProvenBoots(const NimaPost::Story& story, const Files& files) {
+    std::set<std::string> logs;
+    for (const auto& [name, file] : files.All()) {
+        if (name.find(".log") != std::string::npos) {
+            logs.insert(BaseOf(name));
+        }
+    }
+    std::set<std::size_t> proven;
+    const auto& processes = story.Time().AllProcesses().All();
+    for (std::size_t i = 0; logs.size() == 1 && i < processes.size(); ++i) {
+        if (processes[i].evidence == "uptime") {
+            proven.insert(i + 1);
+        }
+    }
+    return proven;
+}
+
 void AddDamage(const NimaPost::Findings& findings, const Truth& truth, Strictness strictness,
                Verdict& verdict) {
     for (const NimaPost::Finding& finding : findings.damage) {
@@ -75,8 +93,8 @@ void AddDamage(const NimaPost::Findings& findings, const Truth& truth, Strictnes
     }
 }
 
-void CheckStory(const std::string& folder, const Truth& truth, const Whole& whole, Strictness strictness,
-                Verdict& verdict) {
+void CheckStory(const std::string& folder, const Files& files, const Truth& truth, const Whole& whole,
+                Strictness strictness, Verdict& verdict) {
     const NimaPost::Names names;
     NimaPost::Story story(names);
     std::string problem;
@@ -105,6 +123,14 @@ void CheckStory(const std::string& folder, const Truth& truth, const Whole& whol
         }
         return true;
     });
+    for (const NimaPost::Crash& crash : story.Crashes()) {
+        if (crash.log != nullptr && crash.log->log.ticks) {
+            Claim claim = ClaimOf(crash.certainty);
+            claim.time = crash.time;
+            claims.AddCrash(claim, *crash.log->log.ticks);
+        }
+    }
+    claims.Proven(ProvenBoots(story, files));
     claims.Finish();
     AddDamage(story.AllDamage(), truth, strictness, verdict);
     const bool anyTold =
@@ -142,7 +168,7 @@ void CheckLog(const std::string& folder, const std::string& name, const Truth& t
 Verdict Check(const std::string& folder, const Files& files, const Truth& truth, Strictness strictness) {
     Verdict verdict;
     const Whole whole(files, truth);
-    CheckStory(folder, truth, whole, strictness, verdict);
+    CheckStory(folder, files, truth, whole, strictness, verdict);
     for (const auto& [name, file] : files.All()) {
         if (IsLog(name) && !file->content.empty()) {
             CheckLog(folder, name, truth, whole, strictness, verdict);

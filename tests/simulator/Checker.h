@@ -27,6 +27,7 @@ enum class Fault : unsigned char {
     kUntold,     ///< a torn line of which no finding tells
     kProcesses,  ///< of two processes made one
     kBoots,      ///< of two boots made one
+    kProof,      ///< another boot is called proven, and is none
     kFaults
 };
 inline constexpr std::size_t kFaults = static_cast<std::size_t>(Fault::kFaults);

@@ -30,7 +30,7 @@ bool CanBegin(const std::string& content, std::size_t at, bool inMidLine) {
 std::string_view NameOf(Fault fault) {
     constexpr std::array<std::string_view, kFaults> kNames{
         "unreadable", "early",    "late",   "set-clock", "exact",   "order", "guessed-order",
-        "missing",    "repeated", "damage", "untold",    "process", "boot"};
+        "missing",    "repeated", "damage", "untold",    "process", "boot",  "proof"};
     return kNames[static_cast<std::size_t>(fault)];
 }
 
@@ -122,6 +122,13 @@ void Claims::Add(const Claim& claim, const std::string& place) {
     }
 }
 
+void Claims::AddCrash(const Claim& claim, std::int64_t counter) {
+    const auto found = truth_.crashes.find(counter);
+    if (found != truth_.crashes.end()) {
+        CheckTime(claim, found->second, "crash " + std::to_string(counter));
+    }
+}
+
 void Claims::Count(const Claim& claim, const Stamp& stamp) {
     Verdict::Share& share = stamp.kind == Kind::kText ? verdict_.lines : verdict_.records;
     ++share.all;
@@ -130,6 +137,7 @@ void Claims::Count(const Claim& claim, const Stamp& stamp) {
         ++share.inProcess;
         processes_[*claim.process].insert(stamp.process);
         numbers_[stamp.process].insert(*claim.process);
+        trueBoots_[*claim.process].insert(stamp.boot);
     }
     if (claim.boot) {
         boots_[*claim.boot].insert(stamp.boot);
@@ -202,8 +210,17 @@ void Claims::Finish() {
             }
         }
     };
-    addJoined(processes_, Fault::kProcesses, "process ");
+    if (!truth_.shared) {
+        addJoined(processes_, Fault::kProcesses, "process ");
+    }
     addJoined(boots_, Fault::kBoots, "boot ");
+    for (const std::size_t number : proven_) {
+        const auto own = trueBoots_.find(number);
+        const auto before = trueBoots_.find(number - 1);
+        if (own != trueBoots_.end() && before != trueBoots_.end() && own->second == before->second) {
+            verdict_.Add(Fault::kProof, "process " + std::to_string(number));
+        }
+    }
 }
 
 } // namespace Simulator

@@ -62,6 +62,10 @@ class Claims {
     void Guessed(std::set<std::string> places) { guessed_ = std::move(places); }
     /// `place`: within it a reader promises order.
     void Add(const Claim& claim, const std::string& place);
+    /// Of a crash log, by the counter in its head.
+    void AddCrash(const Claim& claim, std::int64_t counter);
+    /// Processes that are said to be of another boot than the one before, as a fact.
+    void Proven(std::set<std::size_t> processes) { proven_ = std::move(processes); }
     /// After the last one.
     void Finish();
 
@@ -88,7 +92,9 @@ class Claims {
     std::set<std::string> toldCalibrations_;
     std::map<std::size_t, std::set<int>> processes_; ///< the true ones of each number
     std::map<std::size_t, std::set<int>> boots_;
-    std::map<int, std::set<std::size_t>> numbers_; ///< of each true process
+    std::map<int, std::set<std::size_t>> numbers_;   ///< of each true process
+    std::map<std::size_t, std::set<int>> trueBoots_; ///< of each process's number
+    std::set<std::size_t> proven_;
 };
 
 } // namespace Simulator

@@ -34,7 +34,9 @@ void StoreRingDump(World& world, RingSegment& rings) {
 void StoreCrashLog(World& world, RingSegment* rings) {
     Files::File file;
     std::string& text = file.content;
+    const Stamp stamp = world.StampNow(Kind::kText, 0, 0);
     text = Head(world, kCrashLogTitle);
+    world.truth.crashes.emplace(CounterAt(world.device.Now()), stamp);
     text +=
         "Error Code: 31AC05\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\n"
         " File Name: /src/device/fuser.cpp\r\nLine Numbr: 24\r\n";

@@ -1,8 +1,7 @@
-#include "tests/simulator/DeviceScenarios.h"
-
 #include "catalogue/OwnEvents.h"
 #include "tests/simulator/CrashFiles.h"
 #include "tests/simulator/RingSegment.h"
+#include "tests/simulator/Scenarios.h"
 #include "tests/simulator/TextScenarios.h"
 #include "tests/simulator/TraceBlock.h"
 

@@ -1,8 +1,5 @@
 #include "tests/simulator/Scenarios.h"
 
-#include "tests/simulator/DeviceScenarios.h"
-#include "tests/simulator/TextScenarios.h"
-
 #include <array>
 #include <cmath>
 
@@ -17,13 +14,13 @@ constexpr std::array kScenarios{
     Scenario{"appended", Appended, 1},
     Scenario{"other-openings", OtherOpenings, 105},
     Scenario{"boots", Boots, 21},
-    Scenario{"boots-without-clock", BootsWithoutClock, 12},
+    Scenario{"boots-without-clock", BootsWithoutClock, 2},
     Scenario{"clock-set", ClockSet, 105},
     Scenario{"kills", Kills, 12},
     Scenario{"torn-tails", TornTails, 4},
     Scenario{"two-files", TwoFiles, 11},
     Scenario{"two-files-clock-set", TwoFilesClockSet, 8},
-    Scenario{"shared-file", SharedFile, 920},
+    Scenario{"shared-file", SharedFile, 190},
     Scenario{"traces", Traces, 1},
     Scenario{"trace-kills", TraceKills, 10},
     Scenario{"trace-restarts", TraceRestarts, 6},
@@ -31,7 +28,7 @@ constexpr std::array kScenarios{
     Scenario{"rings", Rings, 1},
     Scenario{"slow-rings", SlowRings, 1},
     Scenario{"ring-restarts", RingRestarts, 10},
-    Scenario{"crash-logs", CrashLogs, 23},
+    Scenario{"crash-logs", CrashLogs, 14},
     Scenario{"everything", Everything, 345},
 };
 

@@ -7,10 +7,17 @@
 
 namespace Simulator {
 
+using Play = void(World& world);
+/// Hosts that write logs.
+Play OneRun, Rolls, Rewinds, Appended, OtherOpenings, Boots, BootsWithoutClock, ClockSet, Kills, TornTails,
+    TwoFiles, TwoFilesClockSet, SharedFile;
+/// Devices that have a binary trace or rings beside their logs, and crash.
+Play Traces, TraceKills, TraceRestarts, SharedTrace, Rings, SlowRings, RingRestarts, CrashLogs, Everything;
+
 /// A way in which devices live.
 struct Scenario {
     std::string_view name;
-    void (*play)(World& world);
+    Play* play;
     /// Of the main set, so many folders in a thousand hold one of the cases that no reader can tell
     /// (doc/clock.md).
     int expectedPerMille;

@@ -1,5 +1,7 @@
 #include "tests/simulator/TextScenarios.h"
 
+#include "tests/simulator/Scenarios.h"
+
 #include <deque>
 
 namespace Simulator {
@@ -171,7 +173,7 @@ void TwoFilesClockSet(World& world) {
 
 void SharedFile(World& world) {
     const LogSettings both{.maximum = world.random.OneOf({SmallLog(world.random), 1 << 20})};
-    world.truth.damaged = true;
+    world.truth.damaged = world.truth.shared = true;
     LiveTogether(world, both, both);
 }
 

@@ -33,18 +33,4 @@ void Live(World& world, const Lives& lives);
 void LiveTogether(World& world, const LogSettings& first, const LogSettings& second,
                   const std::function<void(Host&)>& equip = {}, const std::function<void()>& meanwhile = {});
 
-void OneRun(World& world);
-void Rolls(World& world);
-void Rewinds(World& world);
-void Appended(World& world);
-void OtherOpenings(World& world);
-void Boots(World& world);
-void BootsWithoutClock(World& world);
-void ClockSet(World& world);
-void Kills(World& world);
-void TornTails(World& world);
-void TwoFiles(World& world);
-void TwoFilesClockSet(World& world);
-void SharedFile(World& world);
-
 } // namespace Simulator

@@ -72,7 +72,7 @@ void Device::Reboot(std::int64_t downTime, bool hasClock) {
     const std::int64_t wall = Wall() + downTime;
     pending_.clear();
     now_ = 2 * kSecond + random_.Below(30 * kSecond);
-    offset_ = offsetBefore_ = (hasClock ? wall : fixedDate_) + (hasClock ? 0 : random_.Below(kSecond / 50));
+    offset_ = offsetBefore_ = hasClock ? wall : fixedDate_;
     ++boot_;
 }
 

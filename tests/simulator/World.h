@@ -119,6 +119,10 @@ struct Truth {
     bool damaged = false;
     /// A line of a log was cut when its process died.
     bool torn = false;
+    /// Two processes wrote one log: nothing tells their threads apart once a calibration line is overwritten.
+    bool shared = false;
+    /// What crash logs were written at, by the counters in their heads.
+    std::map<std::int64_t, Stamp> crashes;
     /// How far a calibration line's date was from its stamp, at the most.
     std::int64_t dateDelay = 0;
 

@@ -7,25 +7,45 @@
 
 namespace NimaPost {
 
-Tie Axis::TieOf(std::int64_t counter, const RawDate& date) const {
-    Tie tie{counter, date.Earliest(), TieKind::kHead, date.Spread()};
-    if (!logClock_) {
-        return tie;
+namespace {
+
+bool MayHaveRunAt(const LogClock& clock, std::int64_t second) {
+    const bool ended = clock.nextOpening && *clock.nextOpening >= clock.first;
+    return (second + 1) * kSecond > clock.first && !(ended && second * kSecond > *clock.nextOpening);
+}
+
+/// The moment on the clock of a process, if that explains the date.
+std::optional<Tie> TieOn(const LogClock& clock, std::int64_t counter, const RawDate& date,
+                         std::int64_t tolerance) {
+    const std::int64_t step = StepForward(clock.counter, counter);
+    WallOffset narrowed = clock.wall;
+    const auto unseen = narrowed.Join(date, step, tolerance);
+    if (!unseen) {
+        return std::nullopt;
     }
-    const std::int64_t middle = date.second * kSecond + kSecond / 2;
-    const std::int64_t step = NearestStep(logClock_->counter, counter);
-    const std::int64_t periods = (middle - logClock_->time - step) / kCounterPeriod;
-    for (std::int64_t k = periods - 1; k <= periods + 1; ++k) {
-        const std::int64_t time = logClock_->time + step + k * kCounterPeriod;
-        // The logs' wall clock is known to a second at best, as long as the clock was not set.
-        if (time >= date.second * kSecond - kSecond / 1000 && time < (date.second + 1) * kSecond) {
-            tie.time = time;
-            // The date itself bounds it, and the logs' clock may do better.
-            tie.later = std::max<std::int64_t>(date.Earliest() + date.Spread() - time, 0);
-            tie.later = logClock_->later > 0 ? std::min(tie.later, logClock_->later) : tie.later;
+    // Where the lines of the process are shown, so that all of them may be later alike.
+    const std::int64_t elapsed = step + *unseen * kCounterPeriod;
+    return Tie{counter, clock.wall.Earliest() + elapsed, TieKind::kHead,
+               narrowed.Earliest() + narrowed.Spread() - clock.wall.Earliest(), clock.process};
+}
+
+} // namespace
+
+Tie Axis::TieOf(std::int64_t counter, const RawDate& date, std::optional<std::uint32_t> thread) const {
+    const Tie byDate{counter, date.Earliest(), TieKind::kHead, date.Spread()};
+    const auto owner = thread ? processes_.WithAnyOf({*thread}) : std::nullopt;
+    std::optional<Tie> found;
+    for (const LogClock& clock : logClocks_) {
+        if ((owner && clock.process != *owner) || !MayHaveRunAt(clock, date.second)) {
+            continue;
         }
+        const auto tie = TieOn(clock, counter, date, owner ? kDateTakes : kFitsClosely);
+        if (tie && found && processes_[clock.process].boot != processes_[*found->process].boot) {
+            return byDate; // Of either.
+        }
+        found = tie ? tie : found;
     }
-    return tie;
+    return found.value_or(byDate);
 }
 
 void Axis::SetCollection(Collection collection) {

@@ -30,6 +30,18 @@ struct Tie {
     TieKind kind = TieKind::kStart;
     /// By how much the moment may be later, since its date is cut.
     std::int64_t later = 0;
+    /// The process on whose clock it is: the lines of that may all be later alike. Empty where its own date
+    /// alone tells it.
+    std::optional<std::size_t> process = {};
+};
+
+/// When a process of the logs ran, by a date and the counter that belongs to it.
+struct LogClock {
+    std::size_t process = 0;
+    std::int64_t counter = 0;
+    WallOffset wall; ///< the elapsed time is 0 at that counter
+    std::int64_t first = 0;
+    std::optional<std::int64_t> nextOpening; ///< when another process opened the log
 };
 
 /// What a manifest tells of the files.
@@ -53,11 +65,7 @@ class Axis {
     bool HasWall() const { return hasWall_; }
     void SetWall() { hasWall_ = true; }
 
-    /// The last line that has a counter and a date: the text logs' clock.
-    void SetLogClock(Tie tie) {
-        tie.kind = TieKind::kLine;
-        logClock_ = newest_ = tie;
-    }
+    void Add(LogClock clock) { logClocks_.push_back(std::move(clock)); }
     /// What sources without a date are tied to: the newest moment that is known.
     void SetNewest(Tie tie) { newest_ = tie; }
     const std::optional<Tie>& Newest() const { return newest_; }
@@ -67,9 +75,9 @@ class Axis {
     void SetCollection(Collection collection);
     const std::optional<Collection>& Collected() const { return collection_; }
 
-    /// The moment of a counter with a date: on the logs' clock if the second fits, otherwise the date's
-    /// earliest.
-    Tie TieOf(std::int64_t counter, const RawDate& date) const;
+    /// The moment of a counter with a date, read by this thread: on the clock of the process that it belongs
+    /// to, otherwise the date's earliest.
+    Tie TieOf(std::int64_t counter, const RawDate& date, std::optional<std::uint32_t> thread) const;
 
     void Add(CallbackMark mark) { callbacks_.push_back(mark); }
     /// The only call for this event; empty if there is none or more than one.
@@ -89,7 +97,7 @@ class Axis {
 
   private:
     bool hasWall_ = false;
-    std::optional<Tie> logClock_;
+    std::vector<LogClock> logClocks_;
     std::optional<Tie> newest_;
     std::optional<Collection> collection_;
     std::vector<CallbackMark> callbacks_;

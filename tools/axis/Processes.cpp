@@ -24,8 +24,9 @@ std::optional<std::size_t> Processes::WithAnyOf(const std::set<std::uint32_t>& t
     return found;
 }
 
-std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot) {
-    return "process " + std::to_string(process) + ", boot " + (boot ? std::to_string(*boot) : "unknown");
+std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot, bool probably) {
+    return "process " + std::to_string(process) + (probably ? ", probably boot " : ", boot ") +
+           (boot ? std::to_string(*boot) : "unknown");
 }
 
 } // namespace NimaPost

@@ -17,6 +17,9 @@ struct ProcessFacts {
     std::optional<std::int64_t> first;
     std::optional<std::int64_t> last;
     std::string proof = {}; ///< in words: what tells that it is a process of its own, and its boot
+    /// What tells the process and its boot, as a code.
+    std::string evidence = "threads";
+    bool doubtful = false; ///< another reading is possible; the words name it
 };
 
 /// The processes of which a folder has traces, numbered from 1 in the order in which they are
@@ -35,7 +38,7 @@ class Processes {
     std::vector<ProcessFacts> all_;
 };
 
-/// "process 2, boot 1"; what is not known is said.
-std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot);
+/// "process 2, boot 1", or "probably boot 1"; what is not known is said.
+std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot, bool probably = false);
 
 } // namespace NimaPost

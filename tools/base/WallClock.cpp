@@ -142,6 +142,14 @@ std::string WallTimeIso(std::int64_t nanosecondsSince1970) {
     return text;
 }
 
+bool BeganWithTheDevice(const RawDate& date, std::int64_t counter) {
+    // The counter is the nanoseconds of the second and less than so many whole ones.
+    constexpr std::int64_t kMostSeconds = 1 << 20;
+    const std::int64_t ofSecond = Modulo(counter, kCounterPeriod);
+    return std::abs(Apart(date, date.second * kSecond + ofSecond - kMostSeconds / 2)) <=
+           kMostSeconds / 2 + kFitsClosely;
+}
+
 WallOffset::WallOffset(const RawDate& date, std::int64_t elapsed) : candidates_(Candidates(date)) {
     for (std::int64_t& candidate : candidates_) {
         candidate -= elapsed;
@@ -161,6 +169,12 @@ WallOffset::Fit WallOffset::BestFit(const RawDate& date, std::int64_t elapsed,
         }
     }
     return best;
+}
+
+void WallOffset::Begin(std::int64_t elapsed) {
+    for (std::int64_t& candidate : candidates_) {
+        candidate += elapsed;
+    }
 }
 
 void WallOffset::Unite(WallOffset& other, std::int64_t shift) {

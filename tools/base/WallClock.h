@@ -42,6 +42,12 @@ std::string WallTimeIso(std::int64_t nanosecondsSince1970);
 /// A writer reads a line's date and stamp one after the other. On a busy device milliseconds pass in between.
 /// This must stay below half of 16.96 ms, by which an unseen second shifts the cut microseconds.
 inline constexpr std::int64_t kDateTakes = 5'000'000;
+/// Dates and counters of two boots fit one clock this closely once in 140 times.
+inline constexpr std::int64_t kFitsClosely = 100'000;
+
+/// Whether a wall clock seems to have begun at a whole second when the device did, as one without a battery
+/// does. Its dates then fit those of any other boot. Of other clocks one in 50 seems so.
+bool BeganWithTheDevice(const RawDate& date, std::int64_t counter);
 
 /// What is known of the distance between wall clock and elapsed time: wall = elapsed + offset. One date
 /// leaves about 16 possible offsets; a second date whose phase is far from the first's leaves fewer.
@@ -66,6 +72,9 @@ class WallOffset {
     /// Takes into account that another's elapsed time began `shift` nanoseconds after this one's: both keep
     /// what they agree on.
     void Unite(WallOffset& other, std::int64_t shift);
+
+    /// Elapsed time is to count from this moment.
+    void Begin(std::int64_t elapsed);
 
     /// Takes what is known of the offset otherwise.
     void Pin(std::int64_t offset) { candidates_ = {offset}; }

@@ -130,6 +130,7 @@ class Summary {
         Counts();
         Gaps();
         Damage();
+        Notes();
         Next();
     }
 
@@ -143,6 +144,7 @@ class Summary {
         for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
             processes.push_back({{"process", processes.size() + 1},
                                  {"boot", facts.boot ? Json(*facts.boot) : Json()},
+                                 {"evidence", facts.evidence},
                                  {"first", TimeJson(facts.first)},
                                  {"last", TimeJson(facts.last)},
                                  {"threads", facts.threads.size()}});
@@ -165,11 +167,7 @@ class Summary {
                 {"findings", FindingsJson(FindingsOf())}};
     }
 
-    Findings FindingsOf() const {
-        Findings findings = story_.AllDamage();
-        findings.remarks = story_.Time().Statement();
-        return Joined(inherited_, findings);
-    }
+    Findings FindingsOf() const { return Joined(inherited_, story_.AllFindings()); }
 
   private:
     bool HasWall() const { return story_.Time().HasWall(); }
@@ -246,11 +244,15 @@ class Summary {
         }
         for (std::size_t i = skip; i < processes.size(); ++i) {
             const ProcessFacts& facts = processes[i];
-            std::string line = "  " + ProcessInWords(i + 1, facts.boot);
+            const bool probably = facts.evidence == "clocks-fit";
+            std::string line = "  " + ProcessInWords(i + 1, facts.boot, probably);
             if (facts.first && facts.last) {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
+            if (facts.doubtful && !probably) {
+                Line("     " + facts.proof);
+            }
         }
     }
 
@@ -320,6 +322,22 @@ class Summary {
             Line("  " + Printable(findings.damage[i].sentence));
         }
         More(findings.damage.size(), kMostDamage, "finding");
+    }
+
+    /// What is remarkable about the files.
+    void Notes() {
+        Findings notes;
+        for (const FolderFile& file : story_.Files()) {
+            notes.Append(file.name, file.findings);
+        }
+        if (notes.remarks.empty()) {
+            return;
+        }
+        Heading("Notes");
+        for (std::size_t i = 0; i < std::min(notes.remarks.size(), kMostDamage); ++i) {
+            Line("  " + Printable(notes.remarks[i].sentence));
+        }
+        More(notes.remarks.size(), kMostDamage, "note");
     }
 
     std::vector<std::string> NextCommands() const {

@@ -100,6 +100,7 @@ class TraceWriter {
                      process != device_ ? ProcessInWords(process, story_.Time().AllProcesses()[process].boot)
                      : story_.Time().HasWall() ? "device"
                                                : "device (no wall clock)");
+            Describe("process_sort_index", {process, kNoThread}, {{"sort_index", process}});
             Metadata("thread_name", {process, kNoThread}, "no thread");
         }
     }
@@ -214,13 +215,14 @@ class TraceWriter {
     }
 
     void Metadata(const char* kind, Track track, const std::string& name) {
+        Describe(kind, track, {{"name", name}});
+    }
+
+    void Describe(const char* kind, Track track, const Json& arguments) {
         out_.Write(first_ ? "\n" : ",\n");
         first_ = false;
-        out_.WriteJson(Json{{"name", kind},
-                            {"ph", "M"},
-                            {"pid", track.process},
-                            {"tid", track.track},
-                            {"args", {{"name", name}}}});
+        out_.WriteJson(Json{
+            {"name", kind}, {"ph", "M"}, {"pid", track.process}, {"tid", track.track}, {"args", arguments}});
     }
 
     void Counters() {

@@ -45,12 +45,6 @@ class LastOnes {
     std::deque<KeptEvent> kept_;
 };
 
-Findings FindingsOf(const Story& story) {
-    Findings findings = story.AllDamage();
-    findings.remarks = story.Time().Statement();
-    return findings;
-}
-
 Json ProcessesJson(const Axis& axis) {
     const auto time = [&](const std::optional<std::int64_t>& moment) {
         return moment && axis.HasWall() ? Json(WallTimeIso(*moment)) : Json();
@@ -63,6 +57,7 @@ Json ProcessesJson(const Axis& axis) {
         }
         processes.push_back({{"process", processes.size() + 1},
                              {"boot", facts.boot ? Json(*facts.boot) : Json()},
+                             {"evidence", facts.evidence},
                              {"first", time(facts.first)},
                              {"last", time(facts.last)},
                              {"threads", std::move(threads)}});
@@ -112,7 +107,7 @@ int RunView(Context& context, const DeviceInput& input, const Findings& inherite
     if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem)) {
         return ReportUnusable(context, problem);
     }
-    const Findings findings = Joined(inherited, FindingsOf(story));
+    const Findings findings = Joined(inherited, story.AllFindings());
     std::optional<JsonDocument> document;
     if (context.format == Format::kJson) {
         document.emplace(context.out);

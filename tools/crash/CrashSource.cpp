@@ -13,6 +13,12 @@ std::optional<std::int64_t> SecondOf(const PlacedCrash& crash) {
     return crash.log.date ? std::optional(crash.log.date->second) : std::nullopt;
 }
 
+/// Whether a process that logs wrote on after a crash.
+bool IsOfEarlierProcess(const Tie& crash, const std::optional<Tie>& newest) {
+    return newest && newest->kind == TieKind::kLine && crash.process != newest->process &&
+           crash.time < newest->time;
+}
+
 } // namespace
 
 std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile& input) {
@@ -22,7 +28,10 @@ std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile&
     }
     log->rings.date = log->date;
     Set().Get<RingSource>().Take(file, PlacedRings(log->rings));
-    return PlacedCrash{file.plainName, std::move(*log), {}, CrashEvidence::kNothing};
+    PlacedCrash crash;
+    crash.file = file.plainName;
+    crash.log = std::move(*log);
+    return crash;
 }
 
 void CrashSource::Date(Axis& axis) {
@@ -30,9 +39,13 @@ void CrashSource::Date(Axis& axis) {
     StateOrder(axis);
     for (auto& [file, crash] : AllHeld()) {
         if (crash.log.ticks && crash.log.date) {
-            const Tie tie = axis.TieOf(*crash.log.ticks, *crash.log.date);
+            const Tie tie = axis.TieOf(*crash.log.ticks, *crash.log.date, crash.log.rings.Writer());
             crash.time = tie.time;
-            axis.SetNewest(tie);
+            crash.certainty =
+                tie.process ? Certainty{0, 0, false, tie.later} : Certainty{tie.later > 0 ? 1 : 0, 0, false};
+            if (!IsOfEarlierProcess(tie, axis.Newest())) {
+                axis.SetNewest(tie);
+            }
             axis.SetWall();
         }
     }
@@ -58,9 +71,11 @@ void CrashSource::StateOrder(Axis& axis) const {
         const PlacedCrash& crash = All()[i].content;
         if (SecondOf(crash) && SecondOf(before) && SecondOf(crash) < SecondOf(before) &&
             crash.after != CrashEvidence::kNothing) {
-            axis.State({"crash-order", crash.file + " was written after " + before.file + ", by its " +
-                                           std::string(EvidenceInWords(crash.after)) +
-                                           ", although its date is earlier: the clock was set back."});
+            axis.State({"crash-order",
+                        crash.file + " was written after " + before.file + ", by its " +
+                            std::string(EvidenceInWords(crash.after)) +
+                            ", although its date is earlier: the clock was set back, or it begins anew with "
+                            "each boot."});
         }
     }
 }

@@ -13,6 +13,7 @@ struct PlacedCrash {
     std::string file;
     CrashLog log;
     std::optional<std::int64_t> time; ///< on the axis
+    Certainty certainty = Certainty::Assumed();
     CrashEvidence after = CrashEvidence::kNothing;
 };
 

@@ -27,21 +27,41 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
         const ProcessClock& clock = process.clocks.front();
         const std::int64_t elapsed = last.start + last.length + StepForward(last.lastCounter, clock.counter);
         comparison.misfit = run.wall->Compare(*clock.date, elapsed).misfit;
-        comparison.evidence = clock.date->second * kSecond + kSecond < before.Last() ? BootEvidence::kDate
-                              : comparison.misfit <= kFitsClosely ? BootEvidence::kClocksFit
-                              : comparison.misfit > kDateTakes    ? BootEvidence::kClocks
-                                                                  : BootEvidence::kUnknown;
+        comparison.evidence =
+            clock.date->second * kSecond + kSecond < before.Last() ? BootEvidence::kDate
+            : comparison.misfit <= kFitsClosely
+                ? (BeganWithTheDevice(*clock.date, clock.counter) ? BootEvidence::kNoClock
+                                                                  : BootEvidence::kClocksFit)
+            : comparison.misfit > kDateTakes ? BootEvidence::kClocks
+                                             : BootEvidence::kUnknown;
     }
     return comparison;
+}
+
+/// Counters are as they stand there where one clock explains both. Where a torn digit may stand in front of
+/// one, that they miss each other tells nothing.
+void ConfirmCounters(Comparison& comparison, LogPart* last, LogPart* first) {
+    if (last == nullptr || first == nullptr || !(last->doubtful || first->doubtful)) {
+        return;
+    }
+    if (comparison.evidence == BootEvidence::kClocksFit || comparison.evidence == BootEvidence::kNoClock) {
+        last->TakeAsItStands();
+        first->TakeAsItStands();
+    } else if (comparison.evidence == BootEvidence::kClocks) {
+        comparison = Comparison();
+    }
 }
 
 void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     const std::int64_t first = part.start + OriginOf(run);
     process.collected = process.collected || run.collected;
-    std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
-                        std::inserter(process.threads, process.threads.end()));
-    // Across a place where order breaks the clock counts seconds that did not pass.
-    if (part.stamped > 0 && !part.hidesSeam && part.clockBreaks == 0) {
+    if (part.mayBeOlder) {
+        process.threads.insert(part.calibration->thread);
+    } else {
+        std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
+                            std::inserter(process.threads, process.threads.end()));
+    }
+    if (part.BoundsUptime()) {
         process.mostFirstSecond = std::min(process.mostFirstSecond, part.mostFirstSecond);
         process.leastLastSecond = std::max(process.leastLastSecond, part.leastLastSecond);
     }
@@ -50,7 +70,7 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     }
     ProcessClock& clock = process.clocks.back();
     clock.first = std::min(clock.first, first);
-    clock.last = std::max(clock.last, first + part.length);
+    clock.last = std::max(clock.last, first + (part.mayBeOlder ? 0 : part.length));
     if (part.date && !clock.date) {
         clock.date = part.date;
         clock.counter = part.firstCounter;
@@ -69,16 +89,17 @@ void FindOthers(LogPart& part, const LogProcess& before) {
     }
 }
 
+/// By their dates, and no clock contradicts it. How long a process ran, only one clock tells.
 bool RanAtOneTime(const LogProcess& a, const LogProcess& b) {
-    const auto meet = [](const ProcessClock& x, const ProcessClock& y) {
-        return x.date && y.date && x.first <= y.last && y.first <= x.last;
+    const bool isSet = a.clocks.size() > 1 || b.clocks.size() > 1;
+    const auto meet = [&](const ProcessClock& x, const ProcessClock& y) {
+        return x.date && y.date && x.first <= y.last && y.first <= x.last &&
+               (isSet || Compare(x, y).misfit <= kDateTakes);
     };
     const bool anyMeet = std::any_of(a.clocks.begin(), a.clocks.end(), [&](const ProcessClock& x) {
         return std::any_of(b.clocks.begin(), b.clocks.end(),
                            [&](const ProcessClock& y) { return meet(x, y); });
     });
-    // How long a process ran, only one clock tells.
-    const bool isSet = a.clocks.size() > 1 || b.clocks.size() > 1;
     return anyMeet && (isSet || a.mostFirstSecond + (b.Last() - a.First()) / kSecond >= b.leastLastSecond);
 }
 
@@ -173,14 +194,15 @@ class BootNumbering {
 void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vector<LogRun>& runs,
                    std::vector<LogProcess>& processes) {
     const std::size_t firstOfLog = processes.size();
-    const LogPart* dated = nullptr;       ///< the last one of the process before
-    const LogPart* datedOfThis = nullptr; ///< of this process
+    LogPart* dated = nullptr;       ///< the last one of the process before
+    LogPart* datedOfThis = nullptr; ///< of this process
+    LogPart* firstDated = nullptr;
     for (std::size_t i = 0; i < parts.size(); ++i) {
         LogPart& part = parts[i];
         if (i == 0 || part.link == PartLink::kOpening) {
             processes.emplace_back().log = log;
             dated = datedOfThis != nullptr ? datedOfThis : dated;
-            datedOfThis = nullptr;
+            datedOfThis = firstDated = nullptr;
         }
         part.process = processes.size() - 1;
         LogProcess& process = processes.back();
@@ -190,12 +212,14 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
         }
         Include(process, part, runs[part.run]);
         datedOfThis = part.date ? &part : datedOfThis;
+        firstDated = firstDated == nullptr ? datedOfThis : firstDated;
         const bool last = i + 1 == parts.size() || parts[i + 1].link == PartLink::kOpening;
         if (last && processes.size() - 1 > firstOfLog) {
             LogProcess& before = processes[processes.size() - 2];
             before.nextOpening = process.clocks.front().date ? std::optional(process.First()) : std::nullopt;
-            const Comparison comparison =
+            Comparison comparison =
                 dated != nullptr ? CompareBoots(before, *dated, runs[dated->run], process) : Comparison();
+            ConfirmCounters(comparison, dated, firstDated);
             process.apart = process.collected && !before.collected;
             process.evidence = comparison.evidence;
             process.misfit = comparison.misfit;

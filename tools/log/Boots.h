@@ -15,7 +15,8 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
                    std::vector<LogProcess>& processes);
 
 /// Numbers the boots of all logs. Processes of several logs belong to one boot where their dates fit one
-/// clock closely or where they ran at the same time; within a log, order and evidence decide.
+/// clock closely, or where they ran at the same time and their clocks do not contradict it; within a log,
+/// order and evidence decide.
 void NumberBoots(std::vector<LogProcess>& processes);
 
 } // namespace NimaPost

@@ -24,28 +24,49 @@ std::int64_t Apart(std::int64_t counter, std::int64_t next) {
     return std::min(std::abs(next - counter), std::abs(next + kCounterPeriod - counter));
 }
 
-/// How many of the digits in front of a calibration line's thread belong to the torn line before it: those
-/// that leave a counter to which the next stamp fits. Where none does, none is taken off and the line has no
-/// stamp.
-std::size_t ForeignDigits(std::string_view digits, std::string_view following, bool& stamped) {
+/// Nanoseconds of a second, and the seconds that a device can have run: more than four years.
+constexpr std::int64_t kMostCounter = kSecond + (std::int64_t{1} << 27);
+
+/// The last of these digits, as a counter.
+std::optional<std::int64_t> CounterOf(std::string_view digits) {
+    std::int64_t value = 0;
+    const bool isOne = digits.size() <= 10 && (digits[0] != '0' || digits.size() == 1) &&
+                       TakeDecimal(digits, value) && value < kMostCounter;
+    return isOne ? std::optional(value) : std::nullopt;
+}
+
+/// How the digits in front of a calibration line's thread are read.
+struct Reading {
+    std::size_t foreign = 0; ///< so many belong to the torn line before it
+    bool known = false;
+    bool doubtful = false;
+};
+
+/// Those are torn text that leave a counter to which the next stamp fits. At a line's start most likely none
+/// is, though one may be where a shorter counter fits better. In mid-line the counter is not known if none
+/// fits.
+Reading ReadDigits(std::string_view digits, std::string_view following, bool atLineStart) {
     std::optional<std::int64_t> next;
     while (!following.empty() && !next) {
         const LogLine line = ParseLogLine(TakeLine(following));
         next = line.hasHeader ? std::optional(line.counter) : std::nullopt;
     }
-    std::size_t foreign = 0;
+    Reading reading;
     std::int64_t nearest = kNextLine;
     for (std::size_t i = 0; next && i < digits.size(); ++i) {
-        std::string_view counter = digits.substr(i);
-        std::int64_t value = 0;
-        if (counter.size() <= kLongestCounter && (counter[0] != '0' || counter.size() == 1) &&
-            TakeDecimal(counter, value) && Apart(value, *next) < nearest) {
-            nearest = Apart(value, *next);
-            foreign = i;
+        const auto counter = CounterOf(digits.substr(i));
+        if (counter && Apart(*counter, *next) < nearest) {
+            nearest = Apart(*counter, *next);
+            reading.foreign = i;
+            reading.known = true;
         }
     }
-    stamped = nearest < kNextLine;
-    return foreign;
+    const auto whole = atLineStart ? CounterOf(digits) : std::nullopt;
+    if (whole) {
+        // With a second's digit in front, both fit alike.
+        return {0, true, (reading.known && reading.foreign > 0) || *whole >= kSecond};
+    }
+    return reading;
 }
 
 } // namespace
@@ -79,16 +100,12 @@ bool LineReader::NextPiece(std::string_view& line) {
         const std::string_view rest(buffer_.data() + from_, to_ - from_);
         std::size_t length = LineLength(rest);
         if (length > 0 && kind_ == LogKind::kLines && !joined_) {
-            if (const auto found = FindJoinedCalibration(rest.substr(0, length))) {
+            doubtful_ = false;
+            if (const auto found = FindCalibration(rest.substr(0, length))) {
                 if (rest.size() - length < kLookAhead && Fill()) {
                     continue;
                 }
-                const std::size_t at =
-                    found->digits + ForeignDigits(rest.substr(found->digits, found->thread - found->digits),
-                                                  rest.substr(length, kLookAhead), stamped_);
-                splits_ = at > 0;
-                joined_ = at == 0;
-                length = at > 0 ? at : length;
+                length = Split(rest, length, *found);
             }
         } else {
             splits_ = false;
@@ -109,9 +126,27 @@ bool LineReader::NextPiece(std::string_view& line) {
     }
 }
 
+/// How much of a line that holds a calibration line is to be read first.
+std::size_t LineReader::Split(std::string_view rest, std::size_t length, const FoundCalibration& found) {
+    const bool atLineStart = found.digits == 0;
+    const bool opensFile = next_ == rest.size(); // Nothing is in front of it.
+    if (atLineStart && opensFile) {
+        return length;
+    }
+    const Reading reading = ReadDigits(rest.substr(found.digits, found.thread - found.digits),
+                                       rest.substr(length, kLookAhead), atLineStart);
+    const std::size_t at = found.digits + reading.foreign;
+    splits_ = at > 0;
+    joined_ = at == 0 && !reading.known;
+    stamped_ = reading.known;
+    doubtful_ = reading.doubtful;
+    return at > 0 ? at : length;
+}
+
 LogLine LineReader::Parse(std::string_view line) const {
     LogLine parsed = kind_ == LogKind::kQueue ? ParseQueueRecord(line) : ParseLogLine(line);
     parsed.stamped = parsed.stamped && !(joined_ && !stamped_);
+    parsed.doubtful = doubtful_;
     return parsed;
 }
 

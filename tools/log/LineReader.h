@@ -34,6 +34,7 @@ class LineReader {
     bool NextPiece(std::string_view& piece);
     bool FitsLimit(std::string_view& piece);
     bool Fill();
+    std::size_t Split(std::string_view rest, std::size_t length, const FoundCalibration& found);
     std::size_t LineLength(std::string_view rest) const;
 
     const InputFile& file_;
@@ -47,7 +48,8 @@ class LineReader {
     std::uint64_t inLine_ = 0; ///< bytes of the line so far
     bool splits_ = false;      ///< the next line is what a torn line was split from
     bool joined_ = false;
-    bool stamped_ = true; ///< of a joined line: its counter is known
+    bool stamped_ = true;   ///< of a joined line: its counter is known
+    bool doubtful_ = false; ///< of a calibration line: a torn digit may stand in front of it
 };
 
 } // namespace NimaPost

@@ -45,6 +45,12 @@ void LogCursor::BeginPart(const LogPart& part) {
 
 void LogCursor::Take() {
     entry_.line = reader_->Parse(text_);
+    if (reader_->Offset() == entry_.part->begin && !entry_.part->calibrationHasStamp) {
+        // Times count from the stamp after it.
+        entry_.line.stamped = false;
+        entry_.time = origin_;
+        entry_.hasTime = true;
+    }
     entry_.text = WithoutLineEnd(text_);
     entry_.offset = reader_->Offset();
     entry_.continued = !entry_.line.hasHeader;

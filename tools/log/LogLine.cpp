@@ -69,6 +69,22 @@ void ReadBody(std::string_view body, LogLine& line) {
     line.message = body.substr(nameEnd + kTracerEnd.size());
 }
 
+/// "0x250b5740", or what is left of it.
+bool IsRestOfThread(std::string_view text, bool whole) {
+    constexpr std::string_view kPrefix = "0x";
+    constexpr std::size_t kDigits = 8;
+    const std::size_t digits = std::min(text.size(), kDigits);
+    const std::string_view prefix = text.substr(0, text.size() - digits);
+    return text.find_first_not_of("0123456789abcdef", prefix.size()) == std::string_view::npos &&
+           (whole ? prefix == kPrefix : kPrefix.ends_with(prefix));
+}
+
+/// "000" or "-01".
+bool IsPriority(std::string_view text) {
+    std::int64_t priority = 0;
+    return text.size() >= 3 && TakeDecimal(text, priority) && text.empty();
+}
+
 } // namespace
 
 LogLine ParseLogLine(std::string_view text) {
@@ -121,7 +137,7 @@ bool IsCalibration(const LogLine& line) {
     return line.level == kCalibration;
 }
 
-std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text) {
+std::optional<FoundCalibration> FindCalibration(std::string_view text) {
     text = WithoutLineEnd(text);
     const std::size_t end = text.size() - std::min(text.size(), kLongestType);
     if (text.substr(end).find(Nima::Catalogue::kCalibrationType) == std::string_view::npos) {
@@ -139,29 +155,32 @@ std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text) {
     ReadBody(rest, line);
     const std::size_t before = text.substr(0, thread).find_last_not_of("0123456789");
     const std::size_t digits = before == std::string_view::npos ? 0 : before + 1;
-    // A line that begins with its counter is whole.
-    const bool joined = digits > 0 || thread > kLongestCounter;
-    return joined && digits < thread && IsCalibration(line) ? std::optional(JoinedCalibration{digits, thread})
-                                                            : std::nullopt;
+    return digits < thread && IsCalibration(line) ? std::optional(FoundCalibration{digits, thread})
+                                                  : std::nullopt;
 }
 
-bool LooksLikeCutLine(std::string_view text) {
-    // After the cut stands what is left of a header: of a thread with its priority, or of a level.
+HeaderRest RestOfHeader(std::string_view text) {
     const std::size_t at = text.substr(0, 64).find(kLevelEnd);
     if (at == std::string_view::npos) {
-        return false;
+        return HeaderRest::kNone;
     }
     const std::size_t open = text.rfind('<', at);
-    const std::string_view before =
-        open == std::string_view::npos ? text.substr(0, at) : text.substr(open + 1, at - open - 1);
-    const std::size_t colon = before.find(':');
+    const bool marked = open != std::string_view::npos;
+    const std::string_view before = marked ? text.substr(open + 1, at - open - 1) : text.substr(0, at);
+    const std::size_t colon = before.find(Nima::Catalogue::kPriorityMark);
     if (colon != std::string_view::npos) {
-        return before.find_first_not_of("0123456789abcdefx") == colon && at - colon < 16;
+        return !IsRestOfThread(before.substr(0, colon), marked) || !IsPriority(before.substr(colon + 1))
+                   ? HeaderRest::kNone
+               : marked || colon == 0 ? HeaderRest::kMark
+                                      : HeaderRest::kInside;
     }
-    const auto isRestOf = [&](std::string_view level) {
-        return open == std::string_view::npos ? level.ends_with(before) : level == before;
-    };
-    return isRestOf(kCalibration) || std::any_of(kLevelNames.begin(), kLevelNames.end(), isRestOf);
+    const auto ends = [&](std::string_view level) { return level.ends_with(before); };
+    if (IsLevel(before) || (!marked && before.empty())) {
+        return HeaderRest::kMark;
+    }
+    return !marked && (ends(kCalibration) || std::any_of(kLevelNames.begin(), kLevelNames.end(), ends))
+               ? HeaderRest::kInside
+               : HeaderRest::kNone;
 }
 
 std::size_t FindQueueRecord(std::string_view text, std::size_t from) {

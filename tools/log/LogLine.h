@@ -16,6 +16,8 @@ struct LogLine {
     bool hasHeader = false;
     /// False where the counter's first digits cannot be told from a torn line in front of them.
     bool stamped = false;
+    /// Perhaps with a torn digit in front of the counter.
+    bool doubtful = false;
     std::int64_t counter = 0;
     std::uint32_t thread = 0;
     std::int64_t priority = 0;
@@ -33,9 +35,6 @@ inline constexpr std::int64_t kRollTakes = 5'000'000;
 inline constexpr std::int64_t kSlowRollTakes = 100'000'000;
 /// From the last line of a log without a buffer to the calibration line.
 inline constexpr std::int64_t kUnbufferedRollTakes = 1'000'000;
-
-/// Dates and counters of two boots fit one clock this closely once in 140 times.
-inline constexpr std::int64_t kFitsClosely = 100'000;
 
 /// A line's stamp and who wrote it.
 struct LineStamp {
@@ -61,18 +60,21 @@ std::optional<std::uint32_t> OrderedThread(const LogLine& line);
 /// Whether a line is one of calibration, whatever its date.
 bool IsCalibration(const LogLine& line);
 
-/// Of a counter, in digits: nanoseconds of a second, and the seconds that a device can have run.
-inline constexpr std::size_t kLongestCounter = 10;
-
-/// A calibration line in the middle of a line: a process wrote it at the end of what another left torn.
-struct JoinedCalibration {
+/// A calibration line, perhaps in the middle of a line: a process wrote it at the end of what another left
+/// torn.
+struct FoundCalibration {
     std::size_t digits = 0; ///< where the digits in front of its thread begin, some of them perhaps torn text
     std::size_t thread = 0; ///< where they end
 };
-std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text);
+std::optional<FoundCalibration> FindCalibration(std::string_view text);
 
-/// Whether a line that has no header of its own looks like the rest of one that had.
-bool LooksLikeCutLine(std::string_view text);
+/// What a line without a header of its own begins with.
+enum class HeaderRest : unsigned char {
+    kNone,
+    kMark,  ///< a thread's or a level's mark: the rest of a header, or a text like one
+    kInside ///< the rest of a mark, as no text begins
+};
+HeaderRest RestOfHeader(std::string_view text);
 
 /// How lines are told apart in a file.
 enum class LogKind : unsigned char { kLines, kQueue };

@@ -13,6 +13,8 @@ namespace {
 
 /// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
 constexpr std::size_t kMostParts = 1 << 18;
+/// Of fewer lines, no thread can be expected to have written one.
+constexpr std::uint64_t kFewLines = 3;
 
 /// Divides a range of lines at calibration lines and runs the clock over each part.
 class Divider {
@@ -28,6 +30,8 @@ class Divider {
             Close(offset);
             part_.calibration = LineStamp{line.counter, line.thread};
             part_.date = line.stamped ? CalibrationDate(line) : std::nullopt;
+            part_.calibrationHasStamp = line.stamped;
+            part_.doubtful = line.doubtful;
         }
         if (!line.stamped) {
             return;
@@ -57,10 +61,14 @@ class Divider {
         part_.clockBreaks = clock_.Breaks();
         part_.mostFirstSecond = clock_.MostFirstSecond();
         part_.leastLastSecond = clock_.LeastLastSecond();
-        if (part_.calibration) {
-            part_.threads.push_back(part_.calibration->thread);
-        }
         clock_.ForEachThread([&](std::uint32_t thread) { part_.threads.push_back(thread); });
+        if (part_.calibration) {
+            const std::uint32_t opener = part_.calibration->thread;
+            part_.openerIsSilent =
+                part_.stamped > kFewLines &&
+                std::find(part_.threads.begin(), part_.threads.end(), opener) == part_.threads.end();
+            part_.threads.push_back(opener);
+        }
         std::sort(part_.threads.begin(), part_.threads.end());
         part_.threads.erase(std::unique(part_.threads.begin(), part_.threads.end()), part_.threads.end());
         if (part_.end > part_.begin) {

@@ -29,8 +29,13 @@ struct LogPart {
     bool overwritten = false;
     /// Somewhere in it older lines follow the newest, and nothing shows where.
     bool hidesSeam = false;
+    /// The calibration line may be all that its process wrote, over the first line of an older log.
+    bool mayBeOlder = false;
     std::optional<LineStamp> calibration; ///< the line that it begins with
     std::optional<RawDate> date;          ///< of that line, if it is of use
+    bool calibrationHasStamp = true;      ///< else its counter cannot be told from a torn line in front of it
+    bool doubtful = false;                ///< a torn digit may stand in front of that counter
+    bool openerIsSilent = false;          ///< its thread wrote none of the lines, though there are several
     std::optional<LineStamp> second;      ///< the stamped line after that one
     std::optional<LineStamp> last;
     std::int64_t firstCounter = 0;
@@ -63,6 +68,16 @@ struct LogPart {
     Certainty certainty;
 
     bool HasThread(std::uint32_t thread) const;
+    /// Whether the part's stamps bound how long the device had run. Across a place where order breaks the
+    /// clock counts seconds that did not pass.
+    bool BoundsUptime() const {
+        return stamped > 0 && !hidesSeam && !mayBeOlder && !doubtful && clockBreaks == 0;
+    }
+    /// The calibration line's counter, since another date fits it.
+    void TakeAsItStands() {
+        certainty.earlier = doubtful && certainty.earlier == 1 ? 0 : certainty.earlier;
+        doubtful = false;
+    }
 };
 
 /// What one reading of a log's file tells.

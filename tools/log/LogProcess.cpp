@@ -61,6 +61,8 @@ const char* EvidenceCodeOf(const LogProcess& process) {
             return "clocks";
         case BootEvidence::kClocksFit:
             return "clocks-fit";
+        case BootEvidence::kNoClock:
+            return "no-clock";
         case BootEvidence::kUnknown:
             break;
     }
@@ -84,6 +86,9 @@ std::string InWords(const LogProcess& process) {
                    Duration(process.misfit);
         case BootEvidence::kClocksFit:
             return "probably the same boot: the dates fit one clock within 0.0001 s";
+        case BootEvidence::kNoClock:
+            return "perhaps another boot: the wall clock seems to begin with each, so that the dates of any "
+                   "two fit";
         case BootEvidence::kUnknown:
             break;
     }
@@ -96,6 +101,10 @@ ProcessFacts FactsOf(const LogProcess& process) {
     ProcessFacts facts;
     facts.threads = process.threads;
     facts.proof = InWords(process);
+    facts.evidence = EvidenceCodeOf(process);
+    const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||
+                          process.evidence == BootEvidence::kUptime;
+    facts.doubtful = !isProven;
     if (process.IsDated()) {
         facts.boot = process.boot;
         facts.first = process.First();

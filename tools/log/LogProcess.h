@@ -20,6 +20,7 @@ enum class BootEvidence : unsigned char {
     kDate,      ///< another boot or the clock was set back: its date is earlier
     kClocks,    ///< another boot or the clock was set: no whole number of periods explains both dates
     kClocksFit, ///< probably the same boot: one clock explains both dates closely
+    kNoClock,   ///< nothing: the wall clock begins with each boot, so that any two of them fit
     kUnknown,   ///< nothing
 };
 

@@ -79,6 +79,12 @@ void LogSet::Arrange() {
             }
         }
         placer.Place(parts);
+        if (!parts.empty() && parts.front().mayBeOlder) {
+            sources_[parts.front().file].findings.Remark(
+                "silent-opener",
+                "The thread that opened the log wrote none of the lines after that: they may be "
+                "older, of a process whose first line was written over.");
+        }
         logs_.push_back(std::move(parts));
     }
     settings_ = placer.Settings();
@@ -299,7 +305,7 @@ void LogSet::ForEachPart(const std::function<void(const LogPart&)>& visitor) con
 
 std::optional<LikelyBound> LogSet::LikelyBoundOf(const LogEntry& entry) const {
     if (!entry.hasTime || !entry.part->process || entry.certainty.later != Certainty::kUnbounded ||
-        entry.certainty.earlier != 0) {
+        entry.certainty.earlier == Certainty::kUnbounded) {
         return std::nullopt;
     }
     const auto& opening = entry.part->nextOpening;
@@ -338,7 +344,7 @@ std::optional<LogSet::Anchor> LogSet::LastAnchor() const {
         }
         const std::size_t boot = process.boot;
         if (!anchor || std::pair(boot, wall) >= std::pair(latestBoot, anchor->wall)) {
-            anchor = Anchor{part.lastCounter, wall};
+            anchor = Anchor{part.lastCounter, wall, *part.process};
             latestBoot = boot;
         }
     });

@@ -66,6 +66,7 @@ class LogSet {
     struct Anchor {
         std::int64_t counter;
         std::int64_t wall;
+        std::size_t process;
     };
     std::optional<Anchor> LastAnchor() const;
 

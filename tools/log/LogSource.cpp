@@ -42,12 +42,18 @@ class LogSource : public Source {
             axis.State(std::move(finding));
         }
         if (const auto anchor = logs_.LastAnchor()) {
-            axis.SetLogClock({anchor->counter, anchor->wall});
+            axis.SetNewest({anchor->counter, anchor->wall, TieKind::kLine, 0, anchor->process + 1});
         }
         for (const LogProcess& process : logs_.Processes()) {
-            axis.AllProcesses().Add(FactsOf(process));
-            if (process.IsDated()) {
-                axis.SetWall();
+            const std::size_t number = axis.AllProcesses().Add(FactsOf(process));
+            for (const ProcessClock& clock : process.clocks) {
+                if (clock.date) {
+                    WallOffset wall = *logs_.Runs()[clock.run].wall;
+                    wall.Begin(clock.start);
+                    axis.Add(
+                        LogClock{number, clock.counter, std::move(wall), clock.first, process.nextOpening});
+                    axis.SetWall();
+                }
             }
         }
         const bool queue = std::any_of(logs_.Sources().begin(), logs_.Sources().end(),

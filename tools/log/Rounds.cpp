@@ -42,11 +42,20 @@ std::int64_t StepWidths::Quantile(std::uint64_t parts, std::uint64_t of) const {
     return kSecond;
 }
 
+bool StepWidths::IsRare(std::int64_t width) const {
+    std::uint64_t asWide = 0;
+    for (auto bits = static_cast<std::size_t>(std::bit_width(static_cast<std::uint64_t>(width)));
+         bits < counts_.size(); ++bits) {
+        asWide += counts_[bits];
+    }
+    return (asWide - 1) * 100 <= sum_; // It is one of them.
+}
+
 void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64_t offset) {
     if (!line.stamped && !IsCalibration(line)) {
         if (headerless_ == 0) {
             headerlessOffset_ = offset;
-            headerlessIsCut_ = LooksLikeCutLine(text);
+            headerlessCut_ = RestOfHeader(text);
             headerlessIsUnattached_ = endedByDevice_ && text.size() < kLongestTraced;
         }
         ++headerless_;
@@ -90,10 +99,11 @@ void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
     }
     lastDate_ = date;
     lastOpening_ = {line.counter, line.thread};
-    if (headerless_ > 0 && headerlessIsCut_ && torn_.size() < 2 * kMostTorn) {
+    if (headerless_ > 0 && headerlessCut_ != HeaderRest::kNone && torn_.size() < 2 * kMostTorn) {
         Step step;
         step.width = 0;
-        step.torn = step.cutHeader = true;
+        step.torn = step.ends = true;
+        step.cut = headerlessCut_;
         step.offset = headerlessOffset_;
         step.from = previousOffset_;
         torn_.push_back(step);
@@ -108,7 +118,7 @@ void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
 Rounds RoundDetector::Judge(std::uint64_t size) const {
     Rounds rounds;
     if (!first_ || !IsProven()) {
-        rounds.hidden = first_ && HoldsARest();
+        rounds.hidden = first_ && HoldsARestAtAStep();
         rounds.newest = {0, size};
         return rounds;
     }
@@ -163,16 +173,30 @@ std::vector<RoundDetector::Seam> RoundDetector::Seams(std::uint64_t size) const 
 }
 
 bool RoundDetector::IsProven() const {
-    const bool anyCut =
-        std::any_of(torn_.begin(), torn_.end(), [](const Step& step) { return step.cutHeader; });
     const bool early = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kRollTakes;
     const bool slow = afterFirst_ && *afterFirst_ > 0 && *afterFirst_ < kSlowRollTakes && HoldsARest();
-    return anyCut || WasOpenedWhenFull() || (!datesRise_ && (early || slow || EndsAtFirst()));
+    return HoldsACut() || WasOpenedWhenFull() || (!datesRise_ && (early || slow || EndsAtFirst()));
 }
 
 bool RoundDetector::HoldsARest() const {
     return std::any_of(torn_.begin(), torn_.end(),
                        [&](const Step& step) { return RankOf(step) >= Rank::kUnattached; });
+}
+
+bool RoundDetector::HoldsARestAtAStep() const {
+    return std::any_of(torn_.begin(), torn_.end(), [&](const Step& step) {
+        return RankOf(step) >= Rank::kUnattached && step.width > std::min(widths_.Common(), kBusyWait);
+    });
+}
+
+bool RoundDetector::HoldsACut() const {
+    const auto isMarked = [](const Step& step) { return step.cut == HeaderRest::kMark && !step.ends; };
+    const bool few =
+        static_cast<std::size_t>(std::count_if(torn_.begin(), torn_.end(), isMarked)) < kMostUnattached;
+    return std::any_of(torn_.begin(), torn_.end(), [&](const Step& step) {
+        return step.cut == HeaderRest::kInside ||
+               (few && isMarked(step) && step.width > kBusyWait && widths_.IsRare(step.width));
+    });
 }
 
 bool RoundDetector::WasOpenedWhenFull() const {
@@ -196,7 +220,10 @@ bool RoundDetector::StandsOut(const Step& step, std::int64_t usual) {
 
 RoundDetector::Rank RoundDetector::RankOf(const Step& step) const {
     const bool few = torn_.size() < kMostTorn;
-    return step.cutHeader ? Rank::kHeader
+    const bool cut =
+        step.cut == HeaderRest::kInside ||
+        (step.cut == HeaderRest::kMark && (step.ends || step.width > std::min(widths_.Common(), kBusyWait)));
+    return cut ? Rank::kHeader
            : step.unattached && (unattached_ < kMostUnattached || (few && step.width > widths_.Common()))
                ? Rank::kUnattached
            : step.torn && few && step.width > widths_.Usual()  ? Rank::kWide
@@ -243,12 +270,13 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
     }
     widths_.Add(step.width);
     step.unattached = headerless_ > 0 && headerlessIsUnattached_;
-    step.cutHeader = headerless_ > 0 && headerlessIsCut_;
+    step.cut = headerless_ > 0 ? headerlessCut_ : HeaderRest::kNone;
     unattached_ += step.unattached ? 1 : 0;
-    step.torn = headerless_ == 1 || step.unattached || step.cutHeader;
+    const bool cut = step.cut != HeaderRest::kNone;
+    step.torn = headerless_ == 1 || step.unattached || cut;
     step.offset = headerless_ > 0 ? headerlessOffset_ : offset;
     step.from = previousOffset_;
-    if (step.torn && (torn_.size() < kMostTorn || step.cutHeader) && torn_.size() < 2 * kMostTorn) {
+    if (step.torn && (torn_.size() < kMostTorn || cut) && torn_.size() < 2 * kMostTorn) {
         torn_.push_back(step);
     }
     const auto lightest = std::min_element(widest_.begin(), widest_.end(),

@@ -35,7 +35,9 @@ struct Step {
     std::uint64_t from = 0;   ///< where the line in front of it begins
     bool torn = false;        ///< a line without header stands between, perhaps the rest of one
     bool unattached = false;  ///< and the line before it was ended by the device, not by its message
-    bool cutHeader = false;   ///< and it looks like the rest of a line that had a header
+    /// And what it begins with.
+    HeaderRest cut = HeaderRest::kNone;
+    bool ends = false; ///< a calibration line follows: nothing tells how wide the step is
 };
 
 /// How wide steps are in a log, by powers of two.
@@ -46,6 +48,8 @@ class StepWidths {
     std::int64_t Usual() const { return Quantile(99, 100); }
     /// What one step in four exceeds.
     std::int64_t Common() const { return Quantile(3, 4); }
+    /// Whether hardly any other step is as wide.
+    bool IsRare(std::int64_t width) const;
 
   private:
     std::int64_t Quantile(std::uint64_t parts, std::uint64_t of) const;
@@ -72,8 +76,14 @@ class RoundDetector {
     bool IsProven() const;
 
     /// Whether something looks like the rest of a line of which the beginning was overwritten. Raw data
-    /// without a header looks so, too.
+    /// without a header looks so, too, and so does the second line of a message.
     bool HoldsARest() const;
+
+    /// The same with a step in time as where rounds meet. It is any part of a second there.
+    bool HoldsARestAtAStep() const;
+
+    /// What is left of a header. A text that looks so has no step beside it as between no two other lines.
+    bool HoldsACut() const;
 
     /// A process that opened the log when it was full left a calibration line at its end, and the one at the
     /// start with its first line.
@@ -131,7 +141,7 @@ class RoundDetector {
     std::uint64_t headerless_ = 0;
     std::uint64_t headerlessOffset_ = 0;
     std::size_t unattached_ = 0;
-    bool headerlessIsCut_ = false;
+    HeaderRest headerlessCut_ = HeaderRest::kNone;
     bool headerlessIsUnattached_ = false;
     bool endedByDevice_ = false; ///< the line before
 };

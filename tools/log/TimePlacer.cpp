@@ -26,14 +26,19 @@ bool FollowsItsFiller(const LogPart& before, const LogPart& part) {
 
 /// When a log rolls into a backup, the line that filled it is the backup's last, and none follows later than
 /// its successor's calibration line.
-bool FollowsTheBackup(const LogPart& before, const LogPart& part) {
-    return Fills(before.last, *part.calibration, kSlowRollTakes) &&
+bool FollowsTheBackup(const LogPart& before, const LogPart& part, std::int64_t within) {
+    return Fills(before.last, *part.calibration, within) &&
            !Fills(part.second, *part.calibration, kRollTakes);
 }
 
 bool ShareAThread(const LogPart& a, const LogPart& b) {
     return std::any_of(a.threads.begin(), a.threads.end(),
                        [&](std::uint32_t thread) { return b.HasThread(thread); });
+}
+
+/// Whether the device had run for less time in a part than in the one before it.
+bool IsOfAnotherBoot(const LogPart& before, const LogPart& part) {
+    return before.BoundsUptime() && part.BoundsUptime() && part.mostFirstSecond < before.leastLastSecond;
 }
 
 /// Whether a thread of a part writes again in the same file before another process opens it.
@@ -61,11 +66,15 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
     for (std::size_t i = 0; i < parts.size(); ++i) {
         LogPart& part = parts[i];
         part.link = LinkOf(part, std::span(parts).subspan(i));
-        if (part.hidesSeam) {
-            part.certainty = kBoundByNothing;
+        // Where there is a backup, a log is not written over.
+        part.mayBeOlder = part.openerIsSilent && part.begin == 0 && before_ == nullptr;
+        if (part.hidesSeam || part.mayBeOlder) {
+            part.certainty = part.hidesSeam ? kBoundByNothing : Certainty::Assumed();
+            part.processIsKnown = part.processIsKnown && !part.mayBeOlder;
         }
         if (part.date) {
             PlaceDated(part);
+            part.certainty.earlier = part.doubtful && !part.hidesSeam ? 1 : part.certainty.earlier;
             HangBefore(part);
             dated_ = &part;
         } else if (part.calibration && dated_ != nullptr) {
@@ -81,14 +90,11 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
 }
 
 PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const {
-    if (before_ == nullptr || (part.begin > 0 && part.calibration)) {
+    if (before_ == nullptr || (part.calibration && (part.begin > 0 || IsOfAnotherBoot(*before_, part)))) {
         return PartLink::kOpening;
     }
     if (before_->file != part.file) {
-        // A roll into a backup leaves no line of its own.
-        const bool rolled = part.calibration && ((ShareAThread(*before_, part) && FitsClosely(part)) ||
-                                                 FollowsTheBackup(*before_, part));
-        return rolled ? PartLink::kRolled : PartLink::kOpening;
+        return part.calibration && IsRolled(part) ? PartLink::kRolled : PartLink::kOpening;
     }
     if (!part.calibration) {
         // Rounds of which the beginnings were overwritten. What is left of one may show few of the threads.
@@ -97,6 +103,15 @@ PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHe
     // Opened at its full end and gone on at its start with the first line, all by one process.
     const bool opened = before_->date && before_->stamped == 1 && FitsClosely(part);
     return opened || FollowsItsFiller(*before_, part) ? PartLink::kContinues : PartLink::kOpening;
+}
+
+/// A roll into a backup leaves no line of its own.
+bool TimePlacer::IsRolled(const LogPart& part) const {
+    if (part.date && BeganWithTheDevice(*part.date, part.calibration->counter)) {
+        return FollowsTheBackup(*before_, part, kRollTakes); // The dates of any boot fit.
+    }
+    return (ShareAThread(*before_, part) && FitsClosely(part)) ||
+           FollowsTheBackup(*before_, part, kSlowRollTakes);
 }
 
 std::int64_t TimePlacer::StartAfter(const LogPart& part) const {
@@ -119,13 +134,14 @@ void TimePlacer::PlaceDated(LogPart& part) {
         part.run = dated_->run;
         part.start += *unseen * kCounterPeriod;
         dated_->certainty.later = *unseen;
+        dated_->TakeAsItStands();
         return;
     }
     // A date that misses by a little was read late, or is one in four of those of a clock that was set.
     const WallOffset::Fit fit = wall.Compare(*part.date, part.start);
     const std::size_t oldRun = dated_->run;
     BeginRun(part, LogRun{WallOffset(*part.date, 0)});
-    if (fit.misfit > kDateTakes || fit.unseen < 0) {
+    if (!dated_->doubtful && (fit.misfit > kDateTakes || fit.unseen < 0)) {
         settings_.push_back({oldRun, dated_->start, part.run});
         dated_->certainty = kBoundByNothing;
     }

@@ -37,6 +37,7 @@ class TimePlacer {
 
   private:
     PartLink LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const;
+    bool IsRolled(const LogPart& part) const;
     bool FitsClosely(const LogPart& part) const;
     void PlaceDated(LogPart& part);
     void HangBefore(LogPart& dated);

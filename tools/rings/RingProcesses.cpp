@@ -1,5 +1,6 @@
 #include "tools/rings/RingProcesses.h"
 
+#include "catalogue/OwnEvents.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -19,6 +20,13 @@ std::span<RingRecord> StretchOf(Ring& ring, std::size_t index) {
 }
 
 } // namespace
+
+std::optional<std::uint32_t> RingSet::Writer() const {
+    const auto own = std::find_if(rings.begin(), rings.end(), [](const Ring& ring) {
+        return ring.index == Nima::Catalogue::kOwnRing && !ring.records.empty();
+    });
+    return own != rings.end() ? std::optional(own->records.back().data.threadId) : std::nullopt;
+}
 
 void TellProcesses(RingSet& set, Findings& findings) {
     set.processes = 1;

@@ -131,7 +131,7 @@ void RingSource::PlaceNewest(Axis& axis) {
     for (auto& [file, placed] : AllHeld()) {
         std::optional<Tie> tie = axis.TieOfFile(file);
         if (placed.set.ticks && placed.set.date) {
-            tie = axis.TieOf(*placed.set.ticks, *placed.set.date);
+            tie = axis.TieOf(*placed.set.ticks, *placed.set.date, placed.set.Writer());
             axis.SetWall();
             placed.head = tie->time;
         }
@@ -179,10 +179,14 @@ void RingSource::MarkCallbacks(Axis& axis) const {
     }
 }
 
-/// What a dump holds was written before it ended, however its rings are ordered.
-Certainty RingSource::CertaintyOf(const PlacedRings& placed, std::int64_t time) {
+/// What the process that wrote a dump has in it was written before the dump ended, however its rings are
+/// ordered. An earlier process may have been of another boot, whose wall clock ran ahead.
+Certainty RingSource::CertaintyOf(const PlacedRings& placed, const RingRecord& record, std::int64_t time) {
     Certainty certainty = placed.certainty;
-    if (placed.head) {
+    const bool ofWriter = record.process + std::size_t{1} == placed.set.processes &&
+                          placed.owners[record.process].ProcessOf(record.data.threadId) ==
+                              placed.owners.back().ProcessOf(placed.set.Writer());
+    if (placed.head && ofWriter) {
         certainty.later = std::max<std::int64_t>(*placed.head + kDumpTakes - time, 0) / kSecond + 1;
     }
     return certainty;
@@ -211,7 +215,7 @@ bool RingSource::TellRing(const Held& held, std::size_t index, const EventVisito
         TimelineEvent event;
         event.kind = EventKind::kRing;
         event.time = TimeOf(placed, index, record);
-        event.certainty = CertaintyOf(placed, *event.time);
+        event.certainty = CertaintyOf(placed, record, *event.time);
         event.file = held.file;
         event.thread = record.data.threadId;
         event.process = placed.owners[record.process].ProcessOf(event.thread);

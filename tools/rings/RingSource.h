@@ -33,7 +33,7 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
 
   private:
     std::optional<PlacedRings> ReadContent(FolderFile& file, InputFile& input) override;
-    static Certainty CertaintyOf(const PlacedRings& placed, std::int64_t time);
+    static Certainty CertaintyOf(const PlacedRings& placed, const RingRecord& record, std::int64_t time);
     bool Tell(const Held& held, const EventVisitor& visitor) const override;
     bool TellRing(const Held& held, std::size_t index, const EventVisitor& visitor) const;
 

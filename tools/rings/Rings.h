@@ -50,6 +50,9 @@ struct RingSet {
     std::optional<std::int64_t> ticks;
     std::vector<Ring> rings;
     std::size_t processes = 1; ///< that used the rings one after the other
+
+    /// The thread that wrote the set as text: the library records the steps of that in its own ring.
+    std::optional<std::uint32_t> Writer() const;
 };
 
 } // namespace NimaPost

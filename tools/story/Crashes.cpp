@@ -1,6 +1,5 @@
 #include "tools/story/Crashes.h"
 
-#include "catalogue/OwnEvents.h"
 #include "tools/base/CounterClock.h"
 #include "tools/crash/Notification.h"
 #include "tools/story/FileTimes.h"
@@ -13,28 +12,15 @@ namespace NimaPost {
 
 namespace {
 
-/// The library records the steps of a capture in its own ring, on the thread that failed.
-std::optional<std::uint32_t> FailingThread(const CrashLog& log) {
-    for (const Ring& ring : log.rings.rings) {
-        if (ring.index == Nima::Catalogue::kOwnRing && !ring.records.empty()) {
-            return ring.records.back().data.threadId;
-        }
-    }
-    return std::nullopt;
-}
-
-/// A date is cut, so the crash may be later within its second.
-Certainty OfDate(const PlacedCrash& crash) {
-    Certainty certainty{0, 0, false};
-    certainty.originLater = std::max<std::int64_t>(0, (crash.log.date->second + 1) * kSecond - *crash.time);
-    return certainty;
-}
-
 class Finder {
   public:
     Finder(const std::vector<FolderFile>& files, const SourceSet& sources, const LastEvents& lastEvents,
            Axis& axis)
-        : files_(files), sources_(sources), lastEvents_(lastEvents), axis_(axis) {}
+        : files_(files),
+          sources_(sources),
+          lastEvents_(lastEvents),
+          axis_(axis),
+          order_(axis.AllProcesses()) {}
 
     std::vector<Crash> Run() {
         TakeLogs();
@@ -43,10 +29,10 @@ class Finder {
                 deaths_.push_back(std::move(death));
             }
         }
-        PlaceDeaths();
         for (Crash& crash : crashes_) {
             FindProcess(crash);
         }
+        PlaceDeaths();
         return std::move(crashes_);
     }
 
@@ -62,9 +48,9 @@ class Finder {
             crash.log = &placed;
             crash.files = {file};
             crash.time = placed.time;
-            crash.certainty = placed.time ? OfDate(placed) : Certainty::Assumed();
+            crash.certainty = placed.certainty;
             crash.after = placed.after;
-            crash.thread = FailingThread(placed.log);
+            crash.thread = placed.log.rings.Writer();
             crashes_.push_back(std::move(crash));
         }
     }
@@ -134,7 +120,7 @@ class Finder {
                 times.Compare(*modified, *crash.time, true);
             }
         }
-        for (const auto& [file, last] : lastEvents_) {
+        for (const auto& [file, last] : lastEvents_.ofFile) {
             if (files_[file].modified) {
                 times.Compare(*files_[file].modified, last, false);
             }
@@ -148,17 +134,14 @@ class Finder {
             return;
         }
         const FileTimes times = axis_.HasWall() ? KnownFileTimes() : FileTimes();
-        std::optional<std::int64_t> last;
-        for (const auto& [file, time] : lastEvents_) {
-            last = std::max(last, std::optional(time));
-        }
+        std::optional<EventOrder::Key> last = lastEvents_.ofAll;
         for (const Crash& crash : crashes_) {
-            last = std::max(last, crash.time);
+            last = crash.time ? std::max(last, std::optional(order_.KeyOf(crash.time, crash.boot))) : last;
         }
         for (Crash& death : deaths_) {
             const auto& modified = files_[death.files.front()].modified;
             const auto written = modified ? times.Local(*modified) : std::nullopt;
-            death.time = last ? std::optional(*last + 1) : written;
+            death.time = last ? std::optional(last->second + 1) : written;
             death.certainty = Certainty::Assumed();
             death.after = written ? CrashEvidence::kFileTime : CrashEvidence::kAssumed;
             if (written && death.time) {
@@ -190,8 +173,8 @@ class Finder {
                                   (kept ? ", but no later than the file's own time." : std::string("."))});
         if (!kept) {
             axis_.State({"file-times-unusable",
-                         "The files' own times fit no date in them: they were not kept when the files were "
-                         "copied, and tell nothing about when a stack trace was written."});
+                         "The files' own times fit no date in them, as if they were not kept when the files "
+                         "were copied: they tell nothing about when a stack trace was written."});
         }
     }
 
@@ -199,8 +182,8 @@ class Finder {
     void Insert(Crash death) {
         const std::int64_t latest = Latest(death);
         auto at = crashes_.end();
-        while (at != crashes_.begin() && std::prev(at)->log != nullptr && std::prev(at)->time &&
-               *std::prev(at)->time > latest) {
+        while (order_.IsThatOfTimes() && at != crashes_.begin() && std::prev(at)->log != nullptr &&
+               std::prev(at)->time && *std::prev(at)->time > latest) {
             --at;
         }
         if (at == crashes_.begin()) {
@@ -225,6 +208,7 @@ class Finder {
     const SourceSet& sources_;
     const LastEvents& lastEvents_;
     Axis& axis_;
+    EventOrder order_;
     std::vector<Crash> crashes_;
     std::vector<Crash> deaths_; ///< that left only stack traces
 };

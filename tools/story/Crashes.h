@@ -4,6 +4,7 @@
 #include "tools/axis/Source.h"
 #include "tools/crash/CrashSource.h"
 #include "tools/crash/StackTraceSource.h"
+#include "tools/story/EventOrder.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -29,8 +30,11 @@ struct Crash {
     std::optional<std::size_t> process;
 };
 
-/// When the last event of each file happened, as far as it has a time.
-using LastEvents = std::map<std::size_t, std::int64_t>;
+/// The last events that have a time.
+struct LastEvents {
+    std::map<std::size_t, std::int64_t> ofFile;
+    std::optional<EventOrder::Key> ofAll;
+};
 
 /// The crashes of a folder, the oldest first. States on the axis what their places rest on.
 std::vector<Crash> FindCrashes(const std::vector<FolderFile>& files, const SourceSet& sources,

@@ -14,37 +14,10 @@ bool IsText(EventKind kind) {
 } // namespace
 
 MergedStory::MergedStory(const Story& story, Selection& selection, SelectedEvents::Admits admits)
-    : story_(story), selection_(selection), admits_(std::move(admits)) {
-    FindBootOrder();
-}
-
-/// A clock that was set back between two boots puts the later one's times before the earlier one's.
-void MergedStory::FindBootOrder() {
-    boots_ = BeginningsOf(story_.Time().AllProcesses());
-    std::int64_t ended = std::numeric_limits<std::int64_t>::min();
-    bool inOrder = true;
-    for (const auto& [boot, began] : boots_) {
-        inOrder = inOrder && began >= ended;
-        for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
-            ended = facts.boot == boot && facts.last ? std::max(ended, *facts.last) : ended;
-        }
-    }
-    if (inOrder) {
-        boots_.clear();
-    }
-}
+    : story_(story), selection_(selection), admits_(std::move(admits)), order_(story.Time().AllProcesses()) {}
 
 MergedStory::Key MergedStory::KeyOf(const TimelineEvent& event) const {
-    if (!event.time) {
-        return {std::numeric_limits<std::size_t>::max(), 0};
-    }
-    std::size_t boot = boots_.empty() ? 0 : event.boot.value_or(0);
-    for (const auto& [number, began] : boots_) {
-        if (!event.boot && (boot == 0 || began <= *event.time)) {
-            boot = number;
-        }
-    }
-    return {boot, *event.time};
+    return order_.KeyOf(event.time, event.boot);
 }
 
 void MergedStory::KeepOthers() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/story/EventOrder.h"
 #include "tools/story/SelectedEvents.h"
 #include "tools/story/Selection.h"
 #include "tools/story/Story.h"
@@ -7,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -27,17 +27,15 @@ class MergedStory {
     void ForEach(const std::function<void(const TimelineEvent&)>& visitor);
 
   private:
-    /// The order of boots, where times alone do not give it, and the time.
-    using Key = std::pair<std::size_t, std::int64_t>;
+    using Key = EventOrder::Key;
 
-    void FindBootOrder();
     Key KeyOf(const TimelineEvent& event) const;
     void KeepOthers();
 
     const Story& story_;
     Selection& selection_;
     SelectedEvents::Admits admits_;
-    std::map<std::size_t, std::int64_t> boots_; ///< when each began; empty where times give their order
+    EventOrder order_;
     std::vector<std::pair<Key, KeptEvent>> others_;
 };
 

@@ -2,6 +2,7 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/story/MergedStory.h"
+#include "tools/story/TimeBound.h"
 
 #include <algorithm>
 
@@ -15,8 +16,9 @@ constexpr std::int64_t kShortestGap = 2 * kSecond;
 
 class Collector {
   public:
-    explicit Collector(const std::vector<Crash>& crashes) : crashes_(crashes) {
-        result_.firstErrors.resize(crashes.size());
+    explicit Collector(const Story& story)
+        : crashes_(story.Crashes()), hasOneBoot_(BeginningsOf(story.Time().AllProcesses()).size() < 2) {
+        result_.firstErrors.resize(crashes_.size());
     }
 
     void Take(const TimelineEvent& event) {
@@ -77,33 +79,45 @@ class Collector {
             return;
         }
         errors_.try_emplace(event.process, KeptEvent(event));
-        if (!anyError_) {
-            anyError_.emplace(event);
-        }
+        errorsOfBoot_.try_emplace(event.boot, KeptEvent(event));
     }
 
     void TakeCrash(const TimelineEvent& crash) {
         const auto known = std::find_if(crashes_.begin(), crashes_.end(),
                                         [&](const Crash& each) { return each.files.front() == crash.file; });
-        const auto own = errors_.find(crash.process);
         auto& error = result_.firstErrors.at(static_cast<std::size_t>(known - crashes_.begin()));
-        if (!crash.process) {
-            error = anyError_;
-        } else if (own != errors_.end()) {
-            error = own->second;
+        if (crash.process) {
+            error = ErrorIn(errors_, crash.process, crash);
+        } else if (crash.boot || hasOneBoot_) {
+            error = ErrorIn(errorsOfBoot_, BootOf(crash), crash);
         }
         errors_.clear();
-        anyError_.reset();
+        errorsOfBoot_.clear();
+    }
+
+    /// Where nothing tells a crash's boot, only the one boot that there is.
+    std::optional<std::size_t> BootOf(const TimelineEvent& crash) const {
+        return !crash.boot && errorsOfBoot_.size() == 1 ? errorsOfBoot_.begin()->first : crash.boot;
+    }
+
+    using Errors = std::map<std::optional<std::size_t>, KeptEvent>;
+
+    static std::optional<KeptEvent> ErrorIn(const Errors& errors, std::optional<std::size_t> number,
+                                            const TimelineEvent& crash) {
+        const auto found = errors.find(number);
+        const bool before = found != errors.end() && crash.time && found->second.Time() <= *crash.time;
+        return before ? std::optional(found->second) : std::nullopt;
     }
 
     const std::vector<Crash>& crashes_;
+    bool hasOneBoot_;
     Statistics result_;
     std::pair<EventKind, std::string> key_;
     std::string level_;
     std::optional<std::int64_t> lastLine_;
     std::optional<std::size_t> lastProcess_;
-    std::map<std::optional<std::size_t>, KeptEvent> errors_;
-    std::optional<KeptEvent> anyError_;
+    Errors errors_;       ///< the first of each process
+    Errors errorsOfBoot_; ///< and of each boot
 };
 
 } // namespace
@@ -113,7 +127,7 @@ std::optional<std::int64_t> Statistics::Length() const {
 }
 
 Statistics StatisticsOf(const Story& story) {
-    Collector collector(story.Crashes());
+    Collector collector(story);
     Selection everything;
     MergedStory(story, everything, [](const TimelineEvent& /*event*/) {
         return true;

@@ -31,8 +31,8 @@ struct Statistics {
     std::map<std::size_t, std::uint64_t> files; ///< events, by the folder's files
     std::optional<std::int64_t> first;
     std::optional<std::int64_t> last;
-    /// The first line at ERROR or FATAL before each crash, after the one before: of the same process where
-    /// that is known.
+    /// The first line at ERROR or FATAL before each crash, after the one before: of the same process, or
+    /// where that is not known of the same boot.
     std::vector<std::optional<KeptEvent>> firstErrors;
     std::vector<Gap> gaps; ///< the longest of all first
 

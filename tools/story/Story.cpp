@@ -1,6 +1,7 @@
 #include "tools/story/Story.h"
 
 #include "tools/story/Collection.h"
+#include "tools/story/EventOrder.h"
 #include "tools/story/Folder.h"
 
 #include <algorithm>
@@ -35,6 +36,12 @@ bool Story::Read(Device& device, const std::string& where, std::string& problem)
     if (hasManifest) {
         ReportContradictions(axis_, files_[manifests->All().front().file]);
     }
+    if (!EventOrder(axis_.AllProcesses()).IsThatOfTimes()) {
+        axis_.State({"boots-out-of-order",
+                     "By their dates, boots do not follow each other. Lists are in the order of boots; the "
+                     "timeline and "
+                     "the page, which draw dates, are not."});
+    }
     crashes_ = FindCrashes(files_, sources_, FindLastEvents(), axis_);
     const bool any = std::any_of(files_.begin(), files_.end(), [](const FolderFile& file) {
         return file.row != nullptr && file.row->isEvidence && !file.unusable;
@@ -60,15 +67,21 @@ void Story::ForEach(const std::function<bool(EventKind)>& isWanted, const EventV
 /// Needed only where something without a date comes after everything else: logs are read once more for it.
 LastEvents Story::FindLastEvents() const {
     LastEvents last;
-    if (Find<StackTraceSource>() != nullptr) {
-        ForEach([&](const TimelineEvent& event) {
-            if (event.time) {
-                std::int64_t& time = last.try_emplace(event.file, *event.time).first->second;
-                time = std::max(time, *event.time);
-            }
-            return true;
-        });
+    if (Find<StackTraceSource>() == nullptr) {
+        return last;
     }
+    const EventOrder order(axis_.AllProcesses());
+    ForEach([&](const TimelineEvent& event) {
+        if (event.time) {
+            const EventOrder::Key key = order.KeyOf(event.time, event.boot);
+            std::int64_t& ofFile = last.ofFile.try_emplace(event.file, *event.time).first->second;
+            // Lines of logs are told first and in their order, whatever their times are.
+            const bool isLine = event.kind == EventKind::kText;
+            ofFile = isLine ? *event.time : std::max(ofFile, *event.time);
+            last.ofAll = isLine ? key : std::max(last.ofAll, std::optional(key));
+        }
+        return true;
+    });
     return last;
 }
 
@@ -79,6 +92,16 @@ Findings Story::AllDamage() const {
         damage.damage = file.findings.damage;
         all.Append(file.name, damage);
     }
+    return all;
+}
+
+Findings Story::AllFindings() const {
+    Findings all;
+    for (const FolderFile& file : files_) {
+        all.Append(file.name, file.findings);
+    }
+    const auto& statement = axis_.Statement();
+    all.remarks.insert(all.remarks.end(), statement.begin(), statement.end());
     return all;
 }
 

@@ -44,6 +44,8 @@ class Story {
 
     /// What is damaged, with the files' names.
     Findings AllDamage() const;
+    /// That, what is remarkable about the files, and how times were recovered.
+    Findings AllFindings() const;
     /// The files that must not be written over: all of them, and the dictionary, but for what the program has
     /// written itself.
     std::vector<FileIdentity> Inputs() const;
