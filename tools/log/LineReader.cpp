@@ -115,6 +115,12 @@ LogLine LineReader::Parse(std::string_view line) const {
     return parsed;
 }
 
+LogLine LineReader::ParseHeader(std::string_view line) const {
+    LogLine parsed = ParseLogHeader(line);
+    parsed.stamped = parsed.stamped && !(joined_ && !stamped_);
+    return parsed;
+}
+
 /// 0 when the end of the line is not in the buffer yet.
 std::size_t LineReader::LineLength(std::string_view rest) const {
     std::size_t length = 0;

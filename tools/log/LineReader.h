@@ -26,6 +26,8 @@ class LineReader {
     bool Joined() const { return joined_; }
     /// That line taken apart.
     LogLine Parse(std::string_view line) const;
+    /// Of a log of lines, as `ParseLogHeader` does.
+    LogLine ParseHeader(std::string_view line) const;
 
   private:
     static constexpr std::size_t kBlock = 1 << 20;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "catalogue/Levels.h"
+#include "catalogue/Marks.h"
 #include "tools/base/WallClock.h"
 
 #include <cstddef>
@@ -48,7 +49,9 @@ inline constexpr std::span kLevelNames = std::span(Nima::Catalogue::kLevelNames)
 
 /// Takes a line apart, given with or without its end. A line without a header is all message.
 LogLine ParseLogLine(std::string_view text);
-/// The same for a record of the memory queue's file.
+/// The same, but for the body of a line that is none of calibration: time and thread are in the header.
+LogLine ParseLogHeader(std::string_view text);
+/// The same as the first for a record of the memory queue's file.
 LogLine ParseQueueRecord(std::string_view text);
 
 /// The date of a calibration line.
@@ -59,7 +62,9 @@ std::optional<RawDate> CalibrationDate(const LogLine& line);
 std::optional<std::uint32_t> OrderedThread(const LogLine& line);
 
 /// Whether a line is one of calibration, whatever its date.
-bool IsCalibration(const LogLine& line);
+inline bool IsCalibration(const LogLine& line) {
+    return line.level == Nima::Catalogue::kCalibrationLevel;
+}
 
 /// Of a counter, in digits: nanoseconds of a second, and the seconds that a device can have run.
 inline constexpr std::size_t kLongestCounter = 10;

@@ -80,7 +80,7 @@ std::vector<LogPart> PartsOf(const InputFile& file, ByteRange range) {
     Divider divider(range.begin);
     LineReader reader(file, LogKind::kLines, range.begin, range.end);
     for (std::string_view text; reader.Next(text);) {
-        divider.Line(reader.Parse(text), reader.Offset());
+        divider.Line(reader.ParseHeader(text), reader.Offset());
     }
     return divider.Finish(range.end);
 }
@@ -175,7 +175,7 @@ LogSurvey SurveyLog(const InputFile& file) {
     Divider divider(0);
     LineReader reader(file, LogKind::kLines, 0, file.Size());
     for (std::string_view text; reader.Next(text); ++survey.lines) {
-        const LogLine line = reader.Parse(text);
+        const LogLine line = reader.ParseHeader(text);
         survey.torn += reader.Joined() ? 1 : 0;
         detector.Line(line, text, reader.Offset());
         divider.Line(line, reader.Offset());
