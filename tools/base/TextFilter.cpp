@@ -28,6 +28,20 @@ TextFilter::Fate TextFilter::Continue(std::string_view line) {
     return fate_ = !all ? Fate::kMissing : refused_.empty() ? Fate::kShow : Fate::kUnlessBad;
 }
 
+std::vector<const Pattern*> TextFilter::Needed() const {
+    const bool allRefusedArePlain =
+        std::all_of(refused_.begin(), refused_.end(), [](const Pattern& each) { return each.IsPlain(); });
+    const auto limited = std::count_if(wanted_.begin(), wanted_.end(),
+                                       [](const Wanted& each) { return !each.pattern.IsPlain(); });
+    std::vector<const Pattern*> needed;
+    for (const Wanted& each : wanted_) {
+        if (allRefusedArePlain && (limited == 0 || (limited == 1 && !each.pattern.IsPlain()))) {
+            needed.push_back(&each.pattern);
+        }
+    }
+    return needed;
+}
+
 std::uint64_t TextFilter::GivenUp() const {
     const std::uint64_t wanted =
         std::accumulate(wanted_.begin(), wanted_.end(), std::uint64_t{0},

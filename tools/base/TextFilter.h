@@ -36,6 +36,10 @@ class TextFilter {
         return fate == Fate::kShow || fate == Fate::kUnlessBad;
     }
 
+    /// What every message that is shown holds, as far as it can be looked for by itself: where a search that
+    /// is left out could be one that goes on for too long, and is told of, none is named.
+    std::vector<const Pattern*> Needed() const;
+
     /// How many searches went on for too long and count as if nothing were found.
     std::uint64_t GivenUp() const;
 

@@ -19,27 +19,53 @@ std::int64_t QueueClock::Next(const RawDate& date) {
 }
 
 bool LogCursor::Next() {
-    while (!reader_ || !reader_->Next(text_)) {
-        if (next_ == parts_.size()) {
+    while (NextLine()) {
+        Take();
+        if (sieve_ == nullptr || PassesSieve()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool LogCursor::NextLine() {
+    for (;;) {
+        const bool anyLine = reader_ && reader_->Next(text_);
+        if (anyLine && reader_->Offset() < stretch_.end) {
+            return true;
+        }
+        LogStretch last = std::move(stretch_);
+        if (!stretches_.Next(stretch_)) {
+            reader_.reset();
             return false;
         }
-        BeginPart(parts_[next_++]);
+        if (anyLine && stretch_.part == last.part && stretch_.begin == last.end) {
+            return true;
+        }
+        if (stretch_.part != last.part) {
+            BeginPart(*stretch_.part);
+        }
+        reader_.emplace(files_[stretch_.part->file]->file, files_[stretch_.part->file]->kind, stretch_.begin,
+                        stretch_.part->end);
+        clock_ = stretch_.clock;
     }
-    Take();
-    return true;
+}
+
+/// Whether the line is of a message that the sieve admits. A line without header goes with those before it.
+bool LogCursor::PassesSieve() {
+    admitted_ = entry_.line.hasHeader ? sieve_->Admits(entry_.line) : admitted_;
+    return admitted_;
 }
 
 void LogCursor::BeginPart(const LogPart& part) {
     const LogFile& file = *files_[part.file];
     const LogRun& run = runs_[part.run];
-    reader_.emplace(file.file, file.kind, part.begin, part.end);
     entry_ = LogEntry();
     entry_.part = &part;
     entry_.certainty = part.certainty;
     entry_.hasWall = file.kind == LogKind::kQueue || run.wall.has_value();
     entry_.certainty.originLater = run.wall ? run.wall->Spread() : 0;
     origin_ = part.start + OriginOf(run);
-    clock_ = CounterClock();
     queueClock_ = QueueClock();
 }
 

@@ -29,6 +29,10 @@ class LogFilter {
     using Fate = TextFilter::Fate;
     Fate Judge(const LogLine& line, std::string_view text);
 
+    const std::vector<std::string>& Levels() const { return levels_; }
+    const std::vector<std::string>& Tracers() const { return tracers_; }
+    const TextFilter* Texts() const { return texts_; }
+
     /// Whether a message may be shown that begins with a line of these.
     bool AdmitsHeader(std::string_view level, std::string_view tracer, std::uint32_t thread) const;
 

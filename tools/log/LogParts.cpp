@@ -5,6 +5,7 @@
 #include "tools/log/Rounds.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace NimaPost {
@@ -14,13 +15,27 @@ namespace {
 /// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
 constexpr std::size_t kMostParts = 1 << 18;
 
+/// How far marks are apart: a share of the file, but not too little.
+constexpr std::uint64_t kMostMarks = 1024;
+constexpr std::uint64_t kLeastBetweenMarks = 1 << 18;
+/// Each mark has a clock, which knows the threads. With many of them there are fewer marks, and beyond what
+/// any device has there are none, since the clock does not keep all of them either.
+constexpr std::uint64_t kFewThreads = 16;
+constexpr std::uint64_t kManyThreads = 1024;
+
 /// Divides a range of lines at calibration lines and runs the clock over each part.
 class Divider {
   public:
-    explicit Divider(std::uint64_t begin) { part_.begin = begin; }
+    Divider(std::uint64_t begin, std::uint64_t fileSize)
+        : betweenMarks_(std::max(fileSize / kMostMarks, kLeastBetweenMarks)) {
+        part_.begin = begin;
+        nextMark_ = begin + betweenMarks_;
+    }
 
-    void Line(const LogLine& line, std::uint64_t offset) {
+    /// A line is whole if the one before it has an end.
+    void Line(const LogLine& line, std::uint64_t offset, bool whole) {
         if (!line.hasHeader) {
+            part_.beginsInside = part_.beginsInside || offset == part_.begin;
             return;
         }
         const bool calibrates = IsCalibration(line);
@@ -31,6 +46,9 @@ class Divider {
         }
         if (!line.stamped) {
             return;
+        }
+        if (offset >= nextMark_ && whole && !calibrates && part_.stamped > 0) {
+            Mark(offset);
         }
         if (part_.stamped++ == 0) {
             part_.firstCounter = line.counter;
@@ -50,6 +68,18 @@ class Divider {
     }
 
   private:
+    void Mark(std::uint64_t offset) {
+        std::uint64_t threads = 0;
+        clock_.ForEachThread([&](std::uint32_t /*thread*/) { ++threads; });
+        if (threads > kManyThreads) {
+            part_.marks.clear();
+            nextMark_ = std::numeric_limits<std::uint64_t>::max();
+            return;
+        }
+        part_.marks.push_back({offset, clock_});
+        nextMark_ = offset + betweenMarks_ * (1 + threads / kFewThreads);
+    }
+
     void Close(std::uint64_t at) {
         part_.end = at;
         part_.length = clock_.Frontier();
@@ -64,23 +94,27 @@ class Divider {
         std::sort(part_.threads.begin(), part_.threads.end());
         part_.threads.erase(std::unique(part_.threads.begin(), part_.threads.end()), part_.threads.end());
         if (part_.end > part_.begin) {
-            parts_.push_back(part_);
+            parts_.push_back(std::move(part_));
         }
         part_ = LogPart();
         part_.begin = at;
+        nextMark_ = at + betweenMarks_;
         clock_ = CounterClock();
     }
 
     std::vector<LogPart> parts_;
     LogPart part_;
     CounterClock clock_;
+    std::uint64_t betweenMarks_;
+    std::uint64_t nextMark_;
 };
 
 std::vector<LogPart> PartsOf(const InputFile& file, ByteRange range) {
-    Divider divider(range.begin);
+    Divider divider(range.begin, file.Size());
     LineReader reader(file, LogKind::kLines, range.begin, range.end);
-    for (std::string_view text; reader.Next(text);) {
-        divider.Line(reader.ParseHeader(text), reader.Offset());
+    bool whole = false;
+    for (std::string_view text; reader.Next(text); whole = text.ends_with('\n')) {
+        divider.Line(reader.ParseHeader(text), reader.Offset(), whole);
     }
     return divider.Finish(range.end);
 }
@@ -172,13 +206,15 @@ bool LogPart::HasThread(std::uint32_t thread) const {
 LogSurvey SurveyLog(const InputFile& file) {
     LogSurvey survey;
     RoundDetector detector;
-    Divider divider(0);
+    Divider divider(0, file.Size());
+    bool whole = false;
     LineReader reader(file, LogKind::kLines, 0, file.Size());
-    for (std::string_view text; reader.Next(text); ++survey.lines) {
+    for (std::string_view text; reader.Next(text); whole = text.ends_with('\n')) {
+        ++survey.lines;
         const LogLine line = reader.ParseHeader(text);
         survey.torn += reader.Joined() ? 1 : 0;
         detector.Line(line, text, reader.Offset());
-        divider.Line(line, reader.Offset());
+        divider.Line(line, reader.Offset(), whole);
     }
     const Rounds rounds = detector.Judge(file.Size());
     survey.hidesSeam = rounds.hidden;
