@@ -6,11 +6,15 @@
 namespace NimaPost {
 
 TextFilter::Fate TextFilter::Begin(std::string_view line) {
+    Restart();
+    return Continue(line);
+}
+
+void TextFilter::Restart() {
     for (Wanted& each : wanted_) {
         each.found = false;
     }
     fate_ = Fate::kMissing;
-    return Continue(line);
 }
 
 TextFilter::Fate TextFilter::Continue(std::string_view line) {

@@ -28,6 +28,8 @@ class TextFilter {
         kUnlessBad ///< shown unless a further line holds what is refused
     };
     Fate Begin(std::string_view line);
+    /// Before a first line that continues a message of which the begin is not there.
+    void Restart();
     Fate Continue(std::string_view line);
 
     /// Of a message of one line.

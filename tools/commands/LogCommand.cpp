@@ -138,6 +138,7 @@ struct Wanted {
 void ForEachWanted(Wanted& wanted, const ShownLines::Show& show) {
     const auto run = [&](const ShownLines::Show& each) {
         wanted.selection.BeginCount();
+        wanted.filter.Restart();
         ShownLines shown(wanted.filter, each);
         const LineSieve sieve(wanted.filter);
         wanted.logs.ForEach(

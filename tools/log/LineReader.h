@@ -30,7 +30,7 @@ class LineReader {
     LogLine ParseHeader(std::string_view line) const;
 
   private:
-    static constexpr std::size_t kBlock = 1 << 20;
+    static constexpr std::size_t kBlock = 1 << 18;
     static constexpr std::size_t kLongestLine = 1 << 16;
 
     bool NextPiece(std::string_view& piece);

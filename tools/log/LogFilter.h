@@ -25,6 +25,8 @@ class LogFilter {
     /// The message has to be one of these as well, which outlive the filter.
     void SetTexts(TextFilter& texts) { texts_ = &texts; }
 
+    /// To be called before what was judged is judged once more from its begin.
+    void Restart();
     /// What becomes of a line, and of those of its message that were undecided so far.
     using Fate = TextFilter::Fate;
     Fate Judge(const LogLine& line, std::string_view text);

@@ -37,7 +37,7 @@ constexpr auto kHexValues = [] {
 }();
 
 /// Eight digits, of a text that has as many characters.
-bool ReadThread(const char* text, std::uint32_t& thread) {
+inline bool ReadThread(const char* text, std::uint32_t& thread) {
     const auto digit = [&](std::size_t i) -> std::uint32_t {
         return kHexValues[static_cast<unsigned char>(text[i])];
     };
@@ -128,12 +128,18 @@ bool TakeHeader(std::string_view& text, LogLine& line) {
 
 /// How long the level is that a text begins with and that ends there; 0 for none.
 std::size_t LevelLength(std::string_view text) {
-    const auto begins = [&](std::string_view level) {
-        return text.size() >= level.size() + kLevelEnd.size() && text[0] == level[0] &&
-               text.starts_with(level) && text.substr(level.size()).starts_with(kLevelEnd);
-    };
-    const auto found = std::find_if(kLevelNames.begin(), kLevelNames.end(), begins);
-    return found != kLevelNames.end() ? found->size() : begins(kCalibration) ? kCalibration.size() : 0;
+    for (const std::size_t length : {4U, 5U, 3U}) {
+        if (text.size() < length + kLevelEnd.size() || text[length] != kLevelEnd[0]) {
+            continue;
+        }
+        const auto is = [&](std::string_view level) {
+            return level.size() == length && std::memcmp(level.data(), text.data(), level.size()) == 0;
+        };
+        const bool known = text.substr(length).starts_with(kLevelEnd) &&
+                           (is(kCalibration) || std::any_of(kLevelNames.begin(), kLevelNames.end(), is));
+        return known ? length : 0;
+    }
+    return 0;
 }
 
 /// "<WARN> <Engine> message", or text without these.
@@ -199,10 +205,6 @@ std::optional<RawDate> CalibrationDate(const LogLine& line) {
     const auto date = TakeCompactDate(rest);
     // Where the line was cut the last digits may be gone.
     return rest.starts_with(Nima::Catalogue::kCalibrationType) ? date : std::nullopt;
-}
-
-std::optional<std::uint32_t> OrderedThread(const LogLine& line) {
-    return IsCalibration(line) ? std::nullopt : std::optional(line.thread);
 }
 
 std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text) {

@@ -57,13 +57,15 @@ LogLine ParseQueueRecord(std::string_view text);
 /// The date of a calibration line.
 std::optional<RawDate> CalibrationDate(const LogLine& line);
 
-/// The thread, of a line that stands after all earlier ones of its thread. A calibration line does not: the
-/// line that made a log roll is stamped before it and stored after it.
-std::optional<std::uint32_t> OrderedThread(const LogLine& line);
-
 /// Whether a line is one of calibration, whatever its date.
 inline bool IsCalibration(const LogLine& line) {
     return line.level == Nima::Catalogue::kCalibrationLevel;
+}
+
+/// The thread, of a line that stands after all earlier ones of its thread. A calibration line does not: the
+/// line that made a log roll is stamped before it and stored after it.
+inline std::optional<std::uint32_t> OrderedThread(const LogLine& line) {
+    return IsCalibration(line) ? std::nullopt : std::optional(line.thread);
 }
 
 /// Of a counter, in digits: nanoseconds of a second, and the seconds that a device can have run.

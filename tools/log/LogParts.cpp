@@ -22,6 +22,7 @@ constexpr std::uint64_t kLeastBetweenMarks = 1 << 18;
 /// any device has there are none, since the clock does not keep all of them either.
 constexpr std::uint64_t kFewThreads = 16;
 constexpr std::uint64_t kManyThreads = 1024;
+constexpr std::uint64_t kNoMark = std::numeric_limits<std::uint64_t>::max();
 
 /// Divides a range of lines at calibration lines and runs the clock over each part.
 class Divider {
@@ -43,6 +44,8 @@ class Divider {
             Close(offset);
             part_.calibration = LineStamp{line.counter, line.thread};
             part_.date = line.stamped ? CalibrationDate(line) : std::nullopt;
+            // Read from there on, the line passes for a stamped one, and the clock is another.
+            nextMark_ = line.stamped ? nextMark_ : kNoMark;
         }
         if (!line.stamped) {
             return;
@@ -73,7 +76,7 @@ class Divider {
         clock_.ForEachThread([&](std::uint32_t /*thread*/) { ++threads; });
         if (threads > kManyThreads) {
             part_.marks.clear();
-            nextMark_ = std::numeric_limits<std::uint64_t>::max();
+            nextMark_ = kNoMark;
             return;
         }
         part_.marks.push_back({offset, clock_});
