@@ -29,7 +29,10 @@ LineSieve::LineSieve(const LogFilter& filter) : filter_(filter) {
         }
     };
     using namespace Nima::Catalogue;
-    add(filter.Levels(), {kLevelBegin}, kLevelEnd);
+    for (const std::string& level : filter.Levels()) {
+        levels_.push_back(kLevelBegin + level + kLevelEnd);
+    }
+    add(levels_, "", "");
     add(filter.Tracers(), kLevelEnd, kTracerEnd);
     all_ = (Needs{1} << (patterns_.size() + marks_.size())) - 1;
 }

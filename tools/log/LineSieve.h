@@ -4,7 +4,9 @@
 #include "tools/base/Pattern.h"
 #include "tools/log/LogFilter.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -23,8 +25,15 @@ class LineSieve {
     /// Which of them may be in some lines.
     Needs In(std::string_view lines) const;
 
-    bool Admits(const LogLine& header) const {
-        return filter_.AdmitsHeader(header.level, header.tracer, header.thread);
+    /// Whether the level tells of any messages that they are not wanted.
+    bool KnowsLevels() const { return !levels_.empty(); }
+    /// Whether it does not of this one, by what follows its header, as `ParseLogHeader` leaves it.
+    bool MayAdmit(std::string_view body) const {
+        return std::any_of(levels_.begin(), levels_.end(),
+                           [&](const std::string& level) { return body.starts_with(level); });
+    }
+    bool Admits(const LogLine& line) const {
+        return filter_.AdmitsHeader(line.level, line.tracer, line.thread);
     }
 
   private:
@@ -32,7 +41,8 @@ class LineSieve {
 
     const LogFilter& filter_;
     std::vector<const Pattern*> patterns_;
-    std::vector<OneOf> marks_; ///< of the header
+    std::vector<std::string> levels_; ///< as they stand in a line; empty for any
+    std::vector<OneOf> marks_;        ///< of a message's first line
     Needs all_ = 0;
 };
 

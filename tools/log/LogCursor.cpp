@@ -20,8 +20,7 @@ std::int64_t QueueClock::Next(const RawDate& date) {
 
 bool LogCursor::Next() {
     while (NextLine()) {
-        Take();
-        if (sieve_ == nullptr || PassesSieve()) {
+        if (TakeIfWanted()) {
             return true;
         }
     }
@@ -51,9 +50,22 @@ bool LogCursor::NextLine() {
     }
 }
 
-/// Whether the line is of a message that the sieve admits. A line without header goes with those before it.
-bool LogCursor::PassesSieve() {
-    admitted_ = entry_.line.hasHeader ? sieve_->Admits(entry_.line) : admitted_;
+/// Takes the line, unless it is of a message that the sieve does not admit. A line without header goes with
+/// those before it.
+bool LogCursor::TakeIfWanted() {
+    if (sieve_ == nullptr) {
+        Take();
+        return true;
+    }
+    const bool levelTells = sieve_->KnowsLevels() && files_[stretch_.part->file]->kind == LogKind::kLines;
+    const LogLine header = levelTells ? reader_->ParseHeader(text_) : LogLine();
+    if (header.hasHeader && !IsCalibration(header) && !sieve_->MayAdmit(header.message)) {
+        TakeTime(header);
+        admitted_ = false;
+    } else {
+        Take();
+        admitted_ = entry_.line.hasHeader ? sieve_->Admits(entry_.line) : admitted_;
+    }
     return admitted_;
 }
 
@@ -74,12 +86,17 @@ void LogCursor::Take() {
     entry_.text = WithoutLineEnd(text_);
     entry_.offset = reader_->Offset();
     entry_.continued = !entry_.line.hasHeader;
-    if (entry_.line.date) {
-        entry_.time = queueClock_.Next(*entry_.line.date);
+    TakeTime(entry_.line);
+}
+
+/// The clock goes through all lines, shown or not.
+void LogCursor::TakeTime(const LogLine& line) {
+    if (line.date) {
+        entry_.time = queueClock_.Next(*line.date);
         entry_.certainty.later = queueClock_.Later() > 0 ? 1 : 0;
         entry_.hasTime = true;
-    } else if (entry_.line.stamped) {
-        const std::int64_t elapsed = clock_.Next(entry_.line.counter, OrderedThread(entry_.line));
+    } else if (line.stamped) {
+        const std::int64_t elapsed = clock_.Next(line.counter, OrderedThread(line));
         entry_.time = origin_ + elapsed;
         entry_.hasTime = true;
         const std::int64_t later = entry_.part->certainty.later;

@@ -43,7 +43,8 @@ class LogCursor {
     bool NextLine();
     void BeginPart(const LogPart& part);
     void Take();
-    bool PassesSieve();
+    void TakeTime(const LogLine& line);
+    bool TakeIfWanted();
 
     const std::vector<const LogFile*>& files_;
     const std::vector<LogRun>& runs_;

@@ -174,8 +174,11 @@ LogLine ParseLogLine(std::string_view text) {
 
 LogLine ParseLogHeader(std::string_view text) {
     LogLine line;
-    if (TakeHeader(text, line) && text.starts_with(kCalibrationBegin)) {
-        ReadBody(WithoutLineEnd(text), line);
+    if (TakeHeader(text, line)) {
+        line.message = text;
+        if (text.starts_with(kCalibrationBegin)) {
+            ReadBody(WithoutLineEnd(text), line);
+        }
     }
     return line;
 }
@@ -208,11 +211,15 @@ std::optional<RawDate> CalibrationDate(const LogLine& line) {
 }
 
 std::optional<JoinedCalibration> FindJoinedCalibration(std::string_view text) {
-    text = WithoutLineEnd(text);
-    const std::string_view end = text.substr(text.size() - std::min(text.size(), kLongestType));
     // Asked of each line, so the one sign that hardly any other has comes first.
-    if (end.find('=') == std::string_view::npos ||
-        end.find(Nima::Catalogue::kCalibrationType) == std::string_view::npos) {
+    const auto endsWith = [&](auto sign, std::size_t within) {
+        return text.substr(text.size() - std::min(text.size(), within)).find(sign) != std::string_view::npos;
+    };
+    if (!endsWith('=', kLongestType + 2)) {
+        return std::nullopt;
+    }
+    text = WithoutLineEnd(text);
+    if (!endsWith(Nima::Catalogue::kCalibrationType, kLongestType)) {
         return std::nullopt;
     }
     const std::size_t thread = text.rfind(kThreadMark);

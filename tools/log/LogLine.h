@@ -49,7 +49,8 @@ inline constexpr std::span kLevelNames = std::span(Nima::Catalogue::kLevelNames)
 
 /// Takes a line apart, given with or without its end. A line without a header is all message.
 LogLine ParseLogLine(std::string_view text);
-/// The same, but for the body of a line that is none of calibration: time and thread are in the header.
+/// The same, but what comes after the header of a line that is none of calibration is all message, with its
+/// end.
 LogLine ParseLogHeader(std::string_view text);
 /// The same as the first for a record of the memory queue's file.
 LogLine ParseQueueRecord(std::string_view text);
