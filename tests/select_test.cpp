@@ -205,7 +205,7 @@ TEST_F(Select, ALargeLogIsSearchedForWholeMessagesWithTheirTimes) {
     ASSERT_GE(needles.size(), 7U);
     EXPECT_EQ(shownWith({"--grep", "needle"}), needles);
     EXPECT_EQ(shownWith({"--text", "needle"}), needles);
-    EXPECT_EQ(shownWith({"--grep", "a? ne{2}dle( 1|$| of)"}), needles);
+    EXPECT_EQ(shownWith({"--grep", "a? ?ne{2}dle( 1|$| of)"}), needles);
     EXPECT_EQ(shownWith({"--grep", "NEEDLE", "-i"}), messagesWith({"needle", "Needle"}));
     EXPECT_EQ(shownWith({"--grep", "needle", "--last", "3"}), List(needles.end() - 3, needles.end()));
     EXPECT_EQ(shownWith({"--grep", "needle", "--not", "lost"}), List(needles.begin() + 1, needles.end()));

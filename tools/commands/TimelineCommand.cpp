@@ -358,7 +358,7 @@ void AddTimelineCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<FolderOptions>();
     CLI::App* command = AddFolderCommand(
         app, context, "timeline", "Everything in a folder on one time axis, as Chrome trace-event JSON",
-        "File to write, for ui.perfetto.dev", *options);
+        "File to write, for ui.perfetto.dev; compressed if its name ends in .gz", *options);
     command->callback([&run, options] {
         run = [options](Context& c) {
             return RunOnFolder(c, *options, [&](const Story& story, Selection& selection, Output& out) {
