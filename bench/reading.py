@@ -13,7 +13,7 @@ import subprocess
 import sys
 import tempfile
 
-RARE = "the door was opened"
+RARE = "opened"  # a word
 LEVELS = ["INFO"] * 40 + ["DEBUG"] * 45 + ["PERF"] * 8 + ["WARN"] * 5 + ["ERROR"] * 2
 TRACERS = ["Engine", "Scanner", "Network", "PaperPath", "Fuser", "JobQueue", "Ui"]
 THREADS = [0x979FE6C0, 0x97A0E6C0, 0x97B0F6C0, 0x98A0E6C0, 0x98B1E6C0, 0x99A0E6C0]
@@ -39,7 +39,7 @@ def write_log(path, size):
                 nanosecond -= 1_000_000_000
                 second += 1
             number += 1
-            message = (f"{RARE}, code {number}" if number % 200_001 == 0 else choose.choice(MESSAGES) %
+            message = (f"the door was {RARE}, code {number}" if number % 200_001 == 0 else choose.choice(MESSAGES) %
                        (number % 997, choose.randrange(255), choose.randrange(100000)))
             lines.append(f"{second + nanosecond} <0x{choose.choice(THREADS):08x}:000> <{choose.choice(LEVELS)}> "
                          f"<{choose.choice(TRACERS)}> {message}\r\n")

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 
 namespace NimaPost {
@@ -77,6 +78,27 @@ bool IsDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
+/// The value of the eight characters at the front of a text, or nothing if they are not all digits. All are
+/// looked at together, since a counter is read for each line of a log.
+std::optional<std::int64_t> ReadEightDigits(const char* text) {
+    if constexpr (std::endian::native != std::endian::little) {
+        return std::nullopt;
+    }
+    constexpr std::uint64_t kHighHalves = 0xF0F0F0F0F0F0F0F0;
+    constexpr std::uint64_t kZeros = 0x3030303030303030;
+    constexpr std::uint64_t kSixes = 0x0606060606060606;
+    std::uint64_t value = 0;
+    std::memcpy(&value, text, sizeof value);
+    if ((value & kHighHalves) != kZeros || ((value + kSixes) & kHighHalves) != kZeros) {
+        return std::nullopt;
+    }
+    // Digits to pairs, to fours, to eight.
+    value = (value - kZeros) * (1 + (10U << 8)) >> 8;
+    value = (value & 0x00FF00FF00FF00FF) * (1 + (100U << 16)) >> 16;
+    value = (value & 0x0000FFFF0000FFFF) * (1 + (std::uint64_t{10000} << 32)) >> 32;
+    return static_cast<std::int64_t>(value);
+}
+
 /// Reads the header of nearly all lines, "288508338 <0x979fe6c0:000> ", and returns how long it is; 0 for any
 /// other.
 std::size_t ReadUsualHeader(std::string_view text, LogLine& line) {
@@ -86,6 +108,10 @@ std::size_t ReadUsualHeader(std::string_view text, LogLine& line) {
     constexpr std::size_t kSureDigits = 18;
     std::int64_t counter = 0;
     std::size_t digits = 0;
+    if (const auto eight = text.size() > kAfterCounter ? ReadEightDigits(text.data()) : std::nullopt) {
+        counter = *eight;
+        digits = 8;
+    }
     for (const std::size_t most = std::min(text.size(), kSureDigits); digits < most && IsDigit(text[digits]);
          ++digits) {
         counter = counter * 10 + (text[digits] - '0');
@@ -176,7 +202,7 @@ LogLine ParseLogHeader(std::string_view text) {
     LogLine line;
     if (TakeHeader(text, line)) {
         line.message = text;
-        if (text.starts_with(kCalibrationBegin)) {
+        if (text.size() > 1 && text[1] == kCalibration[0] && text.starts_with(kCalibrationBegin)) {
             ReadBody(WithoutLineEnd(text), line);
         }
     }
