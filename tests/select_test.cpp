@@ -2,6 +2,7 @@
 
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
+#include "tools/base/Pattern.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -208,10 +209,41 @@ TEST_F(Select, ALargeLogIsSearchedForWholeMessagesWithTheirTimes) {
     EXPECT_EQ(shownWith({"--grep", "a? ?ne{2}dle( 1|$| of)"}), needles);
     EXPECT_EQ(shownWith({"--grep", "NEEDLE", "-i"}), messagesWith({"needle", "Needle"}));
     EXPECT_EQ(shownWith({"--grep", "needle", "--last", "3"}), List(needles.end() - 3, needles.end()));
+    EXPECT_EQ(shownWith({"--not", "page 29999", "--last", "2"}), List(all.end() - 3, all.end() - 1));
     EXPECT_EQ(shownWith({"--grep", "needle", "--not", "lost"}), List(needles.begin() + 1, needles.end()));
     // What continues a message that is lost could be of any level.
     EXPECT_EQ(shownWith({"--level", "FATAL"}), messagesWith({"lost", "<FATAL>"}));
     EXPECT_EQ(shownWith({"--tracer", "Rare", "--level", "INFO"}), messagesWith({"lost", "<Rare>"}));
+}
+
+TEST(Pattern, FindsAmongManyLinesWhatItFindsInOne) {
+    const List lines{"100 <0x1> page 17 of 20",
+                     "foo",
+                     "bar.baz  qux",
+                     "caf\xC3\xA9 \xFF torn \xC3",
+                     "aaaa",
+                     "",
+                     "x=1,y=2"};
+    std::string all;
+    for (const std::string& line : lines) {
+        all += line + "\r\n";
+    }
+    std::string problem;
+    for (const char* expression :
+         {"^foo$",   "foo\\b",  "\\Bge",   "^100.*20$",   "page (17|18)$", "[0-9]+ of",  "[^0-9]$",
+          "o\\s*$",  "q?x=",    "(?<=,)y", "a{4}$",       "a++$",          "^$",         "a*?$",
+          "(a+)+$",  "z|torn",  ".\\.baz", "\\.baz +qux", "[\\w.]+  q",    "\\Qbar.\\E", "{1",
+          "(?i)FOO", "$|zebra", "\\xe9",   "torn .*",     "(a|b)\\1",      "]",          "\\d+,y"}) {
+        const auto pattern = NimaPost::Pattern::Compile(expression, false, problem);
+        ASSERT_TRUE(pattern) << problem;
+        const bool inOne = std::any_of(lines.begin(), lines.end(),
+                                       [&](const std::string& line) { return pattern->IsIn(line); });
+        EXPECT_TRUE(pattern->MayBeIn(all) || !inOne) << expression;
+    }
+    for (const char* expression : {"zebra", "zeb.?ra", "^[0-9]{4}", "(?:page|foo)[a-f]", "20\\b.foo"}) {
+        EXPECT_FALSE(NimaPost::Pattern::Compile(expression, false, problem)->MayBeIn(all)) << expression;
+    }
+    EXPECT_TRUE(NimaPost::Pattern::Literal("CAF\xC3\x89", true).MayBeIn(all));
 }
 
 TEST_F(Select, ShowMergesWhatTheLibraryWroteIntoOneStory) {
