@@ -5,6 +5,7 @@
 #include "ctl/block/Snapshot.h"
 #include "tools/base/InputFile.h"
 #include "tools/base/Interrupt.h"
+#include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 
@@ -301,13 +302,13 @@ int RunCollect(Context& context, const Options& options) {
 void AddCollectVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddVerb(app, context, "collect", "Packs everything in the directory, with a manifest");
-    verb->add_option("DIRECTORY", options->directory, "Instead of --directory");
-    verb->add_option("-o,--output", options->output, "The archive, such as unit.tar.gz")->required();
-    verb->add_option("--program", options->programs,
-                     "Note the build ids of this program or library; may be given again")
-        ->type_name("FILE")
-        ->allow_extra_args(false);
-    verb->callback([&run, options] { run = [options](Context& c) { return RunCollect(c, *options); }; });
+    AddOption(*verb, "DIRECTORY", options->directory, "Instead of --directory");
+    AddOption(*verb, "-o,--output", options->output, "The archive, such as unit.tar.gz").Required();
+    AddOption(*verb, "--program", options->programs,
+              "Note the build ids of this program or library; may be given again")
+        .TypeName("FILE")
+        .OnePerUse();
+    OnCall(*verb, [&run, options] { run = [options](Context& c) { return RunCollect(c, *options); }; });
 }
 
 } // namespace NimaCtl

@@ -1,6 +1,7 @@
 #include "catalogue/Files.h"
 #include "ctl/Verbs.h"
 #include "ctl/block/Snapshot.h"
+#include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 
@@ -83,11 +84,11 @@ int RunDump(Context& context, const Options& options) {
 void AddDumpVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddVerb(app, context, "dump", "Copies the binary trace while it goes on");
-    verb->add_option("FILE", options->file, "Where to, \"SysTrace.bin\" by default");
-    verb->add_option("--backups", options->backups, "Keep N earlier files, as FILE.1 and so on")
-        ->type_name("N")
-        ->check(CLI::Range(0U, 99U));
-    verb->callback([&run, options] { run = [options](Context& c) { return RunDump(c, *options); }; });
+    AddOption(*verb, "FILE", options->file, "Where to, \"SysTrace.bin\" by default");
+    AddOption(*verb, "--backups", options->backups, "Keep N earlier files, as FILE.1 and so on")
+        .TypeName("N")
+        .Between(0U, 99U);
+    OnCall(*verb, [&run, options] { run = [options](Context& c) { return RunDump(c, *options); }; });
 }
 
 } // namespace NimaCtl

@@ -1,5 +1,6 @@
 #include "ctl/FilterText.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/words/Words.h"
 

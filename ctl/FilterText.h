@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ctl/block/TraceBlock.h"
-#include "tools/base/Output.h"
+#include "tools/base/Json.h"
 #include "tools/names/Names.h"
 
 #include <string>

@@ -4,6 +4,7 @@
 #include "ctl/Modules.h"
 #include "ctl/block/Segment.h"
 #include "tools/base/BuildId.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "ctl/Processes.h"
-#include "tools/base/Output.h"
+#include "tools/base/Json.h"
 
 #include <cstdint>
 #include <map>

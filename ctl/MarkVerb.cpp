@@ -3,6 +3,7 @@
 #include "ctl/FilterText.h"
 #include "ctl/Verbs.h"
 #include "ctl/block/TraceBlock.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -141,10 +142,10 @@ int RunMark(Context& context, const Options& options) {
 void AddMarkVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddVerb(app, context, "mark", "Writes a text into the binary trace");
-    verb->add_option("TEXT", options->text, "20 bytes for each record")->required();
-    verb->add_option("--event", options->event, "As this event, at level 0, instead of 127:0x7540")
-        ->type_name("COMPONENT:NUMBER");
-    verb->callback([&run, options] { run = [options](Context& c) { return RunMark(c, *options); }; });
+    AddOption(*verb, "TEXT", options->text, "20 bytes for each record").Required();
+    AddOption(*verb, "--event", options->event, "As this event, at level 0, instead of 127:0x7540")
+        .TypeName("COMPONENT:NUMBER");
+    OnCall(*verb, [&run, options] { run = [options](Context& c) { return RunMark(c, *options); }; });
 }
 
 } // namespace NimaCtl

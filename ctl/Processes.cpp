@@ -1,5 +1,6 @@
 #include "ctl/Processes.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Process.h"
 #include "tools/base/Text.h"
 

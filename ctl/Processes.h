@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/base/Output.h"
+#include "tools/base/Json.h"
 
 #include <cstdint>
 #include <string>

@@ -7,6 +7,7 @@
 #include <exception>
 #include <iostream>
 
+#include <CLI/CLI.hpp>
 #include <sys/stat.h>
 
 namespace NimaCtl {

@@ -9,6 +9,7 @@
 #include "ctl/Verbs.h"
 #include "ctl/block/Snapshot.h"
 #include "tools/base/Interrupt.h"
+#include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeText.h"
@@ -254,13 +255,13 @@ int RunRecord(Context& context, const Options& options) {
 void AddRecordVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddVerb(app, context, "record", "Opens levels for a time and keeps what was traced");
-    verb->add_option("--for", options->time, "How long, such as 30s")->type_name("TIME")->required();
-    verb->add_option("--level", options->levels, "Levels to open, such as 5:2 or Engine:all")
-        ->type_name("COMPONENT:LEVEL")
-        ->required();
-    verb->add_option("-o,--output", options->folder, "The folder for the result, a new one")->required();
+    AddOption(*verb, "--for", options->time, "How long, such as 30s").TypeName("TIME").Required();
+    AddOption(*verb, "--level", options->levels, "Levels to open, such as 5:2 or Engine:all")
+        .TypeName("COMPONENT:LEVEL")
+        .Required();
+    AddOption(*verb, "-o,--output", options->folder, "The folder for the result, a new one").Required();
     AddWaitOption(*verb, options->wait, "How long to wait for the end of a dump, 10 by default");
-    verb->callback([&run, options] { run = [options](Context& c) { return RunRecord(c, *options); }; });
+    OnCall(*verb, [&run, options] { run = [options](Context& c) { return RunRecord(c, *options); }; });
 }
 
 } // namespace NimaCtl

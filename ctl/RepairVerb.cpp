@@ -2,6 +2,7 @@
 #include "ctl/Processes.h"
 #include "ctl/Verbs.h"
 #include "ctl/block/Steering.h"
+#include "tools/base/Json.h"
 
 #include <cstdio>
 #include <iostream>
@@ -123,8 +124,8 @@ void AddRepairVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddVerb(app, context, "repair", "Brings back a filter that a killed dump left cleared");
     AddWaitOption(*verb, options->wait, "How long a dump may take, 10 by default");
-    verb->add_flag("--yes", options->yes, "Do not ask where a dump may still be running");
-    verb->callback([&run, options] { run = [options](Context& c) { return RunRepair(c, *options); }; });
+    AddFlag(*verb, "--yes", options->yes, "Do not ask where a dump may still be running");
+    OnCall(*verb, [&run, options] { run = [options](Context& c) { return RunRepair(c, *options); }; });
 }
 
 } // namespace NimaCtl

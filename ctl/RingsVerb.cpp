@@ -3,6 +3,7 @@
 #include "ctl/RingsText.h"
 #include "ctl/Verbs.h"
 #include "tools/base/FileIdentity.h"
+#include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 
@@ -67,8 +68,8 @@ int RunRings(Context& context, const std::string& path) {
 void AddRingsVerb(CLI::App& app, Context& context, Run& run) {
     auto path = std::make_shared<std::string>();
     CLI::App* verb = AddVerb(app, context, "rings", "A text dump of the rings, read from outside");
-    verb->add_option("FILE", *path, "Where to; standard output by default");
-    verb->callback([&run, path] { run = [path](Context& c) { return RunRings(c, *path); }; });
+    AddOption(*verb, "FILE", *path, "Where to; standard output by default");
+    OnCall(*verb, [&run, path] { run = [path](Context& c) { return RunRings(c, *path); }; });
 }
 
 } // namespace NimaCtl

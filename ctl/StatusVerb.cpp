@@ -4,6 +4,7 @@
 #include "ctl/Processes.h"
 #include "ctl/RingsView.h"
 #include "ctl/Verbs.h"
+#include "tools/base/Json.h"
 #include "tools/base/Process.h"
 #include "tools/base/Text.h"
 #include "tools/words/Words.h"
@@ -185,10 +186,10 @@ int RunStatus(Context& context, double seconds) {
 void AddStatusVerb(CLI::App& app, Context& context, Run& run) {
     auto seconds = std::make_shared<double>(0.5);
     CLI::App* verb = AddVerb(app, context, "status", "The block, its filter, its writers, and the rings");
-    verb->add_option("--for", *seconds, "How long to count records for the rate, half a second by default")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.01, 3600.0));
-    verb->callback([&run, seconds] { run = [seconds](Context& c) { return RunStatus(c, *seconds); }; });
+    AddOption(*verb, "--for", *seconds, "How long to count records for the rate, half a second by default")
+        .TypeName("SECONDS")
+        .Between(0.01, 3600.0);
+    OnCall(*verb, [&run, seconds] { run = [seconds](Context& c) { return RunStatus(c, *seconds); }; });
 }
 
 } // namespace NimaCtl

@@ -4,6 +4,7 @@
 #include "ctl/Verbs.h"
 #include "ctl/block/Journal.h"
 #include "ctl/block/Steering.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 
 #include <memory>
@@ -125,7 +126,7 @@ CLI::App* AddChange(CLI::App& app, Context& context, Run& run, const std::shared
                     ChangeMaker* make, const std::string& name, const std::string& description) {
     CLI::App* verb = AddVerb(app, context, name, description);
     AddWaitOption(*verb, options->wait, "How long to wait for the end of a dump, 10 by default");
-    verb->callback([&run, options, make] {
+    OnCall(*verb, [&run, options, make] {
         run = [options, make](Context& c) { return RunChange(c, *options, make); };
     });
     return verb;
@@ -137,19 +138,19 @@ void AddLevelVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddChange(app, context, run, options, MakeLevel, "level",
                                "Opens levels for a component: COMPONENT LEVEL...");
-    verb->add_option("WORDS", options->words, "A component, by number or name, or \"all\"; then levels")
-        ->type_name("")
-        ->required();
-    verb->add_flag("--off", options->off, "Close these levels instead");
+    AddOption(*verb, "WORDS", options->words, "A component, by number or name, or \"all\"; then levels")
+        .TypeName("")
+        .Required();
+    AddFlag(*verb, "--off", options->off, "Close these levels instead");
 }
 
 void AddOnlyVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* verb = AddChange(app, context, run, options, MakeOnly, "only",
                                "Closes everything but these: COMPONENT:LEVEL...");
-    verb->add_option("PAIRS", options->words, "What stays open, such as 5:2 or Engine:all")
-        ->type_name("COMPONENT:LEVEL")
-        ->required();
+    AddOption(*verb, "PAIRS", options->words, "What stays open, such as 5:2 or Engine:all")
+        .TypeName("COMPONENT:LEVEL")
+        .Required();
 }
 
 void AddResetVerb(CLI::App& app, Context& context, Run& run) {
@@ -158,7 +159,7 @@ void AddResetVerb(CLI::App& app, Context& context, Run& run) {
 }
 
 void AddClearVerb(CLI::App& app, Context& context, Run& run) {
-    AddVerb(app, context, "clear", "Empties the binary trace")->callback([&run] { run = RunClear; });
+    OnCall(*AddVerb(app, context, "clear", "Empties the binary trace"), [&run] { run = RunClear; });
 }
 
 } // namespace NimaCtl

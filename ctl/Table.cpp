@@ -25,11 +25,8 @@ constexpr VerbAdder* kVerbs[]{AddStatusVerb, AddLevelVerb,  AddOnlyVerb,   AddRe
 } // namespace
 
 void SetUpProgram(CLI::App& app, Context& context, Run& run) {
-    app.name("nima-ctl");
-    app.description("Looks into a running device and steers its binary trace.");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "nima-ctl " NIMA_CTL_VERSION);
-    app.footer("Exit status: 0 done, 1 done in part, 2 not done.");
+    NimaPost::DescribeProgram(app, "nima-ctl", "Looks into a running device and steers its binary trace.",
+                              NIMA_CTL_VERSION, "Exit status: 0 done, 1 done in part, 2 not done.");
     for (VerbAdder* add : kVerbs) {
         add(app, context, run);
     }

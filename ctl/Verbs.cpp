@@ -1,6 +1,7 @@
 #include "ctl/Verbs.h"
 
 #include "catalogue/Files.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 
 #include <filesystem>
@@ -24,11 +25,11 @@ void PrintSentences(std::string_view label, const std::vector<NimaPost::Finding>
 } // namespace
 
 CLI::App* AddVerb(CLI::App& app, Context& context, const std::string& name, const std::string& description) {
-    CLI::App* verb = app.add_subcommand(name, description);
-    verb->add_option("--directory", context.directory, "The device's working directory")->type_name("DIR");
-    verb->add_flag("--json", context.json, "Write JSON instead of text");
-    verb->add_option("--names", context.namesFile, "Dictionary that turns numbers into words")
-        ->type_name("FILE");
+    CLI::App* verb = NimaPost::AddSubcommand(app, name, description);
+    AddOption(*verb, "--directory", context.directory, "The device's working directory").TypeName("DIR");
+    AddFlag(*verb, "--json", context.json, "Write JSON instead of text");
+    AddOption(*verb, "--names", context.namesFile, "Dictionary that turns numbers into words")
+        .TypeName("FILE");
     return verb;
 }
 
@@ -47,7 +48,7 @@ bool IsNoSegment(const std::string& path, std::string& problem) {
 }
 
 void AddWaitOption(CLI::App& verb, double& seconds, const std::string& what) {
-    verb.add_option("--wait", seconds, what)->type_name("SECONDS")->check(CLI::Range(0.0, kMostSeconds));
+    AddOption(verb, "--wait", seconds, what).TypeName("SECONDS").Between(0.0, kMostSeconds);
 }
 
 int Refuse(Context& context, const std::string& problem) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/CommandLine.h"
 #include "tools/base/Findings.h"
 #include "tools/base/Output.h"
 #include "tools/names/Names.h"
@@ -9,16 +10,17 @@
 #include <functional>
 #include <string>
 
-#include <CLI/CLI.hpp>
-
 namespace NimaCtl {
 
+using NimaPost::AddFlag;
+using NimaPost::AddOption;
 using NimaPost::Findings;
 using NimaPost::Json;
 using NimaPost::kExitDamaged;
 using NimaPost::kExitFine;
 using NimaPost::kExitUnusable;
 using NimaPost::Names;
+using NimaPost::OnCall;
 using NimaPost::Output;
 
 /// What every verb gets: the common options, and where its result goes.

@@ -1,5 +1,7 @@
 #include "pages/Table.h"
 
+#include <CLI/CLI.hpp>
+
 namespace NimaPages {
 
 namespace {

@@ -10,6 +10,8 @@
 #include <fstream>
 #include <iostream>
 
+#include <CLI/CLI.hpp>
+
 namespace {
 
 bool Write(const std::filesystem::path& path, const std::string& text) {

@@ -15,6 +15,7 @@
 #include <system_error>
 #include <vector>
 
+#include <CLI/CLI.hpp>
 #include <sys/resource.h>
 
 namespace NimaPost {

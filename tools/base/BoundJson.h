@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/base/Certainty.h"
-#include "tools/base/Output.h"
+#include "tools/base/Json.h"
 
 namespace NimaPost {
 

@@ -1,5 +1,6 @@
 #include "tools/base/FindingsJson.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 
 namespace NimaPost {

@@ -1,5 +1,6 @@
 #include "tools/base/Output.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Progress.h"
 
 namespace NimaPost {
@@ -44,6 +45,11 @@ void JsonDocument::Name(std::string_view name) {
     first_ = false;
     out_.WriteJson(Json(name));
     out_.Write(": ");
+}
+
+JsonDocument::JsonDocument(Output& out) : out_(out) {
+    out_.Write("{");
+    Member("schema", kJsonSchema);
 }
 
 void JsonDocument::Member(std::string_view name, const Json& value) {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include <nlohmann/json.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 namespace NimaPost {
 
@@ -58,10 +58,7 @@ inline constexpr int kJsonSchema = 1;
 /// Member..., BeginArray, Element..., EndArray, End.
 class JsonDocument {
   public:
-    explicit JsonDocument(Output& out) : out_(out) {
-        out_.Write("{");
-        Member("schema", kJsonSchema);
-    }
+    explicit JsonDocument(Output& out);
 
     void Member(std::string_view name, const Json& value);
     void BeginArray(std::string_view name);

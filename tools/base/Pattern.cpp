@@ -26,7 +26,7 @@ constexpr std::size_t kStackBytes = std::size_t{1} << 20;
 /// done.
 constexpr std::uint32_t kFewStepsOfLines = kMostSteps / 100;
 constexpr std::chrono::nanoseconds kMostForAByte(4);
-constexpr std::uint64_t kFirstBytes = 1 << 20;
+constexpr std::int64_t kFirstBytes = 1 << 20;
 
 /// Whether an expression finds itself and nothing else.
 bool IsPlainText(std::string_view expression) {
@@ -58,7 +58,7 @@ struct Pattern::Code {
     std::uint64_t givenUp = 0;
     /// What searches of many lines took.
     std::chrono::steady_clock::duration spent{};
-    std::uint64_t searched = 0;
+    std::int64_t searched = 0; ///< bytes
 
     int Match(std::string_view text) const {
         // An empty view may have no address, which the library refuses.
@@ -152,7 +152,7 @@ bool Pattern::MayBeIn(std::string_view lines) const {
     // A line of which the search takes too long may hold it, or count among those that do.
     const bool found = ofLines_->Match(lines) != PCRE2_ERROR_NOMATCH;
     ofLines_->spent += std::chrono::steady_clock::now() - begin;
-    ofLines_->searched += lines.size();
+    ofLines_->searched += static_cast<std::int64_t>(lines.size());
     return found;
 }
 

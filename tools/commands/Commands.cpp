@@ -1,5 +1,6 @@
 #include "tools/commands/Commands.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Progress.h"
 #include "tools/base/Text.h"
 
@@ -27,38 +28,37 @@ void PrintSentences(std::string_view label, const std::vector<Finding>& findings
 
 CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, const std::string& description,
                      Prints prints) {
-    CLI::App* command = app.add_subcommand(name, description);
+    CLI::App* command = AddSubcommand(app, name, description);
     const auto set = [&context](Format format) {
         context.format = format;
         context.json = format == Format::kJson || format == Format::kJsonl;
     };
-    command->add_flag_callback(
-        "--json", [set] { set(Format::kJson); }, "The same as --format json");
+    AddFlag(
+        *command, "--json", [set] { set(Format::kJson); }, "The same as --format json");
     std::vector<std::string> offered(kFormats.begin(), kFormats.end());
     if (prints != Prints::kList) {
         offered = {"text", "json", "jsonl"};
     }
-    command
-        ->add_option_function<std::string>(
-            "--format",
-            [set](const std::string& format) {
-                const auto* const found = std::find(kFormats.begin(), kFormats.end(), format);
-                set(static_cast<Format>(found - kFormats.begin()));
-            },
-            "How to print")
-        ->check(CLI::IsMember(offered))
-        ->type_name("FORMAT");
-    command->add_option("--color", context.colour, "Colours: auto, always or never")
-        ->check(CLI::IsMember({"auto", "always", "never"}))
-        ->type_name("WHEN");
+    AddOption(
+        *command, "--format",
+        [set](const std::string& format) {
+            const auto* const found = std::find(kFormats.begin(), kFormats.end(), format);
+            set(static_cast<Format>(found - kFormats.begin()));
+        },
+        "How to print")
+        .OneOf(offered)
+        .TypeName("FORMAT");
+    AddOption(*command, "--color", context.colour, "Colours: auto, always or never")
+        .OneOf({"auto", "always", "never"})
+        .TypeName("WHEN");
     if (prints != Prints::kAsItComes) {
-        command->add_flag_callback(
-            "--no-pager", [&context] { context.paged = false; }, "Never show the output page by page");
+        AddFlag(
+            *command, "--no-pager", [&context] { context.paged = false; },
+            "Never show the output page by page");
     }
-    command->preparse_callback(
-        [&context, prints](std::size_t /*words*/) { context.paged = prints != Prints::kAsItComes; });
-    command->add_option("--names", context.namesFile, "Dictionary that turns numbers into words")
-        ->type_name("FILE");
+    BeforeOptions(*command, [&context, prints] { context.paged = prints != Prints::kAsItComes; });
+    AddOption(*command, "--names", context.namesFile, "Dictionary that turns numbers into words")
+        .TypeName("FILE");
     return command;
 }
 
@@ -69,19 +69,10 @@ void PrintObject(Context& context, const Json& members) {
     context.out.Write("\n");
 }
 
-CLI::Validator WholeNumber() {
-    return CLI::Validator(
-        [](const std::string& text) {
-            std::uint64_t number = 0;
-            return ParseNumber(text, number) ? std::string() : "\"" + text + "\" is not a whole number";
-        },
-        "");
-}
-
 void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things) {
-    command.add_option("--count", count, "End after N " + things + "; 0 never ends")
-        ->type_name("N")
-        ->check(WholeNumber());
+    AddOption(command, "--count", count, "End after N " + things + "; 0 never ends")
+        .TypeName("N")
+        .WholeNumber();
 }
 
 void PrintFindings(Context& context, const Findings& findings) {

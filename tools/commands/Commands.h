@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/CommandLine.h"
 #include "tools/base/Findings.h"
 #include "tools/base/FindingsJson.h"
 #include "tools/base/InputFile.h"
@@ -10,8 +11,6 @@
 #include <cstdint>
 #include <functional>
 #include <string>
-
-#include <CLI/CLI.hpp>
 
 namespace NimaPost {
 
@@ -51,9 +50,6 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, c
 
 /// Prints an object on one line, with the version of its schema.
 void PrintObject(Context& context, const Json& members);
-
-/// A check for options that take a number from 0 on.
-CLI::Validator WholeNumber();
 
 /// "--count N", for a command that runs until it is interrupted: how many of `things` it waits for.
 void AddCountOption(CLI::App& command, std::uint64_t& count, const std::string& things);

@@ -1,4 +1,5 @@
 #include "tools/base/InputFile.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/InputOptions.h"
@@ -188,7 +189,7 @@ void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
         AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
     AddInputOptions(*command, options->input, "FILE", "The crash log, or a stack-trace file");
     AddSymbols(*command, options->symbols);
-    command->callback([&run, options] { run = [options](Context& c) { return RunCrash(c, *options); }; });
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunCrash(c, *options); }; });
 }
 
 } // namespace NimaPost

@@ -1,4 +1,5 @@
 #include "tools/base/CounterClock.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/InputOptions.h"
@@ -168,33 +169,29 @@ void AddDiffCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command =
         AddCommand(app, context, "diff",
                    "Tracers, events and messages that only one of two folders has, and other rates");
-    command
-        ->add_option("FIRST", options->folders[0],
-                     "The folder of a device; or a file, an archive, or - for standard input")
-        ->required();
-    command
-        ->add_option("SECOND", options->folders[1],
-                     "The folder to compare it with; the same for two crashes of it")
-        ->required();
-    command
-        ->add_option("--device", options->devices,
-                     "Of several devices this one; given twice, the second is that of the second folder")
-        ->type_name("NAME")
-        ->allow_extra_args(false)
-        ->expected(1, 2);
-    command
-        ->add_option("--crash", options->crashes,
-                     "Only what came before crash N; given twice, the second is that of the second folder")
-        ->type_name("N")
-        ->allow_extra_args(false)
-        ->expected(1, 2);
-    command->add_option("--within", options->within, "With --crash: how many seconds before it")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(std::uint64_t{1}, kMostWithin))
-        ->capture_default_str();
-    command->add_flag("--all", options->all, "All lines, not only the first 20 of each kind");
+    AddOption(*command, "FIRST", options->folders[0],
+              "The folder of a device; or a file, an archive, or - for standard input")
+        .Required();
+    AddOption(*command, "SECOND", options->folders[1],
+              "The folder to compare it with; the same for two crashes of it")
+        .Required();
+    AddOption(*command, "--device", options->devices,
+              "Of several devices this one; given twice, the second is that of the second folder")
+        .TypeName("NAME")
+        .OnePerUse()
+        .Times(1, 2);
+    AddOption(*command, "--crash", options->crashes,
+              "Only what came before crash N; given twice, the second is that of the second folder")
+        .TypeName("N")
+        .OnePerUse()
+        .Times(1, 2);
+    AddOption(*command, "--within", options->within, "With --crash: how many seconds before it")
+        .TypeName("SECONDS")
+        .Between(std::uint64_t{1}, kMostWithin)
+        .ShowDefault();
+    AddFlag(*command, "--all", options->all, "All lines, not only the first 20 of each kind");
     AddLimits(*command, options->limits);
-    command->callback([&run, options] { run = [options](Context& c) { return RunDiff(c, *options); }; });
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunDiff(c, *options); }; });
 }
 
 } // namespace NimaPost

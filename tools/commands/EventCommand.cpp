@@ -1,4 +1,5 @@
 #include "tools/base/InputFile.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/InputOptions.h"
@@ -56,7 +57,7 @@ void AddEventCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<InputOptions>();
     CLI::App* command = AddCommand(app, context, "event", "A flat event record");
     AddInputOptions(*command, *options, "FILE", "The record that the host's callback received");
-    command->callback([&run, options] { run = [options](Context& c) { return RunEvent(c, *options); }; });
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunEvent(c, *options); }; });
 }
 
 } // namespace NimaPost

@@ -2,6 +2,7 @@
 
 #include "tools/base/BoundJson.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/base/WallClock.h"

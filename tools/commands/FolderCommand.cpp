@@ -1,6 +1,7 @@
 #include "tools/commands/FolderCommand.h"
 
 #include "tools/base/GzipWriter.h"
+#include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 #include "tools/commands/SelectionTable.h"
@@ -15,7 +16,7 @@ CLI::App* AddFolderCommand(CLI::App& app, Context& context, const std::string& n
                            FolderOptions& options) {
     CLI::App* command = AddCommand(app, context, name, description);
     AddInputOptions(*command, options.input, "FOLDER", "The folder that came back from the device");
-    command->add_option("-o,--output", options.output, fileUse)->required()->type_name("FILE");
+    AddOption(*command, "-o,--output", options.output, fileUse).Required().TypeName("FILE");
     AddSelection(*command, options.selection, TakesLast::kNo);
     return command;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tools/base/Output.h"
+#include "tools/base/Json.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/InputOptions.h"
 #include "tools/story/Selection.h"

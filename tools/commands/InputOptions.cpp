@@ -145,26 +145,24 @@ int RunOnFile(Context& context, EvidenceFile& file, Findings& findings,
 
 void AddInputOptions(CLI::App& command, InputOptions& options, const std::string& name,
                      const std::string& description) {
-    command.add_option(name, options.paths, description + "; a folder, an archive, or - for standard input")
-        ->required();
-    command.add_option("--device", options.devices, "Of several devices only this one (again for more)")
-        ->type_name("NAME");
+    AddOption(command, name, options.paths, description + "; a folder, an archive, or - for standard input")
+        .Required();
+    AddOption(command, "--device", options.devices, "Of several devices only this one (again for more)")
+        .TypeName("NAME");
     AddLimits(command, options.limits);
 }
 
 void AddLimits(CLI::App& command, InputLimits& limits) {
     const auto limit = [&](const char* option, auto& value, const char* text, const char* type) {
-        return command.add_option(option, value, text)->type_name(type)->group("Limits");
+        return AddOption(command, option, value, text).TypeName(type).Group("Limits");
     };
-    limit("--max-unpacked", limits.unpackedBytes, "Bytes to unpack in all", "SIZE")
-        ->transform(CLI::AsSizeValue(false));
+    limit("--max-unpacked", limits.unpackedBytes, "Bytes to unpack in all", "SIZE").Size();
     limit("--max-ratio", limits.ratio,
           "How many times larger than its compressed form a file above 256 MiB may be", "N")
-        ->check(CLI::PositiveNumber);
-    limit("--max-members", limits.members, "Files in archives and folders", "N")->check(CLI::PositiveNumber);
-    limit("--max-depth", limits.depth, "Archives in archives", "N")->check(CLI::PositiveNumber);
-    limit("--max-line", limits.lineBytes, "Bytes of a line of a text log", "SIZE")
-        ->transform(CLI::AsSizeValue(false));
+        .Positive();
+    limit("--max-members", limits.members, "Files in archives and folders", "N").Positive();
+    limit("--max-depth", limits.depth, "Archives in archives", "N").Positive();
+    limit("--max-line", limits.lineBytes, "Bytes of a line of a text log", "SIZE").Size();
 }
 
 std::string NamesOf(const std::vector<Device>& devices) {

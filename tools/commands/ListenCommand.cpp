@@ -1,6 +1,7 @@
 #include "catalogue/Notification.h"
 #include "tools/base/Descriptor.h"
 #include "tools/base/Interrupt.h"
+#include "tools/base/Json.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
@@ -185,15 +186,14 @@ void AddListenCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command =
         AddCommand(app, context, "listen",
                    "Receives crash notifications as processes send them, until Ctrl-C", Prints::kAsItComes);
-    command
-        ->add_option("--port", options->port,
-                     "The port on 127.0.0.1 (" + std::to_string(Nima::Catalogue::kNotificationPort) +
-                         "); 0 lets the system choose one")
-        ->type_name("N");
-    command->add_option("--collect", options->collect, "Copy the stack-trace files into this folder")
-        ->type_name("DIR");
+    AddOption(*command, "--port", options->port,
+              "The port on 127.0.0.1 (" + std::to_string(Nima::Catalogue::kNotificationPort) +
+                  "); 0 lets the system choose one")
+        .TypeName("N");
+    AddOption(*command, "--collect", options->collect, "Copy the stack-trace files into this folder")
+        .TypeName("DIR");
     AddCountOption(*command, options->count, "notifications");
-    command->callback([&run, options] { run = [options](Context& c) { return RunListen(c, *options); }; });
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunListen(c, *options); }; });
 }
 
 } // namespace NimaPost

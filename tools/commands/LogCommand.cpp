@@ -2,6 +2,7 @@
 #include "catalogue/Marks.h"
 #include "tools/base/BoundJson.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/EventPrinter.h"
@@ -328,18 +329,18 @@ void AddLogCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<Options>();
     CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time", Prints::kList);
     AddInputOptions(*command, options->input, "FILE", "Logs, whose backups (FILE.1 ...) are read as well");
-    command->add_option("--level", options->levels, "Only these levels; WARN+ for WARN and more severe")
-        ->delimiter(',')
-        ->allow_extra_args(false);
-    command->add_option("--tracer", options->tracers, "Only lines of these tracers")->allow_extra_args(false);
-    command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
-        ->delimiter(',')
-        ->allow_extra_args(false);
-    command->add_option("--text", options->text, "Only messages that contain this text");
+    AddOption(*command, "--level", options->levels, "Only these levels; WARN+ for WARN and more severe")
+        .Delimiter(',')
+        .OnePerUse();
+    AddOption(*command, "--tracer", options->tracers, "Only lines of these tracers").OnePerUse();
+    AddOption(*command, "--thread", options->threads, "Only these threads, such as 0x979fe6c0")
+        .Delimiter(',')
+        .OnePerUse();
+    AddOption(*command, "--text", options->text, "Only messages that contain this text");
     AddSelection(*command, options->selection, TakesLast::kYes);
-    command->add_flag("--alone", options->alone, "Leave the backups out");
-    command->add_flag("-f,--follow", options->follow, "Print lines as they are written, until Ctrl-C");
-    command->callback([&run, options] { run = [options](Context& c) { return RunLog(c, *options); }; });
+    AddFlag(*command, "--alone", options->alone, "Leave the backups out");
+    AddFlag(*command, "-f,--follow", options->follow, "Print lines as they are written, until Ctrl-C");
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunLog(c, *options); }; });
 }
 
 } // namespace NimaPost

@@ -1,6 +1,7 @@
 #include "tools/commands/LogFollow.h"
 
 #include "tools/base/Interrupt.h"
+#include "tools/base/Json.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Text.h"
 #include "tools/commands/LinePrinter.h"

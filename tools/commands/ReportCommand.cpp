@@ -1,4 +1,5 @@
 #include "tools/base/CounterClock.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/commands/FolderCommand.h"
@@ -148,11 +149,11 @@ void AddReportCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddFolderCommand(
         app, context, "report", "Everything in a folder as one page for a browser, which needs no network",
         "File to write", options->files);
-    command->add_option("--rows", options->rows, "How many of the newest records to include")
-        ->check(CLI::Range(std::size_t{1}, kMostRows))
-        ->capture_default_str();
+    AddOption(*command, "--rows", options->rows, "How many of the newest records to include")
+        .Between(std::size_t{1}, kMostRows)
+        .ShowDefault();
     AddSymbols(*command, options->symbols);
-    command->callback([&run, options] {
+    OnCall(*command, [&run, options] {
         run = [options](Context& c) {
             return RunOnFolder(c, options->files, [&](const Story& story, Selection& selection, Output& out) {
                 return WriteReport(*options, story, selection, c.names, out);

@@ -1,4 +1,5 @@
 #include "tools/axis/Processes.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/commands/EventPrinter.h"
 #include "tools/commands/InputOptions.h"
@@ -369,12 +370,12 @@ void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command =
         AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it", Prints::kList);
     AddInputOptions(*command, options->input, "FILE", "The segment \"System Ring Buffers\", or a text dump");
-    command->add_option("--ring", options->rings, "Only these rings, by name or index")
-        ->delimiter(',')
-        ->allow_extra_args(false);
-    command->add_flag("--merge", options->merge, "All rings in one order of time");
+    AddOption(*command, "--ring", options->rings, "Only these rings, by name or index")
+        .Delimiter(',')
+        .OnePerUse();
+    AddFlag(*command, "--merge", options->merge, "All rings in one order of time");
     AddSelection(*command, options->selection, TakesLast::kYes);
-    command->callback([&run, options] { run = [options](Context& c) { return RunRings(c, *options); }; });
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunRings(c, *options); }; });
 }
 
 } // namespace NimaPost

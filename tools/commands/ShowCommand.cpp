@@ -20,7 +20,7 @@ void AddShowCommand(CLI::App& app, Context& context, Run& run) {
         app, context, "show", "Everything in a folder in one order of time, line by line", Prints::kList);
     AddInputOptions(*command, options->input, "FOLDER", "The folder that came back from the device");
     AddSelection(*command, options->selection, TakesLast::kYes);
-    command->callback([&run, options] {
+    OnCall(*command, [&run, options] {
         run = [options](Context& c) {
             return RunOnDevices(c, options->input, false, [&](const DeviceInput& input, Findings& findings) {
                 return RunView(c, input, findings, options->selection,

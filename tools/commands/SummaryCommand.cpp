@@ -1,5 +1,6 @@
 #include "catalogue/Levels.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/commands/Commands.h"
@@ -404,7 +405,7 @@ void AddSummaryCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddCommand(
         app, context, "summary", "What happened, on one screen; also what a folder without a command gives");
     AddInputOptions(*command, *options, "FOLDER", "The folder that came back from the device");
-    command->callback([&run, options] {
+    OnCall(*command, [&run, options] {
         run = [options](Context& c) {
             return RunOnDevices(c, *options, false, [&](const DeviceInput& input, Findings& findings) {
                 return SummariseDevice(c, input, findings);

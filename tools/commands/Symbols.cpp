@@ -51,12 +51,11 @@ std::vector<std::string> SymbolOptions::AllPlaces() const {
 }
 
 void AddSymbols(CLI::App& command, SymbolOptions& options) {
-    command
-        .add_option("--symbols", options.places,
-                    "Resolve addresses with the programs, libraries and debug files in DIR (again for more)")
-        ->type_name("DIR")
-        ->allow_extra_args(false)
-        ->check(CLI::ExistingPath);
+    AddOption(command, "--symbols", options.places,
+              "Resolve addresses with the programs, libraries and debug files in DIR (again for more)")
+        .TypeName("DIR")
+        .OnePerUse()
+        .Existing();
 }
 
 void ResolvedStacks::AddTo(Findings& findings) const {

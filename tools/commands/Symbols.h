@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/CommandLine.h"
 #include "tools/crash/StackTrace.h"
 #include "tools/symbols/Known.h"
 #include "tools/symbols/Resolution.h"
@@ -8,8 +9,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <CLI/CLI.hpp>
 
 namespace NimaPost {
 

@@ -1,5 +1,6 @@
 #include "catalogue/SysTrace.h"
 #include "tools/axis/Processes.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/commands/EventPrinter.h"
 #include "tools/commands/InputOptions.h"
@@ -312,17 +313,15 @@ void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
         AddCommand(app, context, "systrace", "The binary trace: a dump (\"SysTrace.bin\") or the segment",
                    Prints::kList);
     AddInputOptions(*command, options->input, "FILE", "The dump or the segment \"SysTrace Buffer\"");
-    command->add_option("--component", options->components, "Only these components, by number or name")
-        ->delimiter(',')
-        ->allow_extra_args(false);
-    command->add_option("--level", options->levels, "Only these levels, 0 to 3")
-        ->delimiter(',')
-        ->allow_extra_args(false);
-    command->add_option("--thread", options->threads, "Only these threads, such as 0x979fe6c0")
-        ->delimiter(',')
-        ->allow_extra_args(false);
+    AddOption(*command, "--component", options->components, "Only these components, by number or name")
+        .Delimiter(',')
+        .OnePerUse();
+    AddOption(*command, "--level", options->levels, "Only these levels, 0 to 3").Delimiter(',').OnePerUse();
+    AddOption(*command, "--thread", options->threads, "Only these threads, such as 0x979fe6c0")
+        .Delimiter(',')
+        .OnePerUse();
     AddSelection(*command, options->selection, TakesLast::kYes);
-    command->callback([&run, options] { run = [options](Context& c) { return RunSysTrace(c, *options); }; });
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunSysTrace(c, *options); }; });
 }
 
 } // namespace NimaPost

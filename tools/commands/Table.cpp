@@ -28,13 +28,9 @@ constexpr CommandAdder* kCommands[]{
 } // namespace
 
 void SetUpProgram(CLI::App& app, Context& context, Run& run) {
-    app.name("nima-post");
-    app.description("Reads what the diagnostics library left behind.");
-    app.require_subcommand(1);
-    app.set_version_flag("--version", "nima-post " NIMA_POST_VERSION);
-    app.footer(
-        "nima-post FOLDER is short for nima-post summary FOLDER.\n"
-        "Exit status: 0 fine, 1 damaged input that could be read in part, 2 nothing usable.");
+    DescribeProgram(app, "nima-post", "Reads what the diagnostics library left behind.", NIMA_POST_VERSION,
+                    "nima-post FOLDER is short for nima-post summary FOLDER.\n"
+                    "Exit status: 0 fine, 1 damaged input that could be read in part, 2 nothing usable.");
     for (CommandAdder* add : kCommands) {
         add(app, context, run);
     }

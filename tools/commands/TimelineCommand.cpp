@@ -1,4 +1,5 @@
 #include "tools/base/CounterClock.h"
+#include "tools/base/Json.h"
 #include "tools/base/JsonText.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
@@ -359,7 +360,7 @@ void AddTimelineCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddFolderCommand(
         app, context, "timeline", "Everything in a folder on one time axis, as Chrome trace-event JSON",
         "File to write, for ui.perfetto.dev; compressed if its name ends in .gz", *options);
-    command->callback([&run, options] {
+    OnCall(*command, [&run, options] {
         run = [options](Context& c) {
             return RunOnFolder(c, *options, [&](const Story& story, Selection& selection, Output& out) {
                 return WriteTimeline(story, c.names, selection, out);

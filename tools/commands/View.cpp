@@ -1,5 +1,6 @@
 #include "tools/commands/View.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/commands/EventPrinter.h"

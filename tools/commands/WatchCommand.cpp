@@ -1,5 +1,6 @@
 #include "tools/base/FindingsJson.h"
 #include "tools/base/Interrupt.h"
+#include "tools/base/Json.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Screen.h"
 #include "tools/base/Suspension.h"
@@ -251,16 +252,16 @@ void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
     CLI::App* command = AddCommand(app, context, "watch",
                                    "The rings and the binary trace of a running process, live, until Ctrl-C",
                                    Prints::kAsItComes);
-    command->add_option("DIRECTORY", options->directory, "The working directory of the process (.)");
-    command->add_option("--interval", options->interval, "Milliseconds between looks (500)")
-        ->type_name("MS")
-        ->check(CLI::Range(10, 3600000));
+    AddOption(*command, "DIRECTORY", options->directory, "The working directory of the process (.)");
+    AddOption(*command, "--interval", options->interval, "Milliseconds between looks (500)")
+        .TypeName("MS")
+        .Between(10, 3600000);
     AddCountOption(*command, options->count, "looks");
-    command->add_option("--last", options->last, "Show the last N records of the trace")
-        ->type_name("N")
-        ->check(WholeNumber());
-    command->add_flag("--control", options->control, "Take keys that steer the binary trace");
-    command->callback([&run, options] { run = [options](Context& c) { return RunWatch(c, *options); }; });
+    AddOption(*command, "--last", options->last, "Show the last N records of the trace")
+        .TypeName("N")
+        .WholeNumber();
+    AddFlag(*command, "--control", options->control, "Take keys that steer the binary trace");
+    OnCall(*command, [&run, options] { run = [options](Context& c) { return RunWatch(c, *options); }; });
 }
 
 } // namespace NimaPost

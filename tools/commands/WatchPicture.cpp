@@ -1,6 +1,7 @@
 #include "tools/commands/WatchPicture.h"
 
 #include "catalogue/Rings.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/systrace/RecordText.h"

@@ -1,5 +1,6 @@
 #include "tools/compare/Difference.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>

@@ -18,8 +18,8 @@ constexpr std::size_t kMostParts = 1 << 18;
 /// How far marks are apart: a share of the file, but not too little.
 constexpr std::uint64_t kMostMarks = 1024;
 constexpr std::uint64_t kLeastBetweenMarks = 1 << 18;
-/// Each mark has a clock, which knows the threads. With many of them there are fewer marks, and beyond what
-/// any device has there are none, since the clock does not keep all of them either.
+/// Each mark has a clock, which knows the threads. With many of them there are fewer marks, and with more
+/// than any device has there are none.
 constexpr std::uint64_t kFewThreads = 16;
 constexpr std::uint64_t kManyThreads = 1024;
 constexpr std::uint64_t kNoMark = std::numeric_limits<std::uint64_t>::max();
@@ -75,7 +75,6 @@ class Divider {
         std::uint64_t threads = 0;
         clock_.ForEachThread([&](std::uint32_t /*thread*/) { ++threads; });
         if (threads > kManyThreads) {
-            part_.marks.clear();
             nextMark_ = kNoMark;
             return;
         }

@@ -1,6 +1,7 @@
 #include "tools/manifest/Manifest.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/base/Json.h"
 #include "tools/base/Output.h"
 #include "tools/base/Text.h"
 

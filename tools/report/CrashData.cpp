@@ -2,6 +2,7 @@
 
 #include "catalogue/Marks.h"
 #include "tools/base/BoundJson.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 

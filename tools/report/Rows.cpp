@@ -1,5 +1,6 @@
 #include "tools/report/Rows.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/axis/TimelineEvent.h"
-#include "tools/base/Output.h"
+#include "tools/base/Json.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/names/Names.h"
 #include "tools/story/Threads.h"

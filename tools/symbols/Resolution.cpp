@@ -1,6 +1,7 @@
 #include "tools/symbols/Resolution.h"
 
 #include "tools/base/FindingsJson.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>

@@ -1,5 +1,6 @@
 #include "tools/systrace/RecordText.h"
 
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/names/EventFormat.h"
 
