@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -24,6 +25,7 @@
 #include <dlfcn.h>
 #include <nlohmann/json.hpp>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -1066,6 +1068,42 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
         EXPECT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
         EXPECT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
     }
+}
+
+TEST_F(PostMortem, CompressesATimelineWhoseNameSaysSo) {
+    std::string log;
+    for (int i = 0; i < 20'000; ++i) {
+        log += std::to_string(i) + " <0x00000001:000> <WARN> <\"One\"> caf\xC3\xA9 \xFF \x01 " +
+               std::to_string(i * i) + "\r\n";
+    }
+    std::filesystem::create_directory("unit");
+    WriteFile("unit/device.log", log);
+    ASSERT_EQ(Post({"timeline", "unit", "-o", "out.json"}).code, 0);
+    // The second time it is in the folder, and is written over like any other timeline.
+    for (int time = 0; time < 2; ++time) {
+        ASSERT_EQ(Post({"timeline", "unit", "-o", "unit/out.json.gz"}).code, 0);
+    }
+    ASSERT_EQ(std::system("gzip -dc unit/out.json.gz > plain.json"), 0);
+    const Json timeline = Json::parse(ReadFile("plain.json"));
+    EXPECT_EQ(timeline["traceEvents"], Json::parse(ReadFile("out.json"))["traceEvents"]);
+    EXPECT_EQ(timeline["traceEvents"][19'999]["args"]["message"], "caf\xC3\xA9 \xEF\xBF\xBD \x01 399960001");
+    EXPECT_EQ(timeline["traceEvents"][19'999]["name"], "WARN \"One\"");
+
+    // What the disk does not take is told of, and an earlier file stays.
+    ASSERT_EQ(symlink("/dev/full", "full.gz"), 0);
+    const Result full = Post({"timeline", "unit", "-o", "full.gz"});
+    EXPECT_EQ(full.code, 2);
+    EXPECT_NE(full.errors.find("No space left on device"), std::string::npos) << full.errors;
+    const std::string before = ReadFile("unit/out.json.gz");
+    const int status = InChild([] {
+        const rlimit most{4096, 4096};
+        setrlimit(RLIMIT_FSIZE, &most);
+        signal(SIGXFSZ, SIG_IGN);
+        std::exit(Post({"timeline", "unit", "-o", "unit/out.json.gz"}).code);
+    });
+    EXPECT_EQ(WEXITSTATUS(status), 2);
+    EXPECT_TRUE(ReadFile("unit/out.json.gz") == before);
+    EXPECT_EQ(Listing("unit"), (std::vector<std::string>{"device.log", "out.json.gz"}));
 }
 
 /// Simulates files that cannot be read to their end. Of a file called "failing" or "shrinking" only the first

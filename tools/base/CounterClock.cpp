@@ -21,7 +21,7 @@ std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_
         leastSecond_ = firstCounter_ - kCounterPeriod;
         mostFirstSecond_ = firstCounter_;
         if (thread) {
-            lastOfThread_[*thread] = 0;
+            lastOfThread_.TryEmplace(*thread, 0);
         }
         return 0;
     }
@@ -33,8 +33,8 @@ std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_
         }
         // A thread's own stamps are in order, which distinguishes a late writer from a second that has
         // passed.
-        const auto [found, fresh] = lastOfThread_.try_emplace(*thread, floor);
-        last = &found->second;
+        const auto [found, fresh] = lastOfThread_.TryEmplace(*thread, floor);
+        last = &found;
         if (!fresh) {
             floor = std::max(floor, *last - disorder_.withinThread);
         }

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "tools/base/ThreadTimes.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <unordered_map>
 
 namespace NimaPost {
 
@@ -85,9 +86,7 @@ class CounterClock {
     /// The identifiers of the threads so far.
     template <class Visitor>
     void ForEachThread(const Visitor& visitor) const {
-        for (const auto& [thread, last] : lastOfThread_) {
-            visitor(thread);
-        }
+        lastOfThread_.ForEach([&](std::uint32_t thread, std::int64_t /*last*/) { visitor(thread); });
     }
 
     /// Whether the last stamp was read as that of a writer that was late. Between two threads a silence of
@@ -104,7 +103,7 @@ class CounterClock {
     bool FitsOneRun(std::int64_t counter, std::int64_t elapsed);
 
     Disorder disorder_;
-    std::unordered_map<std::uint32_t, std::int64_t> lastOfThread_;
+    ThreadTimes lastOfThread_;
     std::int64_t firstCounter_ = 0;
     std::int64_t base_ = 0;
     std::int64_t frontier_ = 0;

@@ -41,6 +41,7 @@ std::FILE* OpenTemporary(std::string& path) {
 
 OutputFile::~OutputFile() {
     out_.reset();
+    filter_.reset();
     if (stream_ != nullptr) {
         std::fclose(stream_);
         if (!temporary_.empty()) {
@@ -49,7 +50,8 @@ OutputFile::~OutputFile() {
     }
 }
 
-bool OutputFile::Create(const std::string& path, std::span<const FileIdentity> inputs, std::string& problem) {
+bool OutputFile::Create(const std::string& path, std::span<const FileIdentity> inputs, std::string& problem,
+                        MakeFilter makeFilter) {
     struct stat status {};
     const bool there = stat(path.c_str(), &status) == 0;
     if (there && std::find(inputs.begin(), inputs.end(), IdentityOf(status)) != inputs.end()) {
@@ -64,19 +66,26 @@ bool OutputFile::Create(const std::string& path, std::span<const FileIdentity> i
         temporary_ = path_ + ".XXXXXX";
         stream_ = OpenTemporary(temporary_);
     }
-    if (stream_ == nullptr) {
+    filter_ = stream_ != nullptr && makeFilter != nullptr ? makeFilter(stream_) : nullptr;
+    if (stream_ == nullptr || (makeFilter != nullptr && !filter_)) {
         problem = path + ": " + std::strerror(errno);
         return false;
     }
-    out_ = std::make_unique<Output>(stream_);
+    out_ = std::make_unique<Output>(filter_ ? filter_->Stream() : stream_);
     return true;
 }
 
 bool OutputFile::Finish(std::string& problem) {
     bool fine = out_->Flush();
     out_.reset();
+    const int filterError = filter_ ? filter_->Finish() : 0;
+    filter_.reset();
     fine = std::fclose(stream_) == 0 && fine;
     stream_ = nullptr;
+    if (filterError != 0) {
+        errno = filterError;
+        fine = false;
+    }
     if (fine && !temporary_.empty()) {
         fine = std::rename(temporary_.c_str(), path_.c_str()) == 0;
     }

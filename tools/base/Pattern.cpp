@@ -1,7 +1,11 @@
 #include "tools/base/Pattern.h"
 
+#include "tools/base/LineExpression.h"
+
 #define PCRE2_CODE_UNIT_WIDTH 8
+#include <algorithm>
 #include <array>
+#include <chrono>
 
 #include <pcre2.h>
 
@@ -17,6 +21,19 @@ constexpr std::uint32_t kFewSteps = kMostSteps / 100;
 constexpr std::uint32_t kUtf = PCRE2_UTF | PCRE2_MATCH_INVALID_UTF;
 constexpr std::uint32_t kMostHeapKilobytes = 20'000;
 constexpr std::size_t kStackBytes = std::size_t{1} << 20;
+
+/// Of a search of many lines at once: where it costs more than looking at them one by one would, that is
+/// done.
+constexpr std::uint32_t kFewStepsOfLines = kMostSteps / 100;
+constexpr std::chrono::nanoseconds kMostForAByte(4);
+constexpr std::int64_t kFirstBytes = 1 << 20;
+
+/// Whether an expression finds itself and nothing else.
+bool IsPlainText(std::string_view expression) {
+    return std::all_of(expression.begin(), expression.end(), [](char c) {
+        return c >= ' ' && c <= '~' && std::string_view("\\^$.[|()?*+{").find(c) == std::string_view::npos;
+    });
+}
 
 template <auto kFree>
 struct Freed {
@@ -37,24 +54,52 @@ struct Pattern::Code {
     Owned<pcre2_match_context, pcre2_match_context_free> context{pcre2_match_context_create(nullptr)};
     /// The machine's own stack is too small for what the compiled code may need.
     Owned<pcre2_jit_stack, pcre2_jit_stack_free> stack;
+    bool compiled = false; ///< to the machine's own code
     std::uint64_t givenUp = 0;
+    /// What searches of many lines took.
+    std::chrono::steady_clock::duration spent{};
+    std::int64_t searched = 0; ///< bytes
+
+    int Match(std::string_view text) const {
+        // An empty view may have no address, which the library refuses.
+        const char* const begin = text.empty() ? "" : text.data();
+        return pcre2_match(code.get(), reinterpret_cast<PCRE2_SPTR>(begin), text.size(), 0, 0, match.get(),
+                           context.get());
+    }
 };
+
+Pattern::Pattern(std::shared_ptr<Code> code, const std::optional<std::string>& ofLines, std::uint32_t options)
+    : code_(std::move(code)) {
+    std::string problem;
+    ofLines_ = ofLines && code_->compiled ? MakeCode(*ofLines, options, problem) : nullptr;
+    if (ofLines_) {
+        pcre2_set_match_limit(ofLines_->context.get(), kFewStepsOfLines);
+    }
+}
 
 std::optional<Pattern> Pattern::Compile(const std::string& expression, bool ignoreCase,
                                         std::string& problem) {
-    auto code =
-        MakeCode(expression, kUtf | PCRE2_NEVER_BACKSLASH_C | (ignoreCase ? PCRE2_CASELESS : 0), problem);
-    return code ? std::optional(Pattern(std::move(code))) : std::nullopt;
+    if (!ignoreCase && IsPlainText(expression)) {
+        return Pattern(expression);
+    }
+    const std::uint32_t options = kUtf | PCRE2_NEVER_BACKSLASH_C | (ignoreCase ? PCRE2_CASELESS : 0);
+    auto code = MakeCode(expression, options, problem);
+    return code ? std::optional(Pattern(std::move(code), ForManyLines(expression), options)) : std::nullopt;
 }
 
 Pattern Pattern::Literal(const std::string& text, bool ignoreCase) {
     std::string problem;
     if (!ignoreCase) {
-        return Pattern(nullptr, text);
+        return Pattern(text);
     }
-    auto code = MakeCode(text, kUtf | PCRE2_LITERAL | PCRE2_CASELESS, problem);
-    // What is not UTF-8 itself is looked for by its bytes.
-    return Pattern(code ? code : MakeCode(text, PCRE2_LITERAL | PCRE2_CASELESS, problem));
+    std::uint32_t options = kUtf | PCRE2_LITERAL | PCRE2_CASELESS;
+    auto code = MakeCode(text, options, problem);
+    if (!code) {
+        // What is not UTF-8 itself is looked for by its bytes.
+        options = PCRE2_LITERAL | PCRE2_CASELESS;
+        code = MakeCode(text, options, problem);
+    }
+    return Pattern(std::move(code), text, options);
 }
 
 std::shared_ptr<Pattern::Code> Pattern::MakeCode(const std::string& expression, std::uint32_t options,
@@ -73,7 +118,8 @@ std::shared_ptr<Pattern::Code> Pattern::MakeCode(const std::string& expression, 
         return nullptr;
     }
     // Where no code can be made, the interpreter does the same, if slower.
-    if (pcre2_jit_compile(made->code.get(), PCRE2_JIT_COMPLETE) == 0) {
+    made->compiled = pcre2_jit_compile(made->code.get(), PCRE2_JIT_COMPLETE) == 0;
+    if (made->compiled) {
         made->stack.reset(pcre2_jit_stack_create(32 * std::size_t{1024}, kStackBytes, nullptr));
         pcre2_jit_stack_assign(made->context.get(), nullptr, made->stack.get());
     }
@@ -85,16 +131,29 @@ std::shared_ptr<Pattern::Code> Pattern::MakeCode(const std::string& expression, 
 
 bool Pattern::IsIn(std::string_view text) const {
     if (!code_) {
-        return text.find(literal_) != std::string_view::npos;
+        return plain_.IsIn(text);
     }
-    // An empty view may have no address, which the library refuses.
-    const char* const begin = text.empty() ? "" : text.data();
-    const int result = pcre2_match(code_->code.get(), reinterpret_cast<PCRE2_SPTR>(begin), text.size(), 0, 0,
-                                   code_->match.get(), code_->context.get());
+    const int result = code_->Match(text);
     if (result < PCRE2_ERROR_NOMATCH && ++code_->givenUp == kMostPatience) {
         pcre2_set_match_limit(code_->context.get(), kFewSteps);
     }
     return result >= 0;
+}
+
+bool Pattern::MayBeIn(std::string_view lines) const {
+    if (!code_) {
+        return plain_.IsIn(lines);
+    }
+    if (!ofLines_ ||
+        (ofLines_->searched > kFirstBytes && ofLines_->spent > kMostForAByte * ofLines_->searched)) {
+        return true;
+    }
+    const auto begin = std::chrono::steady_clock::now();
+    // A line of which the search takes too long may hold it, or count among those that do.
+    const bool found = ofLines_->Match(lines) != PCRE2_ERROR_NOMATCH;
+    ofLines_->spent += std::chrono::steady_clock::now() - begin;
+    ofLines_->searched += static_cast<std::int64_t>(lines.size());
+    return found;
 }
 
 std::uint64_t Pattern::GivenUp() const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/base/ByteSearch.h"
+
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -20,18 +22,24 @@ class Pattern {
     static Pattern Literal(const std::string& text, bool ignoreCase);
 
     bool IsIn(std::string_view text) const;
+    /// Whether it may be in one of several lines, each by itself. Cheap enough to be asked of whole files.
+    bool MayBeIn(std::string_view lines) const;
+    /// No search for it can reach the limit.
+    bool IsPlain() const { return !code_; }
     /// How many searches reached the limit.
     std::uint64_t GivenUp() const;
 
   private:
     struct Code;
-    explicit Pattern(std::shared_ptr<Code> code, std::string literal = {})
-        : code_(std::move(code)), literal_(std::move(literal)) {}
+    explicit Pattern(std::shared_ptr<Code> code, const std::optional<std::string>& ofLines,
+                     std::uint32_t options);
+    explicit Pattern(std::string text) : plain_(std::move(text)) {}
     static std::shared_ptr<Code> MakeCode(const std::string& expression, std::uint32_t options,
                                           std::string& problem);
 
-    std::shared_ptr<Code> code_; ///< null where the text as it stands is looked for
-    std::string literal_;
+    std::shared_ptr<Code> code_;    ///< null where the text as it stands is looked for
+    std::shared_ptr<Code> ofLines_; ///< for several lines at once; null where there is none
+    ByteSearch plain_;
 };
 
 } // namespace NimaPost

@@ -90,6 +90,10 @@ void AppendNumber(std::string& out, Number value, int base) {
     out.append(digits.data(), result.ptr);
 }
 
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 char Lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
@@ -215,7 +219,19 @@ std::string Counted(std::uint64_t count, std::string_view noun) {
 }
 
 bool TakeDecimal(std::string_view& text, std::int64_t& value) {
-    return Take(text, value, 10);
+    // So many digits fit whatever they are.
+    constexpr std::size_t kSureDigits = 18;
+    std::int64_t number = 0;
+    std::size_t digits = 0;
+    for (; digits < std::min(text.size(), kSureDigits) && IsDigit(text[digits]); ++digits) {
+        number = number * 10 + (text[digits] - '0');
+    }
+    if (digits == 0 || digits == kSureDigits) {
+        return Take(text, value, 10);
+    }
+    value = number;
+    text.remove_prefix(digits);
+    return true;
 }
 
 bool TakeHex(std::string_view& text, std::uint64_t& value) {

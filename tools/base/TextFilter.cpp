@@ -6,11 +6,15 @@
 namespace NimaPost {
 
 TextFilter::Fate TextFilter::Begin(std::string_view line) {
+    Restart();
+    return Continue(line);
+}
+
+void TextFilter::Restart() {
     for (Wanted& each : wanted_) {
         each.found = false;
     }
     fate_ = Fate::kMissing;
-    return Continue(line);
 }
 
 TextFilter::Fate TextFilter::Continue(std::string_view line) {
@@ -26,6 +30,20 @@ TextFilter::Fate TextFilter::Continue(std::string_view line) {
         all = all && each.found;
     }
     return fate_ = !all ? Fate::kMissing : refused_.empty() ? Fate::kShow : Fate::kUnlessBad;
+}
+
+std::vector<const Pattern*> TextFilter::Needed() const {
+    const bool allRefusedArePlain =
+        std::all_of(refused_.begin(), refused_.end(), [](const Pattern& each) { return each.IsPlain(); });
+    const auto limited = std::count_if(wanted_.begin(), wanted_.end(),
+                                       [](const Wanted& each) { return !each.pattern.IsPlain(); });
+    std::vector<const Pattern*> needed;
+    for (const Wanted& each : wanted_) {
+        if (allRefusedArePlain && (limited == 0 || (limited == 1 && !each.pattern.IsPlain()))) {
+            needed.push_back(&each.pattern);
+        }
+    }
+    return needed;
 }
 
 std::uint64_t TextFilter::GivenUp() const {

@@ -28,6 +28,8 @@ class TextFilter {
         kUnlessBad ///< shown unless a further line holds what is refused
     };
     Fate Begin(std::string_view line);
+    /// Before a first line that continues a message of which the begin is not there.
+    void Restart();
     Fate Continue(std::string_view line);
 
     /// Of a message of one line.
@@ -35,6 +37,10 @@ class TextFilter {
         const Fate fate = Begin(line);
         return fate == Fate::kShow || fate == Fate::kUnlessBad;
     }
+
+    /// What every message that is shown holds, as far as it can be looked for by itself: where a search that
+    /// is left out could be one that goes on for too long, and is told of, none is named.
+    std::vector<const Pattern*> Needed() const;
 
     /// How many searches went on for too long and count as if nothing were found.
     std::uint64_t GivenUp() const;

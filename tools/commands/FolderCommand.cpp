@@ -1,5 +1,6 @@
 #include "tools/commands/FolderCommand.h"
 
+#include "tools/base/GzipWriter.h"
 #include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
@@ -24,6 +25,24 @@ namespace {
 
 using Write = std::function<FolderResult(const Story& story, Selection& selection, Output& out)>;
 
+constexpr std::string_view kGzipEnding = ".gz";
+
+bool IsPacked(const std::string& output) {
+    return output.ends_with(kGzipEnding);
+}
+
+/// What must not be written over; a file that such a command has written may be.
+std::vector<FileIdentity> InputsOf(const Story& story, const DeviceInput& input) {
+    std::vector<FileIdentity> inputs = story.Inputs();
+    inputs.insert(inputs.end(), input.inputs.begin(), input.inputs.end());
+    for (const FolderFile& file : story.Files()) {
+        if (file.ownOutput) {
+            std::erase(inputs, file.identity);
+        }
+    }
+    return inputs;
+}
+
 /// "report-unit-1.html" for "report.html" and the device "unit-1".
 std::string OutputOf(const std::string& output, const DeviceInput& input) {
     if (input.one) {
@@ -36,9 +55,10 @@ std::string OutputOf(const std::string& output, const DeviceInput& input) {
         name += plain ? each : '-';
     }
     const std::size_t slash = output.rfind('/');
-    const std::size_t point = output.rfind('.');
+    const std::size_t end = output.size() - (IsPacked(output) ? kGzipEnding.size() : 0);
+    const std::size_t point = output.substr(0, end).rfind('.');
     const bool hasEnding = point != std::string::npos && (slash == std::string::npos || point > slash + 1);
-    const std::size_t at = hasEnding ? point : output.size();
+    const std::size_t at = hasEnding ? point : end;
     return output.substr(0, at) + "-" + name + output.substr(at);
 }
 
@@ -54,11 +74,9 @@ int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInpu
     if (!ReadStory(context, story, input, inherited)) {
         return kExitUnusable;
     }
-    std::vector<FileIdentity> inputs = story.Inputs();
-    inputs.insert(inputs.end(), input.inputs.begin(), input.inputs.end());
     const std::string output = OutputOf(options.output, input);
     if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem) ||
-        !file.Create(output, inputs, problem)) {
+        !file.Create(output, InputsOf(story, input), problem, IsPacked(output) ? MakeGzipWriter : nullptr)) {
         return ReportUnusable(context, problem);
     }
     const FolderResult result = write(story, selection, file.Out());

@@ -12,6 +12,7 @@
 #include "tools/commands/SelectionTable.h"
 #include "tools/commands/View.h"
 #include "tools/input/StandardInput.h"
+#include "tools/log/LineSieve.h"
 #include "tools/log/LogEvents.h"
 #include "tools/log/LogFilter.h"
 #include "tools/log/LogSet.h"
@@ -138,14 +139,18 @@ struct Wanted {
 void ForEachWanted(Wanted& wanted, const ShownLines::Show& show) {
     const auto run = [&](const ShownLines::Show& each) {
         wanted.selection.BeginCount();
+        wanted.filter.Restart();
         ShownLines shown(wanted.filter, each);
-        wanted.logs.ForEach([&](const LogEntry& entry) {
-            if (wanted.selection.IsOf(entry) &&
-                wanted.selection.IsIn(TimeOf(entry, wanted.hasWall), entry.certainty)) {
-                shown.Take(entry);
-            }
-            return true;
-        });
+        const LineSieve sieve(wanted.filter);
+        wanted.logs.ForEach(
+            [&](const LogEntry& entry) {
+                if (wanted.selection.IsOf(entry) &&
+                    wanted.selection.IsIn(TimeOf(entry, wanted.hasWall), entry.certainty)) {
+                    shown.Take(entry);
+                }
+                return true;
+            },
+            wanted.selection.TakesAll() ? &sieve : nullptr);
         shown.Finish();
     };
     std::uint64_t skip = 0;

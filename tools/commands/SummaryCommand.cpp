@@ -271,7 +271,7 @@ class Summary {
             line += crash.time ? Moment(*crash.time) + " " + MarkOf(crash.certainty).sign + "  " : "";
             Line(line + CrashCause(crash).InWords());
             if (const auto& kept = statistics_.firstErrors[i]) {
-                const TimelineEvent error = kept->Event();
+                const TimelineEvent error = kept->Get();
                 Line("     first error before it: " + Moment(*error.time) + " " + std::string(error.level) +
                      " " + Printable(error.name) + ": " + Printable(error.text));
             }
@@ -372,7 +372,7 @@ class Summary {
                 {"line", TextJson(cause.line)},           {"code", TextJson(cause.code)},
                 {"exception", TextJson(cause.exception)}, {"top_frame", TextJson(cause.frame)}};
             crashes[i]["first_error"] =
-                kept ? EventJson(kept->Event(), HasWall(), story_.Files()[kept->Event().file].name) : Json();
+                kept ? EventJson(kept->Get(), HasWall(), story_.Files()[kept->Get().file].name) : Json();
         }
         return crashes;
     }

@@ -1,9 +1,10 @@
-#include "tools/base/BoundJson.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Json.h"
+#include "tools/base/JsonText.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
 #include "tools/commands/FolderCommand.h"
+#include "tools/commands/TimePrinter.h"
 #include "tools/report/CrashData.h"
 #include "tools/story/SelectedEvents.h"
 #include "tools/story/Sources.h"
@@ -27,12 +28,28 @@ constexpr std::array kLanes{"text lines", "binary records", "ring events", "even
 static_assert(kCategories.size() == kEventKinds && kLanes.size() == kEventKinds, "one of each for each kind");
 
 /// Microseconds with three decimal places; a floating-point number would lose the nanoseconds.
-std::string Microseconds(std::int64_t nanoseconds) {
-    std::string places;
-    AppendSeconds(places, Modulo(nanoseconds, 1000));
-    std::string text;
-    AppendDecimal(text, (nanoseconds - Modulo(nanoseconds, 1000)) / 1000);
-    return text + '.' + places.substr(places.size() - 3);
+void AppendMicroseconds(std::string& text, std::int64_t nanoseconds) {
+    const std::int64_t places = Modulo(nanoseconds, 1000);
+    AppendDecimal(text, (nanoseconds - places) / 1000);
+    text += {'.', static_cast<char>('0' + places / 100), static_cast<char>('0' + places / 10 % 10),
+             static_cast<char>('0' + places % 10)};
+}
+
+/// As `Json` writes it.
+void AppendNumberOrNull(std::string& text, const std::optional<std::size_t>& number) {
+    if (number) {
+        AppendDecimal(text, static_cast<std::int64_t>(*number));
+    } else {
+        text += "null";
+    }
+}
+
+void AppendBound(std::string& text, std::int64_t seconds) {
+    if (seconds == Certainty::kUnbounded) {
+        text += "\"unbounded\"";
+    } else {
+        AppendDecimal(text, seconds);
+    }
 }
 
 /// Events without a thread have a track of their own, the first.
@@ -89,7 +106,10 @@ class TraceWriter {
     template <class Thing>
     std::size_t ProcessOf(const Thing& thing) {
         const std::size_t process = thing.process.value_or(device_);
-        used_.insert(process);
+        if (process != lastUsed_) {
+            used_.insert(process);
+            lastUsed_ = process;
+        }
         return process;
     }
 
@@ -126,92 +146,136 @@ class TraceWriter {
         end_ = std::max(end_, origin_);
     }
 
-    void Head(const Json& name, const char* category, const char* phase, std::int64_t time, Track track) {
-        out_.Write(first_ ? "\n{\"name\":" : ",\n{\"name\":");
-        first_ = false;
-        out_.WriteJson(name);
+    /// Up to the name's text.
+    std::string& BeginHead() {
         std::string& text = out_.Text();
-        text += ",\"cat\":\"";
+        text += first_ ? "\n{\"name\":\"" : ",\n{\"name\":\"";
+        first_ = false;
+        return text;
+    }
+
+    void EndHead(const char* category, const char* phase, std::int64_t time, Track track) {
+        std::string& text = out_.Text();
+        text += "\",\"cat\":\"";
         text += category;
         text += "\",\"ph\":\"";
         text += phase;
-        text += "\",\"ts\":" + Microseconds(time) + ",\"pid\":" + std::to_string(track.process) +
-                ",\"tid\":" + std::to_string(track.track);
+        text += "\",\"ts\":";
+        AppendMicroseconds(text, time);
+        text += ",\"pid\":";
+        AppendDecimal(text, static_cast<std::int64_t>(track.process));
+        text += ",\"tid\":";
+        AppendDecimal(text, static_cast<std::int64_t>(track.track));
     }
 
     void Instant(const TimelineEvent& event) {
         const auto thread = threads_.NumberOf(event);
         const Track track{ProcessOf(event), thread ? TrackOf(*thread) : kNoThread};
-        Json arguments{{"file", ToUtf8(story_.Files()[event.file].name)}};
-        AddProcess(arguments, event);
-        std::string label = ToUtf8(event.name);
-        if (event.kind == EventKind::kText) {
-            arguments["level"] = ToUtf8(event.level);
-            arguments["message"] = ToUtf8(event.text);
-        } else {
-            label += label.empty() ? "" : ": ";
-            label += ToUtf8(event.text);
-            if (!event.level.empty()) {
-                arguments["level"] = ToUtf8(event.level);
-            }
-            for (std::size_t i = 0; i < event.arguments.size(); ++i) {
-                arguments["argument " + std::to_string(i + 1)] = Hex(event.arguments[i]);
-            }
-        }
-        if (label.empty()) {
-            label = "text";
-        }
-        if (!event.mark.empty()) {
-            arguments["state"] = event.mark;
-        }
-        AddTime(arguments, event.time, event.certainty, event.mark == kOverwritten);
-        Head(event.kind == EventKind::kText && !event.level.empty() ? ToUtf8(event.level) + " " + label
-                                                                    : label,
-             kCategories[static_cast<std::size_t>(event.kind)], "i", event.time.value_or(end_) - origin_,
-             track);
-        out_.Write(",\"s\":\"t\",\"args\":");
-        out_.WriteJson(arguments);
-        out_.Write("}");
-        ++rates_[(event.time.value_or(end_) - origin_) / kSecond][static_cast<std::size_t>(event.kind)];
+        const std::int64_t elapsed = event.time.value_or(end_) - origin_;
+        AppendLabel(BeginHead(), event);
+        EndHead(kCategories[static_cast<std::size_t>(event.kind)], "i", elapsed, track);
+        std::string& text = out_.Text();
+        text += ",\"s\":\"t\",\"args\":{\"file\":\"";
+        AppendJsonText(text, story_.Files()[event.file].name);
+        text += '"';
+        AppendProcess(text, event);
+        AppendArguments(text, event);
+        AppendTime(text, event.time, event.certainty, event.mark == kOverwritten);
+        text += "}}";
+        out_.Pace();
+        ++RateAt(elapsed / kSecond)[static_cast<std::size_t>(event.kind)];
         anyRecord_ = anyRecord_ || event.kind == EventKind::kRecord;
         ++count_;
     }
 
+    static void AppendLabel(std::string& text, const TimelineEvent& event) {
+        if (event.kind == EventKind::kText) {
+            AppendJsonText(text, event.level);
+            text += event.level.empty() ? "" : " ";
+            AppendJsonText(text, event.name.empty() ? "text" : event.name);
+            return;
+        }
+        AppendJsonText(text, event.name);
+        text += event.name.empty() ? "" : ": ";
+        AppendJsonText(text, event.name.empty() && event.text.empty() ? "text" : event.text);
+    }
+
+    static void AppendArguments(std::string& text, const TimelineEvent& event) {
+        if (event.kind == EventKind::kText || !event.level.empty()) {
+            text += ",\"level\":\"";
+            AppendJsonText(text, event.level);
+            text += '"';
+        }
+        if (event.kind == EventKind::kText) {
+            text += ",\"message\":\"";
+            AppendJsonText(text, event.text);
+            text += '"';
+        } else {
+            for (std::size_t i = 0; i < event.arguments.size(); ++i) {
+                text += ",\"argument " + std::to_string(i + 1) + "\":\"";
+                AppendHex(text, event.arguments[i]);
+                text += '"';
+            }
+        }
+        if (!event.mark.empty()) {
+            text += ",\"state\":\"";
+            AppendJsonText(text, event.mark);
+            text += '"';
+        }
+    }
+
     void Mark(const Crash& crash) {
+        AppendJsonText(BeginHead(), crash.title);
+        EndHead("crash", "i", crash.time.value_or(end_) - origin_, {ProcessOf(crash), kNoThread});
         Json files = Json::array();
-        Head(ToUtf8(crash.title), "crash", "i", crash.time.value_or(end_) - origin_,
-             {ProcessOf(crash), kNoThread});
         for (const std::size_t file : crash.files) {
             files.push_back(ToUtf8(story_.Files()[file].name));
         }
-        out_.Write(",\"s\":\"g\",\"args\":");
-        Json arguments{{"files", files}};
-        AddTime(arguments, crash.time, crash.certainty, false);
-        AddProcess(arguments, crash);
-        out_.WriteJson(arguments);
-        out_.Write("}");
+        out_.Write(",\"s\":\"g\",\"args\":{\"files\":");
+        out_.WriteJson(files);
+        std::string& text = out_.Text();
+        AppendTime(text, crash.time, crash.certainty, false);
+        AppendProcess(text, crash);
+        out_.Write("}}");
     }
 
     /// With the digits and marks that `log` and the page show, and how far the truth may be.
-    void AddTime(Json& arguments, const std::optional<std::int64_t>& time, const Certainty& certainty,
-                 bool overwritten) const {
+    void AppendTime(std::string& text, const std::optional<std::int64_t>& time, const Certainty& certainty,
+                    bool overwritten) {
         if (!time) {
-            arguments["time"] = "unknown, put at the end";
+            text += ",\"time\":\"unknown, put at the end\"";
             return;
         }
-        arguments["time"] = MomentInWords(story_.Time(), *time);
-        arguments["mark"] = std::string(1, MarkOf(certainty).sign) +
-                            (overwritten ? std::string(1, kOverwrittenMark.sign) : "");
+        text += ",\"time\":\"";
+        times_.Append(text, time, story_.Time().HasWall());
+        text += "\",\"mark\":\"";
+        text += MarkOf(certainty).sign;
+        if (overwritten) {
+            text += kOverwrittenMark.sign;
+        }
+        text += '"';
         if (!certainty.Exact()) {
-            arguments["later_by_seconds"] = BoundJson(certainty.later);
-            arguments["earlier_by_seconds"] = BoundJson(certainty.earlier);
+            text += ",\"later_by_seconds\":";
+            AppendBound(text, certainty.later);
+            text += ",\"earlier_by_seconds\":";
+            AppendBound(text, certainty.earlier);
         }
     }
 
     template <class Thing>
-    static void AddProcess(Json& arguments, const Thing& thing) {
-        arguments["boot"] = thing.boot ? Json(*thing.boot) : Json();
-        arguments["process"] = thing.process ? Json(*thing.process) : Json();
+    static void AppendProcess(std::string& text, const Thing& thing) {
+        text += ",\"boot\":";
+        AppendNumberOrNull(text, thing.boot);
+        text += ",\"process\":";
+        AppendNumberOrNull(text, thing.process);
+    }
+
+    /// The counts of a second, which is mostly that of the call before.
+    Rates::mapped_type& RateAt(std::int64_t second) {
+        if (rate_ == rates_.end() || rate_->first != second) {
+            rate_ = rates_.try_emplace(second).first;
+        }
+        return rate_->second;
     }
 
     void Metadata(const char* kind, Track track, const std::string& name) {
@@ -227,7 +291,8 @@ class TraceWriter {
 
     void Counters() {
         const auto write = [&](std::int64_t second, const Rates::mapped_type& counts) {
-            Head("entries per second", "rate", "C", second * kSecond, {device_, kNoThread});
+            BeginHead() += "entries per second";
+            EndHead("rate", "C", second * kSecond, {device_, kNoThread});
             out_.Write(",\"args\":");
             Json lanes = Json::object();
             for (std::size_t kind = 0; kind < kEventKinds; ++kind) {
@@ -273,7 +338,10 @@ class TraceWriter {
     Selection& selection_;
     std::size_t device_; ///< the Perfetto process for what is of no known process
     std::set<std::size_t> used_;
+    std::size_t lastUsed_ = 0; ///< 0 before the first
     Rates rates_;
+    Rates::iterator rate_ = rates_.end();
+    TimePrinter times_;
     std::int64_t origin_ = 0;
     std::int64_t end_ = 0;
     std::uint64_t count_ = 0;
@@ -293,7 +361,7 @@ void AddTimelineCommand(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<FolderOptions>();
     CLI::App* command = AddFolderCommand(
         app, context, "timeline", "Everything in a folder on one time axis, as Chrome trace-event JSON",
-        "File to write, for ui.perfetto.dev", *options);
+        "File to write, for ui.perfetto.dev; compressed if its name ends in .gz", *options);
     OnCall(*command, [&run, options] {
         run = [options](Context& c) {
             return RunOnFolder(c, *options, [&](const Story& story, Selection& selection, Output& out) {

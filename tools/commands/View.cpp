@@ -35,7 +35,7 @@ class LastOnes {
     }
     void Finish() {
         for (const KeptEvent& each : kept_) {
-            show_(each.Event());
+            show_(each.Get());
         }
     }
 

@@ -144,10 +144,17 @@ std::size_t LineReader::Split(std::string_view rest, std::size_t length, const F
 }
 
 LogLine LineReader::Parse(std::string_view line) const {
-    LogLine parsed = kind_ == LogKind::kQueue ? ParseQueueRecord(line) : ParseLogLine(line);
-    parsed.stamped = parsed.stamped && !(joined_ && !stamped_);
-    parsed.doubtful = doubtful_;
-    return parsed;
+    return Judged(kind_ == LogKind::kQueue ? ParseQueueRecord(line) : ParseLogLine(line));
+}
+
+LogLine LineReader::ParseHeader(std::string_view line) const {
+    return Judged(ParseLogHeader(line));
+}
+
+LogLine LineReader::Judged(LogLine line) const {
+    line.stamped = line.stamped && !(joined_ && !stamped_);
+    line.doubtful = doubtful_;
+    return line;
 }
 
 /// 0 when the end of the line is not in the buffer yet.

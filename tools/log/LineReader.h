@@ -26,15 +26,19 @@ class LineReader {
     bool Joined() const { return joined_; }
     /// That line taken apart.
     LogLine Parse(std::string_view line) const;
+    /// Of a log of lines, as `ParseLogHeader` does.
+    LogLine ParseHeader(std::string_view line) const;
 
   private:
-    static constexpr std::size_t kBlock = 1 << 20;
+    static constexpr std::size_t kBlock = 1 << 18;
     static constexpr std::size_t kLongestLine = 1 << 16;
 
     bool NextPiece(std::string_view& piece);
     bool FitsLimit(std::string_view& piece);
     bool Fill();
     std::size_t Split(std::string_view rest, std::size_t length, const FoundCalibration& found);
+    /// A line with what its place told of it.
+    LogLine Judged(LogLine line) const;
     std::size_t LineLength(std::string_view rest) const;
 
     const InputFile& file_;

@@ -19,27 +19,65 @@ std::int64_t QueueClock::Next(const RawDate& date) {
 }
 
 bool LogCursor::Next() {
-    while (!reader_ || !reader_->Next(text_)) {
-        if (next_ == parts_.size()) {
+    while (NextLine()) {
+        if (TakeIfWanted()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+bool LogCursor::NextLine() {
+    for (;;) {
+        const bool anyLine = reader_ && reader_->Next(text_);
+        if (anyLine && reader_->Offset() < stretch_.end) {
+            return true;
+        }
+        LogStretch last = std::move(stretch_);
+        if (!stretches_.Next(stretch_)) {
+            reader_.reset();
             return false;
         }
-        BeginPart(parts_[next_++]);
+        if (anyLine && stretch_.part == last.part && stretch_.begin == last.end) {
+            return true;
+        }
+        if (stretch_.part != last.part) {
+            BeginPart(*stretch_.part);
+        }
+        reader_.emplace(files_[stretch_.part->file]->file, files_[stretch_.part->file]->kind, stretch_.begin,
+                        stretch_.part->end);
+        clock_ = stretch_.clock;
     }
-    Take();
-    return true;
+}
+
+/// Takes the line, unless it is of a message that the sieve does not admit. A line without header goes with
+/// those before it.
+bool LogCursor::TakeIfWanted() {
+    if (sieve_ == nullptr) {
+        Take();
+        return true;
+    }
+    const bool levelTells = sieve_->KnowsLevels() && files_[stretch_.part->file]->kind == LogKind::kLines;
+    const LogLine header = levelTells ? reader_->ParseHeader(text_) : LogLine();
+    if (header.hasHeader && !IsCalibration(header) && !sieve_->MayAdmit(header.message)) {
+        TakeTime(header);
+        admitted_ = false;
+    } else {
+        Take();
+        admitted_ = entry_.line.hasHeader ? sieve_->Admits(entry_.line) : admitted_;
+    }
+    return admitted_;
 }
 
 void LogCursor::BeginPart(const LogPart& part) {
     const LogFile& file = *files_[part.file];
     const LogRun& run = runs_[part.run];
-    reader_.emplace(file.file, file.kind, part.begin, part.end);
     entry_ = LogEntry();
     entry_.part = &part;
     entry_.certainty = part.certainty;
     entry_.hasWall = file.kind == LogKind::kQueue || run.wall.has_value();
     entry_.certainty.originLater = run.wall ? run.wall->Spread() : 0;
     origin_ = part.start + OriginOf(run);
-    clock_ = CounterClock();
     queueClock_ = QueueClock();
 }
 
@@ -54,12 +92,17 @@ void LogCursor::Take() {
     entry_.text = WithoutLineEnd(text_);
     entry_.offset = reader_->Offset();
     entry_.continued = !entry_.line.hasHeader;
-    if (entry_.line.date) {
-        entry_.time = queueClock_.Next(*entry_.line.date);
+    TakeTime(entry_.line);
+}
+
+/// The clock goes through all lines, shown or not.
+void LogCursor::TakeTime(const LogLine& line) {
+    if (line.date) {
+        entry_.time = queueClock_.Next(*line.date);
         entry_.certainty.later = queueClock_.Later() > 0 ? 1 : 0;
         entry_.hasTime = true;
-    } else if (entry_.line.stamped) {
-        const std::int64_t elapsed = clock_.Next(entry_.line.counter, OrderedThread(entry_.line));
+    } else if (line.stamped) {
+        const std::int64_t elapsed = clock_.Next(line.counter, OrderedThread(line));
         entry_.time = origin_ + elapsed;
         entry_.hasTime = true;
         const std::int64_t later = entry_.part->certainty.later;

@@ -4,6 +4,7 @@
 #include "tools/log/LineReader.h"
 #include "tools/log/LogEntry.h"
 #include "tools/log/LogFile.h"
+#include "tools/log/LogStretches.h"
 #include "tools/log/TimePlacer.h"
 
 #include <cstddef>
@@ -25,26 +26,32 @@ class QueueClock {
     std::int64_t later_ = 0;
 };
 
-/// Reads the lines of one log's placed parts, in their order.
+/// Reads the lines of one log's placed parts, in their order: all of them, or, with a sieve, those that may
+/// pass it.
 class LogCursor {
   public:
-    /// All of these outlive the cursor.
+    /// All of these outlive the cursor; the sieve may be null.
     LogCursor(const std::vector<const LogFile*>& files, const std::vector<LogPart>& parts,
-              const std::vector<LogRun>& runs)
-        : files_(files), parts_(parts), runs_(runs) {}
+              const std::vector<LogRun>& runs, const LineSieve* sieve)
+        : files_(files), runs_(runs), sieve_(sieve), stretches_(files, parts, sieve) {}
 
     /// False at the end.
     bool Next();
     const LogEntry& Entry() const { return entry_; }
 
   private:
+    bool NextLine();
     void BeginPart(const LogPart& part);
     void Take();
+    void TakeTime(const LogLine& line);
+    bool TakeIfWanted();
 
     const std::vector<const LogFile*>& files_;
-    const std::vector<LogPart>& parts_;
     const std::vector<LogRun>& runs_;
-    std::size_t next_ = 0;
+    const LineSieve* sieve_;
+    LogStretches stretches_;
+    LogStretch stretch_;
+    bool admitted_ = true; ///< the message that was read last
     std::optional<LineReader> reader_;
     std::string_view text_;
     LogEntry entry_;

@@ -34,6 +34,13 @@ bool LogFilter::AddThread(std::string_view text) {
     return true;
 }
 
+void LogFilter::Restart() {
+    message_ = Fate::kShow;
+    if (texts_ != nullptr) {
+        texts_->Restart();
+    }
+}
+
 LogFilter::Fate LogFilter::Judge(const LogLine& line, std::string_view text) {
     if (line.hasHeader) {
         const bool admitted = AdmitsHeader(line.level, line.tracer, line.thread);

@@ -25,9 +25,15 @@ class LogFilter {
     /// The message has to be one of these as well, which outlive the filter.
     void SetTexts(TextFilter& texts) { texts_ = &texts; }
 
+    /// To be called before what was judged is judged once more from its begin.
+    void Restart();
     /// What becomes of a line, and of those of its message that were undecided so far.
     using Fate = TextFilter::Fate;
     Fate Judge(const LogLine& line, std::string_view text);
+
+    const std::vector<std::string>& Levels() const { return levels_; }
+    const std::vector<std::string>& Tracers() const { return tracers_; }
+    const TextFilter* Texts() const { return texts_; }
 
     /// Whether a message may be shown that begins with a line of these.
     bool AdmitsHeader(std::string_view level, std::string_view tracer, std::uint32_t thread) const;

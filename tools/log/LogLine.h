@@ -1,6 +1,7 @@
 #pragma once
 
 #include "catalogue/Levels.h"
+#include "catalogue/Marks.h"
 #include "tools/base/WallClock.h"
 
 #include <cstddef>
@@ -47,18 +48,25 @@ inline constexpr std::span kLevelNames = std::span(Nima::Catalogue::kLevelNames)
 
 /// Takes a line apart, given with or without its end. A line without a header is all message.
 LogLine ParseLogLine(std::string_view text);
-/// The same for a record of the memory queue's file.
+/// The same, but what comes after the header of a line that is none of calibration is all message, with its
+/// end.
+LogLine ParseLogHeader(std::string_view text);
+/// The same as the first for a record of the memory queue's file.
 LogLine ParseQueueRecord(std::string_view text);
 
 /// The date of a calibration line.
 std::optional<RawDate> CalibrationDate(const LogLine& line);
 
+/// Whether a line is one of calibration, whatever its date.
+inline bool IsCalibration(const LogLine& line) {
+    return line.level == Nima::Catalogue::kCalibrationLevel;
+}
+
 /// The thread, of a line that stands after all earlier ones of its thread. A calibration line does not: the
 /// line that made a log roll is stamped before it and stored after it.
-std::optional<std::uint32_t> OrderedThread(const LogLine& line);
-
-/// Whether a line is one of calibration, whatever its date.
-bool IsCalibration(const LogLine& line);
+inline std::optional<std::uint32_t> OrderedThread(const LogLine& line) {
+    return IsCalibration(line) ? std::nullopt : std::optional(line.thread);
+}
 
 /// A calibration line, perhaps in the middle of a line: a process wrote it at the end of what another left
 /// torn.

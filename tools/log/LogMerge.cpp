@@ -12,11 +12,13 @@ constexpr std::size_t kUnknownBoot = std::numeric_limits<std::size_t>::max();
 } // namespace
 
 LogMerge::LogMerge(const std::vector<const LogFile*>& files, const std::vector<std::vector<LogPart>>& logs,
-                   const std::vector<LogRun>& runs, const std::vector<LogProcess>& processes)
+                   const std::vector<LogRun>& runs, const std::vector<LogProcess>& processes,
+                   const LineSieve* sieve)
     : processes_(processes) {
     streams_.reserve(logs.size());
     for (const std::vector<LogPart>& parts : logs) {
-        streams_.push_back(Stream{.cursor = LogCursor(files, parts, runs)});
+        streams_.push_back(
+            Stream{.cursor = LogCursor(files, parts, runs, logs.size() == 1 ? sieve : nullptr)});
         Advance(streams_.back());
     }
 }

@@ -15,9 +15,11 @@ namespace NimaPost {
 /// stands, whatever its times are.
 class LogMerge {
   public:
-    /// All of these outlive the object.
+    /// All of these outlive the object. A sieve may leave lines of a log out that is the only one; it may be
+    /// null.
     LogMerge(const std::vector<const LogFile*>& files, const std::vector<std::vector<LogPart>>& logs,
-             const std::vector<LogRun>& runs, const std::vector<LogProcess>& processes);
+             const std::vector<LogRun>& runs, const std::vector<LogProcess>& processes,
+             const LineSieve* sieve);
 
     /// Null at the end. The entry holds until the next call.
     const LogEntry* Next();

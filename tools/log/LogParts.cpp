@@ -5,6 +5,7 @@
 #include "tools/log/Rounds.h"
 
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 namespace NimaPost {
@@ -16,13 +17,28 @@ constexpr std::size_t kMostParts = 1 << 18;
 /// Of fewer lines, no thread can be expected to have written one.
 constexpr std::uint64_t kFewLines = 3;
 
+/// How far marks are apart: a share of the file, but not too little.
+constexpr std::uint64_t kMostMarks = 1024;
+constexpr std::uint64_t kLeastBetweenMarks = 1 << 18;
+/// Each mark has a clock, which knows the threads. With many of them there are fewer marks, and with more
+/// than any device has there are none.
+constexpr std::uint64_t kFewThreads = 16;
+constexpr std::uint64_t kManyThreads = 1024;
+constexpr std::uint64_t kNoMark = std::numeric_limits<std::uint64_t>::max();
+
 /// Divides a range of lines at calibration lines and runs the clock over each part.
 class Divider {
   public:
-    explicit Divider(std::uint64_t begin) { part_.begin = begin; }
+    Divider(std::uint64_t begin, std::uint64_t fileSize)
+        : betweenMarks_(std::max(fileSize / kMostMarks, kLeastBetweenMarks)) {
+        part_.begin = begin;
+        nextMark_ = begin + betweenMarks_;
+    }
 
-    void Line(const LogLine& line, std::uint64_t offset) {
+    /// A line is whole if the one before it has an end.
+    void Line(const LogLine& line, std::uint64_t offset, bool whole) {
         if (!line.hasHeader) {
+            part_.beginsInside = part_.beginsInside || offset == part_.begin;
             return;
         }
         const bool calibrates = IsCalibration(line);
@@ -32,9 +48,14 @@ class Divider {
             part_.date = line.stamped ? CalibrationDate(line) : std::nullopt;
             part_.calibrationHasStamp = line.stamped;
             part_.doubtful = line.doubtful;
+            // Read from there on, the line passes for a stamped one, and the clock is another.
+            nextMark_ = line.stamped ? nextMark_ : kNoMark;
         }
         if (!line.stamped) {
             return;
+        }
+        if (offset >= nextMark_ && whole && !calibrates && part_.stamped > 0) {
+            Mark(offset);
         }
         if (part_.stamped++ == 0) {
             part_.firstCounter = line.counter;
@@ -54,6 +75,17 @@ class Divider {
     }
 
   private:
+    void Mark(std::uint64_t offset) {
+        std::uint64_t threads = 0;
+        clock_.ForEachThread([&](std::uint32_t /*thread*/) { ++threads; });
+        if (threads > kManyThreads) {
+            nextMark_ = kNoMark;
+            return;
+        }
+        part_.marks.push_back({offset, clock_});
+        nextMark_ = offset + betweenMarks_ * (1 + threads / kFewThreads);
+    }
+
     void Close(std::uint64_t at) {
         part_.end = at;
         part_.length = clock_.Frontier();
@@ -72,23 +104,27 @@ class Divider {
         std::sort(part_.threads.begin(), part_.threads.end());
         part_.threads.erase(std::unique(part_.threads.begin(), part_.threads.end()), part_.threads.end());
         if (part_.end > part_.begin) {
-            parts_.push_back(part_);
+            parts_.push_back(std::move(part_));
         }
         part_ = LogPart();
         part_.begin = at;
+        nextMark_ = at + betweenMarks_;
         clock_ = CounterClock();
     }
 
     std::vector<LogPart> parts_;
     LogPart part_;
     CounterClock clock_;
+    std::uint64_t betweenMarks_;
+    std::uint64_t nextMark_;
 };
 
 std::vector<LogPart> PartsOf(const InputFile& file, ByteRange range) {
-    Divider divider(range.begin);
+    Divider divider(range.begin, file.Size());
     LineReader reader(file, LogKind::kLines, range.begin, range.end);
-    for (std::string_view text; reader.Next(text);) {
-        divider.Line(reader.Parse(text), reader.Offset());
+    bool whole = false;
+    for (std::string_view text; reader.Next(text); whole = text.ends_with('\n')) {
+        divider.Line(reader.ParseHeader(text), reader.Offset(), whole);
     }
     return divider.Finish(range.end);
 }
@@ -180,13 +216,15 @@ bool LogPart::HasThread(std::uint32_t thread) const {
 LogSurvey SurveyLog(const InputFile& file) {
     LogSurvey survey;
     RoundDetector detector;
-    Divider divider(0);
+    Divider divider(0, file.Size());
+    bool whole = false;
     LineReader reader(file, LogKind::kLines, 0, file.Size());
-    for (std::string_view text; reader.Next(text); ++survey.lines) {
-        const LogLine line = reader.Parse(text);
+    for (std::string_view text; reader.Next(text); whole = text.ends_with('\n')) {
+        ++survey.lines;
+        const LogLine line = reader.ParseHeader(text);
         survey.torn += reader.Joined() ? 1 : 0;
         detector.Line(line, text, reader.Offset());
-        divider.Line(line, reader.Offset());
+        divider.Line(line, reader.Offset(), whole);
     }
     const Rounds rounds = detector.Judge(file.Size());
     survey.hidesSeam = rounds.hidden;

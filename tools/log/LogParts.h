@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tools/base/Certainty.h"
+#include "tools/base/CounterClock.h"
 #include "tools/base/InputFile.h"
 #include "tools/base/WallClock.h"
 #include "tools/log/LogLine.h"
@@ -19,6 +20,13 @@ enum class PartLink : unsigned char {
     kRolled,    ///< by the same process, in the file after a backup
 };
 
+/// A line in the middle of a part at which reading can begin: with its header, and with the clock as it is
+/// before that line.
+struct ClockMark {
+    std::uint64_t offset = 0;
+    CounterClock clock;
+};
+
 /// A stretch of a log's file that was written in one go, from one calibration line to the next. What is read
 /// from its lines stands first; how it is placed is found out later.
 struct LogPart {
@@ -31,6 +39,8 @@ struct LogPart {
     bool hidesSeam = false;
     /// The calibration line may be all that its process wrote, over the first line of an older log.
     bool mayBeOlder = false;
+    bool beginsInside = false; ///< its first line has no header: the message began before it
+    std::vector<ClockMark> marks;
     std::optional<LineStamp> calibration; ///< the line that it begins with
     std::optional<RawDate> date;          ///< of that line, if it is of use
     bool calibrationHasStamp = true;      ///< else its counter cannot be told from a torn line in front of it

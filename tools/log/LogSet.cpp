@@ -282,12 +282,12 @@ void LogSet::SortProcesses(const JoinedLogs& joined) {
     processes_ = std::move(sorted);
 }
 
-void LogSet::ForEach(const std::function<bool(const LogEntry&)>& visitor) const {
+void LogSet::ForEach(const std::function<bool(const LogEntry&)>& visitor, const LineSieve* sieve) const {
     std::vector<const LogFile*> files;
     for (const Source& source : sources_) {
         files.push_back(&source);
     }
-    LogMerge merge(files, logs_, runs_, processes_);
+    LogMerge merge(files, logs_, runs_, processes_, sieve);
     while (const LogEntry* entry = merge.Next()) {
         if (!visitor(*entry)) {
             return;

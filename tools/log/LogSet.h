@@ -21,6 +21,7 @@
 namespace NimaPost {
 
 class JoinedLogs;
+class LineSieve;
 
 /// The log files of one device, put into the order of time. A log is a file with its backups, whose numbers
 /// order them; logs of several processes are merged.
@@ -39,8 +40,9 @@ class LogSet {
     /// The dates that are later than the moment at which the files were collected.
     std::size_t LaterThanCollected() const { return laterThanCollected_; }
 
-    /// Hands over every line in the order of time until the visitor returns false.
-    void ForEach(const std::function<bool(const LogEntry&)>& visitor) const;
+    /// Hands over every line in the order of time until the visitor returns false. With a sieve, it need not
+    /// hand over what that does not let pass.
+    void ForEach(const std::function<bool(const LogEntry&)>& visitor, const LineSieve* sieve = nullptr) const;
 
     struct Source : LogFile {
         Findings findings;

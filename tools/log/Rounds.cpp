@@ -73,7 +73,7 @@ void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64
         if (lastOfThread_.size() >= CounterClock::kMostThreads) {
             lastOfThread_.clear();
         }
-        lastOfThread_[line.thread] = line.counter;
+        lastOfThread_.TryEmplace(line.thread, 0).first = line.counter;
         last_[lines_++ % last_.size()] = {line.counter, line.thread};
         openingAtEnd_.reset();
     }
@@ -263,9 +263,9 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
     step.width = StepForward(*previous_, line.counter);
     if (step.width > kCounterPeriod - kDisorder) {
         // A small fall is a line that came late, unless its own thread had been further.
-        const auto last = lastOfThread_.find(line.thread);
-        const bool possible = last == lastOfThread_.end() ||
-                              StepForward(last->second, line.counter) < kCounterPeriod - kDisorder;
+        const std::int64_t* const last = lastOfThread_.Find(line.thread);
+        const bool possible =
+            last == nullptr || StepForward(*last, line.counter) < kCounterPeriod - kDisorder;
         step.width = possible ? 0 : step.width;
     }
     widths_.Add(step.width);
@@ -279,10 +279,12 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
     if (step.torn && (torn_.size() < kMostTorn || cut) && torn_.size() < 2 * kMostTorn) {
         torn_.push_back(step);
     }
-    const auto lightest = std::min_element(widest_.begin(), widest_.end(),
-                                           [](const Step& x, const Step& y) { return x.width < y.width; });
-    if (step.width > lightest->width) {
-        *lightest = step;
+    if (step.width > widest_[lightest_].width) {
+        widest_[lightest_] = step;
+        lightest_ = static_cast<std::size_t>(
+            std::min_element(widest_.begin(), widest_.end(),
+                             [](const Step& x, const Step& y) { return x.width < y.width; }) -
+            widest_.begin());
     }
 }
 

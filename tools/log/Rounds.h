@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/ThreadTimes.h"
 #include "tools/base/WallClock.h"
 #include "tools/log/LogLine.h"
 
@@ -7,7 +8,6 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace NimaPost {
@@ -132,11 +132,12 @@ class RoundDetector {
     std::optional<std::uint64_t> openingAtEnd_;
     std::optional<std::int64_t> previous_; ///< the counter of the line before, unless that one calibrates
     std::uint64_t previousOffset_ = 0;
-    std::unordered_map<std::uint32_t, std::int64_t> lastOfThread_;
+    ThreadTimes lastOfThread_;
     std::array<LineStamp, kUnbufferedLines> last_;
     std::uint64_t lines_ = 0;
     std::vector<Step> torn_;
     std::vector<Step> widest_ = std::vector<Step>(8);
+    std::size_t lightest_ = 0; ///< of these
     StepWidths widths_;
     std::uint64_t headerless_ = 0;
     std::uint64_t headerlessOffset_ = 0;

@@ -13,14 +13,21 @@ namespace NimaPost {
 /// An event with texts of its own.
 class KeptEvent {
   public:
-    explicit KeptEvent(const TimelineEvent& event)
-        : event_(event),
-          texts_{std::string(event.level), std::string(event.name), std::string(event.text),
-                 std::string(event.mark), std::string(event.line)},
-          arguments_(event.arguments.begin(), event.arguments.end()) {}
+    KeptEvent() = default;
+    explicit KeptEvent(const TimelineEvent& event) { Assign(event); }
+
+    void Assign(const TimelineEvent& event) {
+        event_ = event;
+        texts_[0] = event.level;
+        texts_[1] = event.name;
+        texts_[2] = event.text;
+        texts_[3] = event.mark;
+        texts_[4] = event.line;
+        arguments_.assign(event.arguments.begin(), event.arguments.end());
+    }
 
     /// Holds as long as the object stays where it is.
-    TimelineEvent Event() const {
+    TimelineEvent Get() const {
         TimelineEvent event = event_;
         event.level = texts_[0];
         event.name = texts_[1];

@@ -47,7 +47,7 @@ void MergedStory::ForEach(const std::function<void(const TimelineEvent&)>& visit
         // The order of a log's lines stands, whatever their times are.
         reached = std::max(reached, KeyOf(event));
         for (; next != others_.end() && next->first < reached; ++next) {
-            visitor(next->second.Event());
+            visitor(next->second.Get());
         }
         visitor(event);
     });
@@ -57,7 +57,7 @@ void MergedStory::ForEach(const std::function<void(const TimelineEvent&)>& visit
     });
     selected.Finish();
     for (; next != others_.end(); ++next) {
-        visitor(next->second.Event());
+        visitor(next->second.Get());
     }
 }
 

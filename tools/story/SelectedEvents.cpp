@@ -29,27 +29,14 @@ void ForEachSelected(const Story& story, Selection& selection, const SelectedEve
 
 void SelectedEvents::Take(const TimelineEvent& event) {
     if (!event.continued) {
-        Finish();
-        kept_.clear();
+        messages_.Begin();
     }
     if (!selection_.IsOf(event)) {
         return;
     }
-    fate_ = Judge(event);
-    if (fate_ == TextFilter::Fate::kHide) {
-        kept_.clear();
-    } else if (selection_.IsIn(event.time, event.certainty)) {
-        if (fate_ == TextFilter::Fate::kShow) {
-            ShowKept();
-            show_(event);
-            return;
-        }
-        if (kept_.size() == kMostWaiting) {
-            Finish();
-        }
-        if (kept_.size() < kMostWaiting) {
-            kept_.emplace_back(KeptEvent(event));
-        }
+    messages_.Decide(Judge(event));
+    if (messages_.Decision() != TextFilter::Fate::kHide && selection_.IsIn(event.time, event.certainty)) {
+        messages_.Take(event);
     }
 }
 
@@ -57,26 +44,14 @@ TextFilter::Fate SelectedEvents::Judge(const TimelineEvent& event) {
     if (!event.continued && !admits_(event)) {
         return TextFilter::Fate::kHide;
     }
+    const TextFilter::Fate before = messages_.Decision();
     TextFilter& texts = selection_.Texts();
-    if (texts.Empty() || (event.continued && fate_ == TextFilter::Fate::kHide)) {
-        return event.continued ? fate_ : TextFilter::Fate::kShow;
+    if (texts.Empty() || (event.continued && before == TextFilter::Fate::kHide)) {
+        return event.continued ? before : TextFilter::Fate::kShow;
     }
     words_.clear();
     AppendWords(words_, event);
     return event.continued ? texts.Continue(words_) : texts.Begin(words_);
-}
-
-void SelectedEvents::Finish() {
-    if (fate_ == TextFilter::Fate::kUnlessBad) {
-        ShowKept();
-    }
-}
-
-void SelectedEvents::ShowKept() {
-    for (const KeptEvent& each : kept_) {
-        show_(each.Event());
-    }
-    kept_.clear();
 }
 
 } // namespace NimaPost

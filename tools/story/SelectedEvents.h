@@ -1,13 +1,14 @@
 #pragma once
 
 #include "tools/axis/TimelineEvent.h"
+#include "tools/base/HeldLines.h"
 #include "tools/story/KeptEvent.h"
 #include "tools/story/Selection.h"
 #include "tools/story/Story.h"
 
 #include <functional>
 #include <string>
-#include <vector>
+#include <utility>
 
 namespace NimaPost {
 
@@ -20,24 +21,18 @@ class SelectedEvents {
     using Admits = std::function<bool(const TimelineEvent&)>;
 
     SelectedEvents(Selection& selection, Admits admits, Show show)
-        : selection_(selection), admits_(std::move(admits)), show_(std::move(show)) {}
+        : selection_(selection), admits_(std::move(admits)), messages_(std::move(show)) {}
 
     void Take(const TimelineEvent& event);
     /// To be called when no event follows.
-    void Finish();
+    void Finish() { messages_.Finish(); }
 
   private:
-    /// Beyond so many lines a message's later ones are shown without those in front.
-    static constexpr std::size_t kMostWaiting = 256;
-
     TextFilter::Fate Judge(const TimelineEvent& event);
-    void ShowKept();
 
     Selection& selection_;
     Admits admits_;
-    Show show_;
-    std::vector<KeptEvent> kept_;
-    TextFilter::Fate fate_ = TextFilter::Fate::kShow;
+    HeldLines<TimelineEvent, KeptEvent> messages_;
     std::string words_;
 };
 

@@ -70,6 +70,8 @@ class Selection {
     TextFilter& Texts() { return texts_; }
     const std::optional<std::uint64_t>& Last() const { return last_; }
     bool LimitsTime() const { return limited_; }
+    /// Whether it takes every boot, process and time.
+    bool TakesAll() const { return !limited_ && !boot_ && !process_; }
 
     /// To be called before what was read is gone through once more.
     void BeginCount() { nearMisses_ = 0; }
