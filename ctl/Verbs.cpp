@@ -44,10 +44,10 @@ NimaPost::Argument AddTimeOption(CLI::App& verb, const std::string& name, std::c
                    : "no time \"" + text + "\": such as 30s, 500ms, 5m or 1.5, " +
                          (least.count() > 0 ? "more than nothing and " : "") + "at most a day";
     };
-    std::function<void(const std::string&)> set = [&time](const std::string& text) {
+    const auto set = [&time](const std::string& text) {
         time = std::chrono::nanoseconds(NimaPost::ParseDuration(text).value_or(0));
     };
-    return AddOption(verb, name, std::move(set), what).TypeName("TIME").Check(check);
+    return AddOption(verb, name, std::function<void(const std::string&)>(set), what).TypeName("TIME").Check(check);
 }
 
 void AddWaitOption(CLI::App& verb, std::chrono::nanoseconds& time, const std::string& what) {

@@ -93,9 +93,9 @@ template Argument AddOption(CLI::App&, const std::string&, std::optional<std::in
 template Argument AddOption(CLI::App&, const std::string&, std::optional<std::uint64_t>&, const std::string&);
 template Argument AddOption(CLI::App&, const std::string&, std::vector<std::uint64_t>&, const std::string&);
 
-Argument AddOption(CLI::App& command, const std::string& name, std::function<void(const std::string&)> take,
-                   const std::string& description) {
-    return Argument(*command.add_option_function<std::string>(name, std::move(take), description));
+Argument AddOption(CLI::App& command, const std::string& name,
+                   const std::function<void(const std::string&)>& take, const std::string& description) {
+    return Argument(*command.add_option_function<std::string>(name, take, description));
 }
 Argument AddFlag(CLI::App& command, const std::string& names, bool& value, const std::string& description) {
     return Argument(*command.add_flag(names, value, description));

@@ -59,8 +59,8 @@ class Argument {
 /// for the types of CommandLine.cpp.
 template <class Value>
 Argument AddOption(CLI::App& command, const std::string& names, Value& value, const std::string& description);
-Argument AddOption(CLI::App& command, const std::string& name, std::function<void(const std::string&)> take,
-                   const std::string& description);
+Argument AddOption(CLI::App& command, const std::string& name,
+                   const std::function<void(const std::string&)>& take, const std::string& description);
 Argument AddFlag(CLI::App& command, const std::string& names, bool& value, const std::string& description);
 Argument AddFlag(CLI::App& command, const std::string& name, std::function<void()> given,
                  const std::string& description);

@@ -33,7 +33,7 @@ class LineReader {
     static constexpr std::size_t kBlock = 1 << 18;
     static constexpr std::size_t kLongestLine = 1 << 16;
 
-    bool NextPiece(std::string_view& piece);
+    bool NextPiece(std::string_view& line);
     bool FitsLimit(std::string_view& piece);
     bool Fill();
     std::size_t Split(std::string_view rest, std::size_t length, const FoundCalibration& found);

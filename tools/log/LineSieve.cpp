@@ -22,7 +22,9 @@ LineSieve::LineSieve(const LogFilter& filter) : filter_(filter) {
                          const std::string& after) {
         OneOf any;
         for (const std::string& name : names) {
-            any.emplace_back(before + name + after);
+            std::string mark = before;
+            mark.append(name).append(after);
+            any.emplace_back(mark);
         }
         if (!any.empty()) {
             marks_.push_back(std::move(any));
