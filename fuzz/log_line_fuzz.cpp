@@ -16,7 +16,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
         std::string wall;
         AppendWallTime(wall, line.date->Earliest());
     }
-    LooksLikeCutLine(text);
+    RestOfHeader(text);
+    FindCalibration(text);
+    ParseLogHeader(text);
     LogKindOf(text);
     std::string printable;
     AppendPrintable(printable, text);

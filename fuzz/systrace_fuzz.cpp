@@ -1,4 +1,5 @@
 #include "fuzz/support/MemoryFile.h"
+#include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/systrace/RecordText.h"
 

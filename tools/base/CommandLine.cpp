@@ -91,7 +91,9 @@ template Argument AddOption(CLI::App&, const std::string&, unsigned long long&, 
 template Argument AddOption(CLI::App&, const std::string&, double&, const std::string&);
 template Argument AddOption(CLI::App&, const std::string&, std::optional<std::int64_t>&, const std::string&);
 template Argument AddOption(CLI::App&, const std::string&, std::optional<std::uint64_t>&, const std::string&);
+template Argument AddOption(CLI::App&, const std::string&, std::optional<unsigned>&, const std::string&);
 template Argument AddOption(CLI::App&, const std::string&, std::vector<std::uint64_t>&, const std::string&);
+template Argument AddOption(CLI::App&, const std::string&, std::vector<unsigned>&, const std::string&);
 
 Argument AddOption(CLI::App& command, const std::string& name,
                    const std::function<void(const std::string&)>& take, const std::string& description) {
