@@ -165,8 +165,8 @@ void Compress(const std::string& path, int filter, const std::string& content) {
 std::string LogLines(int first, int count) {
     std::string lines;
     for (int i = first; i < first + count; ++i) {
-        lines += std::to_string(1'000'000'000 + i * 10'000'000) + " <0x00000001:000> <WARN> <Feeder> sheet " +
-                 std::to_string(i) + "\r\n";
+        lines += std::to_string(100 + i / 100 + i % 100 * 10'000'000) +
+                 " <0x00000001:000> <WARN> <Feeder> sheet " + std::to_string(i) + "\r\n";
     }
     return lines;
 }
