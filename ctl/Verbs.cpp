@@ -47,7 +47,9 @@ NimaPost::Argument AddTimeOption(CLI::App& verb, const std::string& name, std::c
     const auto set = [&time](const std::string& text) {
         time = std::chrono::nanoseconds(NimaPost::ParseDuration(text).value_or(0));
     };
-    return AddOption(verb, name, std::function<void(const std::string&)>(set), what).TypeName("TIME").Check(check);
+    return AddOption(verb, name, std::function<void(const std::string&)>(set), what)
+        .TypeName("TIME")
+        .Check(check);
 }
 
 void AddWaitOption(CLI::App& verb, std::chrono::nanoseconds& time, const std::string& what) {
