@@ -104,7 +104,7 @@ std::vector<FoundNote> FindNotes(const std::string& directory) {
         if (file) {
             std::string text = ReadText(file.Number());
             auto note = ParseNote(text);
-            notes.push_back({std::move(name), std::move(text), IsAbandoned(file.Number()), std::move(note)});
+            notes.push_back({std::move(name), std::move(text), IsAbandoned(file.Number()), note});
         }
     }
     return notes;

@@ -102,7 +102,7 @@ std::string LevelsInWords(const std::map<std::string, std::uint64_t>& levels) {
 
 /// As a shell takes it.
 std::string Quoted(const std::string& argument) {
-    const std::string text = ToUtf8(argument);
+    std::string text = ToUtf8(argument);
     if (text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-./+,:@%") ==
         std::string::npos) {
         return text;
