@@ -454,8 +454,8 @@ TEST_F(LogTimes, OfALogThatHoldsTextsLikeCutLinesAreOfOneRound) {
             }
             // Nor when another process opens the log after such a text.
             const std::int64_t later = kBoot + 300 * kMillisecond;
-            WriteFile("a.log", log + text + end + Calibration(later, later + offset, 2) +
-                                   Line(later + kMillisecond, "<WARN> <A> again", 2));
+            log.append(text).append(end).append(Calibration(later, later + offset, 2));
+            WriteFile("a.log", log + Line(later + kMillisecond, "<WARN> <A> again", 2));
             const Logs logs({"a.log"});
             EXPECT_TRUE(logs.set.Sources()[0].findings.remarks.empty()) << text;
             ASSERT_EQ(logs.set.Processes().size(), 2U) << text;

@@ -723,11 +723,11 @@ TEST_F(CtlTest, TheJsonIsAsItsPageSays) {
         page["record"].insert(member);
     }
     const auto check = [&](std::vector<std::string> call, int code) {
-        call.push_back("--json");
+        call.emplace_back("--json");
         const Result result = Ctl(call);
         EXPECT_EQ(result.code, code) << result.errors;
         EXPECT_TRUE(result.output.starts_with("{\"schema\":1,")) << result.output;
-        const Json object = result.Parsed();
+        Json object = result.Parsed();
         std::set<std::string> members = page[call[0]];
         if (code == 2) {
             members = {"error"};
