@@ -9,6 +9,10 @@ namespace NimaPost {
 
 namespace {
 
+/// A dying process takes longer over its date and ticks than a writer of lines over its own. The limit is
+/// that of `kDateTakes`.
+constexpr std::int64_t kHeadTakes = 8'000'000;
+
 bool MayHaveRunAt(const LogClock& clock, std::int64_t second) {
     const bool ended = clock.nextOpening && *clock.nextOpening >= clock.first;
     return (second + 1) * kSecond > clock.first && !(ended && second * kSecond > *clock.nextOpening);
@@ -39,7 +43,7 @@ Tie Axis::TieOf(std::int64_t counter, const RawDate& date, std::optional<std::ui
         if ((owner && clock.process != *owner) || !MayHaveRunAt(clock, date.second)) {
             continue;
         }
-        const auto tie = TieOn(clock, counter, date, owner ? kDateTakes : kFitsClosely);
+        const auto tie = TieOn(clock, counter, date, owner ? kHeadTakes : kFitsClosely);
         if (tie && found && processes_[clock.process].boot != processes_[*found->process].boot) {
             return byDate; // Of either.
         }
