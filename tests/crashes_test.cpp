@@ -25,6 +25,15 @@ namespace {
 
 class Crashes : public Sandbox {};
 
+/// A log of two boots, whose clocks stand half a second apart.
+constexpr const char* kTwoBoots =
+    "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+    "now=01261024163100.54000, type=qpc\r\n"
+    "500000100 <0x00000001:000> <WARN> <One> first\r\n"
+    "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, "
+    "now=01261024173100.54000, type=qpc\r\n"
+    "500 <0x00000002:000> <WARN> <One> second\r\n";
+
 /// A process that ends itself by a report leaves this file.
 std::string ReportOf(const char* message, const char* file) {
     std::string left;
@@ -236,14 +245,7 @@ TEST_F(Crashes, ADeathBySignalComesAfterEverythingButNoLaterThanItsFile) {
 }
 
 TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
-    // The second boot's clock stands half a second away from the first one's.
-    WriteFile("device.log",
-              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
-              "now=01261024163100.54000, type=qpc\r\n"
-              "500000100 <0x00000001:000> <WARN> <One> first\r\n"
-              "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, "
-              "now=01261024173100.54000, type=qpc\r\n"
-              "500 <0x00000002:000> <WARN> <One> second\r\n");
+    WriteFile("device.log", kTwoBoots);
     WriteFile("crash.txt", CrashLogOf({"A", 7, 893'216'007, 1}));
     Json crash = CrashesTold().at(0);
     EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.447216000");
@@ -347,13 +349,7 @@ TEST_F(Crashes, EventsAreToldByTheirProcess) {
     EXPECT_TRUE(takes(std::nullopt, 2));
 
     // Whatever processes the folder is found to tell of: events are under their own, the others under one.
-    WriteFile("device.log",
-              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
-              "now=01261024163100.54000, type=qpc\r\n"
-              "500000100 <0x00000001:000> <WARN> <One> first\r\n"
-              "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, "
-              "now=01261024173100.54000, type=qpc\r\n"
-              "500 <0x00000002:000> <WARN> <One> second\r\n");
+    WriteFile("device.log", kTwoBoots);
     WriteFile("crash.txt", CrashLogOf({}));
     ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
     const Json trace = Json::parse(ReadFile("out.json"));

@@ -45,6 +45,10 @@ Argument& Argument::BetweenWhole(std::int64_t least, std::int64_t most) {
     option_->check(CLI::Range(least, most));
     return *this;
 }
+Argument& Argument::BetweenWhole(std::uint64_t least, std::uint64_t most) {
+    option_->check(CLI::Range(least, most));
+    return *this;
+}
 Argument& Argument::Between(double least, double most) {
     option_->check(CLI::Range(least, most));
     return *this;

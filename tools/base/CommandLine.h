@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace CLI {
@@ -37,7 +38,8 @@ class Argument {
     Argument& Between(double least, double most);
     template <std::integral Whole>
     Argument& Between(Whole least, Whole most) {
-        return BetweenWhole(static_cast<std::int64_t>(least), static_cast<std::int64_t>(most));
+        using Widest = std::conditional_t<std::signed_integral<Whole>, std::int64_t, std::uint64_t>;
+        return BetweenWhole(static_cast<Widest>(least), static_cast<Widest>(most));
     }
     Argument& Positive();
     /// A file or folder that there is.
@@ -51,6 +53,7 @@ class Argument {
 
   private:
     Argument& BetweenWhole(std::int64_t least, std::int64_t most);
+    Argument& BetweenWhole(std::uint64_t least, std::uint64_t most);
 
     CLI::Option* option_;
 };
