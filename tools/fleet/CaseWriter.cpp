@@ -1,0 +1,169 @@
+#include "tools/fleet/CaseWriter.h"
+
+#include "tools/base/Text.h"
+
+#include <filesystem>
+#include <system_error>
+
+namespace NimaPost {
+
+CaseWriter::CaseWriter(Database& database)
+    : database_(database),
+      addDevice_(database, "INSERT OR IGNORE INTO devices (name) VALUES (?)"),
+      findDevice_(database, "SELECT id FROM devices WHERE name = ?"),
+      findCase_(database, "SELECT id, path FROM cases WHERE device_id = ? AND content = ?"),
+      moveCase_(database, "UPDATE cases SET path = ?, member = ? WHERE id = ?"),
+      addCase_(database,
+               "INSERT INTO cases (device_id, content, path, member, first, last) VALUES (?, ?, ?, ?, ?, ?)"),
+      isDamaged_(database, "SELECT 1 FROM findings WHERE case_id = ? AND damage LIMIT 1"),
+      addFile_(database, "INSERT OR REPLACE INTO files VALUES (?, ?, ?, ?, ?, ?)"),
+      addBoot_(database, "INSERT INTO boots VALUES (?, ?, ?, ?, ?)"),
+      addProcess_(database, "INSERT INTO processes VALUES (?, ?, ?, ?, ?, ?, ?)"),
+      addCount_(database, "INSERT INTO counts VALUES (?, ?, ?, ?, ?)"),
+      addFinding_(database, "INSERT INTO findings VALUES (?, ?, ?, ?, ?)"),
+      dropFindings_(database, "DELETE FROM findings WHERE case_id IS NULL AND path = ?"),
+      findMark_(database, "SELECT crash_id FROM crash_marks WHERE device_id = ? AND mark = ?"),
+      addMark_(database, "INSERT OR IGNORE INTO crash_marks VALUES (?, ?, ?)"),
+      addCrash_(database,
+                "INSERT INTO crashes (device_id, case_id, signature, title, time, assumed, boot, process, "
+                "process_id, code, file, line) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"),
+      dateCrash_(database,
+                 "UPDATE crashes SET time = ?1, assumed = ?2 WHERE id = ?3 AND (time IS NULL OR "
+                 "assumed > ?2 OR (assumed = 1 AND ?2 = 1 AND time > ?1))"),
+      addCaseCrash_(database, "INSERT OR IGNORE INTO case_crashes VALUES (?, ?)"),
+      addFrame_(database, "INSERT INTO frames VALUES (?, ?, ?, ?, ?, ?)"),
+      addMessage_(database, "INSERT OR IGNORE INTO messages (level, name, text) VALUES (?, ?, ?)"),
+      findMessage_(database, "SELECT id FROM messages WHERE level = ? AND name = ? AND text = ?"),
+      addCaseMessage_(database, "INSERT INTO case_messages VALUES (?, ?, ?, ?, ?)"),
+      addCrashMessage_(database, "INSERT OR IGNORE INTO crash_messages VALUES (?, ?)") {}
+
+std::int64_t CaseWriter::DeviceOf(const std::string& name) {
+    addDevice_.Run(name);
+    findDevice_.Start(name);
+    findDevice_.Next();
+    return findDevice_.Number(0);
+}
+
+std::int64_t CaseWriter::Find(std::int64_t device, const CaseData& data) {
+    findCase_.Start(device, data.content);
+    if (!findCase_.Next()) {
+        return 0;
+    }
+    const std::int64_t number = findCase_.Number(0);
+    const std::string path = findCase_.Text(1).value_or("");
+    // Somebody has moved it.
+    std::error_code error;
+    if (path != data.path && !std::filesystem::exists(path, error)) {
+        moveCase_.Run(data.path, data.member, number);
+    }
+    return number;
+}
+
+CaseWriter::Outcome CaseWriter::Write(const CaseData& data) {
+    Outcome outcome;
+    Transaction transaction(database_);
+    const std::int64_t device = DeviceOf(data.device);
+    const std::int64_t number = Find(device, data);
+    if (number != 0) {
+        isDamaged_.Start(number);
+        outcome.damaged = isDamaged_.Next();
+    } else if (!data.known) {
+        WriteNew(device, data, outcome);
+    }
+    transaction.Commit();
+    return outcome;
+}
+
+void CaseWriter::WriteNew(std::int64_t device, const CaseData& data, Outcome& outcome) {
+    addCase_.Run(device, data.content, data.path, data.member, data.first, data.last);
+    const std::int64_t number = database_.LastId();
+    for (const CaseData::File& file : data.files) {
+        addFile_.Run(number, file.name, file.kind, file.bytes, file.events, file.state);
+    }
+    for (const auto& [boot, facts] : data.boots) {
+        addBoot_.Run(number, boot, facts.first, facts.last, facts.processes);
+    }
+    std::int64_t process = 0;
+    for (const CaseData::Process& facts : data.processes) {
+        addProcess_.Run(number, ++process, facts.boot, facts.first, facts.last, facts.threads,
+                        facts.evidence);
+    }
+    for (const CaseData::Count& count : data.counts) {
+        addCount_.Run(number, count.kind, count.name, count.level, count.count);
+    }
+    for (const auto& [key, said] : data.messages) {
+        addCaseMessage_.Run(number, key.first, MessageOf(key.second), said.count, said.example);
+    }
+    for (const CaseCrash& crash : data.crashes) {
+        outcome.newCrashes += WriteCrash(device, number, crash) ? 1 : 0;
+    }
+    WriteFindings(number, data.path, data.findings);
+    outcome.isNew = true;
+    outcome.damaged = !data.findings.damage.empty();
+}
+
+void CaseWriter::WriteFindings(std::optional<std::int64_t> number, const std::string& path,
+                               const Findings& findings) {
+    for (const Finding& finding : findings.damage) {
+        addFinding_.Run(number, path, std::int64_t{1}, finding.code, ToUtf8(finding.sentence));
+    }
+    for (const Finding& finding : findings.remarks) {
+        addFinding_.Run(number, path, std::int64_t{0}, finding.code, ToUtf8(finding.sentence));
+    }
+}
+
+void CaseWriter::Write(const PartFindings& part) {
+    Transaction transaction(database_);
+    dropFindings_.Run(part.path);
+    WriteFindings({}, part.path, part.findings);
+    transaction.Commit();
+}
+
+bool CaseWriter::WriteCrash(std::int64_t device, std::int64_t number, const CaseCrash& crash) {
+    std::int64_t known = 0;
+    for (const std::string& mark : crash.marks) {
+        findMark_.Start(device, mark);
+        if (known == 0 && findMark_.Next()) {
+            known = findMark_.Number(0);
+        }
+    }
+    const std::int64_t assumed = crash.assumed ? 1 : 0;
+    std::int64_t id = known;
+    if (known == 0) {
+        addCrash_.Run(device, number, crash.signature.text, crash.title, crash.time, assumed, crash.boot,
+                      crash.process, crash.processId, crash.code, crash.file, crash.line);
+        id = database_.LastId();
+        WriteNewCrash(id, crash);
+    } else if (crash.time) {
+        // The surest date of all bundles; of assumed ones the first, since each rests on what came later.
+        dateCrash_.Run(crash.time, assumed, id);
+    }
+    for (const std::string& mark : crash.marks) {
+        addMark_.Run(device, mark, id);
+    }
+    addCaseCrash_.Run(number, id);
+    return known == 0;
+}
+
+void CaseWriter::WriteNewCrash(std::int64_t crashId, const CaseCrash& crash) {
+    for (std::size_t i = 0; i < crash.lines.size() && i < crash.signature.frames.size(); ++i) {
+        const SignatureFrame& frame = crash.signature.frames[i];
+        const auto function = frame.function.empty() ? std::nullopt : std::optional(ToUtf8(frame.function));
+        addFrame_.Run(crashId, static_cast<std::int64_t>(i + 1), crash.lines[i], function,
+                      std::int64_t{frame.foreign ? 1 : 0}, std::int64_t{frame.chosen ? 1 : 0});
+    }
+    for (const MessageKey& key : crash.messages) {
+        addCrashMessage_.Run(crashId, MessageOf(key));
+    }
+}
+
+std::int64_t CaseWriter::MessageOf(const MessageKey& key) {
+    findMessage_.Start(key.level, key.name, key.text);
+    if (findMessage_.Next()) {
+        return findMessage_.Number(0);
+    }
+    addMessage_.Run(key.level, key.name, key.text);
+    return database_.LastId();
+}
+
+} // namespace NimaPost
