@@ -23,7 +23,7 @@ namespace {
 constexpr std::int64_t kBeforeCrash = 60 * kSecond;
 /// Firmware says some hundred things; what has more than this builds its messages from something else than
 /// numbers.
-constexpr std::size_t kMostMessages = 2000;
+constexpr std::size_t kMostMessages = 1000;
 constexpr std::size_t kLongestMessage = 300;
 constexpr std::size_t kMostCrashMessages = 500;
 
