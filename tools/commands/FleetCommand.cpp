@@ -1,11 +1,17 @@
 #include "tools/base/Json.h"
+#include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/PageText.h"
+#include "tools/fleet/FleetData.h"
+#include "tools/fleet/FleetPage.h"
 #include "tools/fleet/Ranking.h"
 
 #include <array>
 #include <cstdio>
 #include <memory>
+
+#include <sys/stat.h>
 
 namespace NimaPost {
 
@@ -14,6 +20,7 @@ namespace {
 struct Options {
     std::string database;
     std::string versionFrom;
+    std::string page;
 };
 
 Json FirmwareJson(const RankedSignature& signature) {
@@ -69,6 +76,71 @@ void PrintSignature(Context& context, const RankedSignature& signature) {
     }
 }
 
+/// What the database says, once.
+struct Fleet {
+    FleetTotals totals;
+    std::vector<RankedSignature> ranked;
+};
+
+Json TotalsJson(const FleetTotals& totals) {
+    return {{"devices", totals.devices}, {"cases", totals.cases}, {"crashes", totals.crashes}};
+}
+
+void PrintJson(Context& context, const Options& options, const Fleet& fleet) {
+    Json json{{"database", ToUtf8(options.database)}};
+    json.update(TotalsJson(fleet.totals));
+    json["output"] = options.page.empty() ? Json() : Json(ToUtf8(options.page));
+    json["signatures"] = Json::array();
+    for (const RankedSignature& signature : fleet.ranked) {
+        json["signatures"].push_back(SignatureJson(signature, !options.versionFrom.empty()));
+    }
+    json["findings"] = FindingsJson(Findings());
+    PrintObject(context, json);
+}
+
+void PrintText(Context& context, const Options& options, const Fleet& fleet) {
+    const auto counted = [](std::int64_t count, const char* noun) {
+        return Counted(static_cast<std::uint64_t>(count), noun);
+    };
+    context.out.Line(Printable(options.database) + ": " + counted(fleet.totals.devices, "device") + ", " +
+                     counted(fleet.totals.cases, "case") + ", " + std::to_string(fleet.totals.crashes) +
+                     (fleet.totals.crashes == 1 ? " crash" : " crashes"));
+    if (!fleet.ranked.empty()) {
+        context.out.Line("  devices  crashes  first       last        signature");
+    }
+    for (const RankedSignature& signature : fleet.ranked) {
+        PrintSignature(context, signature);
+    }
+    if (!options.page.empty()) {
+        context.out.Line("Page in " + Printable(options.page));
+    }
+}
+
+void WritePage(Output& out, const Options& options, const Database& database, const Fleet& fleet) {
+    out.Write(FleetPageHead());
+    out.Write("<script type=\"application/json\" id=\"data\">\n");
+    WriteForPage(out, {{"tool", "nima-post " NIMA_POST_VERSION},
+                       {"database", ToUtf8(options.database)},
+                       {"generated", NowForPage()},
+                       {"totals", TotalsJson(fleet.totals)},
+                       {"signatures", SignaturesForPage(database, fleet.ranked)}});
+    out.Write("\n</script>\n");
+    out.Write(FleetPageTail());
+}
+
+/// False, with the reason, if it could not be written.
+bool StorePage(const Options& options, const Database& database, const Fleet& fleet, std::string& problem) {
+    struct stat status {};
+    const FileIdentity own =
+        stat(options.database.c_str(), &status) == 0 ? IdentityOf(status) : FileIdentity();
+    OutputFile file;
+    if (!file.Create(options.page, {&own, 1}, problem)) {
+        return false;
+    }
+    WritePage(file.Out(), options, database, fleet);
+    return file.Finish(problem);
+}
+
 int RunFleet(Context& context, const Options& options) {
     std::string problem;
     std::optional<Pattern> versionFrom;
@@ -79,30 +151,14 @@ int RunFleet(Context& context, const Options& options) {
         }
     }
     const Database database = Database::ForReading(options.database);
-    const FleetTotals totals = TotalsOf(database);
-    const std::vector<RankedSignature> ranked = RankSignatures(database, versionFrom);
+    const Fleet fleet{TotalsOf(database), RankSignatures(database, versionFrom)};
+    if (!options.page.empty() && !StorePage(options, database, fleet, problem)) {
+        return ReportUnusable(context, problem);
+    }
     if (context.json) {
-        Json signatures = Json::array();
-        for (const RankedSignature& signature : ranked) {
-            signatures.push_back(SignatureJson(signature, versionFrom.has_value()));
-        }
-        PrintObject(context, {{"database", ToUtf8(options.database)},
-                              {"devices", totals.devices},
-                              {"cases", totals.cases},
-                              {"crashes", totals.crashes},
-                              {"signatures", std::move(signatures)},
-                              {"findings", FindingsJson(Findings())}});
-        return kExitFine;
-    }
-    context.out.Line(Printable(options.database) + ": " +
-                     Counted(static_cast<std::uint64_t>(totals.devices), "device") + ", " +
-                     Counted(static_cast<std::uint64_t>(totals.cases), "case") + ", " +
-                     std::to_string(totals.crashes) + (totals.crashes == 1 ? " crash" : " crashes"));
-    if (!ranked.empty()) {
-        context.out.Line("  devices  crashes  first       last        signature");
-    }
-    for (const RankedSignature& signature : ranked) {
-        PrintSignature(context, signature);
+        PrintJson(context, options, fleet);
+    } else {
+        PrintText(context, options, fleet);
     }
     return kExitFine;
 }
@@ -118,6 +174,8 @@ void AddFleetCommand(CLI::App& app, Context& context, Run& run) {
               "Takes the firmware's version out of a message: the first group in parentheses, or all that is "
               "found")
         .TypeName("REGEX");
+    AddOption(*command, "--html", options->page, "Writes the same as a page for a browser, with more on each")
+        .TypeName("FILE");
     OnCall(*command, [&run, options] { run = [options](Context& c) { return RunFleet(c, *options); }; });
 }
 

@@ -129,6 +129,8 @@ Database Database::ForReading(const std::string& path) {
     if (database.IsNew()) {
         throw DatabaseError(path + ": nothing in it; nima-post index fills it");
     }
+    // All of one moment, whoever writes meanwhile.
+    database.Execute("BEGIN");
     return database;
 }
 
