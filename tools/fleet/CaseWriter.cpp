@@ -11,7 +11,8 @@ CaseWriter::CaseWriter(Database& database)
     : database_(database),
       addDevice_(database, "INSERT OR IGNORE INTO devices (name) VALUES (?)"),
       findDevice_(database, "SELECT id FROM devices WHERE name = ?"),
-      findCase_(database, "SELECT id, path FROM cases WHERE device_id = ? AND content = ?"),
+      findCase_(database, "SELECT id FROM cases WHERE device_id = ? AND content = ?"),
+      casePath_(database, "SELECT path FROM cases WHERE id = ?"),
       moveCase_(database, "UPDATE cases SET path = ?, member = ? WHERE id = ?"),
       addCase_(database,
                "INSERT INTO cases (device_id, content, path, member, first, last) VALUES (?, ?, ?, ?, ?, ?)"),
@@ -39,18 +40,15 @@ CaseWriter::CaseWriter(Database& database)
 
 std::int64_t CaseWriter::DeviceOf(const std::string& name) {
     addDevice_.Run(name);
-    findDevice_.Start(name);
-    findDevice_.Next();
-    return findDevice_.Number(0);
+    return findDevice_.First(name).value_or(0);
 }
 
 std::int64_t CaseWriter::Find(std::int64_t device, const CaseData& data) {
-    findCase_.Start(device, data.content);
-    if (!findCase_.Next()) {
-        return 0;
+    const std::int64_t number = findCase_.First(device, data.content).value_or(0);
+    std::string path = data.path;
+    for (casePath_.Start(number); casePath_.Next();) {
+        path = casePath_.Text(0).value_or("");
     }
-    const std::int64_t number = findCase_.Number(0);
-    const std::string path = findCase_.Text(1).value_or("");
     // Somebody has moved it.
     std::error_code error;
     if (path != data.path && !std::filesystem::exists(path, error)) {
@@ -65,8 +63,7 @@ CaseWriter::Outcome CaseWriter::Write(const CaseData& data) {
     const std::int64_t device = DeviceOf(data.device);
     const std::int64_t number = Find(device, data);
     if (number != 0) {
-        isDamaged_.Start(number);
-        outcome.damaged = isDamaged_.Next();
+        outcome.damaged = isDamaged_.First(number).has_value();
     } else if (!data.known) {
         WriteNew(device, data, outcome);
     }
@@ -122,10 +119,7 @@ void CaseWriter::Write(const PartFindings& part) {
 bool CaseWriter::WriteCrash(std::int64_t device, std::int64_t number, const CaseCrash& crash) {
     std::int64_t known = 0;
     for (const std::string& mark : crash.marks) {
-        findMark_.Start(device, mark);
-        if (known == 0 && findMark_.Next()) {
-            known = findMark_.Number(0);
-        }
+        known = known != 0 ? known : findMark_.First(device, mark).value_or(0);
     }
     const std::int64_t assumed = crash.assumed ? 1 : 0;
     std::int64_t id = known;
@@ -158,9 +152,8 @@ void CaseWriter::WriteNewCrash(std::int64_t crashId, const CaseCrash& crash) {
 }
 
 std::int64_t CaseWriter::MessageOf(const MessageKey& key) {
-    findMessage_.Start(key.level, key.name, key.text);
-    if (findMessage_.Next()) {
-        return findMessage_.Number(0);
+    if (const auto known = findMessage_.First(key.level, key.name, key.text)) {
+        return *known;
     }
     addMessage_.Run(key.level, key.name, key.text);
     return database_.LastId();

@@ -46,6 +46,7 @@ class CaseWriter {
     Statement addDevice_;
     Statement findDevice_;
     Statement findCase_;
+    Statement casePath_;
     Statement moveCase_;
     Statement addCase_;
     Statement isDamaged_;

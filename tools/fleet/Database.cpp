@@ -62,19 +62,21 @@ void Database::Execute(const char* sql) const {
     }
 }
 
-std::int64_t Database::Number(const char* sql) const {
-    Statement statement(*this, sql);
-    statement.Start();
-    return statement.Next() ? statement.Number(0) : 0;
-}
-
 std::int64_t Database::LastId() const {
     return sqlite3_last_insert_rowid(handle_.get());
 }
 
 bool Database::IsNew() const {
-    const std::int64_t application = Number("PRAGMA application_id");
-    const std::int64_t version = Number("PRAGMA user_version");
+    // In one statement, since another may be making it right now.
+    Statement state(*this,
+                    "SELECT (SELECT count(*) FROM sqlite_master), "
+                    "(SELECT application_id FROM pragma_application_id), "
+                    "(SELECT user_version FROM pragma_user_version)");
+    state.Start();
+    state.Next();
+    const bool isEmpty = state.Number(0) == 0;
+    const std::int64_t application = state.Number(1);
+    const std::int64_t version = state.Number(2);
     if (application == kApplication && version == kVersion) {
         return false;
     }
@@ -84,7 +86,7 @@ bool Database::IsNew() const {
                             ": index the folders into a new one (--db with another name), or use the "
                             "nima-post that wrote it");
     }
-    if (application != 0 || Number("SELECT count(*) FROM sqlite_master") != 0) {
+    if (application != 0 || !isEmpty) {
         throw DatabaseError(path_ + ": a database of another program" + kWayOut);
     }
     return true;

@@ -42,7 +42,6 @@ class Database {
     };
 
     Database(const std::string& path, int flags);
-    std::int64_t Number(const char* sql) const;
     /// Whether nothing has been written yet. Throws for what is no database of this version.
     bool IsNew() const;
 
@@ -62,7 +61,16 @@ class Statement {
         while (Next()) {
         }
     }
-    /// The same for one whose rows are asked for with `Next`.
+    /// The first column of its first row; empty where there is no row.
+    template <class... Values>
+    std::optional<std::int64_t> First(const Values&... values) {
+        Start(values...);
+        const auto number = Next() ? std::optional(Number(0)) : std::nullopt;
+        Reset();
+        return number;
+    }
+    /// For one whose rows are asked for with `Next`, to the last: until then it holds on to what the database
+    /// was, and nothing can be written.
     template <class... Values>
     void Start(const Values&... values) {
         Reset();
