@@ -6,6 +6,7 @@
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/compare/Profile.h"
+#include "tools/story/Sources.h"
 #include "tools/story/Statistics.h"
 #include "tools/story/Story.h"
 
@@ -289,19 +290,19 @@ std::string ContentOf(Device& device) {
     ContentHash hash;
     std::vector<char> piece(kPiece);
     for (EvidenceFile& file : device.files) {
-        hash.AddWhole(file.plainName);
         const bool wasOpen = file.content.has_value();
         std::string reason;
         auto input = file.Open(reason);
-        for (std::uint64_t at = 0; input;) {
-            const std::size_t size = input->ReadAt(at, piece);
-            if (size == 0) {
-                break;
+        std::size_t size = input ? input->ReadAt(0, piece) : 0;
+        // A report in the folder makes it no other case.
+        if (!IsOwnOutput({piece.data(), size})) {
+            hash.AddWhole(file.plainName);
+            for (std::uint64_t at = 0; size > 0; size = input->ReadAt(at, piece)) {
+                hash.Add({piece.data(), size});
+                at += size;
             }
-            hash.Add({piece.data(), size});
-            at += size;
+            hash.AddWhole(input ? "" : "cannot be opened");
         }
-        hash.AddWhole(input ? "" : "cannot be opened");
         if (wasOpen) {
             file.content = std::move(input);
         }
