@@ -283,6 +283,20 @@ TEST_F(FleetTest, TellsTheSameAgain) {
     EXPECT_EQ(signatures[2]["example_device"], "bundle/unit-1");
     EXPECT_EQ(Post({"crash", "tuesday.tar.gz", "--device", "bundle/unit-1"}).code, 0);
 
+    // One bundle has only the log, another only the host's report, and the third shows that they are one.
+    const std::string report =
+        "ways.cpp, line 54: Message: [too hot]\nways.cpp, line 54: Code: 3255301, "
+        "0x0031ac05\n0x5612: (Report()+0x11d)\n";
+    WriteDevice("log/unit-3", {{"crash.txt", CrashLog(41)}});
+    WriteDevice("report/unit-3", {{"stacktrace7-1.txt", report}});
+    WriteDevice("both/unit-3", {{"crash.txt", CrashLog(41)}, {"stacktrace7-1.txt", report}});
+    ASSERT_EQ(Post({"index", "report", "log", "--db", "one.db"}).code, 0);
+    EXPECT_EQ(Count("SELECT count(*) FROM crashes", "one.db"), 2);
+    ASSERT_EQ(Post({"index", "both", "--db", "one.db"}).code, 0);
+    EXPECT_EQ(Told(Post({"fleet", "one.db", "--json"}).Parsed()["signatures"]),
+              Json::array({{"0x0031ac05 at fuser.cpp:24", 1, 1}}));
+    EXPECT_EQ(Count("SELECT count(*) FROM case_crashes", "one.db"), 3);
+
     // Names that say more than the device's.
     WriteDevice("dated/unit-1-monday", {{"crash.txt", CrashLog(41)}});
     WriteDevice("dated/unit-1-friday", {{"crash.txt.1", CrashLog(41)}, {"crash.txt", CrashLog(42, "25")}});

@@ -24,6 +24,7 @@ CaseWriter::CaseWriter(Database& database)
       addFinding_(database, "INSERT INTO findings VALUES (?, ?, ?, ?, ?)"),
       dropFindings_(database, "DELETE FROM findings WHERE case_id IS NULL AND path = ?"),
       findMark_(database, "SELECT crash_id FROM crash_marks WHERE device_id = ? AND mark = ?"),
+      countMarks_(database, "SELECT count(*) FROM crash_marks WHERE device_id = ? AND crash_id = ?"),
       addMark_(database, "INSERT OR IGNORE INTO crash_marks VALUES (?, ?, ?)"),
       addCrash_(database,
                 "INSERT INTO crashes (device_id, case_id, signature, title, time, assumed, boot, process, "
@@ -31,6 +32,15 @@ CaseWriter::CaseWriter(Database& database)
       dateCrash_(database,
                  "UPDATE crashes SET time = ?1, assumed = ?2 WHERE id = ?3 AND (time IS NULL OR "
                  "assumed > ?2 OR (assumed = 1 AND ?2 = 1 AND time > ?1))"),
+      describeCrash_(database,
+                     "UPDATE crashes SET signature = ?, title = ?, process_id = coalesce(?, process_id), "
+                     "code = ?, file = ?, line = ? WHERE id = ?"),
+      moveMarks_(database, "UPDATE crash_marks SET crash_id = ? WHERE device_id = ? AND crash_id = ?"),
+      moveCaseCrashes_(database, "UPDATE OR IGNORE case_crashes SET crash_id = ? WHERE crash_id = ?"),
+      dropCaseCrashes_(database, "DELETE FROM case_crashes WHERE crash_id = ?"),
+      dropFrames_(database, "DELETE FROM frames WHERE crash_id = ?"),
+      dropCrashMessages_(database, "DELETE FROM crash_messages WHERE crash_id = ?"),
+      dropCrash_(database, "DELETE FROM crashes WHERE id = ?"),
       addCaseCrash_(database, "INSERT OR IGNORE INTO case_crashes VALUES (?, ?)"),
       addFrame_(database, "INSERT INTO frames VALUES (?, ?, ?, ?, ?, ?)"),
       addMessage_(database, "INSERT OR IGNORE INTO messages (level, name, text) VALUES (?, ?, ?)"),
@@ -117,18 +127,20 @@ void CaseWriter::Write(const PartFindings& part) {
 }
 
 bool CaseWriter::WriteCrash(std::int64_t device, std::int64_t number, const CaseCrash& crash) {
-    std::int64_t known = 0;
-    for (const std::string& mark : crash.marks) {
-        known = known != 0 ? known : findMark_.First(device, mark).value_or(0);
-    }
+    const std::int64_t known = FindCrash(device, crash);
     const std::int64_t assumed = crash.assumed ? 1 : 0;
     std::int64_t id = known;
     if (known == 0) {
         addCrash_.Run(device, number, crash.signature.text, crash.title, crash.time, assumed, crash.boot,
                       crash.process, crash.processId, crash.code, crash.file, crash.line);
         id = database_.LastId();
-        WriteNewCrash(id, crash);
-    } else if (crash.time) {
+        WriteDetails(id, crash);
+    } else if (KnowsAll(device, known, crash)) {
+        describeCrash_.Run(crash.signature.text, crash.title, crash.processId, crash.code, crash.file,
+                           crash.line, id);
+        WriteDetails(id, crash);
+    }
+    if (known != 0 && crash.time) {
         // The surest date of all bundles; of assumed ones the first, since each rests on what came later.
         dateCrash_.Run(crash.time, assumed, id);
     }
@@ -139,7 +151,38 @@ bool CaseWriter::WriteCrash(std::int64_t device, std::int64_t number, const Case
     return known == 0;
 }
 
-void CaseWriter::WriteNewCrash(std::int64_t crashId, const CaseCrash& crash) {
+std::int64_t CaseWriter::FindCrash(std::int64_t device, const CaseCrash& crash) {
+    std::int64_t known = 0;
+    for (const std::string& mark : crash.marks) {
+        const std::int64_t found = findMark_.First(device, mark).value_or(0);
+        if (known == 0) {
+            known = found;
+        } else if (found != 0 && found != known) {
+            UniteCrashes(device, known, found);
+        }
+    }
+    return known;
+}
+
+bool CaseWriter::KnowsAll(std::int64_t device, std::int64_t known, const CaseCrash& crash) {
+    std::int64_t shared = 0;
+    for (const std::string& mark : crash.marks) {
+        shared += findMark_.First(device, mark) == known ? 1 : 0;
+    }
+    return shared == countMarks_.First(device, known);
+}
+
+void CaseWriter::UniteCrashes(std::int64_t device, std::int64_t kept, std::int64_t other) {
+    moveMarks_.Run(kept, device, other);
+    moveCaseCrashes_.Run(kept, other);
+    dropCaseCrashes_.Run(other);
+    dropFrames_.Run(other);
+    dropCrashMessages_.Run(other);
+    dropCrash_.Run(other);
+}
+
+void CaseWriter::WriteDetails(std::int64_t crashId, const CaseCrash& crash) {
+    dropFrames_.Run(crashId);
     for (std::size_t i = 0; i < crash.lines.size() && i < crash.signature.frames.size(); ++i) {
         const SignatureFrame& frame = crash.signature.frames[i];
         const auto function = frame.function.empty() ? std::nullopt : std::optional(ToUtf8(frame.function));

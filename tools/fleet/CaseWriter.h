@@ -39,7 +39,13 @@ class CaseWriter {
     void WriteFindings(std::optional<std::int64_t> number, const std::string& path, const Findings& findings);
     /// Whether the crash is new.
     bool WriteCrash(std::int64_t device, std::int64_t number, const CaseCrash& crash);
-    void WriteNewCrash(std::int64_t crashId, const CaseCrash& crash);
+    /// The number of a crash that the database has under any of the marks; 0 for a new one. Where the marks
+    /// are those of several, these turn out to be one, and become it.
+    std::int64_t FindCrash(std::int64_t device, const CaseCrash& crash);
+    void UniteCrashes(std::int64_t device, std::int64_t kept, std::int64_t other);
+    /// Whether this tells at least as much of a known crash as all bundles before.
+    bool KnowsAll(std::int64_t device, std::int64_t known, const CaseCrash& crash);
+    void WriteDetails(std::int64_t crashId, const CaseCrash& crash);
     std::int64_t MessageOf(const MessageKey& key);
 
     Database& database_;
@@ -57,9 +63,17 @@ class CaseWriter {
     Statement addFinding_;
     Statement dropFindings_;
     Statement findMark_;
+    Statement countMarks_;
     Statement addMark_;
     Statement addCrash_;
     Statement dateCrash_;
+    Statement describeCrash_;
+    Statement moveMarks_;
+    Statement moveCaseCrashes_;
+    Statement dropCaseCrashes_;
+    Statement dropFrames_;
+    Statement dropCrashMessages_;
+    Statement dropCrash_;
     Statement addCaseCrash_;
     Statement addFrame_;
     Statement addMessage_;
