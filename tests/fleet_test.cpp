@@ -209,15 +209,19 @@ TEST_F(FleetTest, GoesOnWhereItWasKilled) {
     const std::int64_t all = Count("SELECT count(*) FROM cases", "whole.db");
     for (std::int64_t wanted = 1; wanted < all; wanted += all / 6) {
         const pid_t child = StartPost({"index", "fleet", "--db", "fleet.db"});
-        for (bool reached = false; !reached && waitpid(child, nullptr, WNOHANG) == 0;) {
+        bool ended = false;
+        for (bool reached = false; !reached && !ended;) {
+            ended = waitpid(child, nullptr, WNOHANG) != 0;
             try {
                 reached = Count("SELECT count(*) FROM cases") >= wanted;
             } catch (const NimaPost::DatabaseError&) {
                 // It has not begun yet.
             }
         }
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
+        if (!ended) {
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, 0);
+        }
         EXPECT_GE(Count("SELECT count(*) FROM cases"), wanted);
     }
     ASSERT_EQ(Post({"index", "fleet", "--db", "fleet.db"}).code, 0);
@@ -296,6 +300,14 @@ TEST_F(FleetTest, TellsTheSameAgain) {
     EXPECT_EQ(Told(Post({"fleet", "one.db", "--json"}).Parsed()["signatures"]),
               Json::array({{"0x0031ac05 at fuser.cpp:24", 1, 1}}));
     EXPECT_EQ(Count("SELECT count(*) FROM case_crashes", "one.db"), 3);
+
+    // A database and a page in a device's own folder make it no other case.
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(Post({"index", "both/unit-3", "--db", "both/unit-3/own.db"}).code, 0);
+        ASSERT_EQ(Post({"fleet", "both/unit-3/own.db", "--html", "both/unit-3/page.html"}).code, 0);
+    }
+    EXPECT_EQ(Count("SELECT count(*) FROM cases", "both/unit-3/own.db"), 1);
+    EXPECT_EQ(Count("SELECT count(*) FROM files", "both/unit-3/own.db"), 2);
 
     // Names that say more than the device's.
     WriteDevice("dated/unit-1-monday", {{"crash.txt", CrashLog(41)}});

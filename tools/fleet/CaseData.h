@@ -9,13 +9,14 @@
 #include <optional>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 namespace NimaPost {
 
 /// A time as the database has it, "2026-11-24T15:09:26.046886123"; empty where no date is known.
 using TimeText = std::optional<std::string>;
-using Number = std::optional<std::int64_t>;
+using OptionalNumber = std::optional<std::int64_t>;
 
 /// A message of a text log with "#" for its numbers.
 struct MessageKey {
@@ -34,9 +35,9 @@ struct CaseCrash {
     std::string title;
     TimeText time;
     bool assumed = false;
-    Number boot;
-    Number process;
-    Number processId;
+    OptionalNumber boot;
+    OptionalNumber process;
+    OptionalNumber processId;
     std::optional<std::string> code;
     std::optional<std::string> file;
     std::optional<std::string> line;
@@ -56,7 +57,7 @@ struct CaseData {
         std::string state;
     };
     struct Process {
-        Number boot;
+        OptionalNumber boot;
         TimeText first;
         TimeText last;
         std::int64_t threads = 0;

@@ -44,8 +44,8 @@ std::string Clean(std::string_view text) {
 }
 
 template <class Value>
-Number NumberOf(const std::optional<Value>& value) {
-    return value ? Number(static_cast<std::int64_t>(*value)) : std::nullopt;
+OptionalNumber NumberOf(const std::optional<Value>& value) {
+    return value ? OptionalNumber(static_cast<std::int64_t>(*value)) : std::nullopt;
 }
 
 std::optional<std::string> TextOf(std::string_view text) {

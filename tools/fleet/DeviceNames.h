@@ -5,13 +5,14 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace NimaPost {
 
 /// Which device a folder is of. Several threads may ask.
 class DeviceNames {
   public:
-    explicit DeviceNames(const std::optional<Pattern>& pattern) : pattern_(pattern) {}
+    explicit DeviceNames(std::optional<Pattern> pattern) : pattern_(std::move(pattern)) {}
 
     /// `path` is of a folder or an archive, `member` the folder in the archive, if it is in one: what the
     /// expression takes out of both, otherwise the folder's name, or the archive's without its ending.

@@ -53,8 +53,8 @@ const SourceRow* Recognise(std::string_view front, std::uint64_t size) {
 }
 
 bool IsOwnOutput(std::string_view front) {
-    const bool isPage = front.starts_with("<!doctype html>") &&
-                        front.find("<title>nima-post ") != std::string_view::npos;
+    const bool isPage =
+        front.starts_with("<!doctype html>") && front.find("<title>nima-post ") != std::string_view::npos;
     return isPage || front.starts_with(kTimelineBegin);
 }
 
