@@ -90,21 +90,17 @@ class CaseReading {
     }
 
   private:
-    using Messages = std::map<MessageKey, CaseData::Said>;
-
     TimeText TimeOf(const std::optional<std::int64_t>& time) const {
         return time && story_.Time().HasWall() ? TimeText(WallTimeIso(*time)) : std::nullopt;
     }
 
     void TakeMessage(const TimelineEvent& event) {
-        const std::string_view raw = event.text;
-        const auto process = static_cast<std::int64_t>(event.process.value_or(0));
-        auto& [key, said] = FindMessage(process, event);
+        const auto [key, said] = FindMessage(static_cast<std::int64_t>(event.process.value_or(0)), event);
         if (said == nullptr) {
             return;
         }
-        if (said->count++ == 0 && key->text != raw) {
-            said->example = Clean(raw);
+        if (said->count++ == 0 && key->text != event.text) {
+            said->example = Clean(event.text);
         }
         for (std::size_t i = 0; i < near_.size(); ++i) {
             if (near_[i].size() < kMostCrashMessages && IsBefore(event, story_.Crashes()[i])) {
@@ -115,28 +111,26 @@ class CaseReading {
 
     using Found = std::pair<const MessageKey*, CaseData::Said*>;
 
-    /// Most lines say what others have said, so they are looked for without making a key.
-    Found& FindMessage(std::int64_t process, const TimelineEvent& event) {
+    /// Most lines say what others have said, so they are looked for without making a key. Null where there is
+    /// no room for another message.
+    Found FindMessage(std::int64_t process, const TimelineEvent& event) {
+        const std::string text = WithoutNumbers(event.text.substr(0, kLongestMessage));
         lookUp_.assign(reinterpret_cast<const char*>(&process), sizeof process);
-        lookUp_ += event.level;
-        lookUp_ += '\0';
-        lookUp_ += event.name;
-        lookUp_ += '\0';
-        lookUp_ += WithoutNumbers(event.text.substr(0, kLongestMessage));
-        Found& found = known_[lookUp_];
-        if (found.first != nullptr) {
-            return found;
+        for (const std::string_view part : {event.level, event.name, std::string_view(text)}) {
+            lookUp_ += part;
+            lookUp_ += '\0';
+        }
+        const auto known = known_.find(lookUp_);
+        if (known != known_.end()) {
+            return known->second;
         }
         if (data_.messages.size() >= kMostMessages) {
             leftOut_ = true;
-            known_.erase(lookUp_);
-            none_ = {};
-            return none_;
+            return {};
         }
-        MessageKey key{Clean(event.level), Clean(event.name), Clean(WithoutNumbers(event.text))};
+        MessageKey key{Clean(event.level), Clean(event.name), Clean(text)};
         const auto kept = data_.messages.try_emplace({process, std::move(key)}).first;
-        found = {&kept->first.second, &kept->second};
-        return found;
+        return known_[lookUp_] = {&kept->first.second, &kept->second};
     }
 
     static bool IsBefore(const TimelineEvent& event, const Crash& crash) {
@@ -278,7 +272,6 @@ class CaseReading {
     EventCounts counts_;
     std::unordered_map<std::string, Found> known_;
     std::string lookUp_;
-    Found none_;
     std::vector<std::set<const MessageKey*>> near_; ///< of each crash
     bool leftOut_ = false;
 };
