@@ -455,6 +455,8 @@ TEST_F(Input, StopsAtEveryLimit) {
             EXPECT_EQ(result.code, sheets < 900 ? 1 : 0) << limit[0] << result.errors;
             EXPECT_NEAR(static_cast<double>(Sheets(result)), static_cast<double>(sheets), 15) << limit[0];
             EXPECT_EQ(Says(result, limit[0]), sheets < 900) << result.errors;
+            const Result summary = PostFrom("unit.tar.gz", {"summary", input, limit[0], limit[1]});
+            EXPECT_EQ(summary.output.find(limit[0]) != std::string::npos, sheets < 900) << summary.output;
         }
     }
     WriteFile("long.log", LogLines(0, 1) + std::string(3 << 20, 'x') + "\n" + LogLines(1, 1));
