@@ -189,7 +189,7 @@ std::vector<std::size_t> SelectedCrashes(const Story& story, Selection& selectio
         const Crash& crash = story.Crashes()[i];
         std::string words;
         AppendWords(words, EventOf(crash));
-        if (selection.Takes(crash) && (selection.Texts().Empty() || selection.Texts().Admits(words))) {
+        if ((selection.Texts().Empty() || selection.Texts().Admits(words)) && selection.Takes(crash)) {
             selected.push_back(i);
         }
     }

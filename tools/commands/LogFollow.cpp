@@ -4,8 +4,11 @@
 #include "tools/base/Json.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Text.h"
+#include "tools/commands/EventPrinter.h"
 #include "tools/commands/LinePrinter.h"
+#include "tools/input/ArchiveReader.h"
 #include "tools/log/FollowClock.h"
+#include "tools/log/LogEvents.h"
 #include "tools/log/LogFollower.h"
 #include "tools/log/ShownLines.h"
 
@@ -38,8 +41,9 @@ Json FollowedJson(const std::string& path, const LogEntry& entry) {
 /// A log that does not exist yet can be waited for; what is there must be readable.
 bool CanFollow(const std::string& path, std::string& problem) {
     std::error_code error;
-    if (InputFile::Open(path, problem)) {
-        return true;
+    if (const auto file = InputFile::Open(path, problem)) {
+        problem = path + ": an archive, or compressed; only a text log can be followed";
+        return !LooksPacked(file->ReadAll(kFrontBytes));
     }
     if (std::filesystem::exists(path, error)) {
         return false;
@@ -61,11 +65,19 @@ int FollowLog(Context& context, const std::string& path, LogFilter& filter) {
     context.paged = false;
     FollowClock clock(path);
     LinePrinter lines(context);
+    EventPrinter rows(context, {path}, true);
+    LogEvents events;
+    const bool asRows = context.format == Format::kCsv || context.format == Format::kShort;
+    if (asRows) {
+        rows.Begin();
+    }
     const LogPart nowhere;
     ShownLines shown(filter, [&](const LogEntry& entry) {
         if (context.json) {
             context.out.WriteJson(FollowedJson(path, entry));
             context.out.Write("\n");
+        } else if (asRows) {
+            rows.Print(events.Of(entry), nullptr);
         } else {
             lines.Print(entry);
         }
