@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -381,6 +382,19 @@ TEST_F(Input, ReadsWhatHostileArchivesHoldAndWritesNothing) {
         .Add("tail/\xff\xfe.log", LogLines(9, 1));
     Packed("secret.zip", ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE, "zip:encryption=zipcrypt")
         .Add("device.log", LogLines(0, 1));
+    // A device's names may hold backslashes, which divide nothing.
+    Packed("device.zip", ARCHIVE_FORMAT_ZIP, ARCHIVE_FILTER_NONE)
+        .Add("\\device.log", LogLines(3, 1))
+        .Add("device.log", LogLines(4, 1))
+        .Add("triage\\device.log", LogLines(5, 1));
+    const Json named = Post({"show", "device.zip", "--json"}).Parsed();
+    std::set<std::string> names;
+    for (const Json& event : named["events"]) {
+        names.insert(event["file"]);
+    }
+    EXPECT_EQ(names, (std::set<std::string>{R"(\device.log)", "device.log", R"(triage\device.log)"}))
+        << named;
+    EXPECT_TRUE(named["findings"]["damage"].empty()) << named["findings"];
     const std::vector<std::string> before = Listing("..");
     const Result hostile = Post({"log", "hostile.tar"});
     EXPECT_EQ(hostile.code, 1) << hostile.errors;
@@ -394,7 +408,7 @@ TEST_F(Input, ReadsWhatHostileArchivesHoldAndWritesNothing) {
     EXPECT_TRUE(secret.Finds("archive-encrypted")) << secret.output;
     EXPECT_EQ(Post({"report", "hostile.tar", "-o", "page.html"}).code, 1);
     EXPECT_EQ(Listing(".."), before);
-    EXPECT_EQ(Listing("."), (std::vector<std::string>{"hostile.tar", "page-hostile.tar.html",
+    EXPECT_EQ(Listing("."), (std::vector<std::string>{"device.zip", "hostile.tar", "page-hostile.tar.html",
                                                       "page-tail.html", "page-tmp.html", "secret.zip"}));
     std::filesystem::current_path("..");
 }
