@@ -64,6 +64,26 @@ std::string OutputOf(const std::string& output, const DeviceInput& input) {
 
 constexpr const char* kStandardOutput = "/dev/stdout";
 
+void PrintResult(Context& context, const Story& story, const DeviceInput& input, const std::string& output,
+                 const FolderResult& result, const Findings& findings) {
+    if (!context.json) {
+        context.out.Line(result.sentence + Printable(output));
+        for (const std::string& line : CrashLines(story)) {
+            context.out.Line("  " + line);
+        }
+        PrintFindings(context, findings);
+        return;
+    }
+    Json json{{"output", ToUtf8(output)}};
+    if (!input.one) {
+        json["device"] = ToUtf8(input.where);
+    }
+    json.update(result.members);
+    json["crashes"] = CrashesJson(story);
+    json["findings"] = FindingsJson(findings);
+    PrintObject(context, json);
+}
+
 int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInput& input,
                 const Findings& inherited, const Write& write) {
     Story story(context.names);
@@ -92,21 +112,8 @@ int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInpu
     }
     if (printed) {
         PrintFindings(context, findings);
-    } else if (context.json) {
-        Json json{{"output", ToUtf8(output)}};
-        if (!input.one) {
-            json["device"] = ToUtf8(input.where);
-        }
-        json.update(result.members);
-        json["crashes"] = CrashesJson(story);
-        json["findings"] = FindingsJson(findings);
-        PrintObject(context, json);
     } else {
-        context.out.Line(result.sentence + Printable(output));
-        for (const std::string& line : CrashLines(story)) {
-            context.out.Line("  " + line);
-        }
-        PrintFindings(context, findings);
+        PrintResult(context, story, input, output, result, findings);
     }
     return ExitCodeOf(findings);
 }

@@ -52,6 +52,40 @@ bool CanFollow(const std::string& path, std::string& problem) {
     return true;
 }
 
+/// Prints lines in any of the formats.
+class FollowedLines {
+  public:
+    FollowedLines(Context& context, const std::string& path)
+        : context_(context),
+          path_(path),
+          inRows_(context.format == Format::kCsv || context.format == Format::kShort),
+          lines_(context),
+          rows_(context, {path}, true) {
+        if (inRows_) {
+            rows_.Begin();
+        }
+    }
+
+    void Print(const LogEntry& entry) {
+        if (context_.json) {
+            context_.out.WriteJson(FollowedJson(path_, entry));
+            context_.out.Write("\n");
+        } else if (inRows_) {
+            rows_.Print(events_.Of(entry), nullptr);
+        } else {
+            lines_.Print(entry);
+        }
+    }
+
+  private:
+    Context& context_;
+    const std::string& path_;
+    bool inRows_;
+    LinePrinter lines_;
+    EventPrinter rows_;
+    LogEvents events_;
+};
+
 } // namespace
 
 int FollowLog(Context& context, const std::string& path, LogFilter& filter) {
@@ -64,24 +98,9 @@ int FollowLog(Context& context, const std::string& path, LogFilter& filter) {
     }
     context.paged = false;
     FollowClock clock(path);
-    LinePrinter lines(context);
-    EventPrinter rows(context, {path}, true);
-    LogEvents events;
-    const bool asRows = context.format == Format::kCsv || context.format == Format::kShort;
-    if (asRows) {
-        rows.Begin();
-    }
+    FollowedLines lines(context, path);
     const LogPart nowhere;
-    ShownLines shown(filter, [&](const LogEntry& entry) {
-        if (context.json) {
-            context.out.WriteJson(FollowedJson(path, entry));
-            context.out.Write("\n");
-        } else if (asRows) {
-            rows.Print(events.Of(entry), nullptr);
-        } else {
-            lines.Print(entry);
-        }
-    });
+    ShownLines shown(filter, [&](const LogEntry& entry) { lines.Print(entry); });
     std::string told;
     while (!interrupt.Requested()) {
         const bool any = follower.Poll([&](std::string_view text) {
