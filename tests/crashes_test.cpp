@@ -395,7 +395,8 @@ TEST_F(Crashes, OnlyThoseThatAreSelectedAreShown) {
         }
         return told;
     };
-    EXPECT_EQ(files({"--since", "16:31:20", "--grep", "B"}), "");
+    EXPECT_EQ(files({"--since", "16:31:20", "--grep", "0xA"}), "");
+    EXPECT_EQ(files({"--since", "16:31:20", "--grep", "0xB"}), "./crash.txt");
     EXPECT_EQ(files({"--around", "16:31:10", "--within", "1"}), "./crash.txt.1");
     EXPECT_EQ(files({"--around", "crash=2", "--within", "1", "--not", "handler"}), "./crash.txt");
     EXPECT_EQ(files({"--grep", "HANDLER", "-i"}), "./stacktrace977-1.txt");
