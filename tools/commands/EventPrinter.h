@@ -2,7 +2,7 @@
 
 #include "tools/axis/TimelineEvent.h"
 #include "tools/commands/Commands.h"
-#include "tools/commands/TimePrinter.h"
+#include "tools/base/TimePrinter.h"
 
 #include <cstddef>
 #include <string>

@@ -3,6 +3,7 @@
 #include "catalogue/Marks.h"
 #include "tools/base/ContentHash.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/OwnOutput.h"
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/compare/Profile.h"

@@ -1,6 +1,7 @@
 #include "tools/report/RowBlock.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/base/Varint.h"
 #include "tools/report/PackedBytes.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "tools/commands/TimePrinter.h"
+#include "tools/base/TimePrinter.h"
 
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"

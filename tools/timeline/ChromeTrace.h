@@ -1,0 +1,15 @@
+#pragma once
+
+#include "tools/base/Output.h"
+#include "tools/names/Names.h"
+#include "tools/story/Selection.h"
+#include "tools/story/Story.h"
+
+#include <cstdint>
+
+namespace NimaPost {
+
+/// Writes a story as Chrome trace-event JSON. Returns the number of events.
+std::uint64_t WriteChromeTrace(const Story& story, const Names& names, Selection& selection, Output& out);
+
+} // namespace NimaPost
