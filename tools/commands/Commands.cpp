@@ -34,20 +34,23 @@ CLI::App* AddCommand(CLI::App& app, Context& context, const std::string& name, c
         context.json = format == Format::kJson || format == Format::kJsonl;
     };
     AddFlag(
-        *command, "--json", [set] { set(Format::kJson); }, "The same as --format json");
-    std::vector<std::string> offered(kFormats.begin(), kFormats.end());
-    if (prints != Prints::kList) {
-        offered = {"text", "json", "jsonl"};
+        *command, "--json", [set] { set(Format::kJson); },
+        prints != Prints::kFiles ? "The same as --format json" : "Print the result as JSON");
+    if (prints != Prints::kFiles) {
+        std::vector<std::string> offered(kFormats.begin(), kFormats.end());
+        if (prints != Prints::kList) {
+            offered = {"text", "json", "jsonl"};
+        }
+        AddOption(
+            *command, "--format",
+            [set](const std::string& format) {
+                const auto* const found = std::find(kFormats.begin(), kFormats.end(), format);
+                set(static_cast<Format>(found - kFormats.begin()));
+            },
+            "How to print")
+            .OneOf(offered)
+            .TypeName("FORMAT");
     }
-    AddOption(
-        *command, "--format",
-        [set](const std::string& format) {
-            const auto* const found = std::find(kFormats.begin(), kFormats.end(), format);
-            set(static_cast<Format>(found - kFormats.begin()));
-        },
-        "How to print")
-        .OneOf(offered)
-        .TypeName("FORMAT");
     AddOption(*command, "--color", context.colour, "Colours: auto, always or never")
         .OneOf({"auto", "always", "never"})
         .TypeName("WHEN");

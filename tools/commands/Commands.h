@@ -41,7 +41,8 @@ void SetUpProgram(CLI::App& app, Context& context, Run& run);
 enum class Prints : unsigned char {
     kThing,
     kList,
-    kAsItComes ///< until it is interrupted
+    kAsItComes, ///< until it is interrupted
+    kFiles      ///< what it did; --format is that of the files, and the command's own
 };
 
 /// A subcommand with the options that all commands share.

@@ -2,6 +2,7 @@
 
 #include "tools/base/BoundJson.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/Csv.h"
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
@@ -25,18 +26,6 @@ constexpr std::size_t kPlacesLeftOut = 6;
 
 void Pad(std::string& out, std::size_t written, std::size_t width) {
     out.append(written < width ? width - written : 0, ' ');
-}
-
-void AppendCsvField(std::string& out, std::string_view text) {
-    if (text.find_first_of("\",\r\n") == std::string_view::npos) {
-        out += text;
-        return;
-    }
-    out += '"';
-    for (const char c : text) {
-        out += c == '"' ? "\"\"" : std::string(1, c);
-    }
-    out += '"';
 }
 
 bool IsOverwritten(const TimelineEvent& event) {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "tools/axis/TimelineEvent.h"
-#include "tools/commands/Commands.h"
 #include "tools/base/TimePrinter.h"
+#include "tools/commands/Commands.h"
 
 #include <cstddef>
 #include <string>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tools/commands/Commands.h"
 #include "tools/base/TimePrinter.h"
+#include "tools/commands/Commands.h"
 #include "tools/log/LogEntry.h"
 
 #include <string_view>

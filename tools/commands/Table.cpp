@@ -6,6 +6,7 @@ namespace NimaPost {
 CommandAdder AddCrashCommand;
 CommandAdder AddDiffCommand;
 CommandAdder AddEventCommand;
+CommandAdder AddExportCommand;
 CommandAdder AddFleetCommand;
 CommandAdder AddIndexCommand;
 CommandAdder AddListenCommand;
@@ -24,7 +25,7 @@ namespace {
 constexpr CommandAdder* kCommands[]{
     AddSummaryCommand, AddShowCommand,  AddLogCommand,      AddSysTraceCommand, AddRingsCommand,
     AddCrashCommand,   AddEventCommand, AddTimelineCommand, AddReportCommand,   AddDiffCommand,
-    AddIndexCommand,   AddFleetCommand, AddWatchCommand,    AddListenCommand,
+    AddIndexCommand,   AddFleetCommand, AddExportCommand,   AddWatchCommand,    AddListenCommand,
 };
 
 } // namespace

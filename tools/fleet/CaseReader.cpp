@@ -309,8 +309,12 @@ bool ReadCase(Device& device, const Names& names, CaseData& data, std::string& p
     if (!story.Read(device, data.path, problem)) {
         return false;
     }
-    CaseReading(story, data).Run();
+    TellCase(story, data);
     return true;
+}
+
+void TellCase(const Story& story, CaseData& data) {
+    CaseReading(story, data).Run();
 }
 
 } // namespace NimaPost

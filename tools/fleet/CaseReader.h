@@ -3,6 +3,7 @@
 #include "tools/fleet/CaseData.h"
 #include "tools/input/Evidence.h"
 #include "tools/names/Names.h"
+#include "tools/story/Story.h"
 
 #include <string>
 
@@ -14,5 +15,7 @@ std::string ContentOf(Device& device);
 /// Reads a device's files into `data`, whose first members are set. False, with the reason, where nothing can
 /// be read.
 bool ReadCase(Device& device, const Names& names, CaseData& data, std::string& problem);
+/// The same of files that have been read.
+void TellCase(const Story& story, CaseData& data);
 
 } // namespace NimaPost

@@ -6,12 +6,10 @@
 #include "tools/fleet/CaseWriter.h"
 #include "tools/fleet/DeviceNames.h"
 #include "tools/fleet/OrderedResults.h"
+#include "tools/fleet/PartDevices.h"
 #include "tools/input/EvidenceParts.h"
-#include "tools/story/Folder.h"
 
 #include <algorithm>
-#include <exception>
-#include <filesystem>
 #include <set>
 #include <thread>
 #include <utility>
@@ -28,22 +26,6 @@ using Result = std::variant<CaseData, PartFindings>;
 /// Device and content of the cases that need not be read.
 using KnownCases = std::set<std::pair<std::string, std::string>>;
 
-/// As somebody finds it from another folder, too.
-std::string Absolute(const std::string& path) {
-    std::error_code error;
-    std::filesystem::path absolute = std::filesystem::absolute(path, error).lexically_normal();
-    if (absolute.filename().empty() && absolute.has_relative_path()) {
-        absolute = absolute.parent_path();
-    }
-    return error ? path : absolute.string();
-}
-
-/// Whether it holds files none of which can be opened, so that nobody knows what it is.
-bool IsClosed(const Device& device) {
-    return !device.files.empty() && std::all_of(device.files.begin(), device.files.end(),
-                                                [](const auto& file) { return !file.problem.empty(); });
-}
-
 class Worker {
   public:
     Worker(const std::vector<EvidencePart>& parts, const IndexTask& task, const Names& names,
@@ -58,47 +40,18 @@ class Worker {
     void Run() const {
         while (const auto number = results_.TakePiece()) {
             PartFindings found;
-            found.path = Absolute(parts_[*number].path);
-            try {
-                Read(*number, found);
-            } catch (const std::exception& error) {
-                // One folder is to cost no other.
-                found.findings.Damage("cannot-read", parts_[*number].path + ": " + error.what());
-            }
+            found.path = AbsolutePath(parts_[*number].path);
+            ForEachDevice(parts_[*number], task_.limits, found.findings,
+                          [&](Device& device) { return ReadDevice(*number, device, found); });
             results_.Put(*number, std::move(found));
             results_.Finish(*number);
         }
     }
 
   private:
-    void Read(std::size_t number, PartFindings& found) const {
-        const EvidencePart& part = parts_[number];
-        if (!part.problem.empty()) {
-            found.findings.Damage("cannot-open", part.problem);
-        }
-        if (!part.isArchive && part.files.empty()) {
-            return;
-        }
-        Evidence evidence = ReadPart(part, task_.limits);
-        found.findings = Joined(std::move(found.findings), evidence.findings);
-        for (Device& device : evidence.devices) {
-            if (HoldsEvidence(device)) {
-                if (!ReadDevice(number, device, found)) {
-                    return;
-                }
-            } else if (IsClosed(device) && !part.holdsParts) {
-                found.findings.Damage("cannot-open", device.files.front().problem);
-            }
-        }
-    }
-
     /// False where nobody wants the rest.
     bool ReadDevice(std::size_t number, Device& device, PartFindings& found) const {
-        CaseData data;
-        data.path = found.path;
-        data.member = device.name;
-        data.device = deviceNames_.Of(parts_[number].path, device.name);
-        data.content = ContentOf(device);
+        CaseData data = CaseOf(device, parts_[number], deviceNames_);
         data.known = known_.contains({data.device, data.content});
         std::string problem;
         if (!data.known && !ReadCase(device, names_, data, problem)) {

@@ -65,7 +65,9 @@ class Lister {
         parts_.push_back(std::move(folder));
         std::move(archives.begin(), archives.end(), std::back_inserter(parts_));
         for (const std::string& name : listing.folders) {
-            AddFolder((fs::path(path) / name).string());
+            if (!holdsOwn || !own_.Owns(name)) {
+                AddFolder((fs::path(path) / name).string());
+            }
         }
     }
 
