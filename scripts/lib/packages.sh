@@ -6,7 +6,7 @@
 # shellcheck disable=SC2034
 build_packages=(g++ cmake ninja-build pkg-config libunwind-dev libiberty-dev libarchive-dev libcli11-dev libdw-dev
     libelf-dev libpcre2-dev libsqlite3-dev nlohmann-json3-dev zlib1g-dev esbuild googletest libgtest-dev
-    libbenchmark-dev python3 ccache)
+    libbenchmark-dev python3 zstd ccache)
 # shellcheck disable=SC2034
 armhf_packages=(g++-arm-linux-gnueabihf qemu-user)
 
