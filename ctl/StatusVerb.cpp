@@ -7,6 +7,7 @@
 #include "tools/base/Json.h"
 #include "tools/base/Process.h"
 #include "tools/base/Text.h"
+#include "tools/words/SetAside.h"
 #include "tools/words/Words.h"
 
 #include <cstdio>
@@ -195,28 +196,14 @@ Json RingsJson(const Rings& rings) {
             {"hidden_processes", rings.mapping.hidden}};
 }
 
-/// What the trace says about a filter that is set aside: nothing is traced while it is cleared, but for what
-/// writers had begun.
-std::string Hint(Filtering state, const Activity& activity) {
-    constexpr std::size_t kBegun = 1024; ///< entries
-    if (!activity.sinceDumpBegan) {
-        return {};
-    }
-    const std::string dump = "a dump began that has not ended, ";
-    if (*activity.sinceDumpBegan <= kBegun) {
-        return " The trace stops where " + dump + "which speaks for the dump.";
-    }
-    return state != Filtering::kCleared ? ""
-                                        : " After " + dump + Counted(*activity.sinceDumpBegan, "entry") +
-                                              " were traced, which speaks for closed levels.";
-}
-
 void AddFindings(const Block& look, const Rings& rings, Findings& findings) {
     if (!look.block) {
         findings.Damage("no-block", look.problem + ".");
     } else if (const Filtering state = look.block->ReadFilters().State();
                state == Filtering::kCleared || state == Filtering::kPartly) {
-        findings.Remark("filter-cleared", kSetAside + Hint(state, look.activity));
+        findings.Remark("filter-cleared",
+                        SetAsideText() + NimaPost::SetAsideHint(look.activity.sinceDumpBegan,
+                                                                state == Filtering::kCleared));
     }
     if (!rings.view && rings.absent) {
         // A device need not use them.
@@ -229,6 +216,7 @@ void AddFindings(const Block& look, const Rings& rings, Findings& findings) {
 }
 
 int RunStatus(Context& context, std::chrono::nanoseconds time) {
+    context.printsOnly = true;
     const Block look = LookAtBlock(context, time);
     const Rings rings = LookAtRings(context);
     if (!look.block && !rings.view) {

@@ -31,6 +31,7 @@ struct Context {
     std::string namesFile;
     Names names;
     Output out{stdout};
+    bool printsOnly = false; ///< what is printed is all that the call does
     Findings findings;
     std::size_t damageTold = 0;
     std::size_t remarksTold = 0;

@@ -382,6 +382,58 @@ TEST_F(CtlTest, ADumpIsAFileLikeTheLibrarys) {
     EXPECT_EQ(Ctl({"dump", "no/such/folder"}).code, 2);
 }
 
+TEST_F(CtlTest, ADumpThatFailsLeavesItsBackups) {
+    { const Host device(Trace); }
+    const Header header;
+    header->wrapCount = 1;
+    const std::vector<std::string> files{"out/trace", "out/trace.1", "out/trace.2"};
+    std::filesystem::create_directory("out");
+    // Somebody takes the new file away before it gets its name.
+    const Host other([name = std::string()]() mutable {
+        for (const auto& file : std::filesystem::directory_iterator("out")) {
+            name = file.path().filename();
+            if (name.size() == std::string("trace.XXXXXX").size()) {
+                ::unlink(file.path().c_str());
+            }
+        }
+    });
+    int code = 0;
+    while (code == 0) {
+        for (const std::string& file : files) {
+            WriteFile(file, file);
+        }
+        code = Ctl({"dump", "out/trace", "--backups", "2"}).code;
+        EXPECT_EQ(Listing("out"), (std::vector<std::string>{"trace", "trace.1", "trace.2"}));
+    }
+    EXPECT_EQ(code, 2);
+    for (const std::string& file : files) {
+        EXPECT_EQ(ReadFile(file), file);
+    }
+}
+
+TEST_F(CtlTest, NothingThatIsPrintedGoesIntoTheSegment) {
+    { const Host device(Trace); }
+    EXPECT_EQ(Ctl({"only", "5:0"}).code, 0);
+    const auto codeWithout = [](int stream, const std::vector<const char*>& call) {
+        const int status = InChild([&] {
+            // A terminal of a service, for example, has no open streams.
+            ::close(stream);
+            ::_exit(NimaCtl::RunProgram(static_cast<int>(call.size()), call.data()));
+        });
+        return WEXITSTATUS(status);
+    };
+    const std::string before = ReadFile(kTrace);
+    EXPECT_EQ(codeWithout(STDERR_FILENO, {"nima-ctl", "mark", "x"}), 2);
+    EXPECT_TRUE(ReadFile(kTrace) == before);
+    EXPECT_EQ(codeWithout(STDOUT_FILENO, {"nima-ctl", "status"}), 2);
+    // What was done is done, although nobody can be told.
+    EXPECT_EQ(codeWithout(STDOUT_FILENO, {"nima-ctl", "level", "6", "2"}), 1);
+    const Header header;
+    EXPECT_EQ(header->liveFilter[WordOf(2)], Bit(6));
+    header->liveFilter[WordOf(2)] = 0;
+    EXPECT_TRUE(ReadFile(kTrace) == before);
+}
+
 TEST_F(CtlTest, AMarkIsReadAsText) {
     { const Host device(Trace); }
     EXPECT_EQ(Ctl({"clear"}).code, 0);
@@ -475,6 +527,23 @@ TEST_F(CtlTest, RepairsNothingWhileADumpMayLive) {
     EXPECT_EQ(header->savedFilter[0], 0U);
 }
 
+TEST_F(CtlTest, RepairsNothingBesideAHostThatDumpsAllTheTime) {
+    const Host device([] {
+        SysTraceConfigure();
+        DumpSysTraceEx(
+            [](const char*, int length, int* written, void*) {
+                *written = length;
+                ::usleep(200);
+                return 1;
+            },
+            nullptr);
+    });
+    for (int i = 0; i < 3; ++i) {
+        const Result result = Ctl({"repair", "--wait", "2", "--yes"});
+        EXPECT_EQ(result.output.find("repaired:"), std::string::npos) << result.output;
+    }
+}
+
 TEST_F(CtlTest, RingsAreReadFromOutside) {
     EXPECT_EQ(Ctl({"rings"}).code, 2);
     { const Host device(Trace); }
@@ -551,6 +620,15 @@ TEST_F(CtlTest, CollectsARunningDeviceAndADeadOne) {
         EXPECT_LE(Post({mode, "../out", "-o", "../result"}).code, 1) << mode;
     }
     EXPECT_EQ(Ctl({"collect", "-o", kTrace}).code, 2);
+    // A damaged block is evidence as well.
+    Header()->version = 3;
+    const Result damaged = Ctl({"collect", "-o", "unit.tar.gz"});
+    EXPECT_EQ(damaged.code, 0);
+    EXPECT_NE(damaged.errors.find("packed as it is"), std::string::npos) << damaged.errors;
+    EXPECT_NE(damaged.errors.find("version 3"), std::string::npos) << damaged.errors;
+    unpack();
+    EXPECT_TRUE(ReadFile(std::string("../out/") + kTrace) == ReadFile(kTrace));
+    Header()->version = SYSTRACE_VERSION;
     std::filesystem::current_path("..");
 
     // What a recording has left open is closed in the directory that is collected.
