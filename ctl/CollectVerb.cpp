@@ -296,10 +296,8 @@ int RunCollect(Context& context, const Options& options) {
         }
     }
     AddFindings(manifest, context.findings);
-    if (!context.json) {
-        context.out.Line(NimaPost::Printable(options.output) + ": " +
-                         NimaPost::Counted(FilesIn(manifest), "file") + " and " + kManifestName);
-    }
+    TellOfFile(context, options.output,
+               NimaPost::Counted(FilesIn(manifest), "file") + " and " + kManifestName);
     return Finish(context, {{"file", NimaPost::ToUtf8(options.output)}, {"manifest", manifest.ToJson()}});
 }
 

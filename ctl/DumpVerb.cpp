@@ -157,10 +157,7 @@ int RunDump(Context& context, const Options& options) {
         return Refuse(context, problem);
     }
     AddBlanked(snapshot.blanked, context.findings);
-    if (!context.json) {
-        context.out.Line(NimaPost::Printable(options.file) + ": " +
-                         NimaPost::Counted(snapshot.entries.size(), "entry"));
-    }
+    TellOfFile(context, options.file, NimaPost::Counted(snapshot.entries.size(), "entry"));
     return Finish(context, {{"file", NimaPost::ToUtf8(options.file)},
                             {"entries", snapshot.entries.size()},
                             {"overwritten_slots", snapshot.blanked}});

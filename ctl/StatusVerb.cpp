@@ -29,6 +29,8 @@ struct Block {
     std::string problem;
     Activity activity;
     MappingProcesses mapping;
+    SysTraceHeader header{};
+    Filters filters;
 };
 
 struct Rings {
@@ -42,11 +44,13 @@ struct Rings {
 
 Block LookAtBlock(const Context& context, std::chrono::nanoseconds time) {
     std::string problem;
-    Block look{TraceBlock::Open(context.directory, Access::kRead, problem), {}, {}, {}};
+    Block look{TraceBlock::Open(context.directory, Access::kRead, problem), {}, {}, {}, {}, {}};
     look.problem = problem;
     if (look.block) {
         look.activity = Watch(*look.block, time);
         look.mapping = ProcessesThatMap(look.block->File().Number());
+        look.header = look.block->CopyHeader();
+        look.filters = look.block->ReadFilters();
         if (look.block->File().Lost()) {
             look.problem = look.block->File().LostText();
             look.block.reset();
@@ -114,8 +118,8 @@ std::string OverwrittenText(const SysTraceHeader& header) {
 }
 
 void PrintBlock(Context& context, const Block& look) {
-    const SysTraceHeader header = look.block->CopyHeader();
-    const Filters filters = look.block->ReadFilters();
+    const SysTraceHeader& header = look.header;
+    const Filters& filters = look.filters;
     Output& out = context.out;
     out.Line(std::string(Nima::Catalogue::kSysTraceSegment.narrow) + " in " +
              NimaPost::Printable(context.directory));
@@ -166,8 +170,8 @@ Json BlockJson(const Context& context, const Block& look) {
     if (!look.block) {
         return nullptr;
     }
-    const SysTraceHeader header = look.block->CopyHeader();
-    const Filters filters = look.block->ReadFilters();
+    const SysTraceHeader& header = look.header;
+    const Filters& filters = look.filters;
     return {{"state", header.state},
             {"state_name", NimaPost::CaptureStateName(header.state)},
             {"tracing", FilteringName(filters.State())},
@@ -199,7 +203,7 @@ Json RingsJson(const Rings& rings) {
 void AddFindings(const Block& look, const Rings& rings, Findings& findings) {
     if (!look.block) {
         findings.Damage("no-block", look.problem + ".");
-    } else if (const Filtering state = look.block->ReadFilters().State();
+    } else if (const Filtering state = look.filters.State();
                state == Filtering::kCleared || state == Filtering::kPartly) {
         findings.Remark("filter-cleared",
                         SetAsideText() + NimaPost::SetAsideHint(look.activity.sinceDumpBegan,

@@ -3,6 +3,7 @@
 #include "tests/support/Ctl.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstring>
@@ -306,10 +307,17 @@ TEST_F(CtlTest, DumpsWhileWritersOverwriteTheBlock) {
         }
     });
     const Header header;
+    // As long as slots are free, none is overwritten.
+    Json result{{"entries", 1 << 20}};
+    while (result["entries"] == 1 << 20) {
+        EXPECT_EQ(Ctl({"clear"}).code, 0);
+        result = Ctl({"dump", "live.bin", "--json"}).Parsed();
+    }
+    EXPECT_EQ(result["overwritten_slots"], 0);
     while (header->wrapCount < 1) {
         ::usleep(1000);
     }
-    const Json result = Ctl({"dump", "live.bin", "--json"}).Parsed();
+    result = Ctl({"dump", "live.bin", "--json"}).Parsed();
     EXPECT_EQ(result["entries"], 1 << 20);
     // A dump of the library takes the filter away meanwhile.
     EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
@@ -324,29 +332,29 @@ TEST_F(CtlTest, DumpsWhileWritersOverwriteTheBlock) {
     // One thread has written, so every record is in one piece, and its number follows from its place.
     constexpr std::uint32_t kCount = 1 << 20;
     constexpr std::uint32_t kHead = SYSTRACE_ID(5, 0, 77);
-    constexpr std::uint32_t kMostGaps = 257; // around each, two records may be incomplete
     const auto entry = [&](std::uint32_t i) { return 512 + (word(256 + 8) + 1 + i) % kCount * 8; };
     std::uint32_t blank = 0;
-    std::uint32_t records = 0;
-    std::uint32_t number = 0;
+    std::uint32_t first = 0; ///< the place of a head
+    while (first + 1 < kCount && (word(entry(first)) != kHead || word(entry(first + 1)) == 0)) {
+        ++first;
+    }
+    ASSERT_LT(first + 1, kCount);
+    const std::uint32_t number = word(entry(first + 1) + 4) - first / 4 - 1; // of a record in front of it
     for (std::uint32_t i = 0; i < kCount; ++i) {
-        blank += word(entry(i)) == 0 ? 1 : 0;
+        const std::uint32_t id = word(entry(i));
+        blank += id == 0 ? 1 : 0;
         // The writer may not have stored the newest entry yet.
-        if (i + 4 >= kCount || word(entry(i)) != kHead || word(entry(i + 1)) == 0 ||
-            word(entry(i + 2)) == 0 || word(entry(i + 3)) == 0) {
+        if (id == 0 || i + 4 >= kCount) {
             continue;
         }
-        if (records++ == 0) {
-            number = word(entry(i + 1) + 4) - i / 4;
+        const std::uint32_t place = (i - first) % 4;
+        const std::uint32_t own = number + (i - place + 4) / 4;
+        ASSERT_EQ(id, place == 0 ? kHead : kHead | 0x80000000U) << i;
+        if (place == 1 || place == 2) {
+            ASSERT_EQ(word(entry(i) + 4), place == 1 ? own : ~own) << i;
         }
-        for (std::uint32_t k = 1; k < 4; ++k) {
-            ASSERT_EQ(word(entry(i + k)), kHead | 0x80000000U) << i;
-        }
-        ASSERT_EQ(word(entry(i + 1) + 4), number + i / 4) << i;
-        ASSERT_EQ(word(entry(i + 2) + 4), ~(number + i / 4)) << i;
     }
     EXPECT_EQ(result["overwritten_slots"], blank);
-    EXPECT_GE(records * 4 + blank + 8 * kMostGaps, kCount);
 }
 
 TEST_F(CtlTest, ADumpIsAFileLikeTheLibrarys) {
@@ -437,7 +445,7 @@ TEST_F(CtlTest, NothingThatIsPrintedGoesIntoTheSegment) {
 TEST_F(CtlTest, AMarkIsReadAsText) {
     { const Host device(Trace); }
     EXPECT_EQ(Ctl({"clear"}).code, 0);
-    const std::string text = "Papierstau gel\u00f6st, nun \u00fcber Fach 2";
+    const std::string text = "Papierstau gel\u00f6st \u00fcber Fach 2";
     EXPECT_EQ(Ctl({"mark", text}).code, 0);
     EXPECT_EQ(Ctl({"mark", "again", "--event", "5:99"}).code, 0);
     const Json read = Post({"systrace", kTrace, "--json"}).Parsed();
@@ -514,7 +522,15 @@ TEST_F(CtlTest, RepairsNothingWhileADumpMayLive) {
     const Result doubtful = Ctl({"repair", "--wait", "0.1"});
     EXPECT_EQ(doubtful.code, 2);
     EXPECT_NE(doubtful.errors.find("cannot be known"), std::string::npos) << doubtful.errors;
+#ifndef __arm__ // under the emulator nothing is known of other processes
+    EXPECT_NE(doubtful.errors.find("is stopped"), std::string::npos) << doubtful.errors;
+#endif
     EXPECT_EQ(header->liveFilter[0], 0U);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(Ctl({"repair", "--wait", "0.3", "--yes"}).code, 0);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(300));
+    EXPECT_EQ(header->liveFilter[0], 0xFFFFFFFF);
+    header.SetFilterAside();
     device.Signal(SIGCONT);
     {
         const Meanwhile dump([&] {
