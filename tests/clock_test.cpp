@@ -442,6 +442,34 @@ TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShow
     EXPECT_EQ(logs.set.Processes().size(), 1U);
 }
 
+TEST_F(LogTimes, OfARewoundLogThatGoesOnInsideACounterAreInTheirOrder) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    for (const std::size_t digitsLost : {1U, 2U, 3U}) {
+        std::int64_t time = kBoot + 700 * kMillisecond;
+        const auto round = [&](int lines) {
+            std::string text = Calibration(time, time + offset) + Line(time - 200'000, "<WARN> <A> filled");
+            for (int i = 0; i < lines; ++i) {
+                text += Line(time += 3000, "<WARN> <A> old");
+            }
+            return text;
+        };
+        const std::string old = round(200);
+        time += 20 * kMillisecond;
+        std::string log = round(100);
+        const std::size_t newer = static_cast<std::size_t>(std::count(log.begin(), log.end(), '\n')) + 1;
+        std::size_t cut = old.find("\n", log.size() + 60) + 1 + digitsLost;
+        const std::string last = Line(time, "<WARN> <A> new");
+        log += last.substr(0, last.size() - 2) + std::string(cut - log.size() - last.size(), '.') + "\r\n";
+        log += old.substr(cut);
+        WriteFile("a.log", log);
+        const Logs logs({"a.log"});
+        ASSERT_GT(logs.entries.size(), newer) << digitsLost;
+        for (std::size_t i = 0; i < logs.entries.size(); ++i) {
+            EXPECT_EQ(logs.entries[i].part->overwritten, i + newer < logs.entries.size()) << i << digitsLost;
+        }
+    }
+}
+
 TEST_F(LogTimes, OfALogThatHoldsTextsLikeCutLinesAreOfOneRound) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     for (const std::string text :

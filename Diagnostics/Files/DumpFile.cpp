@@ -8,6 +8,7 @@
 #include "platform/Text.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string>
 
@@ -19,6 +20,25 @@ namespace {
 
 void* OpenDump(const std::wstring& path) {
     return OpenOutputFile(path, kDumpMode, O_CREAT);
+}
+
+/// Reads date and counter at one moment. The first date of a process may read the time zone from its file,
+/// and any may be held up, so both are read again until little time passes in between: who reads the file
+/// later has nothing else to tie the records of this counter to a date.
+void ReadClocksTogether(_SYSTEMTIME* date, _LARGE_INTEGER* ticks) {
+    constexpr std::int64_t kOneMoment = 50'000;
+    constexpr int kMostTries = 5;
+    for (int tries = 0; tries < kMostTries; ++tries) {
+        _LARGE_INTEGER before;
+        _query_performance_counter_helper(&before);
+        _get_local_time_helper(date);
+        _query_performance_counter_helper(ticks);
+        // Over a whole second the counter falls by nearly a billion.
+        const std::int64_t passed = ticks->QuadPart - before.QuadPart;
+        if (passed >= 0 && passed <= kOneMoment) {
+            return;
+        }
+    }
 }
 
 void* OpenEmptied(const std::wstring& path) {
@@ -57,8 +77,7 @@ void WriteDiagnosticsFileHeader(char* buffer, int size, void* file, const char* 
     }
     _SYSTEMTIME now;
     _LARGE_INTEGER ticks;
-    _get_local_time_helper(&now);
-    _query_performance_counter_helper(&ticks);
+    ReadClocksTogether(&now, &ticks);
     const auto room = static_cast<std::size_t>(size);
 
     std::memset(buffer, 0, room);

@@ -12,12 +12,17 @@ namespace {
 /// A file passes its maximum by less than a buffer and a line, so rounds end within this of each other.
 constexpr std::uint64_t kRoundsDiffer = 4096 + 2048;
 /// A step between rounds is any part of a second. One that is to be told from a thread's pause has to be
-/// wider than what keeps a thread waiting on a busy device, and by far wider than others.
+/// wider than what keeps a thread waiting on a busy device, and by far wider than others, or most of a second
+/// where hardly any other is as wide as such a wait.
 constexpr std::int64_t kStandsOut = 64;
 constexpr std::int64_t kBusyWait = kSecond / 10;
 
 /// A tracer's lines are shorter; longer ones hold raw data and never had a header.
 constexpr std::size_t kLongestTraced = 1100;
+
+/// A counter lacks digits if the step after it would fit so by chance in fewer logs than one in this many.
+constexpr std::int64_t kDigitsStandOut = 100;
+constexpr std::size_t kMostWithoutDigits = 256;
 
 /// Lines without a header beyond these are the way of this log, and no sign of anything.
 constexpr std::size_t kMostTorn = 64;
@@ -143,16 +148,14 @@ std::vector<RoundDetector::Seam> RoundDetector::Seams(std::uint64_t size) const 
     // All rounds but the newest end near the file's end.
     const std::uint64_t nearEnd = size - std::min(size, kRoundsDiffer);
     std::vector<Seam> seams;
-    for (const auto* steps : {&torn_, &widest_}) {
-        for (const Step& step : *steps) {
-            const Rank rank = RankOf(step);
-            const bool afterCut = std::any_of(seams.begin(), seams.end(),
-                                              [&](const Seam& seam) { return seam.offset == step.from; });
-            if (step.offset >= nearEnd && rank > Rank::kPossible && !(rank == Rank::kAligned && afterCut)) {
-                seams.push_back({step.offset, rank});
-            }
+    ForEachPlace([&](const Step& step) {
+        const Rank rank = RankOf(step);
+        const bool afterCut = std::any_of(seams.begin(), seams.end(),
+                                          [&](const Seam& seam) { return seam.offset == step.from; });
+        if (step.offset >= nearEnd && rank > Rank::kPossible && !(rank == Rank::kAligned && afterCut)) {
+            seams.push_back({step.offset, rank});
         }
-    }
+    });
     std::sort(seams.begin(), seams.end(), [](const Seam& a, const Seam& b) {
         return std::pair(a.offset, b.rank) < std::pair(b.offset, a.rank);
     });
@@ -215,10 +218,23 @@ bool RoundDetector::EndsAtFirst() const {
 }
 
 bool RoundDetector::StandsOut(const Step& step, std::int64_t usual) {
-    return step.width > kStandsOut * usual && step.width > kBusyWait;
+    const bool far = step.width > kStandsOut * usual && step.width > kBusyWait;
+    return far || (usual < kBusyWait && step.width > kSecond / 2);
+}
+
+template <class Visitor>
+void RoundDetector::ForEachPlace(const Visitor& visitor) const {
+    for (const auto* steps : {&torn_, &withoutDigits_, &widest_}) {
+        std::for_each(steps->begin(), steps->end(), visitor);
+    }
 }
 
 RoundDetector::Rank RoundDetector::RankOf(const Step& step) const {
+    if (step.digitsCount > 0) {
+        const bool fits =
+            step.stepWithDigits <= widths_.Common() && step.digitsCount >= kDigitsStandOut * widths_.Common();
+        return fits ? Rank::kWide : Rank::kNone;
+    }
     const bool few = torn_.size() < kMostTorn;
     const bool cut =
         step.cut == HeaderRest::kInside ||
@@ -235,16 +251,14 @@ RoundDetector::Rank RoundDetector::RankOf(const Step& step) const {
 RoundDetector::Seam RoundDetector::BestBefore(std::uint64_t end) const {
     const Step* best = nullptr;
     Rank rank = Rank::kNone;
-    for (const auto* steps : {&torn_, &widest_}) {
-        for (const Step& step : *steps) {
-            const Rank ofStep = RankOf(step);
-            if (step.offset < end &&
-                (ofStep > rank || (best != nullptr && ofStep == rank && step.width > best->width))) {
-                best = &step;
-                rank = ofStep;
-            }
+    ForEachPlace([&](const Step& step) {
+        const Rank ofStep = RankOf(step);
+        if (step.offset < end &&
+            (ofStep > rank || (best != nullptr && ofStep == rank && step.width > best->width))) {
+            best = &step;
+            rank = ofStep;
         }
-    }
+    });
     // A line that was cut inside its counter passes for a whole one, with a step of its own after it.
     for (const Step& step : widest_) {
         if (best != nullptr && rank == Rank::kAligned && step.offset == best->from &&
@@ -274,6 +288,7 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
     unattached_ += step.unattached ? 1 : 0;
     const bool cut = step.cut != HeaderRest::kNone;
     step.torn = headerless_ == 1 || step.unattached || cut;
+    ConsiderDigits(step, *previous_);
     step.offset = headerless_ > 0 ? headerlessOffset_ : offset;
     step.from = previousOffset_;
     if (step.torn && (torn_.size() < kMostTorn || cut) && torn_.size() < 2 * kMostTorn) {
@@ -286,6 +301,24 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
                              [](const Step& x, const Step& y) { return x.width < y.width; }) -
             widest_.begin());
     }
+}
+
+/// The line before the step may have been cut inside its counter: such a line passes for a whole one. Then
+/// what its counter lacks is a part of the step.
+void RoundDetector::ConsiderDigits(const Step& step, std::int64_t counter) {
+    std::int64_t digitsCount = 1;
+    while (digitsCount <= counter) {
+        digitsCount *= 10;
+    }
+    if (step.width >= digitsCount && headerless_ == 0 && withoutDigits_.size() < kMostWithoutDigits) {
+        Step place;
+        place.width = lastWidth_;
+        place.offset = previousOffset_;
+        place.digitsCount = digitsCount;
+        place.stepWithDigits = step.width % digitsCount;
+        withoutDigits_.push_back(place);
+    }
+    lastWidth_ = step.width;
 }
 
 } // namespace NimaPost

@@ -38,6 +38,10 @@ struct Step {
     /// And what it begins with.
     HeaderRest cut = HeaderRest::kNone;
     bool ends = false; ///< a calibration line follows: nothing tells how wide the step is
+    /// Where the line after it may have lost the first digits of its counter: by how much these would have to
+    /// count for the next line to be a short step later, and the step that is then left.
+    std::int64_t digitsCount = 0;
+    std::int64_t stepWithDigits = 0;
 };
 
 /// How wide steps are in a log, by powers of two.
@@ -99,7 +103,7 @@ class RoundDetector {
         kNone,
         kPossible,   ///< the rest of a message, or of a line
         kAligned,    ///< between two whole lines, far wider than others
-        kWide,       ///< the rest of something, at a wide step
+        kWide,       ///< the rest of something, at a wide step, or of a line that lacks digits of its counter
         kUnattached, ///< the rest of a line whose beginning is not in front of it
         kHeader      ///< the rest of a header
     };
@@ -117,6 +121,10 @@ class RoundDetector {
 
     void Calibration(const LogLine& line, std::uint64_t offset);
     void Consider(const LogLine& line, std::uint64_t offset);
+    void ConsiderDigits(const Step& step, std::int64_t counter);
+    /// Every place where rounds may meet.
+    template <class Visitor>
+    void ForEachPlace(const Visitor& visitor) const;
 
     std::optional<std::int64_t> first_; ///< counter of the calibration line at the file's start
     std::uint32_t firstThread_ = 0;
@@ -138,6 +146,8 @@ class RoundDetector {
     std::vector<Step> torn_;
     std::vector<Step> widest_ = std::vector<Step>(8);
     std::size_t lightest_ = 0; ///< of these
+    std::vector<Step> withoutDigits_;
+    std::int64_t lastWidth_ = 0; ///< of the last step
     StepWidths widths_;
     std::uint64_t headerless_ = 0;
     std::uint64_t headerlessOffset_ = 0;

@@ -31,6 +31,12 @@ bool IsCallback(const RingBufferData& data) {
     return data.words[0] == CodeOf(Nima::Catalogue::OwnRingEvent::kEventCallback) && data.words[3] == 0;
 }
 
+bool IsOrderedBy(const RingSet& dump, Ring& ring) {
+    const auto same = std::find_if(dump.rings.begin(), dump.rings.end(),
+                                   [&](const Ring& each) { return each.index == ring.index; });
+    return dump.isText && same != dump.rings.end() && OrderByDump(ring, *same);
+}
+
 std::int64_t TimeOf(const PlacedRings& placed, std::size_t ring, const RingRecord& record) {
     return placed.newest[ring] - (placed.set.rings[ring].records.back().elapsed - record.elapsed);
 }
@@ -44,8 +50,13 @@ std::optional<PlacedRings> RingSource::ReadContent(FolderFile& file, InputFile& 
     if (!set) {
         return std::nullopt;
     }
-    RemarkOnOrder(*set, file.findings);
-    return PlacedRings(std::move(*set));
+    PlacedRings placed(std::move(*set));
+    if (placed.set.isText) {
+        RemarkOnOrder(placed.set, file.findings);
+    } else {
+        placed.findings = &file.findings;
+    }
+    return placed;
 }
 
 void RingSource::Place(Axis& axis) {
@@ -57,6 +68,7 @@ void RingSource::Place(Axis& axis) {
     };
     std::stable_sort(AllHeld().begin(), AllHeld().end(),
                      [&](const Held& a, const Held& b) { return rank(a) > rank(b); });
+    OrderSegments();
     PlaceNewest(axis);
     MarkKnownRecords();
     MarkCallbacks(axis);
@@ -95,7 +107,7 @@ void RingSource::State(Axis& axis) const {
         text += kind == TieKind::kCollected
                     ? "the moment at which the files were collected. It may be earlier by whole seconds."
                 : kind == TieKind::kHead
-                    ? "the crash log's head. It may be earlier by whole seconds, or later by any "
+                    ? "the crash log's or dump's head. It may be earlier by whole seconds, or later by any "
                       "time if a process wrote on afterwards."
                 : kind == TieKind::kLine
                     ? "the last dated line of the logs. It may be earlier by whole seconds, and "
@@ -127,6 +139,21 @@ void RingSource::TakeOwners(Axis& axis) {
     }
 }
 
+/// A dump or crash log has a head that tells its newest records; whatever a segment has beyond them is newer.
+void RingSource::OrderSegments() {
+    for (auto& [file, placed] : AllHeld()) {
+        for (Ring& ring : placed.set.rings) {
+            if (!placed.set.isText && placed.set.processes == 1) {
+                std::any_of(All().begin(), All().end(),
+                            [&](const Held& held) { return IsOrderedBy(held.content.set, ring); });
+            }
+        }
+        if (placed.findings != nullptr) {
+            RemarkOnOrder(placed.set, *placed.findings);
+        }
+    }
+}
+
 void RingSource::PlaceNewest(Axis& axis) {
     for (auto& [file, placed] : AllHeld()) {
         std::optional<Tie> tie = axis.TieOfFile(file);
@@ -134,6 +161,9 @@ void RingSource::PlaceNewest(Axis& axis) {
             tie = axis.TieOf(*placed.set.ticks, *placed.set.date, placed.set.Writer());
             axis.SetWall();
             placed.head = tie->time;
+            if (!axis.Newest()) {
+                axis.SetNewest(*tie);
+            }
         }
         for (const Ring& ring : placed.set.rings) {
             std::int64_t newest = 0;

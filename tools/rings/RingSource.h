@@ -16,6 +16,7 @@ struct PlacedRings {
     explicit PlacedRings(RingSet rings) : set(std::move(rings)) {}
 
     RingSet set;
+    Findings* findings = nullptr;     ///< of a segment's file, where its order is not judged yet
     std::vector<std::int64_t> newest; ///< of each ring, on the axis
     /// Records that a better source already has, by ring and position.
     std::vector<std::vector<bool>> known;
@@ -37,6 +38,7 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
     bool Tell(const Held& held, const EventVisitor& visitor) const override;
     bool TellRing(const Held& held, std::size_t index, const EventVisitor& visitor) const;
 
+    void OrderSegments();
     void PlaceNewest(Axis& axis);
     void TakeOwners(Axis& axis);
     void State(Axis& axis) const;

@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <string_view>
+#include <type_traits>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -221,7 +224,53 @@ void RecoverTimes(Ring& ring) {
     }
 }
 
+std::string_view BytesOf(const RingRecord& record) {
+    static_assert(std::has_unique_object_representations_v<RingBufferData>);
+    return {reinterpret_cast<const char*>(&record.data), sizeof(record.data)};
+}
+
+/// After the last record that the dump lacks, or else after the newest one of the dump.
+std::optional<std::size_t> PlaceByDump(const std::vector<RingRecord>& records, const Ring& dump) {
+    std::unordered_set<std::string_view> dumped;
+    for (const RingRecord& record : dump.records) {
+        dumped.insert(BytesOf(record));
+    }
+    const auto isDumped = [&](std::size_t i) {
+        return dumped.count(BytesOf(records[i % records.size()])) > 0;
+    };
+    std::vector<std::size_t> ends;
+    std::optional<std::size_t> newest;
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        if (!isDumped(i) && isDumped(i + 1)) {
+            ends.push_back(i + 1);
+        }
+        if (BytesOf(records[i]) == BytesOf(dump.records.back())) {
+            newest = i + 1;
+        }
+    }
+    return ends.size() == 1 ? ends.front() : ends.empty() ? newest : std::nullopt;
+}
+
 } // namespace
+
+bool OrderByDump(Ring& ring, const Ring& dump) {
+    if (ring.records.size() < 2 || dump.records.empty() || ring.stretches.size() > 1) {
+        return false;
+    }
+    std::vector<RingRecord> bySlot = ring.records;
+    std::sort(bySlot.begin(), bySlot.end(),
+              [](const RingRecord& a, const RingRecord& b) { return a.slot < b.slot; });
+    const auto place = PlaceByDump(bySlot, dump);
+    if (!place) {
+        return false;
+    }
+    const std::size_t oldest = *place % bySlot.size();
+    std::rotate(bySlot.begin(), bySlot.begin() + static_cast<std::ptrdiff_t>(oldest), bySlot.end());
+    ring.records = std::move(bySlot);
+    ring.seam = oldest == 0 && ring.records.size() < ring.entries ? Seam::kNone : Seam::kLikely;
+    RecoverTimes(ring);
+    return true;
+}
 
 void OrderRing(Ring& ring, bool full, std::optional<std::int64_t> ticks) {
     auto& records = ring.records;
