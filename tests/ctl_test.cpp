@@ -313,6 +313,7 @@ TEST_F(CtlTest, DumpsWhileWritersOverwriteTheBlock) {
             }
         }
     }
+    EXPECT_EQ(Ctl({"clear"}).code, 0);
     Host device([] {
         static unsigned long number = 0;
         SysTraceConfigure();
