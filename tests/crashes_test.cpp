@@ -271,7 +271,7 @@ TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
     }
     EXPECT_EQ(later, (std::map<int, std::string>{{1, "1"}, {2, "\"unbounded\""}})) << shown;
 
-    // Of this boot or of that one: no error is called the first before it.
+    // The clock that dates it tells its process. Of this boot or of that one, no error is called the first.
     const auto firstError = [] {
         return Post({"summary", ".", "--json"}).Parsed()["crashes"][0]["first_error"];
     };
@@ -283,6 +283,10 @@ TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
     WriteFile("device.log", log);
     EXPECT_EQ(firstError()["text"], "first");
     WriteFile("crash.txt", CrashLogOf({"A", 7, 893'216'007, 1}));
+    EXPECT_EQ(firstError()["text"], "first");
+    crash = CrashesTold().at(0);
+    EXPECT_EQ(std::pair(crash["process"], crash["boot"]), std::pair(Json(1), Json(1)));
+    WriteFile("crash.txt", CrashLogOf({"A", 7, 920'000'000, 1}));
     EXPECT_TRUE(firstError().is_null());
     WriteFile("device.log", log.substr(0, log.find("400 <")));
     EXPECT_EQ(firstError()["text"], "first");
@@ -391,7 +395,8 @@ TEST_F(Crashes, OnlyThoseThatAreSelectedAreShown) {
         }
         return told;
     };
-    EXPECT_EQ(files({"--since", "16:31:20", "--grep", "B"}), "");
+    EXPECT_EQ(files({"--since", "16:31:20", "--grep", "0xA"}), "");
+    EXPECT_EQ(files({"--since", "16:31:20", "--grep", "0xB"}), "./crash.txt");
     EXPECT_EQ(files({"--around", "16:31:10", "--within", "1"}), "./crash.txt.1");
     EXPECT_EQ(files({"--around", "crash=2", "--within", "1", "--not", "handler"}), "./crash.txt");
     EXPECT_EQ(files({"--grep", "HANDLER", "-i"}), "./stacktrace977-1.txt");

@@ -441,6 +441,8 @@ TEST_F(TerminalTest, OnATerminalThereAreColoursAndAPager) {
     const std::string piped = pipe.Rest();
     EXPECT_EQ(piped.find("paged:"), std::string::npos) << piped;
     EXPECT_EQ(piped.find('\x1b'), std::string::npos) << piped;
+    ::setenv("PAGER", "no-such-pager", 1);
+    EXPECT_NE(Program({"log", "a.log"}, 80).Rest().find("page 1"), std::string::npos);
     ::unsetenv("PAGER");
 }
 

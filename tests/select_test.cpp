@@ -133,10 +133,23 @@ TEST_F(Select, ARangeComparesTheTimesThatAreShown) {
     const Result timeline =
         Post({"timeline", ".", "-o", "out.json", "--since", "boot", "--not", "Calibration", "--json"});
     EXPECT_EQ(timeline.Parsed()["events"], 2) << timeline.output;
+    // On standard output there is nothing else.
+    EXPECT_TRUE(Json::parse(Post({"timeline", ".", "-o", "-"}).output).contains("traceEvents"));
     // What its bounds would let belong is counted: all lines of the first boot may be later.
     const Result told = Post({"log", ".", "--since", "boot", "--json"});
     EXPECT_EQ(told.code, 0) << told.errors;
     EXPECT_EQ(told.Parsed()["late_findings"]["remarks"][0]["code"], "range-uncertain") << told.output;
+    // Those that are not asked for do not count.
+    for (const char* input : {".", "device.log"}) {
+        const auto more = [&](const char* expression) {
+            const Json late =
+                Post({"log", input, "--since", "boot=2", "--grep", expression, "--json"}).Parsed();
+            const Json& remarks = late["late_findings"]["remarks"];
+            return remarks.empty() ? "" : remarks[0]["sentence"].get<std::string>().substr(0, 6);
+        };
+        EXPECT_EQ(more("warm up"), "1 more") << input;
+        EXPECT_EQ(more("Lamp again"), "") << input;
+    }
 
     for (const List& wrong :
          {List{"--since", "yesterday"}, List{"--around", "crash=2"}, List{"--within", "1s"},
@@ -347,6 +360,12 @@ TEST_F(Select, WhatIsMisspeltIsToldInOneLineWithWhatWasMeant) {
                                            {List{"log", "device.log", "--format", "jsno"}, "--format"},
                                            {List{"diff", ".", ".", "device.log"}, "too many"},
                                            {List{"show"}, "FOLDER is required"},
+                                           {List{"nothere/"}, "no command or file"},
+                                           {List{"log", ".", "--since", ""}, "--since: empty"},
+                                           {List{"log", ".", "--process", "-1"}, "above 0"},
+                                           {List{"log", ".", "--max-line", "0"}, "no size"},
+                                           {List{"log", ".", "--max-unpacked", "16E"}, "no size"},
+                                           {List{"log", "-f", "device.log", "--last", "1"}, "takes only"},
                                            {List{}, "subcommand"}}) {
         const Result result = Post(arguments);
         EXPECT_EQ(result.code, 2);

@@ -267,6 +267,7 @@ TEST_F(Symbols, FoldersComeFromTheEnvironmentTooAndThePageShowsThem) {
     const Result text = Post({"crash", file});
     EXPECT_EQ(Post({"report", "unit", "-o", "report.html"}).code, 0);
     unsetenv("NIMA_SYMBOLS"); // NOLINT
+    EXPECT_NE(text.errors.find("/nowhere: no folder"), std::string::npos) << text.errors;
     EXPECT_NE(text.output.find("AtTheFirstInstruction() at "), std::string::npos) << text.output;
     EXPECT_NE(text.output.find(LineOf("first")), std::string::npos);
     const Json stack = PageData()["crashes"][0]["stacks"][0];

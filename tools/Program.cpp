@@ -94,7 +94,7 @@ std::string Misspelt(const CLI::App& app) {
         return "\"" + word + "\" is one argument too many for " + called.get_name();
     }
     const std::string nearest = Nearest(word, isCommand ? CommandNames(app) : OptionNames(called));
-    return (isCommand ? "no command \"" : "no option \"") + word + "\"" +
+    return (isCommand ? "no command or file \"" : "no option \"") + word + "\"" +
            (nearest.empty() ? "; --help lists them" : "; did you mean " + nearest + "?");
 }
 

@@ -2,7 +2,7 @@
 # Sourced. Seeds for the fuzz targets and a run of them, and a run of the simulator of devices.
 
 fuzz_targets=(systrace ring_segment ring_text text_log queue_file crash_log stack_trace names log_line notification
-    live_segments event_record archive manifest control)
+    live_segments event_record archive manifest control symbols)
 
 # make_seeds HOST CORPUS: what the example device leaves when it dies, cut short, in addition to the seeds in the tree.
 make_seeds() {
@@ -51,6 +51,9 @@ make_seeds() {
     (cd "$run" && tar -cf small.tar small.log && tar -czf small.tar.gz small.log small.tar &&
         cmake -E tar cf small.zip --format=zip small.log && gzip -k small.log && xz -k small.log)
     cp "$run"/small.* "$corpus/archive"
+    # A library of a function and one inlined in it, with all that a debugger wants to know.
+    printf 'static inline int twice(int a) { return 2 * a; }\nint page(int a) { return twice(a) + 1; }\n' |
+        clang-14 -x c -g -O1 -nostdlib -shared -o "$corpus/symbols/library.so" -
     rm -rf "$run"
 }
 

@@ -13,9 +13,10 @@ namespace {
 /// that of `kDateTakes`.
 constexpr std::int64_t kHeadTakes = 8'000'000;
 
-bool MayHaveRunAt(const LogClock& clock, std::int64_t second) {
+/// Whether it may have run at some moment of this time.
+bool MayHaveRun(const LogClock& clock, std::int64_t from, std::int64_t until) {
     const bool ended = clock.nextOpening && *clock.nextOpening >= clock.first;
-    return (second + 1) * kSecond > clock.first && !(ended && second * kSecond > *clock.nextOpening);
+    return until > clock.first && !(ended && from > *clock.nextOpening);
 }
 
 /// The moment on the clock of a process, if that explains the date.
@@ -40,7 +41,8 @@ Tie Axis::TieOf(std::int64_t counter, const RawDate& date, std::optional<std::ui
     const auto owner = thread ? processes_.WithAnyOf({*thread}) : std::nullopt;
     std::optional<Tie> found;
     for (const LogClock& clock : logClocks_) {
-        if ((owner && clock.process != *owner) || !MayHaveRunAt(clock, date.second)) {
+        if ((owner && clock.process != *owner) ||
+            !MayHaveRun(clock, date.second * kSecond, (date.second + 1) * kSecond)) {
             continue;
         }
         const auto tie = TieOn(clock, counter, date, owner ? kHeadTakes : kFitsClosely);
@@ -49,7 +51,27 @@ Tie Axis::TieOf(std::int64_t counter, const RawDate& date, std::optional<std::ui
         }
         found = tie ? tie : found;
     }
+    if (found) {
+        found->onlyWriter = OnlyWriterAt(*found, thread);
+    }
     return found.value_or(byDate);
+}
+
+std::optional<std::size_t> Axis::OnlyWriterAt(const Tie& tie, std::optional<std::uint32_t> thread) const {
+    std::optional<std::size_t> only;
+    for (const LogClock& clock : logClocks_) {
+        const ProcessFacts& facts = processes_[clock.process];
+        const bool differs =
+            facts.boot != processes_[*tie.process].boot || (thread && !facts.threads.contains(*thread));
+        if (differs || !MayHaveRun(clock, tie.time, tie.time + tie.later + 1) || clock.process == only) {
+            continue;
+        }
+        if (only) {
+            return std::nullopt;
+        }
+        only = clock.process;
+    }
+    return only;
 }
 
 void Axis::SetCollection(Collection collection) {

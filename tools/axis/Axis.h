@@ -33,6 +33,8 @@ struct Tie {
     /// The process on whose clock it is: the lines of that may all be later alike. Empty where its own date
     /// alone tells it.
     std::optional<std::size_t> process = {};
+    /// The only process of that clock that had a log open at the moment; empty where several had, or none.
+    std::optional<std::size_t> onlyWriter = {};
 };
 
 /// When a process of the logs ran, by a date and the counter that belongs to it.
@@ -96,6 +98,8 @@ class Axis {
     void State(Finding finding) { statement_.push_back(std::move(finding)); }
 
   private:
+    std::optional<std::size_t> OnlyWriterAt(const Tie& tie, std::optional<std::uint32_t> thread) const;
+
     bool hasWall_ = false;
     std::vector<LogClock> logClocks_;
     std::optional<Tie> newest_;

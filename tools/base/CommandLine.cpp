@@ -2,12 +2,45 @@
 
 #include "tools/base/Text.h"
 
+#include <algorithm>
+#include <cctype>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 #include <CLI/CLI.hpp>
 
 namespace NimaPost {
+
+namespace {
+
+std::string Quoted(const std::string& text) {
+    return '"' + text + '"';
+}
+
+/// "512", "512M", "8 GiB": a unit stands for the next power of 1024, however it is spelt.
+std::optional<std::uint64_t> ParseSize(std::string_view text) {
+    constexpr std::string_view kUnits = "bkmgtpe";
+    std::int64_t number = 0;
+    if (!TakeDecimal(text, number) || number <= 0) {
+        return std::nullopt;
+    }
+    std::string unit;
+    for (const char each : text.substr(std::min(text.find_first_not_of(' '), text.size()))) {
+        unit += static_cast<char>(std::tolower(static_cast<unsigned char>(each)));
+    }
+    const std::size_t power = unit.empty() ? 0 : kUnits.find(unit.front());
+    const bool known =
+        unit.size() < 2 ||
+        (power > 0 && (unit.substr(1) == "b" || unit.substr(1) == "i" || unit.substr(1) == "ib"));
+    const auto size = static_cast<std::uint64_t>(number);
+    if (power == std::string_view::npos || !known || size > (UINT64_MAX >> (10 * power))) {
+        return std::nullopt;
+    }
+    return size << (10 * power);
+}
+
+} // namespace
 
 Argument& Argument::Required() {
     option_->required();
@@ -54,15 +87,26 @@ Argument& Argument::Between(double least, double most) {
     return *this;
 }
 Argument& Argument::Positive() {
-    option_->check(CLI::PositiveNumber);
-    return *this;
+    return Check([](const std::string& text) {
+        std::uint64_t number = 0;
+        return ParseNumber(text, number) && number > 0 ? std::string()
+                                                       : Quoted(text) + " is not a whole number above 0";
+    });
 }
 Argument& Argument::Existing() {
     option_->check(CLI::ExistingPath);
     return *this;
 }
 Argument& Argument::Size() {
-    option_->transform(CLI::AsSizeValue(false));
+    option_->transform(CLI::Validator(
+        [](std::string& text) {
+            const auto size = ParseSize(text);
+            const std::string problem =
+                size ? std::string() : Quoted(text) + " is no size, such as 512M or 8GiB";
+            text = std::to_string(size.value_or(0));
+            return problem;
+        },
+        ""));
     return *this;
 }
 Argument& Argument::Check(std::function<std::string(const std::string&)> check) {
@@ -73,7 +117,7 @@ Argument& Argument::Check(std::function<std::string(const std::string&)> check) 
 Argument& Argument::WholeNumber() {
     return Check([](const std::string& text) {
         std::uint64_t number = 0;
-        return ParseNumber(text, number) ? std::string() : "\"" + text + "\" is not a whole number";
+        return ParseNumber(text, number) ? std::string() : Quoted(text) + " is not a whole number";
     });
 }
 

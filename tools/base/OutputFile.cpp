@@ -39,6 +39,13 @@ std::FILE* OpenTemporary(std::string& path) {
 
 } // namespace
 
+bool IsStandardOutput(const std::string& path) {
+    struct stat named {};
+    struct stat standard {};
+    return stat(path.c_str(), &named) == 0 && fstat(STDOUT_FILENO, &standard) == 0 &&
+           IdentityOf(named) == IdentityOf(standard);
+}
+
 OutputFile::~OutputFile() {
     out_.reset();
     filter_.reset();
@@ -59,8 +66,11 @@ bool OutputFile::Create(const std::string& path, std::span<const FileIdentity> i
         return false;
     }
     path_ = Resolved(path);
-    // Anything but a regular file, such as a terminal, is written to directly.
-    if (there && !S_ISREG(status.st_mode)) {
+    // Anything but a regular file, such as a terminal, is written to directly, and so is what a shell
+    // redirects.
+    if (IsStandardOutput(path)) {
+        stream_ = fdopen(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), "w");
+    } else if (there && !S_ISREG(status.st_mode)) {
         stream_ = std::fopen(path.c_str(), "we");
     } else {
         temporary_ = path_ + ".XXXXXX";

@@ -11,6 +11,9 @@
 
 namespace NimaPost {
 
+/// Whether a path leads to where standard output goes.
+bool IsStandardOutput(const std::string& path);
+
 /// A file that a command writes. It appears under its name only once all of it has been written; an earlier
 /// file of that name stays until then.
 class OutputFile {

@@ -2,6 +2,7 @@
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
+#include "tools/commands/CrashCause.h"
 #include "tools/commands/InputOptions.h"
 #include "tools/commands/SelectionTable.h"
 #include "tools/commands/Symbols.h"
@@ -189,7 +190,8 @@ std::vector<std::size_t> SelectedCrashes(const Story& story, Selection& selectio
         const Crash& crash = story.Crashes()[i];
         std::string words;
         AppendWords(words, EventOf(crash));
-        if (selection.Takes(crash) && (selection.Texts().Empty() || selection.Texts().Admits(words))) {
+        words += "  " + CrashCause(crash).InWords();
+        if ((selection.Texts().Empty() || selection.Texts().Admits(words)) && selection.Takes(crash)) {
             selected.push_back(i);
         }
     }

@@ -62,6 +62,28 @@ std::string OutputOf(const std::string& output, const DeviceInput& input) {
     return output.substr(0, at) + "-" + name + output.substr(at);
 }
 
+constexpr const char* kStandardOutput = "/dev/stdout";
+
+void PrintResult(Context& context, const Story& story, const DeviceInput& input, const std::string& output,
+                 const FolderResult& result, const Findings& findings) {
+    if (!context.json) {
+        context.out.Line(result.sentence + Printable(output));
+        for (const std::string& line : CrashLines(story)) {
+            context.out.Line("  " + line);
+        }
+        PrintFindings(context, findings);
+        return;
+    }
+    Json json{{"output", ToUtf8(output)}};
+    if (!input.one) {
+        json["device"] = ToUtf8(input.where);
+    }
+    json.update(result.members);
+    json["crashes"] = CrashesJson(story);
+    json["findings"] = FindingsJson(findings);
+    PrintObject(context, json);
+}
+
 int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInput& input,
                 const Findings& inherited, const Write& write) {
     Story story(context.names);
@@ -75,6 +97,7 @@ int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInpu
         return kExitUnusable;
     }
     const std::string output = OutputOf(options.output, input);
+    const bool printed = IsStandardOutput(output);
     if (!selection.Settle(story.Time().AllProcesses(), LandmarksOf(story, selection.NeedsEnds()), problem) ||
         !file.Create(output, InputsOf(story, input), problem, IsPacked(output) ? MakeGzipWriter : nullptr)) {
         return ReportUnusable(context, problem);
@@ -87,21 +110,10 @@ int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInpu
     for (Finding& remark : selection.Remarks()) {
         findings.remarks.push_back(std::move(remark));
     }
-    if (context.json) {
-        Json json{{"output", ToUtf8(output)}};
-        if (!input.one) {
-            json["device"] = ToUtf8(input.where);
-        }
-        json.update(result.members);
-        json["crashes"] = CrashesJson(story);
-        json["findings"] = FindingsJson(findings);
-        PrintObject(context, json);
-    } else {
-        context.out.Line(result.sentence + Printable(output));
-        for (const std::string& line : CrashLines(story)) {
-            context.out.Line("  " + line);
-        }
+    if (printed) {
         PrintFindings(context, findings);
+    } else {
+        PrintResult(context, story, input, output, result, findings);
     }
     return ExitCodeOf(findings);
 }
@@ -111,8 +123,17 @@ int RunOnDevice(Context& context, const FolderOptions& options, const DeviceInpu
 int RunOnFolder(
     Context& context, const FolderOptions& options,
     const std::function<FolderResult(const Story& story, Selection& selection, Output& out)>& write) {
-    return RunOnDevices(context, options.input, false, [&](const DeviceInput& input, Findings& findings) {
-        return RunOnDevice(context, options, input, findings, write);
+    FolderOptions named = options;
+    if (named.output == "-") {
+        named.output = kStandardOutput;
+    }
+    return RunOnDevices(context, named.input, false, [&](const DeviceInput& input, Findings& findings) {
+        if (!input.one && IsStandardOutput(named.output)) {
+            return ReportUnusable(context, input.where +
+                                               ": one of several devices; --device names the one "
+                                               "that goes to standard output");
+        }
+        return RunOnDevice(context, named, input, findings, write);
     });
 }
 

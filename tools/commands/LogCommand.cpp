@@ -140,12 +140,16 @@ void ForEachWanted(Wanted& wanted, const ShownLines::Show& show) {
     const auto run = [&](const ShownLines::Show& each) {
         wanted.selection.BeginCount();
         wanted.filter.Restart();
-        ShownLines shown(wanted.filter, each);
+        ShownLines shown(wanted.filter, [&](const LogEntry& entry) {
+            if (wanted.selection.IsIn(TimeOf(entry, wanted.hasWall), entry.certainty)) {
+                each(entry);
+            }
+        });
         const LineSieve sieve(wanted.filter);
         wanted.logs.ForEach(
             [&](const LogEntry& entry) {
                 if (wanted.selection.IsOf(entry) &&
-                    wanted.selection.IsIn(TimeOf(entry, wanted.hasWall), entry.certainty)) {
+                    wanted.selection.MayBeIn(TimeOf(entry, wanted.hasWall), entry.certainty)) {
                     shown.Take(entry);
                 }
                 return true;
@@ -209,9 +213,7 @@ void PrintJson(Context& context, Wanted& wanted, const Findings& findings) {
     ForEachWanted(wanted, [&](const LogEntry& entry) { document.Element(EntryJson(entry, wanted.logs)); });
     document.EndArray();
     const Findings late = LateFindings(wanted, findings);
-    if (!late.damage.empty() || !late.remarks.empty()) {
-        document.Member("late_findings", FindingsJson(late));
-    }
+    document.Member("late_findings", FindingsJson(late));
     document.End();
 }
 
@@ -298,18 +300,37 @@ bool Prepare(const Options& options, LogFilter& filter, Selection& selection, st
     return true;
 }
 
+/// Lines that are still to come have no boot, and their range is that they are.
+bool SelectsOnlyTexts(const SelectionOptions& options) {
+    SelectionOptions texts;
+    texts.wanted = options.wanted;
+    texts.refused = options.refused;
+    texts.ignoreCase = options.ignoreCase;
+    return options == texts;
+}
+
+int RunFollow(Context& context, const Options& options) {
+    LogFilter filter;
+    Selection selection;
+    std::string problem;
+    const std::vector<std::string>& paths = options.input.paths;
+    if (!Prepare(options, filter, selection, problem)) {
+        return ReportUnusable(context, problem);
+    }
+    if (!SelectsOnlyTexts(options.selection)) {
+        return ReportUnusable(context,
+                              "--follow shows lines that are still to come: of the options that say "
+                              "which part it takes only --grep, --not and -i");
+    }
+    return paths.size() == 1 && paths.front() != kStandardInput
+               ? FollowLog(context, paths.front(), filter)
+               : ReportUnusable(context, "--follow takes one file");
+}
+
 int RunLog(Context& context, const Options& options) {
     std::string problem;
     if (options.follow) {
-        LogFilter filter;
-        Selection selection;
-        const std::vector<std::string>& paths = options.input.paths;
-        if (!Prepare(options, filter, selection, problem)) {
-            return ReportUnusable(context, problem);
-        }
-        return paths.size() == 1 && paths.front() != kStandardInput
-                   ? FollowLog(context, paths.front(), filter)
-                   : ReportUnusable(context, "--follow takes one file");
+        return RunFollow(context, options);
     }
     return RunOnDevices(
         context, options.input, !options.alone, [&](const DeviceInput& input, Findings& findings) {

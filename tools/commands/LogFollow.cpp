@@ -4,8 +4,11 @@
 #include "tools/base/Json.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Text.h"
+#include "tools/commands/EventPrinter.h"
 #include "tools/commands/LinePrinter.h"
+#include "tools/input/ArchiveReader.h"
 #include "tools/log/FollowClock.h"
+#include "tools/log/LogEvents.h"
 #include "tools/log/LogFollower.h"
 #include "tools/log/ShownLines.h"
 
@@ -38,8 +41,9 @@ Json FollowedJson(const std::string& path, const LogEntry& entry) {
 /// A log that does not exist yet can be waited for; what is there must be readable.
 bool CanFollow(const std::string& path, std::string& problem) {
     std::error_code error;
-    if (InputFile::Open(path, problem)) {
-        return true;
+    if (const auto file = InputFile::Open(path, problem)) {
+        problem = path + ": an archive, or compressed; only a text log can be followed";
+        return !LooksPacked(file->ReadAll(kFrontBytes));
     }
     if (std::filesystem::exists(path, error)) {
         return false;
@@ -47,6 +51,40 @@ bool CanFollow(const std::string& path, std::string& problem) {
     std::cerr << "note: " << Printable(problem) << "; waiting for it\n";
     return true;
 }
+
+/// Prints lines in any of the formats.
+class FollowedLines {
+  public:
+    FollowedLines(Context& context, const std::string& path)
+        : context_(context),
+          path_(path),
+          inRows_(context.format == Format::kCsv || context.format == Format::kShort),
+          lines_(context),
+          rows_(context, {path}, true) {
+        if (inRows_) {
+            rows_.Begin();
+        }
+    }
+
+    void Print(const LogEntry& entry) {
+        if (context_.json) {
+            context_.out.WriteJson(FollowedJson(path_, entry));
+            context_.out.Write("\n");
+        } else if (inRows_) {
+            rows_.Print(events_.Of(entry), nullptr);
+        } else {
+            lines_.Print(entry);
+        }
+    }
+
+  private:
+    Context& context_;
+    const std::string& path_;
+    bool inRows_;
+    LinePrinter lines_;
+    EventPrinter rows_;
+    LogEvents events_;
+};
 
 } // namespace
 
@@ -60,16 +98,9 @@ int FollowLog(Context& context, const std::string& path, LogFilter& filter) {
     }
     context.paged = false;
     FollowClock clock(path);
-    LinePrinter lines(context);
+    FollowedLines lines(context, path);
     const LogPart nowhere;
-    ShownLines shown(filter, [&](const LogEntry& entry) {
-        if (context.json) {
-            context.out.WriteJson(FollowedJson(path, entry));
-            context.out.Write("\n");
-        } else {
-            lines.Print(entry);
-        }
-    });
+    ShownLines shown(filter, [&](const LogEntry& entry) { lines.Print(entry); });
     std::string told;
     while (!interrupt.Requested()) {
         const bool any = follower.Poll([&](std::string_view text) {

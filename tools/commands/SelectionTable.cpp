@@ -14,12 +14,17 @@ std::string CheckBootNumber(const std::string& text) {
                                                      : "\"" + text + "\" is no number of a boot";
 }
 
+/// As from a variable of the shell that is not set.
+std::string CheckNotEmpty(const std::string& text) {
+    return text.empty() ? "empty" : "";
+}
+
 } // namespace
 
 void AddSelection(CLI::App& command, SelectionOptions& options, TakesLast last) {
     const std::string group = "Which part";
     const auto text = [&](const char* name, std::string& value, const char* description, const char* type) {
-        AddOption(command, name, value, description).TypeName(type).Group(group);
+        AddOption(command, name, value, description).TypeName(type).Check(CheckNotEmpty).Group(group);
     };
     text("--since", options.since, "From this time on: a date, a time of day, crash-30s, boot+5m, end-1m",
          "TIME");
@@ -33,6 +38,7 @@ void AddSelection(CLI::App& command, SelectionOptions& options, TakesLast last) 
         .Group(group);
     AddOption(command, "--process", options.process, "Only what is known to be of this process")
         .TypeName("N")
+        .Positive()
         .Group(group);
     AddOption(command, "--grep", options.wanted, "Only what this regular expression finds (again for more)")
         .TypeName("RE")

@@ -28,7 +28,7 @@ constexpr std::size_t kMostProcesses = 6;
 constexpr std::size_t kMostCrashes = 6;
 constexpr std::size_t kMostNames = 12;
 constexpr std::size_t kMostGaps = 3;
-constexpr std::size_t kMostDamage = 4;
+constexpr std::size_t kMostSentences = 4;
 constexpr std::size_t kLongestLine = 160;
 constexpr std::int64_t kMinute = 60 * kSecond;
 
@@ -129,8 +129,7 @@ class Summary {
         Crashes();
         Counts();
         Gaps();
-        Damage();
-        Notes();
+        FileFindings();
         Next();
     }
 
@@ -312,32 +311,25 @@ class Summary {
         }
     }
 
-    void Damage() {
-        const Findings findings = story_.AllDamage();
-        if (findings.damage.empty()) {
-            return;
+    /// What is damaged, and what is remarkable, about the files and the archives that they came in.
+    void FileFindings() {
+        Findings findings = inherited_;
+        for (const FolderFile& file : story_.Files()) {
+            findings.Append(file.name, file.findings);
         }
-        Heading("Damaged");
-        for (std::size_t i = 0; i < std::min(findings.damage.size(), kMostDamage); ++i) {
-            Line("  " + Printable(findings.damage[i].sentence));
-        }
-        More(findings.damage.size(), kMostDamage, "finding");
+        Sentences("Damaged", findings.damage, "finding");
+        Sentences("Notes", findings.remarks, "note");
     }
 
-    /// What is remarkable about the files.
-    void Notes() {
-        Findings notes;
-        for (const FolderFile& file : story_.Files()) {
-            notes.Append(file.name, file.findings);
-        }
-        if (notes.remarks.empty()) {
+    void Sentences(std::string_view heading, const std::vector<Finding>& findings, const char* noun) {
+        if (findings.empty()) {
             return;
         }
-        Heading("Notes");
-        for (std::size_t i = 0; i < std::min(notes.remarks.size(), kMostDamage); ++i) {
-            Line("  " + Printable(notes.remarks[i].sentence));
+        Heading(heading);
+        for (std::size_t i = 0; i < std::min(findings.size(), kMostSentences); ++i) {
+            Line("  " + Printable(findings[i].sentence));
         }
-        More(notes.remarks.size(), kMostDamage, "note");
+        More(findings.size(), kMostSentences, noun);
     }
 
     std::vector<std::string> NextCommands() const {

@@ -47,6 +47,9 @@ void Pager::Start() {
     if (pipe2(ends.data(), O_CLOEXEC) != 0) {
         return;
     }
+    // Where there is no such program, it has read nothing. A key that interrupts is the pager's, not the
+    // shell's.
+    command = "trap : INT\n" + command + "\ncase $? in 126|127) exec cat;; esac";
     const Descriptor from(ends[0]);
     const Descriptor into(ends[1]);
     setenv("LESS", "FRX", 0);

@@ -134,9 +134,7 @@ int RunView(Context& context, const DeviceInput& input, const Findings& inherite
     const Findings late = LateFindings(story, findings, selection);
     if (document) {
         document->EndArray();
-        if (!late.damage.empty() || !late.remarks.empty()) {
-            document->Member("late_findings", FindingsJson(late));
-        }
+        document->Member("late_findings", FindingsJson(late));
         document->End();
     } else {
         PrintFindings(context, late);

@@ -41,6 +41,7 @@ void CrashSource::Date(Axis& axis) {
         if (crash.log.ticks && crash.log.date) {
             const Tie tie = axis.TieOf(*crash.log.ticks, *crash.log.date, crash.log.rings.Writer());
             crash.time = tie.time;
+            crash.process = tie.onlyWriter;
             crash.certainty =
                 tie.process ? Certainty{0, 0, false, tie.later} : Certainty{tie.later > 0 ? 1 : 0, 0, false};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {

@@ -15,6 +15,8 @@ struct PlacedCrash {
     std::optional<std::int64_t> time; ///< on the axis
     Certainty certainty = Certainty::Assumed();
     CrashEvidence after = CrashEvidence::kNothing;
+    /// The only process that may have written it, as far as the logs tell.
+    std::optional<std::size_t> process;
 };
 
 /// Crash logs in a folder, in the order in which they were written once they are dated. Their rings go to

@@ -3,10 +3,10 @@
 #include "catalogue/Marks.h"
 #include "tools/base/ContentHash.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/OwnOutput.h"
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/compare/Profile.h"
-#include "tools/story/Sources.h"
 #include "tools/story/Statistics.h"
 #include "tools/story/Story.h"
 

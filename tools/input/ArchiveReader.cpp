@@ -4,11 +4,13 @@
 #include "tools/input/ArchiveReader.h"
 
 #include "tools/input/GzipFront.h"
+#include "tools/input/ZipNames.h"
 
 #include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <map>
 #include <numeric>
 #include <span>
 #include <utility>
@@ -166,6 +168,17 @@ struct ArchiveReader::State {
         const char* const text = archive_error_string(reader);
         problem = text != nullptr ? text : "unknown format";
     }
+    /// The library takes the backslashes of every zip member for slashes if it has no slash.
+    std::string GivenName(std::string name) {
+        if ((archive_format(reader) & ARCHIVE_FORMAT_BASE_MASK) != ARCHIVE_FORMAT_ZIP) {
+            return name;
+        }
+        if (!backslashNames) {
+            backslashNames = BackslashNames(file);
+        }
+        const auto given = backslashNames->find(name);
+        return given != backslashNames->end() ? given->second : name;
+    }
     /// What a member leaves out is zero.
     bool Zeros(std::string_view& bytes) {
         if (held.bytes.empty() || position >= held.offset) {
@@ -179,6 +192,7 @@ struct ArchiveReader::State {
     }
 
     const InputFile& file;
+    std::optional<std::map<std::string, std::string>> backslashNames;
     std::optional<GzipFront> front; ///< in place of the file's own bytes
     archive* reader;
     std::vector<char> block = std::vector<char>(kBlock);
@@ -219,7 +233,7 @@ bool ArchiveReader::Next(ArchiveMember& member) {
             }
             break;
         }
-        member.name = NameOf(entry);
+        member.name = state.GivenName(NameOf(entry));
         member.kind = KindOf(entry);
         member.encrypted = archive_entry_is_encrypted(entry) != 0;
         member.modified = archive_entry_mtime_is_set(entry) != 0

@@ -1,5 +1,6 @@
 #include "tools/input/UnpackedStore.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,10 @@
 namespace NimaPost {
 
 namespace {
+
+/// What grows larger gets all the room there is, since a copy takes both its old and its new room; pages that
+/// stay empty take none.
+constexpr std::uint64_t kGrowsAtOnce = 1 << 20;
 
 /// A file in a folder that no name leads to.
 Descriptor OpenNameless(const std::string& folder) {
@@ -60,6 +65,9 @@ bool WriteAll(int descriptor, std::string_view bytes, std::uint64_t offset) {
 
 bool UnpackedStore::Append(std::string_view bytes, std::string& problem) {
     if (!spilled_ && inMemory_ + size_ + bytes.size() <= kInMemory) {
+        if (memory_.size() + bytes.size() > std::max<std::uint64_t>(memory_.capacity(), kGrowsAtOnce)) {
+            memory_.reserve(static_cast<std::size_t>(kInMemory - inMemory_));
+        }
         memory_ += bytes;
         size_ += bytes.size();
         return true;
@@ -109,7 +117,9 @@ UnpackedBytes UnpackedStore::Finish() {
     } else {
         inMemory_ += size_;
         bytes.memory = std::exchange(memory_, std::string());
-        bytes.memory.shrink_to_fit();
+        if (bytes.memory.capacity() / 2 > bytes.memory.size()) {
+            bytes.memory.shrink_to_fit();
+        }
     }
     memory_.clear();
     size_ = 0;

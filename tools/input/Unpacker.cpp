@@ -1,5 +1,6 @@
 #include "tools/input/Unpacker.h"
 
+#include "tools/base/OwnOutput.h"
 #include "tools/base/Text.h"
 #include "tools/input/ArchiveReader.h"
 #include "tools/input/MemberNames.h"
@@ -119,7 +120,9 @@ class Unpacking {
         const std::uint64_t begin = archive.Consumed();
         std::string_view bytes;
         while (archive.Read(bytes)) {
-            if (!store_.Append(bytes, path)) {
+            // A timeline that was compressed is no evidence, and may be very long: what it is will do.
+            over_ = store_.MemberBytes() == 0 && archive.IsCompressedFile() && IsOwnOutput(bytes);
+            if (!store_.Append(bytes, path) || over_) {
                 return true;
             }
             const std::uint64_t packed = std::max<std::uint64_t>(archive.Consumed() - begin, 1);

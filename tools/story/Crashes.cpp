@@ -199,6 +199,9 @@ class Finder {
         if (crash.thread) {
             crash.process = axis_.AllProcesses().WithAnyOf({*crash.thread});
         }
+        if (!crash.process) {
+            crash.process = crash.log->process;
+        }
         if (crash.process) {
             crash.boot = axis_.AllProcesses()[*crash.process].boot;
         }

@@ -1,5 +1,6 @@
 #include "tools/story/Folder.h"
 
+#include "tools/base/OwnOutput.h"
 #include "tools/story/Sources.h"
 
 #include <algorithm>

@@ -35,7 +35,7 @@ void SelectedEvents::Take(const TimelineEvent& event) {
         return;
     }
     messages_.Decide(Judge(event));
-    if (messages_.Decision() != TextFilter::Fate::kHide && selection_.IsIn(event.time, event.certainty)) {
+    if (messages_.Decision() != TextFilter::Fate::kHide && selection_.MayBeIn(event.time, event.certainty)) {
         messages_.Take(event);
     }
 }

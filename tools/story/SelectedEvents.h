@@ -21,7 +21,13 @@ class SelectedEvents {
     using Admits = std::function<bool(const TimelineEvent&)>;
 
     SelectedEvents(Selection& selection, Admits admits, Show show)
-        : selection_(selection), admits_(std::move(admits)), messages_(std::move(show)) {}
+        : selection_(selection),
+          admits_(std::move(admits)),
+          messages_([&selection, show = std::move(show)](const TimelineEvent& event) {
+              if (selection.IsIn(event.time, event.certainty)) {
+                  show(event);
+              }
+          }) {}
 
     void Take(const TimelineEvent& event);
     /// To be called when no event follows.

@@ -52,7 +52,11 @@ class Selection {
     bool IsShownIn(const std::optional<std::int64_t>& time) const {
         return !limited_ || (time && *time >= since_ && *time < until_);
     }
-    /// The same of an event or crash that is shown. What is not, but could be by its bounds, is counted.
+    /// Whether it is, or could be by its bounds.
+    bool MayBeIn(const std::optional<std::int64_t>& time, const Certainty& certainty) const {
+        return IsShownIn(time) || CouldBeIn(time, certainty);
+    }
+    /// Whether an event or crash that is wanted otherwise is shown. What is not, but could be, is counted.
     bool IsIn(const std::optional<std::int64_t>& time, const Certainty& certainty) {
         if (IsShownIn(time)) {
             return true;
@@ -60,7 +64,7 @@ class Selection {
         nearMisses_ += CouldBeIn(time, certainty) ? 1 : 0;
         return false;
     }
-    /// Both, of an event or a crash.
+    /// Both, of a crash or an event.
     template <class Thing>
     bool Takes(const Thing& thing) {
         return IsOf(thing) && IsIn(thing.time, thing.certainty);

@@ -52,10 +52,4 @@ const SourceRow* Recognise(std::string_view front, std::uint64_t size) {
     return row != kRows.end() ? row : nullptr;
 }
 
-bool IsOwnOutput(std::string_view front) {
-    const bool isPage =
-        front.starts_with("<!doctype html>") && front.find("<title>nima-post ") != std::string_view::npos;
-    return isPage || front.starts_with(kTimelineBegin);
-}
-
 } // namespace NimaPost

@@ -11,10 +11,4 @@ namespace NimaPost {
 /// the program's.
 const SourceRow* Recognise(std::string_view front, std::uint64_t size);
 
-/// How a timeline that the program writes begins.
-inline constexpr std::string_view kTimelineBegin = "{\"traceEvents\": [";
-
-/// Whether a file was written by this program: it may then be overwritten, and it is no evidence.
-bool IsOwnOutput(std::string_view front);
-
 } // namespace NimaPost

@@ -97,6 +97,10 @@ SymbolFiles::SymbolFiles(const std::vector<std::string>& places, const std::unor
 
 void SymbolFiles::Look(const std::string& place) {
     std::error_code error;
+    if (!fs::exists(place, error)) {
+        problems_.push_back({SymbolProblem::Kind::kUnread, place, "no folder or file of this name"});
+        return;
+    }
     if (!fs::is_directory(place, error)) {
         Take(place);
         return;
