@@ -72,10 +72,10 @@ lint_sources() {
     return "$result"
 }
 
-# Prints each module of the page with every module that it imports.
+# Prints each module of the pages with every module that it imports.
 page_imports() {
     local file module
-    for file in tools/report/page/*.js tools/report/page/*/*.js; do
+    for file in tools/fleet/page/*.js tools/report/page/*.js tools/report/page/*/*.js; do
         while IFS= read -r module; do
             printf '%s %s\n' "$file" "$(realpath -m --relative-to=. "${file%/*}/$module")"
         done < <(sed -n 's/^.*\bfrom "\(.*\)";$/\1/p' "$file")
@@ -85,7 +85,7 @@ page_imports() {
 # What a module may import is part of the eslint rules; sorting the imports shows that they form no circle.
 lint_page() {
     local result=0
-    NODE_PATH=/usr/share/nodejs eslint --format unix --max-warnings 0 tools/report/page || result=1
+    NODE_PATH=/usr/share/nodejs eslint --format unix --max-warnings 0 tools/report/page tools/fleet/page || result=1
     page_imports | tsort >/dev/null || result=1
     return "$result"
 }

@@ -5,6 +5,6 @@
 
 int main() {
     std::ios::sync_with_stdio(false);
-    std::cout << NimaPost::PageHead() << std::cin.rdbuf() << NimaPost::PageTail();
+    std::cout << NimaPost::ReportPageHead() << std::cin.rdbuf() << NimaPost::ReportPageTail();
     return std::cout.good() ? 0 : 1;
 }

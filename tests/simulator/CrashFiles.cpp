@@ -31,15 +31,14 @@ void StoreRingDump(World& world, RingSegment& rings) {
     world.files.Put("rings.txt", std::move(file));
 }
 
-void StoreCrashLog(World& world, RingSegment* rings) {
+void StoreCrashLog(World& world, RingSegment* rings, const Failure& failure) {
     Files::File file;
     std::string& text = file.content;
     const Stamp stamp = world.StampNow(Kind::kText, 0, 0);
     text = Head(world, kCrashLogTitle);
     world.truth.crashes.emplace(CounterAt(world.device.Now()), stamp);
-    text +=
-        "Error Code: 31AC05\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\n"
-        " File Name: /src/device/fuser.cpp\r\nLine Numbr: 24\r\n";
+    text += "Error Code: " + failure.code + "\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\n";
+    text += " File Name: " + failure.file + "\r\nLine Numbr: " + std::to_string(failure.line) + "\r\n";
     text += std::string(kBootCycle) + ": " + std::to_string(world.device.Boot()) + "\r\n\r\n";
     text +=
         std::string(kModulesSection) + "\r\n\r\n" + kCallStacksSection + "\r\n\r\n" + kRingsSection + "\r\n";
@@ -54,11 +53,11 @@ void StoreCrashLog(World& world, RingSegment* rings) {
     world.files.Put("crash.txt", std::move(file));
 }
 
-void StoreStackTrace(World& world, int process) {
+void StoreStackTrace(World& world, int process, const std::string& frames) {
     const std::string name = kStackTracePrefix + std::to_string(1000 + process) + "-";
     const std::int64_t now = world.device.Wall();
     world.files.Put(name + "1" + kStackTraceSuffix,
-                    {"0x7fe142d026c8: (signalHandler+0x1d8)\n0x563f4c87a62d: (Feed(int)+0x11d)\n", now, {}});
+                    {"0x7fe142d026c8: (signalHandler+0x1d8)\n" + frames, now, {}});
     world.files.Put(name + "2" + kStackTraceSuffix,
                     {"0x7fe142d026c8: (signalHandler+0x1d8)\n0x7fe142c0a62d: (abort+0xcf)\n", now, {}});
 }

@@ -2,6 +2,11 @@
 ///
 ///     simulator [--set main|second] [--folders N] [--seconds S] [--seed S] [--scenario NAME] [--keep DIR]
 ///
+/// or writes folders of many devices with known causes of their crashes into DIR, and into DIR/truth.json
+/// what `nima-post fleet` has to find in them (tests/simulator/Fleet.h):
+///
+///     simulator --fleet DIR [--folders N] [--bytes N] [--seed S]
+///
 /// Nothing sleeps and no device is needed: time is a number, and devices write files as the library does,
 /// byte for byte (tests/simulator/simulator_test.cpp holds the text log to that). Folder number i comes from
 /// the seed S + i and a scenario, one after the other, so one of them is repeated with --scenario NAME --seed
@@ -14,6 +19,7 @@
 /// options.
 
 #include "tests/simulator/Checker.h"
+#include "tests/simulator/Fleet.h"
 #include "tests/simulator/Scenarios.h"
 #include "tests/simulator/World.h"
 
@@ -37,6 +43,8 @@ struct Options {
     std::uint64_t seed = 1;
     std::string scenario;
     std::string keep;
+    std::string fleet;
+    std::size_t bytes = std::size_t{1} << 20;
 };
 
 struct Tally {
@@ -92,6 +100,10 @@ Options Parse(int argc, char** argv) {
             options.scenario = value;
         } else if (name == "--keep") {
             options.keep = value;
+        } else if (name == "--fleet") {
+            options.fleet = value;
+        } else if (name == "--bytes") {
+            options.bytes = static_cast<std::size_t>(number());
         } else {
             Refuse(std::string("not understood: ").append(name).append(" ").append(value));
         }
@@ -191,6 +203,10 @@ bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tall
 
 int main(int argc, char** argv) {
     const Options options = Parse(argc, argv);
+    if (!options.fleet.empty()) {
+        MakeFleet({options.fleet, options.folders, options.bytes, options.seed});
+        return 0;
+    }
     const auto scenarios = Chosen(options);
     const char* const temporary = std::getenv("TMPDIR");
     std::string folder = std::string(temporary != nullptr ? temporary : "/tmp") + "/nima-simulator.XXXXXX";

@@ -21,6 +21,8 @@ constexpr std::uint32_t kFewSteps = kMostSteps / 100;
 constexpr std::uint32_t kUtf = PCRE2_UTF | PCRE2_MATCH_INVALID_UTF;
 constexpr std::uint32_t kMostHeapKilobytes = 20'000;
 constexpr std::size_t kStackBytes = std::size_t{1} << 20;
+/// What is found as a whole, and its first group.
+constexpr std::uint32_t kCaptured = 2;
 
 /// Of a search of many lines at once: where it costs more than looking at them one by one would, that is
 /// done.
@@ -125,19 +127,36 @@ std::shared_ptr<Pattern::Code> Pattern::MakeCode(const std::string& expression, 
     }
     pcre2_set_match_limit(made->context.get(), kMostSteps);
     pcre2_set_heap_limit(made->context.get(), kMostHeapKilobytes);
-    made->match.reset(pcre2_match_data_create(1, nullptr));
+    made->match.reset(pcre2_match_data_create(kCaptured, nullptr));
     return made;
 }
 
 bool Pattern::IsIn(std::string_view text) const {
-    if (!code_) {
-        return plain_.IsIn(text);
-    }
+    return code_ ? Find(text) >= 0 : plain_.IsIn(text);
+}
+
+int Pattern::Find(std::string_view text) const {
     const int result = code_->Match(text);
     if (result < PCRE2_ERROR_NOMATCH && ++code_->givenUp == kMostPatience) {
         pcre2_set_match_limit(code_->context.get(), kFewSteps);
     }
-    return result >= 0;
+    return result;
+}
+
+std::optional<std::string> Pattern::Captured(std::string_view text) const {
+    if (!code_) {
+        return plain_.IsIn(text) ? std::optional(text_) : std::nullopt;
+    }
+    const int result = Find(text);
+    if (result < 0) {
+        return std::nullopt;
+    }
+    const PCRE2_SIZE* ends = pcre2_get_ovector_pointer(code_->match.get());
+    // 1 stands for no group at all, 0 for more groups than there is room for.
+    if (result != 1 && ends[2] != PCRE2_UNSET) {
+        ends += 2;
+    }
+    return std::string(text.substr(ends[0], ends[1] - ends[0]));
 }
 
 bool Pattern::MayBeIn(std::string_view lines) const {

@@ -22,6 +22,9 @@ class Pattern {
     static Pattern Literal(const std::string& text, bool ignoreCase);
 
     bool IsIn(std::string_view text) const;
+    /// What the first group in parentheses takes, or where there is none the whole expression; empty where
+    /// nothing is found.
+    std::optional<std::string> Captured(std::string_view text) const;
     /// Whether it may be in one of several lines, each by itself. Cheap enough to be asked of whole files.
     bool MayBeIn(std::string_view lines) const;
     /// No search for it can reach the limit.
@@ -33,12 +36,14 @@ class Pattern {
     struct Code;
     explicit Pattern(std::shared_ptr<Code> code, const std::optional<std::string>& ofLines,
                      std::uint32_t options);
-    explicit Pattern(std::string text) : plain_(std::move(text)) {}
+    explicit Pattern(std::string text) : text_(std::move(text)), plain_(text_) {}
+    int Find(std::string_view text) const;
     static std::shared_ptr<Code> MakeCode(const std::string& expression, std::uint32_t options,
                                           std::string& problem);
 
     std::shared_ptr<Code> code_;    ///< null where the text as it stands is looked for
     std::shared_ptr<Code> ofLines_; ///< for several lines at once; null where there is none
+    std::string text_;              ///< the text as it stands
     ByteSearch plain_;
 };
 

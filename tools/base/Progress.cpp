@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <string>
+#include <thread>
 
 #include <unistd.h>
 
@@ -22,6 +23,7 @@ constexpr std::string_view kErase = "\r\x1b[K";
 
 struct State {
     bool allowed = false;
+    std::thread::id thread; ///< which alone may draw
     bool shown = false;
     Clock::time_point next;
 };
@@ -39,10 +41,12 @@ void Allow() {
     const char* const type = std::getenv("TERM");
     state.allowed = isatty(STDERR_FILENO) == 1 && type != nullptr && std::string_view(type) != "dumb";
     state.next = Clock::now() + kPatience;
+    state.thread = std::this_thread::get_id();
 }
 
 void Note(std::string_view file, std::uint64_t done, std::uint64_t size) {
-    if (!state.allowed || size == 0 || Clock::now() < state.next) {
+    if (!state.allowed || size == 0 || state.thread != std::this_thread::get_id() ||
+        Clock::now() < state.next) {
         return;
     }
     state.next = Clock::now() + kPace;

@@ -7,7 +7,7 @@
 /// two seconds. One for the whole process; nothing is shown unless that is allowed.
 namespace NimaPost::Progress {
 
-/// Shows bars from now on, if standard error is a terminal.
+/// Shows bars from now on, if standard error is a terminal: those of this thread, while others read as well.
 void Allow();
 void Note(std::string_view file, std::uint64_t done, std::uint64_t size);
 /// To be called before anything else is written to the terminal.

@@ -1,8 +1,7 @@
-#include "tools/base/CounterClock.h"
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
-#include "tools/base/WallClock.h"
 #include "tools/commands/FolderCommand.h"
+#include "tools/commands/PageText.h"
 #include "tools/commands/Symbols.h"
 #include "tools/report/PageData.h"
 #include "tools/report/ReportPage.h"
@@ -10,7 +9,6 @@
 #include "tools/story/MergedStory.h"
 #include "tools/story/Story.h"
 
-#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <utility>
@@ -29,26 +27,6 @@ struct Options {
     SymbolOptions symbols;
     std::size_t rows = kDefaultRows;
 };
-
-/// Keeps the page's data from closing its own element.
-void WriteEscaped(Output& out, const Json& json) {
-    const std::string text = json.dump(-1, ' ', false, Json::error_handler_t::replace);
-    std::string_view rest = text;
-    for (std::size_t at = rest.find('<'); at != std::string_view::npos; at = rest.find('<')) {
-        out.Write(rest.substr(0, at));
-        out.Write("\\u003c");
-        rest.remove_prefix(at + 1);
-    }
-    out.Write(rest);
-}
-
-/// "2026-11-24T18:00:00Z"
-std::string Now() {
-    const auto now = std::chrono::system_clock::now().time_since_epoch();
-    const std::int64_t seconds = std::chrono::duration_cast<std::chrono::seconds>(now).count();
-    const std::string text = WallTimeIso(seconds * kSecond);
-    return text.substr(0, text.find('.')) + 'Z';
-}
 
 /// The folder's own name, even if it was given as "." or with a slash at its end.
 std::string FolderName(const std::string& folder) {
@@ -120,16 +98,16 @@ void WritePage(Output& out, const Options& options, const Story& story, Selectio
     const std::int64_t origin = rows.FirstTime().value_or(Headline(story).time.value_or(0));
     const PageData data(story, origin, selection, symbols, crashRows);
 
-    out.Write(PageHead());
+    out.Write(ReportPageHead());
     out.Write("<script type=\"application/json\" id=\"data\">\n{");
     const auto member = [&](const char* name, const Json& value) {
         out.Write(std::string("\"") + name + "\":");
-        WriteEscaped(out, value);
+        WriteForPage(out, value);
         out.Write(",\n");
     };
     member("tool", "nima-post " NIMA_POST_VERSION);
     member("folder", FolderName(story.Where()));
-    member("generated", Now());
+    member("generated", NowForPage());
     member("crashes", data.Crashes());
     member("clock", data.Clock());
     member("files", data.Files());
@@ -143,10 +121,10 @@ void WritePage(Output& out, const Options& options, const Story& story, Selectio
     member("names", rows.NamesJson());
     member("omitted", OmittedJson(rows.Omitted()));
     out.Write("\"rows\":");
-    WriteEscaped(out, rows.Count());
+    WriteForPage(out, rows.Count());
     out.Write("}\n</script>\n");
     rows.Write(out, origin);
-    out.Write(PageTail());
+    out.Write(ReportPageTail());
 }
 
 FolderResult WriteReport(const Options& options, const Story& story, Selection& selection, const Names& names,

@@ -6,6 +6,8 @@ namespace NimaPost {
 CommandAdder AddCrashCommand;
 CommandAdder AddDiffCommand;
 CommandAdder AddEventCommand;
+CommandAdder AddFleetCommand;
+CommandAdder AddIndexCommand;
 CommandAdder AddListenCommand;
 CommandAdder AddLogCommand;
 CommandAdder AddReportCommand;
@@ -20,9 +22,9 @@ namespace {
 
 /// In the order of the help text.
 constexpr CommandAdder* kCommands[]{
-    AddSummaryCommand, AddShowCommand,  AddLogCommand,   AddSysTraceCommand,
-    AddRingsCommand,   AddCrashCommand, AddEventCommand, AddTimelineCommand,
-    AddReportCommand,  AddDiffCommand,  AddWatchCommand, AddListenCommand,
+    AddSummaryCommand, AddShowCommand,  AddLogCommand,      AddSysTraceCommand, AddRingsCommand,
+    AddCrashCommand,   AddEventCommand, AddTimelineCommand, AddReportCommand,   AddDiffCommand,
+    AddIndexCommand,   AddFleetCommand, AddWatchCommand,    AddListenCommand,
 };
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "tools/input/EvidenceReader.h"
 
 #include "tools/input/ArchiveReader.h"
+#include "tools/input/EvidenceParts.h"
+#include "tools/input/FolderListing.h"
 #include "tools/input/MemberNames.h"
 #include "tools/input/StandardInput.h"
 #include "tools/input/Unpacker.h"
@@ -37,32 +39,6 @@ std::vector<std::string> BackupsOf(const std::string& path) {
     return backups;
 }
 
-/// The files and folders in a folder, sorted by name.
-struct Listing {
-    std::vector<std::string> files;
-    std::vector<std::string> folders;
-    std::error_code error;
-
-    explicit Listing(const std::string& folder) {
-        fs::directory_iterator entries(folder, error);
-        for (; !error && entries != fs::directory_iterator(); entries.increment(error)) {
-            std::error_code unknown;
-            const fs::file_type type = entries->status(unknown).type();
-            // A link to a folder may lead back.
-            if (entries->symlink_status(unknown).type() == fs::file_type::directory) {
-                folders.push_back(entries->path().filename());
-            } else if (type == fs::file_type::regular || type == fs::file_type::not_found ||
-                       type == fs::file_type::unknown || type == fs::file_type::none) {
-                // What cannot be told, such as where a broken link leads, is reported when it cannot be
-                // opened.
-                files.push_back(entries->path().filename());
-            }
-        }
-        std::sort(files.begin(), files.end());
-        std::sort(folders.begin(), folders.end());
-    }
-};
-
 class Reader {
   public:
     explicit Reader(EvidenceStore& store) : store_(store) {}
@@ -79,6 +55,21 @@ class Reader {
             for (const std::string& backup : backups ? BackupsOf(argument) : std::vector<std::string>()) {
                 AddNamed(backup, label, true);
             }
+        }
+    }
+
+    /// Files of one folder.
+    void AddFiles(const Place& folder, const std::vector<std::string>& names) {
+        for (const std::string& name : names) {
+            EvidenceFile file;
+            file.name = name;
+            file.path = (fs::path(folder.path) / name).string();
+            if (!store_.CountMember(file.path)) {
+                return;
+            }
+            Place inside = folder.Inside(name);
+            inside.path = file.path;
+            Look(std::move(file), folder, inside);
         }
     }
 
@@ -110,21 +101,11 @@ class Reader {
     }
 
     void AddFolder(const Place& folder) {
-        const Listing listing(folder.path);
+        const FolderListing listing(folder.path);
         if (listing.error) {
             store_.AllFindings().Damage("cannot-open", folder.path + ": " + listing.error.message());
         }
-        for (const std::string& name : listing.files) {
-            EvidenceFile file;
-            file.name = name;
-            file.path = (fs::path(folder.path) / name).string();
-            if (!store_.CountMember(file.path)) {
-                return;
-            }
-            Place inside = folder.Inside(name);
-            inside.path = file.path;
-            Look(std::move(file), folder, inside);
-        }
+        AddFiles(folder, listing.files);
         for (const std::string& name : listing.folders) {
             Place inside = folder.Inside(name);
             inside.path = (fs::path(folder.path) / name).string();
@@ -173,6 +154,17 @@ Evidence ReadEvidence(const std::vector<std::string>& arguments, const InputLimi
     Reader reader(store);
     for (const std::string& argument : arguments) {
         reader.Add(argument, arguments.size() > 1 ? LabelOf(argument) : std::string(), backups);
+    }
+    return store.Take();
+}
+
+Evidence ReadPart(const EvidencePart& part, const InputLimits& limits) {
+    EvidenceStore store(limits);
+    Reader reader(store);
+    if (part.isArchive) {
+        reader.Add(part.path, {}, false);
+    } else {
+        reader.AddFiles({"", part.path, 0}, part.files);
     }
     return store.Take();
 }

@@ -26,7 +26,7 @@ class Collector {
             TakeCrash(event);
             return;
         }
-        Count(event);
+        result_.Take(event);
         if (event.kind == EventKind::kText && event.time && !event.continued) {
             TakeGap(event);
             TakeError(event);
@@ -40,25 +40,6 @@ class Collector {
     }
 
   private:
-    void Count(const TimelineEvent& event) {
-        ++result_.files[event.file];
-        if (event.time) {
-            result_.first = std::min(result_.first.value_or(*event.time), *event.time);
-            result_.last = std::max(result_.last.value_or(*event.time), *event.time);
-        }
-        if (event.continued) {
-            return;
-        }
-        key_.first = event.kind;
-        key_.second.assign(event.name);
-        Statistics::Count& count = result_.names[key_];
-        ++count.all;
-        level_.assign(event.level);
-        if (!level_.empty()) {
-            ++count.levels[level_];
-        }
-    }
-
     /// Between lines of one process; what lies between two is the device's rest.
     void TakeGap(const TimelineEvent& event) {
         const auto process = event.process;
@@ -112,8 +93,6 @@ class Collector {
     const std::vector<Crash>& crashes_;
     bool hasOneBoot_;
     Statistics result_;
-    std::pair<EventKind, std::string> key_;
-    std::string level_;
     std::optional<std::int64_t> lastLine_;
     std::optional<std::size_t> lastProcess_;
     Errors errors_;       ///< the first of each process
@@ -121,6 +100,25 @@ class Collector {
 };
 
 } // namespace
+
+void EventCounts::Take(const TimelineEvent& event) {
+    ++files[event.file];
+    if (event.time) {
+        first = std::min(first.value_or(*event.time), *event.time);
+        last = std::max(last.value_or(*event.time), *event.time);
+    }
+    if (event.continued) {
+        return;
+    }
+    key_.first = event.kind;
+    key_.second.assign(event.name);
+    Count& count = names[key_];
+    ++count.all;
+    level_.assign(event.level);
+    if (!level_.empty()) {
+        ++count.levels[level_];
+    }
+}
 
 std::optional<std::int64_t> Statistics::Length() const {
     return first && last ? std::optional(std::max(*last - *first, kSecond)) : std::nullopt;

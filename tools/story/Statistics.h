@@ -13,13 +13,30 @@
 
 namespace NimaPost {
 
-/// What a folder's events come to.
-struct Statistics {
+/// How many events there are, and when. Their order does not matter.
+struct EventCounts {
     /// Of a tracer, a component, a ring or an event's source.
     struct Count {
         std::uint64_t all = 0;
         std::map<std::string, std::uint64_t> levels;
     };
+
+    /// Takes an event that is no crash.
+    void Take(const TimelineEvent& event);
+
+    std::map<std::pair<EventKind, std::string>, Count> names;
+    std::map<std::size_t, std::uint64_t> files; ///< events, by the folder's files
+    std::optional<std::int64_t> first;
+    std::optional<std::int64_t> last;
+
+  private:
+    // Kept, so that most events need no memory.
+    std::pair<EventKind, std::string> key_;
+    std::string level_;
+};
+
+/// What a folder's events come to.
+struct Statistics : EventCounts {
     /// A time in which nothing was written, though a process ran.
     struct Gap {
         std::int64_t from = 0;
@@ -27,10 +44,6 @@ struct Statistics {
         std::size_t boot = 0;
     };
 
-    std::map<std::pair<EventKind, std::string>, Count> names;
-    std::map<std::size_t, std::uint64_t> files; ///< events, by the folder's files
-    std::optional<std::int64_t> first;
-    std::optional<std::int64_t> last;
     /// The first line at ERROR or FATAL before each crash, after the one before: of the same process, or
     /// where that is not known of the same boot.
     std::vector<std::optional<KeptEvent>> firstErrors;

@@ -1,5 +1,5 @@
-# Puts the page together and writes it as one C++ source:
-#     cmake -DHTML=file -DCSS=file -DSCRIPT=file -DOUTPUT=file -P embed.cmake
+# Puts a page together and writes it as one C++ source that defines what NAME.h declares:
+#     cmake -DHTML=file -DCSS=file -DSCRIPT=file -DNAME=name -DOUTPUT=file -P EmbedPage.cmake
 cmake_minimum_required(VERSION 3.25)
 
 file(READ "${HTML}" page)
@@ -29,14 +29,14 @@ foreach(part head tail)
     endif()
 endforeach()
 
-file(WRITE "${OUTPUT}" "// Written by tools/report/embed.cmake.
-#include \"ReportPage.h\"
+file(WRITE "${OUTPUT}" "// Written by cmake/EmbedPage.cmake.
+#include \"${NAME}.h\"
 
 namespace NimaPost {
 
-std::string_view PageHead() { return R\"nimaPage(${head})nimaPage\"; }
+std::string_view ${NAME}Head() { return R\"nimaPage(${head})nimaPage\"; }
 
-std::string_view PageTail() { return R\"nimaPage(${tail})nimaPage\"; }
+std::string_view ${NAME}Tail() { return R\"nimaPage(${tail})nimaPage\"; }
 
 } // namespace NimaPost
 ")

@@ -1,0 +1,423 @@
+// Many devices in one database: what `nima-post index` keeps of them and `nima-post fleet` makes of it, on a
+// fleet whose causes of death are known, and on bundles that overlap or cannot be read.
+
+#include "tests/simulator/Fleet.h"
+
+#include "tests/support/Post.h"
+#include "tests/support/Sandbox.h"
+#include "tools/fleet/Database.h"
+#include "tools/fleet/Signature.h"
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace Nima::Testing;
+using NimaPost::Database;
+using NimaPost::Statement;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class FleetTest : public Sandbox {};
+
+void WriteFleet(std::uint64_t devices = 60, std::size_t bytes = 20'000) {
+    Simulator::MakeFleet({"fleet", devices, bytes, 1});
+}
+
+std::int64_t Count(const std::string& sql, const std::string& path = "fleet.db") {
+    const Database database = Database::ForReading(path);
+    Statement statement(database, sql.c_str());
+    statement.Start();
+    return statement.Next() ? statement.Number(0) : 0;
+}
+
+/// All rows of all tables.
+std::vector<std::string> Dump(const std::string& path) {
+    const Database database = Database::ForReading(path);
+    std::vector<std::string> rows;
+    Statement tables(database, "SELECT name FROM sqlite_master WHERE type = 'table'");
+    for (tables.Start(); tables.Next();) {
+        const std::string table = *tables.Text(0);
+        std::string columns = "'" + table + "'";
+        Statement info(database, "SELECT name FROM pragma_table_info(?)");
+        for (info.Start(table); info.Next();) {
+            columns += " || ' ' || quote(" + *info.Text(0) + ")";
+        }
+        Statement all(database, ("SELECT " + columns + " FROM " + table).c_str());
+        for (all.Start(); all.Next();) {
+            rows.push_back(*all.Text(0));
+        }
+    }
+    return rows;
+}
+
+/// What the truth and the program both tell of a signature.
+Json Told(const Json& signatures) {
+    Json told = Json::array();
+    for (const Json& each : signatures) {
+        told.push_back({each["signature"], each["devices"], each["crashes"]});
+    }
+    return told;
+}
+
+Json DataOf(const std::string& page) {
+    const std::string text = ReadFile(page);
+    const std::string begin = "id=\"data\">";
+    const std::size_t at = text.find(begin) + begin.size();
+    return Json::parse(text.substr(at, text.find("</script>", at) - at));
+}
+
+/// Starts nima-post and does not wait for it.
+pid_t StartPost(const std::vector<std::string>& arguments) {
+    const pid_t child = fork();
+    if (child == 0) {
+        std::vector<const char*> words{"nima-post"};
+        for (const std::string& argument : arguments) {
+            words.push_back(argument.c_str());
+        }
+        if (std::freopen("/dev/null", "w", stdout) == nullptr) {
+            _exit(99);
+        }
+        _exit(NimaPost::RunProgram(static_cast<int>(words.size()), words.data()));
+    }
+    return child;
+}
+
+int StatusOf(pid_t child) {
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+}
+
+std::string CrashLog(int second, const std::string& line = "24") {
+    const std::string now = std::to_string(second);
+    return "Crash Date/Time: 0126-10-24 16:31:" + now + ".54000\r\nTicks: 4000000" + now +
+           "\r\nFrequency: 1000000\r\n\r\nError Code: 31AC05\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt "
+           "Code: 0\r\n"
+           " File Name: /src/fuser.cpp\r\nLine Numbr: " +
+           line +
+           "\r\nBoot Cycle: 0\r\n\r\nLoaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\n"
+           "Ring Buffers (unformatted)\r\n\r\nBEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER "
+           "DUMP\r\n\r\nAll "
+           "Done!!\r\n";
+}
+
+std::string StackTrace(const std::string& frames) {
+    return "0x7fe142d026c8: (signalHandler(int)+0x1d8)\n0x7fe142c5a050: (__restore_rt+0x0)\n" + frames;
+}
+
+void WriteDevice(const std::string& folder, const std::map<std::string, std::string>& files) {
+    fs::create_directories(folder);
+    for (const auto& [name, content] : files) {
+        WriteFile(folder + "/" + name, content);
+    }
+}
+
+/// A compressed archive of files.
+void WriteArchive(const std::string& path, const std::map<std::string, std::string>& files) {
+    archive* const out = archive_write_new();
+    archive_write_set_format_pax_restricted(out);
+    archive_write_add_filter_gzip(out);
+    ASSERT_EQ(archive_write_open_filename(out, path.c_str()), ARCHIVE_OK);
+    for (const auto& [name, content] : files) {
+        archive_entry* const entry = archive_entry_new();
+        archive_entry_set_pathname(entry, name.c_str());
+        archive_entry_set_size(entry, static_cast<la_int64_t>(content.size()));
+        archive_entry_set_filetype(entry, AE_IFREG);
+        archive_entry_set_perm(entry, 0644);
+        archive_write_header(out, entry);
+        archive_write_data(out, content.data(), content.size());
+        archive_entry_free(entry);
+    }
+    archive_write_close(out);
+    archive_write_free(out);
+}
+
+} // namespace
+
+TEST_F(FleetTest, RanksCausesAsTheyStruck) {
+    WriteFleet();
+    const Json truth = Json::parse(ReadFile("fleet/truth.json"));
+    // The database is in the middle of what is read, as are notes of somebody and an earlier page.
+    WriteFile("fleet/notes.txt", "call the customer\n");
+    const Result first = Post({"index", "fleet", "--db", "fleet/fleet.db", "--json"});
+    ASSERT_EQ(first.code, 0) << first.errors;
+    EXPECT_EQ(first.errors, "");
+    const std::vector<std::string> fleet{"fleet", "fleet/fleet.db", "--version-from", "firmware ([0-9.]+)"};
+    std::vector<std::string> call = fleet;
+    call.insert(call.end(), {"--html", "fleet/page.html", "--json"});
+    const Result ranked = Post(call);
+    ASSERT_EQ(ranked.code, 0) << ranked.errors;
+    const Json result = ranked.Parsed();
+    EXPECT_EQ(Told(result["signatures"]), Told(truth["signatures"]));
+    EXPECT_EQ(result["devices"], 60);
+    EXPECT_EQ(first.Parsed()["new_cases"], result["cases"]);
+    for (const Json& each : result["signatures"]) {
+        EXPECT_TRUE(fs::is_directory(each["example"].get<std::string>())) << each;
+        EXPECT_LE(each["first"], each["last"]);
+        std::int64_t crashes = 0;
+        for (const Json& share : each["firmware"]) {
+            crashes += share["crashes"].get<std::int64_t>();
+        }
+        EXPECT_EQ(crashes, each["crashes"]);
+    }
+
+    // Once more, with more threads: there is nothing new.
+    const auto before = Dump("fleet/fleet.db");
+    const Json again =
+        Post({"index", "fleet", "--db", "fleet/fleet.db", "--threads", "7", "--json"}).Parsed();
+    EXPECT_EQ(again["new_cases"], 0);
+    EXPECT_EQ(again["cases"], first.Parsed()["cases"]);
+    EXPECT_EQ(Dump("fleet/fleet.db"), before);
+
+    const Json page = DataOf("fleet/page.html");
+    EXPECT_EQ(Told(page["signatures"]), Told(truth["signatures"]));
+    // The struck devices have one thing to say that others have not.
+    for (const Json& signature : page["signatures"]) {
+        if (signature["signature"] == "0x0031ac05 at fuser.cpp:24") {
+            ASSERT_EQ(signature["messages"].size(), 1U) << signature["messages"];
+            EXPECT_EQ(signature["messages"][0]["text"], "fuser is # degrees too hot");
+            EXPECT_EQ(signature["messages"][0]["healthy"], 0);
+        }
+    }
+    // One that was fetched without its log has no date, and its own column.
+    std::int64_t undated = 0;
+    for (const Json& signature : page["signatures"]) {
+        for (const Json& day : signature["days"]) {
+            undated += day[0].is_null() ? day[1].get<std::int64_t>() : 0;
+        }
+    }
+    EXPECT_EQ(undated, Count("SELECT count(*) FROM crashes WHERE time IS NULL", "fleet/fleet.db"));
+    EXPECT_GT(undated, 0);
+}
+
+TEST_F(FleetTest, GoesOnWhereItWasKilled) {
+    WriteFleet();
+    ASSERT_EQ(Post({"index", "fleet", "--db", "whole.db"}).code, 0);
+    const std::int64_t all = Count("SELECT count(*) FROM cases", "whole.db");
+    for (std::int64_t wanted = 1; wanted < all; wanted += all / 6) {
+        const pid_t child = StartPost({"index", "fleet", "--db", "fleet.db"});
+        bool ended = false;
+        for (bool reached = false; !reached && !ended;) {
+            ended = waitpid(child, nullptr, WNOHANG) != 0;
+            try {
+                reached = Count("SELECT count(*) FROM cases") >= wanted;
+            } catch (const NimaPost::DatabaseError&) {
+                // It has not begun yet.
+            }
+        }
+        if (!ended) {
+            kill(child, SIGKILL);
+            waitpid(child, nullptr, 0);
+        }
+        EXPECT_GE(Count("SELECT count(*) FROM cases"), wanted);
+    }
+    ASSERT_EQ(Post({"index", "fleet", "--db", "fleet.db"}).code, 0);
+    EXPECT_EQ(Dump("fleet.db"), Dump("whole.db"));
+}
+
+TEST_F(FleetTest, TwoWritersAndALockAreWaitedFor) {
+    WriteFleet(20);
+    const pid_t one = StartPost({"index", "fleet", "--db", "fleet.db"});
+    const pid_t other = StartPost({"index", "fleet", "--db", "fleet.db"});
+    EXPECT_EQ(StatusOf(one), 0);
+    EXPECT_EQ(StatusOf(other), 0);
+    EXPECT_EQ(Count("SELECT count(*) FROM devices"), 20);
+    EXPECT_EQ(Count("SELECT count(*) FROM cases"),
+              Count("SELECT count(*) FROM (SELECT DISTINCT device_id, content FROM cases)"));
+    const Json truth = Json::parse(ReadFile("fleet/truth.json"));
+    EXPECT_EQ(Told(Post({"fleet", "fleet.db", "--json"}).Parsed()["signatures"]), Told(truth["signatures"]));
+
+    const pid_t holder = fork();
+    if (holder == 0) {
+        const Database database = Database::ForWriting("fleet.db");
+        const NimaPost::Transaction transaction(database);
+        WriteFile("held", "");
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        _exit(0);
+    }
+    while (!Exists("held")) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(Post({"index", "fleet", "--db", "fleet.db"}).code, 0);
+    EXPECT_EQ(StatusOf(holder), 0);
+}
+
+// A bundle counts once in whatever form it comes, and so does a crash in whatever bundle of its device.
+TEST_F(FleetTest, TellsTheSameAgain) {
+    const std::string stack = StackTrace("0x5612: (Feed(int)+0x11d)\n0x5699: (main+0x2)\n");
+    WriteDevice("monday/unit-1", {{"crash.txt", CrashLog(41)}, {"stacktrace7-1.txt", stack}});
+    WriteDevice("copy/unit-1", {{"crash.txt", CrashLog(41)}, {"stacktrace7-1.txt", stack}});
+    WriteArchive("unit-1.tar.gz", {{"crash.txt", CrashLog(41)}, {"stacktrace7-1.txt", stack}});
+    ASSERT_EQ(Post({"index", "monday", "unit-1.tar.gz", "copy", "--db", "fleet.db"}).code, 0);
+    EXPECT_EQ(Count("SELECT count(*) FROM devices"), 1);
+    EXPECT_EQ(Count("SELECT count(*) FROM cases"), 1);
+    EXPECT_EQ(Count("SELECT count(*) FROM crashes"), 2);
+
+    // Later the log has moved on, and there are new ones: another crash log, and another process of the same
+    // number that died at another place. A second device has the first one's log, byte for byte.
+    const std::string other = StackTrace("0x5612: (Feed(int)+0x11d)\n0x9999: (Other()+0x2)\n");
+    WriteArchive("tuesday.tar.gz", {{"bundle/unit-1/crash.txt.1", CrashLog(41)},
+                                    {"bundle/unit-1/crash.txt", CrashLog(55)},
+                                    {"bundle/unit-1/stacktrace7-1.txt", other},
+                                    {"bundle/unit-1/stacktrace8-1.txt", stack},
+                                    {"bundle/unit-2/crash.txt", CrashLog(41)}});
+    const Result later = Post({"index", "tuesday.tar.gz", "--db", "fleet.db", "--json"});
+    EXPECT_EQ(later.Parsed()["new_crashes"], 4) << later.output;
+    EXPECT_EQ(Count("SELECT count(*) FROM crashes"), 6);
+    EXPECT_EQ(Count("SELECT count(*) FROM case_crashes"), 7);
+    const Json signatures = Post({"fleet", "fleet.db", "--json"}).Parsed()["signatures"];
+    const Json expected = Json::array(
+        {{"0x0031ac05 at fuser.cpp:24", 2, 3}, {"Feed(int) | main", 1, 2}, {"Feed(int) | Other()", 1, 1}});
+    EXPECT_EQ(Told(signatures), expected);
+    // What the archive's folder is called for --device.
+    EXPECT_EQ(signatures[2]["example"], directory() + "/tuesday.tar.gz");
+    EXPECT_EQ(signatures[2]["example_device"], "bundle/unit-1");
+    EXPECT_EQ(Post({"crash", "tuesday.tar.gz", "--device", "bundle/unit-1"}).code, 0);
+
+    // One bundle has only the log, another only the host's report, and the third shows that they are one.
+    const std::string report =
+        "ways.cpp, line 54: Message: [too hot]\nways.cpp, line 54: Code: 3255301, "
+        "0x0031ac05\n0x5612: (Report()+0x11d)\n";
+    WriteDevice("log/unit-3", {{"crash.txt", CrashLog(41)}});
+    WriteDevice("report/unit-3", {{"stacktrace7-1.txt", report}});
+    WriteDevice("both/unit-3", {{"crash.txt", CrashLog(41)}, {"stacktrace7-1.txt", report}});
+    ASSERT_EQ(Post({"index", "report", "log", "--db", "one.db"}).code, 0);
+    EXPECT_EQ(Count("SELECT count(*) FROM crashes", "one.db"), 2);
+    ASSERT_EQ(Post({"index", "both", "--db", "one.db"}).code, 0);
+    EXPECT_EQ(Told(Post({"fleet", "one.db", "--json"}).Parsed()["signatures"]),
+              Json::array({{"0x0031ac05 at fuser.cpp:24", 1, 1}}));
+    EXPECT_EQ(Count("SELECT count(*) FROM case_crashes", "one.db"), 3);
+
+    // A database and a page in a device's own folder make it no other case.
+    for (int i = 0; i < 2; ++i) {
+        ASSERT_EQ(Post({"index", "both/unit-3", "--db", "both/unit-3/own.db"}).code, 0);
+        ASSERT_EQ(Post({"fleet", "both/unit-3/own.db", "--html", "both/unit-3/page.html"}).code, 0);
+    }
+    EXPECT_EQ(Count("SELECT count(*) FROM cases", "both/unit-3/own.db"), 1);
+    EXPECT_EQ(Count("SELECT count(*) FROM files", "both/unit-3/own.db"), 2);
+
+    // Names that say more than the device's.
+    WriteDevice("dated/unit-1-monday", {{"crash.txt", CrashLog(41)}});
+    WriteDevice("dated/unit-1-friday", {{"crash.txt.1", CrashLog(41)}, {"crash.txt", CrashLog(42, "25")}});
+    ASSERT_EQ(Post({"index", "dated", "--db", "dated.db", "--device-from", "(unit-\\d+)-"}).code, 0);
+    EXPECT_EQ(Count("SELECT count(*) FROM devices WHERE name = 'unit-1'", "dated.db"), 1);
+    EXPECT_EQ(Count("SELECT count(*) FROM cases", "dated.db"), 2);
+    EXPECT_EQ(Count("SELECT count(*) FROM crashes", "dated.db"), 2);
+}
+
+TEST_F(FleetTest, BadInputCostsItselfAlone) {
+    WriteDevice("fleet/good", {{"crash.txt", CrashLog(41)}});
+    WriteDevice("fleet/also", {{"crash.txt", CrashLog(42)}});
+    WriteArchive("fleet/broken.tar.gz", {{"unit/crash.txt", CrashLog(43)}});
+    fs::resize_file("fleet/broken.tar.gz", fs::file_size("fleet/broken.tar.gz") / 2);
+    fs::create_directories("fleet/closed");
+    fs::create_symlink("nowhere", "fleet/closed/device.log");
+    const Result result = Post({"index", "fleet", "missing", "--db", "fleet.db", "--json"});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_TRUE(result.Finds("cannot-open"));
+    EXPECT_TRUE(result.Finds("archive-damaged"));
+    EXPECT_EQ(Count("SELECT count(*) FROM devices WHERE name IN ('good', 'also')"), 2);
+    EXPECT_EQ(Count("SELECT count(*) FROM findings WHERE case_id IS NULL AND code = 'cannot-open'"), 2);
+    // They are told again, and kept once.
+    EXPECT_EQ(Post({"index", "fleet", "missing", "--db", "fleet.db"}).code, 1);
+    EXPECT_EQ(Count("SELECT count(*) FROM findings WHERE case_id IS NULL AND code = 'cannot-open'"), 2);
+
+    WriteFile("text.db", std::string(5000, 'x'));
+    Database::ForWriting("newer.db").Execute("PRAGMA user_version = 2");
+    Database::ForWriting("other.db").Execute("PRAGMA application_id = 7");
+    const std::map<std::string, std::string> refused{
+        {"text.db", "no database"}, {"newer.db", "version 2"}, {"other.db", "another program"}};
+    for (const auto& [path, words] : refused) {
+        const std::string before = ReadFile(path);
+        for (const Result& call : {Post({"index", "fleet", "--db", path}), Post({"fleet", path})}) {
+            EXPECT_EQ(call.code, 2) << path;
+            EXPECT_NE(call.errors.find(words), std::string::npos) << call.errors;
+            EXPECT_NE(call.errors.find("--db"), std::string::npos) << call.errors;
+        }
+        EXPECT_EQ(ReadFile(path), before) << path;
+    }
+    EXPECT_EQ(Post({"fleet", "none.db"}).code, 2);
+    EXPECT_FALSE(Exists("none.db"));
+    EXPECT_EQ(Post({"index", "fleet", "--db", "fleet.db", "--device-from", "("}).code, 2);
+    EXPECT_EQ(Post({"fleet", "fleet.db", "--html", "fleet.db"}).code, 2);
+    EXPECT_EQ(Post({"fleet", "fleet.db"}).code, 0);
+}
+
+TEST(Signature, PairsThatFallTogetherAndThatDoNot) {
+    const std::string handler = "0x7fe142d026c8: (signalHandler(int)+0x1d8)\n0x7fe1: (__restore_rt+0x0)\n";
+    const std::string rest =
+        "0x5612: (Job::Run()+0x8)\n0x5613: (main+0x8)\n0x7fe1: (__libc_start_main+0x85)\n";
+    const std::string longName =
+        "Tray::Feed(std::map<std::string, std::vector<unsigned long>, std::less<std::str";
+    const auto signature = [&](const std::string& frames) {
+        return NimaPost::SignatureOfStack(Lines(handler + frames + rest), "Fatal signal").text;
+    };
+    struct Pair {
+        const char* what;
+        std::string first;
+        std::string second;
+        bool together;
+    };
+    const std::vector<Pair> pairs{
+        {"addresses and offsets", "0x5511: (Feed(int)+0x11d)\n", "0xb6f1: (Feed(int)+0x8)\n", true},
+        {"overloads", "0x1: (Feed(int)+0x1)\n", "0x1: (Feed(char)+0x1)\n", false},
+        {"template arguments", "0x1: (Queue<int>::Pop(int&)+0x1)\n",
+         "0x1: (Queue<std::pair<Job, Job*> >::Pop(std::pair<Job, Job*>&)+0x1)\n", true},
+        {"a template's result", "0x1: (int Largest<int>(int)+0x1)\n", "0x1: (long Largest<long>(long)+0x1)\n",
+         true},
+        {"functions of a template", "0x1: (Queue<int>::Pop()+0x1)\n", "0x1: (Queue<int>::Push()+0x1)\n",
+         false},
+        {"operators", "0x1: (Page::operator<(Page const&) const+0x1)\n",
+         "0x1: (Page::operator<<(Page const&) const+0x1)\n", false},
+        {"recursion", "0x1: (Find(int)+0x1)\n", "0x1: (Find(int)+0x9)\n0x1: (Find(int)+0x1)\n", true},
+        {"recursion of two", "0x1: (Odd()+0x1)\n0x1: (Even()+0x1)\n",
+         "0x1: (Odd()+0x1)\n0x1: (Even()+0x1)\n0x1: (Odd()+0x2)\n0x1: (Even()+0x1)\n", true},
+        {"foreign frames", "0x1: (Feed(int)+0x1)\n",
+         "0x7f: (memcpy+0x1)\n0x1: (Feed(int)+0x1)\n0x1: (void std::__invoke<Job>(Job&&)+0x3)\n", true},
+        {"callers", "0x1: (Feed(int)+0x1)\n0x1: (Print()+0x1)\n", "0x1: (Feed(int)+0x1)\n0x1: (Copy()+0x1)\n",
+         false},
+        {"a second entry of the handler", "0x1: (Feed(int)+0x1)\n",
+         "0x7f: (abort+0xcf)\n0x7f: (signalHandler(int)+0x9)\n0x1: (Feed(int)+0x1)\n", true},
+        {"parts of a function", "0x1: (Feed(int) [clone .cold]+0x1)\n", "0x1: (Feed(int)+0x1)\n", true},
+        {"cut lines", "0x1: (" + longName + "\n", "0x2: (" + longName + "\n", true},
+        {"cut lines that differ late", "0x1: (" + longName + "a\n", "0x1: (" + longName + "b\n", false},
+        {"a cut offset", "0x1: (" + longName + "+0x1)\n", "0x1: (" + longName + "+0x\n", true},
+        {"an own name like a foreign one", "0x1: (memcpyPages()+0x1)\n", "0x1: (cloneJob()+0x1)\n", false},
+    };
+    for (const Pair& pair : pairs) {
+        const std::string first = signature(pair.first);
+        const std::string second = signature(pair.second);
+        EXPECT_EQ(first == second, pair.together) << pair.what << ": " << first << " and " << second;
+    }
+    // Where nothing of the product has a name, the place in its page has to do; it survives the next load.
+    const auto nameless = [](const std::string& address) {
+        return NimaPost::SignatureOfStack(
+                   {"0x7f1: (signalHandler(int)+0x1)",
+                    address + ": -- error: unable to obtain symbol name for this frame",
+                    "0x7f2: (abort+0x1)"},
+                   "Fatal signal")
+            .text;
+    };
+    EXPECT_EQ(nameless("0x56120000f4d"), nameless("0x55510000f4d"));
+    EXPECT_NE(nameless("0x56120000f4d"), nameless("0x56120000f4e"));
+
+    EXPECT_EQ(NimaPost::SignatureOfReport("31AC05", "/src/a/fuser.cpp", "24"),
+              NimaPost::SignatureOfReport("0x0031ac05", "C:\\build 7\\fuser.cpp", "24"));
+    EXPECT_NE(NimaPost::SignatureOfReport("31AC05", "fuser.cpp", "24"),
+              NimaPost::SignatureOfReport("31AC05", "fuser.cpp", "25"));
+    EXPECT_NE(NimaPost::SignatureOfReport("31AC05", "fuser.cpp", "24"),
+              NimaPost::SignatureOfReport("31AC06", "fuser.cpp", "24"));
+}
