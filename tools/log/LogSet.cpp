@@ -140,6 +140,10 @@ void LogSet::ArrangeProcesses() {
     NumberBoots(processes_);
     SortProcesses(joined);
     DoubtClocksThatWereSet();
+    settingsBefore_.assign(runs_.size(), 0);
+    for (const ClockSetting& setting : settings_) {
+        settingsBefore_[setting.newRun] = settingsBefore_[setting.oldRun] + 1;
+    }
 }
 
 /// One log shows that the wall clock was set; others of the same boot, on the clock as it was, tell nothing

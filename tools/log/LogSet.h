@@ -50,6 +50,8 @@ class LogSet {
     };
     const std::vector<Source>& Sources() const { return sources_; }
     const std::vector<LogRun>& Runs() const { return runs_; }
+    /// How often the wall clock had been set before the run's times, while its process ran.
+    std::size_t SettingsBefore(std::size_t run) const { return settingsBefore_[run]; }
     /// From number 1 on, in the order of boots and time.
     const std::vector<LogProcess>& Processes() const { return processes_; }
     /// The parts of all logs, one log after the other.
@@ -92,6 +94,7 @@ class LogSet {
     std::vector<LogRun> runs_;
     std::vector<LogProcess> processes_;
     std::vector<ClockSetting> settings_;
+    std::vector<std::size_t> settingsBefore_; ///< each run
     std::optional<CollectedMoment> collected_;
     std::size_t laterThanCollected_ = 0;
     Findings unusable_;

@@ -100,6 +100,9 @@ class LogSource : public Source {
             }
             TimelineEvent event = events.Of(entry);
             event.file = files_[entry.part->file]->index;
+            if (entry.part->process) {
+                event.clock = logs_.SettingsBefore(entry.part->run);
+            }
             const auto undated = undatedRuns_.find(entry.part->run);
             if (undated != undatedRuns_.end()) {
                 event.time = entry.time + undated->second;
