@@ -1,14 +1,12 @@
 """The programs that are compared: one process each, which runs one repetition at a time on request."""
 
 import os
-import shutil
+import pathlib
 import subprocess
-import tempfile
-import time
+import sys
 
-
-class CannotRun(Exception):
-    """Why a competitor is not in the comparison."""
+sys.path.insert(0, str(pathlib.Path(__file__).parents[1] / "scripts/lib"))
+from lttng import CannotRun, LttngDaemon  # noqa: E402
 
 
 class Competitor:
@@ -58,71 +56,28 @@ class Competitor:
         self._process.stdout.close()
 
 
-class LttngSession:
-    """A separate session daemon with a flight recorder: what LTTng calls overwrite mode, kept in memory.
-
-    For root the tools support only one daemon per machine, so they then run as an unprivileged user.
-    """
+class LttngSession(LttngDaemon):
+    """A flight recorder: what LTTng calls overwrite mode, kept in memory."""
 
     EVENTS = "bench:plain,bench:three"
 
     def __init__(self, program):
-        for tool in ("lttng", "lttng-sessiond"):
-            if shutil.which(tool) is None:
-                raise CannotRun(f"{tool} is not installed")
-        self.home = tempfile.mkdtemp(prefix="bench-lttng-")
-        self.program = shutil.copy(program, self.home)
-        self._user = []
-        if os.geteuid() == 0:
-            self._user = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
-            for path in (self.home, self.program):
-                os.chown(path, 65534, 65534)
-        self.environment = {"HOME": self.home, "LTTNG_HOME": self.home, "LTTNG_UST_REGISTER_TIMEOUT": "10000"}
-        self._daemon = subprocess.Popen(
-            self.command("lttng-sessiond", "--no-kernel"), env={**os.environ, **self.environment},
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        super().__init__()
+        self.program = self.take(program)
         try:
-            self._wait_for_daemon()
-            self._lttng("create", "bench", "--snapshot", f"--output={self.home}/out")
-            self._lttng("enable-channel", "-s", "bench", "-u", "--overwrite", "--subbuf-size=1M",
-                        "--num-subbuf=4", "ring")
-            self._lttng("add-context", "-s", "bench", "-u", "-c", "ring", "-t", "vtid")
-            self._lttng("enable-event", "-s", "bench", "-u", "-c", "ring", self.EVENTS)
-            self._lttng("start", "bench")
+            self.lttng("create", "bench", "--snapshot", f"--output={self.home}/out")
+            self.lttng("enable-channel", "-s", "bench", "-u", "--overwrite", "--subbuf-size=1M",
+                       "--num-subbuf=4", "ring")
+            self.lttng("add-context", "-s", "bench", "-u", "-c", "ring", "-t", "vtid")
+            self.lttng("enable-event", "-s", "bench", "-u", "-c", "ring", self.EVENTS)
+            self.lttng("start", "bench")
         except CannotRun:
             self.close()
             raise
 
-    def command(self, *words):
-        return [*self._user, *words]
-
-    def _lttng(self, *words):
-        done = subprocess.run(self.command("lttng", *words), env={**os.environ, **self.environment},
-                              stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False, timeout=60)
-        if done.returncode != 0:
-            raise CannotRun(f"lttng {words[0]}: {(done.stderr or done.stdout).strip()}")
-
-    def _wait_for_daemon(self):
-        for _ in range(100):
-            if os.path.exists(f"{self.home}/.lttng/client-lttng-sessiond"):
-                return
-            if self._daemon.poll() is not None:
-                break
-            time.sleep(0.1)
-        raise CannotRun("the session daemon does not start")
-
     def recorded_bytes(self):
         """The content of a snapshot of the flight recorder; if it is empty, nothing was traced."""
-        self._lttng("snapshot", "record", "-s", "bench")
+        self.lttng("snapshot", "record", "-s", "bench")
         return sum(os.path.getsize(os.path.join(folder, name))
                    for folder, _, names in os.walk(f"{self.home}/out") for name in names
                    if name.startswith("ring"))
-
-    def close(self):
-        self._daemon.terminate()
-        try:
-            self._daemon.wait(20)
-        except subprocess.TimeoutExpired:
-            self._daemon.kill()
-            self._daemon.wait()
-        shutil.rmtree(self.home, ignore_errors=True)

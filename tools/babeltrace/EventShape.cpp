@@ -13,7 +13,7 @@ namespace {
 
 /// The fields that all events have, and those of their kinds, in their order.
 enum CommonField : std::uint64_t { kThreadField, kFileField, kMarkField, kEarlierField, kLaterField };
-enum PayloadField : std::uint64_t { kLevelField, kNameField, kTextField, kArgumentsField };
+enum PayloadField : std::uint64_t { kLevelField, kNameField, kTextField, kCountField, kArgumentsField };
 
 /// What babeltrace takes an identifier of 16 bytes for; equal for equal names.
 std::array<std::uint8_t, 16> IdentifierOf(std::string_view name) {
@@ -95,8 +95,12 @@ SharedFieldClass EventShape::PayloadFields(std::size_t kind) const {
         bt_field_class_integer_set_field_value_range(argument.get(), 32);
         bt_field_class_integer_set_preferred_display_base(
             argument.get(), BT_FIELD_CLASS_INTEGER_PREFERRED_DISPLAY_BASE_HEXADECIMAL);
+        // Without a field for their number, one is made up wherever the events are written as CTF.
+        const SharedFieldClass count(Made(bt_field_class_integer_unsigned_create(traceClass_.get())));
+        bt_field_class_integer_set_field_value_range(count.get(), 32);
+        Check(bt_field_class_structure_append_member(fields.get(), "argument_count", count.get()));
         Append(fields, "arguments",
-               bt_field_class_array_dynamic_create(traceClass_.get(), argument.get(), nullptr));
+               bt_field_class_array_dynamic_create(traceClass_.get(), argument.get(), count.get()));
     }
     return fields;
 }
@@ -113,6 +117,8 @@ void FillEvent(bt_event* event, const TracedEvent& from, const ClockedTraces& de
     SetText(payload, kNameField, from.name);
     SetText(payload, kTextField, from.text);
     if (HasArguments(from.kind)) {
+        bt_field_integer_unsigned_set_value(
+            bt_field_structure_borrow_member_field_by_index(payload, kCountField), from.arguments.size());
         bt_field* const arguments = bt_field_structure_borrow_member_field_by_index(payload, kArgumentsField);
         Check(bt_field_array_dynamic_set_length(arguments, from.arguments.size()));
         for (std::size_t i = 0; i < from.arguments.size(); ++i) {
