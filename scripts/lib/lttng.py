@@ -30,8 +30,9 @@ class LttngDaemon:
         self.environment = {"HOME": self.home, "LTTNG_HOME": self.home, "LTTNG_UST_REGISTER_TIMEOUT": "10000"}
         # It ends with this program, whatever ends that.
         self._daemon = subprocess.Popen(
-            self.command("setpriv", "--pdeathsig=TERM", "lttng-sessiond", "--no-kernel"), env={**os.environ, **self.environment},
-            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            self.command("setpriv", "--pdeathsig=TERM", "lttng-sessiond", "--no-kernel"),
+            env={**os.environ, **self.environment}, stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         try:
             self._wait()
         except CannotRun:

@@ -32,9 +32,10 @@ def run(*words, codes=(0,)):
 def events(*words):
     """What babeltrace2 prints, in its order."""
     found = []
-    for line in run("babeltrace2", "--clock-seconds", "--clock-gmt", "--no-delta", "--fields=trace", *words).splitlines():
-        match = EVENT.match(line)
-        assert match, line
+    printed = run("babeltrace2", "--clock-seconds", "--clock-gmt", "--no-delta", "--fields=trace", *words)
+    for text in printed.splitlines():
+        match = EVENT.match(text)
+        assert match, text
         seconds, nanoseconds, trace, kind, fields, earlier, later = match.groups()
         sign = -1 if seconds.startswith("-") else 1
         found.append(Event(int(seconds) * SECOND + sign * int(nanoseconds), trace.strip(), kind, fields, int(earlier),
@@ -105,7 +106,7 @@ def clocks_and_processes():
           line(boot + 300 * 10**6, "<WARN> <A> two"))
     write("set/device.log", calibration(boot + 340 * 10**6, "1024153000", 21_000) +
           line(boot + 341 * 10**6, "<WARN> <A> three") +
-          calibration(boot + 5 * SECOND, "1024153009", 1_000, ) + line(boot + 6 * SECOND, "<WARN> <B> four", 2))
+          calibration(boot + 5 * SECOND, "1024153009", 1_000) + line(boot + 6 * SECOND, "<WARN> <B> four", 2))
     traces = collections.defaultdict(list)
     for event in events("set"):
         traces[event.trace].append(re.search(r'text = "(\w+)', event.fields).group(1))
@@ -129,14 +130,15 @@ def dates():
     # The manifest of a collection knows the zone.
     write("set/manifest.json", json.dumps({
         "manifest": 1, "tool": {"name": "nima-ctl", "version": "1"}, "time_zone": {"utc_offset_seconds": 7200},
-        "clocks": {"wall_ns": 1795540000 * SECOND, "monotonic_ns": 2000 * SECOND, "counter": 2000, "uptime_ns": 2000}}))
+        "clocks": {"wall_ns": 1795540000 * SECOND, "monotonic_ns": 2000 * SECOND, "counter": 2000,
+                   "uptime_ns": 2000 * SECOND}}))
     assert [event.time + 7200 * SECOND for event in events("set")] == [event.time for event in local]
 
 
 def refusals():
     os.mkdir("empty")
     for parameters, reason in (('inputs=["empty"]', "empty: nothing in it"), ("inputs=7", "not an array"),
-                               ('inputs=["set"],force=yes', "force: no such parameter"), ("", "no folder is named")):
+                               ('inputs=["set"],force=yes', "force: no such parameter"), ("inputs=[]", "no folder is named")):
         refused = run("babeltrace2", "--component=source.nima.folder", "--params=" + parameters, codes=(1,))
         assert reason in refused, refused
 
