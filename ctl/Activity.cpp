@@ -1,7 +1,7 @@
 #include "ctl/Activity.h"
 
-#include "catalogue/OwnEvents.h"
 #include "ctl/block/ClaimCounter.h"
+#include "tools/words/SetAside.h"
 
 #include <algorithm>
 #include <span>
@@ -42,23 +42,6 @@ void CountWriters(std::span<const SysTraceEntry> entries, Activity& activity) {
     }
 }
 
-std::optional<std::size_t> CountSinceDumpBegan(std::span<const SysTraceEntry> entries) {
-    using Event = Nima::Catalogue::OwnTraceEvent;
-    const auto is = [](const SysTraceEntry& entry, Event event) {
-        return entry.id == Nima::Catalogue::IdOf(event);
-    };
-    for (std::size_t i = entries.size(); i > 0; --i) {
-        const SysTraceEntry& entry = entries[i - 1];
-        if (is(entry, Event::kFileDumpEnds) || is(entry, Event::kCallbackDumpEnds)) {
-            break;
-        }
-        if (is(entry, Event::kFileDumpStarts) || is(entry, Event::kCallbackDumpStarts)) {
-            return entries.size() - i;
-        }
-    }
-    return std::nullopt;
-}
-
 } // namespace
 
 Activity Watch(const TraceBlock& block, std::chrono::nanoseconds time) {
@@ -76,7 +59,7 @@ Activity Watch(const TraceBlock& block, std::chrono::nanoseconds time) {
     const std::uint32_t used = std::min(UsedEntries(after), kMostLooked);
     const auto last = block.CopyEntries(after.writeIndex + 1 - used, used);
     activity.cleared = claims.Cleared();
-    activity.sinceDumpBegan = CountSinceDumpBegan(last);
+    activity.sinceDumpBegan = NimaPost::EntriesSinceDumpBegan(last);
     if (!activity.cleared) {
         activity.entries = claims.Claimed();
         const auto counted = static_cast<std::size_t>(std::min<std::uint64_t>(activity.entries, used));

@@ -163,6 +163,7 @@ class Collector {
         const auto block = TraceBlock::Open(directory_, Access::kRead, problem);
         const auto snapshot = block ? TakeSnapshot(*block, problem) : std::nullopt;
         if (!snapshot || file.bytes < kBlockBytes) {
+            file.damage = problem;
             return 0;
         }
         file.blankedSlots = snapshot->blanked;
@@ -216,6 +217,9 @@ void AddFindings(const Manifest& manifest, Findings& findings) {
             findings.Damage("cannot-read", file.name + ": " + file.problem + ".");
         } else if (!file.problem.empty()) {
             findings.Remark("left-out", file.name + " was left out: " + file.problem + ".");
+        }
+        if (!file.damage.empty()) {
+            findings.Remark("no-block", "The binary trace was packed as it is: " + file.damage + ".");
         }
         AddBlanked(file.blankedSlots, findings);
     }
@@ -292,10 +296,8 @@ int RunCollect(Context& context, const Options& options) {
         }
     }
     AddFindings(manifest, context.findings);
-    if (!context.json) {
-        context.out.Line(NimaPost::Printable(options.output) + ": " +
-                         NimaPost::Counted(FilesIn(manifest), "file") + " and " + kManifestName);
-    }
+    TellOfFile(context, options.output,
+               NimaPost::Counted(FilesIn(manifest), "file") + " and " + kManifestName);
     return Finish(context, {{"file", NimaPost::ToUtf8(options.output)}, {"manifest", manifest.ToJson()}});
 }
 

@@ -1,6 +1,7 @@
 #include "catalogue/Files.h"
 #include "ctl/Verbs.h"
 #include "ctl/block/Snapshot.h"
+#include "tools/base/Descriptor.h"
 #include "tools/base/Interrupt.h"
 #include "tools/base/Json.h"
 #include "tools/base/OutputFile.h"
@@ -8,11 +9,15 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <utility>
+#include <vector>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace NimaCtl {
 
@@ -32,18 +37,75 @@ std::string CheckSmallNumber(const std::string& text) {
                : "\"" + text + "\" is no number from 0 to " + std::to_string(kMost);
 }
 
-/// FILE becomes FILE.1, and so on up to the number of backups.
-bool RollBackups(const std::string& file, unsigned backups, std::string& problem) {
-    for (unsigned number = backups; number > 0; --number) {
-        const std::string from = number == 1 ? file : file + "." + std::to_string(number - 1);
-        const std::string to = file + "." + std::to_string(number);
-        if (std::rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
-            problem = from + ": " + std::strerror(errno);
-            return false;
+/// FILE becomes FILE.1, and so on up to the number of backups. Until it is kept, the end of its lifetime
+/// undoes all of this.
+class BackupRoll {
+  public:
+    BackupRoll() = default;
+    BackupRoll(const BackupRoll&) = delete;
+    BackupRoll& operator=(const BackupRoll&) = delete;
+    ~BackupRoll() {
+        for (auto move = moves_.rbegin(); move != moves_.rend(); ++move) {
+            std::rename(move->second.c_str(), move->first.c_str());
         }
     }
-    return true;
-}
+
+    bool Roll(const std::string& file, unsigned backups, std::string& problem) {
+        const auto name = [&](unsigned number) {
+            return number == 0 ? file : file + "." + std::to_string(number);
+        };
+        if (backups > 0 && !SetAside(name(backups), problem)) {
+            return false;
+        }
+        for (unsigned number = backups; number > 0; --number) {
+            if (!Move(name(number - 1), name(number), problem)) {
+                return false;
+            }
+        }
+        return true;
+    }
+    void Keep() {
+        moves_.clear();
+        if (!oldest_.empty()) {
+            unlink(oldest_.c_str());
+        }
+    }
+
+  private:
+    /// The oldest goes only once all is done.
+    bool SetAside(const std::string& path, std::string& problem) {
+        struct stat status {};
+        if (lstat(path.c_str(), &status) != 0 && errno == ENOENT) {
+            return true;
+        }
+        std::string name = path + ".XXXXXX";
+        const NimaPost::Descriptor place(mkostemp(name.data(), O_CLOEXEC));
+        if (!place) {
+            problem = path + ": " + std::strerror(errno);
+            return false;
+        }
+        oldest_ = name;
+        if (!Move(path, name, problem)) {
+            unlink(name.c_str());
+            return false;
+        }
+        return true;
+    }
+    bool Move(const std::string& from, const std::string& to, std::string& problem) {
+        if (std::rename(from.c_str(), to.c_str()) == 0) {
+            moves_.emplace_back(from, to);
+            return true;
+        }
+        if (errno == ENOENT) {
+            return true;
+        }
+        problem = from + ": " + std::strerror(errno);
+        return false;
+    }
+
+    std::vector<std::pair<std::string, std::string>> moves_;
+    std::string oldest_;
+};
 
 /// A device, or what a link leads to, is not renamed.
 bool CanKeepBackups(const Options& options, std::string& problem) {
@@ -78,7 +140,12 @@ bool WriteFile(const Options& options, const TraceBlock& block, Snapshot& snapsh
         problem = options.file + ": cannot be written";
         return false;
     }
-    return RollBackups(options.file, options.backups, problem) && file.Finish(problem);
+    BackupRoll roll;
+    if (!roll.Roll(options.file, options.backups, problem) || !file.Finish(problem)) {
+        return false;
+    }
+    roll.Keep();
+    return true;
 }
 
 int RunDump(Context& context, const Options& options) {
@@ -90,10 +157,7 @@ int RunDump(Context& context, const Options& options) {
         return Refuse(context, problem);
     }
     AddBlanked(snapshot.blanked, context.findings);
-    if (!context.json) {
-        context.out.Line(NimaPost::Printable(options.file) + ": " +
-                         NimaPost::Counted(snapshot.entries.size(), "entry"));
-    }
+    TellOfFile(context, options.file, NimaPost::Counted(snapshot.entries.size(), "entry"));
     return Finish(context, {{"file", NimaPost::ToUtf8(options.file)},
                             {"entries", snapshot.entries.size()},
                             {"overwritten_slots", snapshot.blanked}});

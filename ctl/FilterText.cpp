@@ -2,6 +2,7 @@
 
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
+#include "tools/words/SetAside.h"
 #include "tools/words/Words.h"
 
 #include <algorithm>
@@ -30,9 +31,9 @@ void Fold(NimaPost::Output& out, std::string margin, std::string_view text) {
 
 } // namespace
 
-const char* const kSetAside =
-    "Either a dump runs or was killed, or levels were closed after a repair; the filters look the same. "
-    "\"nima-ctl repair\" brings the saved filter back.";
+std::string SetAsideText() {
+    return std::string(NimaPost::kSetAside) + " \"nima-ctl repair\" brings the saved filter back.";
+}
 
 std::string_view FilteringName(Filtering state) {
     switch (state) {

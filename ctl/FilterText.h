@@ -18,8 +18,8 @@ std::string_view FilteringName(Filtering state);
 /// The same with what it means.
 std::string_view FilteringText(Filtering state);
 
-/// What it means that a filter is set aside, in a sentence.
-extern const char* const kSetAside;
+/// What it means that a filter is set aside, and what can be done.
+std::string SetAsideText();
 
 /// "level 0: every component; level 1: Engine, component 7; ...", safe for a terminal.
 std::string FilterText(const Filter& filter, const Names& names);

@@ -18,6 +18,7 @@ struct CollectedFile {
     std::int64_t modifiedNanoseconds = 0; ///< since 1970
     std::uint32_t blankedSlots = 0;       ///< of the binary trace, overwritten while they were copied
     std::string problem;                  ///< why it is not, or not whole, in the archive; empty if it is
+    std::string damage;                   ///< of the binary trace, which is then packed as it is
     bool inArchive = true;
     bool unreadable = false; ///< it should have been in the archive
 };

@@ -121,7 +121,7 @@ int RunMark(Context& context, const Options& options) {
         return Refuse(context, "the filter lets no record of " + context.names.Component(component) + " at " +
                                    context.names.Level(0) + " through; tracing is " +
                                    std::string(FilteringText(filters.State())) +
-                                   (filters.SetAside() ? ". " + std::string(kSetAside) : ""));
+                                   (filters.SetAside() ? ". " + SetAsideText() : ""));
     }
     const auto pieces = Pieces(options.text);
     for (const std::string_view piece : pieces) {

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string_view>
 
@@ -89,7 +88,8 @@ bool IsHeldUp(pid_t process) {
     std::filesystem::directory_iterator each("/proc/" + std::to_string(process) + "/task", error);
     for (; !error && each != std::filesystem::directory_iterator(); each.increment(error)) {
         std::ifstream file(each->path() / "stat");
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
+        std::string text;
+        std::getline(file, text, '\0');
         // "4711 (name) T ...", where the name may contain any character.
         const std::size_t close = text.rfind(')');
         if (close != std::string::npos && close + 2 < text.size() &&

@@ -2,6 +2,7 @@
 
 #include "ctl/Verbs.h"
 #include "ctl/block/Journal.h"
+#include "tools/base/StandardStreams.h"
 #include "tools/base/Text.h"
 
 #include <algorithm>
@@ -35,7 +36,7 @@ int RunVerb(const Run& run, Context& context) {
     }
     if (!context.out.Flush()) {
         std::cerr << "nima-ctl: cannot write the output\n";
-        return kExitUnusable;
+        return context.printsOnly ? kExitUnusable : std::max<int>(code, kExitDamaged);
     }
     return code;
 }
@@ -61,6 +62,7 @@ std::string Mistake(const CLI::App& app) {
 } // namespace
 
 int RunProgram(int argc, const char* const* argv) {
+    NimaPost::TakeClosedStreams();
     if (std::any_of(argv, argv + argc, [](const char* word) { return *word == '\0'; })) {
         std::cerr << "nima-ctl: an argument is empty\n";
         return kExitUnusable;

@@ -252,7 +252,7 @@ int Report(Context& context, const Options& options, const Recording& recording,
 void TellWhatIsHeld(Context& context, const TraceBlock& block) {
     context.findings.Remark(
         "filter-held",
-        "Only what is live is recorded, and the saved filter lets more through. " + std::string(kSetAside) +
+        "Only what is live is recorded, and the saved filter lets more through. " + SetAsideText() +
             " Live: " + NimaPost::OpenLevelsInWords(block.ReadFilters().live, context.names) + ".");
     Tell(context);
 }

@@ -24,13 +24,24 @@ struct Options {
     bool yes = false;
 };
 
-/// Waits for as long as a dump takes. Returns false once the filter changes or is back: somebody is at work.
-bool StaysTheSame(const TraceBlock& block, std::chrono::nanoseconds time) {
-    const Filters before = block.ReadFilters();
+/// What changes while somebody is at work. Where one dump follows another at once, the filter may be back too
+/// briefly to be seen; but then something is traced, the end of the dump for example, and while nothing gets
+/// through, nothing else is.
+struct Signs {
+    Filters filters;
+    std::uint32_t traced = 0; ///< the write index, while nothing gets through
+
+    explicit Signs(const TraceBlock& block)
+        : filters(block.ReadFilters()),
+          traced(filters.State() == Filtering::kCleared ? Load(block.Header().writeIndex) : 0) {}
+    bool operator==(const Signs&) const = default;
+};
+
+/// Waits for as long as a dump takes. Returns false at the first sign that somebody is at work.
+bool StaysTheSame(const TraceBlock& block, const Signs& before, std::chrono::nanoseconds time) {
     for (const auto end = Clock::now() + time; Clock::now() < end;) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        // The dump may have ended before this wait began.
-        if (const Filters now = block.ReadFilters(); now != before || !now.SetAside()) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        if (Signs(block) != before) {
             return false;
         }
     }
@@ -74,13 +85,15 @@ int Report(Context& context, const TraceBlock& block, const Filters& before, boo
                             {"after", FiltersJson(after, context.names)}});
 }
 
+constexpr const char* kAtWork = "a dump or another nima-ctl is at work; nothing was changed";
+
 /// Waits for as long as a dump takes, and asks where that says nothing. Returns whether the filter may be
 /// brought back; if not, with a reason.
-bool MayRepair(const TraceBlock& block, const Options& options, std::string& problem) {
+bool MayRepair(const TraceBlock& block, const Signs& first, const Options& options, std::string& problem) {
     const MappingProcesses mapping = ProcessesThatMap(block.File().Number());
     const bool alone = mapping.processes.empty() && mapping.hidden == 0;
-    if (!alone && !StaysTheSame(block, options.wait)) {
-        problem = "a dump or another nima-ctl is at work; nothing was changed";
+    if (!alone && !StaysTheSame(block, first, options.wait)) {
+        problem = kAtWork;
         return false;
     }
     const std::string doubt = Doubt(mapping);
@@ -98,21 +111,23 @@ int RunRepair(Context& context, const Options& options) {
     if (!block) {
         return Refuse(context, problem);
     }
-    const Filters first = block->ReadFilters();
-    if (!first.SetAside()) {
-        return Report(context, *block, first, false, "nothing to repair: no filter is set aside");
+    const Signs first(*block);
+    const Filters& before = first.filters;
+    if (!before.SetAside()) {
+        return Report(context, *block, before, false, "nothing to repair: no filter is set aside");
     }
-    const bool may = MayRepair(*block, options, problem);
+    const bool may = MayRepair(*block, first, options, problem);
     const auto turn = may ? Turn::Take(*block, Turn::kPatience, problem) : std::nullopt;
     if (block->File().Lost()) {
         return Refuse(context, block->File().LostText());
     }
-    const Filters before = block->ReadFilters();
-    if (!before.SetAside()) {
-        return Report(context, *block, first, false, "nothing to repair: the dump has ended");
+    // The question and the turn may have taken long.
+    const Signs now(*block);
+    if (!now.filters.SetAside()) {
+        return Report(context, *block, before, false, "nothing to repair: the dump has ended");
     }
-    if (!turn) {
-        return Refuse(context, problem);
+    if (!turn || now != first) {
+        return Refuse(context, turn ? kAtWork : problem);
     }
     BringBack(*block);
     return Report(context, *block, before, true, "repaired: the filter that was set aside is live again");

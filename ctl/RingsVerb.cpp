@@ -62,6 +62,7 @@ bool WriteFile(Context& context, const std::string& path, const RingsView& rings
 }
 
 int RunRings(Context& context, const std::string& path) {
+    context.printsOnly = path.empty();
     std::string problem;
     const auto rings = ReadRings(context.directory, problem);
     if (!rings || !IsNoSegment(path, problem)) {

@@ -7,6 +7,7 @@
 #include "tools/base/Json.h"
 #include "tools/base/Process.h"
 #include "tools/base/Text.h"
+#include "tools/words/SetAside.h"
 #include "tools/words/Words.h"
 
 #include <cstdio>
@@ -28,6 +29,8 @@ struct Block {
     std::string problem;
     Activity activity;
     MappingProcesses mapping;
+    SysTraceHeader header{};
+    Filters filters;
 };
 
 struct Rings {
@@ -41,11 +44,13 @@ struct Rings {
 
 Block LookAtBlock(const Context& context, std::chrono::nanoseconds time) {
     std::string problem;
-    Block look{TraceBlock::Open(context.directory, Access::kRead, problem), {}, {}, {}};
+    Block look{TraceBlock::Open(context.directory, Access::kRead, problem), {}, {}, {}, {}, {}};
     look.problem = problem;
     if (look.block) {
         look.activity = Watch(*look.block, time);
         look.mapping = ProcessesThatMap(look.block->File().Number());
+        look.header = look.block->CopyHeader();
+        look.filters = look.block->ReadFilters();
         if (look.block->File().Lost()) {
             look.problem = look.block->File().LostText();
             look.block.reset();
@@ -113,8 +118,8 @@ std::string OverwrittenText(const SysTraceHeader& header) {
 }
 
 void PrintBlock(Context& context, const Block& look) {
-    const SysTraceHeader header = look.block->CopyHeader();
-    const Filters filters = look.block->ReadFilters();
+    const SysTraceHeader& header = look.header;
+    const Filters& filters = look.filters;
     Output& out = context.out;
     out.Line(std::string(Nima::Catalogue::kSysTraceSegment.narrow) + " in " +
              NimaPost::Printable(context.directory));
@@ -165,8 +170,8 @@ Json BlockJson(const Context& context, const Block& look) {
     if (!look.block) {
         return nullptr;
     }
-    const SysTraceHeader header = look.block->CopyHeader();
-    const Filters filters = look.block->ReadFilters();
+    const SysTraceHeader& header = look.header;
+    const Filters& filters = look.filters;
     return {{"state", header.state},
             {"state_name", NimaPost::CaptureStateName(header.state)},
             {"tracing", FilteringName(filters.State())},
@@ -195,28 +200,14 @@ Json RingsJson(const Rings& rings) {
             {"hidden_processes", rings.mapping.hidden}};
 }
 
-/// What the trace says about a filter that is set aside: nothing is traced while it is cleared, but for what
-/// writers had begun.
-std::string Hint(Filtering state, const Activity& activity) {
-    constexpr std::size_t kBegun = 1024; ///< entries
-    if (!activity.sinceDumpBegan) {
-        return {};
-    }
-    const std::string dump = "a dump began that has not ended, ";
-    if (*activity.sinceDumpBegan <= kBegun) {
-        return " The trace stops where " + dump + "which speaks for the dump.";
-    }
-    return state != Filtering::kCleared ? ""
-                                        : " After " + dump + Counted(*activity.sinceDumpBegan, "entry") +
-                                              " were traced, which speaks for closed levels.";
-}
-
 void AddFindings(const Block& look, const Rings& rings, Findings& findings) {
     if (!look.block) {
         findings.Damage("no-block", look.problem + ".");
-    } else if (const Filtering state = look.block->ReadFilters().State();
+    } else if (const Filtering state = look.filters.State();
                state == Filtering::kCleared || state == Filtering::kPartly) {
-        findings.Remark("filter-cleared", kSetAside + Hint(state, look.activity));
+        findings.Remark("filter-cleared",
+                        SetAsideText() + NimaPost::SetAsideHint(look.activity.sinceDumpBegan,
+                                                                state == Filtering::kCleared));
     }
     if (!rings.view && rings.absent) {
         // A device need not use them.
@@ -229,6 +220,7 @@ void AddFindings(const Block& look, const Rings& rings, Findings& findings) {
 }
 
 int RunStatus(Context& context, std::chrono::nanoseconds time) {
+    context.printsOnly = true;
     const Block look = LookAtBlock(context, time);
     const Rings rings = LookAtRings(context);
     if (!look.block && !rings.view) {

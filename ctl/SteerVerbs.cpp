@@ -58,7 +58,7 @@ void AddFindings(const SteeringResult& result, Findings& findings) {
         findings.Remark("filter-held",
                         "The change is in the live filter and in the saved one, which lets more "
                         "through. " +
-                            std::string(kSetAside));
+                            SetAsideText());
     }
     if (result.repeats > 0) {
         findings.Remark("change-repeated", "Dumps undid the change " +

@@ -1,6 +1,7 @@
 #include "ctl/Verbs.h"
 
 #include "catalogue/Files.h"
+#include "tools/base/FileIdentity.h"
 #include "tools/base/FindingsJson.h"
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
@@ -11,6 +12,9 @@
 #include <string_view>
 #include <system_error>
 #include <vector>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace NimaCtl {
 
@@ -74,6 +78,16 @@ void AddBlanked(std::uint32_t slots, Findings& findings) {
     if (slots > 0) {
         findings.Remark("overwritten-slots", "Blank in the copy: " + NimaPost::Counted(slots, "slot") +
                                                  ", overwritten while the oldest were copied.");
+    }
+}
+
+void TellOfFile(Context& context, const std::string& path, const std::string& text) {
+    struct stat file {};
+    struct stat output {};
+    const bool same = stat(path.c_str(), &file) == 0 && fstat(STDOUT_FILENO, &output) == 0 &&
+                      NimaPost::IdentityOf(file) == NimaPost::IdentityOf(output);
+    if (!context.json && !same) {
+        context.out.Line(NimaPost::Printable(path) + ": " + text);
     }
 }
 

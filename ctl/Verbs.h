@@ -31,6 +31,7 @@ struct Context {
     std::string namesFile;
     Names names;
     Output out{stdout};
+    bool printsOnly = false; ///< what is printed is all that the call does
     Findings findings;
     std::size_t damageTold = 0;
     std::size_t remarksTold = 0;
@@ -60,6 +61,9 @@ bool IsNoSegment(const std::string& path, std::string& problem);
 
 /// Adds a remark about slots that were overwritten while they were copied, if there are any.
 void AddBlanked(std::uint32_t slots, Findings& findings);
+
+/// Prints a line about a file that has been written, but not into that file: it may be standard output.
+void TellOfFile(Context& context, const std::string& path, const std::string& text);
 
 /// Prints what has been found so far, for example before something that takes long: damage and remarks on
 /// standard error, as lines "damaged: ..." and "note: ...". With JSON they come in its object.

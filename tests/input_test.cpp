@@ -621,6 +621,16 @@ TEST_F(Input, UsesADamagedOrContradictedManifestAsFarAsItHolds) {
     EXPECT_NE(ReadFile("out.json").find(collected), std::string::npos);
     EXPECT_EQ(codes(good, log + "more"), "1 manifest-contradicted");
     nlohmann::ordered_json other = Manifest();
+    // An archive is a device of its own, and the size of a compressed file is not that of what it holds.
+    other["files"].push_back({{"name", "earlier.tar.gz"}, {"bytes", 5}});
+    other["files"].push_back({{"name", "rotated.gz"}, {"bytes", 5}});
+    WriteFile("unit/rotated", "what a device has compressed");
+    ASSERT_EQ(std::system("gzip unit/rotated"), 0);
+    EXPECT_EQ(codes(other.dump(), log), "0");
+    other["files"].push_back({{"name", "gone.txt"}, {"bytes", 5}});
+    EXPECT_EQ(codes(other.dump(), log), "1 manifest-contradicted");
+    std::filesystem::remove("unit/rotated.gz");
+    other = Manifest();
     other["manifest"] = 2;
     EXPECT_EQ(codes(other.dump(), log), "1 unknown-version");
     EXPECT_EQ(ReadFile("out.json").find(collected), std::string::npos);

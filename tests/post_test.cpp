@@ -550,8 +550,9 @@ TEST_F(PostMortem, SaysThatADumpThatWasKilledHasSwitchedTracingOff) {
     EXPECT_TRUE(segment.Finds("filter-cleared"));
     EXPECT_EQ(segment.Parsed()["header"]["tracing"], "suspended");
     EXPECT_TRUE(shows(Post({"systrace", "SysTrace Buffer"}),
-                      "1 (nothing is traced, a dump that runs or was killed has cleared the filter)"));
-    EXPECT_TRUE(shows(Post({"watch", "--count", "1"}), "SysTrace  nothing is traced, a dump that runs"));
+                      "1 (nothing is traced, the filter lets nothing through and one is set aside)"));
+    EXPECT_TRUE(shows(segment, "which speaks for the dump"));
+    EXPECT_TRUE(shows(Post({"watch", "--count", "1"}), "nothing through and one is set aside"));
 
     // The next dump saves the cleared filter: what there was is lost.
     InGoodChild([] {
@@ -562,9 +563,11 @@ TEST_F(PostMortem, SaysThatADumpThatWasKilledHasSwitchedTracingOff) {
         const Result off = Post({"systrace", file, "--json"});
         EXPECT_TRUE(off.Finds("filter-cleared"));
         EXPECT_EQ(off.Parsed()["header"]["tracing"], "off");
-        EXPECT_TRUE(shows(Post({"systrace", file}), "1 (nothing is traced, the filter is cleared)"));
+        EXPECT_TRUE(
+            shows(Post({"systrace", file}), "1 (nothing is traced, the filter lets nothing through)"));
     }
-    EXPECT_TRUE(shows(Post({"watch", "--count", "1"}), "SysTrace  nothing is traced, the filter is cleared"));
+    EXPECT_TRUE(shows(Post({"watch", "--count", "1"}),
+                      "SysTrace  nothing is traced, the filter lets nothing through,"));
     InGoodChild([] {
         SysTraceConfigure();
         SysTraceSetAllLevel(0, true);

@@ -1,6 +1,7 @@
 #include "tools/Program.h"
 
 #include "tools/base/Progress.h"
+#include "tools/base/StandardStreams.h"
 #include "tools/base/Text.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/Nearest.h"
@@ -117,6 +118,7 @@ std::vector<std::string> WordsOf(const CLI::App& app, int argc, const char* cons
 } // namespace
 
 int RunProgram(int argc, const char* const* argv) {
+    TakeClosedStreams();
     AllowManyFiles();
     CLI::App app;
     Context context;

@@ -1,6 +1,7 @@
 #include "tools/base/InputFile.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -43,7 +44,8 @@ std::optional<InputFile> InputFile::Open(const std::string& path, std::string& p
 }
 
 InputFile InputFile::Of(std::string path, UnpackedBytes bytes) {
-    static ino_t made = 0;
+    // Several threads may unpack.
+    static std::atomic<ino_t> made{0};
     InputFile file(std::move(path), std::move(bytes));
     file.isPart_ = true;
     file.size_ = file.bytes_.file != nullptr ? file.bytes_.size : file.bytes_.memory.size();

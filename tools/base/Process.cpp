@@ -1,13 +1,14 @@
 #include "tools/base/Process.h"
 
 #include <fstream>
-#include <iterator>
+#include <string>
 
 namespace NimaPost {
 
 ProcessState StateOfProcess(std::uint32_t id) {
     std::ifstream file("/proc/" + std::to_string(id) + "/stat");
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
+    std::string text;
+    std::getline(file, text, '\0'); // a process that ends meanwhile is a read error, and no exception
     // "4711 (name) S ...", where the name may contain any character.
     const std::size_t open = text.find('(');
     const std::size_t close = text.rfind(')');

@@ -7,7 +7,6 @@
 #include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/compare/Profile.h"
-#include "tools/story/Sources.h"
 #include "tools/story/Statistics.h"
 #include "tools/story/Story.h"
 

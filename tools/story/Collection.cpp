@@ -5,7 +5,9 @@
 #include "tools/base/WallClock.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace NimaPost {
@@ -20,6 +22,14 @@ FolderFile* FindFile(std::vector<FolderFile>& files, const std::string& name) {
         }
     }
     return nullptr;
+}
+
+/// An archive is a device of its own, and none of the files beside it.
+bool IsNamedAsArchive(const std::string& name) {
+    constexpr std::array<std::string_view, 9> kEndings{".tar",     ".tar.gz",   ".tgz", ".tar.bz2", ".tar.xz",
+                                                       ".tar.zst", ".tar.lzma", ".zip", ".txz"};
+    return std::any_of(kEndings.begin(), kEndings.end(),
+                       [&](std::string_view ending) { return name.ends_with(ending); });
 }
 
 std::string InWords(const Manifest& manifest, const CollectedMoment& moment) {
@@ -42,12 +52,16 @@ void ApplyManifest(const Manifest& manifest, std::vector<FolderFile>& files, Axi
     std::string otherSize;
     for (const Manifest::File& told : manifest.files) {
         FolderFile* const file = FindFile(files, told.name);
+        if (file == nullptr && IsNamedAsArchive(told.name)) {
+            continue;
+        }
         if (file == nullptr) {
             missing += (missing.empty() ? "" : ", ") + told.name;
             continue;
         }
         file->modified = told.modified ? told.modified : file->modified;
-        if (told.bytes && !file->unusable && *told.bytes != file->bytes) {
+        const bool unpacked = file->plainName != file->name;
+        if (told.bytes && !file->unusable && !unpacked && *told.bytes != file->bytes) {
             otherSize += (otherSize.empty() ? "" : ", ") + told.name;
         }
     }

@@ -2,6 +2,7 @@
 #include "tools/base/Text.h"
 #include "tools/systrace/Assembler.h"
 #include "tools/systrace/SysTrace.h"
+#include "tools/words/SetAside.h"
 
 #include <algorithm>
 #include <array>
@@ -136,23 +137,24 @@ void ReportProcesses(const SysTraceFile& trace, Findings& findings) {
                         ". Whether the device restarted there, and how long that took, nothing here shows.");
 }
 
-void ReportFilter(const SysTraceFile& trace, Findings& findings) {
+void ReportFilter(const SysTraceFile& trace, const ClaimedEntries& claimed, Findings& findings) {
     const Tracing tracing = TracingOf(trace.header, trace.isDump);
     if (tracing == Tracing::kOn) {
         return;
     }
-    const std::string off = "tracing is off for good, until a process switches levels on again";
-    findings.Remark(
-        "filter-cleared",
-        tracing == Tracing::kOff
-            ? "The filter is cleared, by a dump that was killed or by a process: " + off + "."
-            : "A dump has cleared the filter and not brought it back. Either it was running at that "
-              "moment, or it was killed: then " +
-                  off + ".");
+    const std::string closed = "The filter lets nothing through, and ";
+    findings.Remark("filter-cleared",
+                    tracing == Tracing::kOff
+                        ? closed +
+                              "none is set aside: nothing is traced until levels are opened. They were "
+                              "closed, or dumps that overlapped or were killed have lost the filter."
+                        : closed +
+                              "one is set aside: nothing is traced until it is back or levels are opened. " +
+                              kSetAside + SetAsideHint(EntriesSinceDumpBegan(claimed.entries), true));
 }
 
-void Report(const SysTraceFile& trace, Findings& findings) {
-    ReportFilter(trace, findings);
+void Report(const SysTraceFile& trace, const ClaimedEntries& claimed, Findings& findings) {
+    ReportFilter(trace, claimed, findings);
     ReportProcesses(trace, findings);
     if (trace.neverStored > trace.unfinishedEntries) {
         findings.Damage(
@@ -241,7 +243,7 @@ std::optional<SysTraceFile> ReadSysTrace(const InputFile& file, const Names& nam
     ReadEntries(file, offset + sizeof(header), count, claimed, findings);
     trace.entriesRead = claimed.entries.size();
     AssembleSysTrace(trace, claimed, names);
-    Report(trace, findings);
+    Report(trace, claimed, findings);
     return trace;
 }
 

@@ -104,9 +104,9 @@ std::string_view TracingName(Tracing tracing) {
 std::string CaptureInWords(const SysTraceHeader& header, bool inDump) {
     switch (TracingOf(header, inDump)) {
         case Tracing::kOff:
-            return "nothing is traced, the filter is cleared";
+            return "nothing is traced, the filter lets nothing through";
         case Tracing::kSuspended:
-            return "nothing is traced, a dump that runs or was killed has cleared the filter";
+            return "nothing is traced, the filter lets nothing through and one is set aside";
         default:
             return std::string(CaptureStateName(header.state));
     }

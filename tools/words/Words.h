@@ -30,7 +30,7 @@ std::string_view CaptureStateName(std::uint32_t state);
 /// Whether a block's filter lets anything through.
 enum class Tracing : unsigned char {
     kOn,
-    kSuspended, ///< a dump holds the filter: one that runs, or that was killed
+    kSuspended, ///< nothing gets through, and a filter is set aside
     kOff
 };
 /// `inDump`: the block is from a dump, which itself has set the filter aside.
