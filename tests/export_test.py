@@ -69,11 +69,12 @@ def on_duckdb(events):
     """The ranking; empty where there is no DuckDB."""
     if not (shutil.which("npm") and shutil.which("node")):
         return None
-    if not pathlib.Path(MODULES).is_dir():
+    if not pathlib.Path(MODULES, "node_modules/@duckdb/node-api").is_dir():
         try:
+            shutil.rmtree(MODULES, ignore_errors=True)
             # Under its name only when it is whole.
             subprocess.run(["npm", "install", "--prefix", "duckdb", "--no-audit", "--no-fund", "--fetch-retries=0",
-                            "@duckdb/node-api"], capture_output=True, timeout=120, check=True)
+                            "@duckdb/node-api"], capture_output=True, timeout=60, check=True)
             shutil.move("duckdb", MODULES)
         except (subprocess.SubprocessError, OSError):
             return None
