@@ -74,7 +74,7 @@ def on_duckdb(events):
             shutil.rmtree(MODULES, ignore_errors=True)
             # Under its name only when it is whole.
             subprocess.run(["npm", "install", "--prefix", "duckdb", "--no-audit", "--no-fund", "--fetch-retries=0",
-                            "@duckdb/node-api"], capture_output=True, timeout=60, check=True)
+                            "@duckdb/node-api@1.5.6-r.1"], capture_output=True, timeout=60, check=True)
             shutil.move("duckdb", MODULES)
         except (subprocess.SubprocessError, OSError):
             return None
