@@ -71,8 +71,11 @@ def on_duckdb(events):
         return None
     if not pathlib.Path(MODULES, "node_modules/@duckdb/node-api").is_dir():
         try:
-            subprocess.run(["npm", "install", "--prefix", MODULES, "--no-audit", "--no-fund", "@duckdb/node-api"],
-                           capture_output=True, timeout=120, check=True)
+            shutil.rmtree(MODULES, ignore_errors=True)
+            # Under its name only when it is whole.
+            subprocess.run(["npm", "install", "--prefix", "duckdb", "--no-audit", "--no-fund", "--fetch-retries=0",
+                            "@duckdb/node-api@1.5.6-r.1"], capture_output=True, timeout=60, check=True)
+            shutil.move("duckdb", MODULES)
         except (subprocess.SubprocessError, OSError):
             return None
     count = "SELECT count(*), count(time), count(DISTINCT device), sum(thread), sum(len(text)), sum({}) FROM {}"
@@ -118,14 +121,14 @@ def is_the_same_after_any_end():
     assert all(name.endswith(".jsonl.zst") or name == "_nima-export" for name in whole)
     # In the middle of what is read, and killed on the way again and again.
     for attempt in range(6):
-        with subprocess.Popen([POST, "export", "fleet", "--to", "fleet/out"], stdout=subprocess.DEVNULL) as child:
+        with subprocess.Popen([POST, "export", "fleet", "--to", "fleet/out/"], stdout=subprocess.DEVNULL) as child:
             # Folders come and go meanwhile, which os.walk passes over.
             while child.poll() is None and sum(len(names) for _, _, names in os.walk("fleet/out")) <= 40 * attempt:
                 time.sleep(0.001)
             child.kill()
         for name, content in files("fleet/out").items():
             assert name.startswith("_") or whole[name] == content, name
-    run(POST, "export", "fleet", "--to", "fleet/out")
+    run(POST, "export", "fleet", "--to", "fleet/out/")
     assert files("fleet/out") == whole
 
 

@@ -58,7 +58,7 @@ class Exporting {
 
     /// False, with the reason, if something cannot be written.
     bool Run(std::string& problem) {
-        const OwnFile own(task_.folder);
+        const OwnFile own(AbsolutePath(task_.folder));
         std::vector<EvidencePart> parts;
         for (const std::string& path : task_.paths) {
             std::vector<EvidencePart> more = PartsOf(path, own);

@@ -19,7 +19,7 @@ la_ssize_t WritePacked(archive* /*packer*/, void* file, const void* bytes, std::
 /// What the stream of text calls.
 ssize_t Pack(void* packer, const char* text, std::size_t size) {
     const la_ssize_t taken = archive_write_data(static_cast<archive*>(packer), text, size);
-    return taken < 0 ? -1 : static_cast<ssize_t>(taken);
+    return taken < 0 ? 0 : static_cast<ssize_t>(taken);
 }
 
 } // namespace
