@@ -54,6 +54,9 @@ use_packages() {
     run_in "$root" "$architecture" /usr/bin/nima-post log "$(seen_from "$root" "$architecture")/device.log" |
         grep -F 'jam at 3' || return 1
     run_in "$root" "$architecture" /usr/bin/nima-ctl --version || return 1
+    if [[ "$architecture" == amd64 ]]; then
+        run_in "$root" "$architecture" /usr/bin/babeltrace2 /device.log | grep -F 'jam at 3' || return 1
+    fi
     test -s "$root/usr/share/man/man1/nima-post.1.gz" || return 1
 }
 
@@ -69,7 +72,9 @@ try_packages() {
     make_root "$root/system" "$2" "$(needs_of "$1"/*.deb)" || result=1
     if ((result == 0)); then
         cp "$1"/*.deb "$root/system/"
-        try_in "$root/system" "$2" libnima-diagnostics1 libnima-diagnostics-dev nima-post || result=1
+        local -a names=(libnima-diagnostics1 libnima-diagnostics-dev nima-post)
+        [[ "$2" != amd64 ]] || names+=(babeltrace2-plugin-nima)
+        try_in "$root/system" "$2" "${names[@]}" || result=1
     fi
     rm -rf "$root"
     return "$result"

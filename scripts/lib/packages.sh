@@ -5,7 +5,7 @@
 # What the library, nima-post, nima-ctl, the examples and the tests are built with, for every command that builds them.
 # shellcheck disable=SC2034
 build_packages=(g++ cmake ninja-build pkg-config libunwind-dev libiberty-dev libarchive-dev libcli11-dev libdw-dev
-    libelf-dev libpcre2-dev libsqlite3-dev nlohmann-json3-dev zlib1g-dev esbuild googletest libgtest-dev
+    libelf-dev libpcre2-dev libsqlite3-dev libbabeltrace2-dev nlohmann-json3-dev zlib1g-dev esbuild googletest libgtest-dev
     libbenchmark-dev python3 zstd ccache)
 # shellcheck disable=SC2034
 armhf_packages=(g++-arm-linux-gnueabihf qemu-user)
