@@ -28,7 +28,8 @@ struct TimelineEvent {
     /// From 1, as the axis numbers them; empty if nothing shows it.
     std::optional<std::size_t> boot;
     std::optional<std::size_t> process;
-    /// How often its log shows that the wall clock was set before, while the process ran; empty if no log tells.
+    /// How often its log shows that the wall clock was set before, while the process ran; empty if no log
+    /// tells.
     std::optional<std::size_t> clock;
     std::string_view level; ///< "WARN", "level 1"; empty if there is none
     std::string_view name;  ///< tracer, component, ring or an event's source

@@ -21,7 +21,7 @@ struct TracedEvent {
     std::int64_t time = 0;
     std::int64_t earlier = 0; ///< by how much the truth may be before that, and after it; -1 is unbounded
     std::int64_t later = 0;
-    std::size_t kind = 0;   ///< in `kTracedKinds`
+    std::size_t kind = 0;   ///< as `TracedKind` names it
     std::size_t thread = 0; ///< in the device's threads
     std::size_t file = 0;   ///< in the device's files
     const char* level = "";

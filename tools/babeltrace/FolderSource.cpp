@@ -1,7 +1,6 @@
 #include "tools/babeltrace/FolderSource.h"
 
 #include "tools/base/CounterClock.h"
-#include "tools/base/FindingsJson.h"
 #include "tools/base/Text.h"
 #include "tools/input/EvidenceParts.h"
 #include "tools/input/EvidenceReader.h"
@@ -98,7 +97,7 @@ bool FolderSource::ReadInput(const FolderParameters& parameters, const std::stri
             continue;
         }
         AddDevice(parameters, where, TitleOf(input, device), story, names);
-        findings.Append(where, Findings{story.AllDamage().damage, {}});
+        findings.Append(where, story.AllDamage());
     }
     Warn(findings);
     if (devices_.size() == before) {
