@@ -11,7 +11,7 @@ needs_of() {
     local package
     for package in "$@"; do
         dpkg-deb -f "$package" Depends
-    done | tr ',' '\n' | awk '!/nima-/ { print $1 }' | sort -u | paste -sd,
+    done | tr ',' '\n' | awk '!/nima/ { print $1 }' | sort -u | paste -sd,
 }
 
 # make_root FOLDER ARCHITECTURE NEEDS
