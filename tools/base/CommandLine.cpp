@@ -101,8 +101,7 @@ Argument& Argument::Size() {
     option_->transform(CLI::Validator(
         [](std::string& text) {
             const auto size = ParseSize(text);
-            const std::string problem =
-                size ? std::string() : Quoted(text) + " is no size, such as 512M or 8GiB";
+            std::string problem = size ? std::string() : Quoted(text) + " is no size, such as 512M or 8GiB";
             text = std::to_string(size.value_or(0));
             return problem;
         },

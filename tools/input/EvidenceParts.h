@@ -18,8 +18,8 @@ struct EvidencePart {
     std::string problem;            ///< why it cannot be read; empty if nothing is known against it
 };
 
-/// A file or folder that is not evidence wherever it turns up: the program writes it. A file's side files have
-/// its name and something after it.
+/// A file or folder that is not evidence wherever it turns up: the program writes it. A file's side files
+/// have its name and something after it.
 struct OwnFile {
     explicit OwnFile(const std::string& path);
 

@@ -236,7 +236,7 @@ std::optional<std::size_t> PlaceByDump(const std::vector<RingRecord>& records, c
         dumped.insert(BytesOf(record));
     }
     const auto isDumped = [&](std::size_t i) {
-        return dumped.count(BytesOf(records[i % records.size()])) > 0;
+        return dumped.contains(BytesOf(records[i % records.size()]));
     };
     std::vector<std::size_t> ends;
     std::optional<std::size_t> newest;
