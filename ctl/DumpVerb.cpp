@@ -7,6 +7,7 @@
 #include "tools/base/OutputFile.h"
 #include "tools/base/Text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -45,9 +46,8 @@ class BackupRoll {
     BackupRoll(const BackupRoll&) = delete;
     BackupRoll& operator=(const BackupRoll&) = delete;
     ~BackupRoll() {
-        for (auto move = moves_.rbegin(); move != moves_.rend(); ++move) {
-            std::rename(move->second.c_str(), move->first.c_str());
-        }
+        std::for_each(moves_.rbegin(), moves_.rend(),
+                      [](const auto& move) { std::rename(move.second.c_str(), move.first.c_str()); });
     }
 
     bool Roll(const std::string& file, unsigned backups, std::string& problem) {
