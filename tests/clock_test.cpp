@@ -457,7 +457,7 @@ TEST_F(LogTimes, OfARewoundLogThatGoesOnInsideACounterAreInTheirOrder) {
         time += 20 * kMillisecond;
         std::string log = round(100);
         const std::size_t newer = static_cast<std::size_t>(std::count(log.begin(), log.end(), '\n')) + 1;
-        std::size_t cut = old.find("\n", log.size() + 60) + 1 + digitsLost;
+        const std::size_t cut = old.find('\n', log.size() + 60) + 1 + digitsLost;
         const std::string last = Line(time, "<WARN> <A> new");
         log += last.substr(0, last.size() - 2) + std::string(cut - log.size() - last.size(), '.') + "\r\n";
         log += old.substr(cut);

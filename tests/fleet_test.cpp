@@ -53,7 +53,7 @@ std::vector<std::string> Dump(const std::string& path) {
         std::string columns = "'" + table + "'";
         Statement info(database, "SELECT name FROM pragma_table_info(?)");
         for (info.Start(table); info.Next();) {
-            columns += " || ' ' || quote(" + *info.Text(0) + ")";
+            columns.append(" || ' ' || quote(").append(*info.Text(0)).append(")");
         }
         Statement all(database, ("SELECT " + columns + " FROM " + table).c_str());
         for (all.Start(); all.Next();) {
@@ -121,7 +121,7 @@ std::string StackTrace(const std::string& frames) {
 void WriteDevice(const std::string& folder, const std::map<std::string, std::string>& files) {
     fs::create_directories(folder);
     for (const auto& [name, content] : files) {
-        WriteFile(folder + "/" + name, content);
+        WriteFile(fs::path(folder) / name, content);
     }
 }
 
