@@ -55,7 +55,9 @@ std::vector<std::string> Dump(const std::string& path) {
         for (info.Start(table); info.Next();) {
             columns.append(" || ' ' || quote(").append(*info.Text(0)).append(")");
         }
-        Statement all(database, ("SELECT " + columns + " FROM " + table).c_str());
+        std::string query("SELECT ");
+        query.append(columns).append(" FROM ").append(table);
+        Statement all(database, query.c_str());
         for (all.Start(); all.Next();) {
             rows.push_back(*all.Text(0));
         }

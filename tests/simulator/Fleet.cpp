@@ -105,8 +105,8 @@ std::string WithNumber(std::string_view text, std::int64_t number) {
 std::string FrameLine(Random& random, std::string_view function, std::uint64_t base) {
     constexpr std::size_t kMost = 98;
     std::array<char, 200> line{};
-    std::snprintf(line.data(), line.size(), "0x%llx: (%.*s+0x%x)",
-                  static_cast<unsigned long long>(base + random.Below(1 << 20)),
+    const std::uint64_t address = base + random.Below(1 << 20);
+    std::snprintf(line.data(), line.size(), "0x%llx: (%.*s+0x%x)", static_cast<unsigned long long>(address),
                   static_cast<int>(function.size()), function.data(), random.Small(1, 4000));
     return std::string(line.data()).substr(0, kMost) + "\n";
 }
