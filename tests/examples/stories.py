@@ -68,9 +68,8 @@ def make_devices(work, field_cases, names):
     shutil.copy(names, work / "device.names")
 
 
-def main():
-    page, names, field_cases, nima_post, work = map(pathlib.Path, sys.argv[1:])
-    make_devices(work, field_cases, names)
+def differences(page, nima_post, work):
+    """How many commands there are, and how many of them do not print what the page shows."""
     environment = dict(os.environ, PATH=f"{nima_post.parent}:{os.environ['PATH']}")
     tried = wrong = 0
     for command, shown in commands(page):
@@ -82,6 +81,17 @@ def main():
             wrong += 1
             print(f"$ {command}\nends with {run.returncode}; not as the page has it: {difference}\n{run.stdout}{run.stderr}")
     print(f"{tried} commands, {wrong} of them not as the page says")
+    return tried, wrong
+
+
+def main():
+    page, names, field_cases, nima_post, work = map(pathlib.Path, sys.argv[1:])
+    # Where a busy machine holds a device up between its date and its counter, less can be told about it.
+    for _ in range(3):
+        make_devices(work, field_cases, names)
+        tried, wrong = differences(page, nima_post, work)
+        if wrong == 0:
+            break
     return 1 if wrong or tried < 5 else 0
 
 

@@ -215,7 +215,7 @@ std::string Counted(std::uint64_t count, std::string_view noun) {
         return text += "ies";
     }
     text += noun;
-    return count == 1 ? text : text += noun.ends_with('s') ? "es" : "s";
+    return count == 1 ? text : text += noun.ends_with('s') || noun.ends_with("sh") ? "es" : "s";
 }
 
 bool TakeDecimal(std::string_view& text, std::int64_t& value) {

@@ -67,8 +67,8 @@ bool FindCrash(const Story& story, std::size_t number, std::int64_t before, Side
                std::string& problem) {
     if (number == 0 || number > story.Crashes().size()) {
         const std::size_t count = story.Crashes().size();
-        problem = side.folder + ": no crash " + std::to_string(number) + "; it tells of " +
-                  std::to_string(count) + (count == 1 ? " crash" : " crashes");
+        problem =
+            side.folder + ": no crash " + std::to_string(number) + "; it tells of " + Counted(count, "crash");
         return false;
     }
     const Crash& crash = story.Crashes()[number - 1];

@@ -27,8 +27,8 @@ int PrintResult(Context& context, const std::string& folder, const ExportResult&
                               {"findings", FindingsJson(result.findings)}});
     } else {
         context.out.Line(Printable(folder) + ": " + Counted(result.events, "event") + " and " +
-                         std::to_string(result.crashes) + " crash" + (result.crashes == 1 ? "" : "es") +
-                         " of " + Counted(result.cases, "case") + " in " + Counted(result.files, "file"));
+                         Counted(result.crashes, "crash") + " of " + Counted(result.cases, "case") + " in " +
+                         Counted(result.files, "file"));
         PrintFindings(context, result.findings);
     }
     return result.damagedCases > 0 ? kExitDamaged : ExitCodeOf(result.findings);

@@ -103,8 +103,7 @@ void PrintText(Context& context, const Options& options, const Fleet& fleet) {
         return Counted(static_cast<std::uint64_t>(count), noun);
     };
     context.out.Line(Printable(options.database) + ": " + counted(fleet.totals.devices, "device") + ", " +
-                     counted(fleet.totals.cases, "case") + ", " + std::to_string(fleet.totals.crashes) +
-                     (fleet.totals.crashes == 1 ? " crash" : " crashes"));
+                     counted(fleet.totals.cases, "case") + ", " + counted(fleet.totals.crashes, "crash"));
     if (!fleet.ranked.empty()) {
         context.out.Line("  devices  crashes  first       last        signature");
     }

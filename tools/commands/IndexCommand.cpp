@@ -35,8 +35,7 @@ int PrintResult(Context& context, const std::string& database, const IndexResult
     } else {
         std::string line = Printable(database) + ": " + Counted(result.cases, "case") + ", " +
                            std::to_string(result.newCases) + " of them new, with " +
-                           std::to_string(result.newCrashes) + " new crash" +
-                           (result.newCrashes == 1 ? "" : "es");
+                           Counted(result.newCrashes, "new crash");
         if (result.damagedCases > 0) {
             line +=
                 "; something is damaged in " + Counted(result.damagedCases, "case") + " (the table findings)";

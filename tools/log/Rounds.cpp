@@ -231,8 +231,9 @@ void RoundDetector::ForEachPlace(const Visitor& visitor) const {
 
 RoundDetector::Rank RoundDetector::RankOf(const Step& step) const {
     if (step.digitsCount > 0) {
+        const std::int64_t byChance = widths_.Common() * static_cast<std::int64_t>(withoutDigits_.size());
         const bool fits =
-            step.stepWithDigits <= widths_.Common() && step.digitsCount >= kDigitsStandOut * widths_.Common();
+            step.stepWithDigits <= widths_.Common() && byChance <= step.digitsCount / kDigitsStandOut;
         return fits ? Rank::kWide : Rank::kNone;
     }
     const bool few = torn_.size() < kMostTorn;
@@ -307,7 +308,7 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
 /// what its counter lacks is a part of the step.
 void RoundDetector::ConsiderDigits(const Step& step, std::int64_t counter) {
     std::int64_t digitsCount = 1;
-    while (digitsCount <= counter) {
+    while (digitsCount <= counter && digitsCount <= step.width) {
         digitsCount *= 10;
     }
     if (step.width >= digitsCount && headerless_ == 0 && withoutDigits_.size() < kMostWithoutDigits) {
