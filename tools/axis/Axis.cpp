@@ -36,23 +36,28 @@ std::optional<Tie> TieOn(const LogClock& clock, std::int64_t counter, const RawD
 
 } // namespace
 
-Tie Axis::TieOf(std::int64_t counter, const RawDate& date, std::optional<std::uint32_t> thread) const {
-    const Tie byDate{counter, date.Earliest(), TieKind::kHead, date.Spread()};
-    const auto owner = thread ? processes_.WithAnyOf({*thread}) : std::nullopt;
+Tie Axis::TieOf(const Head& head) const {
+    const RawDate& date = head.date;
+    const auto owner = head.thread ? processes_.WithAnyOf({*head.thread}, head.bootCycle) : std::nullopt;
+    Tie byDate{head.counter, date.Earliest(), TieKind::kHead, date.Spread()};
     std::optional<Tie> found;
     for (const LogClock& clock : logClocks_) {
         if ((owner && clock.process != *owner) ||
-            !MayHaveRun(clock, date.second * kSecond, (date.second + 1) * kSecond)) {
+            processes_.IsOfAnotherCycle(clock.process, head.bootCycle)) {
             continue;
         }
-        const auto tie = TieOn(clock, counter, date, owner ? kHeadTakes : kFitsClosely);
+        byDate.notOf = owner;
+        if (!MayHaveRun(clock, date.second * kSecond, (date.second + 1) * kSecond)) {
+            continue;
+        }
+        const auto tie = TieOn(clock, head.counter, date, owner ? kHeadTakes : kFitsClosely);
         if (tie && found && processes_[clock.process].boot != processes_[*found->process].boot) {
             return byDate; // Of either.
         }
         found = tie ? tie : found;
     }
     if (found) {
-        found->onlyWriter = OnlyWriterAt(*found, thread);
+        found->onlyWriter = OnlyWriterAt(*found, head.thread);
     }
     return found.value_or(byDate);
 }

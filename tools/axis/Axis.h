@@ -35,6 +35,16 @@ struct Tie {
     std::optional<std::size_t> process = {};
     /// The only process of that clock that had a log open at the moment; empty where several had, or none.
     std::optional<std::size_t> onlyWriter = {};
+    /// The process that has the head's thread, where its clock cannot explain the head.
+    std::optional<std::size_t> notOf = {};
+};
+
+/// What the head of a dump or crash log tells.
+struct Head {
+    std::int64_t counter = 0;
+    RawDate date;
+    std::optional<std::uint32_t> thread; ///< that wrote it
+    std::optional<std::uint64_t> bootCycle;
 };
 
 /// When a process of the logs ran, by a date and the counter that belongs to it.
@@ -77,9 +87,9 @@ class Axis {
     void SetCollection(Collection collection);
     const std::optional<Collection>& Collected() const { return collection_; }
 
-    /// The moment of a counter with a date, read by this thread: on the clock of the process that it belongs
-    /// to, otherwise the date's earliest.
-    Tie TieOf(std::int64_t counter, const RawDate& date, std::optional<std::uint32_t> thread) const;
+    /// The moment of a head: on the clock of the process that its thread belongs to, otherwise the date's
+    /// earliest.
+    Tie TieOf(const Head& head) const;
 
     void Add(CallbackMark mark) { callbacks_.push_back(mark); }
     /// The only call for this event; empty if there is none or more than one.

@@ -29,8 +29,13 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     if (facts.threads.empty()) {
         return;
     }
-    all_ = processes.WithAnyOf(facts.threads);
+    all_ = processes.WithAnyOf(facts.threads, facts.bootCycle);
+    if (all_ && all_ == facts.notOf) {
+        all_.reset();
+        return;
+    }
     if (all_) {
+        processes.TakeBootCycle(*all_, facts.bootCycle);
         for (const std::uint32_t thread : facts.threads) {
             if (!MayHave(processes[*all_], thread)) {
                 each_[thread] = std::nullopt; // Of another process that shares the block.
@@ -39,15 +44,15 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
         return;
     }
     for (const std::uint32_t thread : facts.threads) {
-        const auto& known = processes.All();
-        if (std::any_of(known.begin(), known.end(),
-                        [&](const ProcessFacts& each) { return each.threads.contains(thread); })) {
-            each_[thread] = processes.WithAnyOf({thread});
+        if (!processes.AllWithAnyOf({thread}, facts.bootCycle).empty()) {
+            each_[thread] = processes.WithAnyOf({thread}, facts.bootCycle);
         }
     }
     if (each_.empty()) {
         ProcessFacts added = facts;
-        added.proof = "no text log has any of its threads";
+        added.proof = processes.AllWithAnyOf(facts.threads).empty()
+                          ? "no text log has any of its threads"
+                          : "its crash log is of another boot cycle than those with its threads";
         all_ = processes.Add(std::move(added));
     }
 }

@@ -10,18 +10,32 @@ std::size_t Processes::Add(ProcessFacts facts) {
     return all_.size();
 }
 
-std::optional<std::size_t> Processes::WithAnyOf(const std::set<std::uint32_t>& threads) const {
-    std::optional<std::size_t> found;
-    for (std::size_t i = 0; i < all_.size(); ++i) {
-        const auto has = [&](std::uint32_t thread) { return all_[i].threads.contains(thread); };
-        if (std::any_of(threads.begin(), threads.end(), has)) {
-            if (found) {
-                return std::nullopt;
-            }
-            found = i + 1;
+std::vector<std::size_t> Processes::AllWithAnyOf(const std::set<std::uint32_t>& threads,
+                                                 std::optional<std::uint64_t> bootCycle) const {
+    std::vector<std::size_t> found;
+    for (std::size_t number = 1; number <= all_.size(); ++number) {
+        const auto has = [&](std::uint32_t thread) { return all_[number - 1].threads.contains(thread); };
+        if (!IsOfAnotherCycle(number, bootCycle) && std::any_of(threads.begin(), threads.end(), has)) {
+            found.push_back(number);
         }
     }
     return found;
+}
+
+std::optional<std::size_t> Processes::WithAnyOf(const std::set<std::uint32_t>& threads,
+                                                std::optional<std::uint64_t> bootCycle) const {
+    const std::vector<std::size_t> found = AllWithAnyOf(threads, bootCycle);
+    return found.size() == 1 ? std::optional(found.front()) : std::nullopt;
+}
+
+bool Processes::IsOfAnotherCycle(std::size_t number, std::optional<std::uint64_t> bootCycle) const {
+    const std::optional<std::uint64_t>& known = all_[number - 1].bootCycle;
+    return known && bootCycle && *known != *bootCycle;
+}
+
+void Processes::TakeBootCycle(std::size_t number, std::optional<std::uint64_t> bootCycle) {
+    std::optional<std::uint64_t>& known = all_[number - 1].bootCycle;
+    known = known ? known : bootCycle;
 }
 
 std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot, bool probably) {

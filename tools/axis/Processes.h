@@ -20,6 +20,10 @@ struct ProcessFacts {
     /// What tells the process and its boot, as a code.
     std::string evidence = "threads";
     bool doubtful = false; ///< another reading is possible; the words name it
+    /// Which crash logs name; empty where none of it is known, or its host has set none.
+    std::optional<std::uint64_t> bootCycle = {};
+    /// Of records: the process that has their threads, and whose clock cannot explain when they were written.
+    std::optional<std::size_t> notOf = {};
 };
 
 /// The processes of which a folder has traces, numbered from 1 in the order in which they are
@@ -31,8 +35,15 @@ class Processes {
     const std::vector<ProcessFacts>& All() const { return all_; }
     const ProcessFacts& operator[](std::size_t number) const { return all_[number - 1]; }
 
-    /// The one process that has any of these threads; empty if none has, or several have.
-    std::optional<std::size_t> WithAnyOf(const std::set<std::uint32_t>& threads) const;
+    /// The processes that have any of these threads, but for those of another boot cycle than this one.
+    std::vector<std::size_t> AllWithAnyOf(const std::set<std::uint32_t>& threads,
+                                          std::optional<std::uint64_t> bootCycle = {}) const;
+    /// The only one; empty if there is none, or there are several.
+    std::optional<std::size_t> WithAnyOf(const std::set<std::uint32_t>& threads,
+                                         std::optional<std::uint64_t> bootCycle = {}) const;
+    /// Whether both are known and differ.
+    bool IsOfAnotherCycle(std::size_t number, std::optional<std::uint64_t> bootCycle) const;
+    void TakeBootCycle(std::size_t number, std::optional<std::uint64_t> bootCycle);
 
   private:
     std::vector<ProcessFacts> all_;

@@ -27,6 +27,7 @@ std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile&
         return std::nullopt;
     }
     log->rings.date = log->date;
+    log->rings.bootCycle = log->BootCycle();
     Set().Get<RingSource>().Take(file, PlacedRings(log->rings));
     PlacedCrash crash;
     crash.file = file.plainName;
@@ -39,9 +40,14 @@ void CrashSource::Date(Axis& axis) {
     StateOrder(axis);
     for (auto& [file, crash] : AllHeld()) {
         if (crash.log.ticks && crash.log.date) {
-            const Tie tie = axis.TieOf(*crash.log.ticks, *crash.log.date, crash.log.rings.Writer());
+            const Head head{*crash.log.ticks, *crash.log.date, crash.log.rings.Writer(),
+                            crash.log.BootCycle()};
+            const Tie tie = axis.TieOf(head);
             crash.time = tie.time;
             crash.process = tie.onlyWriter;
+            if (tie.onlyWriter && head.thread) {
+                axis.AllProcesses().TakeBootCycle(*tie.onlyWriter, head.bootCycle);
+            }
             crash.certainty =
                 tie.process ? Certainty{0, 0, false, tie.later} : Certainty{tie.later > 0 ? 1 : 0, 0, false};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {
@@ -63,6 +69,11 @@ void CrashSource::PutInOrder() {
         ordered.back().content.after = each.after;
     }
     AllHeld() = std::move(ordered);
+    std::vector<std::size_t> files;
+    for (const Held& held : All()) {
+        files.push_back(held.file);
+    }
+    Set().Get<RingSource>().NoteOrder(std::move(files));
 }
 
 /// Where dates are outweighed, somebody will wonder.

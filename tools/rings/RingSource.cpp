@@ -10,6 +10,7 @@
 #include "tools/words/Words.h"
 
 #include <algorithm>
+#include <map>
 #include <string>
 #include <utility>
 
@@ -121,8 +122,35 @@ void RingSource::State(Axis& axis) const {
     }
 }
 
+/// The segment is the newest.
+std::vector<RingSource::Held*> RingSource::OldestFirst() {
+    std::vector<Held*> ordered;
+    std::map<std::size_t, Held*> byFile;
+    std::for_each(AllHeld().rbegin(), AllHeld().rend(), [&](Held& held) {
+        byFile[held.file] = &held;
+        ordered.push_back(&held);
+    });
+    std::stable_partition(ordered.begin(), ordered.end(),
+                          [](const Held* held) { return held->content.set.isText; });
+    auto next = order_.begin();
+    for (Held*& held : ordered) {
+        if (std::find(order_.begin(), order_.end(), held->file) != order_.end()) {
+            held = byFile.at(*next++);
+        }
+    }
+    return ordered;
+}
+
+std::optional<std::size_t> RingSource::WriterOf(std::size_t file) const {
+    const auto found =
+        std::find_if(All().begin(), All().end(), [&](const Held& held) { return held.file == file; });
+    const auto thread = found != All().end() ? found->content.set.Writer() : std::nullopt;
+    return thread ? found->content.owners.back().ProcessOf(thread) : std::nullopt;
+}
+
 void RingSource::TakeOwners(Axis& axis) {
-    for (auto& [file, placed] : AllHeld()) {
+    for (Held* const held : OldestFirst()) {
+        PlacedRings& placed = held->content;
         std::vector<ProcessFacts> facts(placed.set.processes);
         for (std::size_t r = 0; r < placed.set.rings.size(); ++r) {
             for (const RingRecord& record : placed.set.rings[r].records) {
@@ -133,6 +161,8 @@ void RingSource::TakeOwners(Axis& axis) {
                 process.last = std::max(process.last.value_or(time), time);
             }
         }
+        facts.back().bootCycle = placed.set.bootCycle;
+        facts.back().notOf = placed.notOf;
         for (const ProcessFacts& process : facts) {
             placed.owners.emplace_back(axis.AllProcesses(), process);
         }
@@ -158,7 +188,9 @@ void RingSource::PlaceNewest(Axis& axis) {
     for (auto& [file, placed] : AllHeld()) {
         std::optional<Tie> tie = axis.TieOfFile(file);
         if (placed.set.ticks && placed.set.date) {
-            tie = axis.TieOf(*placed.set.ticks, *placed.set.date, placed.set.Writer());
+            tie =
+                axis.TieOf({*placed.set.ticks, *placed.set.date, placed.set.Writer(), placed.set.bootCycle});
+            placed.notOf = tie->notOf;
             axis.SetWall();
             placed.head = tie->time;
             if (!axis.Newest()) {

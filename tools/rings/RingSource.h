@@ -23,6 +23,8 @@ struct PlacedRings {
     Certainty certainty = Certainty::Assumed();
     std::optional<std::int64_t> head; ///< of a dump or crash log, on the axis
     std::vector<Owners> owners;       ///< by the processes of the set
+    /// Not of this process, though it has the thread that wrote the head.
+    std::optional<std::size_t> notOf;
 };
 
 /// Rings in a folder: the segment, dumps of it, and those in crash logs, the best source first.
@@ -32,6 +34,11 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
 
     void Place(Axis& axis) override;
 
+    /// The files whose order is known by more than their dates, the oldest first. To be called before.
+    void NoteOrder(std::vector<std::size_t> files) { order_ = std::move(files); }
+    /// The process that wrote this file as text.
+    std::optional<std::size_t> WriterOf(std::size_t file) const;
+
   private:
     std::optional<PlacedRings> ReadContent(FolderFile& file, InputFile& input) override;
     static Certainty CertaintyOf(const PlacedRings& placed, const RingRecord& record, std::int64_t time);
@@ -40,10 +47,13 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
 
     void OrderSegments();
     void PlaceNewest(Axis& axis);
+    std::vector<Held*> OldestFirst();
     void TakeOwners(Axis& axis);
     void State(Axis& axis) const;
     void MarkKnownRecords();
     void MarkCallbacks(Axis& axis) const;
+
+    std::vector<std::size_t> order_;
 };
 
 } // namespace NimaPost

@@ -48,6 +48,7 @@ struct RingSet {
     /// From the head of a text dump: when it was written.
     std::optional<RawDate> date;
     std::optional<std::int64_t> ticks;
+    std::optional<std::uint64_t> bootCycle; ///< from that of a crash log
     std::vector<Ring> rings;
     std::size_t processes = 1; ///< that used the rings one after the other
 

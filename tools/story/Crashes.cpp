@@ -2,6 +2,7 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/crash/Notification.h"
+#include "tools/rings/RingSource.h"
 #include "tools/story/FileTimes.h"
 
 #include <algorithm>
@@ -196,9 +197,8 @@ class Finder {
     }
 
     void FindProcess(Crash& crash) const {
-        if (crash.thread) {
-            crash.process = axis_.AllProcesses().WithAnyOf({*crash.thread});
-        }
+        const RingSource* const rings = sources_.Find<RingSource>();
+        crash.process = rings != nullptr ? rings->WriterOf(crash.files.front()) : std::nullopt;
         if (!crash.process) {
             crash.process = crash.log->process;
         }
