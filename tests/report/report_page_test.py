@@ -387,8 +387,8 @@ class Page:
         return f"{day:%Y-%m-%d %H:%M:%S}.{absolute % SECOND:09}"
 
     def mark(self, sure):
-        marks = [sign for sign, _ in self.data["clock"].get("marks", [])] or [""] * 4
-        return marks[sure % 4] + (marks[3] if sure >= 4 else "")
+        marks = [sign for sign, _ in self.data["clock"].get("marks", [])] or [""] * 5
+        return marks[sure % 4] + (marks[4] if sure >= 4 else "")
 
     def times_of(self, index):
         t, sure = self.rows[index][:2]

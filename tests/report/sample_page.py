@@ -19,7 +19,8 @@ LEVELS = ["CRASH", "FATAL", "ERROR", "WARN", "PERF", "INFO", "DEBUG", "CAL", "0"
 SECOND = 1_000_000_000
 ORIGIN_MS = 1795532966046  # 2026-11-24 15:09:26.046
 ORIGIN_NS = 886_123
-MARKS = [["=", "exact"], ["~", "perhaps later by whole seconds"], ["?", "assumed"], ["<", "of an overwritten round"]]
+MARKS = [["=", "exact"], ["+", "perhaps later by less than a second"], ["~", "perhaps later by whole seconds"], ["?", "assumed"],
+         ["<", "of an overwritten round"]]
 HOSTILE = [
     "<script>window.broken = true</script>",
     "</script><img src=x onerror=\"window.broken = true\">",
@@ -58,7 +59,7 @@ def rows_of_a_run(count, seconds, randomness):
         t = int((index + randomness.random()) / count * seconds * SECOND)
         thread = randomness.choice([0, 0, 0, 1, 2, 2, 3])
         kind = randomness.choices([0, 1, 2], [5, 3, 2])[0]
-        sure = 1 if index < count // 10 else 0
+        sure = 2 if index < count // 10 else 0
         if kind == 0:
             name = list(messages)[thread]
             level = randomness.choices([w[0] for w in weights], [w[1] for w in weights])[0]
@@ -146,7 +147,7 @@ def earlier_failure(moment):
         "stacks": [{"file": "stacktrace977-1.txt", "header": [], "frames": ["0x1: (signalHandler+0x1)", "0x2: (Feed::Run()+0x8)"],
                     "resolved": [[], ["Feed::Jam(int) at /src/feed.cpp:7, inlined in", "Feed::Run() at <b>feed.cpp:20"]],
                     "statement": ["feed was at 0x0, by 1 of 1 of its frames that have a name."]}],
-        "activeRings": [], "time": moment, "sure": 2,
+        "activeRings": [], "time": moment, "sure": 3,
     }
 
 

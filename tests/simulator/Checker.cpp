@@ -1,6 +1,7 @@
 #include "tests/simulator/Checker.h"
 
 #include "tests/simulator/Claims.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/input/EvidenceReader.h"
 #include "tools/log/LogSet.h"
 #include "tools/names/Names.h"
@@ -34,7 +35,7 @@ Claim ClaimOf(const NimaPost::Certainty& certainty) {
     claim.later = certainty.later;
     claim.earlier = certainty.earlier;
     claim.originLater = certainty.originLater;
-    claim.exact = certainty.Exact();
+    claim.exact = NimaPost::SurenessOf(certainty) <= NimaPost::Sureness::kCut;
     return claim;
 }
 

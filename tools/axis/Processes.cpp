@@ -38,9 +38,16 @@ void Processes::TakeBootCycle(std::size_t number, std::optional<std::uint64_t> b
     known = known ? known : bootCycle;
 }
 
-std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot, bool probably) {
-    return "process " + std::to_string(process) + (probably ? ", probably boot " : ", boot ") +
-           (boot ? std::to_string(*boot) : "unknown");
+std::string_view DoubtOf(const ProcessFacts& facts) {
+    return !facts.boot || !facts.doubtful ? "" : facts.evidence == "clocks-fit" ? "probably" : "perhaps";
+}
+
+std::string ProcessInWords(std::size_t process, const ProcessFacts& facts) {
+    std::string words = "process " + std::to_string(process) + ", ";
+    const std::string_view doubt = DoubtOf(facts);
+    words += doubt;
+    words += doubt.empty() ? "boot " : " boot ";
+    return words + (facts.boot ? std::to_string(*facts.boot) : "unknown");
 }
 
 } // namespace NimaPost

@@ -5,6 +5,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace NimaPost {
@@ -49,7 +50,12 @@ class Processes {
     std::vector<ProcessFacts> all_;
 };
 
-/// "process 2, boot 1", or "probably boot 1"; what is not known is said.
-std::string ProcessInWords(std::size_t process, std::optional<std::size_t> boot, bool probably = false);
+/// How a boot's number is to be taken: "probably", of a process that seems to be of the boot before;
+/// "perhaps", of one that may be of another boot, or may not. Empty for one that is known, or not known at
+/// all.
+std::string_view DoubtOf(const ProcessFacts& facts);
+
+/// "process 2, boot 1", "process 2, probably boot 1"; what is not known is said.
+std::string ProcessInWords(std::size_t process, const ProcessFacts& facts);
 
 } // namespace NimaPost

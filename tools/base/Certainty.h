@@ -13,11 +13,11 @@ struct Certainty {
     std::int64_t earlier = 0;
     /// Tied to another source by an assumption; the bounds hold only within this source.
     bool assumed = false;
-    /// By how many nanoseconds all times that count from the same date may be later together, since dates are
-    /// cut.
+    /// By how many nanoseconds, less than a second, all times that count from the same date may be later
+    /// besides, since dates are cut.
     std::int64_t originLater = 0;
 
-    bool Exact() const { return later == 0 && earlier == 0 && !assumed; }
+    bool Exact() const { return later == 0 && earlier == 0 && originLater == 0 && !assumed; }
 
     static constexpr Certainty Assumed() { return {kUnbounded, kUnbounded, true}; }
 };

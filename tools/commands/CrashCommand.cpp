@@ -1,6 +1,7 @@
 #include "tools/base/InputFile.h"
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/CrashCause.h"
 #include "tools/commands/InputOptions.h"
@@ -16,6 +17,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 #include <memory>
 
 namespace NimaPost {
@@ -38,9 +40,19 @@ void PrintActiveRings(Output& out, const RingSet& rings) {
     }
 }
 
-void PrintCrash(Output& out, const CrashLog& log) {
-    out.Line(log.Title());
-    for (const auto& [label, value] : FailureInWords(log)) {
+/// By what the log itself tells.
+std::string WhenWritten(const CrashLog& log) {
+    std::string when;
+    if (log.date) {
+        AppendWallTime(when, log.date->Earliest());
+        when = WithMark(std::move(when), {0, 0, false, log.date->Spread()});
+    }
+    return when;
+}
+
+/// But for its title.
+void PrintCrash(Output& out, const CrashLog& log, const std::string& when) {
+    for (const auto& [label, value] : FailureInWords(log, when)) {
         std::string line("  ");
         line += label;
         line.append(15 - std::min<std::size_t>(line.size(), 14), ' ');
@@ -83,7 +95,7 @@ Json PairsJson(const std::vector<std::pair<std::string, std::string>>& pairs) {
     return json;
 }
 
-Json CrashJson(const std::string& path, const CrashLog& log, const Findings& findings) {
+Json LogJson(const std::string& path, const CrashLog& log, const Findings& findings) {
     Json rings = Json::array();
     for (const ActiveRing& active : ActiveRings(log.rings)) {
         rings.push_back({{"ring", active.ring->name},
@@ -99,13 +111,14 @@ Json CrashJson(const std::string& path, const CrashLog& log, const Findings& fin
             {"exception_record", log.exception.empty() ? Json() : PairsJson(log.exception)},
             {"modules", log.modules},
             {"active_rings", rings},
+            {"crash", Json()},
             {"complete", log.complete},
             {"footer", log.footer},
             {"findings", FindingsJson(findings)}};
 }
 
+/// But for its title.
 void PrintStack(Output& out, const StackTrace& stack, const Resolution* resolution) {
-    out.Line(stack.Title());
     for (const std::string& line : stack.report) {
         out.Line("  " + line);
     }
@@ -118,32 +131,36 @@ void PrintStack(Output& out, const StackTrace& stack, const Resolution* resoluti
     }
 }
 
-/// What is beside the file counts, wherever the file is.
-KnownModules KnownBeside(const InputFile& file, Device& device) {
-    if (!IsNamed(device)) {
-        return KnownIn(device);
-    }
+/// What is beside the file counts.
+KnownModules KnownBeside(const InputFile& file) {
     const std::filesystem::path path(file.Path());
     return KnownIn(path.has_parent_path() ? path.parent_path().string() : ".");
 }
 
 Json StackJson(const std::string& path, const StackTrace& stack, const Resolution* resolution,
                const Findings& findings) {
-    return {{"file", ToUtf8(path)},
-            {"title", ToUtf8(stack.Title())},
-            {"host", HostJson(stack)},
-            {"report", stack.report},
-            {"frames", stack.frames},
-            {"symbols", resolution != nullptr ? ResolutionJson(*resolution) : Json()},
-            {"findings", FindingsJson(findings)}};
+    return {
+        {"file", ToUtf8(path)},    {"title", ToUtf8(stack.Title())},
+        {"host", HostJson(stack)}, {"report", stack.report},
+        {"frames", stack.frames},  {"symbols", resolution != nullptr ? ResolutionJson(*resolution) : Json()},
+        {"crash", Json()},         {"findings", FindingsJson(findings)}};
 }
 
-int ShowStack(Context& context, const InputFile& file, Device& device, std::string_view text,
-              const SymbolOptions& symbols, Findings& findings) {
+/// A file's object with what the whole folder tells of its crash, by its place among all.
+Json WithPlace(Json json, const Story& story, std::size_t place) {
+    const Crash& crash = story.Crashes()[place];
+    json["title"] = ToUtf8(crash.title);
+    json["crash"] = CrashJson(crash, story);
+    json["crash"]["number"] = place + 1;
+    return json;
+}
+
+int ShowStack(Context& context, const InputFile& file, std::string_view text, const SymbolOptions& symbols,
+              Findings& findings) {
     const StackTrace stack = ReadStackTrace(text, findings);
     file.ReportReadProblem(findings);
     const std::string name = std::filesystem::path(file.PlainPath()).filename().string();
-    const auto resolved = ResolveStacks(symbols, [&] { return KnownBeside(file, device); }, {{&stack, name}});
+    const auto resolved = ResolveStacks(symbols, [&] { return KnownBeside(file); }, {{&stack, name}});
     const Resolution* const resolution = resolved ? &resolved->resolutions.front() : nullptr;
     if (resolved) {
         resolved->AddTo(findings);
@@ -151,17 +168,17 @@ int ShowStack(Context& context, const InputFile& file, Device& device, std::stri
     if (context.json) {
         PrintObject(context, StackJson(file.Path(), stack, resolution, findings));
     } else {
+        context.out.Line(stack.Title());
         PrintStack(context.out, stack, resolution);
         PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);
 }
 
-int ShowCrash(Context& context, const InputFile& file, Device& device, const SymbolOptions& symbols,
-              Findings& findings) {
+int ShowCrash(Context& context, const InputFile& file, const SymbolOptions& symbols, Findings& findings) {
     const std::string text = file.ReadAll(kMostTextBytes);
     if (LooksLikeStackTrace(text)) {
-        return ShowStack(context, file, device, text, symbols, findings);
+        return ShowStack(context, file, text, symbols, findings);
     }
     const auto log = ReadCrashLog(text, findings);
     if (!log) {
@@ -169,9 +186,10 @@ int ShowCrash(Context& context, const InputFile& file, Device& device, const Sym
     }
     file.ReportReadProblem(findings);
     if (context.json) {
-        PrintObject(context, CrashJson(file.Path(), *log, findings));
+        PrintObject(context, LogJson(file.Path(), *log, findings));
     } else {
-        PrintCrash(context.out, *log);
+        context.out.Line(log->Title());
+        PrintCrash(context.out, *log, WhenWritten(*log));
         PrintFindings(context, findings);
     }
     return ExitCodeOf(findings);
@@ -205,11 +223,10 @@ std::vector<std::size_t> SelectedCrashes(const Story& story, Selection& selectio
 /// What there is of one crash, file by file.
 class CrashFiles {
   public:
-    CrashFiles(const DeviceInput& input, const Story& story, const Crash& crash, const SymbolOptions& symbols,
-               Findings& findings)
-        : input_(input), story_(story), crash_(crash) {
+    CrashFiles(const Story& story, std::size_t place, const SymbolOptions& symbols, Findings& findings)
+        : story_(story), place_(place), crash_(story.Crashes()[place]) {
         std::vector<NamedStack> stacks;
-        for (const StackTraceSource::Held* const held : crash.stacks) {
+        for (const StackTraceSource::Held* const held : crash_.stacks) {
             stacks.push_back({&held->content, story.Files()[held->file].plainName});
         }
         if (!stacks.empty()) {
@@ -223,26 +240,27 @@ class CrashFiles {
 
     void Print(Output& out) const {
         if (crash_.log != nullptr) {
-            PrintCrash(out, crash_.log->log);
+            PrintCrash(out, crash_.log->log, TimeInWords(crash_, story_.Time()));
         }
         for (std::size_t i = 0; i < crash_.stacks.size(); ++i) {
-            PrintStack(out, crash_.stacks[i]->content, ResolutionOf(i));
+            const StackTrace& stack = crash_.stacks[i]->content;
+            if (stack.Title() != crash_.title) {
+                out.Line(stack.Title());
+            }
+            PrintStack(out, stack, ResolutionOf(i));
         }
     }
 
-    void AddTo(Json& json) const {
-        for (const std::size_t file : crash_.files) {
-            const FolderFile& from = story_.Files()[file];
-            const std::string path = input_.where + "/" + from.name;
-            const auto stack = std::find_if(crash_.stacks.begin(), crash_.stacks.end(),
-                                            [&](const auto* held) { return held->file == file; });
-            if (stack != crash_.stacks.end()) {
-                const auto place = static_cast<std::size_t>(stack - crash_.stacks.begin());
-                json.push_back(StackJson(path, (*stack)->content, ResolutionOf(place), from.findings));
-            } else if (crash_.log != nullptr) {
-                json.push_back(CrashJson(path, crash_.log->log, from.findings));
-            }
+    /// What one of its files says, as that is called.
+    Json InJson(std::size_t file, const std::string& path) const {
+        const Findings& findings = story_.Files()[file].findings;
+        const auto stack = std::find_if(crash_.stacks.begin(), crash_.stacks.end(),
+                                        [&](const auto* held) { return held->file == file; });
+        if (stack == crash_.stacks.end()) {
+            return WithPlace(LogJson(path, crash_.log->log, findings), story_, place_);
         }
+        const auto number = static_cast<std::size_t>(stack - crash_.stacks.begin());
+        return WithPlace(StackJson(path, (*stack)->content, ResolutionOf(number), findings), story_, place_);
     }
 
   private:
@@ -250,14 +268,15 @@ class CrashFiles {
         return resolved_ ? &resolved_->resolutions[stack] : nullptr;
     }
 
-    const DeviceInput& input_;
     const Story& story_;
+    std::size_t place_;
     const Crash& crash_;
     std::optional<ResolvedStacks> resolved_;
 };
 
 /// The crashes of a device as its whole story places them, since that is what times and boots come from.
-int ShowSelected(Context& context, const Options& options, const DeviceInput& input, Findings& findings) {
+int ShowSelected(Context& context, const Options& options, const DeviceInput& input, Findings& findings,
+                 std::size_t& shown) {
     Story story(context.names);
     Selection selection;
     std::string problem;
@@ -275,12 +294,15 @@ int ShowSelected(Context& context, const Options& options, const DeviceInput& in
     const std::vector<std::string> headings = CrashLines(story);
     const std::vector<std::size_t> selected = SelectedCrashes(story, selection);
     if (selected.empty() && !context.json) {
-        context.out.Line("No crash is selected.");
+        context.out.Line(options.selection == SelectionOptions() ? "No crash." : "No crash is selected.");
     }
+    shown += selected.size();
     for (const std::size_t i : selected) {
-        const CrashFiles files(input, story, story.Crashes()[i], options.symbols, findings);
+        const CrashFiles files(story, i, options.symbols, findings);
         if (context.json) {
-            files.AddTo(crashes);
+            for (const std::size_t file : story.Crashes()[i].files) {
+                crashes.push_back(files.InJson(file, input.where + "/" + story.Files()[file].name));
+            }
         } else {
             context.out.Line(headings[i]);
             files.Print(context.out);
@@ -297,19 +319,77 @@ int ShowSelected(Context& context, const Options& options, const DeviceInput& in
     return ExitCodeOf(findings);
 }
 
-int RunCrash(Context& context, const Options& options) {
-    if (options.selection != SelectionOptions()) {
-        return RunOnDevices(context, options.input, false, [&](const DeviceInput& input, Findings& findings) {
-            return ShowSelected(context, options, input, findings);
-        });
+/// One file of a device, with the crash that it is of.
+int ListFile(Context& context, const Options& options, const EvidenceFile& file, const Story& story,
+             const Findings& inherited) {
+    const auto found = std::find_if(story.Files().begin(), story.Files().end(),
+                                    [&](const FolderFile& each) { return each.name == file.name; });
+    Findings findings = Joined(inherited, found->findings);
+    for (std::size_t place = 0; place < story.Crashes().size(); ++place) {
+        const std::vector<std::size_t>& of = story.Crashes()[place].files;
+        if (std::find(of.begin(), of.end(), found->index) != of.end()) {
+            const CrashFiles files(story, place, options.symbols, findings);
+            Json json = files.InJson(found->index, file.path);
+            json["findings"] = FindingsJson(findings);
+            PrintObject(context, json);
+            return ExitCodeOf(findings);
+        }
     }
-    const auto isCrash = [](std::string_view front, std::uint64_t /*size*/) {
-        return LooksLikeCrashLog(front) || LooksLikeStackTrace(front);
+    std::string problem = file.path + ":";
+    for (const Finding& finding : findings.damage) {
+        problem += " " + finding.sentence;
+    }
+    return ReportUnusable(context, problem, findings);
+}
+
+bool IsCrash(std::string_view front, std::uint64_t /*size*/) {
+    return LooksLikeCrashLog(front) || LooksLikeStackTrace(front);
+}
+
+/// For people, a folder's crashes one after the other, whichever files tell of them.
+int ShowAll(Context& context, const Options& options) {
+    std::size_t crashes = 0;
+    const int code = RunOnInput(
+        context, options.input,
+        [&](const InputFile& file, Findings& findings) {
+            ++crashes;
+            return ShowCrash(context, file, options.symbols, findings);
+        },
+        [&](const DeviceInput& input, Findings& findings) {
+            return ShowSelected(context, options, input, findings, crashes);
+        });
+    return crashes == 0 && code == kExitFine ? ReportUnusable(context, "no crash log or stack trace in it")
+                                             : code;
+}
+
+/// For programs, file by file.
+int ListAll(Context& context, const Options& options) {
+    std::map<const Device*, std::unique_ptr<Story>> stories;
+    const auto list = [&](EvidenceFile& file, Device& device, Findings& findings) {
+        std::string problem;
+        if (IsNamed(device)) {
+            const auto input = file.Open(problem);
+            return input ? ShowCrash(context, *input, options.symbols, findings)
+                         : ReportUnopened(context, problem);
+        }
+        auto& story = stories[&device];
+        if (!story) {
+            story = std::make_unique<Story>(context.names);
+            story->Read(device, device.name, problem);
+        }
+        return ListFile(context, options, file, *story, findings);
     };
-    return RunOnFiles(context, options.input, {"crash log or stack trace", isCrash},
-                      [&](const InputFile& file, Device& device, Findings& findings) {
-                          return ShowCrash(context, file, device, options.symbols, findings);
-                      });
+    return RunOnEvidence(context, options.input, {"crash log or stack trace", IsCrash}, list);
+}
+
+int RunCrash(Context& context, const Options& options) {
+    if (options.selection == SelectionOptions()) {
+        return context.json ? ListAll(context, options) : ShowAll(context, options);
+    }
+    return RunOnDevices(context, options.input, false, [&](const DeviceInput& input, Findings& findings) {
+        std::size_t crashes = 0;
+        return ShowSelected(context, options, input, findings, crashes);
+    });
 }
 
 } // namespace

@@ -18,7 +18,6 @@ namespace NimaPost {
 namespace {
 
 constexpr std::array<std::string_view, kEventKinds> kKinds{"text", "binary", "ring", "record"};
-constexpr std::array<std::string_view, 3> kCertainties{"exact", "open", "assumed"};
 constexpr std::size_t kWidestFile = 24;
 constexpr std::size_t kLevelWidth = 7;
 /// Of a wall-clock time's fraction, in the short format.
@@ -46,9 +45,10 @@ Json EventJson(const TimelineEvent& event, bool hasWall, const std::string& file
     if (event.time && !hasWall) {
         json["elapsed_ns"] = *event.time;
     }
-    json["certainty"] = kCertainties.at(static_cast<std::size_t>(SurenessOf(event.certainty)));
+    json["certainty"] = MarkOf(event.certainty).code;
     json["later_by_seconds"] = BoundJson(event.certainty.later);
     json["earlier_by_seconds"] = BoundJson(event.certainty.earlier);
+    json["date_cut_ns"] = event.certainty.originLater;
     json["boot"] = event.boot ? Json(*event.boot) : Json();
     json["process"] = event.process ? Json(*event.process) : Json();
     json["thread"] = event.thread ? Json(Hex32(*event.thread)) : Json();
@@ -157,10 +157,10 @@ void EventPrinter::AppendCsv(std::string& out, const TimelineEvent& event) const
         return value ? std::to_string(*value) : std::string();
     };
     for (const std::string& field :
-         {std::string(kCertainties.at(static_cast<std::size_t>(SurenessOf(event.certainty)))),
-          std::string(KindName(event)), Printable(files_[event.file]), number(event.boot),
-          number(event.process), event.thread ? Hex32(*event.thread) : std::string(),
-          std::string(event.level), Printable(event.name), Printable(event.text)}) {
+         {std::string(MarkOf(event.certainty).code), std::string(KindName(event)),
+          Printable(files_[event.file]), number(event.boot), number(event.process),
+          event.thread ? Hex32(*event.thread) : std::string(), std::string(event.level),
+          Printable(event.name), Printable(event.text)}) {
         out += ',';
         AppendCsvField(out, field);
     }

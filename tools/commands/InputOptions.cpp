@@ -186,8 +186,8 @@ bool FindDevices(const InputOptions& options, bool backups, Evidence& evidence, 
     return true;
 }
 
-int RunOnFiles(Context& context, const InputOptions& options, const FileKind& kind,
-               const std::function<int(const InputFile& file, Device& device, Findings& findings)>& run) {
+int RunOnEvidence(Context& context, const InputOptions& options, const FileKind& kind,
+                  const std::function<int(EvidenceFile& file, Device& device, Findings& findings)>& run) {
     Evidence evidence = ReadEvidence(options.paths, options.limits);
     Findings findings = std::move(evidence.findings);
     std::string problem;
@@ -212,12 +212,20 @@ int RunOnFiles(Context& context, const InputOptions& options, const FileKind& ki
     Parts parts(context, files.size() > 1);
     for (const auto& [device, file] : files) {
         parts.Add(file->path, [&, device = device, file = file] {
-            return RunOnFile(context, *file, findings, [&](const InputFile& input, Findings& found) {
-                return run(input, *device, found);
-            });
+            const int code = run(*file, *device, findings);
+            findings = Findings();
+            return code;
         });
     }
     return parts.End();
+}
+
+int RunOnFiles(Context& context, const InputOptions& options, const FileKind& kind,
+               const std::function<int(const InputFile& file, Device& device, Findings& findings)>& run) {
+    return RunOnEvidence(context, options, kind, [&](EvidenceFile& file, Device& device, Findings& findings) {
+        return RunOnFile(context, file, findings,
+                         [&](const InputFile& input, Findings& found) { return run(input, device, found); });
+    });
 }
 
 bool IsNamed(const Device& device) {

@@ -44,6 +44,10 @@ struct FileKind {
 int RunOnFiles(Context& context, const InputOptions& options, const FileKind& kind,
                const std::function<int(const InputFile& file, Device& device, Findings& findings)>& run);
 
+/// The same, with each file as it was found: it may be of a device that is read as a whole.
+int RunOnEvidence(Context& context, const InputOptions& options, const FileKind& kind,
+                  const std::function<int(EvidenceFile& file, Device& device, Findings& findings)>& run);
+
 /// One of the devices that a command is run on.
 struct DeviceInput {
     Device& device;

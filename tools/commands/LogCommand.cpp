@@ -4,6 +4,7 @@
 #include "tools/base/CounterClock.h"
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/commands/Commands.h"
 #include "tools/commands/EventPrinter.h"
 #include "tools/commands/InputOptions.h"
@@ -17,6 +18,7 @@
 #include "tools/log/LogFilter.h"
 #include "tools/log/LogSet.h"
 #include "tools/log/ShownLines.h"
+#include "tools/report/CrashData.h"
 
 #include <algorithm>
 #include <memory>
@@ -69,12 +71,14 @@ Json EntryJson(const LogEntry& entry, const LogSet& logs) {
     }
     json["boot"] = entry.boot ? Json(*entry.boot) : Json();
     json["process"] = entry.process ? Json(*entry.process) : Json();
+    json["certainty"] = MarkOf(entry.certainty).code;
     json["later_by_seconds"] = BoundJson(entry.certainty.later);
     if (const auto likely = logs.LikelyBoundOf(entry)) {
         json["likely_later_by_seconds"] = likely->later;
         json["assuming"] = likely->assuming;
     }
     json["earlier_by_seconds"] = BoundJson(entry.certainty.earlier);
+    json["date_cut_ns"] = entry.certainty.originLater;
     json["overwritten"] = entry.part->overwritten;
     if (entry.continued) {
         json["continues"] = true;
@@ -100,6 +104,7 @@ Json ProcessesJson(const LogSet& logs) {
         }
         processes.push_back({{"process", processes.size() + 1},
                              {"boot", process.KnownBoot() ? Json(*process.KnownBoot()) : Json()},
+                             {"boot_doubt", DoubtJson(FactsOf(process))},
                              {"evidence", EvidenceCodeOf(process)},
                              {"first", process.IsDated() ? Json(WallTimeIso(process.First())) : Json()},
                              {"last", process.IsDated() ? Json(WallTimeIso(process.Last())) : Json()},

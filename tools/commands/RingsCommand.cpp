@@ -213,7 +213,7 @@ void PrintRings(Context& context, const RingSet& set, const Chosen& chosen) {
         for (const RingRecord* record : records) {
             if (set.processes > 1 && process != record->process + 1U) {
                 process = record->process + 1U;
-                text += ProcessInWords(process, std::nullopt) + "\n";
+                text += ProcessInWords(process, ProcessFacts()) + "\n";
             }
             AppendSeconds(text, record->elapsed);
             text += "  ";

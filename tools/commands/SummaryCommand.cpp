@@ -16,6 +16,7 @@
 #include <array>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <utility>
 
 namespace NimaPost {
@@ -143,6 +144,7 @@ class Summary {
         for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
             processes.push_back({{"process", processes.size() + 1},
                                  {"boot", facts.boot ? Json(*facts.boot) : Json()},
+                                 {"boot_doubt", DoubtJson(facts)},
                                  {"evidence", facts.evidence},
                                  {"first", TimeJson(facts.first)},
                                  {"last", TimeJson(facts.last)},
@@ -177,11 +179,10 @@ class Summary {
                            : Json(MomentInWords(story_.Time(), *time));
     }
 
-    /// To the millisecond, as a screen has room for.
-    std::string Moment(std::int64_t time) const {
-        std::string text = MomentInWords(story_.Time(), time);
-        text.resize(text.size() - 6);
-        return text;
+    std::string Moment(std::int64_t time) const { return MomentInWords(story_.Time(), time); }
+    std::string Marked(std::int64_t time, const Certainty& certainty) {
+        marks_.insert(SurenessOf(certainty));
+        return Moment(time) + " " + MarkOf(certainty).sign + " ";
     }
 
     void Line(std::string text) {
@@ -243,13 +244,12 @@ class Summary {
         }
         for (std::size_t i = skip; i < processes.size(); ++i) {
             const ProcessFacts& facts = processes[i];
-            const bool probably = facts.evidence == "clocks-fit";
-            std::string line = "  " + ProcessInWords(i + 1, facts.boot, probably);
+            std::string line = "  " + ProcessInWords(i + 1, facts);
             if (facts.first && facts.last) {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
-            if (facts.doubtful && !probably) {
+            if (facts.doubtful && DoubtOf(facts) != "probably") {
                 Line("     " + facts.proof);
             }
         }
@@ -267,13 +267,23 @@ class Summary {
         for (std::size_t i = skip; i < crashes.size(); ++i) {
             const Crash& crash = crashes[i];
             std::string line = "  " + std::to_string(i + 1) + "  ";
-            line += crash.time ? Moment(*crash.time) + " " + MarkOf(crash.certainty).sign + "  " : "";
+            line += crash.time ? Marked(*crash.time, crash.certainty) + " " : "";
             Line(line + CrashCause(crash).InWords());
             if (const auto& kept = statistics_.firstErrors[i]) {
                 const TimelineEvent error = kept->Get();
-                Line("     first error before it: " + Moment(*error.time) + " " + std::string(error.level) +
-                     " " + Printable(error.name) + ": " + Printable(error.text));
+                Line("     first error before it: " + Marked(*error.time, error.certainty) +
+                     std::string(error.level) + " " + Printable(error.name) + ": " + Printable(error.text));
             }
+        }
+        std::string legend;
+        for (const Sureness sure : marks_) {
+            const TimeMark& mark = kTimeMarks.at(static_cast<std::size_t>(sure));
+            legend += legend.empty() ? "  " : "; ";
+            legend += mark.sign;
+            (legend += ' ') += mark.meaning;
+        }
+        if (!legend.empty()) {
+            Line(legend);
         }
     }
 
@@ -392,6 +402,7 @@ class Summary {
     const Findings& inherited_;
     const Story& story_;
     Statistics statistics_;
+    std::set<Sureness> marks_; ///< of the times that are shown
 };
 
 int SummariseDevice(Context& context, const DeviceInput& input, Findings& inherited) {

@@ -223,7 +223,7 @@ void PrintText(Context& context, const SysTraceFile& trace, const std::vector<st
         const SysTraceRecord& record = trace.records[index];
         if (trace.stretches.size() > 1 && stretch != record.stretch + 1U) {
             stretch = record.stretch + 1U;
-            out.Line(ProcessInWords(stretch, std::nullopt));
+            out.Line(ProcessInWords(stretch, ProcessFacts()));
         }
         PrintRecord(out, trace, record, names);
     }

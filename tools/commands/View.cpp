@@ -57,6 +57,7 @@ Json ProcessesJson(const Axis& axis) {
         }
         processes.push_back({{"process", processes.size() + 1},
                              {"boot", facts.boot ? Json(*facts.boot) : Json()},
+                             {"boot_doubt", DoubtJson(facts)},
                              {"evidence", facts.evidence},
                              {"first", time(facts.first)},
                              {"last", time(facts.last)},

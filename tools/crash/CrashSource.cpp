@@ -48,8 +48,7 @@ void CrashSource::Date(Axis& axis) {
             if (tie.onlyWriter && head.thread) {
                 axis.AllProcesses().TakeBootCycle(*tie.onlyWriter, head.bootCycle);
             }
-            crash.certainty =
-                tie.process ? Certainty{0, 0, false, tie.later} : Certainty{tie.later > 0 ? 1 : 0, 0, false};
+            crash.certainty = {0, 0, false, tie.later};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {
                 axis.SetNewest(tie);
             }

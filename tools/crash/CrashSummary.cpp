@@ -25,7 +25,8 @@ std::vector<ActiveRing> ActiveRings(const RingSet& set) {
     return active;
 }
 
-std::vector<std::pair<std::string, std::string>> FailureInWords(const CrashLog& log) {
+std::vector<std::pair<std::string, std::string>> FailureInWords(const CrashLog& log,
+                                                                const std::string& when) {
     using namespace Nima::Catalogue;
     struct Label {
         std::string_view inLog, shown, prefix;
@@ -36,10 +37,8 @@ std::vector<std::pair<std::string, std::string>> FailureInWords(const CrashLog& 
         Label{kFaultAddress, "address", "0x"}, Label{kCrashType, "crash type", ""},
         Label{kBootCycle, "boot cycle", ""}};
     std::vector<std::pair<std::string, std::string>> words;
-    if (log.date) {
-        std::string when;
-        AppendWallTime(when, log.date->Earliest());
-        words.emplace_back("when", when + ", perhaps later within the second");
+    if (!when.empty()) {
+        words.emplace_back("when", when);
     }
     if (log.ticks) {
         words.emplace_back("counter", std::to_string(*log.ticks));

@@ -19,7 +19,7 @@ struct ActiveRing {
 /// The rings of a set that hold records, the one written last first.
 std::vector<ActiveRing> ActiveRings(const RingSet& set);
 
-/// What failed, as pairs of a label and a value for people to read.
-std::vector<std::pair<std::string, std::string>> FailureInWords(const CrashLog& log);
+/// What failed, as pairs of a label and a value for people to read; `when` may be empty.
+std::vector<std::pair<std::string, std::string>> FailureInWords(const CrashLog& log, const std::string& when);
 
 } // namespace NimaPost

@@ -99,7 +99,7 @@ void LogCursor::Take() {
 void LogCursor::TakeTime(const LogLine& line) {
     if (line.date) {
         entry_.time = queueClock_.Next(*line.date);
-        entry_.certainty.later = queueClock_.Later() > 0 ? 1 : 0;
+        entry_.certainty.originLater = queueClock_.Later();
         entry_.hasTime = true;
     } else if (line.stamped) {
         const std::int64_t elapsed = clock_.Next(line.counter, OrderedThread(line));

@@ -32,7 +32,7 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::vector<Findin
                                                   " proven."});
     for (std::size_t i = 0; i < std::min(processes.size(), kMostTold); ++i) {
         const LogProcess& process = processes[i];
-        std::string text = ProcessInWords(i + 1, process.KnownBoot());
+        std::string text = ProcessInWords(i + 1, FactsOf(process));
         text.front() = 'P';
         if (process.IsDated()) {
             text += ", from ";

@@ -27,26 +27,6 @@ Json FilesJson(const Crash& crash, const Story& story) {
     return files;
 }
 
-Json CrashJson(const Crash& crash, const Story& story) {
-    const std::string_view after = EvidenceInWords(crash.after);
-    Json json{{"title", ToUtf8(crash.title)},
-              {"files", FilesJson(crash, story)},
-              {"time", TimeJson(story.Time(), crash.time)},
-              {"assumed", crash.certainty.assumed},
-              {"later_by_seconds", BoundJson(crash.certainty.later)},
-              {"earlier_by_seconds", BoundJson(crash.certainty.earlier)},
-              {"after_by", after.empty() ? Json() : Json(after)},
-              {"boot", OrNull(crash.boot)},
-              {"process", OrNull(crash.process)},
-              {"thread", crash.thread ? Json(Hex32(*crash.thread)) : Json()},
-              {"process_id", OrNull(crash.processId)}};
-    if (crash.log != nullptr) {
-        json["boot_cycle"] = OrNull(crash.log->log.BootCycle());
-        json["error_code"] = ToUtf8(crash.log->log.Field(Nima::Catalogue::kErrorCode));
-    }
-    return json;
-}
-
 } // namespace
 
 std::string MomentInWords(const Axis& axis, std::int64_t time) {
@@ -57,6 +37,38 @@ std::string MomentInWords(const Axis& axis, std::int64_t time) {
         AppendSeconds(text, time);
     }
     return text;
+}
+
+std::string TimeInWords(const Crash& crash, const Axis& axis) {
+    return crash.time ? WithMark(MomentInWords(axis, *crash.time), crash.certainty) : "";
+}
+
+Json DoubtJson(const ProcessFacts& facts) {
+    const std::string_view doubt = DoubtOf(facts);
+    return doubt.empty() ? Json() : Json(doubt);
+}
+
+Json CrashJson(const Crash& crash, const Story& story) {
+    const std::string_view after = EvidenceInWords(crash.after);
+    Json json{{"title", ToUtf8(crash.title)},
+              {"files", FilesJson(crash, story)},
+              {"time", TimeJson(story.Time(), crash.time)},
+              {"certainty", MarkOf(crash.certainty).code},
+              {"assumed", crash.certainty.assumed},
+              {"later_by_seconds", BoundJson(crash.certainty.later)},
+              {"earlier_by_seconds", BoundJson(crash.certainty.earlier)},
+              {"date_cut_ns", crash.certainty.originLater},
+              {"after_by", after.empty() ? Json() : Json(after)},
+              {"boot", OrNull(crash.boot)},
+              {"boot_doubt", crash.process ? DoubtJson(story.Time().AllProcesses()[*crash.process]) : Json()},
+              {"process", OrNull(crash.process)},
+              {"thread", crash.thread ? Json(Hex32(*crash.thread)) : Json()},
+              {"process_id", OrNull(crash.processId)}};
+    if (crash.log != nullptr) {
+        json["boot_cycle"] = OrNull(crash.log->log.BootCycle());
+        json["error_code"] = ToUtf8(crash.log->log.Field(Nima::Catalogue::kErrorCode));
+    }
+    return json;
 }
 
 Json CrashesJson(const Story& story) {
@@ -82,7 +94,7 @@ std::vector<std::string> CrashLines(const Story& story) {
             more += ", boot cycle " + std::to_string(*crash.log->log.BootCycle());
         }
         if (crash.process) {
-            more += ", " + ProcessInWords(*crash.process, crash.boot);
+            more += ", " + ProcessInWords(*crash.process, story.Time().AllProcesses()[*crash.process]);
         }
         const std::string_view after = EvidenceInWords(crash.after);
         if (!after.empty()) {

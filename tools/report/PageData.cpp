@@ -50,10 +50,11 @@ Json PageData::CrashJson(const Crash& crash, const std::optional<std::uint64_t>&
 std::vector<std::pair<std::string, std::string>> PageData::Summary(const Crash& crash) const {
     std::vector<std::pair<std::string, std::string>> pairs;
     if (crash.log != nullptr) {
-        pairs = FailureInWords(crash.log->log);
+        pairs = FailureInWords(crash.log->log, TimeInWords(crash, story_.Time()));
     }
     if (crash.process) {
-        pairs.emplace_back("process", ProcessInWords(*crash.process, crash.boot));
+        pairs.emplace_back("process",
+                           ProcessInWords(*crash.process, story_.Time().AllProcesses()[*crash.process]));
     }
     if (crash.thread) {
         pairs.emplace_back("thread", Hex32(*crash.thread));
@@ -138,7 +139,7 @@ Json PageData::Processes() const {
     Json json = Json::array();
     for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
         json.push_back({{"boot", facts.boot.value_or(0)},
-                        {"words", ProcessInWords(json.size() + 1, facts.boot)},
+                        {"words", ProcessInWords(json.size() + 1, facts)},
                         {"first", Moment(facts.first)},
                         {"last", Moment(facts.last)},
                         {"threads", facts.threads.size()},

@@ -213,6 +213,8 @@ class TraceWriter {
             AppendBound(text, certainty.later);
             text += ",\"earlier_by_seconds\":";
             AppendBound(text, certainty.earlier);
+            text += ",\"date_cut_ns\":";
+            AppendDecimal(text, certainty.originLater);
         }
     }
 

@@ -171,6 +171,7 @@ class TraceWriter {
         if (!certainty.Exact()) {
             Bound(annotations, "later_by_seconds", certainty.later);
             Bound(annotations, "earlier_by_seconds", certainty.earlier);
+            annotations.Number("date_cut_ns", static_cast<std::uint64_t>(certainty.originLater));
         }
     }
 

@@ -37,7 +37,7 @@ std::string ProcessTitle(const Story& story, std::size_t process) {
     if (process == DeviceProcess(story)) {
         return story.Time().HasWall() ? "device" : "device (no wall clock)";
     }
-    return ProcessInWords(process, story.Time().AllProcesses()[process].boot);
+    return ProcessInWords(process, story.Time().AllProcesses()[process]);
 }
 
 std::string ThreadTitle(const Threads::Thread& thread) {

@@ -14,7 +14,6 @@ namespace NimaPost {
 namespace {
 
 constexpr std::array<std::string_view, kEventKinds> kKinds{"text", "binary", "ring", "record"};
-constexpr std::array<std::string_view, 3> kCertainties{"exact", "open", "assumed"};
 /// Of "2026-11-24T15:09:26.046886123".
 constexpr std::size_t kDayWidth = 10;
 
@@ -66,7 +65,7 @@ void CaseTables::Event(const TimelineEvent& event) {
     Begin();
     row_.MaybeText("time", time);
     row_.Number("elapsed_ns", event.time && !hasWall ? event.time : OptionalNumber());
-    row_.Text("certainty", kCertainties.at(static_cast<std::size_t>(SurenessOf(event.certainty))));
+    row_.Text("certainty", MarkOf(event.certainty).code);
     row_.Number("later_by_seconds", Bound(event.certainty.later));
     row_.Number("earlier_by_seconds", Bound(event.certainty.earlier));
     row_.Text("kind", kKinds.at(static_cast<std::size_t>(event.kind)));

@@ -14,7 +14,7 @@
 //                  "resolved": [["Run() at scan.cpp:12", ...], ...],   by symbols, for each frame
 //                  "statement": ["...", ...]}],                       what that rests on
 //      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "events": 12}],
-//      "time": ns | null, "sure": 0 | 1 | 2,
+//      "time": ns | null, "sure": 0 | 1 | 2 | 3,
 //      "row": its record | null, "boot": number, "process": number,
 //      "after": "boot cycle" | ...}],       what puts it after the one before
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time
@@ -54,9 +54,9 @@
 //            texts in UTF-8, each with a line feed after it
 //
 // A source is an index. Threads, levels and names are indices from 1, and 0 where there is none. Levels "0" to "3" are
-// those of the binary trace. A mark is 0 for an exact time, 1 for one that may be later by whole seconds, 2 for one
-// that was placed by assumption; 4 more for a line that its log was writing over; 8 more where no time is known, and
-// the record is not drawn. The words are values that the text shows in words.
+// those of the binary trace. A mark is 0 for an exact time, 1 for one of which the date is cut, 2 for one that may be
+// later by whole seconds, 3 for one that was placed by assumption; 4 more for a line that its log was writing over; 8
+// more where no time is known, and the record is not drawn. The words are values that the text shows in words.
 import {Address} from "./address.js";
 import {byId, element} from "./base/dom.js";
 import {visible} from "./base/text.js";
