@@ -128,7 +128,9 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
         if (crash.log != nullptr && crash.log->log.ticks) {
             Claim claim = ClaimOf(crash.certainty);
             claim.time = crash.time;
-            claims.AddCrash(claim, *crash.log->log.ticks);
+            claim.process = crash.process;
+            claim.boot = crash.boot;
+            claims.AddCrash(claim, *crash.log->log.ticks, crash.after != NimaPost::CrashEvidence::kNothing);
         }
     }
     claims.Proven(ProvenBoots(story, files));

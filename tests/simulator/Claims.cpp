@@ -122,11 +122,25 @@ void Claims::Add(const Claim& claim, const std::string& place) {
     }
 }
 
-void Claims::AddCrash(const Claim& claim, std::int64_t counter) {
+void Claims::AddCrash(const Claim& claim, std::int64_t counter, bool isLater) {
     const auto found = truth_.crashes.find(counter);
-    if (found != truth_.crashes.end()) {
-        CheckTime(claim, found->second, "crash " + std::to_string(counter));
+    if (found == truth_.crashes.end()) {
+        return;
     }
+    const Stamp& stamp = found->second;
+    const std::string where = "crash " + std::to_string(counter);
+    CheckTime(claim, stamp, where);
+    if (claim.process) {
+        processes_[*claim.process].insert(stamp.process);
+    }
+    if (claim.boot) {
+        boots_[*claim.boot].insert(stamp.boot);
+    }
+    const std::pair moment(stamp.boot, stamp.monotonic);
+    if (isLater && moment < lastCrash_ && strictness_ == Strictness::kEverything) {
+        verdict_.Add(Fault::kOrder, where + " after later ones");
+    }
+    lastCrash_ = moment;
 }
 
 void Claims::Count(const Claim& claim, const Stamp& stamp) {

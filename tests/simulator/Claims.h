@@ -62,8 +62,8 @@ class Claims {
     void Guessed(std::set<std::string> places) { guessed_ = std::move(places); }
     /// `place`: within it a reader promises order.
     void Add(const Claim& claim, const std::string& place);
-    /// Of a crash log, by the counter in its head.
-    void AddCrash(const Claim& claim, std::int64_t counter);
+    /// Of a crash log, by the counter in its head; whether it is said to be later than the one before.
+    void AddCrash(const Claim& claim, std::int64_t counter, bool isLater);
     /// Processes that are said to be of another boot than the one before, as a fact.
     void Proven(std::set<std::size_t> processes) { proven_ = std::move(processes); }
     /// After the last one.
@@ -88,6 +88,7 @@ class Claims {
     Verdict& verdict_;
     std::map<std::pair<std::string, int>, Latest> latest_;
     std::set<std::string> guessed_;
+    std::pair<int, std::int64_t> lastCrash_{0, 0}; ///< boot and moment
     std::set<std::uint64_t> told_;
     std::set<std::string> toldCalibrations_;
     std::map<std::size_t, std::set<int>> processes_; ///< the true ones of each number

@@ -31,10 +31,11 @@ void StoreRingDump(World& world, RingSegment& rings) {
     world.files.Put("rings.txt", std::move(file));
 }
 
-void StoreCrashLog(World& world, RingSegment* rings, const Failure& failure) {
+void StoreCrashLog(World& world, int process, RingSegment* rings, const Failure& failure,
+                   const std::string& name) {
     Files::File file;
     std::string& text = file.content;
-    const Stamp stamp = world.StampNow(Kind::kText, 0, 0);
+    const Stamp stamp = world.StampNow(Kind::kText, process, 0);
     text = Head(world, kCrashLogTitle);
     world.truth.crashes.emplace(CounterAt(world.device.Now()), stamp);
     text += "Error Code: " + failure.code + "\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\n";
@@ -49,8 +50,8 @@ void StoreCrashLog(World& world, RingSegment* rings, const Failure& failure) {
     }
     text += std::string("\r\n") + kCrashLogEnd + "\r\n";
     file.modified = world.device.Wall();
-    world.files.Rename("crash.txt", "crash.txt.1");
-    world.files.Put("crash.txt", std::move(file));
+    world.files.Rename(name, name + ".1");
+    world.files.Put(name, std::move(file));
 }
 
 void StoreStackTrace(World& world, int process, const std::string& frames) {

@@ -17,8 +17,9 @@ struct Failure {
     int line = 24;
 };
 
-/// "crash.txt", with the previous one beside it. The rings may be missing.
-void StoreCrashLog(World& world, RingSegment* rings, const Failure& failure = {});
+/// The crash log of a process, with the previous one of the same name beside it. The rings may be missing.
+void StoreCrashLog(World& world, int process, RingSegment* rings, const Failure& failure = {},
+                   const std::string& name = "crash.txt");
 
 /// The files of a death by signal, which have no date but their own. `frames` are the lines below the
 /// handler's.

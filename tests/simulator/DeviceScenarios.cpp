@@ -25,6 +25,9 @@ class Machine {
     Machine(const Machine&) = delete;
     Machine& operator=(const Machine&) = delete;
 
+    /// Every crash log is to have a name of its own.
+    void NameCrashLogs() { ownNames_ = true; }
+
     void Equip(Host& host) {
         if (trace_) {
             host.process.Writes(trace_->Writer(host.process), world_.random.Small(1, 4));
@@ -54,7 +57,10 @@ class Machine {
             trace_->Own(thread, IdOf(Nima::Catalogue::OwnTraceEvent::kFatalErrorHandling));
             trace_->Dump(thread);
         }
-        StoreCrashLog(world_, rings_ ? &*rings_ : nullptr);
+        const int process = host.process.Number();
+        // Names that tell the wrong order, where there is no number to tell it.
+        const std::string name = ownNames_ ? "crash-" + std::to_string(100 - process) + ".txt" : "crash.txt";
+        StoreCrashLog(world_, process, rings_ ? &*rings_ : nullptr, {}, name);
         host.End();
     }
     /// A signal leaves a stack trace and nothing that was in memory.
@@ -82,6 +88,7 @@ class Machine {
     World& world_;
     std::optional<TraceBlock> trace_;
     std::optional<RingSegment> rings_;
+    bool ownNames_ = false;
 };
 
 /// A new process soon, or after a boot. With or without a clock, the shared files are still there.
@@ -172,6 +179,22 @@ void CrashLogs(World& world) {
     Lives lives = LivesOf(machine);
     lives.most = 3;
     lives.mostWrites = 1200;
+    lives.end = [&](Host& host) { machine.Crash(host); };
+    lives.between = [&] { RestartOrBoot(world); };
+    LiveAndFetch(world, machine, lives);
+}
+
+/// Each process begins its log anew, so that crash logs may be all that is left of those before it.
+void LoneCrashLogs(World& world) {
+    Machine machine{world, world.random.OneIn(2), !world.random.OneIn(4)};
+    if (world.random.OneIn(2)) {
+        machine.NameCrashLogs();
+    }
+    Lives lives = LivesOf(machine);
+    lives.settings.append = false;
+    lives.fewest = 2;
+    lives.most = 4;
+    lives.mostWrites = 600;
     lives.end = [&](Host& host) { machine.Crash(host); };
     lives.between = [&] { RestartOrBoot(world); };
     LiveAndFetch(world, machine, lives);

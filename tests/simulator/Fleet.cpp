@@ -190,7 +190,7 @@ class Unit {
             Failure failure = cause.failure;
             // Wherever it was built.
             failure.file = "/home/build-" + std::to_string(random.Below(100)) + "/src/" + failure.file;
-            StoreCrashLog(world_, nullptr, failure);
+            StoreCrashLog(world_, host.process.Number(), nullptr, failure);
             host.End();
         } else {
             host.log.Flush(false);

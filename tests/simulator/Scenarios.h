@@ -12,7 +12,8 @@ using Play = void(World& world);
 Play OneRun, Rolls, Rewinds, Appended, OtherOpenings, Boots, BootsWithoutClock, ClockSet, Kills, TornTails,
     TwoFiles, TwoFilesClockSet, SharedFile;
 /// Devices that have a binary trace or rings beside their logs, and crash.
-Play Traces, TraceKills, TraceRestarts, SharedTrace, Rings, SlowRings, RingRestarts, CrashLogs, Everything;
+Play Traces, TraceKills, TraceRestarts, SharedTrace, Rings, SlowRings, RingRestarts, CrashLogs, LoneCrashLogs,
+    Everything;
 
 /// A way in which devices live.
 struct Scenario {

@@ -14,7 +14,38 @@ bool IsText(EventKind kind) {
 } // namespace
 
 MergedStory::MergedStory(const Story& story, Selection& selection, SelectedEvents::Admits admits)
-    : story_(story), selection_(selection), admits_(std::move(admits)), order_(story.Time().AllProcesses()) {}
+    : story_(story), selection_(selection), admits_(std::move(admits)), order_(story.Time().AllProcesses()) {
+    FindLateCrashes();
+}
+
+/// What puts a crash after the one before it outweighs its date.
+void MergedStory::FindLateCrashes() {
+    std::optional<Key> latest;
+    Place place; // After those before it, and all that their processes left.
+    for (const Crash& crash : story_.Crashes()) {
+        const Key key = order_.KeyOf(crash.time, crash.boot);
+        ++place.after;
+        if (latest && key < *latest) {
+            lateFiles_.emplace(crash.files.front(), place);
+            if (crash.process && !crash.boot) {
+                lateProcesses_.emplace(*crash.process, place);
+            }
+        }
+        latest = std::max(latest.value_or(key), key);
+        const auto last = crash.process ? story_.Time().AllProcesses()[*crash.process].last : std::nullopt;
+        place.key = std::max({place.key, key, last ? order_.KeyOf(last, crash.boot) : key});
+    }
+}
+
+MergedStory::Place MergedStory::PlaceOf(const TimelineEvent& event) const {
+    const bool isCrash = event.level == kCrashLevel && event.kind == EventKind::kRecord;
+    const auto& late = isCrash ? lateFiles_ : lateProcesses_;
+    const auto found =
+        isCrash || event.process ? late.find(isCrash ? event.file : *event.process) : late.end();
+    Place place = found != late.end() ? found->second : Place{KeyOf(event), 0, 0};
+    place.time = event.time.value_or(0);
+    return place;
+}
 
 MergedStory::Key MergedStory::KeyOf(const TimelineEvent& event) const {
     return order_.KeyOf(event.time, event.boot);
@@ -23,7 +54,7 @@ MergedStory::Key MergedStory::KeyOf(const TimelineEvent& event) const {
 void MergedStory::KeepOthers() {
     others_.clear();
     SelectedEvents selected(selection_, admits_, [&](const TimelineEvent& event) {
-        others_.emplace_back(KeyOf(event), KeptEvent(event));
+        others_.emplace_back(PlaceOf(event), KeptEvent(event));
     });
     story_.ForEach([](EventKind kind) { return !IsText(kind); },
                    [&](const TimelineEvent& event) {
@@ -46,7 +77,7 @@ void MergedStory::ForEach(const std::function<void(const TimelineEvent&)>& visit
     SelectedEvents selected(selection_, admits_, [&](const TimelineEvent& event) {
         // The order of a log's lines stands, whatever their times are.
         reached = std::max(reached, KeyOf(event));
-        for (; next != others_.end() && next->first < reached; ++next) {
+        for (; next != others_.end() && next->first.key < reached; ++next) {
             visitor(next->second.Get());
         }
         visitor(event);

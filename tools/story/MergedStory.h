@@ -5,9 +5,11 @@
 #include "tools/story/Selection.h"
 #include "tools/story/Story.h"
 
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -28,15 +30,29 @@ class MergedStory {
 
   private:
     using Key = EventOrder::Key;
+    /// Among everything: after all that has this key, if so many crashes come before it.
+    struct Place {
+        Key key{0, INT64_MIN};
+        std::size_t after = 0; ///< 0 for what stands where its time says
+        std::int64_t time = 0;
+
+        auto operator<=>(const Place&) const = default;
+    };
 
     Key KeyOf(const TimelineEvent& event) const;
+    Place PlaceOf(const TimelineEvent& event) const;
+    void FindLateCrashes();
     void KeepOthers();
 
     const Story& story_;
     Selection& selection_;
     SelectedEvents::Admits admits_;
     EventOrder order_;
-    std::vector<std::pair<Key, KeptEvent>> others_;
+    std::vector<std::pair<Place, KeptEvent>> others_;
+    /// Where crashes stand that have an earlier time than one before them, and the processes that only those
+    /// tell of.
+    std::map<std::size_t, Place> lateFiles_;
+    std::map<std::size_t, Place> lateProcesses_;
 };
 
 /// A crash as an event. The views are those of the crash.

@@ -130,6 +130,9 @@ bool Selection::CouldBeIn(const std::optional<std::int64_t>& time, const Certain
 
 std::vector<Finding> Selection::Remarks() const {
     std::vector<Finding> remarks;
+    if (limited_ && since_ >= until_) {
+        remarks.push_back({"range-empty", "The range ends before it begins, by the times that are shown."});
+    }
     if (nearMisses_ > 0) {
         remarks.push_back({"range-uncertain", std::to_string(nearMisses_) +
                                                   " more could belong to the range: by the bounds of their "
