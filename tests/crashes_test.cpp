@@ -244,6 +244,73 @@ TEST_F(Crashes, ADeathBySignalComesAfterEverythingButNoLaterThanItsFile) {
                                                           {"Abort", 2}}));
 }
 
+namespace {
+
+/// A crash log with records in the library's own ring, each a counter and a thread.
+std::string WithRecords(std::string text, const std::vector<std::pair<std::string, std::string>>& records) {
+    const std::string begin = Nima::Catalogue::kRingDumpBegin;
+    std::string ring = std::string("\r\n\r\n") + Nima::Catalogue::kRingHeadingBegin +
+                       std::to_string(Nima::Catalogue::kOwnRing) + Nima::Catalogue::kRingHeadingEnd + "\r\n";
+    for (const auto& [counter, thread] : records) {
+        ring += counter + " " + thread + " 0x00000001 : 0x00000001 0x00000002 0x00000003 0x00000004\r\n";
+    }
+    return text.insert(text.find(begin) + begin.size(), ring);
+}
+
+} // namespace
+
+TEST_F(Crashes, OfSeveralBootCyclesAreToldAlikeByEveryCommand) {
+    // The second one has the earlier date, and the same thread.
+    WriteFile("a.txt", WithRecords(CrashLogOf({"A", 50, 500'000'000, 1}), {{"499999000", "0x00000001"}}));
+    WriteFile("b.txt", WithRecords(CrashLogOf({"B", 10, 600'000'000, 2}), {{"599999000", "0x00000001"}}));
+    const Json shown = Post({"show", ".", "--json"}).Parsed();
+    const Json& crashes = shown["crashes"];
+    ASSERT_EQ(crashes.size(), 2U);
+    EXPECT_EQ(crashes[0]["error_code"], "A");
+    EXPECT_EQ(std::pair(crashes[0]["process"], crashes[1]["process"]), std::pair(Json(1), Json(2)));
+    Json summed = Post({"summary", ".", "--json"}).Parsed()["crashes"];
+    const Json files = Post({"crash", ".", "--json"}).Parsed();
+    Json::array_t events;
+    std::string order;
+    for (const Json& event : shown["events"]) {
+        order += event["file"].get<std::string>().substr(0, 1);
+        if (event["kind"] == "crash") {
+            events.push_back(event);
+        }
+    }
+    EXPECT_EQ(order, "aabb");
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    Json::array_t marks;
+    const Json trace = Json::parse(ReadFile("out.json"));
+    for (const Json& event : trace["traceEvents"]) {
+        if (event.value("cat", "") == "crash") {
+            marks.push_back(event["args"]);
+        }
+    }
+    ASSERT_EQ(std::pair(events.size(), marks.size()), std::pair(std::size_t{2}, std::size_t{2}));
+    const std::string screen = Post({"summary", "."}).output;
+    const std::string told = Post({"crash", "."}).output;
+    for (std::size_t i = 0; i < 2; ++i) {
+        summed[i].erase("cause");
+        summed[i].erase("first_error");
+        EXPECT_EQ(summed[i], crashes[i]);
+        Json numbered = crashes[i];
+        numbered["number"] = i + 1;
+        EXPECT_EQ(files[i]["crash"], numbered);
+        for (const char* member : {"time", "certainty", "date_cut_ns", "process", "boot"}) {
+            EXPECT_EQ(events[i][member], crashes[i][member]) << member;
+        }
+        std::string time = crashes[i]["time"];
+        time.replace(time.find('T'), 1, " ");
+        EXPECT_EQ(marks[i]["time"], time);
+        EXPECT_EQ(std::pair(marks[i]["mark"], marks[i]["process"]), std::pair(Json("+"), Json(i + 1)));
+        EXPECT_NE(screen.find(time + " +  Fatal"), std::string::npos) << screen;
+        EXPECT_EQ(CountOf(told, time + " +  "), 2U) << told;
+    }
+    const Result none = Post({"show", ".", "--since", "crash=1", "--until", "crash"});
+    EXPECT_NE(none.errors.find("ends before it begins"), std::string::npos) << none.errors;
+}
+
 TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
     WriteFile("device.log", kTwoBoots);
     WriteFile("crash.txt", CrashLogOf({"A", 7, 893'216'007, 1}));
@@ -251,16 +318,8 @@ TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
     EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.447216000");
     EXPECT_EQ(crash["later_by_seconds"], 0);
     // In the rings stands what the other process wrote. Of which boot it was, this head tells nothing.
-    std::string text = CrashLogOf({"A", 7, 893'216'007, 1});
-    const std::string begin = Nima::Catalogue::kRingDumpBegin;
-    const auto record = [](const char* counter, const char* thread) {
-        return std::string(counter) + thread +
-               " 0x00000001 : 0x00000001 0x00000002 0x00000003 0x00000004\r\n";
-    };
-    text.insert(text.find(begin) + begin.size(),
-                std::string("\r\n\r\n") + Nima::Catalogue::kRingHeadingBegin +
-                    std::to_string(Nima::Catalogue::kOwnRing) + Nima::Catalogue::kRingHeadingEnd + "\r\n" +
-                    record("600", " 0x00000002") + record("893216000", " 0x00000001"));
+    const std::string text = WithRecords(CrashLogOf({"A", 7, 893'216'007, 1}),
+                                         {{"600", "0x00000002"}, {"893216000", "0x00000001"}});
     WriteFile("crash.txt", text);
     std::map<int, std::string> later;
     const Json shown = Post({"show", ".", "--json"}).Parsed();
@@ -315,6 +374,10 @@ TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {
     EXPECT_EQ(crashes[0]["files"].size(), 3U); // The handler's abort left one as well.
     EXPECT_EQ(crashes[0]["assumed"], false);
     EXPECT_EQ(PageData()["crashes"][0]["stacks"].size(), 2U);
+    const std::string told = Post({"crash", "."}).output;
+    EXPECT_NE(Lines(told).at(0).find("  the fuser is on fire (fuser.cpp, line 54)"), std::string::npos)
+        << told;
+    EXPECT_EQ(told.find("Failure reported by the host"), std::string::npos);
     // Another crash log with that code: whose report it is, nothing tells.
     WriteFile("crash.txt.1", CrashLogOf({}));
     EXPECT_EQ(CrashesTold().size(), 3U);
@@ -378,6 +441,7 @@ TEST_F(Crashes, EventsAreToldByTheirProcess) {
         }
     }
     EXPECT_EQ(instants, 5U);
+    EXPECT_EQ(Post({"show", ".", "--json"}).Parsed()["processes"][1]["boot_doubt"], "perhaps");
     const Result missing = Post({"report", ".", "-o", "report.html", "--process", "99"});
     EXPECT_EQ(missing.code, 2);
     EXPECT_NE(missing.errors.find("no process 99"), std::string::npos);

@@ -57,6 +57,9 @@ class Machine {
             trace_->Own(thread, IdOf(Nima::Catalogue::OwnTraceEvent::kFatalErrorHandling));
             trace_->Dump(thread);
         }
+        if (rings_) {
+            rings_->Own(thread);
+        }
         const int process = host.process.Number();
         // Names that tell the wrong order, where there is no number to tell it.
         const std::string name = ownNames_ ? "crash-" + std::to_string(100 - process) + ".txt" : "crash.txt";
@@ -67,6 +70,11 @@ class Machine {
     void DieOfSignal(Host& host) {
         StoreStackTrace(world_, host.process.Number());
         Kill(host);
+    }
+    void ClearRings() {
+        if (rings_) {
+            rings_->Clear();
+        }
     }
     void DumpRings(Host& host) {
         host.process.Settle();
@@ -184,19 +192,23 @@ void CrashLogs(World& world) {
     LiveAndFetch(world, machine, lives);
 }
 
-/// Each process begins its log anew, so that crash logs may be all that is left of those before it.
+/// Each boot has a new log and empty rings, so that crash logs and traces are all that is left of those
+/// before.
 void LoneCrashLogs(World& world) {
-    Machine machine{world, world.random.OneIn(2), !world.random.OneIn(4)};
+    Machine machine(world, false, !world.random.OneIn(4));
     if (world.random.OneIn(2)) {
         machine.NameCrashLogs();
     }
     Lives lives = LivesOf(machine);
-    lives.settings.append = false;
     lives.fewest = 2;
     lives.most = 4;
     lives.mostWrites = 600;
     lives.end = [&](Host& host) { machine.Crash(host); };
-    lives.between = [&] { RestartOrBoot(world); };
+    lives.between = [&] {
+        world.files.Remove("device.log");
+        world.device.Reboot(world.random.Between(kSecond, kHour), !world.random.OneIn(3));
+        machine.ClearRings();
+    };
     LiveAndFetch(world, machine, lives);
 }
 

@@ -43,6 +43,7 @@ RingBufferData& RingSegment::SlotOf(std::size_t ring, std::uint32_t index) {
 Output RingSegment::LayOut(Process& process) {
     directory_.processId = static_cast<std::uint32_t>(1000 + process.Number());
     auto next = std::make_shared<Indices>(kRings.size());
+    nextOwn_ = 0;
     return [this, &process, next](std::uint32_t thread) {
         const std::size_t ring = used_[static_cast<std::size_t>(world_.random.Below(kUsed))];
         Stamp stamp = world_.StampNow(Kind::kRing, process.Number(), thread);
@@ -53,6 +54,19 @@ Output RingSegment::LayOut(Process& process) {
         process.Delayed(world_.device.StoreDelay(), thread,
                         [this, ring, next, record] { SlotOf(ring, (*next)[ring]++) = record; });
     };
+}
+
+void RingSegment::Own(std::uint32_t thread) {
+    RingBufferData record{CounterAt(world_.device.Now()), thread, {}};
+    record.words[0] = CodeOf(OwnRingEvent::kModuleListingStarts);
+    SlotOf(kOwnRing, nextOwn_++) = record;
+}
+
+void RingSegment::Clear() {
+    for (auto& ring : rings_) {
+        std::fill(ring.begin(), ring.end(), RingBufferData{});
+    }
+    nextOwn_ = 0;
 }
 
 void RingSegment::StoreSegment() {
@@ -92,6 +106,7 @@ std::string RingSegment::Text(std::set<std::uint64_t>& records) const {
             records.insert(w[1]);
         }
     }
+    records.erase(0); // of what bears none
     return text + "\r\n" + kRingDumpEnd + "\r\n";
 }
 

@@ -22,6 +22,11 @@ class RingSegment {
     /// with their serial numbers as first argument.
     Output LayOut(Process& process);
 
+    /// What the library records in its own ring while a thread writes a crash log.
+    void Own(std::uint32_t thread);
+    /// A boot may empty the memory that they are in.
+    void Clear();
+
     /// The segment as it is in the working directory.
     void StoreSegment();
     /// "BEGIN RING BUFFER DUMP" and what follows it. Adds the serial numbers of the records.
@@ -37,6 +42,7 @@ class RingSegment {
     RingDirectory directory_{};
     std::vector<std::vector<RingBufferData>> rings_;
     std::vector<std::size_t> used_;
+    std::uint32_t nextOwn_ = 0;
 };
 
 } // namespace Simulator

@@ -36,10 +36,14 @@ std::optional<Tie> TieOn(const LogClock& clock, std::int64_t counter, const RawD
 
 } // namespace
 
+Tie Axis::TieByDate(const Head& head) {
+    return {head.counter, head.date.Earliest(), TieKind::kHead, head.date.Spread()};
+}
+
 Tie Axis::TieOf(const Head& head) const {
     const RawDate& date = head.date;
     const auto owner = head.thread ? processes_.WithAnyOf({*head.thread}, head.bootCycle) : std::nullopt;
-    Tie byDate{head.counter, date.Earliest(), TieKind::kHead, date.Spread()};
+    Tie byDate = TieByDate(head);
     std::optional<Tie> found;
     for (const LogClock& clock : logClocks_) {
         if ((owner && clock.process != *owner) ||
@@ -50,11 +54,16 @@ Tie Axis::TieOf(const Head& head) const {
         if (!MayHaveRun(clock, date.second * kSecond, (date.second + 1) * kSecond)) {
             continue;
         }
-        const auto tie = TieOn(clock, head.counter, date, owner ? kHeadTakes : kFitsClosely);
+        auto tie = TieOn(clock, head.counter, date, kFitsClosely);
+        const bool close = tie.has_value();
+        tie = close || !owner ? tie : TieOn(clock, head.counter, date, kHeadTakes);
         if (tie && found && processes_[clock.process].boot != processes_[*found->process].boot) {
             return byDate; // Of either.
         }
-        found = tie ? tie : found;
+        if (tie) {
+            found = tie;
+            found->fitsClosely = close;
+        }
     }
     if (found) {
         found->onlyWriter = OnlyWriterAt(*found, head.thread);

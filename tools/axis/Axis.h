@@ -35,7 +35,8 @@ struct Tie {
     std::optional<std::size_t> process = {};
     /// The only process of that clock that had a log open at the moment; empty where several had, or none.
     std::optional<std::size_t> onlyWriter = {};
-    /// The process that has the head's thread, where its clock cannot explain the head.
+    bool fitsClosely = false; ///< that clock, so that chance is no likely reason
+    /// The process that has the head's thread, where that alone would make the head one of it.
     std::optional<std::size_t> notOf = {};
 };
 
@@ -90,6 +91,7 @@ class Axis {
     /// The moment of a head: on the clock of the process that its thread belongs to, otherwise the date's
     /// earliest.
     Tie TieOf(const Head& head) const;
+    static Tie TieByDate(const Head& head);
 
     void Add(CallbackMark mark) { callbacks_.push_back(mark); }
     /// The only call for this event; empty if there is none or more than one.

@@ -23,7 +23,8 @@ struct ProcessFacts {
     bool doubtful = false; ///< another reading is possible; the words name it
     /// Which crash logs name; empty where none of it is known, or its host has set none.
     std::optional<std::uint64_t> bootCycle = {};
-    /// Of records: the process that has their threads, and whose clock cannot explain when they were written.
+    /// Of records: the process that has their threads, where more than threads tells that it need not be
+    /// theirs.
     std::optional<std::size_t> notOf = {};
 };
 

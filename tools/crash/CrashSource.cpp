@@ -3,6 +3,9 @@
 #include "tools/rings/RingSource.h"
 
 #include <algorithm>
+#include <array>
+#include <map>
+#include <set>
 #include <utility>
 
 namespace NimaPost {
@@ -17,6 +20,13 @@ std::optional<std::int64_t> SecondOf(const PlacedCrash& crash) {
 bool IsOfEarlierProcess(const Tie& crash, const std::optional<Tie>& newest) {
     return newest && newest->kind == TieKind::kLine && crash.process != newest->process &&
            crash.time < newest->time;
+}
+
+std::optional<Head> HeadOf(const PlacedCrash& crash) {
+    const CrashLog& log = crash.log;
+    return log.ticks && log.date
+               ? std::optional(Head{*log.ticks, *log.date, log.rings.Writer(), log.BootCycle()})
+               : std::nullopt;
 }
 
 } // namespace
@@ -38,16 +48,13 @@ std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile&
 void CrashSource::Date(Axis& axis) {
     PutInOrder();
     StateOrder(axis);
+    std::vector<std::pair<std::size_t, Tie>> heads = TieHeads(axis);
+    auto head = heads.begin();
     for (auto& [file, crash] : AllHeld()) {
-        if (crash.log.ticks && crash.log.date) {
-            const Head head{*crash.log.ticks, *crash.log.date, crash.log.rings.Writer(),
-                            crash.log.BootCycle()};
-            const Tie tie = axis.TieOf(head);
+        if (HeadOf(crash)) {
+            const Tie& tie = (head++)->second;
             crash.time = tie.time;
             crash.process = tie.onlyWriter;
-            if (tie.onlyWriter && head.thread) {
-                axis.AllProcesses().TakeBootCycle(*tie.onlyWriter, head.bootCycle);
-            }
             crash.certainty = {0, 0, false, tie.later};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {
                 axis.SetNewest(tie);
@@ -55,6 +62,44 @@ void CrashSource::Date(Axis& axis) {
             axis.SetWall();
         }
     }
+    Set().Get<RingSource>().NoteHeads(std::move(heads));
+}
+
+/// A process is of one boot cycle: that of the crash logs that fit its clock closely, or else at all. Where
+/// these are of several cycles, none of them is of it for all that is known.
+std::vector<std::pair<std::size_t, Tie>> CrashSource::TieHeads(Axis& axis) const {
+    using Cycles = std::set<std::uint64_t>;
+    std::map<std::size_t, std::array<Cycles, 2>> cyclesOf; // Of those that fit, and of those that do closely.
+    for (const auto& [file, crash] : All()) {
+        const auto head = HeadOf(crash);
+        const Tie tie = head ? axis.TieOf(*head) : Tie();
+        if (tie.onlyWriter && head->bootCycle) {
+            auto& [any, close] = cyclesOf[*tie.onlyWriter];
+            (tie.fitsClosely ? close : any).insert(*head->bootCycle);
+        }
+    }
+    std::set<std::size_t> contested;
+    for (const auto& [process, cycles] : cyclesOf) {
+        const Cycles& told = cycles[1].empty() ? cycles[0] : cycles[1];
+        if (told.size() == 1) {
+            axis.AllProcesses().TakeBootCycle(process, *told.begin());
+        } else {
+            contested.insert(process);
+        }
+    }
+    std::vector<std::pair<std::size_t, Tie>> ties;
+    for (const auto& [file, crash] : All()) {
+        if (const auto head = HeadOf(crash)) {
+            Tie tie = axis.TieOf(*head);
+            if (tie.onlyWriter && head->bootCycle && contested.contains(*tie.onlyWriter)) {
+                const auto notOf = tie.onlyWriter;
+                tie = Axis::TieByDate(*head);
+                tie.notOf = notOf;
+            }
+            ties.emplace_back(file, tie);
+        }
+    }
+    return ties;
 }
 
 void CrashSource::PutInOrder() {
@@ -68,11 +113,6 @@ void CrashSource::PutInOrder() {
         ordered.back().content.after = each.after;
     }
     AllHeld() = std::move(ordered);
-    std::vector<std::size_t> files;
-    for (const Held& held : All()) {
-        files.push_back(held.file);
-    }
-    Set().Get<RingSource>().NoteOrder(std::move(files));
 }
 
 /// Where dates are outweighed, somebody will wonder.

@@ -31,6 +31,7 @@ class CrashSource : public FileSource<PlacedCrash, Stage::kCrashes, EventKind::k
     std::optional<PlacedCrash> ReadContent(FolderFile& file, InputFile& input) override;
 
     void PutInOrder();
+    std::vector<std::pair<std::size_t, Tie>> TieHeads(Axis& axis) const;
     void StateOrder(Axis& axis) const;
 };
 

@@ -132,10 +132,11 @@ std::vector<RingSource::Held*> RingSource::OldestFirst() {
     });
     std::stable_partition(ordered.begin(), ordered.end(),
                           [](const Held* held) { return held->content.set.isText; });
-    auto next = order_.begin();
+    auto next = heads_.begin();
     for (Held*& held : ordered) {
-        if (std::find(order_.begin(), order_.end(), held->file) != order_.end()) {
-            held = byFile.at(*next++);
+        if (std::any_of(heads_.begin(), heads_.end(),
+                        [&](const auto& head) { return head.first == held->file; })) {
+            held = byFile.at((next++)->first);
         }
     }
     return ordered;
@@ -162,7 +163,7 @@ void RingSource::TakeOwners(Axis& axis) {
             }
         }
         facts.back().bootCycle = placed.set.bootCycle;
-        facts.back().notOf = placed.notOf;
+        facts.back().notOf = placed.headTie ? placed.headTie->notOf : std::nullopt;
         for (const ProcessFacts& process : facts) {
             placed.owners.emplace_back(axis.AllProcesses(), process);
         }
@@ -184,13 +185,19 @@ void RingSource::OrderSegments() {
     }
 }
 
+Tie RingSource::TieOfHead(const Held& held, const Axis& axis) const {
+    const auto known =
+        std::find_if(heads_.begin(), heads_.end(), [&](const auto& head) { return head.first == held.file; });
+    const RingSet& set = held.content.set;
+    return known != heads_.end() ? known->second : axis.TieOf({*set.ticks, *set.date, set.Writer(), {}});
+}
+
 void RingSource::PlaceNewest(Axis& axis) {
-    for (auto& [file, placed] : AllHeld()) {
+    for (Held& held : AllHeld()) {
+        auto& [file, placed] = held;
         std::optional<Tie> tie = axis.TieOfFile(file);
         if (placed.set.ticks && placed.set.date) {
-            tie =
-                axis.TieOf({*placed.set.ticks, *placed.set.date, placed.set.Writer(), placed.set.bootCycle});
-            placed.notOf = tie->notOf;
+            tie = placed.headTie = TieOfHead(held, axis);
             axis.SetWall();
             placed.head = tie->time;
             if (!axis.Newest()) {

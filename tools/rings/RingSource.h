@@ -23,8 +23,7 @@ struct PlacedRings {
     Certainty certainty = Certainty::Assumed();
     std::optional<std::int64_t> head; ///< of a dump or crash log, on the axis
     std::vector<Owners> owners;       ///< by the processes of the set
-    /// Not of this process, though it has the thread that wrote the head.
-    std::optional<std::size_t> notOf;
+    std::optional<Tie> headTie;
 };
 
 /// Rings in a folder: the segment, dumps of it, and those in crash logs, the best source first.
@@ -34,8 +33,8 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
 
     void Place(Axis& axis) override;
 
-    /// The files whose order is known by more than their dates, the oldest first. To be called before.
-    void NoteOrder(std::vector<std::size_t> files) { order_ = std::move(files); }
+    /// The heads of crash logs, by their files, the oldest first. To be called before.
+    void NoteHeads(std::vector<std::pair<std::size_t, Tie>> heads) { heads_ = std::move(heads); }
     /// The process that wrote this file as text.
     std::optional<std::size_t> WriterOf(std::size_t file) const;
 
@@ -46,6 +45,7 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
     bool TellRing(const Held& held, std::size_t index, const EventVisitor& visitor) const;
 
     void OrderSegments();
+    Tie TieOfHead(const Held& held, const Axis& axis) const;
     void PlaceNewest(Axis& axis);
     std::vector<Held*> OldestFirst();
     void TakeOwners(Axis& axis);
@@ -53,7 +53,7 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
     void MarkKnownRecords();
     void MarkCallbacks(Axis& axis) const;
 
-    std::vector<std::size_t> order_;
+    std::vector<std::pair<std::size_t, Tie>> heads_;
 };
 
 } // namespace NimaPost
