@@ -29,7 +29,7 @@ constexpr std::array kScenarios{
     Scenario{"slow-rings", SlowRings, 1},
     Scenario{"ring-restarts", RingRestarts, 10},
     Scenario{"crash-logs", CrashLogs, 14},
-    Scenario{"lone-crash-logs", LoneCrashLogs, 14},
+    Scenario{"lone-crash-logs", LoneCrashLogs, 2},
     Scenario{"everything", Everything, 345},
 };
 

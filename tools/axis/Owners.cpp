@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <iterator>
 #include <utility>
+#include <vector>
 
 namespace NimaPost {
 
@@ -29,13 +30,17 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     if (facts.threads.empty()) {
         return;
     }
-    all_ = processes.WithAnyOf(facts.threads, facts.bootCycle);
-    if (all_ && all_ == facts.notOf) {
-        all_.reset();
+    const std::vector<std::size_t> known = processes.AllWithAnyOf(facts.threads, facts.bootCycle);
+    ofCycle_ = processes.WithAnyOf(facts.threads, facts.bootCycle);
+    if (ofCycle_ && ofCycle_ == facts.notOf) {
+        ofCycle_.reset();
         return;
     }
-    if (all_) {
-        processes.TakeBootCycle(*all_, facts.bootCycle);
+    if (ofCycle_) {
+        processes.TakeBootCycle(*ofCycle_, facts.bootCycle);
+    }
+    if (ofCycle_ && known.size() == 1) {
+        all_ = ofCycle_;
         for (const std::uint32_t thread : facts.threads) {
             if (!MayHave(processes[*all_], thread)) {
                 each_[thread] = std::nullopt; // Of another process that shares the block.
@@ -43,18 +48,29 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
         }
         return;
     }
+    // What one of an earlier boot cycle has left may be among them.
     for (const std::uint32_t thread : facts.threads) {
-        if (!processes.AllWithAnyOf({thread}, facts.bootCycle).empty()) {
-            each_[thread] = processes.WithAnyOf({thread}, facts.bootCycle);
+        const std::vector<std::size_t> having = processes.AllWithAnyOf({thread}, facts.bootCycle);
+        if (!having.empty()) {
+            const bool isOne = having.size() == 1 && !processes.IsOfAnotherCycle(having[0], facts.bootCycle);
+            each_[thread] = isOne ? std::optional(having[0]) : std::nullopt;
         }
     }
-    if (each_.empty()) {
+    const bool anyOfCycle = std::any_of(known.begin(), known.end(), [&](std::size_t number) {
+        return !processes.IsOfAnotherCycle(number, facts.bootCycle);
+    });
+    if (!anyOfCycle) {
         ProcessFacts added = facts;
         added.proof = processes.AllWithAnyOf(facts.threads).empty()
                           ? "no text log has any of its threads"
                           : "its crash log is of another boot cycle than those with its threads";
-        all_ = processes.Add(std::move(added));
+        all_ = ofCycle_ = processes.Add(std::move(added));
     }
+}
+
+std::optional<std::size_t> Owners::WriterOf(std::uint32_t thread) const {
+    const auto process = ProcessOf(thread);
+    return process ? process : ofCycle_;
 }
 
 std::optional<std::size_t> Owners::ProcessOf(std::optional<std::uint32_t> thread) const {

@@ -20,11 +20,14 @@ class Owners {
 
     std::optional<std::size_t> ProcessOf(std::optional<std::uint32_t> thread) const;
     std::optional<std::size_t> BootOf(std::optional<std::uint32_t> thread) const;
+    /// The process that wrote the newest of them, by one of its threads.
+    std::optional<std::size_t> WriterOf(std::uint32_t thread) const;
 
   private:
     const Processes* processes_ = nullptr;
     std::optional<std::size_t> all_;
     std::map<std::uint32_t, std::optional<std::size_t>> each_;
+    std::optional<std::size_t> ofCycle_; ///< the only one that may be of their boot cycle
 };
 
 } // namespace NimaPost

@@ -14,8 +14,10 @@ std::vector<std::size_t> Processes::AllWithAnyOf(const std::set<std::uint32_t>& 
                                                  std::optional<std::uint64_t> bootCycle) const {
     std::vector<std::size_t> found;
     for (std::size_t number = 1; number <= all_.size(); ++number) {
-        const auto has = [&](std::uint32_t thread) { return all_[number - 1].threads.contains(thread); };
-        if (!IsOfAnotherCycle(number, bootCycle) && std::any_of(threads.begin(), threads.end(), has)) {
+        const ProcessFacts& facts = all_[number - 1];
+        const auto has = [&](std::uint32_t thread) { return facts.threads.contains(thread); };
+        const bool isLater = IsOfAnotherCycle(number, bootCycle) && *facts.bootCycle > *bootCycle;
+        if (!isLater && std::any_of(threads.begin(), threads.end(), has)) {
             found.push_back(number);
         }
     }
@@ -24,7 +26,8 @@ std::vector<std::size_t> Processes::AllWithAnyOf(const std::set<std::uint32_t>& 
 
 std::optional<std::size_t> Processes::WithAnyOf(const std::set<std::uint32_t>& threads,
                                                 std::optional<std::uint64_t> bootCycle) const {
-    const std::vector<std::size_t> found = AllWithAnyOf(threads, bootCycle);
+    std::vector<std::size_t> found = AllWithAnyOf(threads, bootCycle);
+    std::erase_if(found, [&](std::size_t number) { return IsOfAnotherCycle(number, bootCycle); });
     return found.size() == 1 ? std::optional(found.front()) : std::nullopt;
 }
 

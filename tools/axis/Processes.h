@@ -37,10 +37,10 @@ class Processes {
     const std::vector<ProcessFacts>& All() const { return all_; }
     const ProcessFacts& operator[](std::size_t number) const { return all_[number - 1]; }
 
-    /// The processes that have any of these threads, but for those of another boot cycle than this one.
+    /// The processes that have any of these threads, but for those of a later boot cycle than this one.
     std::vector<std::size_t> AllWithAnyOf(const std::set<std::uint32_t>& threads,
                                           std::optional<std::uint64_t> bootCycle = {}) const;
-    /// The only one; empty if there is none, or there are several.
+    /// The only one that has any of them and is of no other boot cycle; empty if there is none, or several.
     std::optional<std::size_t> WithAnyOf(const std::set<std::uint32_t>& threads,
                                          std::optional<std::uint64_t> bootCycle = {}) const;
     /// Whether both are known and differ.

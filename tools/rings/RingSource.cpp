@@ -146,7 +146,7 @@ std::optional<std::size_t> RingSource::WriterOf(std::size_t file) const {
     const auto found =
         std::find_if(All().begin(), All().end(), [&](const Held& held) { return held.file == file; });
     const auto thread = found != All().end() ? found->content.set.Writer() : std::nullopt;
-    return thread ? found->content.owners.back().ProcessOf(thread) : std::nullopt;
+    return thread ? found->content.owners.back().WriterOf(*thread) : std::nullopt;
 }
 
 void RingSource::TakeOwners(Axis& axis) {

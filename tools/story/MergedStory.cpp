@@ -26,10 +26,7 @@ void MergedStory::FindLateCrashes() {
         const Key key = order_.KeyOf(crash.time, crash.boot);
         ++place.after;
         if (latest && key < *latest) {
-            lateFiles_.emplace(crash.files.front(), place);
-            if (crash.process && !crash.boot) {
-                lateProcesses_.emplace(*crash.process, place);
-            }
+            late_.emplace(crash.files.front(), place);
         }
         latest = std::max(latest.value_or(key), key);
         const auto last = crash.process ? story_.Time().AllProcesses()[*crash.process].last : std::nullopt;
@@ -38,11 +35,8 @@ void MergedStory::FindLateCrashes() {
 }
 
 MergedStory::Place MergedStory::PlaceOf(const TimelineEvent& event) const {
-    const bool isCrash = event.level == kCrashLevel && event.kind == EventKind::kRecord;
-    const auto& late = isCrash ? lateFiles_ : lateProcesses_;
-    const auto found =
-        isCrash || event.process ? late.find(isCrash ? event.file : *event.process) : late.end();
-    Place place = found != late.end() ? found->second : Place{KeyOf(event), 0, 0};
+    const auto found = late_.find(event.file);
+    Place place = found != late_.end() ? found->second : Place{KeyOf(event), 0, 0};
     place.time = event.time.value_or(0);
     return place;
 }

@@ -49,10 +49,8 @@ class MergedStory {
     SelectedEvents::Admits admits_;
     EventOrder order_;
     std::vector<std::pair<Place, KeptEvent>> others_;
-    /// Where crashes stand that have an earlier time than one before them, and the processes that only those
-    /// tell of.
-    std::map<std::size_t, Place> lateFiles_;
-    std::map<std::size_t, Place> lateProcesses_;
+    /// Where crashes stand that have an earlier time than one before them, with what else their files tell.
+    std::map<std::size_t, Place> late_;
 };
 
 /// A crash as an event. The views are those of the crash.
