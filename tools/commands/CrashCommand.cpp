@@ -17,8 +17,8 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 #include <memory>
+#include <utility>
 
 namespace NimaPost {
 
@@ -358,13 +358,16 @@ int ShowAll(Context& context, const Options& options) {
         [&](const DeviceInput& input, Findings& findings) {
             return ShowSelected(context, options, input, findings, crashes);
         });
-    return crashes == 0 && code == kExitFine ? ReportUnusable(context, "no crash log or stack trace in it")
-                                             : code;
+    if (crashes > 0 || code != kExitFine) {
+        return code;
+    }
+    return ReportUnusable(context, options.input.paths.front() + ": no crash log or stack trace in it");
 }
 
 /// For programs, file by file.
 int ListAll(Context& context, const Options& options) {
-    std::map<const Device*, std::unique_ptr<Story>> stories;
+    const Device* read = nullptr; // Files come device by device.
+    std::unique_ptr<Story> story;
     const auto list = [&](EvidenceFile& file, Device& device, Findings& findings) {
         std::string problem;
         if (IsNamed(device)) {
@@ -372,8 +375,7 @@ int ListAll(Context& context, const Options& options) {
             return input ? ShowCrash(context, *input, options.symbols, findings)
                          : ReportUnopened(context, problem);
         }
-        auto& story = stories[&device];
-        if (!story) {
+        if (std::exchange(read, &device) != &device) {
             story = std::make_unique<Story>(context.names);
             story->Read(device, device.name, problem);
         }
