@@ -149,7 +149,6 @@ Json StackJson(const std::string& path, const StackTrace& stack, const Resolutio
 /// A file's object with what the whole folder tells of its crash, by its place among all.
 Json WithPlace(Json json, const Story& story, std::size_t place) {
     const Crash& crash = story.Crashes()[place];
-    json["title"] = ToUtf8(crash.title);
     json["crash"] = CrashJson(crash, story);
     json["crash"]["number"] = place + 1;
     return json;
@@ -257,7 +256,9 @@ class CrashFiles {
         const auto stack = std::find_if(crash_.stacks.begin(), crash_.stacks.end(),
                                         [&](const auto* held) { return held->file == file; });
         if (stack == crash_.stacks.end()) {
-            return WithPlace(LogJson(path, crash_.log->log, findings), story_, place_);
+            Json json = LogJson(path, crash_.log->log, findings);
+            json["title"] = ToUtf8(crash_.title);
+            return WithPlace(std::move(json), story_, place_);
         }
         const auto number = static_cast<std::size_t>(stack - crash_.stacks.begin());
         return WithPlace(StackJson(path, (*stack)->content, ResolutionOf(number), findings), story_, place_);
