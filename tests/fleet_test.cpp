@@ -384,11 +384,21 @@ TEST(Signature, PairsThatFallTogetherAndThatDoNot) {
          false},
         {"operators", "0x1: (Page::operator<(Page const&) const+0x1)\n",
          "0x1: (Page::operator<<(Page const&) const+0x1)\n", false},
+        {"operators of templates", "0x1: (Stream& Log::operator<< <int>(Log&, int)+0x1)\n",
+         "0x1: (Stream& Log::operator<< <char>(Log&, char)+0x1)\n", true},
+        {"operators of classes", "0x1: (Stream& Log::operator<< <int>(Log&, int)+0x1)\n",
+         "0x1: (Stream& Page::operator<< <int>(Page&, int)+0x1)\n", false},
+        {"comparisons in arguments", "0x1: (Fixed<(4>2)>::Round()+0x1)\n",
+         "0x1: (Fixed<(8>2)>::Round()+0x1)\n", true},
         {"recursion", "0x1: (Find(int)+0x1)\n", "0x1: (Find(int)+0x9)\n0x1: (Find(int)+0x1)\n", true},
         {"recursion of two", "0x1: (Odd()+0x1)\n0x1: (Even()+0x1)\n",
          "0x1: (Odd()+0x1)\n0x1: (Even()+0x1)\n0x1: (Odd()+0x2)\n0x1: (Even()+0x1)\n", true},
         {"foreign frames", "0x1: (Feed(int)+0x1)\n",
          "0x7f: (memcpy+0x1)\n0x1: (Feed(int)+0x1)\n0x1: (void std::__invoke<Job>(Job&&)+0x3)\n", true},
+        {"neighbours of what the C library does not export", "0x1: (Feed(int)+0x1)\n",
+         "0x7f: (__nss_database_lookup+0x1b)\n0x7f: (qsort_r+0x1)\n0x1: (Feed(int)+0x1)\n", true},
+        {"a cut line with a foreign result", "0x1: (std::vector<Page> Engine::Render<std::char_traits<char\n",
+         "0x7f: (memcpy+0x1)\n", false},
         {"callers", "0x1: (Feed(int)+0x1)\n0x1: (Print()+0x1)\n", "0x1: (Feed(int)+0x1)\n0x1: (Copy()+0x1)\n",
          false},
         {"a second entry of the handler", "0x1: (Feed(int)+0x1)\n",
@@ -397,7 +407,8 @@ TEST(Signature, PairsThatFallTogetherAndThatDoNot) {
         {"cut lines", "0x1: (" + longName + "\n", "0x2: (" + longName + "\n", true},
         {"cut lines that differ late", "0x1: (" + longName + "a\n", "0x1: (" + longName + "b\n", false},
         {"a cut offset", "0x1: (" + longName + "+0x1)\n", "0x1: (" + longName + "+0x\n", true},
-        {"an own name like a foreign one", "0x1: (memcpyPages()+0x1)\n", "0x1: (cloneJob()+0x1)\n", false},
+        {"own names like foreign ones", "0x1: (memcpyPages()+0x1)\n", "0x1: (poll(Tray&)+0x1)\n", false},
+        {"an own name that C has, too", "0x1: (poll(Tray&)+0x1)\n", "0x1: (poll+0x1)\n", false},
     };
     for (const Pair& pair : pairs) {
         const std::string first = signature(pair.first);
@@ -415,6 +426,11 @@ TEST(Signature, PairsThatFallTogetherAndThatDoNot) {
     };
     EXPECT_EQ(nameless("0x56120000f4d"), nameless("0x55510000f4d"));
     EXPECT_NE(nameless("0x56120000f4d"), nameless("0x56120000f4e"));
+    // A call of a null pointer ends the trace where the signal came.
+    EXPECT_EQ(NimaPost::SignatureOfStack({"0x7f1: (signalHandler(int)+0x1)", "0x7f2: (__sigaction+0x40)"},
+                                         "Fatal signal")
+                  .text,
+              "Fatal signal, without frames");
 
     EXPECT_EQ(NimaPost::SignatureOfReport("31AC05", "/src/a/fuser.cpp", "24"),
               NimaPost::SignatureOfReport("0x0031ac05", "C:\\build 7\\fuser.cpp", "24"));
