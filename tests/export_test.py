@@ -85,15 +85,19 @@ def on_duckdb(events):
                           input=json.dumps(lists), capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stderr
     ranking, from_json, from_csv = json.loads(done.stdout)
-    assert from_json == from_csv and int(from_json[0][0]) == events, (from_json, from_csv, events)
+    devices = len({row["device"] for row in rows("export", "events")})
+    assert from_json == from_csv, (from_json, from_csv)
+    assert (int(from_json[0][0]), int(from_json[0][2])) == (events, devices), (from_json, events, devices)
     return [[row[0], int(row[1]), int(row[2])] for row in ranking]
 
 
 def loads_and_ranks():
     run(SIMULATOR, "--fleet", "fleet", "--folders", "60", "--bytes", "20000")
-    pathlib.Path("fleet/it's, a \"unit\" äö").mkdir()
-    pathlib.Path("fleet/it's, a \"unit\" äö/device.log").write_bytes(
-        b'5 <0x00000001:000> <WARN> <"One"> caf\xc3\xa9 \xff, "quoted"\r\nsecond line\r\n')
+    # The last one's name stands for null, and those before it are longer than a folder's may be once escaped.
+    for name in ("it's, a \"unit\" äö", "ü" * 100, "ü" * 99 + "u", "__HIVE_DEFAULT_PARTITION__"):
+        pathlib.Path("fleet", name).mkdir()
+        pathlib.Path("fleet", name, "device.log").write_bytes(
+            b'5 <0x00000001:000> <WARN> <"One"> caf\xc3\xa9 \xff, "quoted"\r\nsecond line\r\n')
     run(POST, "index", "fleet", "--db", "fleet.db")
     fleet = json.loads(run(POST, "fleet", "fleet.db", "--json"))
     told = json.loads(run(POST, "export", "fleet", "--to", "export", "--json"))

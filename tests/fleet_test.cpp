@@ -303,13 +303,16 @@ TEST_F(FleetTest, TellsTheSameAgain) {
               Json::array({{"0x0031ac05 at fuser.cpp:24", 1, 1}}));
     EXPECT_EQ(Count("SELECT count(*) FROM case_crashes", "one.db"), 3);
 
-    // A database and a page in a device's own folder make it no other case.
+    // Databases and a page in a device's own folder make it no other case.
+    fs::copy("one.db", "both/unit-3/another.db");
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(Post({"index", "both/unit-3", "--db", "both/unit-3/own.db"}).code, 0);
         ASSERT_EQ(Post({"fleet", "both/unit-3/own.db", "--html", "both/unit-3/page.html"}).code, 0);
     }
+    fs::remove("both/unit-3/another.db");
+    ASSERT_EQ(Post({"index", "both/unit-3", "--db", "both/unit-3/own.db"}).code, 0);
     EXPECT_EQ(Count("SELECT count(*) FROM cases", "both/unit-3/own.db"), 1);
-    EXPECT_EQ(Count("SELECT count(*) FROM files", "both/unit-3/own.db"), 2);
+    EXPECT_EQ(Count("SELECT count(*) FROM files WHERE state = 'ok'", "both/unit-3/own.db"), 2);
 
     // Names that say more than the device's.
     WriteDevice("dated/unit-1-monday", {{"crash.txt", CrashLog(41)}});
@@ -318,6 +321,9 @@ TEST_F(FleetTest, TellsTheSameAgain) {
     EXPECT_EQ(Count("SELECT count(*) FROM devices WHERE name = 'unit-1'", "dated.db"), 1);
     EXPECT_EQ(Count("SELECT count(*) FROM cases", "dated.db"), 2);
     EXPECT_EQ(Count("SELECT count(*) FROM crashes", "dated.db"), 2);
+    // An expression that finds nothing, though in many places, leaves the folder's name.
+    ASSERT_EQ(Post({"index", "dated", "--db", "named.db", "--device-from", "(x*)"}).code, 0);
+    EXPECT_EQ(Count("SELECT count(*) FROM devices WHERE name LIKE 'unit-1-%'", "named.db"), 2);
 }
 
 TEST_F(FleetTest, BadInputCostsItselfAlone) {
@@ -351,6 +357,11 @@ TEST_F(FleetTest, BadInputCostsItselfAlone) {
         }
         EXPECT_EQ(ReadFile(path), before) << path;
     }
+    // What SQLite would keep for the moment only.
+    EXPECT_EQ(Post({"index", "fleet", "--db", ""}).code, 2);
+    EXPECT_EQ(Post({"index", "fleet", "--db", ":memory:"}).code, 1);
+    EXPECT_TRUE(Exists(":memory:"));
+    EXPECT_NE(Post({"fleet", "fleet"}).errors.find("a folder"), std::string::npos);
     EXPECT_EQ(Post({"fleet", "none.db"}).code, 2);
     EXPECT_FALSE(Exists("none.db"));
     EXPECT_EQ(Post({"index", "fleet", "--db", "fleet.db", "--device-from", "("}).code, 2);
