@@ -76,7 +76,7 @@ void Partitions::Open(Part& part, const Key& key) {
         open_.pop_back();
     }
     if (part.path.empty()) {
-        part.path = unfinished_ + "/" + key.first + "-" + key.second;
+        part.path = unfinished_ + key.first + "-" + key.second;
     }
     part.file = std::make_unique<ZstdFile>(part.path);
     open_.push_front(&part);
@@ -97,12 +97,16 @@ void Partitions::Add(std::string_view table, std::string_view day, const TableRo
     part.file->Out().Write(row.Line());
 }
 
-std::size_t Partitions::Finish() {
+void Partitions::Close() {
     for (Part* const part : open_) {
         part->file->Finish();
         part->file.reset();
     }
     open_.clear();
+}
+
+std::size_t Partitions::Finish() {
+    Close();
     const std::size_t count = parts_.size();
     while (!parts_.empty()) {
         const auto& [key, part] = *parts_.begin();
