@@ -326,6 +326,27 @@ TEST_F(FleetTest, TellsTheSameAgain) {
     EXPECT_EQ(Count("SELECT count(*) FROM devices WHERE name LIKE 'unit-1-%'", "named.db"), 2);
 }
 
+// After an update, a crash before it is of the firmware that ran then, though no process is known.
+TEST_F(FleetTest, KnowsTheFirmwareOfTheTime) {
+    const std::string updated =
+        "1000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=01261024163100.00100, "
+        "type=qpc\r\n1001 <0x00000001:000> <INFO> <Main> firmware 4.2.0\r\n"
+        "1050 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, now=01261024163150.00100, "
+        "type=qpc\r\n1051 <0x00000002:000> <INFO> <Main> firmware 4.3.0\r\n";
+    WriteDevice("updated/unit-1",
+                {{"device.log", updated}, {"crash.txt.1", CrashLog(41)}, {"crash.txt", CrashLog(55, "25")}});
+    ASSERT_EQ(Post({"index", "updated", "--db", "updated.db"}).code, 0);
+    ASSERT_EQ(Count("SELECT count(*) FROM crashes WHERE process IS NULL", "updated.db"), 2);
+    std::map<std::string, std::string> versions;
+    const Json causes =
+        Post({"fleet", "updated.db", "--version-from", "firmware (.*)", "--json"}).Parsed()["signatures"];
+    for (const Json& each : causes) {
+        versions[each["signature"]] = each["firmware"][0]["version"];
+    }
+    EXPECT_EQ(versions, (std::map<std::string, std::string>{{"0x0031ac05 at fuser.cpp:24", "4.2.0"},
+                                                            {"0x0031ac05 at fuser.cpp:25", "4.3.0"}}));
+}
+
 TEST_F(FleetTest, BadInputCostsItselfAlone) {
     WriteDevice("fleet/good", {{"crash.txt", CrashLog(41)}});
     WriteDevice("fleet/also", {{"crash.txt", CrashLog(42)}});
