@@ -431,6 +431,8 @@ TEST(Signature, PairsThatFallTogetherAndThatDoNot) {
          "0x7f: (__nss_database_lookup+0x1b)\n0x7f: (qsort_r+0x1)\n0x1: (Feed(int)+0x1)\n", true},
         {"a cut line with a foreign result", "0x1: (std::vector<Page> Engine::Render<std::char_traits<char\n",
          "0x7f: (memcpy+0x1)\n", false},
+        {"a line that is cut in a result",
+         "0x1: (std::enable_if<(sizeof (int))>(2)), std::vector<int> >::ty\n", "0x7f: (memcpy+0x1)\n", false},
         {"callers", "0x1: (Feed(int)+0x1)\n0x1: (Print()+0x1)\n", "0x1: (Feed(int)+0x1)\n0x1: (Copy()+0x1)\n",
          false},
         {"a second entry of the handler", "0x1: (Feed(int)+0x1)\n",

@@ -28,6 +28,8 @@ constexpr std::array<std::string_view, 3> kC{"_start", "start_thread", "clone3"}
 constexpr std::array<std::string_view, 5> kCBegins{"__", "_IO_", "_dl_", "_nss_", "pthread_"};
 
 constexpr std::array<std::string_view, 3> kCppBegins{"std::", "operator new", "operator delete"};
+/// No function is called so, only the result of a template, in which its line was cut.
+constexpr std::string_view kResult = "std::enable_if";
 
 constexpr std::array<std::string_view, 3> kUnwinderBegins{"_Unwind_", "_UL", "unw_"};
 
@@ -43,6 +45,9 @@ bool IsInC(const FunctionName& function) {
 
 bool IsForeign(const FunctionName& function) {
     const std::string_view name = function.plain;
+    if (name.starts_with(kResult)) {
+        return false;
+    }
     return (IsInC(function) && IsExportedByCLibrary(name)) ||
            std::any_of(kModules.begin(), kModules.end(), [&](const Module& module) {
                return std::find(module.names.begin(), module.names.end(), name) != module.names.end() ||
