@@ -9,11 +9,11 @@ namespace {
 
 constexpr std::array kScenarios{
     Scenario{"one-run", OneRun, 1},
-    Scenario{"rolls", Rolls, 1},
+    Scenario{"rolls", Rolls, 1, 40},
     Scenario{"rewinds", Rewinds, 22},
     Scenario{"unbuffered-rewinds", UnbufferedRewinds, 18},
     Scenario{"appended", Appended, 1},
-    Scenario{"other-openings", OtherOpenings, 105},
+    Scenario{"other-openings", OtherOpenings, 105, 20},
     Scenario{"boots", Boots, 21},
     Scenario{"boots-without-clock", BootsWithoutClock, 2},
     Scenario{"rolled-boots", RolledBoots, 13},
