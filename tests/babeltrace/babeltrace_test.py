@@ -103,7 +103,7 @@ def clocks_and_processes():
     """A process whose clock was set back, before a roll of its log, and one that came later."""
     boot = 1_000 * SECOND
     write("set/device.log.1", calibration(boot, "1024163100", 54_000) + line(boot + 10**6, "<WARN> <A> one") +
-          line(boot + 300 * 10**6, "<WARN> <A> two"))
+          line(boot + 300 * 10**6, "<WARN> <A> two, and so much that the log was full after it" + 80 * "."))
     write("set/device.log", calibration(boot + 340 * 10**6, "1024153000", 21_000) +
           line(boot + 341 * 10**6, "<WARN> <A> three") +
           calibration(boot + 5 * SECOND, "1024153009", 1_000) + line(boot + 6 * SECOND, "<WARN> <B> four", 2))
