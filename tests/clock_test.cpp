@@ -493,25 +493,61 @@ TEST_F(LogTimes, OfALogThatHoldsTextsLikeCutLinesAreOfOneRound) {
     }
 }
 
-TEST_F(LogTimes, OfLinesBelowAnotherProcesssOnlyLineAreAssumed) {
+TEST_F(LogTimes, OfLinesThatTheOpeningThreadDidNotWriteAreAssumedUnlessSomethingTellsTheirProcess) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
-    std::string log = Calibration(kBoot, kBoot + offset);
-    for (int i = 1; i <= 8; ++i) {
-        log += Line(kBoot + i * (30 * kMillisecond), "<WARN> <A> old");
+    const auto opening = [&](std::int64_t before, std::uint32_t opener) {
+        return Calibration(kBoot - before, kBoot - before + offset, opener);
+    };
+    std::string lines;
+    for (int i = 0; i < 8; ++i) {
+        lines += Line(kBoot + i * (30 * kMillisecond), "<WARN> <A> of one of two threads", 1 + i % 2);
     }
-    for (const std::uint32_t opener : {1U, 9U}) {
-        const std::string newer = Calibration(20 * kSecond + 3, kBoot + offset + 7200 * kSecond, opener);
-        WriteFile("a.log", newer + log.substr(log.find('\n') + 1));
-        const Logs logs({"a.log"});
-        const bool may = opener == 9;
-        EXPECT_EQ(logs.entries[1].certainty.assumed, may);
-        EXPECT_EQ(logs.entries[1].process, may ? std::nullopt : std::optional<std::size_t>(1));
-        EXPECT_EQ(Has(logs.set.Sources()[0].findings.remarks, "silent-opener"), may);
+    const std::string late = opening(400 * kMillisecond, 9) + lines;
+    const std::string atOnce = opening(9 * kMillisecond, 9) + lines;
+    const auto appended = [&](std::uint32_t opener) {
+        const std::int64_t later = kBoot + 7200 * kSecond;
+        return Calibration(later, later + offset, opener) +
+               Line(later + 40, "<WARN> <A> of a later process", 7);
+    };
+    struct Case {
+        std::string log;
+        bool may;
+        std::string backup = {};
+        std::string other = {};
+    };
+    const std::vector<Case> cases{
+        {opening(400 * kMillisecond, 1) + lines, false},
+        {late, true},
+        {atOnce, false},
+        // The older line was a byte longer.
+        {opening(9 * kMillisecond, 9) + "\n" + lines, true},
+        {late + appended(6), false},
+        {late + appended(9), true}, // as a process that opens its log again may leave it
+        {late, false, atOnce},
+        {Calibration(kBoot + kSecond, kBoot + kSecond + offset) + lines, false, late},
+        {late, false, {}, atOnce},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        const std::string name = std::to_string(i) + ".log";
+        std::vector<std::string> names{name};
+        WriteFile(name, cases[i].log);
+        if (!cases[i].backup.empty()) {
+            WriteFile(name + ".1", cases[i].backup);
+        }
+        if (!cases[i].other.empty()) {
+            names.push_back(names.front() + "b");
+            WriteFile(names.back(), cases[i].other);
+        }
+        const Logs logs(names);
+        const LogEntry& line = logs.entries[1];
+        EXPECT_EQ(line.certainty.assumed, cases[i].may) << i;
+        EXPECT_EQ(Has(logs.set.Sources()[0].findings.remarks, "silent-opener"), cases[i].may) << i;
+        // The opening thread is of its process in any case, and so are the lines, if only probably.
+        const LogProcess& process = logs.set.Processes().at(0);
+        EXPECT_EQ(line.process, std::optional<std::size_t>(1)) << i;
+        EXPECT_EQ(process.linesMayBeOlder, cases[i].may) << i;
+        EXPECT_EQ(process.threads.size(), cases[i].log == cases[0].log ? 2U : 3U) << i;
     }
-    // A log with a backup is never written over.
-    WriteFile("a.log.1",
-              Calibration(10 * kSecond, kBoot + offset) + Line(10 * kSecond + 5, "<WARN> <A> one"));
-    EXPECT_FALSE(Logs({"a.log"}).entries.back().certainty.assumed);
 }
 
 TEST_F(LogTimes, OfACopyAreToldOnce) {

@@ -19,7 +19,8 @@ struct ProcessFacts {
     std::string proof = {}; ///< in words: what tells that it is a process of its own, and its boot
     /// What tells the process and its boot, as a code.
     std::string evidence = "threads";
-    bool doubtful = false; ///< another reading is possible; the words name it
+    bool doubtful = false;      ///< another reading is possible; the words name it
+    bool linesProbable = false; ///< they may be an older process's; the words say so
 };
 
 /// The processes of which a folder has traces, numbered from 1 in the order in which they are

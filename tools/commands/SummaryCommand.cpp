@@ -146,6 +146,7 @@ class Summary {
                                  {"evidence", facts.evidence},
                                  {"first", TimeJson(facts.first)},
                                  {"last", TimeJson(facts.last)},
+                                 {"lines_probable", facts.linesProbable},
                                  {"threads", facts.threads.size()}});
         }
         Json gaps = Json::array();
@@ -249,7 +250,7 @@ class Summary {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
-            if (facts.doubtful && !probably) {
+            if (facts.linesProbable || (facts.doubtful && !probably)) {
                 Line("     " + facts.proof);
             }
         }

@@ -55,12 +55,9 @@ void ConfirmCounters(Comparison& comparison, LogPart* last, LogPart* first) {
 void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     const std::int64_t first = part.start + OriginOf(run);
     process.collected = process.collected || run.collected;
-    if (part.mayBeOlder) {
-        process.threads.insert(part.calibration->thread);
-    } else {
-        std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
-                            std::inserter(process.threads, process.threads.end()));
-    }
+    process.linesMayBeOlder = process.linesMayBeOlder || part.mayBeOlder;
+    std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
+                        std::inserter(process.threads, process.threads.end()));
     if (part.BoundsUptime()) {
         process.mostFirstSecond = std::min(process.mostFirstSecond, part.mostFirstSecond);
         process.leastLastSecond = std::max(process.leastLastSecond, part.leastLastSecond);
@@ -70,7 +67,7 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     }
     ProcessClock& clock = process.clocks.back();
     clock.first = std::min(clock.first, first);
-    clock.last = std::max(clock.last, first + (part.mayBeOlder ? 0 : part.length));
+    clock.last = std::max(clock.last, first + part.length);
     if (part.date && !clock.date) {
         clock.date = part.date;
         clock.counter = part.firstCounter;

@@ -39,6 +39,7 @@ class Divider {
     void Line(const LogLine& line, std::uint64_t offset, bool whole) {
         if (!line.hasHeader) {
             part_.beginsInside = part_.beginsInside || offset == part_.begin;
+            part_.restFollows = part_.restFollows || (part_.calibration && part_.stamped == 1);
             return;
         }
         const bool calibrates = IsCalibration(line);

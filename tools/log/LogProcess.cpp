@@ -10,6 +10,7 @@ namespace NimaPost {
 
 void LogProcess::Absorb(const LogProcess& other) {
     threads.insert(other.threads.begin(), other.threads.end());
+    linesMayBeOlder = linesMayBeOlder || other.linesMayBeOlder;
     // Where a clock of the other belongs among these only one clock in common tells.
     const auto common = FindCommonClock(*this, other);
     if (common && clocks.size() == 1 && other.clocks.size() == 1) {
@@ -101,6 +102,11 @@ ProcessFacts FactsOf(const LogProcess& process) {
     ProcessFacts facts;
     facts.threads = process.threads;
     facts.proof = InWords(process);
+    if (process.linesMayBeOlder) {
+        facts.linesProbable = true;
+        facts.proof +=
+            "; its lines are probably its own, but the thread that opened the log wrote none of them";
+    }
     facts.evidence = EvidenceCodeOf(process);
     const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||
                           process.evidence == BootEvidence::kUptime;

@@ -52,6 +52,7 @@ struct LogProcess {
     std::size_t boot = 0;
     bool collected = false; ///< of the boot in which the files were collected, which outweighs the evidence
     bool apart = false;     ///< so, but not the process before
+    bool linesMayBeOlder = false; ///< all but its first one, which then are another's
 
     /// By what its own lines tell.
     bool IsDated() const;
