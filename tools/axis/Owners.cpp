@@ -31,6 +31,7 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     }
     all_ = processes.WithAnyOf(facts.threads);
     if (all_) {
+        processes.Widen(*all_, facts);
         for (const std::uint32_t thread : facts.threads) {
             if (!MayHave(processes[*all_], thread)) {
                 each_[thread] = std::nullopt; // Of another process that shares the block.
@@ -47,7 +48,8 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     }
     if (each_.empty()) {
         ProcessFacts added = facts;
-        added.proof = "no text log has any of its threads";
+        added.proof = kOnlyUndated;
+        added.assumed = true;
         all_ = processes.Add(std::move(added));
     }
 }

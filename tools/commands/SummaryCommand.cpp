@@ -146,6 +146,7 @@ class Summary {
                                  {"evidence", facts.evidence},
                                  {"first", TimeJson(facts.first)},
                                  {"last", TimeJson(facts.last)},
+                                 {"assumed", facts.assumed},
                                  {"lines_probable", facts.linesProbable},
                                  {"threads", facts.threads.size()}});
         }
@@ -248,6 +249,7 @@ class Summary {
             std::string line = "  " + ProcessInWords(i + 1, facts.boot, probably);
             if (facts.first && facts.last) {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
+                line += facts.assumed || facts.linesProbable ? " ?" : "";
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
             if (facts.linesProbable || (facts.doubtful && !probably)) {

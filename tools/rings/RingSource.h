@@ -30,6 +30,7 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
   public:
     using FileSource::FileSource;
 
+    void Announce(Processes& processes) const override;
     void Place(Axis& axis) override;
 
   private:
