@@ -28,6 +28,9 @@ enum class Fault : unsigned char {
     kProcesses,  ///< of two processes made one
     kBoots,      ///< of two boots made one
     kProof,      ///< another boot is called proven, and is none
+    kSplitBoot,  ///< one boot is called two, of neither of which there is a doubt
+    kThreads,    ///< a process is said to have a thread of another
+    kNumbers, ///< a process has a higher number than one of the same trace or log that began after it ended
     kFaults
 };
 inline constexpr std::size_t kFaults = static_cast<std::size_t>(Fault::kFaults);

@@ -22,10 +22,22 @@ struct Claim {
     std::int64_t earlier = kUnbounded;
     std::int64_t originLater = 0; ///< nanoseconds
     bool exact = false;
+    bool probably = false; ///< of the process
+    bool bootGuessed = false;
     std::optional<std::size_t> process;
     std::optional<std::size_t> boot;
 
     static constexpr std::int64_t kUnbounded = -1;
+};
+
+/// What a reader says about a process.
+struct Fact {
+    std::set<std::uint32_t> threads;
+    std::optional<std::size_t> boot;
+    bool doubtful = false;      ///< of the boot
+    bool probablyOne = false;   ///< else several
+    bool linesProbable = false; ///< all but the first one
+    bool bootGuessed = false;
 };
 
 /// Which lines are in the files from their counters to their serial numbers, where a line can begin. Only of
@@ -64,6 +76,8 @@ class Claims {
     void Add(const Claim& claim, const std::string& place);
     /// Of a crash log, by the counter in its head.
     void AddCrash(const Claim& claim, std::int64_t counter);
+    /// What is said about each process, from number 1 on.
+    void Facts(std::vector<Fact> facts) { facts_ = std::move(facts); }
     /// Processes that are said to be of another boot than the one before, as a fact.
     void Proven(std::set<std::size_t> processes) { proven_ = std::move(processes); }
     /// After the last one.
@@ -75,6 +89,7 @@ class Claims {
     void CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where);
     void Count(const Claim& claim, const Stamp& stamp);
     void CheckThatAllCame();
+    void CheckFacts();
 
     struct Latest {
         std::int64_t ofProcess = INT64_MIN;
@@ -95,6 +110,7 @@ class Claims {
     std::map<int, std::set<std::size_t>> numbers_;   ///< of each true process
     std::map<std::size_t, std::set<int>> trueBoots_; ///< of each process's number
     std::set<std::size_t> proven_;
+    std::vector<Fact> facts_;
 };
 
 } // namespace Simulator

@@ -24,7 +24,10 @@ struct ProcessFacts {
     std::string evidence = "threads";
     bool assumed = false;       ///< its times are those of records without dates
     bool doubtful = false;      ///< another reading is possible; the words name it
+    bool probablyOne = false;   ///< it may be several with the same threads; the words say so
     bool linesProbable = false; ///< they may be an older process's; the words say so
+
+    bool TimesAreAssumed() const { return assumed || linesProbable; }
 };
 
 /// What proves a process that only binary trace and rings tell of.

@@ -146,7 +146,7 @@ class Summary {
                                  {"evidence", facts.evidence},
                                  {"first", TimeJson(facts.first)},
                                  {"last", TimeJson(facts.last)},
-                                 {"assumed", facts.assumed},
+                                 {"assumed", facts.TimesAreAssumed()},
                                  {"lines_probable", facts.linesProbable},
                                  {"threads", facts.threads.size()}});
         }
@@ -249,10 +249,10 @@ class Summary {
             std::string line = "  " + ProcessInWords(i + 1, facts.boot, probably);
             if (facts.first && facts.last) {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
-                line += facts.assumed || facts.linesProbable ? " ?" : "";
+                line += facts.TimesAreAssumed() ? " ?" : "";
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
-            if (facts.linesProbable || (facts.doubtful && !probably)) {
+            if (facts.linesProbable || facts.probablyOne || (facts.doubtful && !probably)) {
                 Line("     " + facts.proof);
             }
         }

@@ -126,7 +126,7 @@ class BootNumbering {
         for (const std::size_t i : order) {
             LogProcess& process = processes_[i];
             if (process.IsDated()) {
-                process.boot = BootOf(process);
+                process.boot = TakeBoot(process);
                 boots_.resize(std::max(boots_.size(), process.boot));
                 boots_[process.boot - 1].push_back(i);
                 lastOfLog_[process.log] = process.boot;
@@ -152,7 +152,7 @@ class BootNumbering {
         }
     }
 
-    std::size_t BootOf(const LogProcess& process) const {
+    std::size_t TakeBoot(LogProcess& process) const {
         const std::size_t last = lastOfLog_[process.log];
         if (process.collected && collectedBoot_ >= std::max<std::size_t>(last, 1)) {
             return collectedBoot_;
@@ -165,18 +165,42 @@ class BootNumbering {
         const auto fitOneClock = [](const LogProcess& a, const LogProcess& b) {
             return FindCommonClock(a, b).has_value();
         };
+        const LogProcess* other = nullptr; // the last one that may be of the same boot
         for (const auto& sameBoot : std::initializer_list<bool (*)(const LogProcess&, const LogProcess&)>{
                  fitOneClock, RanAtOneTime}) {
             for (std::size_t boot = from; boot <= boots_.size(); ++boot) {
-                const auto& members = boots_[boot - 1];
-                if (std::any_of(members.begin(), members.end(), [&](std::size_t member) {
-                        return processes_[member].log != process.log && sameBoot(processes_[member], process);
-                    })) {
-                    return boot;
+                for (const std::size_t member : boots_[boot - 1]) {
+                    const bool ofOtherLog = processes_[member].log != process.log;
+                    other = ofOtherLog ? &processes_[member] : other;
+                    if (ofOtherLog && sameBoot(*other, process)) {
+                        Weigh(process, *other,
+                              sameBoot == fitOneClock ? BootEvidence::kClocksFit : BootEvidence::kOverlaps);
+                        return boot;
+                    }
                 }
             }
         }
+        if (other != nullptr) {
+            Weigh(process, *other, BootEvidence::kClocks);
+        }
         return boots_.size() + 1;
+    }
+
+    /// Notes how a process of another log tells the boot. The order of logs is not known, so it proves none.
+    static void Weigh(LogProcess& process, const LogProcess& other, BootEvidence evidence) {
+        if (process.evidence != BootEvidence::kFirst) {
+            process.doubtfulAmongLogs = evidence != BootEvidence::kClocksFit;
+            return;
+        }
+        const ProcessClock& clock = process.clocks.front();
+        process.evidence = BootEvidence::kUnknown;
+        if (clock.date && BeganWithTheDevice(*clock.date, clock.counter)) {
+            process.evidence = BootEvidence::kNoClock;
+        } else if (clock.date && other.clocks.front().date) {
+            process.misfit = Compare(other.clocks.front(), clock).misfit;
+            const bool isNear = evidence == BootEvidence::kClocks && process.misfit <= kDateTakes;
+            process.evidence = isNear ? BootEvidence::kUnknown : evidence;
+        }
     }
 
     std::vector<LogProcess>& processes_;

@@ -11,6 +11,7 @@ namespace NimaPost {
 void LogProcess::Absorb(const LogProcess& other) {
     threads.insert(other.threads.begin(), other.threads.end());
     linesMayBeOlder = linesMayBeOlder || other.linesMayBeOlder;
+    ++logs;
     // Where a clock of the other belongs among these only one clock in common tells.
     const auto common = FindCommonClock(*this, other);
     if (common && clocks.size() == 1 && other.clocks.size() == 1) {
@@ -39,7 +40,8 @@ WallOffset::Fit Compare(const ProcessClock& a, const ProcessClock& b) {
 std::optional<CommonClock> FindCommonClock(const LogProcess& a, const LogProcess& b) {
     for (const ProcessClock& clock : a.clocks) {
         for (const ProcessClock& other : b.clocks) {
-            if (clock.date && other.date && Compare(clock, other).misfit <= kFitsClosely) {
+            if (clock.date && other.date && !BeganWithTheDevice(*clock.date, clock.counter) &&
+                Compare(clock, other).misfit <= kFitsClosely) {
                 return CommonClock{&clock, &other};
             }
         }
@@ -62,6 +64,8 @@ const char* EvidenceCodeOf(const LogProcess& process) {
             return "clocks";
         case BootEvidence::kClocksFit:
             return "clocks-fit";
+        case BootEvidence::kOverlaps:
+            return "overlaps";
         case BootEvidence::kNoClock:
             return "no-clock";
         case BootEvidence::kUnknown:
@@ -87,6 +91,11 @@ std::string InWords(const LogProcess& process) {
                    Duration(process.misfit);
         case BootEvidence::kClocksFit:
             return "probably the same boot: the dates fit one clock within 0.0001 s";
+        case BootEvidence::kOverlaps:
+            return "perhaps the same boot: by its dates it ran at the same time as a process of another log, "
+                   "but "
+                   "they miss one clock by " +
+                   Duration(process.misfit);
         case BootEvidence::kNoClock:
             return "perhaps another boot: the wall clock seems to begin with each, so that the dates of any "
                    "two fit";
@@ -102,6 +111,14 @@ ProcessFacts FactsOf(const LogProcess& process) {
     ProcessFacts facts;
     facts.threads = process.threads;
     facts.proof = InWords(process);
+    if (process.doubtfulAmongLogs && !process.collected) {
+        facts.proof += "; which boot of those in other logs, its dates do not prove";
+    }
+    if (process.logs > 1) {
+        facts.probablyOne = true;
+        facts.proof += "; probably one process wrote " + Counted(process.logs, "log") +
+                       ", which have threads in common and fit one clock";
+    }
     if (process.linesMayBeOlder) {
         facts.linesProbable = true;
         facts.proof +=
@@ -110,7 +127,7 @@ ProcessFacts FactsOf(const LogProcess& process) {
     facts.evidence = EvidenceCodeOf(process);
     const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||
                           process.evidence == BootEvidence::kUptime;
-    facts.doubtful = !isProven;
+    facts.doubtful = !isProven || process.doubtfulAmongLogs;
     if (process.IsDated()) {
         facts.boot = process.boot;
         facts.first = process.First();

@@ -13,13 +13,16 @@
 
 namespace NimaPost {
 
-/// What tells whether a process ran in the boot of the one before it in the same log, the strongest first.
+/// What tells whether a process ran in the boot of the one before it in the same log, or of the first of a
+/// log in one of other logs.
 enum class BootEvidence : unsigned char {
     kFirst,     ///< none before it
     kUptime,    ///< another boot: its clock had run for less time than the other's
     kDate,      ///< another boot or the clock was set back: its date is earlier
     kClocks,    ///< another boot or the clock was set: no whole number of periods explains both dates
     kClocksFit, ///< probably the same boot: one clock explains both dates closely
+    kOverlaps,  ///< perhaps the same boot: it ran at the same time by its dates, which miss one clock by a
+                ///< little
     kNoClock,   ///< nothing: the wall clock begins with each boot, so that any two of them fit
     kUnknown,   ///< nothing
 };
@@ -47,6 +50,10 @@ struct LogProcess {
     std::optional<std::int64_t> nextOpening;
     BootEvidence evidence = BootEvidence::kFirst;
     std::int64_t misfit = 0; ///< nanoseconds, by which the dates miss one clock
+    /// Another boot than the one before it in its log, but which of those that other logs tell of is not
+    /// certain.
+    bool doubtfulAmongLogs = false;
+    std::size_t logs = 1; ///< that it wrote, each with some of its threads
     /// From 1; 0 where nothing is dated. A process without a date stands among the lines of this boot, and
     /// nothing tells whether it is of it.
     std::size_t boot = 0;
@@ -68,7 +75,8 @@ struct LogProcess {
     bool StartsABoot() const { return evidence != BootEvidence::kClocksFit || apart; }
 };
 
-/// Stretches of two processes of which dates and counters fit one clock closely; null where there are none.
+/// Stretches of two processes of which dates and counters fit one clock closely. The dates of a wall clock
+/// that begins with the device fit any other, which tells nothing.
 struct CommonClock {
     const ProcessClock* a = nullptr;
     const ProcessClock* b = nullptr;
