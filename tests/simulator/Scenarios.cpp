@@ -19,6 +19,7 @@ constexpr std::array kScenarios{
     Scenario{"kills", Kills, 12},
     Scenario{"torn-tails", TornTails, 4},
     Scenario{"logs-in-turn", LogsInTurn, 10},
+    Scenario{"moved-log", MovedLog, 10},
     Scenario{"two-files", TwoFiles, 11},
     Scenario{"two-files-boots", TwoFilesBoots, 10},
     Scenario{"two-files-clock-set", TwoFilesClockSet, 8},

@@ -10,7 +10,7 @@ namespace Simulator {
 using Play = void(World& world);
 /// Hosts that write logs.
 Play OneRun, Rolls, Rewinds, Appended, OtherOpenings, Boots, BootsWithoutClock, ClockSet, Kills, TornTails,
-    LogsInTurn, TwoFiles, TwoFilesBoots, TwoFilesClockSet, SharedFile;
+    LogsInTurn, MovedLog, TwoFiles, TwoFilesBoots, TwoFilesClockSet, SharedFile;
 /// Devices that have a binary trace or rings beside their logs, and crash.
 Play Traces, TraceKills, TraceRestarts, SharedTrace, Rings, SlowRings, RingRestarts, CrashLogs, Everything;
 

@@ -26,9 +26,17 @@ void PassOrReboot(World& world) {
                     : world.device.Reboot(random.Between(kSecond, kHour), true);
 }
 
-/// With or without a clock.
+/// With a clock, with one that begins anew, or with one that goes on earlier than it stopped.
 void PassOrRebootAnyhow(World& world) {
-    world.random.OneIn(3) ? world.device.Reboot(kMinute, false) : PassOrReboot(world);
+    Random& random = world.random;
+    switch (random.Below(3)) {
+        case 0:
+            return world.device.Reboot(kMinute, false);
+        case 1:
+            return world.device.Reboot(-random.Between(kSecond, 5 * kMinute), true);
+        default:
+            return PassOrReboot(world);
+    }
 }
 
 /// Dies with its buffer, of which a part is in the file: the last line has no end.
@@ -177,6 +185,26 @@ void LogsInTurn(World& world) {
     Live(world, {.settings = {}, .logEach = true, .fewest = 2, .most = 4, .mostWrites = 400, .between = [&] {
                      PassOrRebootAnyhow(world);
                  }});
+}
+
+/// A process that opens a second log, and then writes that one or both.
+void MovedLog(World& world) {
+    Random& random = world.random;
+    Live(world, {.settings = {.name = "day.log"}, .mostWrites = 400});
+    Host host(world, {.name = "day.log"});
+    TextLog night(world, host.process, {.name = "night.log", .maximum = SmallLog(random), .backups = 1});
+    host.Start();
+    const Pace pace = Pace::Any(random);
+    Work(world, {&host.process}, pace, random.Small(1, 400));
+    night.Open(host.process.MainThread());
+    if (random.OneIn(2)) {
+        host.log.Close();
+    }
+    host.process.Writes(night.Writer());
+    Work(world, {&host.process}, pace, random.Small(1, 400));
+    host.process.Settle();
+    night.Close();
+    host.End();
 }
 
 void TwoFilesBoots(World& world) {

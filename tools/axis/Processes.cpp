@@ -15,6 +15,20 @@ bool ShareAny(const std::set<std::uint32_t>& a, const std::set<std::uint32_t>& b
 
 } // namespace
 
+std::vector<std::string> ProcessFacts::Doubts() const {
+    std::vector<std::string> doubts;
+    const auto add = [&](bool applies, const char* code) {
+        if (applies) {
+            doubts.emplace_back(code);
+        }
+    };
+    add(doubtful, "boot");
+    add(probablyOne, "one-process");
+    add(linesProbable, "lines");
+    add(TimesAreAssumed(), "times");
+    return doubts;
+}
+
 std::vector<std::size_t> Processes::AddInOrder(const std::vector<ProcessFacts>& all) {
     std::set<std::uint32_t> taken;
     for (const ProcessFacts& facts : all) {

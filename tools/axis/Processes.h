@@ -28,6 +28,8 @@ struct ProcessFacts {
     bool linesProbable = false; ///< they may be an older process's; the words say so
 
     bool TimesAreAssumed() const { return assumed || linesProbable; }
+    /// What is only probable, as codes.
+    std::vector<std::string> Doubts() const;
 };
 
 /// What proves a process that only binary trace and rings tell of.

@@ -101,6 +101,7 @@ Json ProcessesJson(const LogSet& logs) {
         processes.push_back({{"process", processes.size() + 1},
                              {"boot", process.KnownBoot() ? Json(*process.KnownBoot()) : Json()},
                              {"evidence", EvidenceCodeOf(process)},
+                             {"doubts", FactsOf(process).Doubts()},
                              {"first", process.IsDated() ? Json(WallTimeIso(process.First())) : Json()},
                              {"last", process.IsDated() ? Json(WallTimeIso(process.Last())) : Json()},
                              {"threads", std::move(threads)}});

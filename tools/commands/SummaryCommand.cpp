@@ -144,10 +144,9 @@ class Summary {
             processes.push_back({{"process", processes.size() + 1},
                                  {"boot", facts.boot ? Json(*facts.boot) : Json()},
                                  {"evidence", facts.evidence},
+                                 {"doubts", facts.Doubts()},
                                  {"first", TimeJson(facts.first)},
                                  {"last", TimeJson(facts.last)},
-                                 {"assumed", facts.TimesAreAssumed()},
-                                 {"lines_probable", facts.linesProbable},
                                  {"threads", facts.threads.size()}});
         }
         Json gaps = Json::array();

@@ -58,6 +58,7 @@ Json ProcessesJson(const Axis& axis) {
         processes.push_back({{"process", processes.size() + 1},
                              {"boot", facts.boot ? Json(*facts.boot) : Json()},
                              {"evidence", facts.evidence},
+                             {"doubts", facts.Doubts()},
                              {"first", time(facts.first)},
                              {"last", time(facts.last)},
                              {"threads", std::move(threads)}});

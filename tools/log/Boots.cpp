@@ -103,11 +103,13 @@ bool RanAtOneTime(const LogProcess& a, const LogProcess& b) {
 /// Puts the processes of all logs together, boot by boot.
 class BootNumbering {
   public:
-    explicit BootNumbering(std::vector<LogProcess>& processes) : processes_(processes) {
+    BootNumbering(std::vector<LogProcess>& processes, const JoinedLogs& joined)
+        : processes_(processes), joined_(joined) {
         for (const LogProcess& process : processes) {
             logs_ = std::max(logs_, process.log + 1);
         }
         lastOfLog_.resize(logs_);
+        numbered_.resize(processes.size());
     }
 
     void Number() {
@@ -126,10 +128,12 @@ class BootNumbering {
         for (const std::size_t i : order) {
             LogProcess& process = processes_[i];
             if (process.IsDated()) {
-                process.boot = TakeBoot(process);
+                process.boot = TakeBoot(i);
                 boots_.resize(std::max(boots_.size(), process.boot));
                 boots_[process.boot - 1].push_back(i);
                 lastOfLog_[process.log] = process.boot;
+                auto& numbered = numbered_[joined_.First(i)];
+                numbered = numbered ? numbered : std::optional(i);
                 collectedBoot_ = process.collected ? process.boot : collectedBoot_;
             }
         }
@@ -152,7 +156,8 @@ class BootNumbering {
         }
     }
 
-    std::size_t TakeBoot(LogProcess& process) const {
+    std::size_t TakeBoot(std::size_t number) const {
+        LogProcess& process = processes_[number];
         const std::size_t last = lastOfLog_[process.log];
         if (process.collected && collectedBoot_ >= std::max<std::size_t>(last, 1)) {
             return collectedBoot_;
@@ -161,6 +166,11 @@ class BootNumbering {
             return last;
         }
         const std::size_t least = last + 1;
+        const auto& fellow = numbered_[joined_.First(number)];
+        if (fellow && processes_[*fellow].boot >= least) {
+            TakeOver(process, processes_[*fellow]);
+            return processes_[*fellow].boot;
+        }
         const std::size_t from = std::max(least, boots_.size() - std::min(boots_.size(), kMostCompared) + 1);
         const auto fitOneClock = [](const LogProcess& a, const LogProcess& b) {
             return FindCommonClock(a, b).has_value();
@@ -186,6 +196,15 @@ class BootNumbering {
         return boots_.size() + 1;
     }
 
+    /// What tells the boot of the same process in another log tells this one's.
+    static void TakeOver(LogProcess& process, const LogProcess& fellow) {
+        if (process.evidence == BootEvidence::kFirst) {
+            process.evidence = fellow.evidence;
+            process.misfit = fellow.misfit;
+            process.doubtfulAmongLogs = fellow.doubtfulAmongLogs;
+        }
+    }
+
     /// Notes how a process of another log tells the boot. The order of logs is not known, so it proves none.
     static void Weigh(LogProcess& process, const LogProcess& other, BootEvidence evidence) {
         if (process.evidence != BootEvidence::kFirst) {
@@ -204,10 +223,13 @@ class BootNumbering {
     }
 
     std::vector<LogProcess>& processes_;
+    const JoinedLogs& joined_;
     std::size_t logs_ = 0;
     std::size_t collectedBoot_ = 0;               ///< 0 before its first process
     std::vector<std::vector<std::size_t>> boots_; ///< the processes of each
-    std::vector<std::size_t> lastOfLog_;          ///< the boot of its last process so far; 0 before the first
+    /// Of the logs that one process wrote, where it was numbered first.
+    std::vector<std::optional<std::size_t>> numbered_;
+    std::vector<std::size_t> lastOfLog_; ///< the boot of its last process so far; 0 before the first
 };
 
 } // namespace
@@ -248,8 +270,8 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
     }
 }
 
-void NumberBoots(std::vector<LogProcess>& processes) {
-    BootNumbering(processes).Number();
+void NumberBoots(std::vector<LogProcess>& processes, const JoinedLogs& joined) {
+    BootNumbering(processes, joined).Number();
 }
 
 } // namespace NimaPost

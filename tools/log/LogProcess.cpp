@@ -117,12 +117,11 @@ ProcessFacts FactsOf(const LogProcess& process) {
     if (process.logs > 1) {
         facts.probablyOne = true;
         facts.proof += "; probably one process wrote " + Counted(process.logs, "log") +
-                       ", which have threads in common and fit one clock";
+                       ": they share threads and fit one clock";
     }
     if (process.linesMayBeOlder) {
         facts.linesProbable = true;
-        facts.proof +=
-            "; its lines are probably its own, but the thread that opened the log wrote none of them";
+        facts.proof += "; its lines are probably its own: the thread that opened the log wrote none";
     }
     facts.evidence = EvidenceCodeOf(process);
     const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||

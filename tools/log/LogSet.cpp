@@ -140,7 +140,7 @@ void LogSet::ArrangeProcesses() {
     const JoinedLogs joined(find(), runs_);
     // Joining has moved the origins of their times.
     processes_ = find();
-    NumberBoots(processes_);
+    NumberBoots(processes_, joined);
     SortProcesses(joined);
     DoubtClocksThatWereSet();
     settingsBefore_.assign(runs_.size(), 0);
