@@ -188,6 +188,10 @@ class Checked : public ::testing::Test {
             claims.emplace_back().message = message;
             claims.back().time = stamp.wall;
         }
+        for (const std::size_t process : {1U, 2U}) {
+            const Stamp& line = *world.truth.Of(process * 5);
+            facts.push_back({.threads = {line.thread}, .boot = process});
+        }
     }
 
     std::vector<Fault> Faults(Strictness strictness = Strictness::kEverything) const {
@@ -197,6 +201,7 @@ class Checked : public ::testing::Test {
         for (const Claim& claim : claims) {
             checker.Add(claim, "place");
         }
+        checker.Facts(facts);
         checker.Finish();
         std::vector<Fault> faults;
         for (std::size_t i = 0; i < kFaults; ++i) {
@@ -209,6 +214,7 @@ class Checked : public ::testing::Test {
 
     World world{1, "checked", Delays::None()};
     std::vector<Claim> claims;
+    std::vector<Fact> facts;
 };
 
 using List = std::vector<Fault>;
@@ -358,6 +364,24 @@ TEST_F(Checked, PlantedErrorsAreFound) {
     EXPECT_EQ(with([&] { claims.insert(claims.begin() + 4, claims[4]); }), List{Fault::kRepeated});
     EXPECT_EQ(with([&] { claims[7].process = 1; }), List{Fault::kProcesses});
     EXPECT_EQ(with([&] { claims[7].boot = 1; }), List{Fault::kBoots});
+    EXPECT_EQ(with([&] {
+                  for (Claim& claim : claims) {
+                      claim.process = claim.process ? std::optional(3 - *claim.process) : std::nullopt;
+                  }
+                  std::swap(facts[0], facts[1]);
+              }),
+              List{Fault::kNumbers});
+    std::swap(facts[0], facts[1]);
+    facts[0].threads.insert(7);
+    EXPECT_EQ(with([] {}), List{Fault::kThreads});
+    facts[0].probablyOne = true;
+    EXPECT_EQ(with([] {}), List{});
+    for (Stamp& stamp : world.truth.stamps) {
+        stamp.boot = 1;
+    }
+    EXPECT_EQ(with([] {}), List{Fault::kSplitBoot});
+    facts[1].doubtful = true;
+    EXPECT_EQ(with([] {}), List{});
     // Of writers that keep to nothing, only exactness is asked.
     claims = good;
     *claims[3].time -= 7 * kMillisecond;
