@@ -261,6 +261,12 @@ TEST_F(LogTimes, OfADeviceWhoseClockBeginsWithEachBootTellNoBoots) {
     EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 2U);
     WriteFile("a.log", boot(20 * kSecond + 125'456'789, 1));
     EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 1U);
+    // Nor do such dates join two logs.
+    WriteFile("b.log", boot(25 * kSecond + 300'000'111, 1));
+    const Logs both({"a.log", "b.log"});
+    ASSERT_EQ(both.set.Processes().size(), 2U);
+    EXPECT_EQ(EvidenceCodeOf(both.set.Processes()[1]), std::string("no-clock"));
+    EXPECT_EQ(FactsOf(both.set.Processes()[1]).Doubts(), std::vector<std::string>{"boot"});
 }
 
 TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
@@ -291,7 +297,11 @@ TEST_F(LogTimes, OfLogsWhoseClocksContradictEachOtherAreOfTwoBoots) {
     WriteFile("a.log", log(kBoot, 0, 1));
     for (const std::int64_t away : {3 * kMillisecond, 33 * kMillisecond}) {
         WriteFile("b.log", log(kBoot + kMillisecond, away, 2));
-        EXPECT_EQ(Logs({"a.log", "b.log"}).set.Processes().back().boot, away < 5 * kMillisecond ? 1U : 2U);
+        const Logs logs({"a.log", "b.log"});
+        const LogProcess& other = logs.set.Processes().back();
+        EXPECT_EQ(other.boot, away < 5 * kMillisecond ? 1U : 2U);
+        EXPECT_EQ(EvidenceCodeOf(other), std::string(away < 5 * kMillisecond ? "overlaps" : "clocks"));
+        EXPECT_TRUE(FactsOf(other).doubtful);
     }
 }
 
@@ -313,7 +323,9 @@ TEST_F(LogTimes, OfAProcessThatWritesTwoLogsAreOfOneClock) {
     WriteFile("a.log", logs[1]);
     const Logs read({"a.log", "b.log"});
     EXPECT_EQ(read.Messages(), merged); // whatever the cut dates say of each
-    EXPECT_EQ(read.set.Processes().size(), 1U);
+    ASSERT_EQ(read.set.Processes().size(), 1U);
+    // Two processes with the same thread identifiers would look like it.
+    EXPECT_EQ(FactsOf(read.set.Processes()[0]).Doubts(), std::vector<std::string>{"one-process"});
     EXPECT_EQ(read.entries.back().time - read.entries.front().time, time - 10 * kMillisecond - kBoot);
 }
 
