@@ -59,8 +59,8 @@ class Processes {
     std::optional<std::size_t> WithAnyOf(const std::set<std::uint32_t>& threads) const;
 
   private:
-    void AddEarlier(const Succession& succession, const ProcessFacts& than,
-                    const std::set<std::uint32_t>& taken);
+    class Walk;
+    void AddUndated(const std::set<std::uint32_t>& threads, std::optional<std::int64_t> next);
 
     std::vector<Succession> successions_;
     std::vector<ProcessFacts> all_;

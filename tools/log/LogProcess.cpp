@@ -92,9 +92,9 @@ std::string InWords(const LogProcess& process) {
         case BootEvidence::kClocksFit:
             return "probably the same boot: the dates fit one clock within 0.0001 s";
         case BootEvidence::kOverlaps:
-            return "perhaps the same boot: by its dates it ran at the same time as a process of another log, "
-                   "but "
-                   "they miss one clock by " +
+            return "perhaps the same boot: it ran at the same time as a process of another log, but their "
+                   "dates "
+                   "miss one clock by " +
                    Duration(process.misfit);
         case BootEvidence::kNoClock:
             return "perhaps another boot: the wall clock seems to begin with each, so that the dates of any "

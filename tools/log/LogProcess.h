@@ -21,8 +21,7 @@ enum class BootEvidence : unsigned char {
     kDate,      ///< another boot or the clock was set back: its date is earlier
     kClocks,    ///< another boot or the clock was set: no whole number of periods explains both dates
     kClocksFit, ///< probably the same boot: one clock explains both dates closely
-    kOverlaps,  ///< perhaps the same boot: it ran at the same time by its dates, which miss one clock by a
-                ///< little
+    kOverlaps,  ///< perhaps the same boot: it ran at the same time, but the dates miss one clock
     kNoClock,   ///< nothing: the wall clock begins with each boot, so that any two of them fit
     kUnknown,   ///< nothing
 };

@@ -33,13 +33,16 @@ bool IsAppended(const std::vector<LogPart>& parts) {
 
 /// Whether a process wrote another log with the same opener and one of the other threads.
 bool IsOneProcess(const LogPart& part, const LogPart& other) {
-    const bool share = std::any_of(part.threads.begin(), part.threads.end(), [&](std::uint32_t thread) {
-        return thread != part.calibration->thread && other.HasThread(thread);
-    });
-    return share && other.HasThread(part.calibration->thread) && part.date && other.date &&
-           WallOffset(*part.date, 0)
-                   .Compare(*other.date, StepForward(part.firstCounter, other.firstCounter))
-                   .misfit <= kFitsClosely;
+    if (!other.HasThread(part.calibration->thread) || !part.date || !other.date ||
+        BeganWithTheDevice(*part.date, part.firstCounter)) {
+        return false;
+    }
+    const auto fit =
+        WallOffset(*part.date, 0).Compare(*other.date, StepForward(part.firstCounter, other.firstCounter));
+    return fit.misfit <= kFitsClosely &&
+           std::any_of(part.threads.begin(), part.threads.end(), [&](std::uint32_t thread) {
+               return thread != part.calibration->thread && other.HasThread(thread);
+           });
 }
 
 bool MayBeOlder(const std::vector<LogPart>& parts) {
