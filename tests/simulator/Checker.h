@@ -30,7 +30,8 @@ enum class Fault : unsigned char {
     kProof,      ///< another boot is called proven, and is none
     kSplitBoot,  ///< one boot is called two, of neither of which there is a doubt
     kThreads,    ///< a process is said to have a thread of another
-    kNumbers, ///< a process has a higher number than one of the same trace or log that began after it ended
+    kNumbers,   ///< a process has a higher number than one of the same trace or log that began after it ended
+    kStatement, ///< another boot or a clock that was set is told of, and there was neither
     kFaults
 };
 inline constexpr std::size_t kFaults = static_cast<std::size_t>(Fault::kFaults);
