@@ -269,6 +269,12 @@ TEST_F(LogTimes, OfADeviceWhoseClockBeginsWithEachBootTellNoBoots) {
     EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 2U);
     WriteFile("a.log", boot(20 * kSecond + 125'456'789, 1));
     EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 1U);
+    // Nor do such dates join two logs.
+    WriteFile("b.log", boot(25 * kSecond + 300'000'111, 1));
+    const Logs both({"a.log", "b.log"});
+    ASSERT_EQ(both.set.Processes().size(), 2U);
+    EXPECT_EQ(EvidenceCodeOf(both.set.Processes()[1]), std::string("no-clock"));
+    EXPECT_EQ(FactsOf(both.set.Processes()[1]).Doubts(), std::vector<std::string>{"boot"});
 }
 
 TEST_F(LogTimes, OfLogsSideBySideAreMerged) {
@@ -299,7 +305,11 @@ TEST_F(LogTimes, OfLogsWhoseClocksContradictEachOtherAreOfTwoBoots) {
     WriteFile("a.log", log(kBoot, 0, 1));
     for (const std::int64_t away : {3 * kMillisecond, 33 * kMillisecond}) {
         WriteFile("b.log", log(kBoot + kMillisecond, away, 2));
-        EXPECT_EQ(Logs({"a.log", "b.log"}).set.Processes().back().boot, away < 5 * kMillisecond ? 1U : 2U);
+        const Logs logs({"a.log", "b.log"});
+        const LogProcess& other = logs.set.Processes().back();
+        EXPECT_EQ(other.boot, away < 5 * kMillisecond ? 1U : 2U);
+        EXPECT_EQ(EvidenceCodeOf(other), std::string(away < 5 * kMillisecond ? "overlaps" : "clocks"));
+        EXPECT_TRUE(FactsOf(other).doubtful);
     }
 }
 
@@ -321,7 +331,9 @@ TEST_F(LogTimes, OfAProcessThatWritesTwoLogsAreOfOneClock) {
     WriteFile("a.log", logs[1]);
     const Logs read({"a.log", "b.log"});
     EXPECT_EQ(read.Messages(), merged); // whatever the cut dates say of each
-    EXPECT_EQ(read.set.Processes().size(), 1U);
+    ASSERT_EQ(read.set.Processes().size(), 1U);
+    // Two processes with the same thread identifiers would look like it.
+    EXPECT_EQ(FactsOf(read.set.Processes()[0]).Doubts(), std::vector<std::string>{"one-process"});
     EXPECT_EQ(read.entries.back().time - read.entries.front().time, time - 10 * kMillisecond - kBoot);
 }
 
@@ -541,25 +553,61 @@ TEST_F(LogTimes, OfALogThatHoldsTextsLikeCutLinesAreOfOneRound) {
     }
 }
 
-TEST_F(LogTimes, OfLinesBelowAnotherProcesssOnlyLineAreAssumed) {
+TEST_F(LogTimes, OfLinesThatTheOpeningThreadDidNotWriteAreAssumedUnlessSomethingTellsTheirProcess) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
-    std::string log = Calibration(kBoot, kBoot + offset);
-    for (int i = 1; i <= 8; ++i) {
-        log += Line(kBoot + i * (30 * kMillisecond), "<WARN> <A> old");
+    const auto opening = [&](std::int64_t before, std::uint32_t opener) {
+        return Calibration(kBoot - before, kBoot - before + offset, opener);
+    };
+    std::string lines;
+    for (int i = 0; i < 8; ++i) {
+        lines += Line(kBoot + i * (30 * kMillisecond), "<WARN> <A> of one of two threads", 1 + i % 2);
     }
-    for (const std::uint32_t opener : {1U, 9U}) {
-        const std::string newer = Calibration(20 * kSecond + 3, kBoot + offset + 7200 * kSecond, opener);
-        WriteFile("a.log", newer + log.substr(log.find('\n') + 1));
-        const Logs logs({"a.log"});
-        const bool may = opener == 9;
-        EXPECT_EQ(logs.entries[1].certainty.assumed, may);
-        EXPECT_EQ(logs.entries[1].process, may ? std::nullopt : std::optional<std::size_t>(1));
-        EXPECT_EQ(Has(logs.set.Sources()[0].findings.remarks, "silent-opener"), may);
+    const std::string late = opening(400 * kMillisecond, 9) + lines;
+    const std::string atOnce = opening(9 * kMillisecond, 9) + lines;
+    const auto appended = [&](std::uint32_t opener) {
+        const std::int64_t later = kBoot + 7200 * kSecond;
+        return Calibration(later, later + offset, opener) +
+               Line(later + 40, "<WARN> <A> of a later process", 7);
+    };
+    struct Case {
+        std::string log;
+        bool may;
+        std::string backup = {};
+        std::string other = {};
+    };
+    const std::vector<Case> cases{
+        {opening(400 * kMillisecond, 1) + lines, false},
+        {late, true},
+        {atOnce, false},
+        // The older line was a byte longer.
+        {opening(9 * kMillisecond, 9) + "\n" + lines, true},
+        {late + appended(6), false},
+        {late + appended(9), true}, // as a process that opens its log again may leave it
+        {late, false, atOnce},
+        {Calibration(kBoot + kSecond, kBoot + kSecond + offset) + lines, false, late},
+        {late, false, {}, atOnce},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        const std::string name = std::to_string(i) + ".log";
+        std::vector<std::string> names{name};
+        WriteFile(name, cases[i].log);
+        if (!cases[i].backup.empty()) {
+            WriteFile(name + ".1", cases[i].backup);
+        }
+        if (!cases[i].other.empty()) {
+            names.push_back(names.front() + "b");
+            WriteFile(names.back(), cases[i].other);
+        }
+        const Logs logs(names);
+        const LogEntry& line = logs.entries[1];
+        EXPECT_EQ(line.certainty.assumed, cases[i].may) << i;
+        EXPECT_EQ(Has(logs.set.Sources()[0].findings.remarks, "silent-opener"), cases[i].may) << i;
+        // The opening thread is of its process in any case, and so are the lines, if only probably.
+        const LogProcess& process = logs.set.Processes().at(0);
+        EXPECT_EQ(line.process, std::optional<std::size_t>(1)) << i;
+        EXPECT_EQ(process.linesMayBeOlder, cases[i].may) << i;
+        EXPECT_EQ(process.threads.size(), cases[i].log == cases[0].log ? 2U : 3U) << i;
     }
-    // A log with a backup is never written over.
-    WriteFile("a.log.1",
-              Calibration(10 * kSecond, kBoot + offset) + Line(10 * kSecond + 5, "<WARN> <A> one"));
-    EXPECT_FALSE(Logs({"a.log"}).entries.back().certainty.assumed);
 }
 
 TEST_F(LogTimes, OfACopyAreToldOnce) {

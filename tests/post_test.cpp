@@ -501,6 +501,11 @@ TEST(Owners, OfRecordsAreTheProcessesThatHaveTheirThreads) {
     EXPECT_EQ(other.ProcessOf(0x9000), Number(3));
     EXPECT_EQ(other.BootOf(0x9000), Number());
     EXPECT_EQ(of({0x9000}).ProcessOf(0x9000), Number(3));
+    // One that wrote before a process of the logs in the trace has the lower number.
+    Processes ordered;
+    ordered.Announce({{0x8000}, {0x3000, 0x7000}, {0x6000}});
+    EXPECT_EQ(ordered.AddInOrder({processes[1], processes[2]}), (std::vector<std::size_t>{1, 3}));
+    EXPECT_EQ(ordered[2].threads, std::set<std::uint32_t>{0x8000});
 }
 
 // A process that takes the rings over starts each one at slot 0.

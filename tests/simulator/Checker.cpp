@@ -12,6 +12,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace Simulator {
 
@@ -103,12 +104,24 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
         return;
     }
     Claims claims(truth, whole, strictness, Scope::kFolder, verdict);
+    std::vector<Fact> facts;
+    for (const NimaPost::ProcessFacts& process : story.Time().AllProcesses().All()) {
+        facts.push_back({process.threads, process.boot, process.doubtful, process.probablyOne,
+                         process.linesProbable,
+                         process.evidence == "no-clock" || process.evidence == "overlaps"});
+    }
+    claims.Facts(facts);
     claims.Guessed(GuessedRings(story));
     story.ForEach([&](const TimelineEvent& event) {
         Claim claim = ClaimOf(event.certainty);
         claim.time = story.Time().HasWall() ? event.time : std::nullopt;
         claim.process = event.process;
         claim.boot = event.boot;
+        if (claim.process) {
+            const Fact& fact = facts[*claim.process - 1];
+            claim.probably = fact.probablyOne || (fact.linesProbable && event.level != "CAL");
+            claim.bootGuessed = fact.bootGuessed;
+        }
         if (event.kind == EventKind::kText) {
             claim.message = event.text;
             claim.serial = SerialOf(event.text);

@@ -28,7 +28,10 @@ enum class Fault : unsigned char {
     kProcesses,  ///< of two processes made one
     kBoots,      ///< of two boots made one
     kProof,      ///< another boot is called proven, and is none
-    kStatement,  ///< another boot or a clock that was set is told of, and there was neither
+    kSplitBoot,  ///< one boot is called two, of neither of which there is a doubt
+    kThreads,    ///< a process is said to have a thread of another
+    kNumbers,   ///< a process has a higher number than one of the same trace or log that began after it ended
+    kStatement, ///< another boot or a clock that was set is told of, and there was neither
     kFaults
 };
 inline constexpr std::size_t kFaults = static_cast<std::size_t>(Fault::kFaults);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 
 namespace Simulator {
 
@@ -29,8 +30,9 @@ bool CanBegin(const std::string& content, std::size_t at, bool inMidLine) {
 
 std::string_view NameOf(Fault fault) {
     constexpr std::array<std::string_view, kFaults> kNames{
-        "unreadable", "early",  "late",   "set-clock", "exact", "order", "guessed-order", "missing",
-        "repeated",   "damage", "untold", "process",   "boot",  "proof", "statement"};
+        "unreadable",    "early",   "late",       "set-clock", "exact",   "order",
+        "guessed-order", "missing", "repeated",   "damage",    "untold",  "process",
+        "boot",          "proof",   "split-boot", "threads",   "numbers", "statement"};
     return kNames[static_cast<std::size_t>(fault)];
 }
 
@@ -149,11 +151,13 @@ void Claims::Count(const Claim& claim, const Stamp& stamp) {
     share.bounded += claim.time && claim.later == 0 && claim.earlier == 0;
     if (claim.process) {
         ++share.inProcess;
-        processes_[*claim.process].insert(stamp.process);
-        numbers_[stamp.process].insert(*claim.process);
         trueClocks_[*claim.process].insert(ClockOf(stamp));
     }
-    if (claim.boot) {
+    if (claim.process && !claim.probably) {
+        processes_[*claim.process].insert(stamp.process);
+        numbers_[stamp.process].insert(*claim.process);
+    }
+    if (claim.boot && !claim.bootGuessed) {
         boots_[*claim.boot].insert(stamp.boot);
     }
 }
@@ -209,6 +213,53 @@ void Claims::CheckThatAllCame() {
     }
 }
 
+/// Compares what is said of each process that is one.
+void Claims::CheckFacts() {
+    struct Life {
+        std::set<std::uint32_t> threads;
+        std::pair<int, std::int64_t> first{INT_MAX, 0};
+        std::pair<int, std::int64_t> last{0, 0};
+    };
+    std::map<int, Life> lives;
+    const auto add = [&](const Stamp& stamp) {
+        Life& life = lives[stamp.process];
+        const std::pair moment(stamp.boot, stamp.monotonic);
+        life.threads.insert(stamp.thread);
+        life.first = std::min(life.first, moment);
+        life.last = std::max(life.last, moment);
+    };
+    std::for_each(truth_.stamps.begin(), truth_.stamps.end(), add);
+    for (const auto& [message, stamp] : truth_.calibrations) {
+        add(stamp);
+    }
+    const Life* latest = nullptr;
+    std::map<int, std::size_t> bootOf;
+    for (const auto& [number, several] : processes_) {
+        const Fact& fact = facts_.at(number - 1);
+        const std::string where = "process " + std::to_string(number);
+        if (several.size() > 1 || truth_.shared) {
+            continue;
+        }
+        const Life& life = lives[*several.begin()];
+        const bool isOther = std::any_of(fact.threads.begin(), fact.threads.end(), [&](std::uint32_t thread) {
+            return !life.threads.contains(thread);
+        });
+        if (isOther && !fact.probablyOne && !fact.linesProbable) {
+            verdict_.Add(Fault::kThreads, where);
+        }
+        if (latest != nullptr && life.last < latest->first && !fact.doubtful) {
+            verdict_.Add(Fault::kNumbers, where);
+        }
+        latest = latest == nullptr || latest->first < life.first ? &life : latest;
+        if (fact.boot && !fact.doubtful) {
+            const auto [known, fresh] = bootOf.try_emplace(life.first.first, *fact.boot);
+            if (!fresh && known->second != *fact.boot) {
+                verdict_.Add(Fault::kSplitBoot, where);
+            }
+        }
+    }
+}
+
 void Claims::Finish() {
     for (const auto& [process, numbers] : numbers_) {
         verdict_.splits += numbers.size() > 1;
@@ -228,6 +279,7 @@ void Claims::Finish() {
         addJoined(processes_, Fault::kProcesses, "process ");
     }
     addJoined(boots_, Fault::kBoots, "boot ");
+    CheckFacts();
     CheckEvidence();
 }
 

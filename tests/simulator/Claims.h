@@ -22,10 +22,22 @@ struct Claim {
     std::int64_t earlier = kUnbounded;
     std::int64_t originLater = 0; ///< nanoseconds
     bool exact = false;
+    bool probably = false; ///< of the process
+    bool bootGuessed = false;
     std::optional<std::size_t> process;
     std::optional<std::size_t> boot;
 
     static constexpr std::int64_t kUnbounded = -1;
+};
+
+/// What a reader says about a process.
+struct Fact {
+    std::set<std::uint32_t> threads;
+    std::optional<std::size_t> boot;
+    bool doubtful = false;      ///< of the boot
+    bool probablyOne = false;   ///< else several
+    bool linesProbable = false; ///< all but the first one
+    bool bootGuessed = false;
 };
 
 /// Which lines are in the files from their counters to their serial numbers, where a line can begin. Only of
@@ -64,6 +76,8 @@ class Claims {
     void Add(const Claim& claim, const std::string& place);
     /// Of a crash log, by the counter in its head; whether it is said to be later than the one before.
     void AddCrash(const Claim& claim, std::int64_t counter, bool isLater);
+    /// What is said about each process, from number 1 on.
+    void Facts(std::vector<Fact> facts) { facts_ = std::move(facts); }
     /// What is said to tell each process's boot from that of the one before it in its log.
     void Told(std::map<std::size_t, std::string> evidence, bool inOneLog) {
         evidence_ = std::move(evidence);
@@ -80,6 +94,7 @@ class Claims {
     void CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where);
     void Count(const Claim& claim, const Stamp& stamp);
     void CheckThatAllCame();
+    void CheckFacts();
     void CheckEvidence();
 
     /// A boot and how far its wall clock was ahead.
@@ -107,6 +122,7 @@ class Claims {
     std::map<std::size_t, std::set<TrueClock>> trueClocks_; ///< of each process's number
     std::map<std::size_t, std::string> evidence_;
     bool inOneLog_ = false;
+    std::vector<Fact> facts_;
 };
 
 } // namespace Simulator

@@ -12,10 +12,14 @@ Process::Process(World& world) : world_(world), number_(++world.processes) {
     for (int i = 0; i < count; ++i) {
         threads_.push_back(top + 0x6C0 - static_cast<std::uint32_t>(i) * kStack);
     }
+    writers_ = threads_;
+    if (count > 1 && world.random.OneIn(3)) {
+        writers_.erase(writers_.begin());
+    }
 }
 
 Process::Process(World& world, const Process& like)
-    : world_(world), number_(++world.processes), threads_(like.threads_) {}
+    : world_(world), number_(++world.processes), threads_(like.threads_), writers_(like.writers_) {}
 
 void Process::Writes(const Output& output, int share) {
     outputs_.insert(outputs_.end(), static_cast<std::size_t>(share), output);
@@ -24,7 +28,7 @@ void Process::Writes(const Output& output, int share) {
 void Process::Act() {
     Random& random = world_.random;
     const std::uint32_t thread =
-        threads_[static_cast<std::size_t>(random.Below(static_cast<std::int64_t>(threads_.size())))];
+        writers_[static_cast<std::size_t>(random.Below(static_cast<std::int64_t>(writers_.size())))];
     if (!waiting_.contains(thread)) {
         outputs_[static_cast<std::size_t>(random.Below(static_cast<std::int64_t>(outputs_.size())))](thread);
     }

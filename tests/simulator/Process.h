@@ -36,6 +36,7 @@ class Process {
     World& world_;
     int number_;
     std::vector<std::uint32_t> threads_;
+    std::vector<std::uint32_t> writers_; ///< often all but the main thread, which then only opens the log
     std::set<std::uint32_t> waiting_;
     std::vector<Output> outputs_;
 };

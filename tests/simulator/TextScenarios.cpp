@@ -3,6 +3,7 @@
 #include "tests/simulator/Scenarios.h"
 
 #include <deque>
+#include <optional>
 
 namespace Simulator {
 
@@ -23,6 +24,19 @@ void PassOrReboot(World& world) {
     Random& random = world.random;
     random.OneIn(2) ? world.device.Pass(random.Between(kMillisecond, kMinute))
                     : world.device.Reboot(random.Between(kSecond, kHour), true);
+}
+
+/// With a clock, with one that begins anew, or with one that goes on earlier than it stopped.
+void PassOrRebootAnyhow(World& world) {
+    Random& random = world.random;
+    switch (random.Below(3)) {
+        case 0:
+            return world.device.Reboot(kMinute, false);
+        case 1:
+            return world.device.Reboot(-random.Between(kSecond, 5 * kMinute), true);
+        default:
+            return PassOrReboot(world);
+    }
 }
 
 /// Dies with its buffer, of which a part is in the file: the last line has no end.
@@ -47,8 +61,10 @@ void Live(World& world, const Lives& lives) {
             lives.between ? lives.between()
                           : world.device.Pass(random.Between(kMillisecond, random.OneOf({kSecond, kHour})));
         }
-        Host& host = i > 0 && random.OneIn(3) ? hosts.emplace_back(world, lives.settings, hosts.back())
-                                              : hosts.emplace_back(world, lives.settings);
+        LogSettings settings = lives.settings;
+        settings.name = lives.logEach ? "device-" + std::to_string(i) + ".log" : settings.name;
+        Host& host = i > 0 && random.OneIn(3) ? hosts.emplace_back(world, settings, hosts.back())
+                                              : hosts.emplace_back(world, settings);
         if (lives.equip) {
             lives.equip(host);
         }
@@ -69,7 +85,8 @@ void LiveTogether(World& world, const LogSettings& first, const LogSettings& sec
                   const std::function<void(Host&)>& equip, const std::function<void()>& meanwhile) {
     Random& random = world.random;
     Host a(world, first);
-    Host b(world, second);
+    std::optional<Host> other;
+    Host& b = random.OneIn(5) ? other.emplace(world, second, a) : other.emplace(world, second);
     if (equip) {
         equip(a);
         equip(b);
@@ -177,6 +194,41 @@ void TwoFiles(World& world) {
     const LogSettings second{
         .name = "panel.log", .maximum = random.OneOf({SmallLog(random), 1 << 20}), .backups = 1};
     LiveTogether(world, first, second);
+}
+
+void LogsInTurn(World& world) {
+    Live(world, {.settings = {}, .logEach = true, .fewest = 2, .most = 4, .mostWrites = 400, .between = [&] {
+                     PassOrRebootAnyhow(world);
+                 }});
+}
+
+/// A process that opens a second log, and then writes that one or both.
+void MovedLog(World& world) {
+    Random& random = world.random;
+    Live(world, {.settings = {.name = "day.log"}, .mostWrites = 400});
+    Host host(world, {.name = "day.log"});
+    TextLog night(world, host.process, {.name = "night.log", .maximum = SmallLog(random), .backups = 1});
+    host.Start();
+    const Pace pace = Pace::Any(random);
+    Work(world, {&host.process}, pace, random.Small(1, 400));
+    night.Open(host.process.MainThread());
+    if (random.OneIn(2)) {
+        host.log.Close();
+    }
+    host.process.Writes(night.Writer());
+    Work(world, {&host.process}, pace, random.Small(1, 400));
+    host.process.Settle();
+    night.Close();
+    host.End();
+}
+
+void TwoFilesBoots(World& world) {
+    for (int boot = 0; boot < 2; ++boot) {
+        if (boot > 0) {
+            PassOrRebootAnyhow(world);
+        }
+        LiveTogether(world, {.name = "engine.log"}, {.name = "panel.log"});
+    }
 }
 
 void TwoFilesClockSet(World& world) {

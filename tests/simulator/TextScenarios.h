@@ -12,6 +12,7 @@ namespace Simulator {
 /// own.
 struct Lives {
     LogSettings settings;
+    bool logEach = false; ///< a log of its own for each
     int fewest = 1;
     int most = 1;
     int leastWrites = 50;
@@ -29,7 +30,7 @@ struct Lives {
 
 void Live(World& world, const Lives& lives);
 
-/// Two hosts at the same time, with these settings.
+/// Two hosts at the same time, with these settings, and now and then with the same thread identifiers.
 void LiveTogether(World& world, const LogSettings& first, const LogSettings& second,
                   const std::function<void(Host&)>& equip = {}, const std::function<void()>& meanwhile = {});
 

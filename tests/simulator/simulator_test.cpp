@@ -188,6 +188,10 @@ class Checked : public ::testing::Test {
             claims.emplace_back().message = message;
             claims.back().time = stamp.wall;
         }
+        for (const std::size_t process : {1U, 2U}) {
+            const Stamp& line = *world.truth.Of(process * 5);
+            facts.push_back({.threads = {line.thread}, .boot = process});
+        }
     }
 
     std::vector<Fault> Faults(Strictness strictness = Strictness::kEverything) const {
@@ -197,6 +201,7 @@ class Checked : public ::testing::Test {
         for (const Claim& claim : claims) {
             checker.Add(claim, "place");
         }
+        checker.Facts(facts);
         checker.Told({{1, "first"}, {2, evidence}}, true);
         if (clockWasSet) {
             checker.ClockWasSet();
@@ -213,6 +218,7 @@ class Checked : public ::testing::Test {
 
     World world{1, "checked", Delays::None()};
     std::vector<Claim> claims;
+    std::vector<Fact> facts;
     std::string evidence = "unknown"; ///< of the second process
     bool clockWasSet = false;         ///< so it is said
 };
@@ -364,6 +370,24 @@ TEST_F(Checked, PlantedErrorsAreFound) {
     EXPECT_EQ(with([&] { claims.insert(claims.begin() + 4, claims[4]); }), List{Fault::kRepeated});
     EXPECT_EQ(with([&] { claims[7].process = 1; }), List{Fault::kProcesses});
     EXPECT_EQ(with([&] { claims[7].boot = 1; }), List{Fault::kBoots});
+    EXPECT_EQ(with([&] {
+                  for (Claim& claim : claims) {
+                      claim.process = claim.process ? std::optional(3 - *claim.process) : std::nullopt;
+                  }
+                  std::swap(facts[0], facts[1]);
+              }),
+              List{Fault::kNumbers});
+    std::swap(facts[0], facts[1]);
+    facts[0].threads.insert(7);
+    EXPECT_EQ(with([] {}), List{Fault::kThreads});
+    facts[0].probablyOne = true;
+    EXPECT_EQ(with([] {}), List{});
+    for (Stamp& stamp : world.truth.stamps) {
+        stamp.boot = 1;
+    }
+    EXPECT_EQ(with([] {}), List{Fault::kSplitBoot});
+    facts[1].doubtful = true;
+    EXPECT_EQ(with([] {}), List{});
     // Of writers that keep to nothing, only exactness is asked.
     claims = good;
     *claims[3].time -= 7 * kMillisecond;
@@ -379,6 +403,7 @@ TEST_F(Checked, FalseStatementsAboutBootsAndClocksAreFound) {
         EXPECT_EQ(Faults(), List{}) << code;
     }
     // The second process in the boot of the first one, on the same clock.
+    facts[1].doubtful = true;
     std::vector<Stamp>& stamps = world.truth.stamps;
     for (std::size_t i = 5; i < stamps.size(); ++i) {
         stamps[i].boot = 1;

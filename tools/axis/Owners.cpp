@@ -41,6 +41,7 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     }
     if (ofCycle_ && known.size() == 1) {
         all_ = ofCycle_;
+        processes.Widen(*all_, facts);
         for (const std::uint32_t thread : facts.threads) {
             if (!MayHave(processes[*all_], thread)) {
                 each_[thread] = std::nullopt; // Of another process that shares the block.
@@ -62,8 +63,9 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     if (!anyOfCycle) {
         ProcessFacts added = facts;
         added.proof = processes.AllWithAnyOf(facts.threads).empty()
-                          ? "no text log has any of its threads"
+                          ? kOnlyUndated
                           : "its crash log is of another boot cycle than those with its threads";
+        added.assumed = true;
         all_ = ofCycle_ = processes.Add(std::move(added));
     }
 }

@@ -1,9 +1,109 @@
 #include "tools/axis/Processes.h"
 
 #include <algorithm>
+#include <map>
 #include <utility>
 
 namespace NimaPost {
+
+namespace {
+
+bool ShareAny(const std::set<std::uint32_t>& a, const std::set<std::uint32_t>& b) {
+    const auto& fewer = a.size() < b.size() ? a : b;
+    const auto& more = a.size() < b.size() ? b : a;
+    return std::any_of(fewer.begin(), fewer.end(), [&](std::uint32_t each) { return more.contains(each); });
+}
+
+} // namespace
+
+std::vector<std::string> ProcessFacts::Doubts() const {
+    std::vector<std::string> doubts;
+    const auto add = [&](bool applies, const char* code) {
+        if (applies) {
+            doubts.emplace_back(code);
+        }
+    };
+    add(doubtful, "boot");
+    add(probablyOne, "one-process");
+    add(linesProbable, "lines");
+    add(TimesAreAssumed(), "times");
+    return doubts;
+}
+
+/// A succession on its way through the processes that it is compared with.
+class Processes::Walk {
+  public:
+    Walk(const Succession& succession, const std::set<std::uint32_t>& taken) : succession_(succession) {
+        for (std::size_t i = 0; i < succession.size(); ++i) {
+            for (const std::uint32_t thread : succession[i]) {
+                place_.try_emplace(thread, i);
+            }
+            if (!succession[i].empty() && !ShareAny(succession[i], taken)) {
+                others_.push_back(i);
+            }
+        }
+    }
+
+    /// Adds those of no process that is compared that stand in front of this one.
+    void AddEarlier(const ProcessFacts& than, Processes& processes) {
+        std::optional<std::size_t> place;
+        for (const std::uint32_t thread : than.threads) {
+            const auto found = next_ < others_.size() ? place_.find(thread) : place_.end();
+            if (found != place_.end()) {
+                place = std::min(place.value_or(found->second), found->second);
+            }
+        }
+        for (; next_ < others_.size() && others_[next_] < place.value_or(0); ++next_) {
+            processes.AddUndated(succession_[others_[next_]], than.first);
+        }
+    }
+
+  private:
+    const Succession& succession_;
+    std::map<std::uint32_t, std::size_t> place_; ///< where each thread writes first
+    std::vector<std::size_t> others_;            ///< of none of the processes
+    std::size_t next_ = 0;                       ///< of these
+};
+
+std::vector<std::size_t> Processes::AddInOrder(const std::vector<ProcessFacts>& all) {
+    std::set<std::uint32_t> taken;
+    for (const ProcessFacts& facts : all) {
+        taken.insert(facts.threads.begin(), facts.threads.end());
+    }
+    std::vector<Walk> walks;
+    for (const Succession& succession : successions_) {
+        walks.push_back(Walk(succession, taken));
+    }
+    std::vector<std::size_t> numbers;
+    for (const ProcessFacts& facts : all) {
+        for (Walk& walk : walks) {
+            walk.AddEarlier(facts, *this);
+        }
+        numbers.push_back(Add(facts));
+    }
+    return numbers;
+}
+
+/// Several traces may tell of the same one.
+void Processes::AddUndated(const std::set<std::uint32_t>& threads, std::optional<std::int64_t> next) {
+    if (std::none_of(all_.begin(), all_.end(),
+                     [&](const ProcessFacts& known) { return ShareAny(threads, known.threads); })) {
+        ProcessFacts facts;
+        facts.threads = threads;
+        facts.next = next;
+        facts.proof = kOnlyUndated;
+        Add(std::move(facts));
+    }
+}
+
+void Processes::Widen(std::size_t number, const ProcessFacts& facts) {
+    ProcessFacts& known = all_[number - 1];
+    if (known.evidence == facts.evidence && facts.first && facts.last) {
+        known.first = std::min(known.first.value_or(*facts.first), *facts.first);
+        known.last = std::max(known.last.value_or(*facts.last), *facts.last);
+        known.assumed = true;
+    }
+}
 
 std::size_t Processes::Add(ProcessFacts facts) {
     all_.push_back(std::move(facts));

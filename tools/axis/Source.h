@@ -55,7 +55,9 @@ class Source {
     /// Reads a file, which it may take over and keep open, and adds to the findings. `file` stays where it is
     /// for as long as the source lives.
     virtual void Read(FolderFile& file, InputFile& input) = 0;
-    /// Called when all files have been read: passes what it knows about dates to the axis.
+    /// Called when all files have been read: tells which processes wrote one after the other.
+    virtual void Announce(Processes& /*processes*/) const {}
+    /// Called after that: passes what it knows about dates to the axis.
     virtual void Date(Axis& /*axis*/) {}
     /// Called when all sources have done so: puts its events on the axis.
     virtual void Place(Axis& /*axis*/) {}

@@ -106,6 +106,7 @@ Json ProcessesJson(const LogSet& logs) {
                              {"boot", process.KnownBoot() ? Json(*process.KnownBoot()) : Json()},
                              {"boot_doubt", DoubtJson(FactsOf(process))},
                              {"evidence", EvidenceCodeOf(process)},
+                             {"doubts", FactsOf(process).Doubts()},
                              {"first", process.IsDated() ? Json(WallTimeIso(process.First())) : Json()},
                              {"last", process.IsDated() ? Json(WallTimeIso(process.Last())) : Json()},
                              {"threads", std::move(threads)}});

@@ -146,6 +146,7 @@ class Summary {
                                  {"boot", facts.boot ? Json(*facts.boot) : Json()},
                                  {"boot_doubt", DoubtJson(facts)},
                                  {"evidence", facts.evidence},
+                                 {"doubts", facts.Doubts()},
                                  {"first", TimeJson(facts.first)},
                                  {"last", TimeJson(facts.last)},
                                  {"threads", facts.threads.size()}});
@@ -247,9 +248,11 @@ class Summary {
             std::string line = "  " + ProcessInWords(i + 1, facts);
             if (facts.first && facts.last) {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
+                line += facts.TimesAreAssumed() ? " ?" : "";
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
-            if (facts.doubtful && DoubtOf(facts) != "probably") {
+            if (facts.linesProbable || facts.probablyOne ||
+                (facts.doubtful && DoubtOf(facts) != "probably")) {
                 Line("     " + facts.proof);
             }
         }

@@ -59,6 +59,7 @@ Json ProcessesJson(const Axis& axis) {
                              {"boot", facts.boot ? Json(*facts.boot) : Json()},
                              {"boot_doubt", DoubtJson(facts)},
                              {"evidence", facts.evidence},
+                             {"doubts", facts.Doubts()},
                              {"first", time(facts.first)},
                              {"last", time(facts.last)},
                              {"threads", std::move(threads)}});

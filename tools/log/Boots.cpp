@@ -59,12 +59,9 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     const std::int64_t first = part.start + OriginOf(run);
     process.collected = process.collected || run.collected;
     process.mayHaveRestarted = process.mayHaveRestarted || part.mayBeRestart;
-    if (part.mayBeOlder) {
-        process.threads.insert(part.calibration->thread);
-    } else {
-        std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
-                            std::inserter(process.threads, process.threads.end()));
-    }
+    process.linesMayBeOlder = process.linesMayBeOlder || part.mayBeOlder;
+    std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
+                        std::inserter(process.threads, process.threads.end()));
     if (part.BoundsUptime()) {
         process.mostFirstSecond = std::min(process.mostFirstSecond, part.mostFirstSecond);
         process.leastLastSecond = std::max(process.leastLastSecond, part.leastLastSecond);
@@ -74,7 +71,7 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     }
     ProcessClock& clock = process.clocks.back();
     clock.first = std::min(clock.first, first);
-    clock.last = std::max(clock.last, first + (part.mayBeOlder ? 0 : part.length));
+    clock.last = std::max(clock.last, first + part.length);
     if (part.date && !clock.date) {
         clock.date = part.date;
         clock.counter = part.firstCounter;
@@ -112,11 +109,13 @@ bool RanAtOneTime(const LogProcess& a, const LogProcess& b) {
 /// Puts the processes of all logs together, boot by boot.
 class BootNumbering {
   public:
-    explicit BootNumbering(std::vector<LogProcess>& processes) : processes_(processes) {
+    BootNumbering(std::vector<LogProcess>& processes, const JoinedLogs& joined)
+        : processes_(processes), joined_(joined) {
         for (const LogProcess& process : processes) {
             logs_ = std::max(logs_, process.log + 1);
         }
         lastOfLog_.resize(logs_);
+        numbered_.resize(processes.size());
     }
 
     void Number() {
@@ -135,10 +134,12 @@ class BootNumbering {
         for (const std::size_t i : order) {
             LogProcess& process = processes_[i];
             if (process.IsDated()) {
-                process.boot = BootOf(process);
+                process.boot = TakeBoot(i);
                 boots_.resize(std::max(boots_.size(), process.boot));
                 boots_[process.boot - 1].push_back(i);
                 lastOfLog_[process.log] = process.boot;
+                auto& numbered = numbered_[joined_.First(i)];
+                numbered = numbered ? numbered : std::optional(i);
                 collectedBoot_ = process.collected ? process.boot : collectedBoot_;
             }
         }
@@ -161,7 +162,8 @@ class BootNumbering {
         }
     }
 
-    std::size_t BootOf(const LogProcess& process) const {
+    std::size_t TakeBoot(std::size_t number) const {
+        LogProcess& process = processes_[number];
         const std::size_t last = lastOfLog_[process.log];
         if (process.collected && collectedBoot_ >= std::max<std::size_t>(last, 1)) {
             return collectedBoot_;
@@ -170,29 +172,70 @@ class BootNumbering {
             return last;
         }
         const std::size_t least = last + 1;
+        const auto& fellow = numbered_[joined_.First(number)];
+        if (fellow && processes_[*fellow].boot >= least) {
+            TakeOver(process, processes_[*fellow]);
+            return processes_[*fellow].boot;
+        }
         const std::size_t from = std::max(least, boots_.size() - std::min(boots_.size(), kMostCompared) + 1);
         const auto fitOneClock = [](const LogProcess& a, const LogProcess& b) {
             return FindCommonClock(a, b).has_value();
         };
+        const LogProcess* other = nullptr; // the last one that may be of the same boot
         for (const auto& sameBoot : std::initializer_list<bool (*)(const LogProcess&, const LogProcess&)>{
                  fitOneClock, RanAtOneTime}) {
             for (std::size_t boot = from; boot <= boots_.size(); ++boot) {
-                const auto& members = boots_[boot - 1];
-                if (std::any_of(members.begin(), members.end(), [&](std::size_t member) {
-                        return processes_[member].log != process.log && sameBoot(processes_[member], process);
-                    })) {
-                    return boot;
+                for (const std::size_t member : boots_[boot - 1]) {
+                    const bool ofOtherLog = processes_[member].log != process.log;
+                    other = ofOtherLog ? &processes_[member] : other;
+                    if (ofOtherLog && sameBoot(*other, process)) {
+                        Weigh(process, *other,
+                              sameBoot == fitOneClock ? BootEvidence::kClocksFit : BootEvidence::kOverlaps);
+                        return boot;
+                    }
                 }
             }
+        }
+        if (other != nullptr) {
+            Weigh(process, *other, BootEvidence::kClocks);
         }
         return boots_.size() + 1;
     }
 
+    /// What tells the boot of the same process in another log tells this one's.
+    static void TakeOver(LogProcess& process, const LogProcess& fellow) {
+        if (process.evidence == BootEvidence::kFirst) {
+            process.evidence = fellow.evidence;
+            process.misfit = fellow.misfit;
+            process.doubtfulAmongLogs = fellow.doubtfulAmongLogs;
+        }
+    }
+
+    /// Notes how a process of another log tells the boot. The order of logs is not known, so it proves none.
+    static void Weigh(LogProcess& process, const LogProcess& other, BootEvidence evidence) {
+        if (process.evidence != BootEvidence::kFirst) {
+            process.doubtfulAmongLogs = evidence != BootEvidence::kClocksFit;
+            return;
+        }
+        const ProcessClock& clock = process.clocks.front();
+        process.evidence = BootEvidence::kUnknown;
+        if (clock.date && BeganWithTheDevice(*clock.date, clock.counter)) {
+            process.evidence = BootEvidence::kNoClock;
+        } else if (clock.date && other.clocks.front().date) {
+            process.misfit = Compare(other.clocks.front(), clock).misfit;
+            const bool isNear = evidence == BootEvidence::kClocks && process.misfit <= kDateTakes;
+            process.evidence = isNear ? BootEvidence::kUnknown : evidence;
+        }
+    }
+
     std::vector<LogProcess>& processes_;
+    const JoinedLogs& joined_;
     std::size_t logs_ = 0;
     std::size_t collectedBoot_ = 0;               ///< 0 before its first process
     std::vector<std::vector<std::size_t>> boots_; ///< the processes of each
-    std::vector<std::size_t> lastOfLog_;          ///< the boot of its last process so far; 0 before the first
+    /// Of the logs that one process wrote, where it was numbered first.
+    std::vector<std::optional<std::size_t>> numbered_;
+    std::vector<std::size_t> lastOfLog_; ///< the boot of its last process so far; 0 before the first
 };
 
 } // namespace
@@ -236,8 +279,8 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
     }
 }
 
-void NumberBoots(std::vector<LogProcess>& processes) {
-    BootNumbering(processes).Number();
+void NumberBoots(std::vector<LogProcess>& processes, const JoinedLogs& joined) {
+    BootNumbering(processes, joined).Number();
 }
 
 } // namespace NimaPost

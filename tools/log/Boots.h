@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/log/JoinedLogs.h"
 #include "tools/log/LogParts.h"
 #include "tools/log/LogProcess.h"
 #include "tools/log/TimePlacer.h"
@@ -17,6 +18,6 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
 /// Numbers the boots of all logs. Processes of several logs belong to one boot where their dates fit one
 /// clock closely, or where they ran at the same time and their clocks do not contradict it; within a log,
 /// order and evidence decide.
-void NumberBoots(std::vector<LogProcess>& processes);
+void NumberBoots(std::vector<LogProcess>& processes, const JoinedLogs& joined);
 
 } // namespace NimaPost

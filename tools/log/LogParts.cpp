@@ -43,6 +43,7 @@ class Divider {
         const bool stamped = line.stamped && !std::exchange(cut_, false);
         if (!line.hasHeader) {
             part_.beginsInside = part_.beginsInside || offset == part_.begin;
+            part_.restFollows = part_.restFollows || (part_.calibration && part_.stamped == 1);
             return;
         }
         const bool calibrates = IsCalibration(line);

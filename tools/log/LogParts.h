@@ -37,7 +37,8 @@ struct LogPart {
     bool overwritten = false;
     /// Somewhere in it older lines follow the newest, and nothing shows where.
     bool hidesSeam = false;
-    /// The calibration line may be all that its process wrote, over the first line of an older log.
+    /// The calibration line may be all that its process wrote, over the first line of an older log. That the
+    /// others are the process's own is only probable.
     bool mayBeOlder = false;
     bool beginsInside = false; ///< its first line has no header: the message began before it
     std::vector<ClockMark> marks;
@@ -46,6 +47,7 @@ struct LogPart {
     bool calibrationHasStamp = true;      ///< else its counter cannot be told from a torn line in front of it
     bool doubtful = false;                ///< a torn digit may stand in front of that counter
     bool openerIsSilent = false;          ///< its thread wrote none of the lines, though there are several
+    bool restFollows = false;             ///< what is left of an older line stands after it
     std::optional<LineStamp> second;      ///< the stamped line after that one
     std::optional<LineStamp> last;
     std::int64_t firstCounter = 0;

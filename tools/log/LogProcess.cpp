@@ -10,6 +10,8 @@ namespace NimaPost {
 
 void LogProcess::Absorb(const LogProcess& other) {
     threads.insert(other.threads.begin(), other.threads.end());
+    linesMayBeOlder = linesMayBeOlder || other.linesMayBeOlder;
+    ++logs;
     // Where a clock of the other belongs among these only one clock in common tells.
     const auto common = FindCommonClock(*this, other);
     if (common && clocks.size() == 1 && other.clocks.size() == 1) {
@@ -38,7 +40,8 @@ WallOffset::Fit Compare(const ProcessClock& a, const ProcessClock& b) {
 std::optional<CommonClock> FindCommonClock(const LogProcess& a, const LogProcess& b) {
     for (const ProcessClock& clock : a.clocks) {
         for (const ProcessClock& other : b.clocks) {
-            if (clock.date && other.date && Compare(clock, other).misfit <= kFitsClosely) {
+            if (clock.date && other.date && !BeganWithTheDevice(*clock.date, clock.counter) &&
+                Compare(clock, other).misfit <= kFitsClosely) {
                 return CommonClock{&clock, &other};
             }
         }
@@ -61,6 +64,8 @@ const char* EvidenceCodeOf(const LogProcess& process) {
             return "clocks";
         case BootEvidence::kClocksFit:
             return "clocks-fit";
+        case BootEvidence::kOverlaps:
+            return "overlaps";
         case BootEvidence::kNoClock:
             return "no-clock";
         case BootEvidence::kUnknown:
@@ -89,6 +94,11 @@ std::string InWords(const LogProcess& process) {
         case BootEvidence::kClocksFit:
             return "probably the same boot: the dates fit one clock within 0.0001 s" + fell +
                    (fell.empty() ? "" : ", so that these lines may be older");
+        case BootEvidence::kOverlaps:
+            return "perhaps the same boot: it ran at the same time as a process of another log, but their "
+                   "dates "
+                   "miss one clock by " +
+                   Duration(process.misfit);
         case BootEvidence::kNoClock:
             return "perhaps another boot: the wall clock seems to begin with each, so that the dates of any "
                    "two fit" +
@@ -104,15 +114,28 @@ std::string InWords(const LogProcess& process) {
 ProcessFacts FactsOf(const LogProcess& process) {
     ProcessFacts facts;
     facts.threads = process.threads;
-    facts.proof =
-        InWords(process) + (process.mayHaveRestarted
-                                ? "; the clock was set before its log rolled, or the device restarted "
-                                  "there and another process has the same threads"
-                                : "");
+    facts.proof = InWords(process);
+    if (process.doubtfulAmongLogs && !process.collected) {
+        facts.proof += "; which boot of those in other logs, its dates do not prove";
+    }
+    if (process.mayHaveRestarted) {
+        facts.proof +=
+            "; the clock was set before its log rolled, or the device restarted there and another process "
+            "has the same threads";
+    }
+    if (process.logs > 1) {
+        facts.probablyOne = true;
+        facts.proof += "; probably one process wrote " + Counted(process.logs, "log") +
+                       ": they share threads and fit one clock";
+    }
+    if (process.linesMayBeOlder) {
+        facts.linesProbable = true;
+        facts.proof += "; its lines are probably its own: the thread that opened the log wrote none";
+    }
     facts.evidence = EvidenceCodeOf(process);
     const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||
                           process.evidence == BootEvidence::kUptime;
-    facts.doubtful = !isProven || process.mayHaveRestarted;
+    facts.doubtful = !isProven || process.doubtfulAmongLogs || process.mayHaveRestarted;
     if (process.IsDated()) {
         facts.boot = process.boot;
         facts.first = process.First();

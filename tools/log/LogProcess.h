@@ -13,13 +13,15 @@
 
 namespace NimaPost {
 
-/// What tells whether a process ran in the boot of the one before it in the same log, the strongest first.
+/// What tells whether a process ran in the boot of the one before it in the same log, or of the first of a
+/// log in one of other logs.
 enum class BootEvidence : unsigned char {
     kFirst,     ///< none before it
     kUptime,    ///< another boot: its clock had run for less time than the other's
     kDate,      ///< another boot or the clock was set back: its date is earlier, and no clock explains it
     kClocks,    ///< another boot or the clock was set: no whole number of periods explains both dates
     kClocksFit, ///< probably the same boot: one clock explains both dates closely
+    kOverlaps,  ///< perhaps the same boot: it ran at the same time, but the dates miss one clock
     kNoClock,   ///< nothing: the wall clock begins with each boot, so that any two of them fit
     kUnknown,   ///< nothing
 };
@@ -47,12 +49,17 @@ struct LogProcess {
     std::optional<std::int64_t> nextOpening;
     BootEvidence evidence = BootEvidence::kFirst;
     std::int64_t misfit = 0; ///< nanoseconds, by which the dates miss one clock
-    std::int64_t fall = 0;   ///< by which its date is at least earlier than the last line before it
+    /// Another boot than the one before it in its log, but which of those that other logs tell of is not
+    /// certain.
+    bool doubtfulAmongLogs = false;
+    std::size_t logs = 1;  ///< that it wrote, each with some of its threads
+    std::int64_t fall = 0; ///< by which its date is at least earlier than the last line before it
     /// From 1; 0 where nothing is dated. A process without a date stands among the lines of this boot, and
     /// nothing tells whether it is of it.
     std::size_t boot = 0;
     bool collected = false; ///< of the boot in which the files were collected, which outweighs the evidence
     bool apart = false;     ///< so, but not the process before
+    bool linesMayBeOlder = false; ///< all but its first one, which then are another's
     /// What follows a roll at which the clock was set may be by a process with the same threads, after a
     /// boot.
     bool mayHaveRestarted = false;
@@ -71,7 +78,8 @@ struct LogProcess {
     bool StartsABoot() const { return evidence != BootEvidence::kClocksFit || apart; }
 };
 
-/// Stretches of two processes of which dates and counters fit one clock closely; null where there are none.
+/// Stretches of two processes of which dates and counters fit one clock closely. The dates of a wall clock
+/// that begins with the device fit any other, which tells nothing.
 struct CommonClock {
     const ProcessClock* a = nullptr;
     const ProcessClock* b = nullptr;

@@ -9,6 +9,7 @@
 #include "tools/log/JoinedLogs.h"
 #include "tools/log/LineReader.h"
 #include "tools/log/LogMerge.h"
+#include "tools/log/SilentOpeners.h"
 
 #include <algorithm>
 #include <array>
@@ -69,23 +70,25 @@ void LogSet::Arrange() {
         logs[{name.base, sources_[i].kind}].emplace(name.number, i);
     }
     LeaveCopiesOut(logs);
-    TimePlacer placer(runs_);
     for (const auto& [key, files] : logs) {
-        std::vector<LogPart> parts;
+        std::vector<LogPart>& parts = logs_.emplace_back();
         for (const auto& [number, index] : files) {
             for (LogPart& part : key.second == LogKind::kQueue ? SurveyQueue(index) : Survey(index)) {
                 part.file = index;
                 parts.push_back(std::move(part));
             }
         }
+    }
+    JudgeSilentOpeners(logs_);
+    TimePlacer placer(runs_);
+    for (std::vector<LogPart>& parts : logs_) {
         placer.Place(parts);
         if (!parts.empty() && parts.front().mayBeOlder) {
             sources_[parts.front().file].findings.Remark(
                 "silent-opener",
-                "The thread that opened the log wrote none of the lines after that: they may be "
-                "older, of a process whose first line was written over.");
+                "The thread that opened the log wrote none of the lines after that: they are probably of its "
+                "process, but may be older, of one whose first line was written over.");
         }
-        logs_.push_back(std::move(parts));
     }
     settings_ = placer.Settings();
     if (collected_) {
@@ -137,7 +140,7 @@ void LogSet::ArrangeProcesses() {
     const JoinedLogs joined(find(), runs_);
     // Joining has moved the origins of their times.
     processes_ = find();
-    NumberBoots(processes_);
+    NumberBoots(processes_, joined);
     SortProcesses(joined);
     DoubtClocksThatWereSet();
     settingsBefore_.assign(runs_.size(), 0);

@@ -14,6 +14,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -63,8 +64,8 @@ class LogSet {
     const Findings& Unusable() const { return unusable_; }
     /// Why a file could not be read to its end; empty where all of them could.
     Findings ReadProblems() const;
-    /// How times were recovered.
-    std::vector<Finding> ClockStatement() const;
+    /// How times were recovered. Processes have other numbers where others stand among them.
+    std::vector<Finding> ClockStatement(std::span<const std::size_t> numbers = {}) const;
 
     /// The counter and wall-clock time of the last line that has both, to which other records are tied.
     struct Anchor {

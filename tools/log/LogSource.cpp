@@ -6,6 +6,7 @@
 #include "tools/log/LogSet.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -38,24 +39,7 @@ class LogSource : public Source {
             files_[i]->findings = logs_.Sources()[i].findings;
         }
         NoteReadProblems();
-        for (Finding& finding : logs_.ClockStatement()) {
-            axis.State(std::move(finding));
-        }
-        if (const auto anchor = logs_.LastAnchor()) {
-            axis.SetNewest({anchor->counter, anchor->wall, TieKind::kLine, 0, anchor->process + 1});
-        }
-        for (const LogProcess& process : logs_.Processes()) {
-            const std::size_t number = axis.AllProcesses().Add(FactsOf(process));
-            for (const ProcessClock& clock : process.clocks) {
-                if (clock.date) {
-                    WallOffset wall = *logs_.Runs()[clock.run].wall;
-                    wall.Begin(clock.start);
-                    axis.Add(
-                        LogClock{number, clock.counter, std::move(wall), clock.first, process.nextOpening});
-                    axis.SetWall();
-                }
-            }
-        }
+        NumberProcesses(axis);
         const bool queue = std::any_of(logs_.Sources().begin(), logs_.Sources().end(),
                                        [](const auto& source) { return source.kind == LogKind::kQueue; });
         if (queue) {
@@ -100,6 +84,9 @@ class LogSource : public Source {
             }
             TimelineEvent event = events.Of(entry);
             event.file = files_[entry.part->file]->index;
+            if (entry.process) {
+                event.process = numbers_[*entry.process - 1];
+            }
             if (entry.part->process) {
                 event.clock = logs_.SettingsBefore(entry.part->run);
             }
@@ -116,6 +103,32 @@ class LogSource : public Source {
     }
 
   private:
+    void NumberProcesses(Axis& axis) {
+        std::vector<ProcessFacts> facts;
+        std::transform(logs_.Processes().begin(), logs_.Processes().end(), std::back_inserter(facts),
+                       FactsOf);
+        numbers_ = axis.AllProcesses().AddInOrder(facts);
+        for (Finding& finding : logs_.ClockStatement(numbers_)) {
+            axis.State(std::move(finding));
+        }
+        if (const auto anchor = logs_.LastAnchor()) {
+            axis.SetNewest({anchor->counter, anchor->wall, TieKind::kLine, 0, numbers_[anchor->process]});
+        }
+        for (std::size_t i = 0; i < numbers_.size(); ++i) {
+            const LogProcess& process = logs_.Processes()[i];
+            const std::size_t number = numbers_[i];
+            for (const ProcessClock& clock : process.clocks) {
+                if (clock.date) {
+                    WallOffset wall = *logs_.Runs()[clock.run].wall;
+                    wall.Begin(clock.start);
+                    axis.Add(
+                        LogClock{number, clock.counter, std::move(wall), clock.first, process.nextOpening});
+                    axis.SetWall();
+                }
+            }
+        }
+    }
+
     /// Logs are read again for each time they are told, and any time may fail.
     void NoteReadProblems() const {
         for (std::size_t i = 0; i < files_.size(); ++i) {
@@ -130,6 +143,7 @@ class LogSource : public Source {
 
     LogSet logs_;
     std::vector<FolderFile*> files_;                  ///< of each of the set's files
+    std::vector<std::size_t> numbers_;                ///< of each of the set's processes, on the axis
     std::map<std::size_t, std::int64_t> undatedRuns_; ///< where runs without a date were put
 };
 

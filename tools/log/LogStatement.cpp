@@ -13,7 +13,8 @@ namespace {
 /// Of processes that are told about one by one.
 constexpr std::size_t kMostTold = 16;
 
-void StateProcesses(const std::vector<LogProcess>& processes, std::vector<Finding>& statement) {
+void StateProcesses(const std::vector<LogProcess>& processes, std::span<const std::size_t> numbers,
+                    std::vector<Finding>& statement) {
     if (processes.size() < 2) {
         return;
     }
@@ -32,7 +33,7 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::vector<Findin
                                                   " proven."});
     for (std::size_t i = 0; i < std::min(processes.size(), kMostTold); ++i) {
         const LogProcess& process = processes[i];
-        std::string text = ProcessInWords(i + 1, FactsOf(process));
+        std::string text = ProcessInWords(numbers.empty() ? i + 1 : numbers[i], FactsOf(process));
         text.front() = 'P';
         if (process.IsDated()) {
             text += ", from ";
@@ -40,7 +41,7 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::vector<Findin
         } else {
             text += ", when is not known";
         }
-        statement.push_back({"process-begins", text + ": " + InWords(process) + "."});
+        statement.push_back({"process-begins", text + ": " + FactsOf(process).proof + "."});
     }
     if (processes.size() > kMostTold) {
         statement.push_back(
@@ -70,7 +71,7 @@ void StateSettings(const std::vector<ClockSetting>& settings, std::vector<Findin
 
 } // namespace
 
-std::vector<Finding> LogSet::ClockStatement() const {
+std::vector<Finding> LogSet::ClockStatement(std::span<const std::size_t> numbers) const {
     std::vector<Finding> statement;
     std::int64_t spread = -1;
     for (const LogRun& run : runs_) {
@@ -82,7 +83,7 @@ std::vector<Finding> LogSet::ClockStatement() const {
                              "make them later by up to " +
                                  Duration(spread) + ", all of one process alike."});
     }
-    StateProcesses(processes_, statement);
+    StateProcesses(processes_, numbers, statement);
     StateSettings(settings_, statement);
     std::int64_t unseen = 0;
     bool open = false;

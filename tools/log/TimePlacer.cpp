@@ -73,11 +73,8 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
     for (std::size_t i = 0; i < parts.size(); ++i) {
         LogPart& part = parts[i];
         part.link = LinkOf(part, std::span(parts).subspan(i));
-        // Where there is a backup, a log is not written over.
-        part.mayBeOlder = part.openerIsSilent && part.begin == 0 && before_ == nullptr;
         if (part.hidesSeam || part.mayBeOlder) {
             part.certainty = part.hidesSeam ? kBoundByNothing : Certainty::Assumed();
-            part.processIsKnown = part.processIsKnown && !part.mayBeOlder;
         }
         if (part.date) {
             PlaceDated(part);

@@ -138,12 +138,15 @@ Json PageData::Rings() const {
 Json PageData::Processes() const {
     Json json = Json::array();
     for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
-        json.push_back({{"boot", facts.boot.value_or(0)},
-                        {"words", ProcessInWords(json.size() + 1, facts)},
-                        {"first", Moment(facts.first)},
-                        {"last", Moment(facts.last)},
-                        {"threads", facts.threads.size()},
-                        {"proof", facts.proof}});
+        json.push_back(
+            {{"boot", facts.boot.value_or(0)},
+             {"words", ProcessInWords(json.size() + 1, facts)},
+             {"first", Moment(facts.first)},
+             {"last", Moment(facts.last)},
+             {"sure",
+              facts.TimesAreAssumed() ? Json(static_cast<int>(SurenessOf(Certainty::Assumed()))) : Json()},
+             {"threads", facts.threads.size()},
+             {"proof", facts.proof}});
     }
     return json;
 }

@@ -60,6 +60,18 @@ std::optional<PlacedRings> RingSource::ReadContent(FolderFile& file, InputFile& 
     return placed;
 }
 
+void RingSource::Announce(Processes& processes) const {
+    for (const auto& [file, placed] : All()) {
+        Succession threads(placed.set.processes);
+        for (const Ring& ring : placed.set.rings) {
+            for (const RingRecord& record : ring.records) {
+                threads.at(record.process).insert(record.data.threadId);
+            }
+        }
+        processes.Announce(std::move(threads));
+    }
+}
+
 void RingSource::Place(Axis& axis) {
     // A text dump says when it was made, so dumps come first, newer before older; the segment adds what came
     // later.

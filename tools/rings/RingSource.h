@@ -31,6 +31,7 @@ class RingSource : public FileSource<PlacedRings, Stage::kRings, EventKind::kRin
   public:
     using FileSource::FileSource;
 
+    void Announce(Processes& processes) const override;
     void Place(Axis& axis) override;
 
     /// The heads of crash logs, by their files, the oldest first. To be called before.

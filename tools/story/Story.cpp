@@ -24,6 +24,9 @@ bool Story::Read(Device& device, const std::string& where, std::string& problem)
     std::vector<Source*> sources = sources_.All();
     std::stable_sort(sources.begin(), sources.end(),
                      [](const Source* a, const Source* b) { return a->PlacedAt() < b->PlacedAt(); });
+    for (const Source* source : sources) {
+        source->Announce(axis_.AllProcesses());
+    }
     for (Source* source : sources) {
         source->Date(axis_);
     }

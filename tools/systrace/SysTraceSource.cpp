@@ -3,18 +3,24 @@
 #include "catalogue/OwnEvents.h"
 #include "tools/axis/Owners.h"
 #include "tools/axis/Repeats.h"
+#include "tools/base/BackupName.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Hash.h"
 #include "tools/systrace/RecordText.h"
 #include "tools/systrace/SysTrace.h"
 
 #include <algorithm>
+#include <functional>
+#include <iterator>
+#include <map>
 #include <string>
 #include <utility>
 
 namespace NimaPost {
 
 namespace {
+
+constexpr std::uint64_t kMostBackups = 10;
 
 /// The records of one process, or of several that shared the trace.
 struct PlacedStretch {
@@ -24,13 +30,26 @@ struct PlacedStretch {
 
 struct PlacedTrace {
     SysTraceFile trace;
+    BackupName name;
     std::vector<PlacedStretch> stretches;
     Certainty certainty = Certainty::Assumed();
     bool fitsHead = false;   ///< it seems to be the dump of the crash that it is tied to
     std::vector<bool> known; ///< records that a fuller source already has
 
-    explicit PlacedTrace(SysTraceFile file) : trace(std::move(file)) {}
+    PlacedTrace(SysTraceFile file, const std::string& plainName)
+        : trace(std::move(file)), name(SplitBackupName(plainName, kMostBackups)) {}
 };
+
+/// The threads of each stretch.
+Succession ThreadsOf(const SysTraceFile& trace) {
+    Succession threads(trace.stretches.size());
+    for (const SysTraceRecord& record : trace.records) {
+        if (record.hasThread) {
+            threads[record.stretch].insert(record.thread);
+        }
+    }
+    return threads;
+}
 
 /// Whether a dump fits the crash whose log has this head, for which it was then taken. One of another moment
 /// does in one case of two, since counters tell only the place within a second.
@@ -59,6 +78,28 @@ std::uint64_t ClaimsOf(const SysTraceFile& trace) {
 class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind::kBinary> {
   public:
     using FileSource::FileSource;
+
+    /// A dump is older than those with lower numbers, and than what is still in memory.
+    void Announce(Processes& processes) const override {
+        std::map<std::string, std::map<std::uint64_t, const PlacedTrace*, std::greater<>>> dumps;
+        Succession ofSegments;
+        for (const auto& [file, placed] : All()) {
+            if (placed.trace.isDump) {
+                dumps[placed.name.base].emplace(placed.name.number, &placed);
+            } else {
+                Append(ofSegments, placed.trace);
+            }
+        }
+        dumps.try_emplace(std::string());
+        for (const auto& [base, backups] : dumps) {
+            Succession succession;
+            for (const auto& [number, placed] : backups) {
+                Append(succession, placed->trace);
+            }
+            succession.insert(succession.end(), ofSegments.begin(), ofSegments.end());
+            processes.Announce(std::move(succession));
+        }
+    }
 
     void Place(Axis& axis) override {
         // The fullest first.
@@ -97,25 +138,28 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
   private:
     std::optional<PlacedTrace> ReadContent(FolderFile& file, InputFile& input) override {
         auto trace = ReadSysTrace(input, Set().Dictionary(), file.findings);
-        return trace ? std::optional(PlacedTrace(std::move(*trace))) : std::nullopt;
+        return trace ? std::optional(PlacedTrace(std::move(*trace), file.plainName)) : std::nullopt;
+    }
+
+    static void Append(Succession& succession, const SysTraceFile& trace) {
+        Succession threads = ThreadsOf(trace);
+        succession.insert(succession.end(), std::make_move_iterator(threads.begin()),
+                          std::make_move_iterator(threads.end()));
     }
 
     /// The last one is tied. The others ended before the next began, or with their process if that is dated.
     static void PlaceStretches(Processes& processes, PlacedTrace& placed, const Tie& tie) {
         const auto& records = placed.trace.records;
         const auto& firsts = placed.trace.stretches;
+        Succession threads = ThreadsOf(placed.trace);
         std::vector<ProcessFacts> facts(firsts.size());
-        for (const SysTraceRecord& record : records) {
-            if (record.hasThread) {
-                facts[record.stretch].threads.insert(record.thread);
-            }
-        }
         placed.stretches.resize(firsts.size());
         std::int64_t origin =
             tie.time + NearestStep(tie.counter, records.back().stamp) - records.back().elapsed;
         for (std::size_t i = firsts.size(); i-- > 0;) {
             const auto end = i + 1 < firsts.size() ? firsts[i + 1] : records.size();
             const std::int64_t last = records[end - 1].elapsed;
+            facts[i].threads = std::move(threads[i]);
             const auto known = processes.WithAnyOf(facts[i].threads);
             const auto ended = known ? processes[*known].last : std::nullopt;
             // The newest line may be another process's.
@@ -123,6 +167,8 @@ class SysTraceSource : public FileSource<PlacedTrace, Stage::kTraces, EventKind:
             if (later && ended && *ended < origin + last - kSecond) {
                 origin = *ended - last;
             }
+            const auto next = known ? processes[*known].next : std::nullopt;
+            origin = std::min(origin, next ? *next - last : origin);
             placed.stretches[i].origin = origin;
             facts[i].first = origin + records[firsts[i]].elapsed;
             facts[i].last = origin + last;

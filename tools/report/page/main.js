@@ -29,7 +29,7 @@
 //              "oldest": ns | null, "newest": ns | null}],
 //   "boots": [{"boot": 1, "first": ns | null, "last": ns | null, "processes": [1, 2], "proof": "..."}],
 //   "processes": [{"words": "process 1, boot 1", "boot": number, "first": ns | null, "last": ns | null,
-//                  "threads": 3, "proof": "..."}],                  numbered from 1
+//                  "sure": 2 | null, "threads": 3, "proof": "..."}],   numbered from 1
 //   "threads": [{"id": "0x979fe6c0", "name": "Engine" | "", "process": number | null}],
 //   "sources": ["device.log", "SysTrace.bin", ...],
 //   "sourceKinds": ["log" | "systrace" | "ring" | any other, drawn as "log", ...],

@@ -42,8 +42,12 @@ function crashRow(model, crash, index) {
     cell(model.processWords(crash.process ?? 0, crash.boot ?? 0), "nowrap"), cell(crash.after || "", "notes"));
 }
 
-function times(model, {first, last}) {
-  return [cell(model.clock.moment(first) || "not known", "nowrap"), cell(model.clock.moment(last), "nowrap")];
+function times(model, {first, last, sure}) {
+  const mark = Number.isInteger(sure) ? ` ${model.timeMarks.sign(sure)}` : "";
+  return [first, last].map((time, end) => {
+    const moment = model.clock.moment(time);
+    return cell(moment ? moment + mark : end === 0 ? "not known" : "", "nowrap");
+  });
 }
 
 function bootRow(model, boot) {
