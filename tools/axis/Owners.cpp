@@ -62,9 +62,10 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     });
     if (!anyOfCycle) {
         ProcessFacts added = facts;
-        added.proof = processes.AllWithAnyOf(facts.threads).empty()
-                          ? kOnlyUndated
-                          : "its crash log is of another boot cycle than those with its threads";
+        // Which has the same threads, so its number does not tell its place in time.
+        added.doubtful = !processes.AllWithAnyOf(facts.threads).empty();
+        added.proof = added.doubtful ? "its crash log is of another boot cycle than those with its threads"
+                                     : kOnlyUndated;
         added.assumed = true;
         all_ = ofCycle_ = processes.Add(std::move(added));
     }

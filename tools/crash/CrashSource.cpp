@@ -45,6 +45,27 @@ std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile&
     return crash;
 }
 
+void CrashSource::Announce(Processes& processes) const {
+    std::map<std::uint64_t, std::set<std::uint32_t>> threadsOf; // Of the processes that crashed, by boot cycle.
+    for (const auto& [file, crash] : All()) {
+        if (const auto cycle = crash.log.BootCycle()) {
+            const RingSet& rings = crash.log.rings;
+            for (const Ring& ring : rings.rings) {
+                for (const RingRecord& record : ring.records) {
+                    if (static_cast<std::size_t>(record.process) + 1 == rings.processes) {
+                        threadsOf[*cycle].insert(record.data.threadId);
+                    }
+                }
+            }
+        }
+    }
+    Succession succession;
+    for (auto& [cycle, threads] : threadsOf) {
+        succession.push_back(std::move(threads));
+    }
+    processes.Announce(std::move(succession));
+}
+
 void CrashSource::Date(Axis& axis) {
     PutInOrder();
     StateOrder(axis);

@@ -25,6 +25,7 @@ class CrashSource : public FileSource<PlacedCrash, Stage::kCrashes, EventKind::k
   public:
     using FileSource::FileSource;
 
+    void Announce(Processes& processes) const override;
     void Date(Axis& axis) override;
 
   private:
