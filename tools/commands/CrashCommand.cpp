@@ -177,7 +177,7 @@ int ShowCrash(Context& context, const InputFile& file, Device& device, const Sym
     return ExitCodeOf(findings);
 }
 
-struct Options {
+struct CrashOptions {
     InputOptions input;
     SymbolOptions symbols;
     SelectionOptions selection;
@@ -257,7 +257,8 @@ class CrashFiles {
 };
 
 /// The crashes of a device as its whole story places them, since that is what times and boots come from.
-int ShowSelected(Context& context, const Options& options, const DeviceInput& input, Findings& findings) {
+int ShowSelected(Context& context, const CrashOptions& options, const DeviceInput& input,
+                 Findings& findings) {
     Story story(context.names);
     Selection selection;
     std::string problem;
@@ -297,7 +298,7 @@ int ShowSelected(Context& context, const Options& options, const DeviceInput& in
     return ExitCodeOf(findings);
 }
 
-int RunCrash(Context& context, const Options& options) {
+int RunCrash(Context& context, const CrashOptions& options) {
     if (options.selection != SelectionOptions()) {
         return RunOnDevices(context, options.input, false, [&](const DeviceInput& input, Findings& findings) {
             return ShowSelected(context, options, input, findings);
@@ -315,7 +316,7 @@ int RunCrash(Context& context, const Options& options) {
 } // namespace
 
 void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<CrashOptions>();
     CLI::App* command =
         AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
     AddInputOptions(*command, options->input, "FILE", "The crash log, or a stack-trace file");
