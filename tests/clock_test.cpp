@@ -177,8 +177,10 @@ TEST_F(LogTimes, BetweenTwoRollsOfOneProcessAreExactOrTellWhatPassedUnseen) {
 TEST_F(LogTimes, OfAProcessWhoseClockWasSetBeforeARollAreOfOneProcessAndBoundByNothing) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::int64_t filled = kBoot + 300 * kMillisecond;
-    WriteFile("a.log.1", Calibration(kBoot, kBoot + offset) + Line(kBoot + kMillisecond, "<WARN> <A> first") +
-                             Line(filled, "<WARN> <A> filled it"));
+    const std::string full = Calibration(kBoot, kBoot + offset) +
+                             Line(kBoot + kMillisecond, "<WARN> <A> first") +
+                             Line(filled, "<WARN> <A> filled it");
+    WriteFile("a.log.1", full);
     const auto log = [&](std::int64_t at, std::int64_t set, std::uint32_t thread) {
         WriteFile("a.log", Calibration(at, at + offset + set, thread) +
                                Line(at + kMillisecond, "<WARN> <A> newest", thread));
@@ -193,7 +195,7 @@ TEST_F(LogTimes, OfAProcessWhoseClockWasSetBeforeARollAreOfOneProcessAndBoundByN
         EXPECT_EQ(logs.entries[1].certainty.later, Certainty::kUnbounded);
         EXPECT_EQ(logs.entries[1].certainty.earlier, Certainty::kUnbounded);
         EXPECT_EQ(logs.entries[4].certainty.earlier, 0);
-        EXPECT_TRUE(Has(logs.set.ClockStatement(), "clock-set"));
+        EXPECT_TRUE(Has(logs.set.ClockStatement(), "clock-set-or-boot"));
         // Each on the clock of its moment.
         const LogProcess& process = logs.set.Processes()[0];
         EXPECT_NEAR(static_cast<double>(process.First() - kBoot - offset), 0, 1e9);
@@ -212,10 +214,16 @@ TEST_F(LogTimes, OfAProcessWhoseClockWasSetBeforeARollAreOfOneProcessAndBoundByN
     EXPECT_EQ(boots(day + 800 * kMillisecond), 1U) << "nothing tells";
     EXPECT_EQ(boots(day + 999'999'000), 2U) << "no counter is so high before a day";
     // Not so long after the last line, and not by another thread.
+    WriteFile("a.log.1", full);
     EXPECT_EQ(log(filled + 400 * kMillisecond, -3600 * kSecond - 25 * kMillisecond, 1).set.Processes().size(),
               2U);
     EXPECT_EQ(log(filled + 40 * kMillisecond, -3600 * kSecond - 25 * kMillisecond, 2).set.Processes().size(),
               2U);
+    // Nor where the backup was not full: the file after it is longer.
+    const std::int64_t opened = filled + 40 * kMillisecond;
+    WriteFile("a.log", Calibration(opened, opened + offset + 33 * kMillisecond) +
+                           Line(opened + 5, "<WARN> <A> " + std::string(300, '.')));
+    EXPECT_EQ(EvidenceCodeOf(Logs({"a.log"}).set.Processes().back()), std::string("clocks"));
 }
 
 TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThem) {
@@ -228,7 +236,7 @@ TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThe
     // before the last one.
     WriteFile("a.log", process(kBoot, offset, 1) + process(kBoot + 9 * kSecond, offset, 2) +
                            process(20 * kSecond, offset + kBoot, 3) +
-                           process(30 * kSecond + 7 * kMillisecond, kDay, 4));
+                           process(30 * kSecond + 7 * kMillisecond, kDay + 33 * kMillisecond, 4));
     const Logs logs({"a.log"});
     ASSERT_EQ(logs.Messages(), "C|one|two|C|one|two|C|one|two|C|one|two|");
     const std::vector<std::string> evidence{"first", "clocks-fit", "uptime", "date"};
@@ -466,6 +474,46 @@ TEST_F(LogTimes, OfARewoundLogThatGoesOnInsideACounterAreInTheirOrder) {
         ASSERT_GT(logs.entries.size(), newer) << digitsLost;
         for (std::size_t i = 0; i < logs.entries.size(); ++i) {
             EXPECT_EQ(logs.entries[i].part->overwritten, i + newer < logs.entries.size()) << i << digitsLost;
+        }
+    }
+}
+
+TEST_F(LogTimes, OfAFullLogThatProcessesOpenedAreInTheirOrder) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    // The first opening's counter is 305086421. A round may have ended inside it, so that it begins with 0.
+    const std::int64_t first = kBoot + 20 * kSecond + 306 * kMillisecond;
+    const std::int64_t second = first + 9 * kSecond;
+    const std::int64_t rewound = second + 5 * kSecond;
+    for (const bool buffered : {true, false}) {
+        for (const std::size_t digitsLost : {0U, 1U, 2U, 3U}) {
+            std::string old = Calibration(kBoot, kBoot + offset);
+            for (int i = 1; i <= 40; ++i) {
+                old += Line(kBoot + i * (20 * kMillisecond), "<WARN> <A> old and full of words");
+            }
+            std::string newer = Calibration(rewound, rewound + offset, 3);
+            for (std::uint32_t i = 1; i <= 20; ++i) {
+                newer += Line(rewound + i * (30 * kMillisecond), "<WARN> <A> new", 2 + i % 2);
+            }
+            newer.resize(newer.size() - 2);
+            const std::size_t cut =
+                old.find('\n', newer.size()) + 1 + std::string("000000000 <0x00000001:000> ").size() + 20;
+            newer += std::string(cut - newer.size() - 2, '.') + "\r\n";
+            const auto opening = [&](std::int64_t at, std::uint32_t thread) {
+                return Calibration(at, at + offset, thread) +
+                       (buffered ? "" : Line(at + kMillisecond, "<WARN> <A> first", thread));
+            };
+            WriteFile("a.log",
+                      newer + old.substr(cut) + opening(first, 4).substr(digitsLost) + opening(second, 2));
+            const Logs logs({"a.log"});
+            const std::string which = std::to_string(digitsLost) + (buffered ? " buffered" : "");
+            EXPECT_TRUE(logs.set.Sources()[0].findings.damage.empty()) << which;
+            EXPECT_TRUE(Has(logs.set.Sources()[0].findings.remarks, "rewound")) << which;
+            ASSERT_EQ(logs.set.Processes().size(), 3U) << which;
+            EXPECT_EQ(EvidenceCodeOf(logs.set.Processes()[2]),
+                      std::string(digitsLost == 0 ? "clocks-fit" : "unknown"));
+            EXPECT_FALSE(Has(logs.set.ClockStatement(), "clock-set")) << which;
+            EXPECT_TRUE(logs.messages.back().starts_with("new")) << which;
+            EXPECT_FALSE(logs.entries.back().part->overwritten) << which;
         }
     }
 }

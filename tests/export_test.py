@@ -85,18 +85,24 @@ def on_duckdb(events):
                           input=json.dumps(lists), capture_output=True, text=True, check=False)
     assert done.returncode == 0, done.stderr
     ranking, from_json, from_csv = json.loads(done.stdout)
-    assert from_json == from_csv and int(from_json[0][0]) == events, (from_json, from_csv, events)
+    devices = len({row["device"] for row in rows("export", "events")})
+    assert from_json == from_csv, (from_json, from_csv)
+    assert (int(from_json[0][0]), int(from_json[0][2])) == (events, devices), (from_json, events, devices)
     return [[row[0], int(row[1]), int(row[2])] for row in ranking]
 
 
 def loads_and_ranks():
     run(SIMULATOR, "--fleet", "fleet", "--folders", "60", "--bytes", "20000")
-    pathlib.Path("fleet/it's, a \"unit\" äö").mkdir()
-    pathlib.Path("fleet/it's, a \"unit\" äö/device.log").write_bytes(
-        b'5 <0x00000001:000> <WARN> <"One"> caf\xc3\xa9 \xff, "quoted"\r\nsecond line\r\n')
+    # The last one's name stands for null, and those before it are longer than a folder's may be once escaped.
+    for name in ("it's, a \"unit\" äö", "ü" * 100, "ü" * 99 + "u", "__HIVE_DEFAULT_PARTITION__"):
+        pathlib.Path("fleet", name).mkdir()
+        pathlib.Path("fleet", name, "device.log").write_bytes(
+            b'5 <0x00000001:000> <WARN> <"One"> caf\xc3\xa9 \xff, "quoted"\r\nsecond line\r\n')
+    # Two threads may have one case at the same moment.
+    shutil.copytree("fleet/unit-0001", "fleet/unit-0001-copy/unit-0001")
     run(POST, "index", "fleet", "--db", "fleet.db")
     fleet = json.loads(run(POST, "fleet", "fleet.db", "--json"))
-    told = json.loads(run(POST, "export", "fleet", "--to", "export", "--json"))
+    told = json.loads(run(POST, "export", "fleet", "--to", "export", "--json", "--threads", "1"))
     run(POST, "export", "fleet", "--to", "csv", "--format", "csv")
     assert (told["cases"], told["crashes"]) == (fleet["cases"], fleet["crashes"]), (told, fleet)
     for table in ("events", "crashes", "processes", "files"):
@@ -119,16 +125,17 @@ def leaves_what_is_not_its_own():
 def is_the_same_after_any_end():
     whole = files("export")
     assert all(name.endswith(".jsonl.zst") or name == "_nima-export" for name in whole)
+    call = [POST, "export", "fleet", "--to", "fleet/out/"]
     # In the middle of what is read, and killed on the way again and again.
     for attempt in range(6):
-        with subprocess.Popen([POST, "export", "fleet", "--to", "fleet/out/"], stdout=subprocess.DEVNULL) as child:
+        with subprocess.Popen([*call, "--threads", "5"], stdout=subprocess.DEVNULL) as child:
             # Folders come and go meanwhile, which os.walk passes over.
             while child.poll() is None and sum(len(names) for _, _, names in os.walk("fleet/out")) <= 40 * attempt:
                 time.sleep(0.001)
             child.kill()
         for name, content in files("fleet/out").items():
             assert name.startswith("_") or whole[name] == content, name
-    run(POST, "export", "fleet", "--to", "fleet/out/")
+    run(*call, "--threads", "5")
     assert files("fleet/out") == whole
 
 

@@ -303,13 +303,16 @@ TEST_F(FleetTest, TellsTheSameAgain) {
               Json::array({{"0x0031ac05 at fuser.cpp:24", 1, 1}}));
     EXPECT_EQ(Count("SELECT count(*) FROM case_crashes", "one.db"), 3);
 
-    // A database and a page in a device's own folder make it no other case.
+    // Databases and a page in a device's own folder make it no other case.
+    fs::copy("one.db", "both/unit-3/another.db");
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(Post({"index", "both/unit-3", "--db", "both/unit-3/own.db"}).code, 0);
         ASSERT_EQ(Post({"fleet", "both/unit-3/own.db", "--html", "both/unit-3/page.html"}).code, 0);
     }
+    fs::remove("both/unit-3/another.db");
+    ASSERT_EQ(Post({"index", "both/unit-3", "--db", "both/unit-3/own.db"}).code, 0);
     EXPECT_EQ(Count("SELECT count(*) FROM cases", "both/unit-3/own.db"), 1);
-    EXPECT_EQ(Count("SELECT count(*) FROM files", "both/unit-3/own.db"), 2);
+    EXPECT_EQ(Count("SELECT count(*) FROM files WHERE state = 'ok'", "both/unit-3/own.db"), 2);
 
     // Names that say more than the device's.
     WriteDevice("dated/unit-1-monday", {{"crash.txt", CrashLog(41)}});
@@ -318,6 +321,30 @@ TEST_F(FleetTest, TellsTheSameAgain) {
     EXPECT_EQ(Count("SELECT count(*) FROM devices WHERE name = 'unit-1'", "dated.db"), 1);
     EXPECT_EQ(Count("SELECT count(*) FROM cases", "dated.db"), 2);
     EXPECT_EQ(Count("SELECT count(*) FROM crashes", "dated.db"), 2);
+    // An expression that finds nothing, though in many places, leaves the folder's name.
+    ASSERT_EQ(Post({"index", "dated", "--db", "named.db", "--device-from", "(x*)"}).code, 0);
+    EXPECT_EQ(Count("SELECT count(*) FROM devices WHERE name LIKE 'unit-1-%'", "named.db"), 2);
+}
+
+// After an update, a crash before it is of the firmware that ran then, though no process is known.
+TEST_F(FleetTest, KnowsTheFirmwareOfTheTime) {
+    const std::string updated =
+        "1000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=01261024163100.00100, "
+        "type=qpc\r\n1001 <0x00000001:000> <INFO> <Main> firmware 4.2.0\r\n"
+        "1050 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, now=01261024163150.00100, "
+        "type=qpc\r\n1051 <0x00000002:000> <INFO> <Main> firmware 4.3.0\r\n";
+    WriteDevice("updated/unit-1",
+                {{"device.log", updated}, {"crash.txt.1", CrashLog(41)}, {"crash.txt", CrashLog(55, "25")}});
+    ASSERT_EQ(Post({"index", "updated", "--db", "updated.db"}).code, 0);
+    ASSERT_EQ(Count("SELECT count(*) FROM crashes WHERE process IS NULL", "updated.db"), 2);
+    std::map<std::string, std::string> versions;
+    const Json causes =
+        Post({"fleet", "updated.db", "--version-from", "firmware (.*)", "--json"}).Parsed()["signatures"];
+    for (const Json& each : causes) {
+        versions[each["signature"]] = each["firmware"][0]["version"];
+    }
+    EXPECT_EQ(versions, (std::map<std::string, std::string>{{"0x0031ac05 at fuser.cpp:24", "4.2.0"},
+                                                            {"0x0031ac05 at fuser.cpp:25", "4.3.0"}}));
 }
 
 TEST_F(FleetTest, BadInputCostsItselfAlone) {
@@ -351,6 +378,11 @@ TEST_F(FleetTest, BadInputCostsItselfAlone) {
         }
         EXPECT_EQ(ReadFile(path), before) << path;
     }
+    // What SQLite would keep for the moment only.
+    EXPECT_EQ(Post({"index", "fleet", "--db", ""}).code, 2);
+    EXPECT_EQ(Post({"index", "fleet", "--db", ":memory:"}).code, 1);
+    EXPECT_TRUE(Exists(":memory:"));
+    EXPECT_NE(Post({"fleet", "fleet"}).errors.find("a folder"), std::string::npos);
     EXPECT_EQ(Post({"fleet", "none.db"}).code, 2);
     EXPECT_FALSE(Exists("none.db"));
     EXPECT_EQ(Post({"index", "fleet", "--db", "fleet.db", "--device-from", "("}).code, 2);
@@ -384,11 +416,23 @@ TEST(Signature, PairsThatFallTogetherAndThatDoNot) {
          false},
         {"operators", "0x1: (Page::operator<(Page const&) const+0x1)\n",
          "0x1: (Page::operator<<(Page const&) const+0x1)\n", false},
+        {"operators of templates", "0x1: (Stream& Log::operator<< <int>(Log&, int)+0x1)\n",
+         "0x1: (Stream& Log::operator<< <char>(Log&, char)+0x1)\n", true},
+        {"operators of classes", "0x1: (Stream& Log::operator<< <int>(Log&, int)+0x1)\n",
+         "0x1: (Stream& Page::operator<< <int>(Page&, int)+0x1)\n", false},
+        {"comparisons in arguments", "0x1: (Fixed<(4>2)>::Round()+0x1)\n",
+         "0x1: (Fixed<(8>2)>::Round()+0x1)\n", true},
         {"recursion", "0x1: (Find(int)+0x1)\n", "0x1: (Find(int)+0x9)\n0x1: (Find(int)+0x1)\n", true},
         {"recursion of two", "0x1: (Odd()+0x1)\n0x1: (Even()+0x1)\n",
          "0x1: (Odd()+0x1)\n0x1: (Even()+0x1)\n0x1: (Odd()+0x2)\n0x1: (Even()+0x1)\n", true},
         {"foreign frames", "0x1: (Feed(int)+0x1)\n",
          "0x7f: (memcpy+0x1)\n0x1: (Feed(int)+0x1)\n0x1: (void std::__invoke<Job>(Job&&)+0x3)\n", true},
+        {"neighbours of what the C library does not export", "0x1: (Feed(int)+0x1)\n",
+         "0x7f: (__nss_database_lookup+0x1b)\n0x7f: (qsort_r+0x1)\n0x1: (Feed(int)+0x1)\n", true},
+        {"a cut line with a foreign result", "0x1: (std::vector<Page> Engine::Render<std::char_traits<char\n",
+         "0x7f: (memcpy+0x1)\n", false},
+        {"a line that is cut in a result",
+         "0x1: (std::enable_if<(sizeof (int))>(2)), std::vector<int> >::ty\n", "0x7f: (memcpy+0x1)\n", false},
         {"callers", "0x1: (Feed(int)+0x1)\n0x1: (Print()+0x1)\n", "0x1: (Feed(int)+0x1)\n0x1: (Copy()+0x1)\n",
          false},
         {"a second entry of the handler", "0x1: (Feed(int)+0x1)\n",
@@ -397,7 +441,8 @@ TEST(Signature, PairsThatFallTogetherAndThatDoNot) {
         {"cut lines", "0x1: (" + longName + "\n", "0x2: (" + longName + "\n", true},
         {"cut lines that differ late", "0x1: (" + longName + "a\n", "0x1: (" + longName + "b\n", false},
         {"a cut offset", "0x1: (" + longName + "+0x1)\n", "0x1: (" + longName + "+0x\n", true},
-        {"an own name like a foreign one", "0x1: (memcpyPages()+0x1)\n", "0x1: (cloneJob()+0x1)\n", false},
+        {"own names like foreign ones", "0x1: (memcpyPages()+0x1)\n", "0x1: (poll(Tray&)+0x1)\n", false},
+        {"an own name that C has, too", "0x1: (poll(Tray&)+0x1)\n", "0x1: (poll+0x1)\n", false},
     };
     for (const Pair& pair : pairs) {
         const std::string first = signature(pair.first);
@@ -415,6 +460,11 @@ TEST(Signature, PairsThatFallTogetherAndThatDoNot) {
     };
     EXPECT_EQ(nameless("0x56120000f4d"), nameless("0x55510000f4d"));
     EXPECT_NE(nameless("0x56120000f4d"), nameless("0x56120000f4e"));
+    // A call of a null pointer ends the trace where the signal came.
+    EXPECT_EQ(NimaPost::SignatureOfStack({"0x7f1: (signalHandler(int)+0x1)", "0x7f2: (__sigaction+0x40)"},
+                                         "Fatal signal")
+                  .text,
+              "Fatal signal, without frames");
 
     EXPECT_EQ(NimaPost::SignatureOfReport("31AC05", "/src/a/fuser.cpp", "24"),
               NimaPost::SignatureOfReport("0x0031ac05", "C:\\build 7\\fuser.cpp", "24"));

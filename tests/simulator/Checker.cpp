@@ -8,6 +8,7 @@
 #include "tools/story/Story.h"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <string>
 
@@ -66,22 +67,18 @@ std::set<std::string> GuessedRings(const NimaPost::Story& story) {
     return places;
 }
 
-/// Where there is one log, each process follows the one before it.
-std::set<std::size_t> ProvenBoots(const NimaPost::Story& story, const Files& files) {
+void AddEvidence(const NimaPost::Story& story, const Files& files, Claims& claims) {
     std::set<std::string> logs;
     for (const auto& [name, file] : files.All()) {
         if (name.find(".log") != std::string::npos) {
             logs.insert(BaseOf(name));
         }
     }
-    std::set<std::size_t> proven;
-    const auto& processes = story.Time().AllProcesses().All();
-    for (std::size_t i = 0; logs.size() == 1 && i < processes.size(); ++i) {
-        if (processes[i].evidence == "uptime") {
-            proven.insert(i + 1);
-        }
+    std::map<std::size_t, std::string> evidence;
+    for (const NimaPost::ProcessFacts& process : story.Time().AllProcesses().All()) {
+        evidence.emplace(evidence.size() + 1, process.evidence);
     }
-    return proven;
+    claims.Told(std::move(evidence), logs.size() == 1);
 }
 
 void AddDamage(const NimaPost::Findings& findings, const Truth& truth, Strictness strictness,
@@ -130,7 +127,7 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
             claims.AddCrash(claim, *crash.log->log.ticks);
         }
     }
-    claims.Proven(ProvenBoots(story, files));
+    AddEvidence(story, files, claims);
     claims.Finish();
     AddDamage(story.AllDamage(), truth, strictness, verdict);
     const bool anyTold =
@@ -160,6 +157,11 @@ void CheckLog(const std::string& folder, const std::string& name, const Truth& t
         claims.Add(claim, "log " + name);
         return true;
     });
+    for (const NimaPost::Finding& finding : logs.ClockStatement()) {
+        if (std::string_view(finding.code) == "clock-set") {
+            claims.ClockWasSet();
+        }
+    }
     claims.Finish();
 }
 

@@ -28,6 +28,7 @@ enum class Fault : unsigned char {
     kProcesses,  ///< of two processes made one
     kBoots,      ///< of two boots made one
     kProof,      ///< another boot is called proven, and is none
+    kStatement,  ///< another boot or a clock that was set is told of, and there was neither
     kFaults
 };
 inline constexpr std::size_t kFaults = static_cast<std::size_t>(Fault::kFaults);

@@ -29,8 +29,8 @@ bool CanBegin(const std::string& content, std::size_t at, bool inMidLine) {
 
 std::string_view NameOf(Fault fault) {
     constexpr std::array<std::string_view, kFaults> kNames{
-        "unreadable", "early",    "late",   "set-clock", "exact",   "order", "guessed-order",
-        "missing",    "repeated", "damage", "untold",    "process", "boot",  "proof"};
+        "unreadable", "early",  "late",   "set-clock", "exact", "order", "guessed-order", "missing",
+        "repeated",   "damage", "untold", "process",   "boot",  "proof", "statement"};
     return kNames[static_cast<std::size_t>(fault)];
 }
 
@@ -137,7 +137,7 @@ void Claims::Count(const Claim& claim, const Stamp& stamp) {
         ++share.inProcess;
         processes_[*claim.process].insert(stamp.process);
         numbers_[stamp.process].insert(*claim.process);
-        trueBoots_[*claim.process].insert(stamp.boot);
+        trueClocks_[*claim.process].insert(ClockOf(stamp));
     }
     if (claim.boot) {
         boots_[*claim.boot].insert(stamp.boot);
@@ -214,12 +214,40 @@ void Claims::Finish() {
         addJoined(processes_, Fault::kProcesses, "process ");
     }
     addJoined(boots_, Fault::kBoots, "boot ");
-    for (const std::size_t number : proven_) {
-        const auto own = trueBoots_.find(number);
-        const auto before = trueBoots_.find(number - 1);
-        if (own != trueBoots_.end() && before != trueBoots_.end() && own->second == before->second) {
-            verdict_.Add(Fault::kProof, "process " + std::to_string(number));
+    CheckEvidence();
+}
+
+void Claims::CheckEvidence() {
+    std::set<TrueClock> all;
+    for (const auto& [number, clocks] : trueClocks_) {
+        all.insert(clocks.begin(), clocks.end());
+    }
+    for (const auto& [number, evidence] : evidence_) {
+        const auto own = trueClocks_.find(number);
+        const auto before = trueClocks_.find(number - 1);
+        if (own == trueClocks_.end() || before == trueClocks_.end()) {
+            continue;
         }
+        // Where there is one log, each process follows the one before it.
+        const bool isOneBoot = inOneLog_ && own->second.begin()->first == before->second.rbegin()->first;
+        std::set<TrueClock> clocks = inOneLog_ ? own->second : all;
+        clocks.insert(before->second.begin(), before->second.end());
+        const std::string what = evidence + " of process " + std::to_string(number);
+        if (evidence == "uptime" && isOneBoot) {
+            verdict_.Add(Fault::kProof, what);
+        } else if ((evidence == "date" || evidence == "clocks") && clocks.size() == 1) {
+            verdict_.Add(Fault::kStatement, what);
+        }
+    }
+}
+
+void Claims::ClockWasSet() {
+    std::map<int, TrueClock> clocks;
+    const bool isTrue = std::any_of(truth_.stamps.begin(), truth_.stamps.end(), [&](const Stamp& stamp) {
+        return clocks.try_emplace(stamp.process, ClockOf(stamp)).first->second != ClockOf(stamp);
+    });
+    if (!isTrue && strictness_ == Strictness::kEverything) {
+        verdict_.Add(Fault::kStatement, "the clock was set while a process ran");
     }
 }
 

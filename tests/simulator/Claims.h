@@ -64,8 +64,13 @@ class Claims {
     void Add(const Claim& claim, const std::string& place);
     /// Of a crash log, by the counter in its head.
     void AddCrash(const Claim& claim, std::int64_t counter);
-    /// Processes that are said to be of another boot than the one before, as a fact.
-    void Proven(std::set<std::size_t> processes) { proven_ = std::move(processes); }
+    /// What is said to tell each process's boot from that of the one before it in its log.
+    void Told(std::map<std::size_t, std::string> evidence, bool inOneLog) {
+        evidence_ = std::move(evidence);
+        inOneLog_ = inOneLog;
+    }
+    /// It is said as a fact that the clock was set while a process wrote a log.
+    void ClockWasSet();
     /// After the last one.
     void Finish();
 
@@ -75,6 +80,11 @@ class Claims {
     void CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where);
     void Count(const Claim& claim, const Stamp& stamp);
     void CheckThatAllCame();
+    void CheckEvidence();
+
+    /// A boot and how far its wall clock was ahead.
+    using TrueClock = std::pair<int, std::int64_t>;
+    static TrueClock ClockOf(const Stamp& stamp) { return {stamp.boot, stamp.wall - stamp.monotonic}; }
 
     struct Latest {
         std::int64_t ofProcess = INT64_MIN;
@@ -92,9 +102,10 @@ class Claims {
     std::set<std::string> toldCalibrations_;
     std::map<std::size_t, std::set<int>> processes_; ///< the true ones of each number
     std::map<std::size_t, std::set<int>> boots_;
-    std::map<int, std::set<std::size_t>> numbers_;   ///< of each true process
-    std::map<std::size_t, std::set<int>> trueBoots_; ///< of each process's number
-    std::set<std::size_t> proven_;
+    std::map<int, std::set<std::size_t>> numbers_;          ///< of each true process
+    std::map<std::size_t, std::set<TrueClock>> trueClocks_; ///< of each process's number
+    std::map<std::size_t, std::string> evidence_;
+    bool inOneLog_ = false;
 };
 
 } // namespace Simulator

@@ -9,17 +9,19 @@ namespace {
 
 constexpr std::array kScenarios{
     Scenario{"one-run", OneRun, 1},
-    Scenario{"rolls", Rolls, 1},
-    Scenario{"rewinds", Rewinds, 62},
+    Scenario{"rolls", Rolls, 1, 40},
+    Scenario{"rewinds", Rewinds, 22},
+    Scenario{"unbuffered-rewinds", UnbufferedRewinds, 18},
     Scenario{"appended", Appended, 1},
-    Scenario{"other-openings", OtherOpenings, 105},
+    Scenario{"other-openings", OtherOpenings, 105, 20},
     Scenario{"boots", Boots, 21},
     Scenario{"boots-without-clock", BootsWithoutClock, 2},
-    Scenario{"clock-set", ClockSet, 105},
+    Scenario{"rolled-boots", RolledBoots, 13},
+    Scenario{"clock-set", ClockSet, 82},
     Scenario{"kills", Kills, 12},
-    Scenario{"torn-tails", TornTails, 4},
-    Scenario{"two-files", TwoFiles, 11},
-    Scenario{"two-files-clock-set", TwoFilesClockSet, 8},
+    Scenario{"torn-tails", TornTails, 7},
+    Scenario{"two-files", TwoFiles, 5},
+    Scenario{"two-files-clock-set", TwoFilesClockSet, 5},
     Scenario{"shared-file", SharedFile, 190},
     Scenario{"traces", Traces, 1},
     Scenario{"trace-kills", TraceKills, 10},
@@ -29,7 +31,7 @@ constexpr std::array kScenarios{
     Scenario{"slow-rings", SlowRings, 1},
     Scenario{"ring-restarts", RingRestarts, 10},
     Scenario{"crash-logs", CrashLogs, 14},
-    Scenario{"everything", Everything, 345},
+    Scenario{"everything", Everything, 320},
 };
 
 } // namespace

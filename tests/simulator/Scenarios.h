@@ -9,8 +9,8 @@ namespace Simulator {
 
 using Play = void(World& world);
 /// Hosts that write logs.
-Play OneRun, Rolls, Rewinds, Appended, OtherOpenings, Boots, BootsWithoutClock, ClockSet, Kills, TornTails,
-    TwoFiles, TwoFilesClockSet, SharedFile;
+Play OneRun, Rolls, Rewinds, UnbufferedRewinds, Appended, OtherOpenings, Boots, BootsWithoutClock,
+    RolledBoots, ClockSet, Kills, TornTails, TwoFiles, TwoFilesClockSet, SharedFile;
 /// Devices that have a binary trace or rings beside their logs, and crash.
 Play Traces, TraceKills, TraceRestarts, SharedTrace, Rings, SlowRings, RingRestarts, CrashLogs, Everything;
 

@@ -31,7 +31,7 @@ std::string SpacedDate(std::int64_t wall) {
 }
 
 TextLog::TextLog(World& world, Process& process, LogSettings settings)
-    : world_(world), process_(process), settings_(std::move(settings)) {}
+    : world_(world), process_(process), settings_(std::move(settings)), buffering_(settings_.buffered) {}
 
 void TextLog::OpenFile() {
     file_ = world_.files.Open(settings_.name);

@@ -12,6 +12,7 @@ struct LogSettings {
     std::int64_t maximum = 1 << 20;
     int backups = 0;
     bool append = true;
+    bool buffered = true;
 };
 
 /// The rolling log file of one process, byte for byte: a buffer of 4096 bytes, lines that reach the file when
@@ -56,7 +57,7 @@ class TextLog {
     std::size_t position_ = 0;
     std::int64_t written_ = 0;
     std::string buffer_;
-    bool buffering_ = true;
+    bool buffering_;
 };
 
 /// "01261024150926.46886": local time in raw fields, microseconds cut to 16 bits.

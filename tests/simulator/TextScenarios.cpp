@@ -103,6 +103,13 @@ void Rewinds(World& world) {
         {.settings = {.maximum = SmallLog(world.random)}, .most = 3, .leastWrites = 200, .mostWrites = 2500});
 }
 
+void UnbufferedRewinds(World& world) {
+    Live(world, {.settings = {.maximum = SmallLog(world.random), .buffered = false},
+                 .most = 3,
+                 .leastWrites = 200,
+                 .mostWrites = 2500});
+}
+
 void Appended(World& world) {
     Live(world, {.settings = {}, .fewest = 2, .most = 5});
 }
@@ -129,6 +136,14 @@ void BootsWithoutClock(World& world) {
     Live(world, {.settings = {}, .fewest = 2, .most = 6, .mostWrites = 400, .between = [&] {
                      world.device.Reboot(kMinute, false);
                  }});
+}
+
+void RolledBoots(World& world) {
+    Live(world, {.settings = {.backups = 1, .append = false},
+                 .fewest = 2,
+                 .most = 6,
+                 .mostWrites = 400,
+                 .between = [&] { world.device.Reboot(world.random.Between(4 * kSecond, kHour), true); }});
 }
 
 void ClockSet(World& world) {

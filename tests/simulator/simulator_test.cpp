@@ -197,6 +197,10 @@ class Checked : public ::testing::Test {
         for (const Claim& claim : claims) {
             checker.Add(claim, "place");
         }
+        checker.Told({{1, "first"}, {2, evidence}}, true);
+        if (clockWasSet) {
+            checker.ClockWasSet();
+        }
         checker.Finish();
         std::vector<Fault> faults;
         for (std::size_t i = 0; i < kFaults; ++i) {
@@ -209,6 +213,8 @@ class Checked : public ::testing::Test {
 
     World world{1, "checked", Delays::None()};
     std::vector<Claim> claims;
+    std::string evidence = "unknown"; ///< of the second process
+    bool clockWasSet = false;         ///< so it is said
 };
 
 using List = std::vector<Fault>;
@@ -365,6 +371,32 @@ TEST_F(Checked, PlantedErrorsAreFound) {
     claims[5].exact = false;
     *claims[5].time += kMinute;
     EXPECT_EQ(Faults(Strictness::kOnlyExact), List{Fault::kExact});
+}
+
+TEST_F(Checked, FalseStatementsAboutBootsAndClocksAreFound) {
+    for (const char* const code : {"uptime", "date", "clocks"}) {
+        evidence = code;
+        EXPECT_EQ(Faults(), List{}) << code;
+    }
+    // The second process in the boot of the first one, on the same clock.
+    std::vector<Stamp>& stamps = world.truth.stamps;
+    for (std::size_t i = 5; i < stamps.size(); ++i) {
+        stamps[i].boot = 1;
+        stamps[i].monotonic = stamps[i].wall - stamps[0].wall + stamps[0].monotonic;
+    }
+    EXPECT_EQ(Faults(), List{Fault::kStatement});
+    evidence = "date";
+    EXPECT_EQ(Faults(), List{Fault::kStatement});
+    evidence = "uptime";
+    EXPECT_EQ(Faults(), List{Fault::kProof});
+    evidence = "clocks-fit";
+    EXPECT_EQ(Faults(), List{});
+    clockWasSet = true;
+    EXPECT_EQ(Faults(), List{Fault::kStatement});
+    stamps[9].wallBeforeSetting = stamps[9].wall;
+    stamps[9].wall += kHour;
+    *claims[9].time += kHour;
+    EXPECT_EQ(Faults(), List{});
 }
 
 TEST_F(Checked, ATornLineIsNotExpectedOfAReader) {

@@ -99,7 +99,9 @@ bool FolderSource::ReadInput(const FolderParameters& parameters, const std::stri
         AddDevice(parameters, where, TitleOf(input, device), story, names);
         findings.Append(where, story.AllDamage());
     }
-    Warn(findings);
+    for (const Finding& finding : findings.damage) {
+        Warn(finding.sentence);
+    }
     if (devices_.size() == before) {
         problem = input + ": nothing in it that the diagnostics library leaves behind";
         return false;
@@ -117,6 +119,11 @@ void FolderSource::AddDevice(const FolderParameters& parameters, const std::stri
     clock.base = WholeSeconds(traces.Base());
     clock.absolute = story.Time().HasWall() || parameters.forceAbsolute;
     clock.name = where;
+    if (!clock.absolute) {
+        Warn(where +
+             ": nothing in it is dated, so that it merges with no other folder or trace; "
+             "force-absolute=yes makes it merge");
+    }
     devices_.push_back(TracedDevice{title, std::move(traces), EventShape(Self(), clock)});
 }
 
@@ -140,13 +147,10 @@ void FolderSource::AddPort(const TracedDevice& device, const ClockedTrace& trace
     Check(bt_self_component_source_add_output_port(self_, name.c_str(), &port, nullptr));
 }
 
-void FolderSource::Warn(const Findings& findings) const {
+void FolderSource::Warn(const std::string& sentence) const {
     const bt_component* const component = bt_self_component_as_component(Self());
-    if (bt_component_get_logging_level(component) > BT_LOGGING_LEVEL_WARNING) {
-        return;
-    }
-    for (const Finding& finding : findings.damage) {
-        std::fprintf(stderr, "source.nima.folder: %s\n", Printable(finding.sentence).c_str());
+    if (bt_component_get_logging_level(component) <= BT_LOGGING_LEVEL_WARNING) {
+        std::fprintf(stderr, "source.nima.folder: %s\n", Printable(sentence).c_str());
     }
 }
 

@@ -49,7 +49,7 @@ class FolderSource {
     void AddDevice(const FolderParameters& parameters, const std::string& where, const std::string& title,
                    const Story& story, const Names& names);
     void AddPort(const TracedDevice& device, const ClockedTrace& trace);
-    void Warn(const Findings& findings) const;
+    void Warn(const std::string& sentence) const;
     bt_self_component* Self() const { return bt_self_component_source_as_self_component(self_); }
 
     bt_self_component_source* self_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string_view>
 
 namespace NimaPost {
@@ -14,6 +15,14 @@ inline bool IsOwnOutput(std::string_view front) {
     const bool isPage =
         front.starts_with("<!doctype html>") && front.find("<title>nima-post ") != std::string_view::npos;
     return isPage || front.starts_with(kTimelineBegin) || front.starts_with(kPerfettoBegin);
+}
+
+/// Whether a file is a database of `nima-post index`, which is no evidence either.
+inline bool IsOwnDatabase(std::string_view front) {
+    using namespace std::string_view_literals;
+    constexpr std::size_t kApplicationAt = 68;
+    return front.starts_with("SQLite format 3\0"sv) && front.size() > kApplicationAt &&
+           front.substr(kApplicationAt).starts_with("Nima");
 }
 
 } // namespace NimaPost

@@ -156,7 +156,8 @@ std::optional<std::string> Pattern::Captured(std::string_view text) const {
     if (result != 1 && ends[2] != PCRE2_UNSET) {
         ends += 2;
     }
-    return std::string(text.substr(ends[0], ends[1] - ends[0]));
+    return ends[1] > ends[0] ? std::optional(std::string(text.substr(ends[0], ends[1] - ends[0])))
+                             : std::nullopt;
 }
 
 bool Pattern::MayBeIn(std::string_view lines) const {

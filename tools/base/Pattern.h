@@ -23,7 +23,7 @@ class Pattern {
 
     bool IsIn(std::string_view text) const;
     /// What the first group in parentheses takes, or where there is none the whole expression; empty where
-    /// nothing is found.
+    /// that is nothing.
     std::optional<std::string> Captured(std::string_view text) const;
     /// Whether it may be in one of several lines, each by itself. Cheap enough to be asked of whole files.
     bool MayBeIn(std::string_view lines) const;

@@ -76,6 +76,7 @@ void AddExportCommand(CLI::App& app, Context& context, Run& run) {
     AddOption(*command, "--device-from", options->deviceFrom,
               "Takes a device's name out of its path: the first group in parentheses, or all that is found")
         .TypeName("REGEX");
+    AddThreads(*command, task.threads);
     AddLimits(*command, task.limits);
     OnCall(*command, [&run, options] { run = [options](Context& c) { return RunExport(c, *options); }; });
 }

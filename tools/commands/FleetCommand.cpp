@@ -141,8 +141,11 @@ bool StorePage(const FleetOptions& options, const Database& database, const Flee
     return file.Finish(problem);
 }
 
-int RunFleet(Context& context, const FleetOptions& options) {
+int RunFleet(Context& context, FleetOptions options) {
     std::string problem;
+    if (options.page == "-") {
+        options.page = "/dev/stdout";
+    }
     std::optional<Pattern> versionFrom;
     if (!options.versionFrom.empty()) {
         versionFrom = Pattern::Compile(options.versionFrom, false, problem);
@@ -154,6 +157,9 @@ int RunFleet(Context& context, const FleetOptions& options) {
     const Fleet fleet{TotalsOf(database), RankSignatures(database, versionFrom)};
     if (!options.page.empty() && !StorePage(options, database, fleet, problem)) {
         return ReportUnusable(context, problem);
+    }
+    if (!options.page.empty() && IsStandardOutput(options.page)) {
+        return kExitFine;
     }
     if (context.json) {
         PrintJson(context, options, fleet);
@@ -174,7 +180,8 @@ void AddFleetCommand(CLI::App& app, Context& context, Run& run) {
               "Takes the firmware's version out of a message: the first group in parentheses, or all that is "
               "found")
         .TypeName("REGEX");
-    AddOption(*command, "--html", options->page, "Writes the same as a page for a browser, with more on each")
+    AddOption(*command, "--html", options->page,
+              "Writes the same as a page for a browser, with more on each; - for standard output alone")
         .TypeName("FILE");
     OnCall(*command, [&run, options] { run = [options](Context& c) { return RunFleet(c, *options); }; });
 }

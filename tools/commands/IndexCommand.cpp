@@ -4,24 +4,16 @@
 #include "tools/commands/InputOptions.h"
 #include "tools/fleet/Indexer.h"
 
-#include <algorithm>
 #include <memory>
-#include <thread>
 
 namespace NimaPost {
 
 namespace {
 
-constexpr unsigned kMostThreads = 256;
-
 struct IndexOptions {
     IndexTask task;
     std::string deviceFrom;
 };
-
-unsigned ThreadsOfMachine() {
-    return std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
-}
 
 int PrintResult(Context& context, const std::string& database, const IndexResult& result) {
     const bool damaged = result.damagedCases > 0 || !result.findings.damage.empty();
@@ -81,10 +73,7 @@ void AddIndexCommand(CLI::App& app, Context& context, Run& run) {
     AddOption(*command, "--device-from", options->deviceFrom,
               "Takes a device's name out of its path: the first group in parentheses, or all that is found")
         .TypeName("REGEX");
-    task.threads = ThreadsOfMachine();
-    AddOption(*command, "--threads", task.threads, "How many folders to read at once")
-        .Between(1U, kMostThreads)
-        .TypeName("N");
+    AddThreads(*command, task.threads);
     AddLimits(*command, task.limits);
     OnCall(*command, [&run, options] { run = [options](Context& c) { return RunIndex(c, *options); }; });
 }

@@ -5,6 +5,7 @@
 #include "tools/story/Folder.h"
 
 #include <algorithm>
+#include <thread>
 #include <utility>
 
 namespace NimaPost {
@@ -163,6 +164,14 @@ void AddLimits(CLI::App& command, InputLimits& limits) {
     limit("--max-members", limits.members, "Files in archives and folders", "N").Positive();
     limit("--max-depth", limits.depth, "Archives in archives", "N").Positive();
     limit("--max-line", limits.lineBytes, "Bytes of a line of a text log", "SIZE").Size();
+}
+
+void AddThreads(CLI::App& command, unsigned& threads) {
+    constexpr unsigned kMostThreads = 256;
+    threads = std::clamp(std::thread::hardware_concurrency(), 1U, kMostThreads);
+    AddOption(command, "--threads", threads, "How many folders to read at once")
+        .Between(1U, kMostThreads)
+        .TypeName("N");
 }
 
 std::string NamesOf(const std::vector<Device>& devices) {

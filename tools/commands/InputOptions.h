@@ -23,6 +23,8 @@ void AddInputOptions(CLI::App& command, InputOptions& options, const std::string
                      const std::string& description);
 /// The limits alone.
 void AddLimits(CLI::App& command, InputLimits& limits);
+/// How many threads read; as many as the machine has processors where the call does not say.
+void AddThreads(CLI::App& command, unsigned& threads);
 
 /// For people.
 std::string NamesOf(const std::vector<Device>& devices);

@@ -287,8 +287,9 @@ std::string ContentOf(Device& device) {
         std::string reason;
         auto input = file.Open(reason);
         std::size_t size = input ? input->ReadAt(0, piece) : 0;
-        // A report in the folder makes it no other case.
-        if (!IsOwnOutput({piece.data(), size})) {
+        // A report or a database in the folder makes it no other case.
+        const std::string_view front(piece.data(), size);
+        if (!IsOwnOutput(front) && !IsOwnDatabase(front)) {
             hash.AddWhole(file.plainName);
             for (std::uint64_t at = 0; size > 0; size = input->ReadAt(at, piece)) {
                 hash.Add({piece.data(), size});

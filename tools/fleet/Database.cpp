@@ -28,8 +28,14 @@ void Database::Closed::operator()(sqlite3* handle) const {
 }
 
 Database::Database(const std::string& path, int flags) : path_(path) {
+    std::error_code error;
+    if (path.empty() || std::filesystem::is_directory(path, error)) {
+        throw DatabaseError(path.empty() ? "--db: no name" : path + ": a folder, no database");
+    }
     sqlite3* handle = nullptr;
-    const int code = sqlite3_open_v2(path.c_str(), &handle, flags, nullptr);
+    // Some names, such as ":memory:", mean something else than a file when they stand alone.
+    const std::string name = path.front() == '/' ? path : "./" + path;
+    const int code = sqlite3_open_v2(name.c_str(), &handle, flags, nullptr);
     handle_.reset(handle);
     if (code != SQLITE_OK) {
         Fail(code);

@@ -1,6 +1,6 @@
 #include "tools/fleet/ForeignModules.h"
 
-#include "tools/symbols/FrameLine.h"
+#include "tools/fleet/CLibrary.h"
 
 #include <algorithm>
 #include <array>
@@ -22,36 +22,37 @@ constexpr std::array<std::string_view, 6> kDiagnostics{"InstallCrashHandler",   
                                                        "DeviceFatalErrorExtra",     "DeviceFatalException",
                                                        "DeviceFatalExceptionExtra", "GatherTriageSnapshot"};
 
-constexpr std::array<std::string_view, 46> kC{
-    "abort",  "raise",  "gsignal", "exit",   "_exit",        "kill",    "tgkill",    "syscall",
-    "malloc", "calloc", "realloc", "free",   "cfree",        "memcpy",  "memmove",   "memset",
-    "memcmp", "memchr", "strlen",  "strcpy", "strncpy",      "strcmp",  "strncmp",   "strcat",
-    "strchr", "strstr", "strdup",  "printf", "fprintf",      "sprintf", "snprintf",  "vsnprintf",
-    "puts",   "fwrite", "fread",   "fclose", "qsort",        "bsearch", "nanosleep", "usleep",
-    "sleep",  "poll",   "select",  "_start", "start_thread", "clone"};
-constexpr std::array<std::string_view, 18> kCBegins{
-    "__libc_",   "__GI_",      "_IO_",      "__pthread_", "pthread_",   "__assert_",
-    "__memcpy_", "__memmove_", "__memset_", "__str",      "__clone",    "clone3",
-    "__restore", "__default_", "__kernel_", "__vdso_",    "__chk_fail", "__stack_chk_"};
+/// Not exported by the C library, but with names of their own.
+constexpr std::array<std::string_view, 3> kC{"_start", "start_thread", "clone3"};
+/// Two underscores are kept for the compiler and its libraries.
+constexpr std::array<std::string_view, 5> kCBegins{"__", "_IO_", "_dl_", "_nss_", "pthread_"};
 
-constexpr std::array<std::string_view, 8> kCppBegins{
-    "std::",        "__gnu_cxx::",     "__cxxabiv1::", "__cxa_",
-    "operator new", "operator delete", "__gxx_",       "__verbose_terminate"};
+constexpr std::array<std::string_view, 3> kCppBegins{"std::", "operator new", "operator delete"};
+/// No function is called so, only the result of a template, in which its line was cut.
+constexpr std::string_view kResult = "std::enable_if";
 
-constexpr std::array<std::string_view, 7> kLoaderBegins{"_dl_", "__tls_",   "_Unwind_",     "_UL",
-                                                        "unw_", "__aeabi_", "__gnu_Unwind_"};
+constexpr std::array<std::string_view, 3> kUnwinderBegins{"_Unwind_", "_UL", "unw_"};
 
 constexpr std::array<Module, 5> kModules{Module{kHandler, {}}, Module{kDiagnostics, {}}, Module{kC, kCBegins},
-                                         Module{{}, kCppBegins}, Module{{}, kLoaderBegins}};
+                                         Module{{}, kCppBegins}, Module{{}, kUnwinderBegins}};
+
+/// A function in C has no parameters in its name, unlike a product's own in C++ that is called the same.
+bool IsInC(const FunctionName& function) {
+    return function.text == function.plain;
+}
 
 } // namespace
 
-bool IsForeign(std::string_view function) {
-    return ReturnsFromSignal(function) ||
+bool IsForeign(const FunctionName& function) {
+    const std::string_view name = function.plain;
+    if (name.starts_with(kResult)) {
+        return false;
+    }
+    return (IsInC(function) && IsExportedByCLibrary(name)) ||
            std::any_of(kModules.begin(), kModules.end(), [&](const Module& module) {
-               return std::find(module.names.begin(), module.names.end(), function) != module.names.end() ||
+               return std::find(module.names.begin(), module.names.end(), name) != module.names.end() ||
                       std::any_of(module.begins.begin(), module.begins.end(),
-                                  [&](std::string_view begin) { return function.starts_with(begin); });
+                                  [&](std::string_view begin) { return name.starts_with(begin); });
            });
 }
 

@@ -4,23 +4,19 @@
 #include "tools/base/Text.h"
 #include "tools/fleet/CaseReader.h"
 #include "tools/fleet/CaseWriter.h"
+#include "tools/fleet/Crew.h"
 #include "tools/fleet/DeviceNames.h"
-#include "tools/fleet/OrderedResults.h"
 #include "tools/fleet/PartDevices.h"
 #include "tools/input/EvidenceParts.h"
 
 #include <algorithm>
 #include <set>
-#include <thread>
 #include <utility>
 #include <variant>
 
 namespace NimaPost {
 
 namespace {
-
-/// A thread reads at most so many parts before the one that is being written.
-constexpr std::size_t kPartsAhead = 4;
 
 using Result = std::variant<CaseData, PartFindings>;
 /// Device and content of the cases that need not be read.
@@ -37,15 +33,12 @@ class Worker {
           known_(known),
           results_(results) {}
 
-    void Run() const {
-        while (const auto number = results_.TakePiece()) {
-            PartFindings found;
-            found.path = AbsolutePath(parts_[*number].path);
-            ForEachDevice(parts_[*number], task_.limits, found.findings,
-                          [&](Device& device) { return ReadDevice(*number, device, found); });
-            results_.Put(*number, std::move(found));
-            results_.Finish(*number);
-        }
+    void Read(std::size_t number) const {
+        PartFindings found;
+        found.path = AbsolutePath(parts_[number].path);
+        ForEachDevice(parts_[number], task_.limits, found.findings,
+                      [&](Device& device) { return ReadDevice(number, device, found); });
+        results_.Put(number, std::move(found));
     }
 
   private:
@@ -67,28 +60,6 @@ class Worker {
     const DeviceNames& deviceNames_;
     const KnownCases& known_;
     OrderedResults<Result>& results_;
-};
-
-/// Lets threads work for as long as it lives.
-class Crew {
-  public:
-    Crew(unsigned threads, OrderedResults<Result>& results, const Worker& worker) : results_(results) {
-        for (unsigned i = 0; i < threads; ++i) {
-            threads_.emplace_back([worker] { worker.Run(); });
-        }
-    }
-    Crew(const Crew&) = delete;
-    Crew& operator=(const Crew&) = delete;
-    ~Crew() {
-        results_.Stop();
-        for (std::thread& thread : threads_) {
-            thread.join();
-        }
-    }
-
-  private:
-    OrderedResults<Result>& results_;
-    std::vector<std::thread> threads_;
 };
 
 KnownCases KnownIn(Database& database) {
@@ -136,8 +107,9 @@ IndexResult Index(const IndexTask& task, const Names& names, Database& database)
     const KnownCases known = KnownIn(database);
     const DeviceNames deviceNames(task.deviceFrom);
     Writing writing(database);
-    OrderedResults<Result> results(parts.size(), std::size_t{task.threads} * kPartsAhead);
-    const Crew crew(task.threads, results, Worker(parts, task, names, deviceNames, known, results));
+    OrderedResults<Result> results(parts.size(), task.threads);
+    const Worker worker(parts, task, names, deviceNames, known, results);
+    const Crew<Result> crew(task.threads, results, [&](std::size_t number) { worker.Read(number); });
     for (std::size_t number = 0; number < parts.size(); ++number) {
         Progress::Note(parts[number].path, number, parts.size());
         while (const auto result = results.Get(number)) {

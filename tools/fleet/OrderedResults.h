@@ -15,7 +15,8 @@ namespace NimaPost {
 template <class Result>
 class OrderedResults {
   public:
-    OrderedResults(std::size_t pieces, std::size_t ahead) : pieces_(pieces), ahead_(ahead) {}
+    OrderedResults(std::size_t pieces, unsigned threads)
+        : pieces_(pieces), ahead_(kAheadOfEach * std::size_t{threads}) {}
 
     /// The next piece to work on; empty when there is none.
     std::optional<std::size_t> TakePiece() {
@@ -65,6 +66,8 @@ class OrderedResults {
 
   private:
     static constexpr std::size_t kMostWaiting = 2;
+    /// A thread works on at most so many pieces before the one whose results are being taken.
+    static constexpr std::size_t kAheadOfEach = 4;
 
     struct Slot {
         std::deque<Result> results;

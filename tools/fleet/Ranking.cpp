@@ -48,7 +48,12 @@ void AddFirmware(const Database& database, const Pattern& pattern, std::vector<R
     };
     std::map<std::string, std::map<std::optional<std::string>, Struck>> struck;
     const Versions versions(database, pattern);
-    Statement crashes(database, "SELECT signature, case_id, coalesce(process, 0), device_id FROM crashes");
+    // Of an unknown process, it is of the last one that had begun by then.
+    Statement crashes(database,
+                      "SELECT signature, case_id, coalesce(process, "
+                      "(SELECT begun.process FROM processes AS begun WHERE begun.case_id = crashes.case_id "
+                      "AND begun.first <= crashes.time ORDER BY begun.first DESC LIMIT 1), 0), device_id "
+                      "FROM crashes");
     for (crashes.Start(); crashes.Next();) {
         Struck& each =
             struck[crashes.Text(0).value_or("")][versions.Of(crashes.Number(1), crashes.Number(2))];

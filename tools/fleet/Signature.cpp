@@ -31,7 +31,7 @@ Part PartOf(const FrameLine& frame) {
     }
     FunctionName name(frame.function, frame.offset.has_value());
     const Part::Kind kind = EntersHandler(name.plain) ? Part::kHandler
-                            : IsForeign(name.plain)   ? Part::kForeign
+                            : IsForeign(name)         ? Part::kForeign
                                                       : Part::kOwn;
     return {std::move(name.text), kind};
 }
@@ -48,11 +48,13 @@ std::vector<std::size_t> Choose(const std::vector<Part>& parts, std::size_t begi
     return chosen;
 }
 
-/// The handler may have been entered twice; what counts is below the first entry, which stands last.
+/// The handler may have been entered twice; what counts is below the first entry, which stands last, and
+/// below the frame by which a signal entered it.
 std::size_t BelowHandler(const std::vector<Part>& parts) {
     const auto last = std::find_if(parts.rbegin(), parts.rend(),
                                    [](const Part& part) { return part.kind == Part::kHandler; });
-    return static_cast<std::size_t>(parts.rend() - last);
+    const auto begin = static_cast<std::size_t>(parts.rend() - last);
+    return begin + (begin > 0 && begin < parts.size() && ReturnsFromSignal(parts[begin].text) ? 1 : 0);
 }
 
 std::string_view FileName(std::string_view path) {

@@ -15,6 +15,7 @@ constexpr std::size_t kMostCompared = 256;
 struct Comparison {
     BootEvidence evidence = BootEvidence::kUnknown;
     std::int64_t misfit = 0;
+    std::int64_t fall = 0;
 };
 
 /// `last` is the last dated part of the process before.
@@ -27,13 +28,15 @@ Comparison CompareBoots(const LogProcess& before, const LogPart& last, const Log
         const ProcessClock& clock = process.clocks.front();
         const std::int64_t elapsed = last.start + last.length + StepForward(last.lastCounter, clock.counter);
         comparison.misfit = run.wall->Compare(*clock.date, elapsed).misfit;
+        comparison.fall = std::max<std::int64_t>(0, before.Last() - (clock.date->second + 1) * kSecond);
+        // One clock that explains an earlier date outweighs it: the log may have gone on at its start.
         comparison.evidence =
-            clock.date->second * kSecond + kSecond < before.Last() ? BootEvidence::kDate
-            : comparison.misfit <= kFitsClosely
+            comparison.misfit <= kFitsClosely
                 ? (BeganWithTheDevice(*clock.date, clock.counter) ? BootEvidence::kNoClock
                                                                   : BootEvidence::kClocksFit)
-            : comparison.misfit > kDateTakes ? BootEvidence::kClocks
-                                             : BootEvidence::kUnknown;
+            : comparison.misfit <= kDateTakes ? BootEvidence::kUnknown
+            : comparison.fall > 0             ? BootEvidence::kDate
+                                              : BootEvidence::kClocks;
     }
     return comparison;
 }
@@ -55,6 +58,7 @@ void ConfirmCounters(Comparison& comparison, LogPart* last, LogPart* first) {
 void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     const std::int64_t first = part.start + OriginOf(run);
     process.collected = process.collected || run.collected;
+    process.mayHaveRestarted = process.mayHaveRestarted || part.mayBeRestart;
     if (part.mayBeOlder) {
         process.threads.insert(part.calibration->thread);
     } else {
@@ -79,12 +83,14 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
 }
 
 /// A process that writes on while another has the log open shows by its threads beside those of the other.
-void FindOthers(LogPart& part, const LogProcess& before) {
+void FindOthers(LogPart& part, const LogPart& opening, const LogProcess& before) {
     part.others.clear();
     std::copy_if(part.threads.begin(), part.threads.end(), std::back_inserter(part.others),
                  [&](std::uint32_t thread) { return before.threads.contains(thread); });
-    if (part.others.size() == part.threads.size() || !part.calibration ||
-        before.threads.contains(part.calibration->thread)) {
+    const auto isOther = [&](const LogPart& each) {
+        return each.calibration && before.threads.contains(each.calibration->thread);
+    };
+    if (part.others.size() == part.threads.size() || !part.calibration || isOther(part) || isOther(opening)) {
         part.others.clear(); // A process like the one before, with the same identifiers.
     }
 }
@@ -197,17 +203,19 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
     LogPart* dated = nullptr;       ///< the last one of the process before
     LogPart* datedOfThis = nullptr; ///< of this process
     LogPart* firstDated = nullptr;
+    std::size_t opening = 0; ///< the first part of this process
     for (std::size_t i = 0; i < parts.size(); ++i) {
         LogPart& part = parts[i];
         if (i == 0 || part.link == PartLink::kOpening) {
             processes.emplace_back().log = log;
+            opening = i;
             dated = datedOfThis != nullptr ? datedOfThis : dated;
             datedOfThis = firstDated = nullptr;
         }
         part.process = processes.size() - 1;
         LogProcess& process = processes.back();
         if (processes.size() - 1 > firstOfLog) {
-            FindOthers(part, processes[processes.size() - 2]);
+            FindOthers(part, parts[opening], processes[processes.size() - 2]);
             part.othersProcess = part.others.empty() ? std::nullopt : std::optional(processes.size() - 2);
         }
         Include(process, part, runs[part.run]);
@@ -223,6 +231,7 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
             process.apart = process.collected && !before.collected;
             process.evidence = comparison.evidence;
             process.misfit = comparison.misfit;
+            process.fall = comparison.fall;
         }
     }
 }

@@ -24,6 +24,9 @@ std::int64_t Apart(std::int64_t counter, std::int64_t next) {
     return std::min(std::abs(next - counter), std::abs(next + kCounterPeriod - counter));
 }
 
+/// A shorter counter may happen to be as near. It hardly is if the next line follows so soon.
+constexpr std::int64_t kSurelyNext = kSecond / 1000;
+
 /// Nanoseconds of a second, and the seconds that a device can have run: more than four years.
 constexpr std::int64_t kMostCounter = kSecond + (std::int64_t{1} << 27);
 
@@ -66,6 +69,7 @@ Reading ReadDigits(std::string_view digits, std::string_view following, bool atL
         // With a second's digit in front, both fit alike.
         return {0, true, (reading.known && reading.foreign > 0) || *whole >= kSecond};
     }
+    reading.doubtful = nearest > kSurelyNext;
     return reading;
 }
 
@@ -101,6 +105,7 @@ bool LineReader::NextPiece(std::string_view& line) {
         std::size_t length = LineLength(rest);
         if (length > 0 && kind_ == LogKind::kLines && !joined_) {
             doubtful_ = false;
+            stamped_ = true;
             if (const auto found = FindCalibration(rest.substr(0, length))) {
                 if (rest.size() - length < kLookAhead && Fill()) {
                     continue;
@@ -133,6 +138,10 @@ std::size_t LineReader::Split(std::string_view rest, std::size_t length, const F
     if (atLineStart && opensFile) {
         return length;
     }
+    if (atLineStart && rest[0] == '0' && found.thread > 1) {
+        stamped_ = false; // The rest of a counter: a line that is older than the one before it.
+        return length;
+    }
     const Reading reading = ReadDigits(rest.substr(found.digits, found.thread - found.digits),
                                        rest.substr(length, kLookAhead), atLineStart);
     const std::size_t at = found.digits + reading.foreign;
@@ -152,8 +161,9 @@ LogLine LineReader::ParseHeader(std::string_view line) const {
 }
 
 LogLine LineReader::Judged(LogLine line) const {
-    line.stamped = line.stamped && !(joined_ && !stamped_);
-    line.doubtful = doubtful_;
+    // A torn line is not what was found at its end.
+    line.stamped = line.stamped && (stamped_ || splits_);
+    line.doubtful = doubtful_ && !splits_;
     return line;
 }
 

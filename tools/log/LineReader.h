@@ -52,7 +52,7 @@ class LineReader {
     std::uint64_t inLine_ = 0; ///< bytes of the line so far
     bool splits_ = false;      ///< the next line is what a torn line was split from
     bool joined_ = false;
-    bool stamped_ = true;   ///< of a joined line: its counter is known
+    bool stamped_ = true;   ///< of a calibration line: its counter is known
     bool doubtful_ = false; ///< of a calibration line: a torn digit may stand in front of it
 };
 

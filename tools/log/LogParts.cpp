@@ -14,6 +14,8 @@ namespace {
 
 /// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
 constexpr std::size_t kMostParts = 1 << 18;
+/// Counters below it have fewer digits than others.
+constexpr std::int64_t kUsualCounter = kSecond / 10;
 /// Of fewer lines, no thread can be expected to have written one.
 constexpr std::uint64_t kFewLines = 3;
 
@@ -29,14 +31,16 @@ constexpr std::uint64_t kNoMark = std::numeric_limits<std::uint64_t>::max();
 /// Divides a range of lines at calibration lines and runs the clock over each part.
 class Divider {
   public:
-    Divider(std::uint64_t begin, std::uint64_t fileSize)
-        : betweenMarks_(std::max(fileSize / kMostMarks, kLeastBetweenMarks)) {
+    /// `cut`: what the first line begins with is not its counter's first digit.
+    Divider(std::uint64_t begin, std::uint64_t fileSize, bool cut = false)
+        : betweenMarks_(std::max(fileSize / kMostMarks, kLeastBetweenMarks)), cut_(cut) {
         part_.begin = begin;
         nextMark_ = begin + betweenMarks_;
     }
 
     /// A line is whole if the one before it has an end.
     void Line(const LogLine& line, std::uint64_t offset, bool whole) {
+        const bool stamped = line.stamped && !std::exchange(cut_, false);
         if (!line.hasHeader) {
             part_.beginsInside = part_.beginsInside || offset == part_.begin;
             return;
@@ -45,13 +49,13 @@ class Divider {
         if (calibrates && parts_.size() < kMostParts) {
             Close(offset);
             part_.calibration = LineStamp{line.counter, line.thread};
-            part_.date = line.stamped ? CalibrationDate(line) : std::nullopt;
-            part_.calibrationHasStamp = line.stamped;
+            part_.date = stamped ? CalibrationDate(line) : std::nullopt;
+            part_.calibrationHasStamp = stamped;
             part_.doubtful = line.doubtful;
             // Read from there on, the line passes for a stamped one, and the clock is another.
-            nextMark_ = line.stamped ? nextMark_ : kNoMark;
+            nextMark_ = stamped ? nextMark_ : kNoMark;
         }
-        if (!line.stamped) {
+        if (!stamped) {
             return;
         }
         if (offset >= nextMark_ && whole && !calibrates && part_.stamped > 0) {
@@ -117,10 +121,11 @@ class Divider {
     CounterClock clock_;
     std::uint64_t betweenMarks_;
     std::uint64_t nextMark_;
+    bool cut_;
 };
 
-std::vector<LogPart> PartsOf(const InputFile& file, ByteRange range) {
-    Divider divider(range.begin, file.Size());
+std::vector<LogPart> PartsOf(const InputFile& file, ByteRange range, bool cut = false) {
+    Divider divider(range.begin, file.Size(), cut);
     LineReader reader(file, LogKind::kLines, range.begin, range.end);
     bool whole = false;
     for (std::string_view text; reader.Next(text); whole = text.ends_with('\n')) {
@@ -148,6 +153,9 @@ class RoundSorter {
   public:
     RoundSorter(const InputFile& file, const Rounds& rounds)
         : openings_(PartsOf(file, rounds.openings)), newest_(PartsOf(file, rounds.newest)) {
+        if (!openings_.empty() && MayBeCut(openings_.front())) {
+            openings_ = PartsOf(file, rounds.openings, true);
+        }
         for (LogPart& part : newest_) {
             part.hidesSeam = rounds.hidden;
         }
@@ -159,7 +167,7 @@ class RoundSorter {
             sharesThreads_ = sharesThreads_ || IsOf(first_, i);
         }
         for (LogPart& part : sorted_) {
-            part.processIsKnown = part.calibration || !sharesThreads_;
+            part.processIsKnown = part.calibration || (part.processIsKnown && !sharesThreads_);
         }
         Move(openings_.size());
         Append(newest_, false);
@@ -168,8 +176,15 @@ class RoundSorter {
     std::vector<LogPart> Take() { return std::move(sorted_); }
 
   private:
-    void Add(const std::vector<LogPart>& round) {
+    void Add(std::vector<LogPart> round) {
         const bool first = sorted_.empty();
+        std::size_t owners = 0;
+        for (std::size_t i = 0; i < openings_.size(); ++i) {
+            owners += IsOf(round, i) ? 1 : 0;
+        }
+        for (LogPart& part : round) {
+            part.processIsKnown = owners < 2;
+        }
         for (std::size_t i = openings_.size(); !first && i > moved_; --i) {
             if (IsOf(round, i - 1) && !IsOf(first_, i - 1)) {
                 Move(i);
@@ -177,6 +192,19 @@ class RoundSorter {
         }
         first_ = first ? round : first_;
         Append(round, true);
+    }
+
+    /// A round may have ended inside the counter of an opening, which then has fewer digits than nine in ten
+    /// have and does not fit the clock of the process that went on.
+    bool MayBeCut(const LogPart& opening) const {
+        const auto fits = [&](const LogPart& first) {
+            return first.date &&
+                   WallOffset(*opening.date, 0)
+                           .Compare(*first.date, StepForward(opening.firstCounter, first.firstCounter))
+                           .misfit <= kFitsClosely;
+        };
+        return opening.date && opening.firstCounter < kUsualCounter &&
+               !(newest_.size() == 1 && fits(newest_.front()));
     }
 
     /// Whether a round may be by the process that wrote an opening.
@@ -228,7 +256,7 @@ LogSurvey SurveyLog(const InputFile& file) {
     }
     const Rounds rounds = detector.Judge(file.Size());
     survey.hidesSeam = rounds.hidden;
-    if (rounds.older.empty()) {
+    if (rounds.older.empty() && rounds.openings.end == 0) {
         survey.parts = divider.Finish(file.Size());
         for (LogPart& part : survey.parts) {
             part.hidesSeam = rounds.hidden;

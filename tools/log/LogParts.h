@@ -62,8 +62,11 @@ struct LogPart {
     PartLink link = PartLink::kOpening;
     std::optional<std::size_t> process; ///< in the log set's processes; empty for the memory queue's file
     bool processIsKnown = true;         ///< else it may be one of several with the same threads
-    std::size_t run = 0;                ///< parts whose times count from one origin
-    std::int64_t start = 0;             ///< of its first stamped line, nanoseconds on the run's axis
+    /// Where the log rolled the clock was set, or the device restarted and a process with the same threads
+    /// goes on here.
+    bool mayBeRestart = false;
+    std::size_t run = 0;    ///< parts whose times count from one origin
+    std::int64_t start = 0; ///< of its first stamped line, nanoseconds on the run's axis
     /// When the next process opened the log; of the wall clock.
     std::optional<std::int64_t> nextOpening;
     std::int64_t queueFirst = 0; ///< time of the queue's first record

@@ -70,6 +70,8 @@ const char* EvidenceCodeOf(const LogProcess& process) {
 }
 
 std::string InWords(const LogProcess& process) {
+    const std::string earlier = "its date is earlier than the last line's by " + Duration(process.fall);
+    const std::string fell = process.fall > 0 ? ", though " + earlier : std::string();
     if (process.collected) {
         return "of the boot in which the files were collected";
     }
@@ -80,31 +82,37 @@ std::string InWords(const LogProcess& process) {
             return "another boot: the device had then run for at most " +
                    Counted(process.mostFirstSecond, "second") + ", less than before";
         case BootEvidence::kDate:
-            return "another boot, or the clock was set back: its date is earlier than the last line's";
+            return "another boot, or the clock was set back: " + earlier;
         case BootEvidence::kClocks:
             return "another boot, or the clock was set: the dates miss one clock by " +
                    Duration(process.misfit);
         case BootEvidence::kClocksFit:
-            return "probably the same boot: the dates fit one clock within 0.0001 s";
+            return "probably the same boot: the dates fit one clock within 0.0001 s" + fell +
+                   (fell.empty() ? "" : ", so that these lines may be older");
         case BootEvidence::kNoClock:
             return "perhaps another boot: the wall clock seems to begin with each, so that the dates of any "
-                   "two fit";
+                   "two fit" +
+                   fell;
         case BootEvidence::kUnknown:
             break;
     }
     return process.misfit > 0
-               ? "perhaps another boot: the dates miss one clock by only " + Duration(process.misfit)
+               ? "perhaps another boot: the dates miss one clock by only " + Duration(process.misfit) + fell
                : "perhaps another boot: no two dates can be compared";
 }
 
 ProcessFacts FactsOf(const LogProcess& process) {
     ProcessFacts facts;
     facts.threads = process.threads;
-    facts.proof = InWords(process);
+    facts.proof =
+        InWords(process) + (process.mayHaveRestarted
+                                ? "; the clock was set before its log rolled, or the device restarted "
+                                  "there and another process has the same threads"
+                                : "");
     facts.evidence = EvidenceCodeOf(process);
     const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||
                           process.evidence == BootEvidence::kUptime;
-    facts.doubtful = !isProven;
+    facts.doubtful = !isProven || process.mayHaveRestarted;
     if (process.IsDated()) {
         facts.boot = process.boot;
         facts.first = process.First();

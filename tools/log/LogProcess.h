@@ -17,7 +17,7 @@ namespace NimaPost {
 enum class BootEvidence : unsigned char {
     kFirst,     ///< none before it
     kUptime,    ///< another boot: its clock had run for less time than the other's
-    kDate,      ///< another boot or the clock was set back: its date is earlier
+    kDate,      ///< another boot or the clock was set back: its date is earlier, and no clock explains it
     kClocks,    ///< another boot or the clock was set: no whole number of periods explains both dates
     kClocksFit, ///< probably the same boot: one clock explains both dates closely
     kNoClock,   ///< nothing: the wall clock begins with each boot, so that any two of them fit
@@ -47,11 +47,15 @@ struct LogProcess {
     std::optional<std::int64_t> nextOpening;
     BootEvidence evidence = BootEvidence::kFirst;
     std::int64_t misfit = 0; ///< nanoseconds, by which the dates miss one clock
+    std::int64_t fall = 0;   ///< by which its date is at least earlier than the last line before it
     /// From 1; 0 where nothing is dated. A process without a date stands among the lines of this boot, and
     /// nothing tells whether it is of it.
     std::size_t boot = 0;
     bool collected = false; ///< of the boot in which the files were collected, which outweighs the evidence
     bool apart = false;     ///< so, but not the process before
+    /// What follows a roll at which the clock was set may be by a process with the same threads, after a
+    /// boot.
+    bool mayHaveRestarted = false;
 
     /// By what its own lines tell.
     bool IsDated() const;

@@ -48,6 +48,26 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::vector<Findin
     }
 }
 
+void StateSettings(const std::vector<ClockSetting>& settings, std::vector<Finding>& statement) {
+    const auto perhaps = static_cast<std::size_t>(std::count_if(
+        settings.begin(), settings.end(), [](const ClockSetting& setting) { return setting.mayBeRestart; }));
+    const char* const wrong = "; lines before that, and later ones of other logs, may be wrong by as much.";
+    if (perhaps < settings.size()) {
+        statement.push_back({"clock-set", "The wall clock was set " +
+                                              Counted(settings.size() - perhaps, "time") +
+                                              " while a process ran" + wrong});
+    }
+    if (perhaps > 0) {
+        statement.push_back(
+            {"clock-set-or-boot",
+             "The wall clock was set " + Counted(perhaps, "time") +
+                 " while a process ran, or the device restarted and a process with the same "
+                 "threads went on. A log that is full rolls within 0.1 s of its last line; by "
+                 "chance one in ten of other lines is as near" +
+                 wrong});
+    }
+}
+
 } // namespace
 
 std::vector<Finding> LogSet::ClockStatement() const {
@@ -63,12 +83,7 @@ std::vector<Finding> LogSet::ClockStatement() const {
                                  Duration(spread) + ", all of one process alike."});
     }
     StateProcesses(processes_, statement);
-    if (!settings_.empty()) {
-        statement.push_back(
-            {"clock-set", "The wall clock was set " + Counted(settings_.size(), "time") +
-                              " while a process ran; lines before that, and later ones of other logs, may be "
-                              "wrong by as much."});
-    }
+    StateSettings(settings_, statement);
     std::int64_t unseen = 0;
     bool open = false;
     ForEachPart([&](const LogPart& part) {

@@ -9,8 +9,9 @@ namespace NimaPost {
 
 namespace {
 
-/// A file passes its maximum by less than a buffer and a line, so rounds end within this of each other.
-constexpr std::uint64_t kRoundsDiffer = 4096 + 2048;
+constexpr std::uint64_t kBuffer = 4096;
+/// Few messages are longer, and where none is, the next one may be.
+constexpr std::uint64_t kLongMessage = 2048;
 /// A step between rounds is any part of a second. One that is to be told from a thread's pause has to be
 /// wider than what keeps a thread waiting on a busy device, and by far wider than others, or most of a second
 /// where hardly any other is as wide as such a wait.
@@ -63,10 +64,14 @@ void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64
             headerlessCut_ = RestOfHeader(text);
             headerlessIsUnattached_ = endedByDevice_ && text.size() < kLongestTraced;
         }
+        if (headerless_ > 0 && RestOfHeader(text) == HeaderRest::kInside) {
+            headerlessCut_ = HeaderRest::kInside;
+        }
         ++headerless_;
         endedByDevice_ = text.ends_with("\r\n");
         return;
     }
+    longestMessage_ = std::max(longestMessage_, offset - previousOffset_);
     if (IsCalibration(line)) {
         Calibration(line, offset);
     } else {
@@ -80,7 +85,10 @@ void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64
         }
         lastOfThread_.TryEmplace(line.thread, 0).first = line.counter;
         last_[lines_++ % last_.size()] = {line.counter, line.thread};
-        openingAtEnd_.reset();
+        if (++linesOfOpening_ > 1) {
+            openingAtEnd_.reset();
+            endPrecedes_ = endMayPrecede_ = false;
+        }
     }
     previousOffset_ = offset;
     headerless_ = 0;
@@ -98,12 +106,11 @@ void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
         if (date->second < firstDate_->second && !dateFellAt_) {
             dateFellAt_ = offset;
         }
+        CompareWithFirst(*date, line);
     }
     if (offset > 0 && !firstOpening_) {
         firstOpening_ = offset;
     }
-    lastDate_ = date;
-    lastOpening_ = {line.counter, line.thread};
     if (headerless_ > 0 && headerlessCut_ != HeaderRest::kNone && torn_.size() < 2 * kMostTorn) {
         Step step;
         step.width = 0;
@@ -118,21 +125,35 @@ void RoundDetector::Calibration(const LogLine& line, std::uint64_t offset) {
     previous_.reset();
     lastOfThread_.clear();
     openingAtEnd_ = openingAtEnd_.value_or(offset);
+    linesOfOpening_ = 0;
+}
+
+void RoundDetector::CompareWithFirst(const RawDate& date, const LogLine& line) {
+    // Of a clock that begins with the device all dates fit.
+    if (date.second > firstDate_->second ||
+        (line.thread != firstThread_ && BeganWithTheDevice(date, line.counter))) {
+        return;
+    }
+    const WallOffset::Fit fit = WallOffset(date, 0).Compare(*firstDate_, StepForward(line.counter, *first_));
+    const bool precedes = fit.unseen >= 0 && fit.misfit <= kFitsClosely;
+    mayPrecede_ = mayPrecede_ || precedes;
+    endPrecedes_ = endPrecedes_ || precedes;
+    endMayPrecede_ = endMayPrecede_ || (fit.unseen >= 0 && fit.misfit <= kDateTakes);
 }
 
 Rounds RoundDetector::Judge(std::uint64_t size) const {
     Rounds rounds;
     if (!first_ || !IsProven()) {
-        rounds.hidden = first_ && HoldsARestAtAStep();
+        rounds.hidden = first_ && (HoldsARestAtAStep() || MayHaveGoneOn());
         rounds.newest = {0, size};
         return rounds;
     }
     const std::vector<Seam> seams = Seams(size);
     // Where the first seam is one of those near the file's end, the newest may be hidden in front of it.
     rounds.hidden = seams.empty() || seams.front().rank < Rank::kUnattached ||
-                    seams.front().offset + kRoundsDiffer >= size;
+                    seams.front().offset + RoundsDiffer(size) >= size;
     std::uint64_t end = size;
-    if (!seams.empty() && openingAtEnd_ && *openingAtEnd_ > seams.back().offset) {
+    if (openingAtEnd_.value_or(0) > (seams.empty() ? 0 : seams.back().offset)) {
         rounds.openings = {*openingAtEnd_, size};
         end = *openingAtEnd_;
     }
@@ -144,9 +165,13 @@ Rounds RoundDetector::Judge(std::uint64_t size) const {
     return rounds;
 }
 
+std::uint64_t RoundDetector::RoundsDiffer(std::uint64_t size) const {
+    return kBuffer + std::max({longestMessage_, size - previousOffset_, kLongMessage});
+}
+
 std::vector<RoundDetector::Seam> RoundDetector::Seams(std::uint64_t size) const {
     // All rounds but the newest end near the file's end.
-    const std::uint64_t nearEnd = size - std::min(size, kRoundsDiffer);
+    const std::uint64_t nearEnd = size - std::min(size, RoundsDiffer(size));
     std::vector<Seam> seams;
     ForEachPlace([&](const Step& step) {
         const Rank rank = RankOf(step);
@@ -203,11 +228,7 @@ bool RoundDetector::HoldsACut() const {
 }
 
 bool RoundDetector::WasOpenedWhenFull() const {
-    return openingAtEnd_.value_or(0) > 0 && lastDate_ && lastOpening_.thread == firstThread_ &&
-           lastDate_->second <= firstDate_->second &&
-           WallOffset(*lastDate_, 0)
-                   .Compare(*firstDate_, StepForward(lastOpening_.counter, *first_))
-                   .misfit <= kFitsClosely;
+    return openingAtEnd_.value_or(0) > 0 && endPrecedes_ && !datesRise_;
 }
 
 bool RoundDetector::EndsAtFirst() const {

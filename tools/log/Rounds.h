@@ -21,7 +21,7 @@ struct ByteRange {
 struct Rounds {
     std::vector<ByteRange> older; ///< in the order in which they were written
     /// The calibration lines at the end of a full file, each of a process that opened it there and then went
-    /// on at its start; empty where there are none or no older rounds to tell from them.
+    /// on at its start, without a buffer after one more line; empty where there are none.
     ByteRange openings;
     ByteRange newest; ///< all of it where there are no older ones
     /// The writer may have gone on at the file's start, and nothing proves where its newest lines end.
@@ -89,9 +89,13 @@ class RoundDetector {
     /// What is left of a header. A text that looks so has no step beside it as between no two other lines.
     bool HoldsACut() const;
 
-    /// A process that opened the log when it was full left a calibration line at its end, and the one at the
-    /// start with its first line.
+    /// A process that opened the log when it was full left a calibration line at its end, and one at the
+    /// start with its first line or later. So the one at the end is the earlier one of the same clock.
     bool WasOpenedWhenFull() const;
+
+    /// So it may be, though others look so: the clock was set back by whole seconds, or another boot's clock
+    /// happens to be near.
+    bool MayHaveGoneOn() const { return mayPrecede_ || endMayPrecede_; }
 
     /// Without a buffer the line that filled the log is the last one of its round, or nearly.
     bool EndsAtFirst() const;
@@ -116,10 +120,14 @@ class RoundDetector {
     /// Where rounds meet, in the order of the file: newer lines stand before each place and older ones after
     /// it.
     std::vector<Seam> Seams(std::uint64_t size) const;
+    /// A file passes its maximum by less than a buffer and a message, so rounds end within this of each
+    /// other.
+    std::uint64_t RoundsDiffer(std::uint64_t size) const;
     /// The most likely place before `end`.
     Seam BestBefore(std::uint64_t end) const;
 
     void Calibration(const LogLine& line, std::uint64_t offset);
+    void CompareWithFirst(const RawDate& date, const LogLine& line);
     void Consider(const LogLine& line, std::uint64_t offset);
     void ConsiderDigits(const Step& step, std::int64_t counter);
     /// Every place where rounds may meet.
@@ -129,15 +137,18 @@ class RoundDetector {
     std::optional<std::int64_t> first_; ///< counter of the calibration line at the file's start
     std::uint32_t firstThread_ = 0;
     std::optional<RawDate> firstDate_;
-    std::optional<RawDate> lastDate_; ///< of the last calibration line, with its stamp
-    LineStamp lastOpening_;
     /// By how much the line after it is stamped earlier; a second when another thread wrote it.
     std::optional<std::int64_t> afterFirst_;
     bool datesRise_ = false; ///< an opening is dated after the first line
     std::optional<std::uint64_t> dateFellAt_;
     std::optional<std::uint64_t> firstOpening_; ///< after the file's start
-    /// The first of the calibration lines that the file ends with.
+    /// The first of the calibration lines that the file ends with, each with one line after it at the most.
     std::optional<std::uint64_t> openingAtEnd_;
+    std::size_t linesOfOpening_ = 0;
+    // An opening is dated no later than the first line.
+    bool mayPrecede_ = false;              ///< and one clock explains both dates closely
+    bool endPrecedes_ = false;             ///< so, and it is one of those at the end
+    bool endMayPrecede_ = false;           ///< one of those at the end, and no clock contradicts it
     std::optional<std::int64_t> previous_; ///< the counter of the line before, unless that one calibrates
     std::uint64_t previousOffset_ = 0;
     ThreadTimes lastOfThread_;
@@ -149,6 +160,7 @@ class RoundDetector {
     std::vector<Step> withoutDigits_;
     std::int64_t lastWidth_ = 0; ///< of the last step
     StepWidths widths_;
+    std::uint64_t longestMessage_ = 0; ///< in bytes, the lines of it that have no header included
     std::uint64_t headerless_ = 0;
     std::uint64_t headerlessOffset_ = 0;
     std::size_t unattached_ = 0;

@@ -36,6 +36,13 @@ bool ShareAThread(const LogPart& a, const LogPart& b) {
                        [&](std::uint32_t thread) { return b.HasThread(thread); });
 }
 
+/// Whether a backup is at least as long as the file after it, as one is that was rolled when it was full.
+bool IsAsLong(const LogPart& backup, std::span<const LogPart> fromHereOn) {
+    return std::all_of(fromHereOn.begin(), fromHereOn.end(), [&](const LogPart& part) {
+        return part.file != fromHereOn.front().file || part.end <= backup.end;
+    });
+}
+
 /// Whether the device had run for less time in a part than in the one before it.
 bool IsOfAnotherBoot(const LogPart& before, const LogPart& part) {
     return before.BoundsUptime() && part.BoundsUptime() && part.mostFirstSecond < before.leastLastSecond;
@@ -94,24 +101,25 @@ PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHe
         return PartLink::kOpening;
     }
     if (before_->file != part.file) {
-        return part.calibration && IsRolled(part) ? PartLink::kRolled : PartLink::kOpening;
+        return part.calibration && IsRolled(part, fromHereOn) ? PartLink::kRolled : PartLink::kOpening;
     }
     if (!part.calibration) {
         // Rounds of which the beginnings were overwritten. What is left of one may show few of the threads.
         return GoesOn(*before_, fromHereOn) ? PartLink::kContinues : PartLink::kOpening;
     }
-    // Opened at its full end and gone on at its start with the first line, all by one process.
-    const bool opened = before_->date && before_->stamped == 1 && FitsClosely(part);
+    // Opened at its full end and gone on at its start with the first line, or after it where there is no
+    // buffer, all by one process.
+    const bool opened = before_->date && before_->stamped <= 2 && FitsClosely(part);
     return opened || FollowsItsFiller(*before_, part) ? PartLink::kContinues : PartLink::kOpening;
 }
 
 /// A roll into a backup leaves no line of its own.
-bool TimePlacer::IsRolled(const LogPart& part) const {
+bool TimePlacer::IsRolled(const LogPart& part, std::span<const LogPart> fromHereOn) const {
     if (part.date && BeganWithTheDevice(*part.date, part.calibration->counter)) {
         return FollowsTheBackup(*before_, part, kRollTakes); // The dates of any boot fit.
     }
     return (ShareAThread(*before_, part) && FitsClosely(part)) ||
-           FollowsTheBackup(*before_, part, kSlowRollTakes);
+           (IsAsLong(*before_, fromHereOn) && FollowsTheBackup(*before_, part, kSlowRollTakes));
 }
 
 std::int64_t TimePlacer::StartAfter(const LogPart& part) const {
@@ -142,7 +150,8 @@ void TimePlacer::PlaceDated(LogPart& part) {
     const std::size_t oldRun = dated_->run;
     BeginRun(part, LogRun{WallOffset(*part.date, 0)});
     if (!dated_->doubtful && (fit.misfit > kDateTakes || fit.unseen < 0)) {
-        settings_.push_back({oldRun, dated_->start, part.run});
+        part.mayBeRestart = part.link == PartLink::kRolled;
+        settings_.push_back({oldRun, dated_->start, part.run, part.mayBeRestart});
         dated_->certainty = kBoundByNothing;
     }
 }
@@ -158,7 +167,7 @@ void TimePlacer::HangBefore(LogPart& dated) {
         part.start =
             next->start - StepWithFall(part.lastCounter, next->firstCounter, kDisorder) - part.length;
         part.certainty = Certainty{Certainty::kUnbounded, Certainty::kUnbounded, !sameProcess};
-        if (sameProcess) {
+        if (sameProcess && !dated.hidesSeam) {
             part.notAfter = dated.start;
         }
         next = &part;

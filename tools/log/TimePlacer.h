@@ -15,11 +15,12 @@ struct LogRun {
     bool collected = false;         ///< of the boot in which the files were collected
 };
 
-/// The wall clock was set while a process ran.
+/// The wall clock was set while a process ran, or another process with the same threads went on.
 struct ClockSetting {
     std::size_t oldRun = 0;
     std::int64_t after = 0; ///< the last moment on that run's axis of which it is known that it was before
     std::size_t newRun = 0;
+    bool mayBeRestart = false;
 };
 
 /// The wall-clock origin of a run, or 0.
@@ -37,7 +38,7 @@ class TimePlacer {
 
   private:
     PartLink LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const;
-    bool IsRolled(const LogPart& part) const;
+    bool IsRolled(const LogPart& part, std::span<const LogPart> fromHereOn) const;
     bool FitsClosely(const LogPart& part) const;
     void PlaceDated(LogPart& part);
     void HangBefore(LogPart& dated);

@@ -29,16 +29,13 @@ OptionalNumber NumberOf(const std::optional<Value>& value) {
 
 } // namespace
 
-std::uint64_t CaseTables::Write(const std::vector<std::string>& crashIds) {
+std::uint64_t CaseTables::Write(const Story& story) {
     std::uint64_t events = 0;
-    story_.ForEach([&](const TimelineEvent& event) {
-        Event(event);
+    story.ForEach([&](const TimelineEvent& event) {
+        Event(story, event);
         ++events;
         return true;
     });
-    for (std::size_t i = 0; i < data_.crashes.size(); ++i) {
-        Crash(data_.crashes[i], crashIds[i]);
-    }
     for (std::size_t i = 0; i < data_.processes.size(); ++i) {
         Process(data_.processes[i], static_cast<std::int64_t>(i) + 1);
     }
@@ -48,6 +45,12 @@ std::uint64_t CaseTables::Write(const std::vector<std::string>& crashIds) {
     FindingRows(data_.findings.damage, true);
     FindingRows(data_.findings.remarks, false);
     return events;
+}
+
+void CaseTables::WriteCrashes(const std::vector<std::string>& ids) {
+    for (std::size_t i = 0; i < data_.crashes.size(); ++i) {
+        Crash(data_.crashes[i], ids[i]);
+    }
 }
 
 void CaseTables::Begin() {
@@ -60,8 +63,8 @@ void CaseTables::End(std::string_view table, const TimeText& time) {
     partitions_.Add(table, time ? std::string_view(*time).substr(0, kDayWidth) : std::string_view(), row_);
 }
 
-void CaseTables::Event(const TimelineEvent& event) {
-    const bool hasWall = story_.Time().HasWall();
+void CaseTables::Event(const Story& story, const TimelineEvent& event) {
+    const bool hasWall = story.Time().HasWall();
     const TimeText time = event.time && hasWall ? TimeText(WallTimeIso(*event.time)) : std::nullopt;
     Begin();
     row_.MaybeText("time", time);
@@ -70,7 +73,7 @@ void CaseTables::Event(const TimelineEvent& event) {
     row_.Number("later_by_seconds", Bound(event.certainty.later));
     row_.Number("earlier_by_seconds", Bound(event.certainty.earlier));
     row_.Text("kind", kKinds.at(static_cast<std::size_t>(event.kind)));
-    row_.Text("file", story_.Files()[event.file].name);
+    row_.Text("file", story.Files()[event.file].name);
     row_.Number("boot", NumberOf(event.boot));
     row_.Number("process", NumberOf(event.process));
     row_.Number("thread", NumberOf(event.thread));

@@ -36,7 +36,7 @@ bool ExportFolder::Open(const std::string& path, TableForm form, std::string& pr
     path_ = path;
     std::error_code error;
     fs::create_directories(path, error);
-    const bool isEmpty = fs::is_empty(path, error);
+    const bool isEmpty = !error && fs::is_empty(path, error);
     if (error) {
         problem = path + ": " + error.message();
         return false;

@@ -3,6 +3,7 @@
 #include "tools/base/ContentHash.h"
 #include "tools/base/Progress.h"
 #include "tools/fleet/CaseReader.h"
+#include "tools/fleet/Crew.h"
 #include "tools/fleet/PartDevices.h"
 #include "tools/fleet/export/CaseTables.h"
 #include "tools/fleet/export/ExportFolder.h"
@@ -10,10 +11,15 @@
 #include "tools/input/EvidenceParts.h"
 
 #include <cstddef>
+#include <cstdint>
+#include <iterator>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <set>
 #include <system_error>
 #include <utility>
+#include <variant>
 
 namespace NimaPost {
 
@@ -51,10 +57,96 @@ class CrashIds {
     std::set<std::string> all_;
 };
 
+/// What has been written of a case: all but its crashes.
+struct Written {
+    CaseData data;
+    std::unique_ptr<Partitions> partitions;
+    std::uint64_t events = 0;
+    std::string problem; ///< why it could not be written
+};
+
+using Exported = std::variant<Written, Findings>;
+
+/// Which cases need not be written again, by device and content.
+class DoneCases {
+  public:
+    bool Has(const CaseData& data) const {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return done_.contains({data.device, data.content});
+    }
+    /// False for one that is there.
+    bool Add(const CaseData& data) {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return done_.emplace(data.device, data.content).second;
+    }
+
+  private:
+    mutable std::mutex mutex_;
+    std::set<std::pair<std::string, std::string>> done_;
+};
+
+class ExportWorker {
+  public:
+    ExportWorker(const std::vector<EvidencePart>& parts, const ExportTask& task, const Names& names,
+                 const ExportFolder& folder, const DoneCases& done, OrderedResults<Exported>& results)
+        : parts_(parts),
+          task_(task),
+          names_(names),
+          folder_(folder),
+          deviceNames_(task.deviceFrom),
+          done_(done),
+          results_(results) {}
+
+    void Read(std::size_t number) const {
+        Findings found;
+        std::size_t devices = 0;
+        ForEachDevice(parts_[number], task_.limits, found, [&](Device& device) {
+            const std::string prefix = "/" + std::to_string(number) + "-" + std::to_string(++devices) + "-";
+            return ReadDevice(number, device, folder_.Unfinished() + prefix, found);
+        });
+        results_.Put(number, std::move(found));
+    }
+
+  private:
+    /// False where nobody wants the rest.
+    bool ReadDevice(std::size_t number, Device& device, const std::string& unfinished,
+                    Findings& found) const {
+        Written written;
+        CaseData& data = written.data = CaseOf(device, parts_[number], deviceNames_);
+        if (done_.Has(data)) {
+            return true;
+        }
+        std::string problem;
+        Story story(names_);
+        if (!story.Read(device, data.path, problem)) {
+            found.Damage("cannot-read", problem);
+            return true;
+        }
+        TellCase(story, data);
+        written.partitions =
+            std::make_unique<Partitions>(folder_.Path(), unfinished, data.device, data.content, task_.form);
+        try {
+            written.events = CaseTables(data, task_.form, *written.partitions).Write(story);
+            written.partitions->Close();
+        } catch (const std::system_error& failed) {
+            written.problem = failed.what();
+        }
+        return results_.Put(number, std::move(written));
+    }
+
+    const std::vector<EvidencePart>& parts_;
+    const ExportTask& task_;
+    const Names& names_;
+    const ExportFolder& folder_;
+    DeviceNames deviceNames_;
+    const DoneCases& done_;
+    OrderedResults<Exported>& results_;
+};
+
 class Exporting {
   public:
     Exporting(const ExportTask& task, const Names& names, const ExportFolder& folder, ExportResult& result)
-        : task_(task), names_(names), folder_(folder), result_(result), deviceNames_(task.deviceFrom) {}
+        : task_(task), names_(names), folder_(folder), result_(result) {}
 
     /// False, with the reason, if something cannot be written.
     bool Run(std::string& problem) {
@@ -64,12 +156,12 @@ class Exporting {
             std::vector<EvidencePart> more = PartsOf(path, own);
             std::move(more.begin(), more.end(), std::back_inserter(parts));
         }
+        OrderedResults<Exported> results(parts.size(), task_.threads);
+        const ExportWorker worker(parts, task_, names_, folder_, done_, results);
+        const Crew<Exported> crew(task_.threads, results, [&](std::size_t number) { worker.Read(number); });
         for (std::size_t number = 0; number < parts.size() && problem_.empty(); ++number) {
             Progress::Note(parts[number].path, number, parts.size());
-            ForEachDevice(parts[number], task_.limits, result_.findings, [&](Device& device) {
-                Take(device, parts[number]);
-                return problem_.empty();
-            });
+            Take(results, number);
         }
         result_.crashes = crashIds_.Count();
         problem = problem_;
@@ -77,44 +169,52 @@ class Exporting {
     }
 
   private:
-    void Take(Device& device, const EvidencePart& part) {
-        CaseData data = CaseOf(device, part, deviceNames_);
-        std::string unreadable;
-        Story story(names_);
-        if (!done_.emplace(data.device, data.content).second) {
+    void Take(OrderedResults<Exported>& results, std::size_t number) {
+        while (problem_.empty()) {
+            auto result = results.Get(number);
+            if (!result) {
+                return;
+            }
+            std::visit([&](auto& each) { Take(each); }, *result);
+        }
+    }
+
+    void Take(const Findings& found) { result_.findings = Joined(std::move(result_.findings), found); }
+
+    void Take(Written& written) {
+        // A copy may have been written before this was known.
+        if (!done_.Add(written.data)) {
             return;
         }
-        if (!story.Read(device, data.path, unreadable)) {
-            result_.findings.Damage("cannot-read", unreadable);
+        problem_ = written.problem;
+        if (!problem_.empty()) {
             return;
         }
-        TellCase(story, data);
         try {
-            Write(story, data);
+            Finish(written);
         } catch (const std::system_error& failed) {
             problem_ = failed.what();
         }
     }
 
-    void Write(const Story& story, const CaseData& data) {
-        Partitions partitions(folder_.Path(), folder_.Unfinished(), data.device, data.content, task_.form);
+    void Finish(Written& written) {
         std::vector<std::string> crashIds;
-        for (const CaseCrash& crash : data.crashes) {
-            crashIds.push_back(crashIds_.Of(data.device, crash));
+        for (const CaseCrash& crash : written.data.crashes) {
+            crashIds.push_back(crashIds_.Of(written.data.device, crash));
         }
-        result_.events += CaseTables(story, data, task_.form, partitions).Write(crashIds);
-        result_.files += partitions.Finish();
+        CaseTables(written.data, task_.form, *written.partitions).WriteCrashes(crashIds);
+        result_.files += written.partitions->Finish();
+        result_.events += written.events;
         ++result_.cases;
-        result_.damagedCases += data.findings.damage.empty() ? 0 : 1;
+        result_.damagedCases += written.data.findings.damage.empty() ? 0 : 1;
     }
 
     const ExportTask& task_;
     const Names& names_;
     const ExportFolder& folder_;
     ExportResult& result_;
-    DeviceNames deviceNames_;
     CrashIds crashIds_;
-    std::set<std::pair<std::string, std::string>> done_; ///< device and content
+    DoneCases done_;
     std::string problem_;
 };
 

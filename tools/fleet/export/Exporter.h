@@ -19,6 +19,7 @@ struct ExportTask {
     std::string folder;
     TableForm form = TableForm::kJsonl;
     std::optional<Pattern> deviceFrom; ///< takes the device's name out of a path
+    unsigned threads = 1;
     InputLimits limits;
 };
 
@@ -32,8 +33,9 @@ struct ExportResult {
     Findings findings; ///< of what could not be read, and of archives
 };
 
-/// Writes the tables of doc/schema.md, case by case. False, with the reason, if something cannot be written:
-/// then the cases before are complete, and of this one nothing is there, or some of its files.
+/// Writes the tables of doc/schema.md, several cases at a time, and gives the files their names case by case,
+/// in the order in which they were found. False, with the reason, if something cannot be written: then the
+/// cases before are complete, and of this one nothing is there, or some of its files.
 bool Export(const ExportTask& task, const Names& names, ExportResult& result, std::string& problem);
 
 } // namespace NimaPost

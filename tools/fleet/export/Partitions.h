@@ -18,7 +18,7 @@ namespace NimaPost {
 /// They get their names once all of them are complete.
 class Partitions {
   public:
-    /// `folder` is that of the tables, `unfinished` one beside them for what is being written.
+    /// `folder` is that of the tables; with `unfinished` begin the paths of what is being written.
     Partitions(std::string folder, std::string unfinished, std::string_view device, std::string caseId,
                TableForm form);
     Partitions(const Partitions&) = delete;
@@ -27,6 +27,8 @@ class Partitions {
 
     /// `day` is "2026-11-24", or empty where no date is known.
     void Add(std::string_view table, std::string_view day, const TableRow& row);
+    /// Keeps no file open; more may be added.
+    void Close();
     /// Returns the number of files.
     std::size_t Finish();
 
