@@ -15,8 +15,9 @@ namespace {
 
 constexpr std::size_t kBlock = 512;
 constexpr std::size_t kNameBytes = 100;
-constexpr std::uint64_t kMostBytes = (std::uint64_t{1} << 33) - 1; ///< that the size of a block can say
-constexpr int kGzip = 15 + 16; ///< the largest window, with a gzip head and tail
+constexpr std::uint64_t kMostArchivedBytes =
+    (std::uint64_t{1} << 33) - 1; ///< that the size of a block can say
+constexpr int kGzip = 15 + 16;    ///< the largest window, with a gzip head and tail
 constexpr int kMemoryLevel = 8;
 
 /// A block of a tar archive.
@@ -110,7 +111,7 @@ void Archive::Begin(const std::string& name, std::uint64_t bytes, std::int64_t m
     if (name.size() > kNameBytes) {
         pax += PaxRecord("path", name);
     }
-    if (bytes > kMostBytes) {
+    if (bytes > kMostArchivedBytes) {
         pax += PaxRecord("size", std::to_string(bytes));
     }
     if (!pax.empty()) {
@@ -119,7 +120,7 @@ void Archive::Begin(const std::string& name, std::uint64_t bytes, std::int64_t m
         Write(pax);
         End();
     }
-    Header(name, bytes > kMostBytes ? 0 : bytes, modifiedSeconds, '0');
+    Header(name, bytes > kMostArchivedBytes ? 0 : bytes, modifiedSeconds, '0');
     inFile_ = 0;
 }
 

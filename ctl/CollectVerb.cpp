@@ -28,12 +28,11 @@ namespace {
 using NimaPost::InputFile;
 
 constexpr const char* kManifestName = "manifest.json";
-constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::size_t kPiece = 1 << 16;
 constexpr std::size_t kMostFiles = 4096;
 constexpr int kAttempts = 10;
 
-struct Options {
+struct CollectOptions {
     std::string output;
     std::vector<std::string> programs;
 };
@@ -226,7 +225,8 @@ void AddFindings(const Manifest& manifest, Findings& findings) {
 }
 
 /// Returns false, with a reason and no file under the output's name, if that cannot be done.
-bool Pack(const Options& options, std::vector<Member>& members, Manifest& manifest, std::string& problem) {
+bool Pack(const CollectOptions& options, std::vector<Member>& members, Manifest& manifest,
+          std::string& problem) {
     // From here on a signal removes what has been begun.
     const NimaPost::Interrupt interrupt;
     NimaPost::OutputFile file;
@@ -267,7 +267,7 @@ bool Pack(const Options& options, std::vector<Member>& members, Manifest& manife
     return file.Finish(problem);
 }
 
-int RunCollect(Context& context, const Options& options) {
+int RunCollect(Context& context, const CollectOptions& options) {
     Manifest manifest;
     manifest.directory = context.directory;
     manifest.programs = options.programs;
@@ -304,7 +304,7 @@ int RunCollect(Context& context, const Options& options) {
 } // namespace
 
 void AddCollectVerb(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<CollectOptions>();
     CLI::App* verb = AddVerb(app, context, "collect", "Packs everything in the directory, with a manifest");
     AddOption(*verb, "DIRECTORY", context.directory, "Instead of --directory");
     AddOption(*verb, "-o,--output", options->output, "The archive, such as unit.tar.gz").Required();

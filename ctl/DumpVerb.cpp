@@ -24,7 +24,7 @@ namespace NimaCtl {
 
 namespace {
 
-struct Options {
+struct DumpOptions {
     std::string file = Nima::Catalogue::kSysTraceDump.narrow;
     unsigned backups = 0;
 };
@@ -108,7 +108,7 @@ class BackupRoll {
 };
 
 /// A device, or what a link leads to, is not renamed.
-bool CanKeepBackups(const Options& options, std::string& problem) {
+bool CanKeepBackups(const DumpOptions& options, std::string& problem) {
     struct stat status {};
     if (options.backups > 0 && lstat(options.file.c_str(), &status) == 0 && !S_ISREG(status.st_mode)) {
         problem = options.file + ": backups are kept of regular files alone";
@@ -118,7 +118,8 @@ bool CanKeepBackups(const Options& options, std::string& problem) {
 }
 
 /// Returns false, with a reason and all files as they were, if that cannot be done.
-bool WriteFile(const Options& options, const TraceBlock& block, Snapshot& snapshot, std::string& problem) {
+bool WriteFile(const DumpOptions& options, const TraceBlock& block, Snapshot& snapshot,
+               std::string& problem) {
     // From here on a signal removes what has been begun.
     const NimaPost::Interrupt interrupt;
     struct stat status {};
@@ -148,7 +149,7 @@ bool WriteFile(const Options& options, const TraceBlock& block, Snapshot& snapsh
     return true;
 }
 
-int RunDump(Context& context, const Options& options) {
+int RunDump(Context& context, const DumpOptions& options) {
     std::string problem;
     const auto block = TraceBlock::Open(context.directory, Access::kRead, problem);
     Snapshot snapshot;
@@ -166,7 +167,7 @@ int RunDump(Context& context, const Options& options) {
 } // namespace
 
 void AddDumpVerb(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<DumpOptions>();
     CLI::App* verb = AddVerb(app, context, "dump", "Copies the binary trace while it goes on");
     AddOption(*verb, "FILE", options->file, "Where to, \"SysTrace.bin\" by default");
     AddOption(*verb, "--backups", options->backups, "Keep N earlier files, as FILE.1 and so on")

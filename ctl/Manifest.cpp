@@ -23,7 +23,6 @@ namespace {
 using NimaPost::ToUtf8;
 
 constexpr int kVersion = 1;
-constexpr std::int64_t kSecond = 1'000'000'000;
 
 std::int64_t Now(clockid_t clock) {
     timespec now{};

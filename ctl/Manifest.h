@@ -23,6 +23,8 @@ struct CollectedFile {
     bool unreadable = false; ///< it should have been in the archive
 };
 
+constexpr std::int64_t kSecond = 1'000'000'000;
+
 /// Clocks read at one moment, in nanoseconds.
 struct Clocks {
     std::int64_t wall = 0;
@@ -32,9 +34,6 @@ struct Clocks {
 
     /// What a writer would stamp on a record at that moment.
     std::int64_t Counter() const { return monotonic / kSecond + monotonic % kSecond; }
-
-  private:
-    static constexpr std::int64_t kSecond = 1'000'000'000;
 };
 
 Clocks ReadClocks();

@@ -20,9 +20,9 @@ namespace NimaCtl {
 namespace {
 
 constexpr std::size_t kMarkBytes = Nima::Catalogue::kMarkWords * sizeof(std::uint32_t);
-constexpr std::size_t kMostBytes = 50 * kMarkBytes;
+constexpr std::size_t kMostMarkBytes = 50 * kMarkBytes;
 
-struct Options {
+struct MarkOptions {
     std::string text;
     std::string event;
 };
@@ -100,12 +100,12 @@ bool FindEvent(const Names& names, const std::string& text, std::uint32_t& id, s
     return true;
 }
 
-int RunMark(Context& context, const Options& options) {
+int RunMark(Context& context, const MarkOptions& options) {
     std::string problem;
     std::uint32_t id = 0;
-    if (options.text.empty() || options.text.size() > kMostBytes ||
+    if (options.text.empty() || options.text.size() > kMostMarkBytes ||
         options.text.find('\0') != std::string::npos) {
-        return Refuse(context, "a mark has 1 to " + std::to_string(kMostBytes) + " bytes of text");
+        return Refuse(context, "a mark has 1 to " + std::to_string(kMostMarkBytes) + " bytes of text");
     }
     if (!FindEvent(context.names, options.event, id, problem)) {
         return Refuse(context, problem);
@@ -139,7 +139,7 @@ int RunMark(Context& context, const Options& options) {
 } // namespace
 
 void AddMarkVerb(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<MarkOptions>();
     CLI::App* verb = AddVerb(app, context, "mark", "Writes a text into the binary trace");
     // With "-h", a text that begins so would show the help and seem written.
     NimaPost::OnlyLongHelp(*verb);

@@ -37,7 +37,7 @@ constexpr const char* kRingsName = "rings.txt";
 constexpr const char* kManifestName = "manifest.json";
 constexpr std::chrono::milliseconds kLook{100};
 
-struct Options {
+struct RecordOptions {
     std::chrono::nanoseconds time{};
     std::vector<std::string> levels;
     std::string folder;
@@ -189,8 +189,8 @@ bool WriteRest(Context& context, Files& files, Manifest& manifest, std::string& 
 }
 
 /// Returns false, with a reason, if there is not even the trace.
-bool WriteFolder(Context& context, const Options& options, const Recording& recording, const Filter& opened,
-                 std::string& problem) {
+bool WriteFolder(Context& context, const RecordOptions& options, const Recording& recording,
+                 const Filter& opened, std::string& problem) {
     Manifest manifest;
     manifest.directory = context.directory;
     manifest.clocks = recording.end;
@@ -233,7 +233,7 @@ void AddFindings(const Recording& recording, Findings& findings) {
     AddBlanked(recording.trace->blanked, findings);
 }
 
-int Report(Context& context, const Options& options, const Recording& recording, const Filter& opened) {
+int Report(Context& context, const RecordOptions& options, const Recording& recording, const Filter& opened) {
     if (!context.json) {
         context.out.Line("opened for the time  " +
                          NimaPost::Printable(NimaPost::OpenLevelsInWords(opened, context.names)));
@@ -258,7 +258,7 @@ void TellWhatIsHeld(Context& context, const TraceBlock& block) {
 }
 
 /// With the levels open. Returns false, with a reason, if there is nothing to keep.
-bool Record(Context& context, const Options& options, const TraceBlock& block, TemporaryLevels& levels,
+bool Record(Context& context, const RecordOptions& options, const TraceBlock& block, TemporaryLevels& levels,
             const NimaPost::Interrupt& interrupt, Recording& recording, std::string& problem) {
     if (levels.Held()) {
         TellWhatIsHeld(context, block);
@@ -276,7 +276,7 @@ bool Record(Context& context, const Options& options, const TraceBlock& block, T
     return recording.trace && WriteFolder(context, options, recording, levels.Opened(), problem);
 }
 
-int RunRecord(Context& context, const Options& options) {
+int RunRecord(Context& context, const RecordOptions& options) {
     // Whenever a signal comes from here on, the levels are as before in the end.
     const NimaPost::Interrupt interrupt;
     std::string problem;
@@ -309,7 +309,7 @@ int RunRecord(Context& context, const Options& options) {
 } // namespace
 
 void AddRecordVerb(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<RecordOptions>();
     CLI::App* verb = AddVerb(app, context, "record", "Opens levels for a time and keeps what was traced");
     AddTimeOption(*verb, "--for", options->time, std::chrono::nanoseconds(1), "How long, such as 30s")
         .Required();

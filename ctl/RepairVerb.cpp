@@ -19,7 +19,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct Options {
+struct RepairOptions {
     std::chrono::nanoseconds wait{kUsualWait};
     bool yes = false;
 };
@@ -89,7 +89,8 @@ constexpr const char* kAtWork = "a dump or another nima-ctl is at work; nothing 
 
 /// Waits for as long as a dump takes, and asks where that says nothing. Returns whether the filter may be
 /// brought back; if not, with a reason.
-bool MayRepair(const TraceBlock& block, const Signs& first, const Options& options, std::string& problem) {
+bool MayRepair(const TraceBlock& block, const Signs& first, const RepairOptions& options,
+               std::string& problem) {
     const MappingProcesses mapping = ProcessesThatMap(block.File().Number());
     const bool alone = mapping.processes.empty() && mapping.hidden == 0;
     if (!alone && !StaysTheSame(block, first, options.wait)) {
@@ -105,7 +106,7 @@ bool MayRepair(const TraceBlock& block, const Signs& first, const Options& optio
     return true;
 }
 
-int RunRepair(Context& context, const Options& options) {
+int RunRepair(Context& context, const RepairOptions& options) {
     std::string problem;
     const auto block = TraceBlock::Open(context.directory, Access::kWrite, problem);
     if (!block) {
@@ -136,7 +137,7 @@ int RunRepair(Context& context, const Options& options) {
 } // namespace
 
 void AddRepairVerb(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<RepairOptions>();
     CLI::App* verb = AddVerb(app, context, "repair", "Brings back a filter that a killed dump left cleared");
     AddWaitOption(*verb, options->wait, "How long a dump may take, 10 by default");
     AddFlag(*verb, "--yes", options->yes, "Do not ask where a dump may still be running");

@@ -13,17 +13,18 @@ namespace NimaCtl {
 
 namespace {
 
-struct Options {
+struct SteerVerbsOptions {
     std::vector<std::string> words;
     bool off = false;
     std::chrono::nanoseconds wait{kUsualWait};
 };
 
 /// Turns the words of a call into a change; returns false with a reason if they are not understood.
-using ChangeMaker = bool(const Names& names, const Options& options, FilterChange& change,
+using ChangeMaker = bool(const Names& names, const SteerVerbsOptions& options, FilterChange& change,
                          std::string& problem);
 
-bool MakeLevel(const Names& names, const Options& options, FilterChange& change, std::string& problem) {
+bool MakeLevel(const Names& names, const SteerVerbsOptions& options, FilterChange& change,
+               std::string& problem) {
     if (options.words.size() < 2) {
         problem = "a component and at least one level are needed";
         return false;
@@ -36,12 +37,13 @@ bool MakeLevel(const Names& names, const Options& options, FilterChange& change,
     return true;
 }
 
-bool MakeOnly(const Names& names, const Options& options, FilterChange& change, std::string& problem) {
+bool MakeOnly(const Names& names, const SteerVerbsOptions& options, FilterChange& change,
+              std::string& problem) {
     change.CloseAll();
     return OpenPairs(names, options.words, change, problem);
 }
 
-bool MakeReset(const Names& /*names*/, const Options& /*options*/, FilterChange& change,
+bool MakeReset(const Names& /*names*/, const SteerVerbsOptions& /*options*/, FilterChange& change,
                std::string& /*problem*/) {
     constexpr std::uint32_t kLevelsOfAFreshBlock = 2;
     change.CloseAll();
@@ -79,7 +81,7 @@ void Print(Context& context, const std::string& label, const Filters& filters) {
     }
 }
 
-int RunChange(Context& context, const Options& options, ChangeMaker* make) {
+int RunChange(Context& context, const SteerVerbsOptions& options, ChangeMaker* make) {
     FilterChange change;
     std::string problem;
     if (!make(context.names, options, change, problem)) {
@@ -129,8 +131,9 @@ int RunClear(Context& context) {
 }
 
 /// A verb that changes the filter, without its own words.
-CLI::App* AddChange(CLI::App& app, Context& context, Run& run, const std::shared_ptr<Options>& options,
-                    ChangeMaker* make, const std::string& name, const std::string& description) {
+CLI::App* AddChange(CLI::App& app, Context& context, Run& run,
+                    const std::shared_ptr<SteerVerbsOptions>& options, ChangeMaker* make,
+                    const std::string& name, const std::string& description) {
     CLI::App* verb = AddVerb(app, context, name, description);
     AddWaitOption(*verb, options->wait, "How long to wait for the end of a dump, 10 by default");
     OnCall(*verb, [&run, options, make] {
@@ -142,7 +145,7 @@ CLI::App* AddChange(CLI::App& app, Context& context, Run& run, const std::shared
 } // namespace
 
 void AddLevelVerb(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<SteerVerbsOptions>();
     CLI::App* verb = AddChange(app, context, run, options, MakeLevel, "level",
                                "Opens levels for a component: COMPONENT LEVEL...");
     AddOption(*verb, "WORDS", options->words, "A component, by number or name, or \"all\"; then levels")
@@ -152,7 +155,7 @@ void AddLevelVerb(CLI::App& app, Context& context, Run& run) {
 }
 
 void AddOnlyVerb(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<SteerVerbsOptions>();
     CLI::App* verb = AddChange(app, context, run, options, MakeOnly, "only",
                                "Closes everything but these: COMPONENT:LEVEL...");
     AddOption(*verb, "PAIRS", options->words, "What stays open, such as 5:2 or Engine:all")
@@ -161,7 +164,7 @@ void AddOnlyVerb(CLI::App& app, Context& context, Run& run) {
 }
 
 void AddResetVerb(CLI::App& app, Context& context, Run& run) {
-    AddChange(app, context, run, std::make_shared<Options>(), MakeReset, "reset",
+    AddChange(app, context, run, std::make_shared<SteerVerbsOptions>(), MakeReset, "reset",
               "The filter of a fresh block: levels 0 and 1 of every component");
 }
 

@@ -426,13 +426,13 @@ TEST_F(Input, ReadsCutAndDamagedArchivesAsFarAsTheyGo) {
         const std::string path = std::string("whole.") + format.name;
         {
             Packed packed(path, format.format, format.filter);
-            for (int i = 0; i < 40; ++i) {
+            for (int i = 0; i < 16; ++i) {
                 packed.Add("device-" + std::to_string(i) + ".log", LogLines(i * 100, 100));
             }
         }
         const std::string whole = ReadFile(path);
         std::size_t most = 0;
-        for (std::size_t eighth = 1; eighth < 8; ++eighth) {
+        for (const std::size_t eighth : {1, 4, 7}) {
             WriteFile("cut", whole.substr(0, whole.size() * eighth / 8));
             const Result cut = Post({"log", "cut", "--json"});
             EXPECT_NE(cut.code, 0) << path << eighth;
@@ -444,7 +444,7 @@ TEST_F(Input, ReadsCutAndDamagedArchivesAsFarAsTheyGo) {
         // Blocks of xz and bzip2 can only be unpacked whole.
         const bool inBlocks = format.filter == ARCHIVE_FILTER_XZ || format.filter == ARCHIVE_FILTER_BZIP2 ||
                               format.filter == ARCHIVE_FILTER_ZSTD;
-        EXPECT_GE(most, inBlocks ? 0U : 3000U) << path;
+        EXPECT_GE(most, inBlocks ? 0U : 1200U) << path;
         std::string noise = whole;
         for (std::size_t i = 20; i < noise.size(); i += 1 + noise.size() / 50) {
             noise[i] = static_cast<char>(noise[i] ^ 0x55);

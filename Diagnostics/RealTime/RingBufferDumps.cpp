@@ -20,7 +20,7 @@ namespace {
 
 constexpr auto kBegin = Catalogue::Concatenated("\r\n", Catalogue::kRingDumpBegin, "\r\n\r\n");
 constexpr auto kEnd = Catalogue::Concatenated("\r\n", Catalogue::kRingDumpEnd, "\r\n");
-constexpr int kTextSize = 255;
+constexpr int kDumpTextSize = 255;
 constexpr long kMapReadWrite = 3;
 
 void WriteFormatted(char* buffer, int bufferLength, void* file, const char* text) {
@@ -62,7 +62,7 @@ void WriteSegmentRings(const RingDirectory* directory, std::uint32_t size, void*
     const auto* records = static_cast<const RingBufferData*>(start);
     std::uint32_t room = (size - RING_DIRECTORY_SIZE) / RING_RECORD_SIZE;
     for (int i = 0; i < RING_COUNT; ++i) {
-        char text[kTextSize] = {};
+        char text[kDumpTextSize] = {};
         _snprintf_s_helper(text, sizeof(text), sizeof(text), "%s%d%s\r\n", Catalogue::kRingHeadingBegin, i,
                            Catalogue::kRingHeadingEnd);
         _WriteSingleLine(file, text);
@@ -108,9 +108,9 @@ void DumpRingBuffersUnformatted(const wchar_t* path, int backups) {
             return;
         }
         const HandleGuard guard(file);
-        char text[kTextSize];
-        WriteDiagnosticsFileHeader(text, kTextSize, file, Nima::Catalogue::kRingDumpTitle);
-        _DumpRingBuffersUnformatted(text, kTextSize, file);
+        char text[kDumpTextSize];
+        WriteDiagnosticsFileHeader(text, kDumpTextSize, file, Nima::Catalogue::kRingDumpTitle);
+        _DumpRingBuffersUnformatted(text, kDumpTextSize, file);
     });
 }
 
@@ -134,8 +134,8 @@ int DumpRingBuffersUnformattedEx(const wchar_t* path, int backups) {
             return 0;
         }
         const HandleGuard guard(file);
-        char text[kTextSize];
-        WriteDiagnosticsFileHeader(text, kTextSize, file, Nima::Catalogue::kRingDumpTitle);
+        char text[kDumpTextSize];
+        WriteDiagnosticsFileHeader(text, kDumpTextSize, file, Nima::Catalogue::kRingDumpTitle);
         _WriteSingleLine(file, kBegin.data());
         GuardedCall([&] { WriteSegmentRings(segment.directory(), size, file); });
         _WriteSingleLine(file, kEnd.data());

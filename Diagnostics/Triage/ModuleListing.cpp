@@ -4,6 +4,7 @@
 #include "Diagnostics/RealTime/RingBufferMgr.h"
 #include "Diagnostics/TraceImpl.h"
 #include "Diagnostics/Triage/OutputAdapter.h"
+#include "catalogue/Failures.h"
 #include "catalogue/Marks.h"
 #include "catalogue/Text.h"
 #include "platform/Modules.h"
@@ -19,7 +20,6 @@ namespace {
 constexpr int kSnapshotOfModules = 2;
 constexpr int kNoSnapshot = -1;
 constexpr std::uint32_t kModuleRecordSize = 2076;
-constexpr int kNativeException = 1;
 
 class PlatformModules final : public ModuleSource {
   public:
@@ -54,7 +54,7 @@ int WriteModules(ModuleSource& source, int snapshot, char* scratch, int size, Ou
         RecordInternalDiagnosticEvent(kFirstModuleFailed, errno, 0, 0, 0);
         return 0;
     }
-    const bool seeksFault = callback != nullptr && callback->failureType() == kNativeException;
+    const bool seeksFault = callback != nullptr && callback->failureType() == Catalogue::kNativeException;
     _WriteSingleLineOutput(adapter, "BaseAddr   BaseSize   Base+Size  Module\r\n");
     do {
         if (seeksFault && Holds(module, static_cast<std::uint32_t>(callback->faultAddress()))) {

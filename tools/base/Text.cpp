@@ -90,10 +90,6 @@ void AppendNumber(std::string& out, Number value, int base) {
     out.append(digits.data(), result.ptr);
 }
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 char Lower(char c) {
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }

@@ -6,6 +6,10 @@
 
 namespace NimaPost {
 
+constexpr bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
 /// Appends text from a device in a form that a terminal only displays: control characters and bytes that are
 /// not UTF-8 become \xNN; characters that are invisible or turn the direction of text around become \uNNNN.
 void AppendPrintable(std::string& out, std::string_view text);

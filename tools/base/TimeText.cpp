@@ -15,10 +15,6 @@ constexpr std::size_t kPlaces = 9;
 /// Three centuries, so that sums of a few times stay within 64 bits.
 constexpr std::int64_t kLongest = 10'000 * kDay;
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 /// "26", "26.5" and so on, as a whole number and billionths.
 struct Decimal {
     std::int64_t whole = 0;

@@ -194,7 +194,7 @@ int ShowCrash(Context& context, const InputFile& file, const SymbolOptions& symb
     return ExitCodeOf(findings);
 }
 
-struct Options {
+struct CrashOptions {
     InputOptions input;
     SymbolOptions symbols;
     SelectionOptions selection;
@@ -276,7 +276,7 @@ class CrashFiles {
 };
 
 /// The crashes of a device as its whole story places them, since that is what times and boots come from.
-int ShowSelected(Context& context, const Options& options, const DeviceInput& input, Findings& findings,
+int ShowSelected(Context& context, const CrashOptions& options, const DeviceInput& input, Findings& findings,
                  std::size_t& shown) {
     Story story(context.names);
     Selection selection;
@@ -321,7 +321,7 @@ int ShowSelected(Context& context, const Options& options, const DeviceInput& in
 }
 
 /// One file of a device, with the crash that it is of.
-int ListFile(Context& context, const Options& options, const EvidenceFile& file, const Story& story,
+int ListFile(Context& context, const CrashOptions& options, const EvidenceFile& file, const Story& story,
              const Findings& inherited) {
     const auto found = std::find_if(story.Files().begin(), story.Files().end(),
                                     [&](const FolderFile& each) { return each.name == file.name; });
@@ -348,7 +348,7 @@ bool IsCrash(std::string_view front, std::uint64_t /*size*/) {
 }
 
 /// For people, a folder's crashes one after the other, whichever files tell of them.
-int ShowAll(Context& context, const Options& options) {
+int ShowAll(Context& context, const CrashOptions& options) {
     std::size_t crashes = 0;
     const int code = RunOnInput(
         context, options.input,
@@ -366,7 +366,7 @@ int ShowAll(Context& context, const Options& options) {
 }
 
 /// For programs, file by file.
-int ListAll(Context& context, const Options& options) {
+int ListAll(Context& context, const CrashOptions& options) {
     const Device* read = nullptr; // Files come device by device.
     std::unique_ptr<Story> story;
     const auto list = [&](EvidenceFile& file, Device& device, Findings& findings) {
@@ -385,7 +385,7 @@ int ListAll(Context& context, const Options& options) {
     return RunOnEvidence(context, options.input, {"crash log or stack trace", IsCrash}, list);
 }
 
-int RunCrash(Context& context, const Options& options) {
+int RunCrash(Context& context, const CrashOptions& options) {
     if (options.selection == SelectionOptions()) {
         return context.json ? ListAll(context, options) : ShowAll(context, options);
     }
@@ -398,7 +398,7 @@ int RunCrash(Context& context, const Options& options) {
 } // namespace
 
 void AddCrashCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<CrashOptions>();
     CLI::App* command =
         AddCommand(app, context, "crash", "A crash log or a stack-trace file as a short summary");
     AddInputOptions(*command, options->input, "FILE", "The crash log, or a stack-trace file");

@@ -29,7 +29,7 @@ constexpr std::size_t kMostLines = 20;
 /// Of the time before a crash.
 constexpr std::int64_t kUsuallyBefore = 60 * kSecond;
 
-struct Options {
+struct DiffOptions {
     std::array<std::string, 2> folders;
     std::vector<std::string> devices;
     std::vector<std::size_t> crashes;
@@ -88,7 +88,7 @@ struct Part {
 };
 
 /// With a crash, --within is about the time before it. False, with the reason, for what cannot be understood.
-bool Prepare(const Options& options, Part& part, std::string& problem) {
+bool Prepare(const DiffOptions& options, Part& part, std::string& problem) {
     SelectionOptions selection = options.selection;
     if (!options.crashes.empty() && !selection.within.empty()) {
         if (!selection.around.empty()) {
@@ -106,7 +106,7 @@ bool Prepare(const Options& options, Part& part, std::string& problem) {
     return part.selection.Prepare(selection, problem);
 }
 
-bool FindDevice(const Options& options, std::size_t number, Side& side, Evidence& evidence,
+bool FindDevice(const DiffOptions& options, std::size_t number, Side& side, Evidence& evidence,
                 std::string& problem) {
     const bool found =
         FindDevices({{side.folder}, options.DeviceIn(number), options.limits}, false, evidence, problem);
@@ -119,7 +119,7 @@ bool FindDevice(const Options& options, std::size_t number, Side& side, Evidence
     return found;
 }
 
-bool ReadSide(const Context& context, const Options& options, std::size_t number, Side& side,
+bool ReadSide(const Context& context, const DiffOptions& options, std::size_t number, Side& side,
               std::string& problem) {
     side.folder = options.folders[number];
     Story story(context.names);
@@ -163,7 +163,7 @@ Json SideJson(const Side& side) {
             {"seconds", side.profile.Seconds()}};
 }
 
-int RunDiff(Context& context, const Options& options) {
+int RunDiff(Context& context, const DiffOptions& options) {
     if (options.folders[0] == kStandardInput && options.folders[1] == kStandardInput) {
         return ReportUnusable(context, "standard input can be only one of the two");
     }
@@ -202,7 +202,7 @@ int RunDiff(Context& context, const Options& options) {
 } // namespace
 
 void AddDiffCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<DiffOptions>();
     CLI::App* command =
         AddCommand(app, context, "diff",
                    "Tracers, events and messages that only one of two folders has, and other rates");

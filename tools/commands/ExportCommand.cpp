@@ -10,7 +10,7 @@ namespace NimaPost {
 
 namespace {
 
-struct Options {
+struct ExportOptions {
     ExportTask task;
     std::string form{NameOf(TableForm::kJsonl)};
     std::string deviceFrom;
@@ -34,7 +34,7 @@ int PrintResult(Context& context, const std::string& folder, const ExportResult&
     return result.damagedCases > 0 ? kExitDamaged : ExitCodeOf(result.findings);
 }
 
-int RunExport(Context& context, Options& options) {
+int RunExport(Context& context, ExportOptions& options) {
     std::string problem;
     ExportTask& task = options.task;
     task.form = options.form == NameOf(TableForm::kCsv) ? TableForm::kCsv : TableForm::kJsonl;
@@ -61,7 +61,7 @@ int RunExport(Context& context, Options& options) {
 } // namespace
 
 void AddExportCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ExportOptions>();
     ExportTask& task = options->task;
     CLI::App* command = AddCommand(
         app, context, "export", "Many devices' folders and archives as tables for databases", Prints::kFiles);

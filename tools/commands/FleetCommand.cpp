@@ -17,7 +17,7 @@ namespace NimaPost {
 
 namespace {
 
-struct Options {
+struct FleetOptions {
     std::string database;
     std::string versionFrom;
     std::string page;
@@ -86,7 +86,7 @@ Json TotalsJson(const FleetTotals& totals) {
     return {{"devices", totals.devices}, {"cases", totals.cases}, {"crashes", totals.crashes}};
 }
 
-void PrintJson(Context& context, const Options& options, const Fleet& fleet) {
+void PrintJson(Context& context, const FleetOptions& options, const Fleet& fleet) {
     Json json{{"database", ToUtf8(options.database)}};
     json.update(TotalsJson(fleet.totals));
     json["output"] = options.page.empty() ? Json() : Json(ToUtf8(options.page));
@@ -98,7 +98,7 @@ void PrintJson(Context& context, const Options& options, const Fleet& fleet) {
     PrintObject(context, json);
 }
 
-void PrintText(Context& context, const Options& options, const Fleet& fleet) {
+void PrintText(Context& context, const FleetOptions& options, const Fleet& fleet) {
     const auto counted = [](std::int64_t count, const char* noun) {
         return Counted(static_cast<std::uint64_t>(count), noun);
     };
@@ -115,7 +115,7 @@ void PrintText(Context& context, const Options& options, const Fleet& fleet) {
     }
 }
 
-void WritePage(Output& out, const Options& options, const Database& database, const Fleet& fleet) {
+void WritePage(Output& out, const FleetOptions& options, const Database& database, const Fleet& fleet) {
     out.Write(FleetPageHead());
     out.Write("<script type=\"application/json\" id=\"data\">\n");
     WriteForPage(out, {{"tool", "nima-post " NIMA_POST_VERSION},
@@ -128,7 +128,8 @@ void WritePage(Output& out, const Options& options, const Database& database, co
 }
 
 /// False, with the reason, if it could not be written.
-bool StorePage(const Options& options, const Database& database, const Fleet& fleet, std::string& problem) {
+bool StorePage(const FleetOptions& options, const Database& database, const Fleet& fleet,
+               std::string& problem) {
     struct stat status {};
     const FileIdentity own =
         stat(options.database.c_str(), &status) == 0 ? IdentityOf(status) : FileIdentity();
@@ -140,7 +141,7 @@ bool StorePage(const Options& options, const Database& database, const Fleet& fl
     return file.Finish(problem);
 }
 
-int RunFleet(Context& context, Options options) {
+int RunFleet(Context& context, FleetOptions options) {
     std::string problem;
     if (options.page == "-") {
         options.page = "/dev/stdout";
@@ -171,7 +172,7 @@ int RunFleet(Context& context, Options options) {
 } // namespace
 
 void AddFleetCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<FleetOptions>();
     CLI::App* command =
         AddCommand(app, context, "fleet", "What many devices die of, from a database of nima-post index");
     AddOption(*command, "DATABASE", options->database, "The database").Required().TypeName("FILE");

@@ -10,7 +10,7 @@ namespace NimaPost {
 
 namespace {
 
-struct Options {
+struct IndexOptions {
     IndexTask task;
     std::string deviceFrom;
 };
@@ -38,7 +38,7 @@ int PrintResult(Context& context, const std::string& database, const IndexResult
     return damaged ? kExitDamaged : kExitFine;
 }
 
-int RunIndex(Context& context, Options& options) {
+int RunIndex(Context& context, IndexOptions& options) {
     std::string problem;
     if (!options.deviceFrom.empty()) {
         options.task.deviceFrom = Pattern::Compile(options.deviceFrom, false, problem);
@@ -62,7 +62,7 @@ int RunIndex(Context& context, Options& options) {
 } // namespace
 
 void AddIndexCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<IndexOptions>();
     IndexTask& task = options->task;
     CLI::App* command =
         AddCommand(app, context, "index", "Many devices' folders and archives into one database");

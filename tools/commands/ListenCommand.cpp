@@ -28,7 +28,7 @@ constexpr int kLongestWait = 250;
 /// How much is shown of a datagram that is not a notification.
 constexpr std::size_t kMostShown = 256;
 
-struct Options {
+struct ListenOptions {
     std::uint16_t port = Nima::Catalogue::kNotificationPort;
     std::string collect;
     std::uint64_t count = 0;
@@ -141,7 +141,7 @@ void PrintStrange(Context& context, const Received& received) {
     text += cut ? "\" ...\n" : "\"\n";
 }
 
-int RunListen(Context& context, const Options& options) {
+int RunListen(Context& context, const ListenOptions& options) {
     std::string problem;
     std::optional<StackTraceCollector> collector;
     if (!options.collect.empty() && !(collector = StackTraceCollector::Open(options.collect, problem))) {
@@ -182,7 +182,7 @@ int RunListen(Context& context, const Options& options) {
 } // namespace
 
 void AddListenCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ListenOptions>();
     CLI::App* command =
         AddCommand(app, context, "listen",
                    "Receives crash notifications as processes send them, until Ctrl-C", Prints::kAsItComes);

@@ -28,7 +28,7 @@ namespace NimaPost {
 
 namespace {
 
-struct Options {
+struct LogOptions {
     InputOptions input;
     std::vector<std::string> levels;
     std::vector<std::string> tracers;
@@ -39,7 +39,7 @@ struct Options {
     bool follow = false;
 };
 
-bool MakeFilter(const Options& options, LogFilter& filter, std::string& problem) {
+bool MakeFilter(const LogOptions& options, LogFilter& filter, std::string& problem) {
     for (const std::string& level : options.levels) {
         if (!filter.AddLevel(level)) {
             problem = "no level \"" + level + "\": ";
@@ -295,7 +295,7 @@ int ShowLogs(Context& context, const DeviceInput& input, const Findings& finding
 }
 
 /// Both remember what they have judged, so each device has its own.
-bool Prepare(const Options& options, LogFilter& filter, Selection& selection, std::string& problem) {
+bool Prepare(const LogOptions& options, LogFilter& filter, Selection& selection, std::string& problem) {
     if (!MakeFilter(options, filter, problem) || !selection.Prepare(options.selection, problem)) {
         return false;
     }
@@ -315,7 +315,7 @@ bool SelectsOnlyTexts(const SelectionOptions& options) {
     return options == texts;
 }
 
-int RunFollow(Context& context, const Options& options) {
+int RunFollow(Context& context, const LogOptions& options) {
     LogFilter filter;
     Selection selection;
     std::string problem;
@@ -333,7 +333,7 @@ int RunFollow(Context& context, const Options& options) {
                : ReportUnusable(context, "--follow takes one file");
 }
 
-int RunLog(Context& context, const Options& options) {
+int RunLog(Context& context, const LogOptions& options) {
     std::string problem;
     if (options.follow) {
         return RunFollow(context, options);
@@ -353,7 +353,7 @@ int RunLog(Context& context, const Options& options) {
 } // namespace
 
 void AddLogCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<LogOptions>();
     CLI::App* command = AddCommand(app, context, "log", "Text logs in the order of time", Prints::kList);
     AddInputOptions(*command, options->input, "FILE", "Logs, whose backups (FILE.1 ...) are read as well");
     AddOption(*command, "--level", options->levels, "Only these levels; WARN+ for WARN and more severe")

@@ -22,7 +22,7 @@ constexpr std::size_t kDefaultRows = 200000;
 /// What a browser opens within two seconds.
 constexpr std::size_t kMostRows = 1000000;
 
-struct Options {
+struct ReportOptions {
     FolderOptions files;
     SymbolOptions symbols;
     std::size_t rows = kDefaultRows;
@@ -70,7 +70,7 @@ Crash Headline(const Story& story) {
 }
 
 /// What symbols say about the folder's stack traces.
-StackSymbols Resolve(const Options& options, const Story& story, Findings& findings) {
+StackSymbols Resolve(const ReportOptions& options, const Story& story, Findings& findings) {
     StackSymbols symbols;
     const auto* const source = story.Find<StackTraceSource>();
     if (source == nullptr) {
@@ -91,7 +91,7 @@ StackSymbols Resolve(const Options& options, const Story& story, Findings& findi
     return symbols;
 }
 
-void WritePage(Output& out, const Options& options, const Story& story, Selection& selection,
+void WritePage(Output& out, const ReportOptions& options, const Story& story, Selection& selection,
                const Names& names, const StackSymbols& symbols) {
     Rows rows(options.rows, names);
     const CrashRows crashRows = TakeRows(story, selection, rows);
@@ -127,8 +127,8 @@ void WritePage(Output& out, const Options& options, const Story& story, Selectio
     out.Write(ReportPageTail());
 }
 
-FolderResult WriteReport(const Options& options, const Story& story, Selection& selection, const Names& names,
-                         Output& out) {
+FolderResult WriteReport(const ReportOptions& options, const Story& story, Selection& selection,
+                         const Names& names, Output& out) {
     Findings findings;
     WritePage(out, options, story, selection, names, Resolve(options, story, findings));
     const std::string title = Headline(story).title;
@@ -140,7 +140,7 @@ FolderResult WriteReport(const Options& options, const Story& story, Selection& 
 } // namespace
 
 void AddReportCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ReportOptions>();
     CLI::App* command = AddFolderCommand(
         app, context, "report", "Everything in a folder as one page for a browser, which needs no network",
         "File to write", options->files);

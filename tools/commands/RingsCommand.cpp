@@ -19,7 +19,7 @@ namespace NimaPost {
 
 namespace {
 
-struct Options {
+struct RingsOptions {
     InputOptions input;
     std::vector<std::string> rings;
     SelectionOptions selection;
@@ -248,7 +248,7 @@ void PrintEvents(Context& context, const InputFile& file, const Chosen& chosen) 
     }
 }
 
-void PrintJson(Context& context, const Options& options, const InputFile& file, const RingSet& set,
+void PrintJson(Context& context, const RingsOptions& options, const InputFile& file, const RingSet& set,
                const Chosen& chosen, const Findings& findings) {
     JsonDocument document(context.out);
     document.Member("file", ToUtf8(file.Path()));
@@ -295,7 +295,8 @@ std::optional<RingSet> Read(const InputFile& file, Findings& findings) {
 }
 
 /// Rings of a folder, as `show` tells them.
-int RunRingsView(Context& context, const Options& options, const DeviceInput& input, Findings& findings) {
+int RunRingsView(Context& context, const RingsOptions& options, const DeviceInput& input,
+                 Findings& findings) {
     return RunView(context, input, findings, options.selection, [&](const TimelineEvent& event) {
         return event.kind == EventKind::kRing &&
                (options.rings.empty() ||
@@ -304,7 +305,7 @@ int RunRingsView(Context& context, const Options& options, const DeviceInput& in
     });
 }
 
-void PrintSet(Context& context, const Options& options, const InputFile& file, const RingSet& set,
+void PrintSet(Context& context, const RingsOptions& options, const InputFile& file, const RingSet& set,
               const Chosen& chosen, const Findings& findings) {
     if (context.format == Format::kJson) {
         PrintJson(context, options, file, set, chosen, findings);
@@ -324,7 +325,7 @@ void PrintSet(Context& context, const Options& options, const InputFile& file, c
     }
 }
 
-int ShowRings(Context& context, const Options& options, const InputFile& file, Findings& findings) {
+int ShowRings(Context& context, const RingsOptions& options, const InputFile& file, Findings& findings) {
     Selection selection;
     std::string problem;
     if (!selection.Prepare(options.selection, problem)) {
@@ -352,7 +353,7 @@ int ShowRings(Context& context, const Options& options, const InputFile& file, F
     return ExitCodeOf(findings);
 }
 
-int RunRings(Context& context, const Options& options) {
+int RunRings(Context& context, const RingsOptions& options) {
     return RunOnInput(
         context, options.input,
         [&](const InputFile& file, Findings& findings) {
@@ -366,7 +367,7 @@ int RunRings(Context& context, const Options& options) {
 } // namespace
 
 void AddRingsCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<RingsOptions>();
     CLI::App* command =
         AddCommand(app, context, "rings", "The rings: the segment, or a text dump of it", Prints::kList);
     AddInputOptions(*command, options->input, "FILE", "The segment \"System Ring Buffers\", or a text dump");

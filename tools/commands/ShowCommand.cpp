@@ -7,7 +7,7 @@ namespace NimaPost {
 
 namespace {
 
-struct Options {
+struct ShowOptions {
     InputOptions input;
     SelectionOptions selection;
 };
@@ -15,7 +15,7 @@ struct Options {
 } // namespace
 
 void AddShowCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<ShowOptions>();
     CLI::App* command = AddCommand(
         app, context, "show", "Everything in a folder in one order of time, line by line", Prints::kList);
     AddInputOptions(*command, options->input, "FOLDER", "The folder that came back from the device");

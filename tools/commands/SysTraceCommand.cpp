@@ -16,7 +16,7 @@ namespace NimaPost {
 
 namespace {
 
-struct Options {
+struct SysTraceOptions {
     InputOptions input;
     std::vector<std::string> components;
     std::vector<std::string> levels;
@@ -57,7 +57,7 @@ std::string NoSuch(const std::string& kind, const std::string& text, std::uint32
            ", or a name of the dictionary";
 }
 
-bool MakeFilter(const Options& options, const Names& names, Filter& filter, std::string& problem) {
+bool MakeFilter(const SysTraceOptions& options, const Names& names, Filter& filter, std::string& problem) {
     for (const std::string& text : options.components) {
         const auto component = names.FindComponent(text);
         if (!component) {
@@ -284,7 +284,7 @@ int ShowTrace(Context& context, const Filter& filter, Selection& selection, cons
     return ExitCodeOf(findings);
 }
 
-int RunSysTrace(Context& context, const Options& options) {
+int RunSysTrace(Context& context, const SysTraceOptions& options) {
     Filter filter;
     std::string problem;
     if (!MakeFilter(options, context.names, filter, problem)) {
@@ -308,7 +308,7 @@ int RunSysTrace(Context& context, const Options& options) {
 } // namespace
 
 void AddSysTraceCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<SysTraceOptions>();
     CLI::App* command =
         AddCommand(app, context, "systrace", "The binary trace: a dump (\"SysTrace.bin\") or the segment",
                    Prints::kList);

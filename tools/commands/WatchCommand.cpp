@@ -34,7 +34,7 @@ constexpr std::size_t kUsualRecords = 10;
 /// How many notices stay on the screen.
 constexpr std::size_t kNotices = 4;
 
-struct Options {
+struct WatchOptions {
     std::string directory = ".";
     std::int64_t interval = 500;
     std::uint64_t count = 0;
@@ -45,7 +45,7 @@ struct Options {
 /// Looks at a folder's segments and shows the result in one of three ways.
 class Watch {
   public:
-    Watch(Context& context, const Options& options)
+    Watch(Context& context, const WatchOptions& options)
         : context_(context), options_(options), trace_(options.directory), rings_(options.directory) {
         if (!context.json && Screen::Possible()) {
             screen_.emplace(context.out);
@@ -210,7 +210,7 @@ class Watch {
     }
 
     Context& context_;
-    const Options& options_;
+    const WatchOptions& options_;
     LiveTrace trace_;
     LiveRings rings_;
     WatchTick tick_;
@@ -221,7 +221,7 @@ class Watch {
     std::optional<WatchControl> control_;
 };
 
-int RunWatch(Context& context, const Options& options) {
+int RunWatch(Context& context, const WatchOptions& options) {
     std::error_code error;
     if (!std::filesystem::is_directory(options.directory, error)) {
         return ReportUnusable(
@@ -248,7 +248,7 @@ int RunWatch(Context& context, const Options& options) {
 } // namespace
 
 void AddWatchCommand(CLI::App& app, Context& context, Run& run) {
-    auto options = std::make_shared<Options>();
+    auto options = std::make_shared<WatchOptions>();
     CLI::App* command = AddCommand(app, context, "watch",
                                    "The rings and the binary trace of a running process, live, until Ctrl-C",
                                    Prints::kAsItComes);

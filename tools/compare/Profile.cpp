@@ -1,6 +1,7 @@
 #include "tools/compare/Profile.h"
 
 #include "tools/base/CounterClock.h"
+#include "tools/base/Text.h"
 
 #include <algorithm>
 #include <array>
@@ -11,10 +12,6 @@ namespace {
 
 /// Firmware has some thousand; what has more than this builds its messages from something else than numbers.
 constexpr std::size_t kMostSayings = 100'000;
-
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
 
 bool IsLetter(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');

@@ -10,7 +10,7 @@ namespace NimaPost {
 
 namespace {
 
-constexpr std::size_t kMostLines = 10000;
+constexpr std::size_t kMostTraceLines = 10000;
 
 /// The other functions by which the handler is entered.
 constexpr std::string_view kAtTerminate = "terminateHandler";
@@ -91,7 +91,7 @@ StackTrace ReadStackTrace(std::string_view text, Findings& findings) {
     if (!text.empty() && !text.ends_with('\n')) {
         findings.Damage("line-cut", "The last line was cut short.");
     }
-    while (!text.empty() && trace.frames.size() + trace.report.size() < kMostLines) {
+    while (!text.empty() && trace.frames.size() + trace.report.size() < kMostTraceLines) {
         const std::string_view line = TakeLine(text);
         if (IsFrame(line)) {
             trace.frames.push_back(Printable(line));

@@ -12,7 +12,7 @@ namespace NimaPost {
 namespace {
 
 /// What a reader looks at.
-constexpr std::size_t kMostMessages = 30;
+constexpr std::size_t kMostShared = 30;
 constexpr std::size_t kMostDevices = 200;
 
 Json OrNull(const std::optional<std::string>& text) {
@@ -86,7 +86,7 @@ Json MessagesJson(const Database& database, const RankedSignature& signature, co
                      "ORDER BY 5 DESC, m.name, m.text");
     Json json = Json::array();
     shared.Start(signature.signature, signature.devices);
-    while (json.size() < kMostMessages && shared.Next()) {
+    while (json.size() < kMostShared && shared.Next()) {
         const auto found = healthy.messages.find(shared.Number(0));
         const std::int64_t others = found != healthy.messages.end() ? found->second : 0;
         if (others * kTenth < healthy.devices || healthy.devices == 0) {

@@ -9,7 +9,7 @@ namespace NimaPost {
 
 namespace {
 
-constexpr int kGzip = 15 + 16; ///< the largest window, with a gzip head and tail
+constexpr int kGzipWindow = 15 + 16; ///< the largest window, with a gzip head and tail
 
 } // namespace
 
@@ -32,7 +32,7 @@ struct GzipFront::State {
 
 GzipFront::GzipFront(const InputFile& file) : state_(std::make_unique<State>()) {
     state_->file = &file;
-    if (inflateInit2(&state_->stream, kGzip) != Z_OK) {
+    if (inflateInit2(&state_->stream, kGzipWindow) != Z_OK) {
         throw std::bad_alloc();
     }
 }

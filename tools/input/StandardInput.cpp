@@ -16,7 +16,7 @@ namespace NimaPost {
 
 namespace {
 
-constexpr std::size_t kBlock = 1 << 16;
+constexpr std::size_t kInputBlock = 1 << 16;
 
 } // namespace
 
@@ -25,7 +25,7 @@ InputFile ReadStandardInput(EvidenceStore& store) {
     if (fstat(STDIN_FILENO, &status) == 0 && S_ISREG(status.st_mode)) {
         store.AddInput(IdentityOf(status));
     }
-    std::vector<char> block(kBlock);
+    std::vector<char> block(kInputBlock);
     std::optional<bool> packed;
     for (;;) {
         const ssize_t got = read(STDIN_FILENO, block.data(), block.size());

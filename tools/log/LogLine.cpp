@@ -74,10 +74,6 @@ bool TakeThreadAndPriority(std::string_view& text, LogLine& line) {
     return true;
 }
 
-bool IsDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-
 /// The value of the eight characters at the front of a text, or nothing if they are not all digits. All are
 /// looked at together, since a counter is read for each line of a log.
 std::optional<std::int64_t> ReadEightDigits(const char* text) {

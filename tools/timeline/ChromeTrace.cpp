@@ -58,9 +58,9 @@ constexpr std::size_t TrackOf(std::size_t thread) {
 /// Entries of each kind in each second.
 using Rates = std::map<std::int64_t, std::array<std::uint64_t, kEventKinds>>;
 
-class TraceWriter {
+class ChromeWriter {
   public:
-    TraceWriter(Output& out, const Names& names, const Story& story, Selection& selection)
+    ChromeWriter(Output& out, const Names& names, const Story& story, Selection& selection)
         : out_(out), threads_(names), story_(story), selection_(selection), device_(DeviceProcess(story)) {}
 
     void Write() {
@@ -288,7 +288,7 @@ class TraceWriter {
 } // namespace
 
 std::uint64_t WriteChromeTrace(const Story& story, const Names& names, Selection& selection, Output& out) {
-    TraceWriter writer(out, names, story, selection);
+    ChromeWriter writer(out, names, story, selection);
     writer.Write();
     return writer.Count();
 }

@@ -3,13 +3,13 @@
 namespace NimaPost {
 
 InternedTexts::Entry InternedTexts::NumberOf(std::string_view text) {
-    constexpr std::size_t kMostTexts = 1 << 14;
+    constexpr std::size_t kMostInterned = 1 << 14;
     constexpr std::size_t kLongestText = 256;
     const auto known = numbers_.find(text);
     if (known != numbers_.end()) {
         return {known->second, false};
     }
-    if (numbers_.size() == kMostTexts || text.size() > kLongestText) {
+    if (numbers_.size() == kMostInterned || text.size() > kLongestText) {
         return {};
     }
     const std::uint64_t number = numbers_.size() + 1;

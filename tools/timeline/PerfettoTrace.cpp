@@ -19,7 +19,14 @@ namespace NimaPost {
 namespace {
 
 /// Ranges of track numbers: each kind of track has those from its own on.
-enum class TrackKind : std::uint64_t { kProcess = 1, kNoThread, kCrashes, kThread, kKindCounter, kCounter };
+enum class TrackKind : std::uint64_t {
+    kProcess = 1,
+    kWithoutThread,
+    kCrashes,
+    kThread,
+    kKindCounter,
+    kCounter
+};
 
 constexpr std::uint64_t TrackOf(TrackKind kind, std::size_t number) {
     return static_cast<std::uint64_t>(kind) << 32 | number;
@@ -28,9 +35,9 @@ constexpr std::uint64_t TrackOf(TrackKind kind, std::size_t number) {
 /// No firmware has more; bytes that are none of a name must not become ever more counters.
 constexpr std::size_t kMostComponents = 1000;
 
-class TraceWriter {
+class PerfettoWriter {
   public:
-    TraceWriter(Output& out, const Names& names, const Story& story, Selection& selection)
+    PerfettoWriter(Output& out, const Names& names, const Story& story, Selection& selection)
         : packets_(out),
           threads_(names),
           story_(story),
@@ -79,7 +86,7 @@ class TraceWriter {
         for (const std::size_t process : used_) {
             const std::uint64_t track = TrackOf(TrackKind::kProcess, process);
             packets_.Process(track, process, ProcessTitle(story_, process));
-            packets_.Other(TrackOf(TrackKind::kNoThread, process), track, kNoThreadTitle);
+            packets_.Other(TrackOf(TrackKind::kWithoutThread, process), track, kNoThreadTitle);
             if (crashed.contains(process)) {
                 packets_.Other(TrackOf(TrackKind::kCrashes, process), track, "crashes");
             }
@@ -100,8 +107,9 @@ class TraceWriter {
     void Instant(const TimelineEvent& event) {
         const auto kind = static_cast<std::size_t>(event.kind);
         const auto thread = threads_.NumberOf(event);
-        const std::uint64_t track = thread ? TrackOf(TrackKind::kThread, *thread)
-                                           : TrackOf(TrackKind::kNoThread, event.process.value_or(device_));
+        const std::uint64_t track = thread
+                                        ? TrackOf(TrackKind::kThread, *thread)
+                                        : TrackOf(TrackKind::kWithoutThread, event.process.value_or(device_));
         title_.clear();
         AppendTitle(title_, event, [](std::string& text, std::string_view bytes) { text += ToUtf8(bytes); });
         packets_.Instant(track, Place(event.time), kTimelineKinds[kind].category, title_,
@@ -240,7 +248,7 @@ class TraceWriter {
 } // namespace
 
 std::uint64_t WritePerfettoTrace(const Story& story, const Names& names, Selection& selection, Output& out) {
-    TraceWriter writer(out, names, story, selection);
+    PerfettoWriter writer(out, names, story, selection);
     writer.Write();
     return writer.Count();
 }

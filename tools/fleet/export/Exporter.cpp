@@ -65,7 +65,7 @@ struct Written {
     std::string problem; ///< why it could not be written
 };
 
-using Result = std::variant<Written, Findings>;
+using Exported = std::variant<Written, Findings>;
 
 /// Which cases need not be written again, by device and content.
 class DoneCases {
@@ -85,10 +85,10 @@ class DoneCases {
     std::set<std::pair<std::string, std::string>> done_;
 };
 
-class Worker {
+class ExportWorker {
   public:
-    Worker(const std::vector<EvidencePart>& parts, const ExportTask& task, const Names& names,
-           const ExportFolder& folder, const DoneCases& done, OrderedResults<Result>& results)
+    ExportWorker(const std::vector<EvidencePart>& parts, const ExportTask& task, const Names& names,
+                 const ExportFolder& folder, const DoneCases& done, OrderedResults<Exported>& results)
         : parts_(parts),
           task_(task),
           names_(names),
@@ -140,7 +140,7 @@ class Worker {
     const ExportFolder& folder_;
     DeviceNames deviceNames_;
     const DoneCases& done_;
-    OrderedResults<Result>& results_;
+    OrderedResults<Exported>& results_;
 };
 
 class Exporting {
@@ -156,9 +156,9 @@ class Exporting {
             std::vector<EvidencePart> more = PartsOf(path, own);
             std::move(more.begin(), more.end(), std::back_inserter(parts));
         }
-        OrderedResults<Result> results(parts.size(), task_.threads);
-        const Worker worker(parts, task_, names_, folder_, done_, results);
-        const Crew<Result> crew(task_.threads, results, [&](std::size_t number) { worker.Read(number); });
+        OrderedResults<Exported> results(parts.size(), task_.threads);
+        const ExportWorker worker(parts, task_, names_, folder_, done_, results);
+        const Crew<Exported> crew(task_.threads, results, [&](std::size_t number) { worker.Read(number); });
         for (std::size_t number = 0; number < parts.size() && problem_.empty(); ++number) {
             Progress::Note(parts[number].path, number, parts.size());
             Take(results, number);
@@ -169,7 +169,7 @@ class Exporting {
     }
 
   private:
-    void Take(OrderedResults<Result>& results, std::size_t number) {
+    void Take(OrderedResults<Exported>& results, std::size_t number) {
         while (problem_.empty()) {
             auto result = results.Get(number);
             if (!result) {
