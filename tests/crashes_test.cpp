@@ -9,6 +9,7 @@
 #include "tools/story/Selection.h"
 
 #include <array>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <string>
@@ -318,6 +319,19 @@ TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
     Json crash = CrashesTold().at(0);
     EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.447216000");
     EXPECT_EQ(crash["later_by_seconds"], 0);
+    // Where two dates leave nothing open, a third that was read 10 us sooner takes nothing from that.
+    const std::string calibrated(kTwoBoots, std::strstr(kTwoBoots, "500000100"));
+    WriteFile("device.log.1", calibrated + "445000005 <0x00000001:000> <WARN> <One> full\r\n");
+    WriteFile("device.log",
+              "445000006 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163105.15960, type=qpc\r\n");
+    for (const long long ticks : {893'216'007, 893'226'007}) {
+        WriteFile("crash.txt", CrashLogOf({"A", 7, ticks, 1}));
+        crash = CrashesTold().at(0);
+        EXPECT_EQ(std::pair(crash["certainty"], crash["date_cut_ns"]), std::pair(Json("exact"), Json(0)));
+    }
+    unlink("device.log.1");
+    WriteFile("device.log", kTwoBoots);
     // In the rings stands what the other process wrote. Of which boot it was, this head tells nothing.
     const std::string text = WithRecords(CrashLogOf({"A", 7, 893'216'007, 1}),
                                          {{"600", "0x00000002"}, {"893216000", "0x00000001"}});

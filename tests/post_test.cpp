@@ -104,14 +104,6 @@ std::vector<std::uint32_t> Arguments(const Json& record) {
     return record["arguments"];
 }
 
-/// Whether more than 5 ms lie between the line that filled the log and the calibration line that it caused.
-/// If a busy machine delays a writer just there, the log looks as if it had never been rewound.
-bool HeldUpWhereItRewound(const std::string& path) {
-    const std::vector<std::string> lines = Lines(ReadFile(path));
-    const long long step = std::stoll(lines.at(0)) - std::stoll(lines.at(1));
-    return (step < 0 ? step + 999'999'999 : step) > 5'000'000;
-}
-
 } // namespace
 
 TEST_F(PostMortem, ReadsWhatThreadsWroteIntoTheBinaryTraceInTheSegmentAndInADump) {
@@ -466,46 +458,21 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedOneTraceAfterTheOther) {
         write({{0x10001, 0x10002}, {0x20001, 0x20002}}, 100'000, 3'004'000'000).Finds("process-change"));
 }
 
+// Threads that trace but write no lines are of the process of the logs, unless they are too far away.
 TEST(Owners, OfRecordsAreTheProcessesThatHaveTheirThreads) {
     using namespace NimaPost;
     using Number = std::optional<std::size_t>;
     Processes processes;
     ProcessFacts facts;
     facts.boot = 3;
-    facts.threads = {0x1000, 0x2000, 0x5000};
+    facts.threads = {0x1000, 0x2000};
     processes.Add(facts);
-    facts.boot = 4;
-    facts.threads = {0x3000, 0x5000};
-    processes.Add(facts);
-    const auto of = [&](const std::set<std::uint32_t>& threads) {
-        ProcessFacts found;
-        found.threads = threads;
-        return Owners(processes, found);
-    };
-    // Threads that trace but write no lines are of the same process, unless they are too far away.
-    const Owners one = of({0x1000, 0x1100, 0xA0000000});
-    EXPECT_EQ(one.ProcessOf(0x1000), Number(1));
-    EXPECT_EQ(one.ProcessOf(0x1100), Number(1));
-    EXPECT_EQ(one.BootOf(0x1100), Number(3));
-    EXPECT_EQ(one.ProcessOf(0xA0000000), Number());
-    // Two processes wrote at the same time; both have had the last thread.
-    const Owners both = of({0x2000, 0x3000, 0x5000, 0x7000});
-    EXPECT_EQ(both.ProcessOf(0x2000), Number(1));
-    EXPECT_EQ(both.ProcessOf(0x3000), Number(2));
-    EXPECT_EQ(both.ProcessOf(0x5000), Number());
-    EXPECT_EQ(both.ProcessOf(0x7000), Number());
-    EXPECT_EQ(both.ProcessOf(std::nullopt), Number());
-    EXPECT_EQ(processes.All().size(), 2U);
-    // A process that no log tells of.
-    const Owners other = of({0x8000, 0x9000});
-    EXPECT_EQ(other.ProcessOf(0x9000), Number(3));
-    EXPECT_EQ(other.BootOf(0x9000), Number());
-    EXPECT_EQ(of({0x9000}).ProcessOf(0x9000), Number(3));
-    // One that wrote before a process of the logs in the trace has the lower number.
-    Processes ordered;
-    ordered.Announce({{0x8000}, {0x3000, 0x7000}, {0x6000}});
-    EXPECT_EQ(ordered.AddInOrder({processes[1], processes[2]}), (std::vector<std::size_t>{1, 3}));
-    EXPECT_EQ(ordered[2].threads, std::set<std::uint32_t>{0x8000});
+    facts.threads = {0x1000, 0x1100, 0xA0000000};
+    const Owners owners(processes, facts);
+    EXPECT_EQ(owners.ProcessOf(0x1000), Number(1));
+    EXPECT_EQ(owners.ProcessOf(0x1100), Number(1));
+    EXPECT_EQ(owners.BootOf(0x1100), Number(3));
+    EXPECT_EQ(owners.ProcessOf(0xA0000000), Number());
 }
 
 // A process that takes the rings over starts each one at slot 0.
@@ -598,30 +565,6 @@ std::string TiedBy(const Json& timeline, const std::string& code) {
 }
 
 } // namespace
-
-// The log of a killed process lacks its last lines, while trace and rings are complete.
-TEST_F(PostMortem, SaysThatWhatIsTiedToALogsLastLineMayBeLater) {
-    const int status = InChild([] {
-        TraceServices::ConfigureDefaultLog(L"device.log", 1 << 20, 0, true);
-        SysTraceConfigure();
-        NimaTrace("Feeder").WriteWarnV("the last line");
-        TRACE_RING_HANDLE panel = nullptr;
-        GetTraceRingBuffer(10, &panel);
-        WriteEventToRingBuffer(panel, 0, 0x51, 1, 2, 3, 4);
-        RTTrace_1(SYSTRACE_ID(9, 0, 3), 0xabc);
-        TraceServices::ShutdownTrace(true);
-        ::raise(SIGKILL);
-    });
-    ASSERT_TRUE(WIFSIGNALED(status));
-    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
-    const Json timeline = Json::parse(ReadFile("out.json"));
-    for (const char* code : {"trace-tied", "rings-tied"}) {
-        const std::string text = TiedBy(timeline, code);
-        EXPECT_NE(text.find("the last dated line of the logs"), std::string::npos) << text;
-        EXPECT_NE(text.find("later by any time"), std::string::npos) << text;
-        EXPECT_EQ(text.find("the latest possible"), std::string::npos) << text;
-    }
-}
 
 TEST_F(PostMortem, ReadsFilesThatWereCutAnywhere) {
     Block block;
@@ -785,44 +728,6 @@ TEST_F(PostMortem, FindsARingsNewestRecordByTheHeadOfItsDump) {
     for (const char* command : {"timeline", "report"}) {
         ASSERT_EQ(Post({command, ".", "-o", "out"}).code, 0);
         EXPECT_NE(ReadFile("out").find("nothing recorded shows for certain"), std::string::npos) << command;
-    }
-}
-
-TEST_F(PostMortem, PutsTheRoundsOfARewoundLogIntoTheirOrder) {
-    for (const int padding : {0, 13}) { // Lines of the same length meet at a boundary; others are torn there.
-        do {
-            unlink("rewound.log");
-            InGoodChild([padding] {
-                TraceServices::ConfigureDefaultLog(L"rewound.log", 20000, 0, true);
-                NimaTrace trace("Feeder");
-                for (int i = 0; i < 700; ++i) {
-                    trace.WriteWarnV("sheet %06d%s", i, std::string(padding == 0 ? 0 : i % 13, 'x').c_str());
-                }
-                TraceServices::ShutdownTrace(true);
-            });
-        } while (HeldUpWhereItRewound("rewound.log"));
-        const Result result = Post({"log", "rewound.log", "--json", "--tracer", "Feeder"});
-        ASSERT_EQ(result.code, 0) << result.output;
-        int last = -1;
-        std::size_t overwritten = 0;
-        const Json json = result.Parsed();
-        for (const Json& line : json["lines"]) {
-            const std::string message = line["message"];
-            if (!line.contains("continues")) {
-                const int number = std::stoi(message.substr(6, 6));
-                EXPECT_GT(number, last);
-                last = number;
-                overwritten += line["overwritten"].get<bool>() ? 1 : 0;
-            }
-        }
-        EXPECT_EQ(last, 699);
-        EXPECT_GT(overwritten, 5U);
-        EXPECT_LT(overwritten, json["lines"].size());
-        EXPECT_TRUE(result.Finds("rewound"));
-        // A pipe gets only lines.
-        const Result text = Post({"log", "rewound.log", "--tracer", "Feeder"});
-        EXPECT_EQ(Lines(text.output).size(), json["lines"].size());
-        EXPECT_NE(text.errors.find("older lines"), std::string::npos);
     }
 }
 

@@ -28,10 +28,12 @@ std::optional<Tie> TieOn(const LogClock& clock, std::int64_t counter, const RawD
     if (!unseen) {
         return std::nullopt;
     }
-    // Where the lines of the process are shown, so that all of them may be later alike.
+    // Where the lines of the process are shown, so that all of them may be later alike. A head that was dated
+    // sooner after its stamp than they were leaves microseconds less than nothing.
     const std::int64_t elapsed = step + *unseen * kCounterPeriod;
-    return Tie{counter, clock.wall.Earliest() + elapsed, TieKind::kHead,
-               narrowed.Earliest() + narrowed.Spread() - clock.wall.Earliest(), clock.process};
+    const std::int64_t later = narrowed.Earliest() + narrowed.Spread() - clock.wall.Earliest();
+    return Tie{counter, clock.wall.Earliest() + elapsed, TieKind::kHead, std::max<std::int64_t>(later, 0),
+               clock.process};
 }
 
 } // namespace
