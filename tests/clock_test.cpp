@@ -253,6 +253,22 @@ TEST_F(LogTimes, OfAnAppendedLogKnowTheirProcessAndBootAndNarrowNothingAcrossThe
     }
     EXPECT_EQ(logs.set.LikelyBoundOf(logs.entries[2])->assuming, std::string("clock-not-set"));
     EXPECT_NEAR(static_cast<double>(logs.set.LikelyBoundOf(logs.entries[2])->later), 9, 1);
+
+    // Of the first process one of two threads is left. The next one has the same threads; or it has others,
+    // far from the first one's, which writes on.
+    for (const std::uint32_t away : {0U, 1U << 30}) {
+        const std::int64_t opened = kBoot + 9 * kSecond;
+        WriteFile("b.log",
+                  process(kBoot, offset, 1) + Calibration(opened, opened + kSecond / 4 + offset, 9 + away) +
+                      Line(opened + 5, "<WARN> <A> one", 1) + Line(opened + 9, "<WARN> <A> two", 2 + away));
+        const Logs again({"b.log"});
+        ASSERT_EQ(again.Messages(), "C|one|two|C|one|two|");
+        EXPECT_EQ(again.entries[4].process, away == 0 ? 2U : 1U);
+        EXPECT_EQ(again.entries[4].boot, away == 0 ? 2U : 1U);
+        EXPECT_EQ(again.entries[5].process, 2U);
+        EXPECT_EQ(again.entries[5].boot, 2U);
+        EXPECT_EQ(FactsOf(again.set.Processes()[1]).linesProbable, away == 0);
+    }
 }
 
 TEST_F(LogTimes, OfADeviceWhoseClockBeginsWithEachBootTellNoBoots) {

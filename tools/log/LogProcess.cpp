@@ -11,6 +11,7 @@ namespace NimaPost {
 void LogProcess::Absorb(const LogProcess& other) {
     threads.insert(other.threads.begin(), other.threads.end());
     linesMayBeOlder = linesMayBeOlder || other.linesMayBeOlder;
+    hasThreadsOfBefore = hasThreadsOfBefore || other.hasThreadsOfBefore;
     ++logs;
     // Where a clock of the other belongs among these only one clock in common tells.
     const auto common = FindCommonClock(*this, other);
@@ -131,6 +132,10 @@ ProcessFacts FactsOf(const LogProcess& process) {
     if (process.linesMayBeOlder) {
         facts.linesProbable = true;
         facts.proof += "; its lines are probably its own: the thread that opened the log wrote none";
+    }
+    if (process.hasThreadsOfBefore) {
+        facts.linesProbable = true;
+        facts.proof += "; its lines are probably its own: the process before it has some of its threads, too";
     }
     facts.evidence = EvidenceCodeOf(process);
     const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||
