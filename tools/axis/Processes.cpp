@@ -72,7 +72,7 @@ std::vector<std::size_t> Processes::AddInOrder(const std::vector<ProcessFacts>& 
     }
     std::vector<Walk> walks;
     for (const Succession& succession : successions_) {
-        walks.push_back(Walk(succession, taken));
+        walks.emplace_back(succession, taken);
     }
     std::vector<std::size_t> numbers;
     for (const ProcessFacts& facts : all) {
