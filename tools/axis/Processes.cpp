@@ -26,7 +26,7 @@ std::vector<std::string> ProcessFacts::Doubts() const {
     add(doubtful, "boot");
     add(probablyOne, "one-process");
     add(linesProbable, "lines");
-    add(TimesAreAssumed(), "times");
+    add(assumed, "times");
     return doubts;
 }
 
