@@ -253,7 +253,8 @@ std::string WithRecords(std::string text, const std::vector<std::pair<std::strin
     std::string ring = std::string("\r\n\r\n") + Nima::Catalogue::kRingHeadingBegin +
                        std::to_string(Nima::Catalogue::kOwnRing) + Nima::Catalogue::kRingHeadingEnd + "\r\n";
     for (const auto& [counter, thread] : records) {
-        ring += counter + " " + thread + " 0x00000001 : 0x00000001 0x00000002 0x00000003 0x00000004\r\n";
+        ring.append(counter).append(" ").append(thread);
+        ring += " 0x00000001 : 0x00000001 0x00000002 0x00000003 0x00000004\r\n";
     }
     return text.insert(text.find(begin) + begin.size(), ring);
 }

@@ -26,7 +26,7 @@ std::vector<std::string> ProcessFacts::Doubts() const {
     add(doubtful, "boot");
     add(probablyOne, "one-process");
     add(linesProbable, "lines");
-    add(TimesAreAssumed(), "times");
+    add(assumed, "times");
     return doubts;
 }
 
@@ -72,7 +72,7 @@ std::vector<std::size_t> Processes::AddInOrder(const std::vector<ProcessFacts>& 
     }
     std::vector<Walk> walks;
     for (const Succession& succession : successions_) {
-        walks.push_back(Walk(succession, taken));
+        walks.emplace_back(succession, taken);
     }
     std::vector<std::size_t> numbers;
     for (const ProcessFacts& facts : all) {

@@ -23,17 +23,16 @@ struct ProcessFacts {
     std::string proof = {}; ///< in words: what tells that it is a process of its own, and its boot
     /// What tells the process and its boot, as a code.
     std::string evidence = "threads";
-    bool assumed = false;       ///< its times are those of records without dates
-    bool doubtful = false;      ///< another reading is possible; the words name it
-    bool probablyOne = false;   ///< it may be several with the same threads; the words say so
-    bool linesProbable = false; ///< they may be an older process's; the words say so
+    bool assumed = false;     ///< its times are those of records without dates, or of lines that may be older
+    bool doubtful = false;    ///< another reading is possible; the words name it
+    bool probablyOne = false; ///< it may be several with the same threads; the words say so
+    bool linesProbable = false; ///< they may be another process's; the words say so
     /// Which crash logs name; empty where none of it is known, or its host has set none.
     std::optional<std::uint64_t> bootCycle = {};
     /// Of records: the process that has their threads, where more than threads tells that it need not be
     /// theirs.
     std::optional<std::size_t> notOf = {};
 
-    bool TimesAreAssumed() const { return assumed || linesProbable; }
     /// What is only probable, as codes.
     std::vector<std::string> Doubts() const;
 };

@@ -248,7 +248,7 @@ class Summary {
             std::string line = "  " + ProcessInWords(i + 1, facts);
             if (facts.first && facts.last) {
                 line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
-                line += facts.TimesAreAssumed() ? " ?" : "";
+                line += facts.assumed ? " ?" : "";
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
             if (facts.linesProbable || facts.probablyOne ||

@@ -46,7 +46,8 @@ std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile&
 }
 
 void CrashSource::Announce(Processes& processes) const {
-    std::map<std::uint64_t, std::set<std::uint32_t>> threadsOf; // Of the processes that crashed, by boot cycle.
+    std::map<std::uint64_t, std::set<std::uint32_t>>
+        threadsOf; // Of the processes that crashed, by boot cycle.
     for (const auto& [file, crash] : All()) {
         if (const auto cycle = crash.log.BootCycle()) {
             const RingSet& rings = crash.log.rings;

@@ -3,6 +3,7 @@
 #include "tools/base/CounterClock.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 
 namespace NimaPost {
@@ -60,6 +61,7 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     process.collected = process.collected || run.collected;
     process.mayHaveRestarted = process.mayHaveRestarted || part.mayBeRestart;
     process.linesMayBeOlder = process.linesMayBeOlder || part.mayBeOlder;
+    process.hidesSeam = process.hidesSeam || part.hidesSeam;
     std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
                         std::inserter(process.threads, process.threads.end()));
     if (part.BoundsUptime()) {
@@ -79,8 +81,22 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     }
 }
 
+/// Two threads whose stacks are this near are of one process, wherever the system puts each process.
+constexpr std::int64_t kNearThread = 32LL << 20;
+
+/// Whether the part has threads, its opener included, beside the others and near one of them.
+bool OthersAreItsOwn(const LogPart& part) {
+    const auto isNearOther = [&](std::uint32_t thread) {
+        return !std::binary_search(part.others.begin(), part.others.end(), thread) &&
+               std::any_of(part.others.begin(), part.others.end(), [&](std::uint32_t other) {
+                   return std::abs(std::int64_t{thread} - std::int64_t{other}) < kNearThread;
+               });
+    };
+    return std::any_of(part.threads.begin(), part.threads.end(), isNearOther);
+}
+
 /// A process that writes on while another has the log open shows by its threads beside those of the other.
-void FindOthers(LogPart& part, const LogPart& opening, const LogProcess& before) {
+void FindOthers(LogPart& part, const LogPart& opening, const LogProcess& before, LogProcess& process) {
     part.others.clear();
     std::copy_if(part.threads.begin(), part.threads.end(), std::back_inserter(part.others),
                  [&](std::uint32_t thread) { return before.threads.contains(thread); });
@@ -89,6 +105,9 @@ void FindOthers(LogPart& part, const LogPart& opening, const LogProcess& before)
     };
     if (part.others.size() == part.threads.size() || !part.calibration || isOther(part) || isOther(opening)) {
         part.others.clear(); // A process like the one before, with the same identifiers.
+    } else if (OthersAreItsOwn(part)) {
+        part.others.clear(); // So it is, but of the one before only some of the threads are left.
+        process.hasThreadsOfBefore = true;
     }
 }
 
@@ -258,7 +277,7 @@ void FindProcesses(std::size_t log, std::vector<LogPart>& parts, const std::vect
         part.process = processes.size() - 1;
         LogProcess& process = processes.back();
         if (processes.size() - 1 > firstOfLog) {
-            FindOthers(part, parts[opening], processes[processes.size() - 2]);
+            FindOthers(part, parts[opening], processes[processes.size() - 2], process);
             part.othersProcess = part.others.empty() ? std::nullopt : std::optional(processes.size() - 2);
         }
         Include(process, part, runs[part.run]);

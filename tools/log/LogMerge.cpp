@@ -62,7 +62,9 @@ void LogMerge::Advance(Stream& stream) {
         entry.boot = stream.boot;
     }
     if (entry.part->process && entry.part->processIsKnown) {
-        entry.process = ProcessOf(entry) + 1;
+        const std::size_t process = ProcessOf(entry);
+        entry.process = process + 1;
+        entry.boot = process == *entry.part->process ? entry.boot : processes_[process].KnownBoot();
     }
     // What has no time goes with the line before it.
     const Key key{stream.boot != 0 ? stream.boot : kUnknownBoot,

@@ -11,6 +11,8 @@ namespace NimaPost {
 void LogProcess::Absorb(const LogProcess& other) {
     threads.insert(other.threads.begin(), other.threads.end());
     linesMayBeOlder = linesMayBeOlder || other.linesMayBeOlder;
+    hidesSeam = hidesSeam || other.hidesSeam;
+    hasThreadsOfBefore = hasThreadsOfBefore || other.hasThreadsOfBefore;
     ++logs;
     // Where a clock of the other belongs among these only one clock in common tells.
     const auto common = FindCommonClock(*this, other);
@@ -128,9 +130,16 @@ ProcessFacts FactsOf(const LogProcess& process) {
         facts.proof += "; probably one process wrote " + Counted(process.logs, "log") +
                        ": they share threads and fit one clock";
     }
+    facts.assumed = process.linesMayBeOlder || process.hidesSeam;
+    facts.linesProbable = facts.assumed || process.hasThreadsOfBefore;
     if (process.linesMayBeOlder) {
-        facts.linesProbable = true;
         facts.proof += "; its lines are probably its own: the thread that opened the log wrote none";
+    }
+    if (process.hidesSeam) {
+        facts.proof += "; its lines are probably its own: older ones may stand after the newest";
+    }
+    if (process.hasThreadsOfBefore) {
+        facts.proof += "; its lines are probably its own: the process before it has some of its threads, too";
     }
     facts.evidence = EvidenceCodeOf(process);
     const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||

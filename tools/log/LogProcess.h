@@ -60,6 +60,9 @@ struct LogProcess {
     bool collected = false; ///< of the boot in which the files were collected, which outweighs the evidence
     bool apart = false;     ///< so, but not the process before
     bool linesMayBeOlder = false; ///< all but its first one, which then are another's
+    bool hidesSeam = false;       ///< somewhere in its lines older ones may begin, of whichever process
+    /// The process before it has some of its threads, too, and may have written on beside it.
+    bool hasThreadsOfBefore = false;
     /// What follows a roll at which the clock was set may be by a process with the same threads, after a
     /// boot.
     bool mayHaveRestarted = false;

@@ -8,8 +8,6 @@ namespace NimaPost {
 
 namespace {
 
-constexpr Certainty kBoundByNothing{Certainty::kUnbounded, Certainty::kUnbounded};
-
 /// Whether a line was the one that filled a log, which then rolled and wrote a calibration line.
 bool Fills(const std::optional<LineStamp>& line, const LineStamp& calibration, std::int64_t within) {
     const std::int64_t step =
@@ -74,7 +72,7 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
         LogPart& part = parts[i];
         part.link = LinkOf(part, std::span(parts).subspan(i));
         if (part.hidesSeam || part.mayBeOlder) {
-            part.certainty = part.hidesSeam ? kBoundByNothing : Certainty::Assumed();
+            part.certainty = Certainty::Assumed();
         }
         if (part.date) {
             PlaceDated(part);
@@ -149,7 +147,7 @@ void TimePlacer::PlaceDated(LogPart& part) {
     if (!dated_->doubtful && (fit.misfit > kDateTakes || fit.unseen < 0)) {
         part.mayBeRestart = part.link == PartLink::kRolled;
         settings_.push_back({oldRun, dated_->start, part.run, part.mayBeRestart});
-        dated_->certainty = kBoundByNothing;
+        dated_->certainty = Certainty::Assumed();
     }
 }
 

@@ -143,8 +143,7 @@ Json PageData::Processes() const {
              {"words", ProcessInWords(json.size() + 1, facts)},
              {"first", Moment(facts.first)},
              {"last", Moment(facts.last)},
-             {"sure",
-              facts.TimesAreAssumed() ? Json(static_cast<int>(SurenessOf(Certainty::Assumed()))) : Json()},
+             {"sure", facts.assumed ? Json(static_cast<int>(SurenessOf(Certainty::Assumed()))) : Json()},
              {"threads", facts.threads.size()},
              {"proof", facts.proof}});
     }

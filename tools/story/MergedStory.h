@@ -5,12 +5,12 @@
 #include "tools/story/Selection.h"
 #include "tools/story/Story.h"
 
-#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -36,7 +36,9 @@ class MergedStory {
         std::size_t after = 0; ///< 0 for what stands where its time says
         std::int64_t time = 0;
 
-        auto operator<=>(const Place&) const = default;
+        bool operator<(const Place& other) const {
+            return std::tie(key, after, time) < std::tie(other.key, other.after, other.time);
+        }
     };
 
     Key KeyOf(const TimelineEvent& event) const;
