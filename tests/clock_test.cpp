@@ -530,6 +530,11 @@ TEST_F(LogTimes, OfAFullLogThatProcessesOpenedAreInTheirOrder) {
                 return Calibration(at, at + offset, thread) +
                        (buffered ? "" : Line(at + kMillisecond, "<WARN> <A> first", thread));
             };
+            // Of a process with the threads of the one before, no older line is known to be either's.
+            WriteFile("a.log", newer + old.substr(cut) + opening(second, 1));
+            const Logs alike({"a.log"});
+            EXPECT_FALSE(alike.entries.front().process);
+            EXPECT_TRUE(FactsOf(alike.set.Processes().front()).linesProbable);
             WriteFile("a.log",
                       newer + old.substr(cut) + opening(first, 4).substr(digitsLost) + opening(second, 2));
             const Logs logs({"a.log"});

@@ -12,6 +12,7 @@ void LogProcess::Absorb(const LogProcess& other) {
     threads.insert(other.threads.begin(), other.threads.end());
     linesMayBeOlder = linesMayBeOlder || other.linesMayBeOlder;
     hidesSeam = hidesSeam || other.hidesSeam;
+    sharesThreads = sharesThreads || other.sharesThreads;
     hasThreadsOfBefore = hasThreadsOfBefore || other.hasThreadsOfBefore;
     ++logs;
     // Where a clock of the other belongs among these only one clock in common tells.
@@ -131,12 +132,15 @@ ProcessFacts FactsOf(const LogProcess& process) {
                        ": they share threads and fit one clock";
     }
     facts.assumed = process.linesMayBeOlder || process.hidesSeam;
-    facts.linesProbable = facts.assumed || process.hasThreadsOfBefore;
+    facts.linesProbable = facts.assumed || process.sharesThreads || process.hasThreadsOfBefore;
     if (process.linesMayBeOlder) {
         facts.proof += "; its lines are probably its own: the thread that opened the log wrote none";
     }
     if (process.hidesSeam) {
         facts.proof += "; its lines are probably its own: older ones may stand after the newest";
+    }
+    if (process.sharesThreads) {
+        facts.proof += "; another process has its threads, and older lines of these may be either's";
     }
     if (process.hasThreadsOfBefore) {
         facts.proof += "; its lines are probably its own: the process before it has some of its threads, too";
