@@ -37,8 +37,8 @@ def kill(device_host, work, lines):
     return host.wait()
 
 
-def main():
-    device_host, nima_post, work = sys.argv[1], sys.argv[2], pathlib.Path(sys.argv[3])
+def differences(device_host, nima_post, work):
+    """Lets the hosts run; what is said otherwise than it should be."""
     shutil.rmtree(work, ignore_errors=True)
     work.mkdir(parents=True)
     lines = work.parent / "hosts.txt"
@@ -68,10 +68,20 @@ def main():
         expect("what is said of that", [earlier[key] for key in ("evidence", "doubts")], ["threads", ["times"]])
         expect("who wrote the records", numbers["binary"], {1, 2})
 
-    shutil.rmtree(work)
     lines.unlink()
-    print("\n".join(wrong))
-    return 1 if wrong else 0
+    return wrong
+
+
+def main():
+    device_host, nima_post, work = sys.argv[1], sys.argv[2], pathlib.Path(sys.argv[3])
+    # Of a host that was held up between its first line and the next, less is known.
+    for _ in range(3):
+        wrong = differences(device_host, nima_post, work)
+        if not wrong:
+            shutil.rmtree(work)
+            return 0
+        print("\n".join(wrong))
+    return 1
 
 
 if __name__ == "__main__":
