@@ -393,9 +393,51 @@ TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {
     EXPECT_NE(Lines(told).at(0).find("  the fuser is on fire (fuser.cpp, line 54)"), std::string::npos)
         << told;
     EXPECT_EQ(told.find("Failure reported by the host"), std::string::npos);
-    // Another crash log with that code: whose report it is, nothing tells.
-    WriteFile("crash.txt.1", CrashLogOf({}));
-    EXPECT_EQ(CrashesTold().size(), 3U);
+    // Of several crash logs with that code it belongs to the one that was written just before it, whatever
+    // other deaths are there.
+    const Json files = crashes[0]["files"];
+    const std::string report = files[1];
+    WriteFile("crash.txt", CrashLogOf({"31AC05", 20, 520'000'000, 42, "3"}));
+    WriteFile("crash.txt.1", CrashLogOf({"31AC05", 10, 510'000'000, 42, "2"}));
+    WriteFile("stacktrace1-1.txt", "0x1: (signalHandler+0x1)\n0x2: (Feed::Run()+0x8)\n");
+    SetModified("crash.txt.1", kMinute + 10);
+    SetModified("stacktrace1-1.txt", kMinute + 12);
+    SetModified("crash.txt", kMinute + 20);
+    SetModified(report, kMinute + 21);
+    const auto titles = [] {
+        std::string all;
+        for (const Json& crash : CrashesTold()) {
+            all += crash["title"].get<std::string>().substr(0, 12) + crash["perhaps_of"].dump() + " ";
+        }
+        return all;
+    };
+    const std::string joined = "Fatal error [] Fatal signal[] the fuser is[] ";
+    EXPECT_EQ(titles(), joined);
+    EXPECT_EQ(CrashesTold()[2]["files"], files);
+    // Each of two reports has its own, and a report without one has none.
+    WriteFile("stacktrace2-1.txt", ReadFile(report));
+    SetModified("stacktrace2-1.txt", kMinute + 11);
+    EXPECT_EQ(titles(), "the fuser is[] Fatal signal[] the fuser is[] ");
+    SetModified("stacktrace2-1.txt", kMinute + 90);
+    EXPECT_EQ(titles(), joined + "the fuser is[] ");
+    unlink("stacktrace2-1.txt");
+    // Nothing tells which where both were written at about that time, or where times were not kept.
+    const std::string undecided =
+        R"(Fatal error [] Failure repo[] Fatal signal[] the fuser is["crash.txt.1","crash.txt"] )";
+    for (const std::string& file : Listing(".")) {
+        SetModified(file, kMinute + 123'456);
+    }
+    EXPECT_EQ(titles(), undecided);
+    const std::string summary = Post({"summary", "."}).output;
+    EXPECT_NE(summary.find("At most 4 crashes\n"), std::string::npos) << summary;
+    EXPECT_NE(summary.find("     perhaps one crash with crash.txt.1 or crash.txt\n"), std::string::npos);
+    SetModified("crash.txt.1", kMinute + 14);
+    SetModified("crash.txt", kMinute + 15);
+    SetModified("stacktrace1-1.txt", kMinute + 16);
+    SetModified(report, kMinute + 17);
+    WriteFile("crash.txt", CrashLogOf({"31AC05", 15, 520'000'000, 42, "3"}));
+    SetModified("crash.txt", kMinute + 15);
+    EXPECT_EQ(titles(), undecided);
 }
 
 TEST_F(Crashes, EventsAreToldByTheirProcess) {

@@ -260,9 +260,12 @@ class Summary {
 
     void Crashes() {
         const std::vector<Crash>& crashes = story_.Crashes();
-        Heading(crashes.empty()       ? "No crash"
-                : crashes.size() == 1 ? "1 crash"
-                                      : std::to_string(crashes.size()) + " crashes");
+        const bool isSure = std::all_of(crashes.begin(), crashes.end(),
+                                        [](const Crash& crash) { return crash.perhapsOf.empty(); });
+        Heading(crashes.empty() ? "No crash"
+                : crashes.size() == 1
+                    ? "1 crash"
+                    : (isSure ? "" : "At most ") + std::to_string(crashes.size()) + " crashes");
         const std::size_t skip = crashes.size() - std::min(crashes.size(), kMostCrashes);
         if (skip > 0) {
             Line("  " + std::to_string(skip) + " older ones left out");
@@ -272,6 +275,9 @@ class Summary {
             std::string line = "  " + std::to_string(i + 1) + "  ";
             line += crash.time ? Marked(*crash.time, crash.certainty) + " " : "";
             Line(line + CrashCause(crash).InWords());
+            if (!crash.perhapsOf.empty()) {
+                Line("     " + DoubtInWords(crash, story_));
+            }
             if (const auto& kept = statistics_.firstErrors[i]) {
                 const TimelineEvent error = kept->Get();
                 Line("     first error before it: " + Marked(*error.time, error.certainty) +

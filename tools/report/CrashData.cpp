@@ -19,12 +19,12 @@ Json TimeJson(const Axis& axis, const std::optional<std::int64_t>& time) {
     return !time ? Json() : axis.HasWall() ? Json(WallTimeIso(*time)) : Json(MomentInWords(axis, *time));
 }
 
-Json FilesJson(const Crash& crash, const Story& story) {
-    Json files = Json::array();
-    for (const std::size_t file : crash.files) {
-        files.push_back(ToUtf8(story.Files()[file].name));
+Json FilesJson(const std::vector<std::size_t>& files, const Story& story) {
+    Json names = Json::array();
+    for (const std::size_t file : files) {
+        names.push_back(ToUtf8(story.Files()[file].name));
     }
-    return files;
+    return names;
 }
 
 } // namespace
@@ -39,6 +39,14 @@ std::string MomentInWords(const Axis& axis, std::int64_t time) {
     return text;
 }
 
+std::string DoubtInWords(const Crash& crash, const Story& story) {
+    std::string logs;
+    for (const std::size_t file : crash.perhapsOf) {
+        logs += (logs.empty() ? "perhaps one crash with " : " or ") + Printable(story.Files()[file].name);
+    }
+    return logs;
+}
+
 std::string TimeInWords(const Crash& crash, const Axis& axis) {
     return crash.time ? WithMark(MomentInWords(axis, *crash.time), crash.certainty) : "";
 }
@@ -51,7 +59,8 @@ Json DoubtJson(const ProcessFacts& facts) {
 Json CrashJson(const Crash& crash, const Story& story) {
     const std::string_view after = EvidenceInWords(crash.after);
     Json json{{"title", ToUtf8(crash.title)},
-              {"files", FilesJson(crash, story)},
+              {"files", FilesJson(crash.files, story)},
+              {"perhaps_of", FilesJson(crash.perhapsOf, story)},
               {"time", TimeJson(story.Time(), crash.time)},
               {"certainty", MarkOf(crash.certainty).code},
               {"assumed", crash.certainty.assumed},
@@ -104,6 +113,7 @@ std::vector<std::string> CrashLines(const Story& story) {
         for (const std::size_t file : crash.files) {
             more += ", " + Printable(story.Files()[file].name);
         }
+        more += crash.perhapsOf.empty() ? "" : ", " + DoubtInWords(crash, story);
         lines.push_back(line + " (" + more.substr(2) + ")");
     }
     return lines;

@@ -4,6 +4,7 @@
 #include "tools/crash/Notification.h"
 #include "tools/rings/RingSource.h"
 #include "tools/story/FileTimes.h"
+#include "tools/story/ReportMatch.h"
 
 #include <algorithm>
 #include <iterator>
@@ -25,11 +26,9 @@ class Finder {
 
     std::vector<Crash> Run() {
         TakeLogs();
-        for (Crash& death : Deaths()) {
-            if (!JoinReport(death)) {
-                deaths_.push_back(std::move(death));
-            }
-        }
+        fileTimes_ = axis_.HasWall() ? KnownFileTimes() : FileTimes();
+        deaths_ = Deaths();
+        JoinReports();
         for (Crash& crash : crashes_) {
             FindProcess(crash);
         }
@@ -89,25 +88,60 @@ class Finder {
     }
 
     /// A host that reports what it could not survive often has a crash log written first, with the same code.
-    bool JoinReport(Crash& death) {
-        const auto& host = death.stacks.front()->content.host;
-        Crash* match = nullptr;
-        for (Crash& crash : crashes_) {
-            if (host && host->code && crash.log->log.HasCode(*host->code)) {
-                if (match != nullptr) {
-                    return false;
-                }
-                match = &crash;
+    void JoinReports() {
+        std::vector<LogGaps> gaps;
+        for (const Crash& death : deaths_) {
+            gaps.push_back(GapsOf(death));
+        }
+        const std::vector<ReportMatch> matches = MatchReports(gaps);
+        std::vector<Crash> others;
+        for (std::size_t i = 0; i < matches.size(); ++i) {
+            Crash& death = deaths_[i];
+            if (matches[i].log) {
+                Join(crashes_[*matches[i].log], death);
+                continue;
             }
+            for (const std::size_t log : matches[i].perhaps) {
+                death.perhapsOf.push_back(crashes_[log].files.front());
+            }
+            StateDoubt(death);
+            others.push_back(std::move(death));
         }
-        if (match == nullptr || !match->stacks.empty()) {
-            return false;
+        deaths_ = std::move(others);
+    }
+
+    LogGaps GapsOf(const Crash& death) const {
+        const auto& host = death.stacks.front()->content.host;
+        const auto& written = files_[death.files.front()].modified;
+        LogGaps gaps;
+        for (const Crash& crash : crashes_) {
+            const bool hasCode = host && host->code && crash.log->log.HasCode(*host->code);
+            const auto& before = files_[crash.files.front()].modified;
+            gaps.push_back(!hasCode                                 ? std::nullopt
+                           : fileTimes_.Kept() && before && written ? GapBetween(*before, *written)
+                                                                    : std::optional<std::int64_t>(0));
         }
-        match->title = death.title;
-        match->stacks = std::move(death.stacks);
-        match->files.insert(match->files.end(), death.files.begin(), death.files.end());
-        match->processId = death.processId;
-        return true;
+        return gaps;
+    }
+
+    static void Join(Crash& crash, Crash& death) {
+        crash.title = death.title;
+        crash.stacks = std::move(death.stacks);
+        crash.files.insert(crash.files.end(), death.files.begin(), death.files.end());
+        crash.processId = death.processId;
+    }
+
+    void StateDoubt(const Crash& death) {
+        std::string logs;
+        for (const std::size_t log : death.perhapsOf) {
+            logs += (logs.empty() ? "" : " or ") + files_[log].name;
+        }
+        if (!logs.empty()) {
+            axis_.State({"report-uncertain", files_[death.files.front()].name +
+                                                 " is perhaps of one death with " + logs +
+                                                 ", by its code: nothing tells for certain, so that one "
+                                                 "crash may be listed as two."});
+        }
     }
 
     FileTimes KnownFileTimes() const {
@@ -134,14 +168,13 @@ class Finder {
         if (deaths_.empty()) {
             return;
         }
-        const FileTimes times = axis_.HasWall() ? KnownFileTimes() : FileTimes();
         std::optional<EventOrder::Key> last = lastEvents_.ofAll;
         for (const Crash& crash : crashes_) {
             last = crash.time ? std::max(last, std::optional(order_.KeyOf(crash.time, crash.boot))) : last;
         }
         for (Crash& death : deaths_) {
             const auto& modified = files_[death.files.front()].modified;
-            const auto written = modified ? times.Local(*modified) : std::nullopt;
+            const auto written = modified ? fileTimes_.Local(*modified) : std::nullopt;
             death.time = last ? std::optional(last->second + 1) : written;
             death.certainty = Certainty::Assumed();
             death.after = written ? CrashEvidence::kFileTime : CrashEvidence::kAssumed;
@@ -152,7 +185,7 @@ class Finder {
         }
         std::stable_sort(deaths_.begin(), deaths_.end(),
                          [](const Crash& a, const Crash& b) { return Latest(a) < Latest(b); });
-        StatePlaces(times.Kept());
+        StatePlaces(fileTimes_.Kept());
         for (Crash& death : deaths_) {
             Insert(std::move(death));
         }
@@ -179,19 +212,30 @@ class Finder {
         }
     }
 
+    /// Whether a crash log is later than a death can be.
+    bool IsLater(const Crash& crash, const Crash& death) const {
+        const auto& logged = files_[crash.files.front()].modified;
+        const auto& written = files_[death.files.front()].modified;
+        return crash.log != nullptr && crash.time &&
+               (*crash.time > Latest(death) ||
+                (fileTimes_.Kept() && logged && written && *logged > *written));
+    }
+
     /// After all crashes but those that are later than the death can be.
     void Insert(Crash death) {
-        const std::int64_t latest = Latest(death);
         auto at = crashes_.end();
-        while (order_.IsThatOfTimes() && at != crashes_.begin() && std::prev(at)->log != nullptr &&
-               std::prev(at)->time && *std::prev(at)->time > latest) {
+        while (order_.IsThatOfTimes() && at != crashes_.begin() && IsLater(*std::prev(at), death)) {
             --at;
+            if (death.time >= at->time) {
+                death.certainty.later += (*death.time - *at->time) / kSecond + 1;
+                death.time = *at->time - 1;
+            }
         }
         if (at == crashes_.begin()) {
             death.after = CrashEvidence::kNothing;
         }
         at = crashes_.insert(at, std::move(death));
-        if (std::next(at) != crashes_.end() && std::next(at)->after == CrashEvidence::kNothing) {
+        if (std::next(at) != crashes_.end()) {
             std::next(at)->after = CrashEvidence::kFileTime;
         }
     }
@@ -212,6 +256,7 @@ class Finder {
     const LastEvents& lastEvents_;
     Axis& axis_;
     EventOrder order_;
+    FileTimes fileTimes_;
     std::vector<Crash> crashes_;
     std::vector<Crash> deaths_; ///< that left only stack traces
 };

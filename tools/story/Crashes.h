@@ -21,6 +21,7 @@ struct Crash {
     const PlacedCrash* log = nullptr; ///< null where only stack traces tell of it
     std::vector<const StackTraceSource::Held*> stacks;
     std::vector<std::size_t> files;         ///< in the folder's files
+    std::vector<std::size_t> perhapsOf;     ///< the files of the crash logs of which one may be of this death
     std::optional<std::uint32_t> processId; ///< the system's
     std::optional<std::int64_t> time;       ///< on the axis; empty where nothing dates it
     Certainty certainty;
