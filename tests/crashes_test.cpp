@@ -401,9 +401,9 @@ TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {
     WriteFile("crash.txt.1", CrashLogOf({"31AC05", 10, 510'000'000, 42, "2"}));
     WriteFile("stacktrace1-1.txt", "0x1: (signalHandler+0x1)\n0x2: (Feed::Run()+0x8)\n");
     SetModified("crash.txt.1", kMinute + 10);
-    SetModified("stacktrace1-1.txt", kMinute + 12);
-    SetModified("crash.txt", kMinute + 20);
-    SetModified(report, kMinute + 21);
+    SetModified("stacktrace1-1.txt", kMinute + 21);
+    SetModified("crash.txt", kMinute + 22);
+    SetModified(report, kMinute + 23);
     const auto titles = [] {
         std::string all;
         for (const Json& crash : CrashesTold()) {
@@ -418,6 +418,8 @@ TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {
     WriteFile("stacktrace2-1.txt", ReadFile(report));
     SetModified("stacktrace2-1.txt", kMinute + 11);
     EXPECT_EQ(titles(), "the fuser is[] Fatal signal[] the fuser is[] ");
+    SetModified("stacktrace2-1.txt", kMinute + 45);
+    EXPECT_EQ(titles(), joined + R"(the fuser is["crash.txt.1"] )");
     SetModified("stacktrace2-1.txt", kMinute + 90);
     EXPECT_EQ(titles(), joined + "the fuser is[] ");
     unlink("stacktrace2-1.txt");
