@@ -29,12 +29,18 @@ std::optional<std::size_t> Nearest(const LogGaps& gaps) {
     return best;
 }
 
-LogGaps GapsOfLog(const std::vector<LogGaps>& reports, std::size_t log) {
-    LogGaps gaps;
-    for (const LogGaps& report : reports) {
-        gaps.push_back(report[log]);
+/// The nearest report of each log.
+std::vector<std::optional<std::size_t>> NearestOfLogs(const std::vector<LogGaps>& reports) {
+    std::vector<std::optional<std::size_t>> nearest;
+    const std::size_t logs = reports.empty() ? 0 : reports.front().size();
+    for (std::size_t log = 0; log < logs; ++log) {
+        LogGaps gaps;
+        for (const LogGaps& report : reports) {
+            gaps.push_back(report[log]);
+        }
+        nearest.push_back(Nearest(gaps));
     }
-    return gaps;
+    return nearest;
 }
 
 } // namespace
@@ -46,10 +52,11 @@ std::optional<std::int64_t> GapBetween(std::int64_t log, std::int64_t report) {
 
 std::vector<ReportMatch> MatchReports(const std::vector<LogGaps>& reports) {
     std::vector<ReportMatch> matches(reports.size());
+    const std::vector<std::optional<std::size_t>> ofLog = NearestOfLogs(reports);
     std::set<std::size_t> taken;
     for (std::size_t i = 0; i < reports.size(); ++i) {
         const auto log = Nearest(reports[i]);
-        if (log && Nearest(GapsOfLog(reports, *log)) == i) {
+        if (log && ofLog[*log] == i) {
             matches[i].log = log;
             taken.insert(*log);
         }
