@@ -14,7 +14,7 @@ namespace {
 /// How many entries before the newest are read for the last records, whatever has been written.
 constexpr std::uint64_t kTail = 1024;
 /// The most entries read at one look, 512 KB.
-constexpr std::uint64_t kMostEntries = 1 << 16;
+constexpr std::uint64_t kMostLiveEntries = 1 << 16;
 /// This many of the last entries may have been claimed but not stored yet.
 constexpr std::uint32_t kUnsettled = 64;
 constexpr std::uint32_t kMostSlots = 1 << 24;
@@ -111,7 +111,8 @@ void LiveTrace::ReadEntries(const InputFile& file, const Names& names) {
     const std::uint64_t inUse = header.wrapCount == 0    ? std::min(*claimed_, header.entryCount)
                                 : header.wrapCount == -1 ? 0
                                                          : header.entryCount;
-    const auto count = static_cast<std::uint32_t>(std::min({std::max(fresh, kTail), kMostEntries, inUse}));
+    const auto count =
+        static_cast<std::uint32_t>(std::min({std::max(fresh, kTail), kMostLiveEntries, inUse}));
     const std::uint32_t first = (*claimed_ - count) & header.indexMask;
     auto entries = ReadSlots(file, header.entryCount, first, count);
     const auto looked = static_cast<std::uint32_t>(std::min<std::uint64_t>(fresh, count));
