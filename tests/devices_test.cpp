@@ -570,6 +570,11 @@ TEST_F(MemoryQueues, ModeSaysWhatBecomesOfTheQueue) {
     ExpectMatch(ReadFile("other"), DateHeader() + "2" + DateHeader() + "3" + DateHeader() + "4");
     queue_.Flush();
     ExpectMatch(ReadFile("other"), DateHeader() + "5");
+    queue_.SetQueueDepth(1);
+    WriteAll({"6", "7"});
+    ExpectMatch(ReadFile("other"), DateHeader() + "6");
+    queue_.Flush();
+    ExpectMatch(ReadFile("other"), DateHeader() + "7");
 }
 
 TEST_F(MemoryQueues, AFileThatCannotBeOpenedCostsNothing) {
