@@ -98,15 +98,16 @@ Json EntryJson(const LogEntry& entry, const LogSet& logs) {
 Json ProcessesJson(const LogSet& logs) {
     Json processes = Json::array();
     for (const LogProcess& process : logs.Processes()) {
+        const ProcessFacts facts = FactsOf(process);
         Json threads = Json::array();
         for (const std::uint32_t thread : process.threads) {
             threads.push_back(Hex32(thread));
         }
         processes.push_back({{"process", processes.size() + 1},
                              {"boot", process.KnownBoot() ? Json(*process.KnownBoot()) : Json()},
-                             {"boot_doubt", DoubtJson(FactsOf(process))},
+                             {"boot_doubt", DoubtJson(facts)},
                              {"evidence", EvidenceCodeOf(process)},
-                             {"doubts", FactsOf(process).Doubts()},
+                             {"doubts", facts.Doubts()},
                              {"first", process.IsDated() ? Json(WallTimeIso(process.First())) : Json()},
                              {"last", process.IsDated() ? Json(WallTimeIso(process.Last())) : Json()},
                              {"threads", std::move(threads)}});

@@ -1,5 +1,6 @@
 #include "tools/crash/CrashSource.h"
 
+#include "tools/rings/RingProcesses.h"
 #include "tools/rings/RingSource.h"
 
 #include <algorithm>
@@ -46,18 +47,11 @@ std::optional<PlacedCrash> CrashSource::ReadContent(FolderFile& file, InputFile&
 }
 
 void CrashSource::Announce(Processes& processes) const {
-    std::map<std::uint64_t, std::set<std::uint32_t>>
-        threadsOf; // Of the processes that crashed, by boot cycle.
+    // By boot cycle; of each crash log those of the process that crashed.
+    std::map<std::uint64_t, std::set<std::uint32_t>> threadsOf;
     for (const auto& [file, crash] : All()) {
         if (const auto cycle = crash.log.BootCycle()) {
-            const RingSet& rings = crash.log.rings;
-            for (const Ring& ring : rings.rings) {
-                for (const RingRecord& record : ring.records) {
-                    if (static_cast<std::size_t>(record.process) + 1 == rings.processes) {
-                        threadsOf[*cycle].insert(record.data.threadId);
-                    }
-                }
-            }
+            threadsOf[*cycle].merge(ThreadsOf(crash.log.rings).back());
         }
     }
     Succession succession;

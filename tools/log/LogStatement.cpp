@@ -33,7 +33,8 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::span<const st
                                                   " proven."});
     for (std::size_t i = 0; i < std::min(processes.size(), kMostTold); ++i) {
         const LogProcess& process = processes[i];
-        std::string text = ProcessInWords(numbers.empty() ? i + 1 : numbers[i], FactsOf(process));
+        const ProcessFacts facts = FactsOf(process);
+        std::string text = ProcessInWords(numbers.empty() ? i + 1 : numbers[i], facts);
         text.front() = 'P';
         if (process.IsDated()) {
             text += ", from ";
@@ -41,7 +42,7 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::span<const st
         } else {
             text += ", when is not known";
         }
-        statement.push_back({"process-begins", text + ": " + FactsOf(process).proof + "."});
+        statement.push_back({"process-begins", text + ": " + facts.proof + "."});
     }
     if (processes.size() > kMostTold) {
         statement.push_back(

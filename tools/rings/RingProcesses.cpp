@@ -67,4 +67,14 @@ void TellProcesses(RingSet& set, Findings& findings) {
                         "long that took, nothing here shows.");
 }
 
+Succession ThreadsOf(const RingSet& set) {
+    Succession threads(set.processes);
+    for (const Ring& ring : set.rings) {
+        for (const RingRecord& record : ring.records) {
+            threads.at(record.process).insert(record.data.threadId);
+        }
+    }
+    return threads;
+}
+
 } // namespace NimaPost

@@ -4,6 +4,7 @@
 #include "tools/axis/Repeats.h"
 #include "tools/base/CounterClock.h"
 #include "tools/base/Hash.h"
+#include "tools/rings/RingProcesses.h"
 #include "tools/rings/RingText.h"
 #include "tools/rings/Seam.h"
 #include "tools/rings/Segment.h"
@@ -62,13 +63,7 @@ std::optional<PlacedRings> RingSource::ReadContent(FolderFile& file, InputFile& 
 
 void RingSource::Announce(Processes& processes) const {
     for (const auto& [file, placed] : All()) {
-        Succession threads(placed.set.processes);
-        for (const Ring& ring : placed.set.rings) {
-            for (const RingRecord& record : ring.records) {
-                threads.at(record.process).insert(record.data.threadId);
-            }
-        }
-        processes.Announce(std::move(threads));
+        processes.Announce(ThreadsOf(placed.set));
     }
 }
 
