@@ -433,6 +433,9 @@ TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {
     const std::string summary = Post({"summary", "."}).output;
     EXPECT_NE(summary.find("At most 4 crashes\n"), std::string::npos) << summary;
     EXPECT_NE(summary.find("     perhaps one crash with crash.txt.1 or crash.txt\n"), std::string::npos);
+    EXPECT_NE(
+        Post({"report", ".", "-o", "-"}).output.find(R"("perhaps":"perhaps one crash with crash.txt.1 or )"),
+        std::string::npos);
     SetModified("crash.txt.1", kMinute + 14);
     SetModified("crash.txt", kMinute + 15);
     SetModified("stacktrace1-1.txt", kMinute + 16);

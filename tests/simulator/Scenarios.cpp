@@ -36,6 +36,7 @@ constexpr std::array kScenarios{
     Scenario{"ring-restarts", RingRestarts, 10},
     Scenario{"crash-logs", CrashLogs, 14},
     Scenario{"lone-crash-logs", LoneCrashLogs, 2},
+    Scenario{"lone-dumps", LoneDumps, 2},
     Scenario{"everything", Everything, 320},
 };
 

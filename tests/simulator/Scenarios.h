@@ -14,7 +14,7 @@ Play OneRun, Rolls, Rewinds, UnbufferedRewinds, Appended, OtherOpenings, Boots, 
     TwoFilesClockSet, SharedFile;
 /// Devices that have a binary trace or rings beside their logs, and crash.
 Play Traces, TraceKills, TraceRestarts, SharedTrace, Rings, SlowRings, RingRestarts, CrashLogs, LoneCrashLogs,
-    Everything;
+    LoneDumps, Everything;
 
 /// A way in which devices live.
 struct Scenario {

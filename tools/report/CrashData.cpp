@@ -51,6 +51,11 @@ std::string TimeInWords(const Crash& crash, const Axis& axis) {
     return crash.time ? WithMark(MomentInWords(axis, *crash.time), crash.certainty) : "";
 }
 
+std::string ProcessOfCrash(const Crash& crash, const Story& story) {
+    const ProcessFacts& facts = story.Time().AllProcesses()[*crash.process];
+    return (facts.recordsProbable ? "probably " : "") + ProcessInWords(*crash.process, facts);
+}
+
 Json DoubtJson(const ProcessFacts& facts) {
     const std::string_view doubt = DoubtOf(facts);
     return doubt.empty() ? Json() : Json(doubt);
@@ -58,6 +63,7 @@ Json DoubtJson(const ProcessFacts& facts) {
 
 Json CrashJson(const Crash& crash, const Story& story) {
     const std::string_view after = EvidenceInWords(crash.after);
+    const bool isProbable = crash.process && story.Time().AllProcesses()[*crash.process].recordsProbable;
     Json json{{"title", ToUtf8(crash.title)},
               {"files", FilesJson(crash.files, story)},
               {"perhaps_of", FilesJson(crash.perhapsOf, story)},
@@ -71,6 +77,7 @@ Json CrashJson(const Crash& crash, const Story& story) {
               {"boot", OrNull(crash.boot)},
               {"boot_doubt", crash.process ? DoubtJson(story.Time().AllProcesses()[*crash.process]) : Json()},
               {"process", OrNull(crash.process)},
+              {"process_doubt", isProbable ? Json("probably") : Json()},
               {"thread", crash.thread ? Json(Hex32(*crash.thread)) : Json()},
               {"process_id", OrNull(crash.processId)}};
     if (crash.log != nullptr) {
@@ -103,7 +110,7 @@ std::vector<std::string> CrashLines(const Story& story) {
             more += ", boot cycle " + std::to_string(*crash.log->log.BootCycle());
         }
         if (crash.process) {
-            more += ", " + ProcessInWords(*crash.process, story.Time().AllProcesses()[*crash.process]);
+            more += ", " + ProcessOfCrash(crash, story);
         }
         const std::string_view after = EvidenceInWords(crash.after);
         if (!after.empty()) {
