@@ -45,6 +45,9 @@ bool IsLog(const std::string& name) {
     return name.ends_with(".log");
 }
 
+/// Between the date of a crash log's head and its stamp.
+constexpr std::int64_t kHeadDelay = 8 * kMillisecond;
+
 /// A log and its backup are one place.
 std::string BaseOf(const std::string& name) {
     return name.substr(0, name.find(".log"));
@@ -142,6 +145,11 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
             claim.time = crash.time;
             claim.process = crash.process;
             claim.boot = crash.boot;
+            const NimaPost::RawDate& date = *crash.log->log.date;
+            const std::int64_t after = *crash.time - date.Earliest();
+            if (after > date.Spread() + kHeadDelay || -after > crash.certainty.originLater + kHeadDelay) {
+                verdict.Add(Fault::kStatement, "a crash's time contradicts its own date");
+            }
             claim.probably = crash.process && facts[*crash.process - 1].recordsProbable;
             claims.AddCrash(claim, *crash.log->log.ticks, crash.after < NimaPost::CrashEvidence::kDate);
         }

@@ -71,6 +71,7 @@ void CrashSource::Date(Axis& axis) {
             const Tie& tie = (head++)->second;
             crash.time = tie.time;
             crash.process = tie.onlyWriter;
+            crash.byLog = tie.process.has_value();
             crash.certainty = {0, 0, false, tie.later};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {
                 axis.SetNewest(tie);

@@ -5,6 +5,7 @@
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
+#include "tools/crash/CrashSummary.h"
 
 namespace NimaPost {
 
@@ -48,7 +49,11 @@ std::string DoubtInWords(const Crash& crash, const Story& story) {
 }
 
 std::string TimeInWords(const Crash& crash, const Axis& axis) {
-    return crash.time ? WithMark(MomentInWords(axis, *crash.time), crash.certainty) : "";
+    if (!crash.time) {
+        return "";
+    }
+    const std::string time = WithMark(MomentInWords(axis, *crash.time), crash.certainty);
+    return crash.log == nullptr ? time : time + (crash.log->byLog ? kByLog : kByHead);
 }
 
 std::string ProcessOfCrash(const Crash& crash, const Story& story) {
@@ -73,6 +78,9 @@ Json CrashJson(const Crash& crash, const Story& story) {
               {"later_by_seconds", BoundJson(crash.certainty.later)},
               {"earlier_by_seconds", BoundJson(crash.certainty.earlier)},
               {"date_cut_ns", crash.certainty.originLater},
+              {"dated_by", crash.log == nullptr || !crash.time ? Json()
+                           : crash.log->byLog                  ? Json("log")
+                                                               : Json("head")},
               {"after_by", after.empty() ? Json() : Json(after)},
               {"boot", OrNull(crash.boot)},
               {"boot_doubt", crash.process ? DoubtJson(story.Time().AllProcesses()[*crash.process]) : Json()},
