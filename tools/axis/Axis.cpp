@@ -65,12 +65,18 @@ Tie Axis::TieOf(const Head& head) const {
         if (tie) {
             found = tie;
             found->fitsClosely = close;
+            found->within = close && (owner || SharesAThread(clock.process, head.threads)) ? 0 : 1;
         }
     }
     if (found) {
         found->onlyWriter = OnlyWriterAt(*found, head.thread);
     }
     return found.value_or(byDate);
+}
+
+bool Axis::SharesAThread(std::size_t process, const std::set<std::uint32_t>& threads) const {
+    return std::any_of(threads.begin(), threads.end(),
+                       [&](std::uint32_t thread) { return processes_[process].threads.contains(thread); });
 }
 
 std::optional<std::size_t> Axis::OnlyWriterAt(const Tie& tie, std::optional<std::uint32_t> thread) const {

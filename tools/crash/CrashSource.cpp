@@ -25,9 +25,9 @@ bool IsOfEarlierProcess(const Tie& crash, const std::optional<Tie>& newest) {
 
 std::optional<Head> HeadOf(const PlacedCrash& crash) {
     const CrashLog& log = crash.log;
-    return log.ticks && log.date
-               ? std::optional(Head{*log.ticks, *log.date, log.rings.Writer(), log.BootCycle()})
-               : std::nullopt;
+    return log.ticks && log.date ? std::optional(Head{*log.ticks, *log.date, log.rings.Writer(),
+                                                      log.BootCycle(), ThreadsOf(log.rings).back()})
+                                 : std::nullopt;
 }
 
 } // namespace
@@ -71,7 +71,7 @@ void CrashSource::Date(Axis& axis) {
             const Tie& tie = (head++)->second;
             crash.time = tie.time;
             crash.process = tie.onlyWriter;
-            crash.certainty = {0, 0, false, tie.later};
+            crash.certainty = {tie.within, tie.within, false, tie.later};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {
                 axis.SetNewest(tie);
             }

@@ -196,7 +196,9 @@ Tie RingSource::TieOfHead(const Held& held, const Axis& axis) const {
     const auto known =
         std::find_if(heads_.begin(), heads_.end(), [&](const auto& head) { return head.first == held.file; });
     const RingSet& set = held.content.set;
-    return known != heads_.end() ? known->second : axis.TieOf({*set.ticks, *set.date, set.Writer(), {}});
+    return known != heads_.end()
+               ? known->second
+               : axis.TieOf({*set.ticks, *set.date, set.Writer(), {}, ThreadsOf(set).back()});
 }
 
 void RingSource::PlaceNewest(Axis& axis) {
@@ -264,6 +266,7 @@ Certainty RingSource::CertaintyOf(const PlacedRings& placed, const RingRecord& r
                               placed.owners.back().ProcessOf(placed.set.Writer());
     if (placed.head && ofWriter) {
         certainty.later = std::max<std::int64_t>(*placed.head + kDumpTakes - time, 0) / kSecond + 1;
+        certainty.later += placed.headTie->within;
     }
     return certainty;
 }
