@@ -12,6 +12,8 @@ namespace {
 /// A dying process takes longer over its date and ticks than a writer of lines over its own. The limit is
 /// that of `kDateTakes`.
 constexpr std::int64_t kHeadTakes = 8'000'000;
+/// Beyond this one clock in thirty fits by chance.
+constexpr std::int64_t kHeadMostlyTakes = 1'000'000;
 
 /// Whether it may have run at some moment of this time.
 bool MayHaveRun(const LogClock& clock, std::int64_t from, std::int64_t until) {
@@ -65,18 +67,13 @@ Tie Axis::TieOf(const Head& head) const {
         if (tie) {
             found = tie;
             found->fitsClosely = close;
-            found->within = close && (owner || SharesAThread(clock.process, head.threads)) ? 0 : 1;
+            found->within = close || TieOn(clock, head.counter, date, kHeadMostlyTakes) ? 0 : 1;
         }
     }
     if (found) {
         found->onlyWriter = OnlyWriterAt(*found, head.thread);
     }
     return found.value_or(byDate);
-}
-
-bool Axis::SharesAThread(std::size_t process, const std::set<std::uint32_t>& threads) const {
-    return std::any_of(threads.begin(), threads.end(),
-                       [&](std::uint32_t thread) { return processes_[process].threads.contains(thread); });
 }
 
 std::optional<std::size_t> Axis::OnlyWriterAt(const Tie& tie, std::optional<std::uint32_t> thread) const {

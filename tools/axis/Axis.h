@@ -36,8 +36,8 @@ struct Tie {
     /// The only process of that clock that had a log open at the moment; empty where several had, or none.
     std::optional<std::size_t> onlyWriter = {};
     bool fitsClosely = false; ///< that clock, so that chance is no likely reason
-    /// By how many whole seconds the moment may be earlier or later, since the clock may be another process's
-    /// that fits by chance: only the date's second is certain.
+    /// By how many whole seconds the moment may be earlier or later, since the clock fits so badly that it
+    /// may be another process's with the same threads: only the date's second is certain.
     std::int64_t within = 0;
     /// The process that has the head's thread, where that alone would make the head one of it.
     std::optional<std::size_t> notOf = {};
@@ -49,7 +49,6 @@ struct Head {
     RawDate date;
     std::optional<std::uint32_t> thread; ///< that wrote it
     std::optional<std::uint64_t> bootCycle;
-    std::set<std::uint32_t> threads = {}; ///< of the same process, as far as its rings tell
 };
 
 /// When a process of the logs ran, by a date and the counter that belongs to it.
@@ -114,7 +113,6 @@ class Axis {
     void State(Finding finding) { statement_.push_back(std::move(finding)); }
 
   private:
-    bool SharesAThread(std::size_t process, const std::set<std::uint32_t>& threads) const;
     std::optional<std::size_t> OnlyWriterAt(const Tie& tie, std::optional<std::uint32_t> thread) const;
 
     bool hasWall_ = false;

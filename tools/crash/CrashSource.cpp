@@ -25,9 +25,9 @@ bool IsOfEarlierProcess(const Tie& crash, const std::optional<Tie>& newest) {
 
 std::optional<Head> HeadOf(const PlacedCrash& crash) {
     const CrashLog& log = crash.log;
-    return log.ticks && log.date ? std::optional(Head{*log.ticks, *log.date, log.rings.Writer(),
-                                                      log.BootCycle(), ThreadsOf(log.rings).back()})
-                                 : std::nullopt;
+    return log.ticks && log.date
+               ? std::optional(Head{*log.ticks, *log.date, log.rings.Writer(), log.BootCycle()})
+               : std::nullopt;
 }
 
 } // namespace

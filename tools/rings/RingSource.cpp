@@ -196,9 +196,7 @@ Tie RingSource::TieOfHead(const Held& held, const Axis& axis) const {
     const auto known =
         std::find_if(heads_.begin(), heads_.end(), [&](const auto& head) { return head.first == held.file; });
     const RingSet& set = held.content.set;
-    return known != heads_.end()
-               ? known->second
-               : axis.TieOf({*set.ticks, *set.date, set.Writer(), {}, ThreadsOf(set).back()});
+    return known != heads_.end() ? known->second : axis.TieOf({*set.ticks, *set.date, set.Writer(), {}});
 }
 
 void RingSource::PlaceNewest(Axis& axis) {
