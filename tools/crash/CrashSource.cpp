@@ -72,7 +72,7 @@ void CrashSource::Date(Axis& axis) {
             crash.time = tie.time;
             crash.process = tie.onlyWriter;
             crash.byLog = tie.process.has_value();
-            crash.certainty = {0, 0, false, tie.later};
+            crash.certainty = {tie.within, tie.within, false, tie.later};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {
                 axis.SetNewest(tie);
             }

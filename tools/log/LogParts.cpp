@@ -15,6 +15,8 @@ namespace {
 
 /// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
 constexpr std::size_t kMostParts = 1 << 18;
+/// So many may stand in messages, for the same reason; others are told as openings.
+constexpr std::size_t kMostQuotes = 1 << 14;
 /// Counters below it have fewer digits than others.
 constexpr std::int64_t kUsualCounter = kSecond / 10;
 /// Of fewer lines, no thread can be expected to have written one.
@@ -160,10 +162,15 @@ class QuoteJudge {
     /// The file's first line.
     void FirstLine(const LogLine& line, std::string_view text) {
         deviceEnds_ = IsCalibration(line) && text.ends_with("\r\n");
-        seen_.emplace(line.counter, line.thread);
+        if (IsCalibration(line)) {
+            seen_.emplace(line.counter, line.thread);
+        }
     }
 
     std::optional<Quote> Judge(const QuotePlace& place) {
+        if (judged_ == kMostQuotes) {
+            return std::nullopt;
+        }
         LinesBefore before = divider_.SoFar();
         if (!place.atLineStart) {
             if (const LogLine holder = ParseLogHeader(place.line.substr(0, place.counter));
@@ -178,6 +185,7 @@ class QuoteJudge {
         const bool isProven = repeats || (deviceEnds_ && !place.line.ends_with("\r\n"));
         const auto quote = JudgeQuote(place, before, isProven);
         suspects_ = suspects_ || (quote && !isProven);
+        judged_ += quote ? 1 : 0;
         if (quote && (byThreads_ || isProven)) {
             found_.push_back(*quote);
             return quote;
@@ -196,9 +204,9 @@ class QuoteJudge {
         LogLine line;
         for (std::size_t at = place.digits; !repeats && at <= place.counter; ++at) {
             line = ParseLogHeader(place.line.substr(at));
-            repeats = seen_.contains({line.counter, line.thread});
+            repeats = line.hasHeader && seen_.contains({line.counter, line.thread});
         }
-        if (seen_.size() < kMostParts) {
+        if (line.hasHeader && seen_.size() < kMostParts) {
             seen_.emplace(line.counter, line.thread);
         }
         return repeats;
@@ -207,6 +215,7 @@ class QuoteJudge {
     const Divider& divider_;
     bool byThreads_;
     bool suspects_ = false;
+    std::size_t judged_ = 0; ///< to be quotes
     /// All lines that a device ends itself end in "\r\n"; not so in a log that was converted.
     bool deviceEnds_ = false;
     std::set<std::pair<std::int64_t, std::uint32_t>> seen_;

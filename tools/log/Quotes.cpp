@@ -51,8 +51,10 @@ Following FollowingOf(const QuotePlace& place, const LinesBefore& before, std::i
         const std::uint64_t at = begin + place.following.size() - rest.size();
         const std::string_view text = TakeLine(rest);
         const LogLine line = ParseLogLine(text);
-        if (!afterAnother && FindCalibration(text)) {
-            afterAnother = true;
+        if (FindCalibration(text)) {
+            if (std::exchange(afterAnother, true)) {
+                break;
+            }
             following.end = at;
         }
         if (line.hasHeader && !IsCalibration(line)) {
