@@ -115,7 +115,7 @@ function earlierCrash(model, crash, number) {
 function earlierCrashes(model, crashes) {
   const list = element("div");
   list.append(...crashes.map((crash, index) => earlierCrash(model, crash, index + 1)).reverse());
-  const isSure = crashes.every((crash) => !crash.perhaps);
+  const isSure = model.crashes.every((crash) => !crash.perhaps);
   const count = plural(crashes.length, "earlier crash", "es");
   return block(`${isSure ? "" : "At most "}${count} in this folder`, list);
 }
