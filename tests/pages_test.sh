@@ -26,6 +26,7 @@ listed() {
 
 check_program() {
     local program=$1 name=${1##*/} command word
+    ! "$program" --version >/dev/full 2>&1 || fail "$name: says that all is well where nothing could be printed"
     for command in $("$program" --help | listed Subcommands); do
         complete_words "$name" "$command" | grep -qx -e "$command" || fail "$name: $command is not completed"
         grep -q "'$command:" "$pages/zsh/_$name" || fail "$name: zsh does not know $command"
