@@ -47,4 +47,6 @@ check_program() {
 
 check_program "$2"
 check_program "$3"
+[[ "$(complete_words "${2##*/}" log --format js)" == $'json\njsonl' ]] || fail "the values of an option are not offered"
+grep -q 'FORMAT.*:(text json jsonl csv short)' "$pages/zsh/_${2##*/}" || fail "zsh does not know the values of an option"
 exit "$failed"
