@@ -358,7 +358,7 @@ TEST_F(CtlTest, ADumpIsAFileLikeTheLibrarys) {
     EXPECT_TRUE(segment.starts_with(dump.substr(256)));
     EXPECT_GT(read["records"].size(), 0U);
     EXPECT_TRUE(Ctl({"dump", "-"}).output == dump);
-    EXPECT_TRUE(Ctl({"rings", "-"}).output == Ctl({"rings"}).output);
+    EXPECT_TRUE(Ctl({"rings", "-"}).output.starts_with("Current Date/Time"));
     EXPECT_TRUE(Ctl({"collect", "-o", "-"}).output.starts_with("\x1f\x8b"));
     EXPECT_FALSE(Exists("-"));
 
