@@ -244,6 +244,19 @@ class Page:
     def fragment(self):
         return self.run("return location.hash;")
 
+    def written_fragment(self, *parts, without=()):
+        """Once it has these parts and is written no more: the page takes its time over that."""
+        latest = [None]
+
+        def rests(_):
+            before, latest[0] = latest[0], self.fragment()
+            return (before == latest[0] and all(part in before for part in parts)
+                    and not any(part in before for part in without))
+
+        WebDriverWait(self.browser, 20, poll_frequency=1).until(rests)
+        self.settle()
+        return latest[0]
+
     def first_line(self):
         """The text of the first line of the table of which nothing is hidden."""
         return self.run("""
@@ -270,8 +283,8 @@ class Page:
         first = self.picture()
         if self.rows:
             self.choose()
-            WebDriverWait(self.browser, 20).until(lambda _: "q=" in self.fragment() and "top=" in self.fragment())
-            chosen, fragment = self.picture(), self.fragment()
+            fragment = self.written_fragment("q=", "top=")
+            chosen = self.picture()
             self.check("what is chosen differs", chosen != first)
             self.open(fragment)
             again = self.picture()
@@ -681,8 +694,8 @@ def long_page(browser, folder, program, results):
     page.reset()
     page.check("a record that was found is still seen in the whole list", page.selected_line() == "line 4321",
                page.selected_line())
-    WebDriverWait(browser, 20).until(lambda _: "row=" in page.fragment() and "q=" not in page.fragment())
-    chosen, fragment = page.picture(), page.fragment()
+    fragment = page.written_fragment("row=", without=["q="])
+    chosen = page.picture()
     page.open(fragment)
     page.check("a link shows the same picture", page.picture() == chosen, fragment)
     page.quiet()
