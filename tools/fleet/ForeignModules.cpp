@@ -33,8 +33,9 @@ constexpr std::string_view kResult = "std::enable_if";
 
 constexpr std::array<std::string_view, 3> kUnwinderBegins{"_Unwind_", "_UL", "unw_"};
 
-constexpr std::array<Module, 5> kModules{Module{kHandlers, {}}, Module{kDiagnostics, {}}, Module{kC, kCBegins},
-                                         Module{{}, kCppBegins}, Module{{}, kUnwinderBegins}};
+constexpr std::array<Module, 5> kModules{Module{kHandlers, {}}, Module{kDiagnostics, {}},
+                                         Module{kC, kCBegins}, Module{{}, kCppBegins},
+                                         Module{{}, kUnwinderBegins}};
 
 /// A function in C has no parameters in its name, unlike a product's own in C++ that is called the same.
 bool IsInC(const FunctionName& function) {
