@@ -330,6 +330,12 @@ TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
         crash = CrashesTold().at(0);
         EXPECT_EQ(std::pair(crash["certainty"], crash["date_cut_ns"]), std::pair(Json("exact"), Json(0)));
     }
+    // A clock that fits it so badly may be another process's with the same thread.
+    const std::string late = WithRecords(CrashLogOf({"A", 7, 896'216'007, 1}), {{"893216000", "0x00000001"}});
+    WriteFile("crash.txt", late);
+    crash = CrashesTold().at(0);
+    EXPECT_EQ(crash["certainty"], "open");
+    EXPECT_EQ(std::pair(crash["earlier_by_seconds"], crash["later_by_seconds"]), std::pair(Json(1), Json(1)));
     unlink("device.log.1");
     WriteFile("device.log", kTwoBoots);
     // In the rings stands what the other process wrote. Of which boot it was, this head tells nothing.

@@ -51,6 +51,7 @@ struct Verdict {
     };
     Share lines;
     Share records;
+    Share crashes;
     std::uint64_t splits = 0; ///< processes that bear several numbers
 
     bool Failed() const;

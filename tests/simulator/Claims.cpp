@@ -131,6 +131,8 @@ void Claims::AddCrash(const Claim& claim, std::int64_t counter, bool isLater) {
     }
     const Stamp& stamp = found->second;
     const std::string where = "crash " + std::to_string(counter);
+    ++verdict_.crashes.all;
+    verdict_.crashes.bounded += claim.time && claim.later == 0 && claim.earlier == 0;
     // One of which the date is cut is not called exact.
     if (strictness_ == Strictness::kEverything || claim.originLater == 0) {
         CheckTime(claim, stamp, where);

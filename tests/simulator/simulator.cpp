@@ -13,10 +13,10 @@
 /// S+i --folders 1. In the main set the writers keep within the delays that doc/clock.md assumes, and
 /// everything that is said must be true. In the second set they do not; then only what is called exact must
 /// be so. With --keep a folder that fails stays in DIR, with its truth beside it. A table tells, for each
-/// scenario, how many folders failed and of what, and for how large a share of lines, and of records without
-/// dates, the bounds are closer than a second, how many of them bear a process's number, and how often a
-/// process has several. Exit status: 1 if more folders of a scenario failed than it tolerates, 2 for wrong
-/// options.
+/// scenario, how many folders failed and of what, and for how large a share of lines, of records without
+/// dates, and of crash logs the bounds are closer than a second, how many lines and records bear a process's
+/// number, and how often a process has several. Exit status: 1 if more folders of a scenario failed than it
+/// tolerates, 2 for wrong options.
 
 #include "tests/simulator/Checker.h"
 #include "tests/simulator/Fleet.h"
@@ -54,6 +54,7 @@ struct Tally {
     std::array<std::uint64_t, kFaults> foldersWith{};
     Verdict::Share lines;
     Verdict::Share records;
+    Verdict::Share crashes;
 
     void Add(const Verdict& verdict) {
         ++folders;
@@ -64,6 +65,7 @@ struct Tally {
         }
         Add(lines, verdict.lines);
         Add(records, verdict.records);
+        Add(crashes, verdict.crashes);
     }
 
   private:
@@ -173,8 +175,8 @@ void PrintShare(std::uint64_t part, std::uint64_t all) {
 /// Returns whether all is within what is tolerated.
 bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tally>& tallies, bool main) {
     bool fine = true;
-    std::printf("%-20s %7s %6s %9s %8s %8s %8s %6s  %s\n", "scenario", "folders", "failed", "tolerated",
-                "lines", "records", "numbered", "splits", "folders with");
+    std::printf("%-20s %7s %6s %9s %8s %8s %8s %8s %6s  %s\n", "scenario", "folders", "failed", "tolerated",
+                "lines", "records", "crashes", "numbered", "splits", "folders with");
     for (std::size_t i = 0; i < scenarios.size(); ++i) {
         const Tally& tally = tallies[i];
         // None of a single folder that somebody looks at.
@@ -186,6 +188,7 @@ bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tall
                     static_cast<unsigned long long>(tolerated));
         PrintShare(tally.lines.bounded, tally.lines.all);
         PrintShare(tally.records.bounded, tally.records.all);
+        PrintShare(tally.crashes.bounded, tally.crashes.all);
         PrintShare(tally.lines.inProcess + tally.records.inProcess, tally.lines.all + tally.records.all);
         std::printf(" %6llu ", static_cast<unsigned long long>(tally.splits));
         for (std::size_t fault = 0; fault < kFaults; ++fault) {

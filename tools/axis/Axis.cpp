@@ -12,6 +12,8 @@ namespace {
 /// A dying process takes longer over its date and ticks than a writer of lines over its own. The limit is
 /// that of `kDateTakes`.
 constexpr std::int64_t kHeadTakes = 8'000'000;
+/// Beyond this one clock in thirty fits by chance.
+constexpr std::int64_t kHeadMostlyTakes = 1'000'000;
 
 /// Whether it may have run at some moment of this time.
 bool MayHaveRun(const LogClock& clock, std::int64_t from, std::int64_t until) {
@@ -65,6 +67,7 @@ Tie Axis::TieOf(const Head& head) const {
         if (tie) {
             found = tie;
             found->fitsClosely = close;
+            found->within = close || TieOn(clock, head.counter, date, kHeadMostlyTakes) ? 0 : 1;
         }
     }
     if (found) {

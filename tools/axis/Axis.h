@@ -36,6 +36,9 @@ struct Tie {
     /// The only process of that clock that had a log open at the moment; empty where several had, or none.
     std::optional<std::size_t> onlyWriter = {};
     bool fitsClosely = false; ///< that clock, so that chance is no likely reason
+    /// By how many whole seconds the moment may be earlier or later, since the clock fits so badly that it
+    /// may be another process's with the same threads: only the date's second is certain.
+    std::int64_t within = 0;
     /// The process that has the head's thread, where that alone would make the head one of it.
     std::optional<std::size_t> notOf = {};
 };

@@ -71,7 +71,7 @@ void CrashSource::Date(Axis& axis) {
             const Tie& tie = (head++)->second;
             crash.time = tie.time;
             crash.process = tie.onlyWriter;
-            crash.certainty = {0, 0, false, tie.later};
+            crash.certainty = {tie.within, tie.within, false, tie.later};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {
                 axis.SetNewest(tie);
             }

@@ -77,6 +77,8 @@ struct LogPart {
     std::optional<std::size_t> othersProcess;
     /// On the run's axis: all lines of the part are earlier.
     std::optional<std::int64_t> notAfter;
+    /// On the run's axis: they are so, unless the clock was set since.
+    std::optional<std::int64_t> likelyNotAfter;
     /// On the run's axis: when another log shows that the wall clock was set. Later lines may be on either
     /// clock.
     std::optional<std::int64_t> setAfter;

@@ -311,13 +311,21 @@ void LogSet::ForEachPart(const std::function<void(const LogPart&)>& visitor) con
 }
 
 std::optional<LikelyBound> LogSet::LikelyBoundOf(const LogEntry& entry) const {
-    if (!entry.hasTime || !entry.part->process || entry.certainty.later != Certainty::kUnbounded ||
-        entry.certainty.earlier == Certainty::kUnbounded) {
+    const auto before = [&](std::int64_t moment) {
+        return LikelyBound{std::max<std::int64_t>(moment - entry.time, 0) / kSecond + 1, "clock-not-set"};
+    };
+    if (!entry.hasTime || !entry.part->process || entry.certainty.later != Certainty::kUnbounded) {
+        return std::nullopt;
+    }
+    if (const auto& notAfter = entry.part->likelyNotAfter) {
+        return before(OriginOf(runs_[entry.part->run]) + *notAfter);
+    }
+    if (entry.certainty.earlier == Certainty::kUnbounded) {
         return std::nullopt;
     }
     const auto& opening = entry.part->nextOpening;
     if (opening && *opening >= entry.time) {
-        return LikelyBound{(*opening - entry.time) / kSecond + 1, "clock-not-set"};
+        return before(*opening);
     }
     return LikelyBound{0, "no-silence-over-1s"};
 }

@@ -90,7 +90,8 @@ std::vector<Finding> LogSet::ClockStatement(std::span<const std::size_t> numbers
     bool open = false;
     ForEachPart([&](const LogPart& part) {
         unseen += std::max<std::int64_t>(part.certainty.later, 0);
-        open = open || (part.certainty.later == Certainty::kUnbounded && !part.notAfter);
+        open =
+            open || (part.certainty.later == Certainty::kUnbounded && !part.notAfter && !part.likelyNotAfter);
     });
     if (unseen > 0) {
         statement.push_back({"silence", Counted(unseen, "second") +

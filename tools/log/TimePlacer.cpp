@@ -163,7 +163,7 @@ void TimePlacer::HangBefore(LogPart& dated) {
             next->start - StepWithFall(part.lastCounter, next->firstCounter, kDisorder) - part.length;
         part.certainty = Certainty{Certainty::kUnbounded, Certainty::kUnbounded, !sameProcess};
         if (sameProcess && !dated.hidesSeam) {
-            part.notAfter = dated.start;
+            part.likelyNotAfter = dated.start;
         }
         next = &part;
     }

@@ -264,6 +264,7 @@ Certainty RingSource::CertaintyOf(const PlacedRings& placed, const RingRecord& r
                               placed.owners.back().ProcessOf(placed.set.Writer());
     if (placed.head && ofWriter) {
         certainty.later = std::max<std::int64_t>(*placed.head + kDumpTakes - time, 0) / kSecond + 1;
+        certainty.later += placed.headTie->within;
     }
     return certainty;
 }
