@@ -306,7 +306,7 @@ void AddCollectVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<CollectOptions>();
     CLI::App* verb = AddVerb(app, context, "collect", "Packs everything in the directory, with a manifest");
     AddOption(*verb, "DIRECTORY", context.directory, "Instead of --directory");
-    AddOption(*verb, "-o,--output", options->output, "The archive, such as unit.tar.gz").Required();
+    AddOutputOption(*verb, "-o,--output", options->output, "The archive, such as unit.tar.gz").Required();
     AddOption(*verb, "--program", options->programs,
               "Note the build ids of this program or library; may be given again")
         .TypeName("FILE")

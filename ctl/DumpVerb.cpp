@@ -169,7 +169,7 @@ int RunDump(Context& context, const DumpOptions& options) {
 void AddDumpVerb(CLI::App& app, Context& context, Run& run) {
     auto options = std::make_shared<DumpOptions>();
     CLI::App* verb = AddVerb(app, context, "dump", "Copies the binary trace while it goes on");
-    AddOption(*verb, "FILE", options->file, "Where to, \"SysTrace.bin\" by default");
+    AddOutputOption(*verb, "FILE", options->file, "Where to, \"SysTrace.bin\" by default");
     AddOption(*verb, "--backups", options->backups, "Keep N earlier files, as FILE.1 and so on")
         .TypeName("N")
         .Check(CheckSmallNumber);

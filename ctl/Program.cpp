@@ -76,7 +76,11 @@ int RunProgram(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             app.exit(error);
-            return kExitFine;
+            if (std::cout.flush()) {
+                return kExitFine;
+            }
+            std::cerr << "nima-ctl: cannot write the output\n";
+            return kExitUnusable;
         }
         const std::string mistake = Mistake(app);
         std::cerr << "nima-ctl: " << NimaPost::Printable(mistake.empty() ? error.what() : mistake) << '\n';

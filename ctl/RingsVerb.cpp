@@ -83,7 +83,7 @@ int RunRings(Context& context, const std::string& path) {
 void AddRingsVerb(CLI::App& app, Context& context, Run& run) {
     auto path = std::make_shared<std::string>();
     CLI::App* verb = AddVerb(app, context, "rings", "A text dump of the rings, read from outside");
-    AddOption(*verb, "FILE", *path, "Where to; standard output by default");
+    AddOutputOption(*verb, "FILE", *path, "Where to; standard output by default");
     OnCall(*verb, [&run, path] { run = [path](Context& c) { return RunRings(c, *path); }; });
 }
 

@@ -39,6 +39,12 @@ CLI::App* AddVerb(CLI::App& app, Context& context, const std::string& name, cons
     return verb;
 }
 
+NimaPost::Argument AddOutputOption(CLI::App& verb, const std::string& names, std::string& path,
+                                   const std::string& what) {
+    const auto set = [&path](const std::string& text) { path = text == "-" ? "/dev/stdout" : text; };
+    return AddOption(verb, names, std::function<void(const std::string&)>(set), what);
+}
+
 NimaPost::Argument AddTimeOption(CLI::App& verb, const std::string& name, std::chrono::nanoseconds& time,
                                  std::chrono::nanoseconds least, const std::string& what) {
     const auto check = [least](const std::string& text) {

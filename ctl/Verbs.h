@@ -48,6 +48,10 @@ void SetUpProgram(CLI::App& app, Context& context, Run& run);
 /// A subcommand with the options that all verbs share.
 CLI::App* AddVerb(CLI::App& app, Context& context, const std::string& name, const std::string& description);
 
+/// An option or an argument whose value names a file to write; "-" is standard output, as with nima-post.
+NimaPost::Argument AddOutputOption(CLI::App& verb, const std::string& names, std::string& path,
+                                   const std::string& what);
+
 /// An option whose value is a length of time: "30s", "500ms", "1.5" (seconds), at most a day.
 NimaPost::Argument AddTimeOption(CLI::App& verb, const std::string& name, std::chrono::nanoseconds& time,
                                  std::chrono::nanoseconds least, const std::string& what);

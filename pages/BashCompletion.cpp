@@ -22,6 +22,25 @@ std::string Words(const std::vector<Option>& options) {
     return words;
 }
 
+/// A command's case: its options, or the values of the one that stands before.
+std::string Case(const Command& command) {
+    std::string text =
+        "            " + command.name + ")\n                words='" + Words(command.options) + "'\n";
+    std::string values;
+    for (const Option& option : command.options) {
+        const std::string choices = Choices(option);
+        for (const std::string& name : option.names) {
+            if (!choices.empty()) {
+                values += "                    " + name + ") words='" + choices + "' given=yes ;;\n";
+            }
+        }
+    }
+    if (!values.empty()) {
+        text += "                case $before in\n" + values + "                esac\n";
+    }
+    return text + "                ;;\n";
+}
+
 std::string CommandWords(const Program& program) {
     std::string words = Words(program.options);
     for (const Command& command : program.commands) {
@@ -36,18 +55,21 @@ std::string CommandWords(const Program& program) {
 std::string BashCompletion(const Program& program) {
     const std::string function = FunctionName(program);
     std::string text = "# bash completion for " + program.name + "\n\n" + function + "() {\n";
-    text += "    local current=${COMP_WORDS[COMP_CWORD]} words='" + CommandWords(program) +
-            "'\n"
-            "    COMPREPLY=()\n"
-            "    if ((COMP_CWORD > 1)); then\n"
-            "        case ${COMP_WORDS[1]} in\n";
+    text +=
+        "    local current=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} given=''\n"
+        "    local words='" +
+        CommandWords(program) +
+        "'\n"
+        "    COMPREPLY=()\n"
+        "    if ((COMP_CWORD > 1)); then\n"
+        "        case ${COMP_WORDS[1]} in\n";
     for (const Command& command : program.commands) {
-        text += "            " + command.name + ") words='" + Words(command.options) + "' ;;\n";
+        text += Case(command);
     }
     text +=
         "            *) return ;;\n"
         "        esac\n"
-        "        [[ $current == -* ]] || return\n"
+        "        [[ $current == -* || $given ]] || return\n"
         "    fi\n"
         "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"
         "}\n"

@@ -1,5 +1,7 @@
 #include "pages/Table.h"
 
+#include <algorithm>
+
 #include <CLI/CLI.hpp>
 
 namespace NimaPages {
@@ -37,6 +39,18 @@ std::vector<Option> ReadOptions(const CLI::App& app, bool positional) {
 }
 
 } // namespace
+
+// The parser shows them as "FORMAT:{text,json}".
+std::string Choices(const Option& option) {
+    const std::size_t begin = option.value.find('{');
+    const std::size_t end = option.value.rfind('}');
+    if (begin == std::string::npos || end == std::string::npos) {
+        return {};
+    }
+    std::string words = option.value.substr(begin + 1, end - begin - 1);
+    std::replace(words.begin(), words.end(), ',', ' ');
+    return words;
+}
 
 Program ReadTable(const CLI::App& app) {
     Program program;

@@ -34,6 +34,9 @@ struct Program {
     std::vector<Command> commands;
 };
 
+/// The values that an option takes, separated by spaces; empty if it takes more than can be named.
+std::string Choices(const Option& option);
+
 /// What the table that a program parses with says.
 Program ReadTable(const CLI::App& app);
 

@@ -23,7 +23,11 @@ std::string Quoted(const std::string& text) {
 }
 
 std::string Value(const Option& option) {
-    return option.value.empty() ? "" : ":" + Quoted(option.value) + ":_files";
+    if (option.value.empty()) {
+        return "";
+    }
+    const std::string choices = Choices(option);
+    return ":" + Quoted(option.value) + ":" + (choices.empty() ? "_files" : "(" + choices + ")");
 }
 
 /// One line of _arguments for each name of an option. Names of one option exclude each other, unless it is
@@ -59,8 +63,8 @@ std::string ZshCompletion(const Program& program) {
         text += "            '" + command.name + ":" + Quoted(command.description) + "'\n";
     }
     text +=
-        "        )\n        _describe command commands\n        ;;\n    argument)\n        case $words[1] "
-        "in\n";
+        "        )\n        _describe command commands || _files\n        ;;\n    argument)\n"
+        "        case $words[1] in\n";
     for (const Command& command : program.commands) {
         text += "            " + command.name + ")\n                _arguments" + Lines(command.options) +
                 " \\\n                '*:file:_files'\n                ;;\n";

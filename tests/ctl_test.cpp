@@ -357,6 +357,10 @@ TEST_F(CtlTest, ADumpIsAFileLikeTheLibrarys) {
     EXPECT_EQ(dump.size(), 512U + read["counts"]["entries_in_use"].get<std::size_t>() * 8);
     EXPECT_TRUE(segment.starts_with(dump.substr(256)));
     EXPECT_GT(read["records"].size(), 0U);
+    EXPECT_TRUE(Ctl({"dump", "-"}).output == dump);
+    EXPECT_TRUE(Ctl({"rings", "-"}).output.starts_with("Current Date/Time"));
+    EXPECT_TRUE(Ctl({"collect", "-o", "-"}).output.starts_with("\x1f\x8b"));
+    EXPECT_FALSE(Exists("-"));
 
     // The segments stay where the processes that map them look for them, and only files are rolled.
     const std::string rings = ReadFile(kRings);

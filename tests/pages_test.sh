@@ -26,6 +26,7 @@ listed() {
 
 check_program() {
     local program=$1 name=${1##*/} command word
+    ! "$program" --version >/dev/full 2>&1 || fail "$name: says that all is well where nothing could be printed"
     for command in $("$program" --help | listed Subcommands); do
         complete_words "$name" "$command" | grep -qx -e "$command" || fail "$name: $command is not completed"
         grep -q "'$command:" "$pages/zsh/_$name" || fail "$name: zsh does not know $command"
@@ -46,4 +47,6 @@ check_program() {
 
 check_program "$2"
 check_program "$3"
+[[ "$(complete_words "${2##*/}" log --format js)" == $'json\njsonl' ]] || fail "the values of an option are not offered"
+grep -q 'FORMAT.*:(text json jsonl csv short)' "$pages/zsh/_${2##*/}" || fail "zsh does not know the values of an option"
 exit "$failed"

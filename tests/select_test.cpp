@@ -366,7 +366,7 @@ TEST_F(Select, WhatIsMisspeltIsToldInOneLineWithWhatWasMeant) {
                                            {List{"log", ".", "--max-line", "0"}, "no size"},
                                            {List{"log", ".", "--max-unpacked", "16E"}, "no size"},
                                            {List{"log", "-f", "device.log", "--last", "1"}, "takes only"},
-                                           {List{}, "subcommand"}}) {
+                                           {List{}, "a command or a folder is needed"}}) {
         const Result result = Post(arguments);
         EXPECT_EQ(result.code, 2);
         EXPECT_EQ(Lines(result.errors).size(), 1U) << result.errors;

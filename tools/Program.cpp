@@ -80,13 +80,14 @@ std::vector<std::string> OptionNames(const CLI::App& command) {
     return names;
 }
 
-/// A line with what was mistyped and what was probably meant; empty for other mistakes.
-std::string Misspelt(const CLI::App& app) {
+/// What is wrong with the words of a call, and what was probably meant; empty for what the parser says
+/// better.
+std::string Mistake(const CLI::App& app) {
     const auto commands = app.get_subcommands();
     const CLI::App& called = commands.empty() ? app : *commands.front();
     const auto remaining = called.remaining();
     if (remaining.empty()) {
-        return {};
+        return commands.empty() ? "a command or a folder is needed; --help lists the commands" : "";
     }
     const std::string word = remaining.front().substr(0, remaining.front().find('='));
     const bool isOption = word.starts_with('-');
@@ -129,10 +130,14 @@ int RunProgram(int argc, const char* const* argv) {
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             app.exit(error);
-            return kExitFine;
+            if (std::cout.flush()) {
+                return kExitFine;
+            }
+            std::cerr << "nima-post: cannot write the output\n";
+            return kExitUnusable;
         }
-        const std::string misspelt = Misspelt(app);
-        std::cerr << "nima-post: " << Printable(misspelt.empty() ? error.what() : misspelt) << '\n';
+        const std::string mistake = Mistake(app);
+        std::cerr << "nima-post: " << Printable(mistake.empty() ? error.what() : mistake) << '\n';
         return kExitUnusable;
     }
     return RunCommand(run, context);

@@ -26,7 +26,7 @@ write_compile_commands() {
             }
             next
         }
-        /^  "command":/ { 
+        /^  "command":/ {
             gsub(/ -f(no-)?(analyzer|gnu-unique|var-tracking[a-z-]*|concepts-diagnostics-depth=[0-9]+)/, "")
             gsub(/ -fno-reorder-blocks-and-partition/, "")
         }

@@ -81,10 +81,16 @@ _packages_update() {
     _packages_apt_get update || true
 }
 
+# sudo asks for a password before the first step, and only where somebody can answer.
+_packages_have_sudo() {
+    command -v sudo >/dev/null || return 1
+    sudo -n true 2>/dev/null || { [[ -t 0 && -t 2 ]] && sudo -v; }
+}
+
 _packages_find_root() {
     _packages_as_root=()
     ((EUID != 0)) || return 0
-    if ! command -v sudo >/dev/null; then
+    if ! _packages_have_sudo; then
         printf 'Missing packages. As root, run: apt-get install --no-install-recommends %s\n' "$*" >&2
         return 1
     fi

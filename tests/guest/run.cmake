@@ -8,6 +8,8 @@ file(REMOVE_RECURSE ${WORK})
 run(${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/build -G Ninja -DNIMA_SOURCE=${NIMA_SOURCE}
     "-DCMAKE_C_COMPILER_LAUNCHER=${LAUNCHER}" "-DCMAKE_CXX_COMPILER_LAUNCHER=${LAUNCHER}")
 run(${CMAKE_COMMAND} --build ${WORK}/build)
+# What such a host may not be told shows before anything is compiled.
+run(${CMAKE_COMMAND} -S ${SOURCE}/in_c -B ${WORK}/in_c -G Ninja -DNIMA_SOURCE=${NIMA_SOURCE})
 run(${CMAKE_COMMAND} -E chdir ${WORK} ${WORK}/build/guest)
 file(STRINGS ${WORK}/guest.log lines REGEX "> <WARN> <Part> from a guest$")
 if(NOT lines)
