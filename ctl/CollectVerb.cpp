@@ -27,7 +27,6 @@ namespace {
 
 using NimaPost::InputFile;
 
-constexpr const char* kManifestName = "manifest.json";
 constexpr std::size_t kPiece = 1 << 16;
 constexpr std::size_t kMostFiles = 4096;
 constexpr int kAttempts = 10;

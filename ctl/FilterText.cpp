@@ -11,13 +11,13 @@ namespace NimaCtl {
 
 namespace {
 
-constexpr std::size_t kWidth = 100;
+constexpr std::size_t kLineWidth = 100;
 
 /// In lines that end after a comma.
 void Fold(NimaPost::Output& out, std::string margin, std::string_view text) {
     constexpr std::string_view kComma = ", ";
-    while (text.size() > kWidth) {
-        const std::size_t last = text.substr(0, kWidth).rfind(kComma);
+    while (text.size() > kLineWidth) {
+        const std::size_t last = text.substr(0, kLineWidth).rfind(kComma);
         const std::size_t comma = last != std::string_view::npos ? last : text.find(kComma);
         if (comma == std::string_view::npos) {
             break;
@@ -68,7 +68,7 @@ std::string FilterText(const Filter& filter, const Names& names) {
 void PrintFilter(NimaPost::Output& out, const std::string& label, const Filter& filter, const Names& names) {
     constexpr std::string_view kNextLevel = "; ";
     const std::string text = FilterText(filter, names);
-    if (text.size() <= kWidth) {
+    if (text.size() <= kLineWidth) {
         out.Line(label + text);
         return;
     }

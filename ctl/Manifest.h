@@ -23,6 +23,7 @@ struct CollectedFile {
     bool unreadable = false; ///< it should have been in the archive
 };
 
+constexpr const char* kManifestName = "manifest.json";
 constexpr std::int64_t kSecond = 1'000'000'000;
 
 /// Clocks read at one moment, in nanoseconds.

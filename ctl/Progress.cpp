@@ -10,7 +10,7 @@ namespace NimaCtl {
 
 namespace {
 
-constexpr std::size_t kWidth = 30;
+constexpr std::size_t kBarWidth = 30;
 
 std::int64_t Seconds(std::chrono::nanoseconds time) {
     return std::chrono::ceil<std::chrono::seconds>(time).count();
@@ -32,9 +32,9 @@ void Progress::Show(std::chrono::nanoseconds passed, std::uint64_t entries) {
     }
     const auto full =
         static_cast<std::size_t>(static_cast<double>(passed.count()) / static_cast<double>(whole_.count()) *
-                                 static_cast<double>(kWidth));
-    std::string bar(kWidth, ' ');
-    bar.replace(0, std::min(full, kWidth), std::min(full, kWidth), '#');
+                                 static_cast<double>(kBarWidth));
+    std::string bar(kBarWidth, ' ');
+    bar.replace(0, std::min(full, kBarWidth), std::min(full, kBarWidth), '#');
     std::cerr << "\r[" << bar << "] " << Seconds(passed) << " of " << Seconds(whole_) << " s, " << entries
               << " entries, Ctrl-C ends\x1b[K" << std::flush;
 }

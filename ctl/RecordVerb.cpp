@@ -34,8 +34,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr const char* kRingsName = "rings.txt";
-constexpr const char* kManifestName = "manifest.json";
-constexpr std::chrono::milliseconds kLook{100};
+constexpr std::chrono::milliseconds kLookForEnd{100};
 
 struct RecordOptions {
     std::chrono::nanoseconds time{};
@@ -113,7 +112,7 @@ void Wait(const TraceBlock& block, const TemporaryLevels& levels, std::chrono::n
             break;
         }
         progress.Show(passed, claims.Claimed());
-        std::this_thread::sleep_for(std::min<Clock::duration>(kLook, time - passed));
+        std::this_thread::sleep_for(std::min<Clock::duration>(kLookForEnd, time - passed));
         claims.Look();
         // A dump takes the levels away and brings them back; not so if they are missing twice.
         const bool before = std::exchange(open, levels.AreOpen());

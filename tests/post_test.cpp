@@ -566,6 +566,26 @@ std::string TiedBy(const Json& timeline, const std::string& code) {
 
 } // namespace
 
+TEST_F(PostMortem, AFieldOfTheHeaderThatDisagreesIsOutvoted) {
+    Block block;
+    for (std::uint32_t i = 0; i < 10; ++i) {
+        block.Record(0x00800001, 1000 + i, {i, 0x111});
+    }
+    block.Write("whole", 32);
+    const std::string whole = ReadFile("whole");
+    const Json records = Post({"systrace", "whole", "--json"}).Parsed()["records"];
+    for (const std::size_t field : {offsetof(SysTraceHeader, entryCount), offsetof(SysTraceHeader, indexMask),
+                                    offsetof(SysTraceHeader, bufferSize)}) {
+        std::string damaged = whole;
+        damaged[field] = static_cast<char>(damaged[field] ^ 0x40);
+        WriteFile("damaged", damaged);
+        const Result result = Post({"systrace", "damaged", "--json"});
+        EXPECT_EQ(result.code, 1) << field;
+        EXPECT_TRUE(result.Finds("header-contradiction")) << result.errors;
+        EXPECT_EQ(result.Parsed()["records"], records) << field;
+    }
+}
+
 TEST_F(PostMortem, ReadsFilesThatWereCutAnywhere) {
     Block block;
     for (std::uint32_t i = 0; i < 10; ++i) {

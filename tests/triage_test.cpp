@@ -311,6 +311,11 @@ TEST_F(Triage, AnAdapterThatIsFullStaysFailed) {
     EXPECT_EQ(adapter.WriteToOutput("ghij", 4), 0) << "exactly full";
     EXPECT_STREQ(buffer, "abcdefghi");
     EXPECT_EQ(adapter.WriteToOutput("", 0), 0);
+    BufferOutputAdapter none(nullptr, sizeof(buffer), true);
+    EXPECT_EQ(none.WriteToOutput("x", 1), 0);
+    BufferOutputAdapter empty(buffer, 0, true);
+    EXPECT_EQ(empty.WriteToOutput("x", 1), 0);
+    EXPECT_STREQ(buffer, "abcdefghi");
     FileHandleOutputAdapter closed(InvalidHandle(), true);
     EXPECT_EQ(closed.WriteToOutput("x", 1), 0);
 }

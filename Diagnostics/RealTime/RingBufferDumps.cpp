@@ -21,7 +21,7 @@ namespace {
 constexpr auto kBegin = Catalogue::Concatenated("\r\n", Catalogue::kRingDumpBegin, "\r\n\r\n");
 constexpr auto kEnd = Catalogue::Concatenated("\r\n", Catalogue::kRingDumpEnd, "\r\n");
 constexpr int kDumpTextSize = 255;
-constexpr long kMapReadWrite = 3;
+constexpr long kMapRings = 3;
 
 void WriteFormatted(char* buffer, int bufferLength, void* file, const char* text) {
     const auto size = static_cast<std::size_t>(bufferLength);
@@ -48,7 +48,7 @@ class Segment {
     const RingDirectory* directory() const { return static_cast<const RingDirectory*>(view_); }
     bool Unmap() { return _unmap_view_of_file_helper(view_) != 0; }
     bool Map(std::uint32_t size) {
-        view_ = _map_view_file_helper(handle_, kMapReadWrite, 0, 0, static_cast<long>(size));
+        view_ = _map_view_file_helper(handle_, kMapRings, 0, 0, static_cast<long>(size));
         return view_ != nullptr;
     }
 

@@ -154,7 +154,7 @@ class SysTraceBuffer {
     std::uint32_t hardwareRegister2_ = 0;
     bool threadRecords_ = false;
     std::uint32_t* filter_ = nullptr; ///< the live filter's words, followed by those of the saved filter
-    std::int32_t reservedWord_ = -1;
+    [[maybe_unused]] std::int32_t reservedWord_ = -1;
     unsigned char reservedByte_ = 0;
     bool restoreStateOnEnd_ = false;
     bool filterSaved_ = false;

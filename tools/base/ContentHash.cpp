@@ -11,7 +11,7 @@ namespace {
 
 constexpr unsigned kByteBits = 8;
 /// Odd, so that different words stay different, and the lanes have nothing in common.
-constexpr std::uint64_t kOther = 0xD6E8FEB86659FD93;
+constexpr std::uint64_t kOtherLane = 0xD6E8FEB86659FD93;
 
 /// The lowest byte first, whatever the machine's order.
 std::uint64_t WordAt(const char* bytes) {
@@ -26,7 +26,7 @@ std::uint64_t WordAt(const char* bytes) {
 
 void ContentHash::AddWord(std::uint64_t word) {
     lanes_[0] = Mix(lanes_[0], word);
-    lanes_[1] = Mix(lanes_[1], word * kOther);
+    lanes_[1] = Mix(lanes_[1], word * kOtherLane);
 }
 
 void ContentHash::Add(std::string_view bytes) {

@@ -6,13 +6,13 @@ namespace NimaPost {
 
 namespace {
 
-volatile std::sig_atomic_t requested = 0;
+volatile std::sig_atomic_t suspended = 0;
 volatile std::sig_atomic_t continued = 0;
 struct sigaction previousStop;
 struct sigaction previousContinue;
 
 void OnSignal(int signal) {
-    (signal == SIGTSTP ? requested : continued) = 1;
+    (signal == SIGTSTP ? suspended : continued) = 1;
 }
 
 /// Without SA_RESTART, so that a wait returns.
@@ -25,7 +25,7 @@ struct sigaction Noting() {
 } // namespace
 
 Suspension::Suspension() {
-    requested = 0;
+    suspended = 0;
     continued = 0;
     const struct sigaction action = Noting();
     sigaction(SIGTSTP, &action, &previousStop);
@@ -38,11 +38,11 @@ Suspension::~Suspension() {
 }
 
 bool Suspension::Requested() const {
-    return requested != 0;
+    return suspended != 0;
 }
 
 void Suspension::Stop() {
-    requested = 0;
+    suspended = 0;
     std::signal(SIGTSTP, SIG_DFL);
     raise(SIGTSTP);
     const struct sigaction action = Noting();

@@ -115,7 +115,7 @@ Json ProcessesJson(const LogSet& logs) {
     return processes;
 }
 
-Findings Summary(const LogSet& logs) {
+Findings SummaryOf(const LogSet& logs) {
     Findings findings;
     findings.damage = logs.Unusable().damage;
     for (const LogSet::Source& source : logs.Sources()) {
@@ -258,7 +258,7 @@ int RunLogView(Context& context, const DeviceInput& input, const Findings& findi
 }
 
 int PrintLogs(Context& context, Wanted wanted, const Findings& inherited) {
-    const Findings findings = Joined(inherited, Summary(wanted.logs));
+    const Findings findings = Joined(inherited, SummaryOf(wanted.logs));
     if (context.format == Format::kJson) {
         PrintJson(context, wanted, findings);
         return std::max(ExitCodeOf(findings), ExitCodeOf(LateFindings(wanted, findings)));

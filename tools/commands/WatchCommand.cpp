@@ -29,7 +29,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// An interrupt that comes between the check for one and the wait is noticed after this time.
-constexpr std::chrono::milliseconds kLongestWait(200);
+constexpr std::chrono::milliseconds kLongestPause(200);
 constexpr std::size_t kUsualRecords = 10;
 /// How many notices stay on the screen.
 constexpr std::size_t kNotices = 4;
@@ -93,7 +93,7 @@ class Watch {
         for (Clock::time_point now = Clock::now(); now < next && !interrupt.Requested() && !EndRequested();
              now = Clock::now()) {
             const auto left =
-                std::min(std::chrono::ceil<std::chrono::milliseconds>(next - now), kLongestWait);
+                std::min(std::chrono::ceil<std::chrono::milliseconds>(next - now), kLongestPause);
             bool changed = false;
             if (control_) {
                 std::vector<std::string> done;

@@ -16,7 +16,7 @@ struct Module {
     std::span<const std::string_view> begins;
 };
 
-constexpr std::array<std::string_view, 3> kHandler{"signalHandler", "terminateHandler", "HandleFatalCrash"};
+constexpr std::array<std::string_view, 3> kHandlers{"signalHandler", "terminateHandler", "HandleFatalCrash"};
 
 constexpr std::array<std::string_view, 6> kDiagnostics{"InstallCrashHandler",       "DeviceFatalError",
                                                        "DeviceFatalErrorExtra",     "DeviceFatalException",
@@ -33,8 +33,9 @@ constexpr std::string_view kResult = "std::enable_if";
 
 constexpr std::array<std::string_view, 3> kUnwinderBegins{"_Unwind_", "_UL", "unw_"};
 
-constexpr std::array<Module, 5> kModules{Module{kHandler, {}}, Module{kDiagnostics, {}}, Module{kC, kCBegins},
-                                         Module{{}, kCppBegins}, Module{{}, kUnwinderBegins}};
+constexpr std::array<Module, 5> kModules{Module{kHandlers, {}}, Module{kDiagnostics, {}},
+                                         Module{kC, kCBegins}, Module{{}, kCppBegins},
+                                         Module{{}, kUnwinderBegins}};
 
 /// A function in C has no parameters in its name, unlike a product's own in C++ that is called the same.
 bool IsInC(const FunctionName& function) {
@@ -57,7 +58,7 @@ bool IsForeign(const FunctionName& function) {
 }
 
 bool EntersHandler(std::string_view function) {
-    return std::find(kHandler.begin(), kHandler.end(), function) != kHandler.end();
+    return std::find(kHandlers.begin(), kHandlers.end(), function) != kHandlers.end();
 }
 
 } // namespace NimaPost

@@ -11,7 +11,7 @@ namespace NimaPost {
 namespace {
 
 /// Dates are compared with those of this many boots at most, so that time stays bounded.
-constexpr std::size_t kMostCompared = 256;
+constexpr std::size_t kMostBoots = 256;
 
 struct Comparison {
     BootEvidence evidence = BootEvidence::kUnknown;
@@ -198,7 +198,7 @@ class BootNumbering {
             TakeOver(process, processes_[*fellow]);
             return processes_[*fellow].boot;
         }
-        const std::size_t from = std::max(least, boots_.size() - std::min(boots_.size(), kMostCompared) + 1);
+        const std::size_t from = std::max(least, boots_.size() - std::min(boots_.size(), kMostBoots) + 1);
         const auto fitOneClock = [](const LogProcess& a, const LogProcess& b) {
             return FindCommonClock(a, b).has_value();
         };

@@ -13,11 +13,11 @@ namespace {
 
 /// Nearly all files that differ do so here: a log begins with a counter.
 constexpr std::size_t kFront = 32;
-constexpr std::size_t kPiece = 1 << 16;
+constexpr std::size_t kComparedAtOnce = 1 << 16;
 
 bool BeginsWith(const InputFile& file, const InputFile& other) {
-    std::vector<char> ofFile(kPiece);
-    std::vector<char> ofOther(kPiece);
+    std::vector<char> ofFile(kComparedAtOnce);
+    std::vector<char> ofOther(kComparedAtOnce);
     for (std::uint64_t at = 0; at < other.Size();) {
         const std::size_t size = other.ReadAt(at, ofOther);
         if (size == 0 || file.ReadAt(at, ofFile) < size ||

@@ -10,7 +10,7 @@ namespace NimaPost {
 namespace {
 
 /// A process is compared with so many that began before it, so that time stays bounded.
-constexpr std::size_t kMostCompared = 256;
+constexpr std::size_t kMostLogsCompared = 256;
 
 bool ShareAThread(const LogProcess& a, const LogProcess& b) {
     return std::any_of(a.threads.begin(), a.threads.end(),
@@ -30,7 +30,7 @@ JoinedLogs::JoinedLogs(const std::vector<LogProcess>& processes, std::vector<Log
     for (std::size_t i = 0; i < order.size(); ++i) {
         const LogProcess& process = processes[order[i]];
         logs_[order[i]] = {process.log};
-        for (std::size_t j = i; j > 0 && i - j < kMostCompared; --j) {
+        for (std::size_t j = i; j > 0 && i - j < kMostLogsCompared; --j) {
             if (const auto common = MayJoin(processes, order[j - 1], order[i])) {
                 const std::size_t first = first_[order[j - 1]];
                 const ProcessClock& a = *common->a;

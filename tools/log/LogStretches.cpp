@@ -11,7 +11,7 @@ namespace NimaPost {
 namespace {
 
 /// Searched at once; small enough for the processor's own memory.
-constexpr std::size_t kPiece = 1 << 18;
+constexpr std::size_t kSearchedAtOnce = 1 << 18;
 
 } // namespace
 
@@ -80,13 +80,13 @@ LineSieve::Needs LogStretches::NeedsIn(const LogStretch& stretch) {
     if (file.kind == LogKind::kQueue) {
         return sieve_->All();
     }
-    buffer_.resize(kPiece);
+    buffer_.resize(kSearchedAtOnce);
     LineSieve::Needs found = 0;
     std::size_t kept = 0;
     for (std::uint64_t at = stretch.begin; at < stretch.end && found != sieve_->All();) {
         Progress::Note(file.file.Path(), at, file.file.Size());
         const auto wanted =
-            static_cast<std::size_t>(std::min<std::uint64_t>(kPiece - kept, stretch.end - at));
+            static_cast<std::size_t>(std::min<std::uint64_t>(kSearchedAtOnce - kept, stretch.end - at));
         const std::size_t got = file.file.ReadAt(at, {buffer_.data() + kept, wanted});
         const std::string_view bytes(buffer_.data(), kept + got);
         at = got < wanted ? stretch.end : at + got;

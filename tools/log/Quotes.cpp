@@ -80,33 +80,34 @@ std::uint64_t EndOf(const Following& following) {
                                                        : lines.front().offset);
 }
 
-enum class Reading : unsigned char { kOpening, kDoubtful, kQuote };
+enum class QuoteReading : unsigned char { kOpening, kDoubtful, kQuote };
 
 /// After an opening only lines of the process that opened the log follow, since others would have been
 /// written over it. So a thread of the process before tells of a quote, unless both have the same
 /// identifiers.
-Reading ReadPlace(const QuotePlace& place, const LinesBefore& before, const LogLine& line,
-                  const std::vector<Follower>& followers) {
+QuoteReading ReadPlace(const QuotePlace& place, const LinesBefore& before, const LogLine& line,
+                       const std::vector<Follower>& followers) {
     const auto known =
         std::find_if(followers.begin(), followers.end(), [](const Follower& each) { return each.isKnown; });
     const bool isFollowed = !followers.empty() && followers.front().afterQuoted < kSoon;
     const auto date = CalibrationDate(line);
     const bool isLater = date && before.wall && (date->second + 1) * kSecond > *before.wall;
     if (followers.empty()) {
-        return place.atLineStart ? Reading::kOpening : Reading::kDoubtful;
+        return place.atLineStart ? QuoteReading::kOpening : QuoteReading::kDoubtful;
     }
     if (known == followers.end()) {
-        return followers.front().afterLast < kAtOnce && !isFollowed && !isLater ? Reading::kDoubtful
-                                                                                : Reading::kOpening;
+        return followers.front().afterLast < kAtOnce && !isFollowed && !isLater ? QuoteReading::kDoubtful
+                                                                                : QuoteReading::kOpening;
     }
     if (HasThread(before, line.thread)) {
-        return known->afterLast < kSoon && !isFollowed && !isLater ? Reading::kDoubtful : Reading::kOpening;
+        return known->afterLast < kSoon && !isFollowed && !isLater ? QuoteReading::kDoubtful
+                                                                   : QuoteReading::kOpening;
     }
     if (followers.front().afterQuoted < kAtOnce) {
-        return Reading::kOpening; // Two processes may have the log open.
+        return QuoteReading::kOpening; // Two processes may have the log open.
     }
     const bool fits = !known->afterAnother || known->afterLast < kAtOnce;
-    return fits && !IsNear(before, line.thread) ? Reading::kQuote : Reading::kDoubtful;
+    return fits && !IsNear(before, line.thread) ? QuoteReading::kQuote : QuoteReading::kDoubtful;
 }
 
 } // namespace
@@ -124,12 +125,13 @@ QuoteFinder KnownQuotes(const std::vector<Quote>& quotes) {
 std::optional<Quote> JudgeQuote(const QuotePlace& place, const LinesBefore& before, bool isProven) {
     const LogLine line = ParseLogLine(place.line.substr(place.counter));
     const Following following = FollowingOf(place, before, line.counter);
-    const Reading reading = isProven ? Reading::kQuote : ReadPlace(place, before, line, following.lines);
-    if (reading == Reading::kOpening) {
+    const QuoteReading reading =
+        isProven ? QuoteReading::kQuote : ReadPlace(place, before, line, following.lines);
+    if (reading == QuoteReading::kOpening) {
         return std::nullopt;
     }
     const std::uint64_t end = EndOf(following);
-    return Quote{place.offset + place.counter, end, reading == Reading::kQuote};
+    return Quote{place.offset + place.counter, end, reading == QuoteReading::kQuote};
 }
 
 } // namespace NimaPost

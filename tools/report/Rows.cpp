@@ -26,7 +26,7 @@ void WriteElement(Output& out, std::string_view name, const std::string& bytes) 
 
 } // namespace
 
-std::uint64_t Index::Of(std::string_view text) {
+std::uint64_t TextIndex::Of(std::string_view text) {
     if (text.empty()) {
         return 0;
     }

@@ -19,7 +19,7 @@
 namespace NimaPost {
 
 /// Numbers for texts that occur again and again.
-class Index {
+class TextIndex {
   public:
     /// From 1; 0 for an empty text.
     std::uint64_t Of(std::string_view text);
@@ -61,8 +61,8 @@ class Rows {
     std::size_t most_;
     std::deque<RowBlock> blocks_;
     Threads threads_;
-    Index levels_;
-    Index names_;
+    TextIndex levels_;
+    TextIndex names_;
     std::uint64_t taken_ = 0;
     std::size_t count_ = 0;
 };
