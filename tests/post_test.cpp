@@ -374,6 +374,22 @@ TEST_F(PostMortem, KeepsARecordWholeThatAnEntryOfAnOlderRoundFollows) {
     }
 }
 
+TEST_F(PostMortem, TakesFromTheNewestCopyOfABlockWhatItHasAndTheRestFromOlderOnes) {
+    Block block;
+    for (std::uint32_t i = 0; i < 20; ++i) {
+        block.Record(0x00800001, 1000 + i, {i, 0x111});
+    }
+    block.Write("before");
+    block.Record(0x00800001, 1020, {20, 0x111}).Record(0x00800001, 1021, {21, 0x111}).Write("later");
+    std::map<std::string, std::string> told;
+    const Json shown = Post({"show", ".", "--json"}).Parsed();
+    for (const Json& event : shown["events"]) {
+        told[event["file"]] += event["arguments"][0].dump() + ' ';
+    }
+    EXPECT_EQ(told["before"], "0 ");
+    EXPECT_EQ(told["later"], "1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 ");
+}
+
 namespace {
 
 /// What two threads write that take turns, in a process whose stacks lie this much lower: into the binary
