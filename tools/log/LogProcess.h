@@ -62,6 +62,8 @@ struct LogProcess {
     bool linesMayBeOlder = false; ///< all but its first one, which then are another's
     bool hidesSeam = false;       ///< somewhere in its lines older ones may begin, of whichever process
     bool sharesThreads = false;   ///< with another that wrote the same rounds: lines of these have no process
+    /// Older rounds are told by their threads alone to be its own.
+    bool hasOlderRounds = false;
     /// The process before it has some of its threads, too, and may have written on beside it.
     bool hasThreadsOfBefore = false;
     /// What follows a roll at which the clock was set may be by a process with the same threads, after a
