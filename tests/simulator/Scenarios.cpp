@@ -19,7 +19,7 @@ constexpr std::array kScenarios{
     Scenario{"boots", Boots, 21},
     Scenario{"boots-without-clock", BootsWithoutClock, 2},
     Scenario{"rolled-boots", RolledBoots, 13},
-    Scenario{"clock-set", ClockSet, 5, 10, 12},
+    Scenario{"clock-set", ClockSet, 9, 10, 12},
     Scenario{"kills", Kills, 12},
     Scenario{"torn-tails", TornTails, 7},
     Scenario{"logs-in-turn", LogsInTurn, 10},
