@@ -433,6 +433,31 @@ TEST_F(LogTimes, OfAProcessWithoutADateAreNotInvented) {
     }
 }
 
+TEST_F(LogTimes, OfAProcessThatTracedAnOpeningGoOn) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::int64_t later = kBoot + 100 * kSecond + 3 * kMillisecond;
+    const std::string own = Calibration(kBoot, kBoot + offset, 7);
+    const auto other = [&](std::uint32_t thread) { return Calibration(later, later + offset, thread); };
+    const auto processes = [&](const std::string& quoted) {
+        std::string holder = Line(kBoot + 600 * kMillisecond, "<WARN> <A> read:", 2);
+        holder.resize(holder.size() - 2);
+        WriteFile("a.log", own + Line(kBoot + 5, "<WARN> <A> one", 2) + holder + quoted +
+                               Line(kBoot + 605 * kMillisecond, "<WARN> <A> again", 2));
+        const Logs logs({"a.log"});
+        EXPECT_EQ(logs.set.Sources()[0].findings.damage.size(), 0U);
+        EXPECT_EQ(Has(logs.set.Sources()[0].findings.remarks, "opening-or-text"),
+                  logs.set.Processes().size() > 1);
+        EXPECT_EQ(FactsOf(logs.set.Processes().back()).linesProbable, logs.set.Processes().size() > 1);
+        return logs.set.Processes().size();
+    };
+    for (const std::string before : {" ", "\n"}) {
+        EXPECT_EQ(processes(before + other(1U << 31)), 1U); // Far from the threads that write on.
+        EXPECT_EQ(processes(before + own), 1U);
+        EXPECT_EQ(processes(before + other(7).substr(0, other(7).size() - 2) + "\n"), 1U);
+        EXPECT_EQ(processes(before + other(8)), 2U); // Perhaps of a process with the same identifiers.
+    }
+}
+
 TEST_F(LogTimes, OfAProcessThatOpenedATornLogAreFound) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
     const std::int64_t later = kBoot + 100 * kSecond + 3 * kMillisecond;

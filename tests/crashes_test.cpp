@@ -319,6 +319,9 @@ TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {
     Json crash = CrashesTold().at(0);
     EXPECT_EQ(crash["time"], "2026-11-24T16:31:07.447216000");
     EXPECT_EQ(crash["later_by_seconds"], 0);
+    EXPECT_EQ(crash["dated_by"], "log");
+    EXPECT_NE(Post({"crash", "."}).output.find("; by the clock of a log\n"), std::string::npos);
+    EXPECT_NE(Post({"crash", "crash.txt"}).output.find("; by its own date\n"), std::string::npos);
     // Where two dates leave nothing open, a third that was read 10 us sooner takes nothing from that.
     const std::string calibrated(kTwoBoots, std::strstr(kTwoBoots, "500000100"));
     WriteFile("device.log.1", calibrated + "445000005 <0x00000001:000> <WARN> <One> full\r\n");
@@ -440,6 +443,9 @@ TEST_F(Crashes, AHostsReportAndItsCrashLogAreOneCrash) {
     const std::string summary = Post({"summary", "."}).output;
     EXPECT_NE(summary.find("At most 4 crashes\n"), std::string::npos) << summary;
     EXPECT_NE(summary.find("     perhaps one crash with crash.txt.1 or crash.txt\n"), std::string::npos);
+    EXPECT_NE(
+        Post({"report", ".", "-o", "-"}).output.find(R"("perhaps":"perhaps one crash with crash.txt.1 or )"),
+        std::string::npos);
     SetModified("crash.txt.1", kMinute + 14);
     SetModified("crash.txt", kMinute + 15);
     SetModified("stacktrace1-1.txt", kMinute + 16);

@@ -364,6 +364,10 @@ TEST_F(FleetTest, BadInputCostsItselfAlone) {
     EXPECT_EQ(Post({"index", "fleet", "missing", "--db", "fleet.db"}).code, 1);
     EXPECT_EQ(Count("SELECT count(*) FROM findings WHERE case_id IS NULL AND code = 'cannot-open'"), 2);
 
+    // One in which nothing would be is not made.
+    EXPECT_EQ(Post({"index", "missing", "--db", "empty.db"}).code, 2);
+    EXPECT_FALSE(fs::exists("empty.db"));
+
     WriteFile("text.db", std::string(5000, 'x'));
     Database::ForWriting("newer.db").Execute("PRAGMA user_version = 2");
     Database::ForWriting("other.db").Execute("PRAGMA application_id = 7");

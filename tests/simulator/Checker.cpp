@@ -46,6 +46,9 @@ bool IsLog(const std::string& name) {
     return name.ends_with(".log");
 }
 
+/// Between the date of a crash log's head and its stamp.
+constexpr std::int64_t kHeadDelay = 8 * kMillisecond;
+
 /// A log and its backup are one place.
 std::string BaseOf(const std::string& name) {
     return name.substr(0, name.find(".log"));
@@ -108,7 +111,7 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
     std::vector<Fact> facts;
     for (const NimaPost::ProcessFacts& process : story.Time().AllProcesses().All()) {
         facts.push_back({process.threads, process.boot, process.doubtful, process.probablyOne,
-                         process.linesProbable,
+                         process.linesProbable, process.recordsProbable,
                          process.evidence == "no-clock" || process.evidence == "overlaps"});
     }
     claims.Facts(facts);
@@ -120,8 +123,10 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
         claim.boot = event.boot;
         if (claim.process) {
             const Fact& fact = facts[*claim.process - 1];
-            claim.probably = fact.probablyOne || (fact.linesProbable && event.level != "CAL");
-            claim.bootGuessed = fact.bootGuessed;
+            const bool recordDoubted = fact.recordsProbable && event.kind != EventKind::kText;
+            claim.probably =
+                fact.probablyOne || (fact.linesProbable && event.level != "CAL") || recordDoubted;
+            claim.bootGuessed = fact.bootGuessed || recordDoubted;
         }
         if (event.kind == EventKind::kText) {
             claim.message = event.text;
@@ -141,7 +146,13 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
             claim.time = crash.time;
             claim.process = crash.process;
             claim.boot = crash.boot;
-            claims.AddCrash(claim, *crash.log->log.ticks, crash.after != NimaPost::CrashEvidence::kNothing);
+            const NimaPost::RawDate& date = *crash.log->log.date;
+            const std::int64_t after = *crash.time - date.Earliest();
+            if (after > date.Spread() + kHeadDelay || -after > crash.certainty.originLater + kHeadDelay) {
+                verdict.Add(Fault::kStatement, "a crash's time contradicts its own date");
+            }
+            claim.probably = crash.process && facts[*crash.process - 1].recordsProbable;
+            claims.AddCrash(claim, *crash.log->log.ticks, crash.after < NimaPost::CrashEvidence::kDate);
         }
     }
     AddEvidence(story, files, claims);

@@ -140,10 +140,10 @@ void Claims::AddCrash(const Claim& claim, std::int64_t counter, bool isLater) {
     if (strictness_ == Strictness::kEverything || claim.originLater == 0) {
         CheckTime(claim, stamp, where);
     }
-    if (claim.process) {
+    if (claim.process && !claim.probably) {
         processes_[*claim.process].insert(stamp.process);
     }
-    if (claim.boot) {
+    if (claim.boot && !claim.probably) {
         boots_[*claim.boot].insert(stamp.boot);
     }
     const std::pair moment(stamp.boot, stamp.monotonic);
@@ -263,7 +263,7 @@ void Claims::CheckFacts() {
         const bool isOther = std::any_of(fact.threads.begin(), fact.threads.end(), [&](std::uint32_t thread) {
             return !life.threads.contains(thread);
         });
-        if (isOther && !fact.probablyOne && !fact.linesProbable) {
+        if (isOther && !fact.probablyOne && !fact.linesProbable && !fact.recordsProbable) {
             verdict_.Add(Fault::kThreads, where);
         }
         if (latest != nullptr && life.last < latest->first && !fact.doubtful) {

@@ -39,6 +39,7 @@ struct Fact {
     bool doubtful = false;      ///< of the boot
     bool probablyOne = false;   ///< else several
     bool linesProbable = false; ///< all but the first one
+    bool recordsProbable = false;
     bool bootGuessed = false;
 };
 

@@ -40,7 +40,8 @@ void StoreCrashLog(World& world, int process, RingSegment* rings, const Failure&
     world.truth.crashes.emplace(CounterAt(world.device.Now()), stamp);
     text += "Error Code: " + failure.code + "\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\n";
     text += " File Name: " + failure.file + "\r\nLine Numbr: " + std::to_string(failure.line) + "\r\n";
-    text += std::string(kBootCycle) + ": " + std::to_string(world.device.Boot()) + "\r\n\r\n";
+    text += std::string(kBootCycle) + ": " + std::to_string(failure.hasBootCycle ? world.device.Boot() : 0) +
+            "\r\n\r\n";
     text +=
         std::string(kModulesSection) + "\r\n\r\n" + kCallStacksSection + "\r\n\r\n" + kRingsSection + "\r\n";
     if (rings != nullptr) {

@@ -15,6 +15,7 @@ struct Failure {
     std::string code = "31AC05";
     std::string file = "/src/device/fuser.cpp";
     int line = 24;
+    bool hasBootCycle = true; ///< else the host has set none
 };
 
 /// The crash log of a process, with the previous one of the same name beside it. The rings may be missing.

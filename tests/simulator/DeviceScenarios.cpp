@@ -16,7 +16,7 @@ class Machine {
   public:
     Machine(World& world, bool hasTrace, bool hasRings) : world_(world) {
         if (hasTrace) {
-            trace_.emplace(world, static_cast<std::uint32_t>(world.random.OneOf({1024, 4096, 16384})));
+            ClearTrace();
         }
         if (hasRings) {
             rings_.emplace(world);
@@ -27,6 +27,8 @@ class Machine {
 
     /// Every crash log is to have a name of its own.
     void NameCrashLogs() { ownNames_ = true; }
+    /// None is to tell the boot cycle.
+    void CountNoBoots() { countsBoots_ = false; }
 
     void Equip(Host& host) {
         if (trace_) {
@@ -63,7 +65,9 @@ class Machine {
         const int process = host.process.Number();
         // Names that tell the wrong order, where there is no number to tell it.
         const std::string name = ownNames_ ? "crash-" + std::to_string(100 - process) + ".txt" : "crash.txt";
-        StoreCrashLog(world_, process, rings_ ? &*rings_ : nullptr, {}, name);
+        Failure failure;
+        failure.hasBootCycle = countsBoots_;
+        StoreCrashLog(world_, process, rings_ ? &*rings_ : nullptr, failure, name);
         host.End();
     }
     /// A signal leaves a stack trace and nothing that was in memory.
@@ -71,9 +75,13 @@ class Machine {
         StoreStackTrace(world_, host.process.Number());
         Kill(host);
     }
-    void ClearRings() {
+    /// What is in memory does not outlive a boot.
+    void Clear() {
         if (rings_) {
             rings_->Clear();
+        }
+        if (trace_) {
+            ClearTrace();
         }
     }
     void DumpRings(Host& host) {
@@ -93,10 +101,15 @@ class Machine {
     }
 
   private:
+    void ClearTrace() {
+        trace_.emplace(world_, static_cast<std::uint32_t>(world_.random.OneOf({1024, 4096, 16384})));
+    }
+
     World& world_;
     std::optional<TraceBlock> trace_;
     std::optional<RingSegment> rings_;
     bool ownNames_ = false;
+    bool countsBoots_ = true;
 };
 
 /// A new process soon, or after a boot. With or without a clock, the shared files are still there.
@@ -194,8 +207,9 @@ void CrashLogs(World& world) {
 
 /// Each boot has a new log and empty rings, so that crash logs and traces are all that is left of those
 /// before.
-void LoneCrashLogs(World& world) {
-    Machine machine(world, false, !world.random.OneIn(4));
+namespace {
+
+void LiveAndLoseLogs(World& world, Machine& machine) {
     if (world.random.OneIn(2)) {
         machine.NameCrashLogs();
     }
@@ -207,9 +221,23 @@ void LoneCrashLogs(World& world) {
     lives.between = [&] {
         world.files.Remove("device.log");
         world.device.Reboot(world.random.Between(kSecond, kHour), !world.random.OneIn(3));
-        machine.ClearRings();
+        machine.Clear();
     };
     LiveAndFetch(world, machine, lives);
+}
+
+} // namespace
+
+void LoneCrashLogs(World& world) {
+    Machine machine(world, false, !world.random.OneIn(4));
+    LiveAndLoseLogs(world, machine);
+}
+
+/// The same with dumps of the trace, and by hosts that do not count boots.
+void LoneDumps(World& world) {
+    Machine machine(world, !world.random.OneIn(3), world.random.OneIn(3));
+    machine.CountNoBoots();
+    LiveAndLoseLogs(world, machine);
 }
 
 void Everything(World& world) {

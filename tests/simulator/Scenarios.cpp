@@ -22,6 +22,7 @@ constexpr std::array kScenarios{
     Scenario{"clock-set", ClockSet, 9, 10, 12},
     Scenario{"kills", Kills, 12},
     Scenario{"torn-tails", TornTails, 7},
+    Scenario{"quotes", Quotes, 10},
     Scenario{"logs-in-turn", LogsInTurn, 10},
     Scenario{"moved-log", MovedLog, 1},
     Scenario{"two-files", TwoFiles, 1, 10, 5},
@@ -37,6 +38,7 @@ constexpr std::array kScenarios{
     Scenario{"ring-restarts", RingRestarts, 10},
     Scenario{"crash-logs", CrashLogs, 14},
     Scenario{"lone-crash-logs", LoneCrashLogs, 2},
+    Scenario{"lone-dumps", LoneDumps, 2},
     Scenario{"everything", Everything, 145, 10, 35},
 };
 

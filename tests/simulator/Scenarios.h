@@ -10,11 +10,11 @@ namespace Simulator {
 using Play = void(World& world);
 /// Hosts that write logs.
 Play OneRun, Rolls, Rewinds, UnbufferedRewinds, ChangedMaximum, OpenedAnew, Appended, OtherOpenings, Boots,
-    BootsWithoutClock, RolledBoots, ClockSet, Kills, TornTails, LogsInTurn, MovedLog, TwoFiles, TwoFilesBoots,
-    TwoFilesClockSet, SharedFile;
+    BootsWithoutClock, RolledBoots, ClockSet, Kills, TornTails, Quotes, LogsInTurn, MovedLog, TwoFiles,
+    TwoFilesBoots, TwoFilesClockSet, SharedFile;
 /// Devices that have a binary trace or rings beside their logs, and crash.
 Play Traces, TraceKills, TraceRestarts, SharedTrace, Rings, SlowRings, RingRestarts, CrashLogs, LoneCrashLogs,
-    Everything;
+    LoneDumps, Everything;
 
 /// A way in which devices live.
 struct Scenario {

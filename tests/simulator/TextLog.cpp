@@ -161,6 +161,10 @@ std::string TextLog::Message() {
 }
 
 void TextLog::Line(std::uint32_t thread) {
+    Line(thread, Message());
+}
+
+void TextLog::Line(std::uint32_t thread, const std::string& message) {
     static constexpr std::array<const char*, 5> kLevels{
         "<ERROR> <Engine> ", "<WARN> <Panel> ", "<INFO> <Job> ", "<PERF> <Engine> ", "<DEBUG> <Net> "};
     if (!file_) {
@@ -171,7 +175,7 @@ void TextLog::Line(std::uint32_t thread) {
     const std::string body = kLevels[static_cast<std::size_t>(world_.random.Below(kLevels.size()))];
     stamp.header = prefix + body;
     const std::uint32_t serial = world_.truth.Add(std::move(stamp));
-    Store(thread, prefix, body + "#" + std::to_string(serial) + "; " + Message());
+    Store(thread, prefix, body + "#" + std::to_string(serial) + "; " + message);
 }
 
 void TextLog::RawLine(std::uint32_t thread) {

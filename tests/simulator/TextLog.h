@@ -31,6 +31,8 @@ class TextLog {
 
     /// A line like those of tracers, stamped under the device's lock.
     void Line(std::uint32_t thread);
+    /// The same with this message.
+    void Line(std::uint32_t thread, const std::string& message);
     /// Raw bytes with a header of the tracer's, stamped before the device's lock is taken.
     void RawLine(std::uint32_t thread);
     /// What both end in, and what the device offers: a payload with its prefix.

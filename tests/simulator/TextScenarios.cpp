@@ -3,6 +3,7 @@
 #include "tests/simulator/Scenarios.h"
 
 #include <deque>
+#include <iterator>
 #include <optional>
 
 namespace Simulator {
@@ -213,6 +214,44 @@ void TornTails(World& world) {
                  .mostWrites = 300,
                  .end = [&](Host& host) { Tear(world, host); },
                  .between = [&] { PassOrReboot(world); }});
+}
+
+namespace {
+
+/// As an engineer's host traces it: a page of a manual, or an opening of the log as another program reads it,
+/// with its end or without.
+std::string Quoted(World& world) {
+    Random& random = world.random;
+    if (random.OneIn(4)) {
+        return "657986616 <0xb7865740:000> <CAL> <Trace> Calibration freq=1000000, "
+               "now=01250924155811.30089, type=qpc\n"
+               "658007412 <0xb7865740:000> <WARN> <Engine> fuser at 180 C\n";
+    }
+    auto calibration = world.truth.calibrations.begin();
+    std::advance(calibration, random.Below(static_cast<std::int64_t>(world.truth.calibrations.size())));
+    const char* const end = random.OneIn(2) ? "\r\n" : random.OneIn(2) ? "\n" : "";
+    return calibration->second.header + calibration->first + end;
+}
+
+} // namespace
+
+void Quotes(World& world) {
+    Random& random = world.random;
+    Live(world, {.settings = {},
+                 .most = 4,
+                 .mostWrites = 300,
+                 .end = [&](Host& host) { random.OneIn(3) ? Tear(world, host) : host.End(); },
+                 .between = [&] { PassOrRebootAnyhow(world); },
+                 .meanwhile =
+                     [&](Host& host) {
+                         host.process.Settle();
+                         host.log.Flush(false);
+                         const std::uint32_t thread = host.process.MainThread();
+                         const std::string text = (random.OneIn(2) ? "read: " : "read:\n") + Quoted(world);
+                         host.log.Line(thread, text);
+                         world.device.Pass(random.Between(kMicrosecond, 20 * kMillisecond));
+                         host.log.Line(thread);
+                     }});
 }
 
 void TwoFiles(World& world) {

@@ -62,10 +62,11 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
     });
     if (!anyOfCycle) {
         ProcessFacts added = facts;
-        // Which has the same threads, so its number does not tell its place in time.
-        added.doubtful = !processes.AllWithAnyOf(facts.threads).empty();
-        added.proof = added.doubtful ? "its crash log is of another boot cycle than those with its threads"
-                                     : kOnlyUndated;
+        const bool others = !processes.AllWithAnyOf(facts.threads).empty();
+        added.proof =
+            others ? "its crash log is of another boot cycle than those with its threads" : kOnlyUndated;
+        added.doubtful = true;
+        added.proof += "; its number does not tell when it ran";
         added.assumed = true;
         all_ = ofCycle_ = processes.Add(std::move(added));
     }

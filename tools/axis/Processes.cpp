@@ -26,6 +26,7 @@ std::vector<std::string> ProcessFacts::Doubts() const {
     add(doubtful, "boot");
     add(probablyOne, "one-process");
     add(linesProbable, "lines");
+    add(recordsProbable, "records");
     add(assumed, "times");
     return doubts;
 }
@@ -134,6 +135,14 @@ std::optional<std::size_t> Processes::WithAnyOf(const std::set<std::uint32_t>& t
 bool Processes::IsOfAnotherCycle(std::size_t number, std::optional<std::uint64_t> bootCycle) const {
     const std::optional<std::uint64_t>& known = all_[number - 1].bootCycle;
     return known && bootCycle && *known != *bootCycle;
+}
+
+void Processes::DoubtRecords(std::size_t number, const std::string& why) {
+    ProcessFacts& facts = all_[number - 1];
+    if (!facts.recordsProbable) {
+        facts.recordsProbable = true;
+        facts.proof += "; its records are probably its own: " + why;
+    }
 }
 
 void Processes::TakeBootCycle(std::size_t number, std::optional<std::uint64_t> bootCycle) {

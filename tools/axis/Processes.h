@@ -27,6 +27,8 @@ struct ProcessFacts {
     bool doubtful = false;    ///< another reading is possible; the words name it
     bool probablyOne = false; ///< it may be several with the same threads; the words say so
     bool linesProbable = false; ///< they may be another process's; the words say so
+    /// So may what has only its threads to tell its process: binary records, rings and crash logs.
+    bool recordsProbable = false;
     /// Which crash logs name; empty where none of it is known, or its host has set none.
     std::optional<std::uint64_t> bootCycle = {};
     /// Of records: the process that has their threads, where more than threads tells that it need not be
@@ -68,6 +70,8 @@ class Processes {
                                          std::optional<std::uint64_t> bootCycle = {}) const;
     /// Whether both are known and differ.
     bool IsOfAnotherCycle(std::size_t number, std::optional<std::uint64_t> bootCycle) const;
+    /// Another process may have had the same threads; `why` in words.
+    void DoubtRecords(std::size_t number, const std::string& why);
     void TakeBootCycle(std::size_t number, std::optional<std::uint64_t> bootCycle);
 
   private:

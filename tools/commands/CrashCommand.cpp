@@ -45,7 +45,7 @@ std::string WhenWritten(const CrashLog& log) {
     std::string when;
     if (log.date) {
         AppendWallTime(when, log.date->Earliest());
-        when = WithMark(std::move(when), {0, 0, false, log.date->Spread()});
+        when = WithMark(std::move(when), {0, 0, false, log.date->Spread()}) + kByHead;
     }
     return when;
 }

@@ -46,9 +46,7 @@ int RunIndex(Context& context, IndexOptions& options) {
             return ReportUnusable(context, "--device-from: " + problem);
         }
     }
-    Database database = Database::ForWriting(options.task.database);
-    const IndexResult result = Index(options.task, context.names, database);
-    database.Settle();
+    const IndexResult result = Index(options.task, context.names);
     if (result.cases == 0) {
         if (!context.json) {
             PrintFindings(context, result.findings);

@@ -251,7 +251,7 @@ class Summary {
                 line += facts.assumed ? " ?" : "";
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
-            if (facts.linesProbable || facts.probablyOne ||
+            if (facts.linesProbable || facts.recordsProbable || facts.probablyOne ||
                 (facts.doubtful && DoubtOf(facts) != "probably")) {
                 Line("     " + facts.proof);
             }

@@ -71,6 +71,7 @@ void CrashSource::Date(Axis& axis) {
             const Tie& tie = (head++)->second;
             crash.time = tie.time;
             crash.process = tie.onlyWriter;
+            crash.byLog = tie.process.has_value();
             crash.certainty = {tie.within, tie.within, false, tie.later};
             if (!IsOfEarlierProcess(tie, axis.Newest())) {
                 axis.SetNewest(tie);
@@ -82,32 +83,38 @@ void CrashSource::Date(Axis& axis) {
 }
 
 /// A process is of one boot cycle: that of the crash logs that fit its clock closely, or else at all. Where
-/// these are of several cycles, none of them is of it for all that is known.
+/// these are of several cycles, none of them is of it for all that is known. One that names no cycle may be
+/// of any.
 std::vector<std::pair<std::size_t, Tie>> CrashSource::TieHeads(Axis& axis) const {
-    using Cycles = std::set<std::uint64_t>;
+    using Cycles = std::set<std::pair<std::uint64_t, std::size_t>>; // The file where there is no cycle.
+    const auto cycleOf = [](const Head& head, std::size_t file) {
+        return head.bootCycle ? std::pair(*head.bootCycle, std::size_t{0})
+                              : std::pair(std::uint64_t{0}, file);
+    };
     std::map<std::size_t, std::array<Cycles, 2>> cyclesOf; // Of those that fit, and of those that do closely.
     for (const auto& [file, crash] : All()) {
         const auto head = HeadOf(crash);
         const Tie tie = head ? axis.TieOf(*head) : Tie();
-        if (tie.onlyWriter && head->bootCycle) {
+        if (tie.onlyWriter) {
             auto& [any, close] = cyclesOf[*tie.onlyWriter];
-            (tie.fitsClosely ? close : any).insert(*head->bootCycle);
+            (tie.fitsClosely ? close : any).insert(cycleOf(*head, file));
         }
     }
-    std::set<std::size_t> contested;
+    std::map<std::size_t, Cycles> toldOf;
     for (const auto& [process, cycles] : cyclesOf) {
         const Cycles& told = cycles[1].empty() ? cycles[0] : cycles[1];
         if (told.size() == 1) {
-            axis.AllProcesses().TakeBootCycle(process, *told.begin());
-        } else {
-            contested.insert(process);
+            const std::uint64_t cycle = told.begin()->first;
+            axis.AllProcesses().TakeBootCycle(process, cycle > 0 ? std::optional(cycle) : std::nullopt);
         }
+        toldOf[process] = told;
     }
     std::vector<std::pair<std::size_t, Tie>> ties;
     for (const auto& [file, crash] : All()) {
         if (const auto head = HeadOf(crash)) {
             Tie tie = axis.TieOf(*head);
-            if (tie.onlyWriter && head->bootCycle && contested.contains(*tie.onlyWriter)) {
+            const Cycles* const told = tie.onlyWriter ? &toldOf[*tie.onlyWriter] : nullptr;
+            if (told != nullptr && (told->size() > 1 || !told->contains(cycleOf(*head, file)))) {
                 const auto notOf = tie.onlyWriter;
                 tie = Axis::TieByDate(*head);
                 tie.notOf = notOf;

@@ -14,6 +14,7 @@ struct PlacedCrash {
     CrashLog log;
     std::optional<std::int64_t> time; ///< on the axis
     Certainty certainty = Certainty::Assumed();
+    bool byLog = false; ///< it is on the clock of a process of the logs, else by the head's own date
     CrashEvidence after = CrashEvidence::kNothing;
     /// The only process that may have written it, as far as the logs tell.
     std::optional<std::size_t> process;

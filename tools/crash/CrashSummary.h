@@ -9,6 +9,10 @@
 
 namespace NimaPost {
 
+/// What the time of a crash log rests on. By a log's clock it may be another, and be cut less.
+inline constexpr const char* kByHead = "; by its own date";
+inline constexpr const char* kByLog = "; by the clock of a log";
+
 /// A ring that was written to, and how far its newest record is from the newest of the other rings or from
 /// the crash.
 struct ActiveRing {

@@ -10,6 +10,8 @@
 #include "tools/input/EvidenceParts.h"
 
 #include <algorithm>
+#include <filesystem>
+#include <optional>
 #include <set>
 #include <utility>
 #include <variant>
@@ -75,38 +77,65 @@ KnownCases KnownIn(Database& database) {
 
 class Writing {
   public:
-    explicit Writing(Database& database) : writer_(database) {}
+    explicit Writing(std::string path) : path_(std::move(path)) {
+        std::error_code error;
+        if (std::filesystem::exists(path_, error)) {
+            Open();
+        }
+    }
+
+    KnownCases Known() { return database_ ? KnownIn(*database_) : KnownCases(); }
 
     void Take(const CaseData& data) {
-        const CaseWriter::Outcome outcome = writer_.Write(data);
+        if (!database_) {
+            Open();
+        }
+        const CaseWriter::Outcome outcome = writer_->Write(data);
         ++result_.cases;
         result_.newCases += outcome.isNew ? 1 : 0;
         result_.damagedCases += outcome.damaged ? 1 : 0;
         result_.newCrashes += outcome.newCrashes;
     }
     void Take(const PartFindings& found) {
-        writer_.Write(found);
+        writer_ ? writer_->Write(found) : waiting_.push_back(found);
         result_.findings = Joined(std::move(result_.findings), found.findings);
     }
-    IndexResult Take() { return std::move(result_); }
+    IndexResult Finish() {
+        writer_.reset();
+        if (database_) {
+            database_->Settle();
+        }
+        return std::move(result_);
+    }
 
   private:
-    CaseWriter writer_;
+    void Open() {
+        database_.emplace(Database::ForWriting(path_));
+        writer_.emplace(*database_);
+        for (const PartFindings& found : std::exchange(waiting_, {})) {
+            writer_->Write(found);
+        }
+    }
+
+    std::string path_;
+    std::optional<Database> database_;
+    std::optional<CaseWriter> writer_;
+    std::vector<PartFindings> waiting_; ///< while there is no database
     IndexResult result_;
 };
 
 } // namespace
 
-IndexResult Index(const IndexTask& task, const Names& names, Database& database) {
+IndexResult Index(const IndexTask& task, const Names& names) {
     const OwnFile own(task.database);
     std::vector<EvidencePart> parts;
     for (const std::string& path : task.paths) {
         std::vector<EvidencePart> more = PartsOf(path, own);
         std::move(more.begin(), more.end(), std::back_inserter(parts));
     }
-    const KnownCases known = KnownIn(database);
+    Writing writing(task.database);
+    const KnownCases known = writing.Known();
     const DeviceNames deviceNames(task.deviceFrom);
-    Writing writing(database);
     OrderedResults<Result> results(parts.size(), task.threads);
     const Worker worker(parts, task, names, deviceNames, known, results);
     const Crew<Result> crew(task.threads, results, [&](std::size_t number) { worker.Read(number); });
@@ -116,7 +145,7 @@ IndexResult Index(const IndexTask& task, const Names& names, Database& database)
             std::visit([&](const auto& each) { writing.Take(each); }, *result);
         }
     }
-    return writing.Take();
+    return writing.Finish();
 }
 
 } // namespace NimaPost

@@ -2,7 +2,6 @@
 
 #include "tools/base/Findings.h"
 #include "tools/base/Pattern.h"
-#include "tools/fleet/Database.h"
 #include "tools/input/InputLimits.h"
 #include "tools/names/Names.h"
 
@@ -33,7 +32,8 @@ struct IndexResult {
 };
 
 /// Reads all folders and archives, several at a time, and puts what they tell into the database in the order
-/// in which they were found: what an interrupted run left out is all that the next one adds.
-IndexResult Index(const IndexTask& task, const Names& names, Database& database);
+/// in which they were found: what an interrupted run left out is all that the next one adds. A database is
+/// made only for the first of them.
+IndexResult Index(const IndexTask& task, const Names& names);
 
 } // namespace NimaPost

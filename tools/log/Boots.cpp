@@ -51,7 +51,7 @@ void ConfirmCounters(Comparison& comparison, LogPart* last, LogPart* first) {
     if (comparison.evidence == BootEvidence::kClocksFit || comparison.evidence == BootEvidence::kNoClock) {
         last->TakeAsItStands();
         first->TakeAsItStands();
-    } else if (comparison.evidence == BootEvidence::kClocks) {
+    } else if (comparison.evidence == BootEvidence::kClocks || last->mayBeQuote || first->mayBeQuote) {
         comparison = Comparison();
     }
 }
@@ -63,6 +63,7 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     process.linesMayBeOlder = process.linesMayBeOlder || part.mayBeOlder;
     process.hidesSeam = process.hidesSeam || part.hidesSeam;
     process.hasOlderRounds = process.hasOlderRounds || (part.overwritten && !part.calibration);
+    process.mayBeQuote = process.mayBeQuote || part.mayBeQuote;
     process.sharesThreads = process.sharesThreads || !part.processIsKnown;
     std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),
                         std::inserter(process.threads, process.threads.end()));

@@ -7,13 +7,14 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace NimaPost {
 
 namespace {
 
-/// A few lines.
-constexpr std::size_t kLookAhead = 4096;
+/// More than the longest message of a tracer, and some lines.
+constexpr std::size_t kLookAhead = 8192;
 /// How soon the next line is expected after a calibration line. Readings of its counter that differ in the
 /// first digits lie further apart.
 constexpr std::int64_t kNextLine = kSecond / 10;
@@ -75,8 +76,9 @@ Reading ReadDigits(std::string_view digits, std::string_view following, bool atL
 
 } // namespace
 
-LineReader::LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end)
-    : file_(file), kind_(kind), next_(begin), end_(end) {}
+LineReader::LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end,
+                       QuoteFinder quotes)
+    : file_(file), kind_(kind), next_(begin), end_(end), quotes_(std::move(quotes)) {}
 
 bool LineReader::Next(std::string_view& line) {
     while (NextPiece(line)) {
@@ -104,7 +106,7 @@ bool LineReader::NextPiece(std::string_view& line) {
         const std::string_view rest(buffer_.data() + from_, to_ - from_);
         std::size_t length = LineLength(rest);
         if (length > 0 && kind_ == LogKind::kLines && !joined_) {
-            doubtful_ = false;
+            doubtful_ = mayBeQuote_ = false;
             stamped_ = true;
             if (const auto found = FindCalibration(rest.substr(0, length))) {
                 if (rest.size() - length < kLookAhead && Fill()) {
@@ -142,9 +144,23 @@ std::size_t LineReader::Split(std::string_view rest, std::size_t length, const F
         stamped_ = false; // The rest of a counter: a line that is older than the one before it.
         return length;
     }
-    const Reading reading = ReadDigits(rest.substr(found.digits, found.thread - found.digits),
-                                       rest.substr(length, kLookAhead), atLineStart);
+    const std::string_view following = rest.substr(length, kLookAhead);
+    const Reading reading =
+        ReadDigits(rest.substr(found.digits, found.thread - found.digits), following, atLineStart);
     const std::size_t at = found.digits + reading.foreign;
+    const std::uint64_t offset = next_ - rest.size();
+    if (IsQuoted(offset)) {
+        return length;
+    }
+    if (const auto quote =
+            quotes_ ? quotes_({offset, rest.substr(0, length), found.digits, at, atLineStart, following})
+                    : std::nullopt) {
+        if (quote->proven) {
+            quote_ = *quote;
+            return length;
+        }
+        mayBeQuote_ = true;
+    }
     splits_ = at > 0;
     joined_ = at == 0 && !reading.known;
     stamped_ = reading.known;
@@ -153,17 +169,23 @@ std::size_t LineReader::Split(std::string_view rest, std::size_t length, const F
 }
 
 LogLine LineReader::Parse(std::string_view line) const {
+    if (Quoted()) {
+        LogLine text;
+        text.message = WithoutLineEnd(line);
+        return text;
+    }
     return Judged(kind_ == LogKind::kQueue ? ParseQueueRecord(line) : ParseLogLine(line));
 }
 
 LogLine LineReader::ParseHeader(std::string_view line) const {
-    return Judged(ParseLogHeader(line));
+    return Quoted() ? LogLine() : Judged(ParseLogHeader(line));
 }
 
 LogLine LineReader::Judged(LogLine line) const {
     // A torn line is not what was found at its end.
     line.stamped = line.stamped && (stamped_ || splits_);
     line.doubtful = doubtful_ && !splits_;
+    line.mayBeQuote = mayBeQuote_ && !splits_;
     return line;
 }
 

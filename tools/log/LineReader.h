@@ -2,6 +2,7 @@
 
 #include "tools/base/InputFile.h"
 #include "tools/log/LogLine.h"
+#include "tools/log/Quotes.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -13,10 +14,12 @@ namespace NimaPost {
 
 /// Reads the lines, or the queue's records, of a part of a file one after the other. Memory is bounded: what
 /// is longer than 64 KiB comes in pieces, and of a line no more than its file allows. A calibration line that
-/// was written at the end of a torn line is a line of its own.
+/// was written at the end of a torn line is a line of its own, and one that a message holds is none.
 class LineReader {
   public:
-    LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end);
+    /// `quotes` tells of each calibration line after the file's start whether it is one.
+    LineReader(const InputFile& file, LogKind kind, std::uint64_t begin, std::uint64_t end,
+               QuoteFinder quotes = {});
 
     /// False at the end. The line, its end included, stays valid until the next call.
     bool Next(std::string_view& line);
@@ -24,6 +27,8 @@ class LineReader {
     std::uint64_t Offset() const { return lineOffset_; }
     /// Whether that line was found at the end of a torn one.
     bool Joined() const { return joined_; }
+    /// Whether that line stands in a message, whatever it looks like.
+    bool Quoted() const { return IsQuoted(lineOffset_); }
     /// That line taken apart.
     LogLine Parse(std::string_view line) const;
     /// Of a log of lines, as `ParseLogHeader` does.
@@ -37,6 +42,7 @@ class LineReader {
     bool FitsLimit(std::string_view& piece);
     bool Fill();
     std::size_t Split(std::string_view rest, std::size_t length, const FoundCalibration& found);
+    bool IsQuoted(std::uint64_t line) const { return line >= quote_.begin && line < quote_.end; }
     /// A line with what its place told of it.
     LogLine Judged(LogLine line) const;
     std::size_t LineLength(std::string_view rest) const;
@@ -54,6 +60,9 @@ class LineReader {
     bool joined_ = false;
     bool stamped_ = true;   ///< of a calibration line: its counter is known
     bool doubtful_ = false; ///< of a calibration line: a torn digit may stand in front of it
+    QuoteFinder quotes_;
+    Quote quote_; ///< the last one, if it is proven
+    bool mayBeQuote_ = false;
 };
 
 } // namespace NimaPost

@@ -44,8 +44,8 @@ bool LogCursor::NextLine() {
         if (stretch_.part != last.part) {
             BeginPart(*stretch_.part);
         }
-        reader_.emplace(files_[stretch_.part->file]->file, files_[stretch_.part->file]->kind, stretch_.begin,
-                        stretch_.part->end);
+        const LogFile& file = *files_[stretch_.part->file];
+        reader_.emplace(file.file, file.kind, stretch_.begin, stretch_.part->end, KnownQuotes(file.quotes));
         clock_ = stretch_.clock;
     }
 }

@@ -2,6 +2,9 @@
 
 #include "tools/base/InputFile.h"
 #include "tools/log/LogLine.h"
+#include "tools/log/Quotes.h"
+
+#include <vector>
 
 namespace NimaPost {
 
@@ -9,6 +12,7 @@ namespace NimaPost {
 struct LogFile {
     InputFile file;
     LogKind kind;
+    std::vector<Quote> quotes; ///< of calibration lines, in the order of the file
 };
 
 } // namespace NimaPost

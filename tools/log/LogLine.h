@@ -19,6 +19,8 @@ struct LogLine {
     bool stamped = false;
     /// Perhaps with a torn digit in front of the counter.
     bool doubtful = false;
+    /// Of a calibration line: perhaps a part of a message.
+    bool mayBeQuote = false;
     std::int64_t counter = 0;
     std::uint32_t thread = 0;
     std::int64_t priority = 0;

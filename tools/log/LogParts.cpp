@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <set>
 #include <utility>
 
 namespace NimaPost {
@@ -14,6 +15,8 @@ namespace {
 
 /// A log has one for each roll; calibration lines beyond these divide nothing, so that memory stays bounded.
 constexpr std::size_t kMostParts = 1 << 18;
+/// So many may stand in messages, for the same reason; others are told as openings.
+constexpr std::size_t kMostQuotes = 1 << 14;
 /// Counters below it have fewer digits than others.
 constexpr std::int64_t kUsualCounter = kSecond / 10;
 /// Of fewer lines, no thread can be expected to have written one.
@@ -52,7 +55,8 @@ class Divider {
             part_.calibration = LineStamp{line.counter, line.thread};
             part_.date = stamped ? CalibrationDate(line) : std::nullopt;
             part_.calibrationHasStamp = stamped;
-            part_.doubtful = line.doubtful;
+            part_.doubtful = line.doubtful || line.mayBeQuote;
+            part_.mayBeQuote = line.mayBeQuote;
             // Read from there on, the line passes for a stamped one, and the clock is another.
             nextMark_ = stamped ? nextMark_ : kNoMark;
         }
@@ -71,6 +75,20 @@ class Divider {
             part_.last = LineStamp{line.counter, line.thread};
         }
         clock_.Next(line.counter, OrderedThread(line));
+    }
+
+    /// What is known of the lines so far of the process that writes.
+    LinesBefore SoFar() const {
+        LinesBefore before;
+        clock_.ForEachThread([&](std::uint32_t thread) { before.threads.push_back(thread); });
+        before.counter = clock_.FrontierCounter();
+        if (part_.calibration) {
+            before.threads.push_back(part_.calibration->thread);
+        }
+        if (part_.date) {
+            before.wall = part_.date->Earliest() + clock_.Frontier();
+        }
+        return before;
     }
 
     /// The parts, the last one ending at `end`.
@@ -126,15 +144,84 @@ class Divider {
     bool cut_;
 };
 
-std::vector<LogPart> PartsOf(const InputFile& file, ByteRange range, bool cut = false) {
+std::vector<LogPart> PartsOf(const InputFile& file, const std::vector<Quote>& quotes, ByteRange range,
+                             bool cut = false) {
     Divider divider(range.begin, file.Size(), cut);
-    LineReader reader(file, LogKind::kLines, range.begin, range.end);
+    LineReader reader(file, LogKind::kLines, range.begin, range.end, KnownQuotes(quotes));
     bool whole = false;
     for (std::string_view text; reader.Next(text); whole = text.ends_with('\n')) {
         divider.Line(reader.ParseHeader(text), reader.Offset(), whole);
     }
     return divider.Finish(range.end);
 }
+
+/// Finds calibration lines that stand in a message, while the lines of a log are read.
+class QuoteJudge {
+  public:
+    QuoteJudge(const Divider& divider, bool byThreads) : divider_(divider), byThreads_(byThreads) {}
+
+    /// The file's first line.
+    void FirstLine(const LogLine& line, std::string_view text) {
+        deviceEnds_ = IsCalibration(line) && text.ends_with("\r\n");
+        if (IsCalibration(line)) {
+            seen_.emplace(line.counter, line.thread);
+        }
+    }
+
+    std::optional<Quote> Judge(const QuotePlace& place) {
+        if (judged_ == kMostQuotes) {
+            return std::nullopt;
+        }
+        LinesBefore before = divider_.SoFar();
+        if (!place.atLineStart) {
+            if (const LogLine holder = ParseLogHeader(place.line.substr(0, place.counter));
+                holder.hasHeader) {
+                before.threads.push_back(holder.thread);
+                before.counter = holder.counter;
+            }
+        }
+        std::sort(before.threads.begin(), before.threads.end());
+        // No other opening has the same stamp.
+        const bool repeats = Repeats(place);
+        const bool isProven = repeats || (deviceEnds_ && !place.line.ends_with("\r\n"));
+        const auto quote = JudgeQuote(place, before, isProven);
+        suspects_ = suspects_ || (quote && !isProven);
+        judged_ += quote ? 1 : 0;
+        if (quote && (byThreads_ || isProven)) {
+            found_.push_back(*quote);
+            return quote;
+        }
+        return std::nullopt;
+    }
+    /// Whether the threads of lines told of any quote.
+    bool Suspects() const { return suspects_; }
+
+    std::vector<Quote> Take() { return std::move(found_); }
+
+  private:
+    /// Some of the digits may be torn text in front of the counter.
+    bool Repeats(const QuotePlace& place) {
+        bool repeats = false;
+        LogLine line;
+        for (std::size_t at = place.digits; !repeats && at <= place.counter; ++at) {
+            line = ParseLogHeader(place.line.substr(at));
+            repeats = line.hasHeader && seen_.contains({line.counter, line.thread});
+        }
+        if (line.hasHeader && seen_.size() < kMostParts) {
+            seen_.emplace(line.counter, line.thread);
+        }
+        return repeats;
+    }
+
+    const Divider& divider_;
+    bool byThreads_;
+    bool suspects_ = false;
+    std::size_t judged_ = 0; ///< to be quotes
+    /// All lines that a device ends itself end in "\r\n"; not so in a log that was converted.
+    bool deviceEnds_ = false;
+    std::set<std::pair<std::int64_t, std::uint32_t>> seen_;
+    std::vector<Quote> found_;
+};
 
 bool AnyHasThread(const std::vector<LogPart>& parts, std::uint32_t thread) {
     return std::any_of(parts.begin(), parts.end(),
@@ -153,16 +240,16 @@ bool ShareAThread(const std::vector<LogPart>& a, const std::vector<LogPart>& b) 
 /// unless the first process had the same.
 class RoundSorter {
   public:
-    RoundSorter(const InputFile& file, const Rounds& rounds)
-        : openings_(PartsOf(file, rounds.openings)), newest_(PartsOf(file, rounds.newest)) {
+    RoundSorter(const InputFile& file, const std::vector<Quote>& quotes, const Rounds& rounds)
+        : openings_(PartsOf(file, quotes, rounds.openings)), newest_(PartsOf(file, quotes, rounds.newest)) {
         if (!openings_.empty() && MayBeCut(openings_.front())) {
-            openings_ = PartsOf(file, rounds.openings, true);
+            openings_ = PartsOf(file, quotes, rounds.openings, true);
         }
         for (LogPart& part : newest_) {
             part.hidesSeam = rounds.hidden;
         }
         for (const ByteRange& range : rounds.older) {
-            Add(PartsOf(file, range));
+            Add(PartsOf(file, quotes, range));
         }
         // Processes with the same threads cannot be told apart.
         for (std::size_t i = 0; i < openings_.size(); ++i) {
@@ -237,6 +324,61 @@ class RoundSorter {
     std::vector<LogPart> sorted_;
 };
 
+/// One reading of a log's file.
+class Surveyor {
+  public:
+    /// `byThreads`: whether the threads that write on tell of a quote.
+    Surveyor(const InputFile& file, bool byThreads)
+        : file_(file), divider_(0, file.Size()), judge_(divider_, byThreads) {
+        bool whole = false;
+        LineReader reader(file, LogKind::kLines, 0, file.Size(),
+                          [&](const QuotePlace& place) { return judge_.Judge(place); });
+        for (std::string_view text; reader.Next(text); whole = text.ends_with('\n')) {
+            const LogLine line = reader.ParseHeader(text);
+            if (lines_++ == 0) {
+                judge_.FirstLine(line, text);
+            }
+            torn_ += reader.Joined() && !line.mayBeQuote ? 1 : 0;
+            if (!reader.Quoted()) {
+                detector_.Line(line, text, reader.Offset());
+            }
+            divider_.Line(line, reader.Offset(), whole);
+        }
+        rounds_ = detector_.Judge(file.Size());
+    }
+
+    bool IsRewound() const { return !rounds_.older.empty() || rounds_.openings.end > 0; }
+    /// Whether it would be another reading by the threads.
+    bool SuspectsQuotes() const { return judge_.Suspects(); }
+
+    LogSurvey Take() {
+        LogSurvey survey;
+        survey.lines = lines_;
+        survey.torn = torn_;
+        survey.quotes = judge_.Take();
+        survey.hidesSeam = rounds_.hidden;
+        if (IsRewound()) {
+            survey.newestEnd = rounds_.newest.end;
+            survey.parts = RoundSorter(file_, survey.quotes, rounds_).Take();
+            return survey;
+        }
+        survey.parts = divider_.Finish(file_.Size());
+        for (LogPart& part : survey.parts) {
+            part.hidesSeam = rounds_.hidden;
+        }
+        return survey;
+    }
+
+  private:
+    const InputFile& file_;
+    RoundDetector detector_;
+    Divider divider_;
+    QuoteJudge judge_;
+    std::uint64_t lines_ = 0;
+    std::uint64_t torn_ = 0;
+    Rounds rounds_;
+};
+
 } // namespace
 
 bool LogPart::HasThread(std::uint32_t thread) const {
@@ -244,30 +386,10 @@ bool LogPart::HasThread(std::uint32_t thread) const {
 }
 
 LogSurvey SurveyLog(const InputFile& file) {
-    LogSurvey survey;
-    RoundDetector detector;
-    Divider divider(0, file.Size());
-    bool whole = false;
-    LineReader reader(file, LogKind::kLines, 0, file.Size());
-    for (std::string_view text; reader.Next(text); whole = text.ends_with('\n')) {
-        ++survey.lines;
-        const LogLine line = reader.ParseHeader(text);
-        survey.torn += reader.Joined() ? 1 : 0;
-        detector.Line(line, text, reader.Offset());
-        divider.Line(line, reader.Offset(), whole);
-    }
-    const Rounds rounds = detector.Judge(file.Size());
-    survey.hidesSeam = rounds.hidden;
-    if (rounds.older.empty() && rounds.openings.end == 0) {
-        survey.parts = divider.Finish(file.Size());
-        for (LogPart& part : survey.parts) {
-            part.hidesSeam = rounds.hidden;
-        }
-        return survey;
-    }
-    survey.newestEnd = rounds.newest.end;
-    survey.parts = RoundSorter(file, rounds).Take();
-    return survey;
+    // Of a log that went on at its start, the newest lines and what follows an opening at its end may be of
+    // one process.
+    Surveyor survey(file, false);
+    return survey.SuspectsQuotes() && !survey.IsRewound() ? Surveyor(file, true).Take() : survey.Take();
 }
 
 } // namespace NimaPost

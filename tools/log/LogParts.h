@@ -5,6 +5,7 @@
 #include "tools/base/InputFile.h"
 #include "tools/base/WallClock.h"
 #include "tools/log/LogLine.h"
+#include "tools/log/Quotes.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -48,6 +49,7 @@ struct LogPart {
     std::optional<RawDate> date;          ///< of that line, if it is of use
     bool calibrationHasStamp = true;      ///< else its counter cannot be told from a torn line in front of it
     bool doubtful = false;                ///< a torn digit may stand in front of that counter
+    bool mayBeQuote = false;              ///< that line may be a part of a message, and no process began
     bool openerIsSilent = false;          ///< its thread wrote none of the lines, though there are several
     bool restFollows = false;             ///< what is left of an older line stands after it
     std::optional<LineStamp> second;      ///< the stamped line after that one
@@ -96,7 +98,7 @@ struct LogPart {
     /// The calibration line's counter, since another date fits it.
     void TakeAsItStands() {
         certainty.earlier = doubtful && certainty.earlier == 1 ? 0 : certainty.earlier;
-        doubtful = false;
+        doubtful = mayBeQuote;
     }
 };
 
@@ -104,6 +106,7 @@ struct LogPart {
 struct LogSurvey {
     std::uint64_t lines = 0;
     std::uint64_t torn = 0; ///< lines that end where a calibration line begins
+    std::vector<Quote> quotes;
     /// In the order of time.
     std::vector<LogPart> parts;
     /// Where the newest lines end and those of an earlier round follow, if the writer went on at the file's

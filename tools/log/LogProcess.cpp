@@ -12,6 +12,7 @@ void LogProcess::Absorb(const LogProcess& other) {
     threads.insert(other.threads.begin(), other.threads.end());
     linesMayBeOlder = linesMayBeOlder || other.linesMayBeOlder;
     hidesSeam = hidesSeam || other.hidesSeam;
+    mayBeQuote = mayBeQuote || other.mayBeQuote;
     sharesThreads = sharesThreads || other.sharesThreads;
     hasOlderRounds = hasOlderRounds || other.hasOlderRounds;
     hasThreadsOfBefore = hasThreadsOfBefore || other.hasThreadsOfBefore;
@@ -132,7 +133,7 @@ ProcessFacts FactsOf(const LogProcess& process) {
         facts.proof += "; probably one process wrote " + Counted(process.logs, "log") +
                        ": they share threads and fit one clock";
     }
-    facts.assumed = process.linesMayBeOlder || process.hidesSeam;
+    facts.assumed = process.linesMayBeOlder || process.hidesSeam || process.mayBeQuote;
     facts.linesProbable = facts.assumed || process.sharesThreads || process.hasOlderRounds ||
                           process.mayHaveRestarted || process.hasThreadsOfBefore;
     if (process.linesMayBeOlder) {
@@ -140,6 +141,11 @@ ProcessFacts FactsOf(const LogProcess& process) {
     }
     if (process.hidesSeam) {
         facts.proof += "; its lines are probably its own: older ones may stand after the newest";
+    }
+    if (process.mayBeQuote) {
+        facts.proof +=
+            "; perhaps there is no such process: the line that tells of it may be a part of a message, and "
+            "what follows be of the process before";
     }
     if (process.sharesThreads) {
         facts.proof += "; another process has its threads, and older lines of these may be either's";
@@ -153,7 +159,7 @@ ProcessFacts FactsOf(const LogProcess& process) {
     facts.evidence = EvidenceCodeOf(process);
     const bool isProven = process.collected || process.evidence == BootEvidence::kFirst ||
                           process.evidence == BootEvidence::kUptime;
-    facts.doubtful = !isProven || process.doubtfulAmongLogs || process.mayHaveRestarted;
+    facts.doubtful = !isProven || process.doubtfulAmongLogs || process.mayHaveRestarted || process.mayBeQuote;
     if (process.IsDated()) {
         facts.boot = process.boot;
         facts.first = process.First();

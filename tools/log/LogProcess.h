@@ -61,6 +61,7 @@ struct LogProcess {
     bool apart = false;     ///< so, but not the process before
     bool linesMayBeOlder = false; ///< all but its first one, which then are another's
     bool hidesSeam = false;       ///< somewhere in its lines older ones may begin, of whichever process
+    bool mayBeQuote = false;      ///< there may be none: what tells of it may be a part of a message
     bool sharesThreads = false;   ///< with another that wrote the same rounds: lines of these have no process
     /// Older rounds are told by their threads alone to be its own.
     bool hasOlderRounds = false;

@@ -58,7 +58,7 @@ void LogSet::AddUnusable(const InputFile& file) {
 bool LogSet::Take(InputFile& file) {
     const auto kind = LogKindOf(file.ReadAll(kFrontBytes));
     if (kind) {
-        sources_.push_back({{std::move(file), *kind}, {}, 0});
+        sources_.push_back({{std::move(file), *kind, {}}, {}, 0});
     }
     return kind.has_value();
 }
@@ -195,6 +195,7 @@ std::vector<LogPart> LogSet::Survey(std::size_t index) {
     Source& source = sources_[index];
     const std::uint64_t size = source.file.Size();
     LogSurvey survey = SurveyLog(source.file);
+    source.quotes = std::move(survey.quotes);
     source.lines = survey.lines;
     if (survey.newestEnd) {
         source.findings.Remark("rewound", "The writer went on at the file's start: from byte " +
@@ -210,6 +211,14 @@ std::vector<LogPart> LogSet::Survey(std::size_t index) {
     if (survey.torn > 0) {
         source.findings.Damage("torn-line", Counted(survey.torn, "line") +
                                                 " torn: a process opened the log in the middle of it.");
+    }
+    const auto doubtful = static_cast<std::size_t>(std::count_if(
+        source.quotes.begin(), source.quotes.end(), [](const Quote& quote) { return !quote.proven; }));
+    if (doubtful > 0) {
+        source.findings.Remark("opening-or-text",
+                               Counted(doubtful, "line") +
+                                   " may be an opening by another process, or a text in a message that was "
+                                   "traced; lines after it are told as of another process.");
     }
     std::array<char, 1> last{};
     if (size > 0 && source.file.ReadAt(size - 1, last) == 1 && last[0] != '\n') {

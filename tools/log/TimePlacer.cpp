@@ -71,14 +71,15 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
     for (std::size_t i = 0; i < parts.size(); ++i) {
         LogPart& part = parts[i];
         part.link = LinkOf(part, std::span(parts).subspan(i));
-        if (part.hidesSeam || part.mayBeOlder) {
+        if (part.hidesSeam || part.mayBeOlder || part.mayBeQuote) {
             part.certainty = Certainty::Assumed();
         }
         part.certainty.premise =
             part.mayHideOlder ? Certainty::Premise::kRoundsAsFound : Certainty::Premise::kClockNotSet;
         if (part.date) {
             PlaceDated(part);
-            part.certainty.earlier = part.doubtful && !part.hidesSeam ? 1 : part.certainty.earlier;
+            part.certainty.earlier =
+                part.doubtful && !part.hidesSeam && !part.mayBeQuote ? 1 : part.certainty.earlier;
             HangBefore(part);
             dated_ = &part;
         } else if (part.calibration && dated_ != nullptr) {
@@ -140,7 +141,8 @@ WallOffset::Fit TimePlacer::FitOf(const LogPart& part) const {
 }
 
 void TimePlacer::PlaceDated(LogPart& part) {
-    if (part.link == PartLink::kOpening || dated_ == nullptr || dated_ != before_ || dated_->hidesSeam) {
+    if (part.link == PartLink::kOpening || dated_ == nullptr || dated_ != before_ || dated_->hidesSeam ||
+        dated_->mayBeQuote) {
         BeginRun(part, LogRun{WallOffset(*part.date, 0)});
         return;
     }
@@ -177,7 +179,7 @@ void TimePlacer::HangBefore(LogPart& dated) {
         part.start =
             next->start - StepWithFall(part.lastCounter, next->firstCounter, kDisorder) - part.length;
         part.certainty = Certainty{Certainty::kUnbounded, Certainty::kUnbounded, !sameProcess};
-        if (sameProcess && !dated.hidesSeam) {
+        if (sameProcess && !dated.hidesSeam && !dated.mayBeQuote) {
             part.likelyNotAfter = dated.start;
         }
         next = &part;

@@ -5,6 +5,7 @@
 #include "tools/base/Json.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
+#include "tools/crash/CrashSummary.h"
 
 namespace NimaPost {
 
@@ -48,7 +49,16 @@ std::string DoubtInWords(const Crash& crash, const Story& story) {
 }
 
 std::string TimeInWords(const Crash& crash, const Axis& axis) {
-    return crash.time ? WithMark(MomentInWords(axis, *crash.time), crash.certainty) : "";
+    if (!crash.time) {
+        return "";
+    }
+    const std::string time = WithMark(MomentInWords(axis, *crash.time), crash.certainty);
+    return crash.log == nullptr ? time : time + (crash.log->byLog ? kByLog : kByHead);
+}
+
+std::string ProcessOfCrash(const Crash& crash, const Story& story) {
+    const ProcessFacts& facts = story.Time().AllProcesses()[*crash.process];
+    return (facts.recordsProbable ? "probably " : "") + ProcessInWords(*crash.process, facts);
 }
 
 Json DoubtJson(const ProcessFacts& facts) {
@@ -58,6 +68,7 @@ Json DoubtJson(const ProcessFacts& facts) {
 
 Json CrashJson(const Crash& crash, const Story& story) {
     const std::string_view after = EvidenceInWords(crash.after);
+    const bool isProbable = crash.process && story.Time().AllProcesses()[*crash.process].recordsProbable;
     Json json{{"title", ToUtf8(crash.title)},
               {"files", FilesJson(crash.files, story)},
               {"perhaps_of", FilesJson(crash.perhapsOf, story)},
@@ -67,10 +78,14 @@ Json CrashJson(const Crash& crash, const Story& story) {
               {"later_by_seconds", BoundJson(crash.certainty.later)},
               {"earlier_by_seconds", BoundJson(crash.certainty.earlier)},
               {"date_cut_ns", crash.certainty.originLater},
+              {"dated_by", crash.log == nullptr || !crash.time ? Json()
+                           : crash.log->byLog                  ? Json("log")
+                                                               : Json("head")},
               {"after_by", after.empty() ? Json() : Json(after)},
               {"boot", OrNull(crash.boot)},
               {"boot_doubt", crash.process ? DoubtJson(story.Time().AllProcesses()[*crash.process]) : Json()},
               {"process", OrNull(crash.process)},
+              {"process_doubt", isProbable ? Json("probably") : Json()},
               {"thread", crash.thread ? Json(Hex32(*crash.thread)) : Json()},
               {"process_id", OrNull(crash.processId)}};
     if (crash.log != nullptr) {
@@ -103,7 +118,7 @@ std::vector<std::string> CrashLines(const Story& story) {
             more += ", boot cycle " + std::to_string(*crash.log->log.BootCycle());
         }
         if (crash.process) {
-            more += ", " + ProcessInWords(*crash.process, story.Time().AllProcesses()[*crash.process]);
+            more += ", " + ProcessOfCrash(crash, story);
         }
         const std::string_view after = EvidenceInWords(crash.after);
         if (!after.empty()) {

@@ -18,6 +18,9 @@ std::vector<std::string> CrashLines(const Story& story);
 /// "perhaps one crash with crash.txt or crash.txt.1"; empty where a crash is surely one of its own.
 std::string DoubtInWords(const Crash& crash, const Story& story);
 
+/// Of a crash whose process is known, as `ProcessInWords` has it.
+std::string ProcessOfCrash(const Crash& crash, const Story& story);
+
 /// How far the number of a process's boot is to be trusted; null where it is known.
 Json DoubtJson(const ProcessFacts& facts);
 

@@ -44,7 +44,8 @@ Json PageData::CrashJson(const Crash& crash, const std::optional<std::uint64_t>&
         {"row", row ? Json(*row) : Json()},
         {"boot", crash.boot.value_or(0)},
         {"process", crash.process.value_or(0)},
-        {"after", EvidenceInWords(crash.after)}};
+        {"after", EvidenceInWords(crash.after)},
+        {"perhaps", DoubtInWords(crash, story_)}};
 }
 
 std::vector<std::pair<std::string, std::string>> PageData::Summary(const Crash& crash) const {
@@ -53,8 +54,7 @@ std::vector<std::pair<std::string, std::string>> PageData::Summary(const Crash& 
         pairs = FailureInWords(crash.log->log, TimeInWords(crash, story_.Time()));
     }
     if (crash.process) {
-        pairs.emplace_back("process",
-                           ProcessInWords(*crash.process, story_.Time().AllProcesses()[*crash.process]));
+        pairs.emplace_back("process", ProcessOfCrash(crash, story_));
     }
     if (crash.thread) {
         pairs.emplace_back("thread", Hex32(*crash.thread));

@@ -32,6 +32,7 @@ class Finder {
         for (Crash& crash : crashes_) {
             FindProcess(crash);
         }
+        DoubtRecords();
         PlaceDeaths();
         return std::move(crashes_);
     }
@@ -248,6 +249,29 @@ class Finder {
         }
         if (crash.process) {
             crash.boot = axis_.AllProcesses()[*crash.process].boot;
+        }
+    }
+
+    /// Threads tell the process of what has no date. Where a crash log tells of a process that left nothing
+    /// else, that may have had the same ones, and where several tell of one process, so may several.
+    void DoubtRecords() {
+        Processes& processes = axis_.AllProcesses();
+        std::map<std::size_t, std::size_t> logsOf;
+        bool anyStranger = false;
+        for (const Crash& crash : crashes_) {
+            anyStranger = anyStranger || !crash.process;
+            logsOf[crash.process.value_or(0)] += 1;
+        }
+        for (std::size_t number = 1; number <= processes.All().size(); ++number) {
+            if (logsOf[number] > 1) {
+                processes.DoubtRecords(number,
+                                       "it has several crash logs, perhaps of several processes with "
+                                       "the same threads");
+            } else if (anyStranger) {
+                processes.DoubtRecords(number,
+                                       "a crash log tells of another process, which may have had the "
+                                       "same threads");
+            }
         }
     }
 

@@ -16,7 +16,8 @@
 //      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "events": 12}],
 //      "time": ns | null, "sure": 0 | 1 | 2 | 3,
 //      "row": its record | null, "boot": number, "process": number,
-//      "after": "boot cycle" | ...}],       what puts it after the one before
+//      "after": "boot cycle" | ...,         what puts it after the one before
+//      "perhaps": "perhaps one crash with crash.txt" | ""}],
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time
 //             "origin": "2026-11-24T15:09:26.000" | null,     what t = 0 is, for people to read
 //             "originMs": ms | null,       the same, whole milliseconds since 1970 as if local time were UTC

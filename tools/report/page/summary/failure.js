@@ -102,7 +102,8 @@ function crashGrid(model, crash) {
 
 function earlierCrash(model, crash, number) {
   const node = element("details", "crash");
-  const title = element("summary", "", `${number}. ${crash.title}`);
+  const perhaps = crash.perhaps ? ` (${crash.perhaps})` : "";
+  const title = element("summary", "", `${number}. ${crash.title}${perhaps}`);
   if (Number.isFinite(crash.time)) {
     title.append(element("span", "muted mono", `  ${model.momentLabel(crash.time, crash.sure)}`));
   }
@@ -114,7 +115,9 @@ function earlierCrash(model, crash, number) {
 function earlierCrashes(model, crashes) {
   const list = element("div");
   list.append(...crashes.map((crash, index) => earlierCrash(model, crash, index + 1)).reverse());
-  return block(`${plural(crashes.length, "earlier crash", "es")} in this folder`, list);
+  const isSure = model.crashes.every((crash) => !crash.perhaps);
+  const count = plural(crashes.length, "earlier crash", "es");
+  return block(`${isSure ? "" : "At most "}${count} in this folder`, list);
 }
 
 export function showFailure(model) {
@@ -125,6 +128,9 @@ export function showFailure(model) {
   const title = element("h2", "failure-title", latest ? latest.title : "No crash log in this folder");
   title.id = "failure-title";
   card.append(title);
+  if (latest?.perhaps) {
+    card.append(element("p", "muted", latest.perhaps));
+  }
   if (!latest) {
     card.append(element("p", "muted",
       "Nothing in this folder says that the device failed, or how. What the other files hold is shown below."));
