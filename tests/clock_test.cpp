@@ -151,6 +151,24 @@ TEST(CounterTimes, OfOneThreadAreExactUpToASecondAndNeverTooLateBeyond) {
     EXPECT_GT(restarted.Breaks(), 0U);
 }
 
+TEST(CounterTimes, OfAThreadThatWasQuietForASecondMayBeThoseOfAWriterThatWasHeldUp) {
+    // The second thread writes once, stamped at the first place where its counter fits, or a second before.
+    CounterClock clock;
+    const auto at = [&](std::int64_t time, std::uint32_t thread) {
+        clock.Next(CounterAt(kBoot + time), thread);
+        return clock.HeldUp();
+    };
+    at(0, 1);
+    EXPECT_EQ(at(100 * kMillisecond, 2), 1) << "how long it waited for its first store, nothing tells";
+    for (std::int64_t time = 300 * kMillisecond; time < 1500 * kMillisecond; time += 300 * kMillisecond) {
+        EXPECT_EQ(at(time, 1), 0);
+    }
+    EXPECT_EQ(at(1500 * kMillisecond, 2), 1);
+    EXPECT_EQ(at(1501 * kMillisecond, 2), 0) << "stamped after it had stored that";
+    EXPECT_EQ(at(1800 * kMillisecond, 1), 0);
+    EXPECT_EQ(clock.MostOvercounted(), 0);
+}
+
 TEST_F(LogTimes, BetweenTwoRollsOfOneProcessAreExactOrTellWhatPassedUnseen) {
     const std::int64_t offset = kDay + 40'000 * kSecond - kBoot + 123'456'789;
     const std::vector<std::int64_t> times{kBoot, kBoot + 300 * kMillisecond,
@@ -169,8 +187,12 @@ TEST_F(LogTimes, BetweenTwoRollsOfOneProcessAreExactOrTellWhatPassedUnseen) {
     }
     EXPECT_GE(lateness(0), 0);
     EXPECT_LE(lateness(0), rolled.entries[0].certainty.originLater);
-    EXPECT_EQ(rolled.entries[1].certainty.later, 6);
+    EXPECT_EQ(rolled.entries[1].certainty.ProvenLater(), 6);
+    EXPECT_EQ(rolled.entries[1].certainty.ProvenEarlier(), 1) << "the first that its thread stored";
+    EXPECT_EQ(rolled.entries[2].certainty.ProvenEarlier(), 0);
     EXPECT_EQ(rolled.entries[4].certainty.later, Certainty::kUnbounded);
+    EXPECT_EQ(rolled.entries[4].certainty.ProvenEarlier(), Certainty::kUnbounded) << "set since, perhaps";
+    EXPECT_EQ(rolled.entries[4].certainty.premise, Certainty::Premise::kClockNotSet);
     EXPECT_EQ(rolled.set.LikelyBoundOf(rolled.entries[4])->later, 0);
 }
 
@@ -285,6 +307,11 @@ TEST_F(LogTimes, OfADeviceWhoseClockBeginsWithEachBootTellNoBoots) {
     EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 2U);
     WriteFile("a.log", boot(20 * kSecond + 125'456'789, 1));
     EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), 1U);
+    // It does, too, if a full log's roll took its time and the date is just as much later.
+    for (const std::int64_t later : {3 * kSecond, std::int64_t{0}}) {
+        WriteFile("a.log", boot(20 * kSecond + 173'456'789 + later, 1));
+        EXPECT_EQ(Logs({"a.log"}).set.Processes().size(), later == 0 ? 1U : 2U);
+    }
     // Nor do such dates join two logs.
     WriteFile("b.log", boot(25 * kSecond + 300'000'111, 1));
     const Logs both({"a.log", "b.log"});

@@ -797,7 +797,7 @@ TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     EXPECT_EQ(messages({"--text", "more of"}), "first|more of it|");
     EXPECT_EQ(messages({"--alone", "--text", "second"}), "");
     const Result text = Post({"log", "a.log", "--level", "DEBUG"});
-    EXPECT_NE(text.output.find("2026-11-24 15:09:26.046885900 + 300 <0x00000002:-02> <DEBUG> <Two> second\n"),
+    EXPECT_NE(text.output.find("2026-11-24 15:09:26.046885900 ~ 300 <0x00000002:-02> <DEBUG> <Two> second\n"),
               std::string::npos)
         << text.output;
     EXPECT_EQ(Post({"log", "a.log", "--level", "LOUD"}).code, 2);

@@ -36,6 +36,7 @@ Claim ClaimOf(const NimaPost::Certainty& certainty) {
     Claim claim;
     claim.later = certainty.later;
     claim.earlier = certainty.earlier;
+    claim.premise = certainty.premise;
     claim.originLater = certainty.originLater;
     claim.exact = NimaPost::SurenessOf(certainty) <= NimaPost::Sureness::kCut;
     return claim;

@@ -16,8 +16,8 @@ enum class Fault : unsigned char {
     kUnreadable, ///< the folder, or a file of it, was refused
     kEarly,      ///< the truth is later than the time shown and its bound
     kLate,       ///< the truth is earlier
-    kSetClock,   ///< so, but true by the clock as it was before it was set: no failure, since all bounds
-                 ///< after the last calibration line rest on a clock that is not set
+    kSetClock,   ///< a likely bound that assumes a clock that is not set, and it was: no failure
+    kUnlikely,   ///< a likely bound, or order, that assumes that nothing older stands among a log's lines
     kExact,      ///< called exact, and not
     kOrder,      ///< of one process's records
     kGuess,      ///< order as well, but the reader says that it is not certain: no failure

@@ -8,6 +8,8 @@ namespace Simulator {
 
 namespace {
 
+using Premise = NimaPost::Certainty::Premise;
+
 /// Between a stamp and its store others may store.
 constexpr std::int64_t kStoreDelay = 100 * kMillisecond;
 /// Between the stamp of a calibration line and its date, by which times may be too late.
@@ -30,16 +32,17 @@ bool CanBegin(const std::string& content, std::size_t at, bool inMidLine) {
 
 std::string_view NameOf(Fault fault) {
     constexpr std::array<std::string_view, kFaults> kNames{
-        "unreadable",    "early",   "late",       "set-clock", "exact",   "order",
-        "guessed-order", "missing", "repeated",   "damage",    "untold",  "process",
-        "boot",          "proof",   "split-boot", "threads",   "numbers", "statement"};
+        "unreadable",    "early",      "late",     "set-clock", "unlikely", "exact",   "order",
+        "guessed-order", "missing",    "repeated", "damage",    "untold",   "process", "boot",
+        "proof",         "split-boot", "threads",  "numbers",   "statement"};
     return kNames[static_cast<std::size_t>(fault)];
 }
 
 bool Verdict::Failed() const {
     for (std::size_t i = 0; i < kFaults; ++i) {
-        if (counts[i] > 0 && static_cast<Fault>(i) != Fault::kGuess &&
-            static_cast<Fault>(i) != Fault::kSetClock) {
+        const auto fault = static_cast<Fault>(i);
+        if (counts[i] > 0 && fault != Fault::kGuess && fault != Fault::kSetClock &&
+            fault != Fault::kUnlikely) {
             return true;
         }
     }
@@ -120,7 +123,7 @@ void Claims::Add(const Claim& claim, const std::string& place) {
     CheckTime(claim, *stamp, where);
     // What may be earlier without bound claims no place among others.
     if (strictness_ == Strictness::kEverything && claim.serial != 0 && claim.earlier != Claim::kUnbounded) {
-        CheckOrder(*stamp, place, where);
+        CheckOrder(claim, *stamp, place, where);
     }
 }
 
@@ -153,7 +156,7 @@ void Claims::AddCrash(const Claim& claim, std::int64_t counter, bool isLater) {
 void Claims::Count(const Claim& claim, const Stamp& stamp) {
     Verdict::Share& share = stamp.kind == Kind::kText ? verdict_.lines : verdict_.records;
     ++share.all;
-    share.bounded += claim.time && claim.later == 0 && claim.earlier == 0;
+    share.bounded += claim.time && claim.later == 0 && claim.earlier == 0 && claim.premise == Premise::kNone;
     if (claim.process) {
         ++share.inProcess;
         trueClocks_[*claim.process].insert(ClockOf(stamp));
@@ -162,7 +165,7 @@ void Claims::Count(const Claim& claim, const Stamp& stamp) {
         processes_[*claim.process].insert(stamp.process);
         numbers_[stamp.process].insert(*claim.process);
     }
-    if (claim.boot && !claim.bootGuessed) {
+    if (claim.boot && !claim.bootGuessed && !claim.probably) {
         boots_[*claim.boot].insert(stamp.boot);
     }
 }
@@ -183,20 +186,31 @@ void Claims::CheckTime(const Claim& claim, const Stamp& stamp, const std::string
                             std::to_string(claim.later) + ", earlier by " + std::to_string(claim.earlier) +
                             ", all by " + std::to_string(claim.originLater);
     const auto [early, late] = isWithin(stamp.wall);
-    const bool byOldClock = isWithin(stamp.wallBeforeSetting) == std::pair(false, false);
     if ((early || late) && strictness_ == Strictness::kEverything) {
-        verdict_.Add(byOldClock ? Fault::kSetClock : early ? Fault::kEarly : Fault::kLate, off);
+        const auto [first, end] = truth_.clocks.equal_range(stamp.boot);
+        const bool byOtherClock = std::any_of(first, end, [&](const auto& clock) {
+            return isWithin(stamp.monotonic + clock.second) == std::pair(false, false);
+        });
+        verdict_.Add(claim.premise != Premise::kNone && byOtherClock ? Fault::kSetClock
+                     : claim.premise == Premise::kRoundsAsFound      ? Fault::kUnlikely
+                     : early                                         ? Fault::kEarly
+                                                                     : Fault::kLate,
+                     off);
     }
-    if (claim.exact && (early || late) && !byOldClock) {
+    if (claim.exact && (early || late)) {
         verdict_.Add(Fault::kExact, off);
     }
 }
 
-void Claims::CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where) {
+void Claims::CheckOrder(const Claim& claim, const Stamp& stamp, const std::string& place,
+                        const std::string& where) {
     Latest& latest = latest_[{place, stamp.process}];
     std::int64_t& ofThread = latest.ofThread.try_emplace(stamp.thread, INT64_MIN).first->second;
     if (stamp.monotonic < ofThread || stamp.monotonic + kStoreDelay < latest.ofProcess) {
-        verdict_.Add(guessed_.contains(place) ? Fault::kGuess : Fault::kOrder, where + " after later ones");
+        verdict_.Add(guessed_.contains(place)                   ? Fault::kGuess
+                     : claim.premise == Premise::kRoundsAsFound ? Fault::kUnlikely
+                                                                : Fault::kOrder,
+                     where + " after later ones");
     }
     ofThread = std::max(ofThread, stamp.monotonic);
     latest.ofProcess = std::max(latest.ofProcess, stamp.monotonic);

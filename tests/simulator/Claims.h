@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/simulator/Checker.h"
+#include "tools/base/Certainty.h"
 
 #include <cstdint>
 #include <map>
@@ -20,7 +21,8 @@ struct Claim {
     std::optional<std::int64_t> time;
     std::int64_t later = kUnbounded; ///< whole seconds
     std::int64_t earlier = kUnbounded;
-    std::int64_t originLater = 0; ///< nanoseconds
+    NimaPost::Certainty::Premise premise = NimaPost::Certainty::Premise::kNone; ///< of both
+    std::int64_t originLater = 0;                                               ///< nanoseconds
     bool exact = false;
     bool probably = false; ///< of the process
     bool bootGuessed = false;
@@ -92,7 +94,8 @@ class Claims {
   private:
     const Stamp* TruthOf(const Claim& claim) const;
     void CheckTime(const Claim& claim, const Stamp& stamp, const std::string& where);
-    void CheckOrder(const Stamp& stamp, const std::string& place, const std::string& where);
+    void CheckOrder(const Claim& claim, const Stamp& stamp, const std::string& place,
+                    const std::string& where);
     void Count(const Claim& claim, const Stamp& stamp);
     void CheckThatAllCame();
     void CheckFacts();

@@ -64,6 +64,9 @@ void Live(World& world, const Lives& lives) {
         }
         LogSettings settings = lives.settings;
         settings.name = lives.logEach ? "device-" + std::to_string(i) + ".log" : settings.name;
+        if (lives.configure) {
+            lives.configure(settings);
+        }
         Host& host = i > 0 && random.OneIn(3) ? hosts.emplace_back(world, settings, hosts.back())
                                               : hosts.emplace_back(world, settings);
         if (lives.equip) {
@@ -128,6 +131,27 @@ void UnbufferedRewinds(World& world) {
                  .mostWrites = 2500});
 }
 
+/// The maximum is another after each start, so that rounds end anywhere.
+void ChangedMaximum(World& world) {
+    Live(world, {.settings = {},
+                 .fewest = 2,
+                 .most = 3,
+                 .leastWrites = 20,
+                 .mostWrites = 1000,
+                 .configure = [&](LogSettings& settings) { settings.maximum = SmallLog(world.random); },
+                 .between = [&] { PassOrReboot(world); }});
+}
+
+/// Each process writes over what the one before it left, from the start.
+void OpenedAnew(World& world) {
+    Live(world, {.settings = {.maximum = SmallLog(world.random), .append = false},
+                 .fewest = 2,
+                 .most = 3,
+                 .leastWrites = 5,
+                 .mostWrites = 400,
+                 .between = [&] { PassOrReboot(world); }});
+}
+
 void Appended(World& world) {
     Live(world, {.settings = {}, .fewest = 2, .most = 5});
 }
@@ -151,9 +175,12 @@ void Boots(World& world) {
 }
 
 void BootsWithoutClock(World& world) {
-    Live(world, {.settings = {}, .fewest = 2, .most = 6, .mostWrites = 400, .between = [&] {
-                     world.device.Reboot(kMinute, false);
-                 }});
+    const std::int64_t maximum = world.random.OneOf({1 << 20, SmallLog(world.random)});
+    Live(world, {.settings = {.maximum = maximum, .backups = 1},
+                 .fewest = 2,
+                 .most = 6,
+                 .mostWrites = 400,
+                 .between = [&] { world.device.Reboot(kMinute, false); }});
 }
 
 void RolledBoots(World& world) {

@@ -17,6 +17,8 @@ struct Lives {
     int most = 1;
     int leastWrites = 50;
     int mostWrites = 700;
+    /// Changes the settings for each host.
+    std::function<void(LogSettings&)> configure = {};
     /// How a host ends; regularly without one.
     std::function<void(Host&)> end = {};
     /// What happens between two hosts; a while without one.

@@ -20,7 +20,8 @@ constexpr std::int64_t kDay = 24 * kHour;
 Device::Device(Random& random, Delays delays) : random_(random), delays_(delays) {
     now_ = random_.OneOf({20 * kSecond, 40 * kMinute, 30 * kDay});
     now_ += random_.Below(kMinute);
-    offset_ = offsetBefore_ = kYear2026 + random_.Below(300 * kDay) - now_;
+    offset_ = kYear2026 + random_.Below(300 * kDay) - now_;
+    clocks_.emplace(boot_, offset_);
     fixedDate_ = random_.OneOf({946'684'800, 1'514'764'800, 1'609'459'200}) * kSecond;
 }
 
@@ -64,15 +65,16 @@ void Device::Drop(int process) {
 }
 
 void Device::SetClock(std::int64_t forward) {
-    offsetBefore_ = offset_;
     offset_ += forward;
+    clocks_.emplace(boot_, offset_);
 }
 
 void Device::Reboot(std::int64_t downTime, bool hasClock) {
     const std::int64_t wall = Wall() + downTime;
     pending_.clear();
     now_ = 2 * kSecond + random_.Below(30 * kSecond);
-    offset_ = offsetBefore_ = hasClock ? wall : fixedDate_;
+    offset_ = hasClock ? wall : fixedDate_;
+    clocks_.emplace(boot_ + 1, offset_);
     ++boot_;
 }
 
@@ -141,8 +143,7 @@ World::World(std::uint64_t seed, std::string_view scenario, Delays delays)
     : random(seed, scenario), device(random, delays) {}
 
 Stamp World::StampNow(Kind kind, int process, std::uint32_t thread) const {
-    return {kind, device.Wall(), device.WallBeforeSetting(), device.Now(), thread, process, device.Boot(),
-            {}};
+    return {kind, device.Wall(), device.Now(), thread, process, device.Boot(), {}};
 }
 
 } // namespace Simulator

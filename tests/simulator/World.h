@@ -45,8 +45,8 @@ class Device {
 
     std::int64_t Now() const { return now_; }
     std::int64_t Wall() const { return now_ + offset_; }
-    /// What the wall clock would show if it had not been set since the boot or the last setting but one.
-    std::int64_t WallBeforeSetting() const { return now_ + offsetBefore_; }
+    /// How far the wall clock was ahead of the monotonic one, each time that it was set, by boots.
+    const std::multimap<int, std::int64_t>& Clocks() const { return clocks_; }
     int Boot() const { return boot_; }
 
     /// Time in which the device's other work goes on.
@@ -89,7 +89,7 @@ class Device {
     Delays delays_;
     std::int64_t now_ = 0;
     std::int64_t offset_ = 0;
-    std::int64_t offsetBefore_ = 0;
+    std::multimap<int, std::int64_t> clocks_;
     std::int64_t fixedDate_ = 0;
     std::int64_t longestDateDelay_ = 0;
     int boot_ = 1;
@@ -102,7 +102,6 @@ enum class Kind : unsigned char { kText, kBinary, kRing };
 struct Stamp {
     Kind kind = Kind::kText;
     std::int64_t wall = 0; ///< what the device's own clock showed
-    std::int64_t wallBeforeSetting = 0;
     std::int64_t monotonic = 0;
     std::uint32_t thread = 0;
     int process = 0;
@@ -123,6 +122,8 @@ struct Truth {
     bool shared = false;
     /// What crash logs were written at, by the counters in their heads.
     std::map<std::int64_t, Stamp> crashes;
+    /// What the wall clocks of each boot were ahead of its monotonic one.
+    std::multimap<int, std::int64_t> clocks;
     /// How far a calibration line's date was from its stamp, at the most.
     std::int64_t dateDelay = 0;
 

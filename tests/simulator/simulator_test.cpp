@@ -418,10 +418,23 @@ TEST_F(Checked, FalseStatementsAboutBootsAndClocksAreFound) {
     EXPECT_EQ(Faults(), List{});
     clockWasSet = true;
     EXPECT_EQ(Faults(), List{Fault::kStatement});
-    stamps[9].wallBeforeSetting = stamps[9].wall;
     stamps[9].wall += kHour;
     *claims[9].time += kHour;
     EXPECT_EQ(Faults(), List{});
+}
+
+TEST_F(Checked, ALikelyBoundFailsWhereWhatItAssumesHolds) {
+    Claim& claim = claims[3];
+    *claim.time += kHour;
+    claim.exact = false;
+    claim.premise = NimaPost::Certainty::Premise::kClockNotSet;
+    EXPECT_EQ(Faults(), List{Fault::kLate});
+    const Stamp& stamp = *world.truth.Of(4);
+    world.truth.clocks.emplace(stamp.boot, stamp.wall + kHour - stamp.monotonic);
+    EXPECT_EQ(Faults(), List{Fault::kSetClock});
+    world.truth.clocks.clear();
+    claim.premise = NimaPost::Certainty::Premise::kRoundsAsFound;
+    EXPECT_EQ(Faults(), List{Fault::kUnlikely});
 }
 
 TEST_F(Checked, ATornLineIsNotExpectedOfAReader) {
@@ -448,9 +461,8 @@ TEST_F(CheckedFolder, IsReadAsAWhole) {
     EXPECT_FALSE(good.Failed());
     EXPECT_EQ(good.lines.all, 21U) << "a calibration line, too";
     world.truth.stamps[12].wall -= kHour;
-    world.truth.stamps[12].wallBeforeSetting -= kHour;
     const Verdict bad = Check(".", world.files, world.truth, Strictness::kEverything);
-    EXPECT_EQ(bad.counts[static_cast<std::size_t>(Fault::kLate)], 2U) << "in the folder and in the log";
+    EXPECT_EQ(bad.counts[static_cast<std::size_t>(Fault::kUnlikely)], 2U) << "in the folder and in the log";
     ::unlink("device.log");
     EXPECT_GT(Check(".", world.files, world.truth, Strictness::kEverything)
                   .counts[static_cast<std::size_t>(Fault::kUnreadable)],

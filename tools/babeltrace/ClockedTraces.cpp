@@ -40,8 +40,8 @@ TracedEvent Timed(const TimelineEvent& event) {
     TracedEvent traced;
     if (event.time) {
         traced.time = *event.time;
-        traced.earlier = Nanoseconds(event.certainty.earlier, 0);
-        traced.later = Nanoseconds(event.certainty.later, event.certainty.originLater);
+        traced.earlier = Nanoseconds(event.certainty.ProvenEarlier(), 0);
+        traced.later = Nanoseconds(event.certainty.ProvenLater(), event.certainty.originLater);
     } else {
         traced.earlier = Certainty::kUnbounded;
         traced.later = Certainty::kUnbounded;

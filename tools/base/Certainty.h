@@ -16,8 +16,20 @@ struct Certainty {
     /// By how many nanoseconds, less than a second, all times that count from the same date may be later
     /// besides, since dates are cut.
     std::int64_t originLater = 0;
+    /// What both bounds rest on and nothing proves. If it does not hold, nothing bounds the time.
+    enum class Premise : unsigned char {
+        kNone,
+        kClockNotSet,   ///< between this and the date from which the time counts
+        kRoundsAsFound, ///< so, and the log's rounds are as they were found: by one writer, and none unseen
+    };
+    Premise premise = Premise::kNone;
 
-    bool Exact() const { return later == 0 && earlier == 0 && originLater == 0 && !assumed; }
+    constexpr std::int64_t ProvenLater() const { return premise == Premise::kNone ? later : kUnbounded; }
+    constexpr std::int64_t ProvenEarlier() const { return premise == Premise::kNone ? earlier : kUnbounded; }
+
+    constexpr bool Exact() const {
+        return ProvenLater() == 0 && ProvenEarlier() == 0 && originLater == 0 && !assumed;
+    }
 
     static constexpr Certainty Assumed() { return {kUnbounded, kUnbounded, true}; }
 };

@@ -22,6 +22,7 @@ std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_
         mostFirstSecond_ = firstCounter_;
         if (thread) {
             lastOfThread_.TryEmplace(*thread, 0);
+            provenWhenStored_.TryEmplace(*thread, 0);
         }
         return 0;
     }
@@ -45,11 +46,28 @@ std::int64_t CounterClock::Next(std::int64_t counter, std::optional<std::uint32_
         ++breaks_;
     }
     late_ = elapsed < frontier_;
+    if (thread) {
+        ProveFor(*thread, counter, elapsed);
+    }
     frontier_ = std::max(frontier_, elapsed);
     if (last != nullptr) {
         *last = std::max(*last, elapsed);
     }
     return elapsed;
+}
+
+/// A thread stamps something only after it has stored what it stamped before, and so after everything that
+/// was stored until then. Nothing tells how long one waited that stores for the first time.
+void CounterClock::ProveFor(std::uint32_t thread, std::int64_t counter, std::int64_t elapsed) {
+    if (provenWhenStored_.size() >= kMostThreads) {
+        provenWhenStored_.clear();
+    }
+    std::int64_t& least = provenWhenStored_.TryEmplace(thread, -kCounterPeriod).first;
+    const std::int64_t proven =
+        least + Modulo(Modulo(counter, kCounterPeriod) - base_ - least, kCounterPeriod);
+    heldUp_ = std::clamp<std::int64_t>((elapsed - proven) / kCounterPeriod, 0, kLongestHoldUp);
+    proven_ = std::max(proven_, proven);
+    least = proven_;
 }
 
 std::int64_t CounterClock::Near(std::int64_t counter) const {

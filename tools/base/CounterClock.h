@@ -2,6 +2,7 @@
 
 #include "tools/base/ThreadTimes.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -93,6 +94,16 @@ class CounterClock {
     /// nearly a second looks the same; the stamp is then a second later.
     bool WasLate() const { return late_; }
 
+    /// By how many seconds the last stamp is earlier, at the most, if its writer was held up for longer than
+    /// the disorder that is read as such, or one before it was.
+    std::int64_t HeldUp() const { return heldUp_; }
+    /// By how many it may be that too many were counted until now for that reason.
+    std::int64_t MostOvercounted() const {
+        return std::clamp<std::int64_t>((frontier_ - proven_) / kCounterPeriod, 0, kLongestHoldUp);
+    }
+    /// Seconds. No writer is held up for longer.
+    static constexpr std::int64_t kLongestHoldUp = 3;
+
     bool Started() const { return started_; }
     /// The latest time so far.
     std::int64_t Frontier() const { return frontier_; }
@@ -100,6 +111,7 @@ class CounterClock {
     std::int64_t FrontierCounter() const { return base_ + frontier_; }
 
   private:
+    void ProveFor(std::uint32_t thread, std::int64_t counter, std::int64_t elapsed);
     bool FitsOneRun(std::int64_t counter, std::int64_t elapsed);
 
     Disorder disorder_;
@@ -111,6 +123,10 @@ class CounterClock {
     std::int64_t begun_ = 0;       ///< seconds that have begun since the first stamp, at the least
     std::int64_t leastSecond_ = 0; ///< of the clock, when the last of them began
     std::uint64_t breaks_ = 0;
+    // Elapsed time that has certainly passed, when each thread stored its last stamp and now.
+    ThreadTimes provenWhenStored_;
+    std::int64_t proven_ = 0;
+    std::int64_t heldUp_ = 0;
     bool started_ = false;
     bool late_ = false;
 };

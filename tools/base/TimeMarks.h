@@ -22,7 +22,7 @@ enum class Sureness : unsigned char { kExact, kCut, kOpen, kAssumed };
 inline constexpr std::array<TimeMark, 4> kTimeMarks{
     TimeMark{'=', "exact", "exact"},
     TimeMark{'+', "cut", "perhaps later by less than a second, since its date is cut"},
-    TimeMark{'~', "open", "perhaps later by whole seconds"},
+    TimeMark{'~', "open", "perhaps later by whole seconds, or right only if the clock was not set"},
     TimeMark{'?', "assumed", "assumed: tied to something else in the folder"},
 };
 /// Stands after one of the others.
@@ -30,10 +30,10 @@ inline constexpr TimeMark kOverwrittenMark{
     '<', "overwritten", "of an overwritten round of its log; with ~ perhaps earlier by whole seconds"};
 
 constexpr Sureness SurenessOf(const Certainty& certainty) {
-    return certainty.assumed                                ? Sureness::kAssumed
-           : certainty.later != 0 || certainty.earlier != 0 ? Sureness::kOpen
-           : certainty.originLater != 0                     ? Sureness::kCut
-                                                            : Sureness::kExact;
+    return certainty.assumed                                                ? Sureness::kAssumed
+           : certainty.ProvenLater() != 0 || certainty.ProvenEarlier() != 0 ? Sureness::kOpen
+           : certainty.originLater != 0                                     ? Sureness::kCut
+                                                                            : Sureness::kExact;
 }
 
 constexpr const TimeMark& MarkOf(const Certainty& certainty) {

@@ -46,9 +46,7 @@ Json EventJson(const TimelineEvent& event, bool hasWall, const std::string& file
         json["elapsed_ns"] = *event.time;
     }
     json["certainty"] = MarkOf(event.certainty).code;
-    json["later_by_seconds"] = BoundJson(event.certainty.later);
-    json["earlier_by_seconds"] = BoundJson(event.certainty.earlier);
-    json["date_cut_ns"] = event.certainty.originLater;
+    AddBounds(json, event.certainty);
     json["boot"] = event.boot ? Json(*event.boot) : Json();
     json["process"] = event.process ? Json(*event.process) : Json();
     json["thread"] = event.thread ? Json(Hex32(*event.thread)) : Json();

@@ -72,13 +72,11 @@ Json EntryJson(const LogEntry& entry, const LogSet& logs) {
     json["boot"] = entry.boot ? Json(*entry.boot) : Json();
     json["process"] = entry.process ? Json(*entry.process) : Json();
     json["certainty"] = MarkOf(entry.certainty).code;
-    json["later_by_seconds"] = BoundJson(entry.certainty.later);
+    AddBounds(json, entry.certainty);
     if (const auto likely = logs.LikelyBoundOf(entry)) {
         json["likely_later_by_seconds"] = likely->later;
         json["assuming"] = likely->assuming;
     }
-    json["earlier_by_seconds"] = BoundJson(entry.certainty.earlier);
-    json["date_cut_ns"] = entry.certainty.originLater;
     json["overwritten"] = entry.part->overwritten;
     if (entry.continued) {
         json["continues"] = true;

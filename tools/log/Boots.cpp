@@ -62,6 +62,7 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
     process.mayHaveRestarted = process.mayHaveRestarted || part.mayBeRestart;
     process.linesMayBeOlder = process.linesMayBeOlder || part.mayBeOlder;
     process.hidesSeam = process.hidesSeam || part.hidesSeam;
+    process.hasOlderRounds = process.hasOlderRounds || (part.overwritten && !part.calibration);
     process.mayBeQuote = process.mayBeQuote || part.mayBeQuote;
     process.sharesThreads = process.sharesThreads || !part.processIsKnown;
     std::set_difference(part.threads.begin(), part.threads.end(), part.others.begin(), part.others.end(),

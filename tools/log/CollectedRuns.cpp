@@ -55,7 +55,13 @@ std::size_t PinCollectedRuns(const CollectedMoment& moment, std::vector<std::vec
     }
     for (std::vector<LogPart>& parts : logs) {
         for (LogPart& part : parts) {
-            if (runs[part.run].collected && part.certainty.later == Certainty::kUnbounded && !part.notAfter) {
+            if (!runs[part.run].collected) {
+                continue;
+            }
+            if (part.certainty.premise == Certainty::Premise::kClockNotSet) {
+                part.certainty.premise = Certainty::Premise::kNone;
+            }
+            if (part.certainty.later == Certainty::kUnbounded && !part.notAfter) {
                 part.notAfter = moment.local - OriginOf(runs[part.run]);
             }
         }

@@ -77,6 +77,9 @@ void LogCursor::BeginPart(const LogPart& part) {
     entry_.certainty = part.certainty;
     entry_.hasWall = file.kind == LogKind::kQueue || run.wall.has_value();
     entry_.certainty.originLater = run.wall ? run.wall->Spread() : 0;
+    if (!run.wall) { // No clock's setting changes elapsed time.
+        entry_.certainty.premise = Certainty::Premise::kNone;
+    }
     origin_ = part.start + OriginOf(run);
     queueClock_ = QueueClock();
 }
@@ -106,7 +109,9 @@ void LogCursor::TakeTime(const LogLine& line) {
         entry_.time = origin_ + elapsed;
         entry_.hasTime = true;
         const std::int64_t later = entry_.part->certainty.later;
-        entry_.certainty.later = later + (clock_.WasLate() && later != Certainty::kUnbounded ? 1 : 0);
+        entry_.certainty.later = later != Certainty::kUnbounded
+                                     ? later + entry_.part->overcounted + (clock_.WasLate() ? 1 : 0)
+                                     : later;
         if (const auto& notAfter = entry_.part->notAfter) {
             const std::int64_t before = *notAfter - entry_.part->start - elapsed;
             entry_.certainty.later = std::max<std::int64_t>(0, before) / kSecond + 1;
@@ -114,6 +119,9 @@ void LogCursor::TakeTime(const LogLine& line) {
         const auto& setAfter = entry_.part->setAfter;
         const bool isSet = setAfter && entry_.part->start + elapsed > *setAfter;
         entry_.certainty.earlier = isSet ? Certainty::kUnbounded : entry_.part->certainty.earlier;
+        if (entry_.certainty.premise == Certainty::Premise::kNone && entry_.certainty.earlier >= 0) {
+            entry_.certainty.earlier += clock_.HeldUp();
+        }
         entry_.certainty.later = isSet ? Certainty::kUnbounded : entry_.certainty.later;
     }
 }

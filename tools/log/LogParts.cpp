@@ -114,6 +114,7 @@ class Divider {
         part_.length = clock_.Frontier();
         part_.lastCounter = clock_.FrontierCounter();
         part_.clockBreaks = clock_.Breaks();
+        part_.overcounted = clock_.MostOvercounted();
         part_.mostFirstSecond = clock_.MostFirstSecond();
         part_.leastLastSecond = clock_.LeastLastSecond();
         clock_.ForEachThread([&](std::uint32_t thread) { part_.threads.push_back(thread); });

@@ -41,6 +41,8 @@ struct LogPart {
     /// The calibration line may be all that its process wrote, over the first line of an older log. That the
     /// others are the process's own is only probable.
     bool mayBeOlder = false;
+    /// Its writer may have gone on at the file's start, or another written it over, without a sign.
+    bool mayHideOlder = false;
     bool beginsInside = false; ///< its first line has no header: the message began before it
     std::vector<ClockMark> marks;
     std::optional<LineStamp> calibration; ///< the line that it begins with
@@ -59,6 +61,7 @@ struct LogPart {
     std::int64_t length = 0;
     std::int64_t lastCounter = 0;
     std::uint64_t clockBreaks = 0;
+    std::int64_t overcounted = 0; ///< seconds at the most, in which silences may have passed instead
     std::int64_t mostFirstSecond = 0;
     std::int64_t leastLastSecond = 0;
 

@@ -14,6 +14,7 @@ void LogProcess::Absorb(const LogProcess& other) {
     hidesSeam = hidesSeam || other.hidesSeam;
     mayBeQuote = mayBeQuote || other.mayBeQuote;
     sharesThreads = sharesThreads || other.sharesThreads;
+    hasOlderRounds = hasOlderRounds || other.hasOlderRounds;
     hasThreadsOfBefore = hasThreadsOfBefore || other.hasThreadsOfBefore;
     ++logs;
     // Where a clock of the other belongs among these only one clock in common tells.
@@ -133,7 +134,8 @@ ProcessFacts FactsOf(const LogProcess& process) {
                        ": they share threads and fit one clock";
     }
     facts.assumed = process.linesMayBeOlder || process.hidesSeam || process.mayBeQuote;
-    facts.linesProbable = facts.assumed || process.sharesThreads || process.hasThreadsOfBefore;
+    facts.linesProbable = facts.assumed || process.sharesThreads || process.hasOlderRounds ||
+                          process.mayHaveRestarted || process.hasThreadsOfBefore;
     if (process.linesMayBeOlder) {
         facts.proof += "; its lines are probably its own: the thread that opened the log wrote none";
     }
@@ -147,6 +149,9 @@ ProcessFacts FactsOf(const LogProcess& process) {
     }
     if (process.sharesThreads) {
         facts.proof += "; another process has its threads, and older lines of these may be either's";
+    }
+    if (process.hasOlderRounds) {
+        facts.proof += "; its overwritten lines are probably its own, by their threads";
     }
     if (process.hasThreadsOfBefore) {
         facts.proof += "; its lines are probably its own: the process before it has some of its threads, too";

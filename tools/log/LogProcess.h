@@ -63,6 +63,8 @@ struct LogProcess {
     bool hidesSeam = false;       ///< somewhere in its lines older ones may begin, of whichever process
     bool mayBeQuote = false;      ///< there may be none: what tells of it may be a part of a message
     bool sharesThreads = false;   ///< with another that wrote the same rounds: lines of these have no process
+    /// Older rounds are told by their threads alone to be its own.
+    bool hasOlderRounds = false;
     /// The process before it has some of its threads, too, and may have written on beside it.
     bool hasThreadsOfBefore = false;
     /// What follows a roll at which the clock was set may be by a process with the same threads, after a

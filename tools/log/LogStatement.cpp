@@ -88,8 +88,11 @@ std::vector<Finding> LogSet::ClockStatement(std::span<const std::size_t> numbers
     StateSettings(settings_, statement);
     std::int64_t unseen = 0;
     bool open = false;
+    bool mayHideOlder = false;
     ForEachPart([&](const LogPart& part) {
         unseen += std::max<std::int64_t>(part.certainty.later, 0);
+        mayHideOlder = mayHideOlder || (part.certainty.premise == Certainty::Premise::kRoundsAsFound &&
+                                        part.certainty.earlier != Certainty::kUnbounded);
         open =
             open || (part.certainty.later == Certainty::kUnbounded && !part.notAfter && !part.likelyNotAfter);
     });
@@ -102,8 +105,14 @@ std::vector<Finding> LogSet::ClockStatement(std::span<const std::size_t> numbers
     if (open) {
         statement.push_back(
             {"open-end",
-             "After a process's last calibration line whole seconds without a line leave no trace: times "
-             "there (marked ~) are the earliest possible."});
+             "After a process's last calibration line whole seconds without a line leave no trace, nor does "
+             "a clock that is set: unless it was, times there (marked ~) are the earliest possible."});
+    }
+    if (mayHideOlder) {
+        statement.push_back(
+            {"unseen-rounds",
+             "A log without backups can have been written over from its start, without a sign at one time in "
+             "twenty: its first times (marked ~) hold unless older lines stand among them."});
     }
     return statement;
 }

@@ -25,6 +25,9 @@ constexpr std::size_t kLongestTraced = 1100;
 constexpr std::int64_t kDigitsStandOut = 100;
 constexpr std::size_t kMostWithoutDigits = 256;
 
+/// So few lines of a process show few of its threads.
+constexpr std::int64_t kFewLines = 5;
+
 /// Lines without a header beyond these are the way of this log, and no sign of anything.
 constexpr std::size_t kMostTorn = 64;
 /// The same of lines after one that the device ended, which only raw data and cut lines are.
@@ -84,6 +87,7 @@ void RoundDetector::Line(const LogLine& line, std::string_view text, std::uint64
             lastOfThread_.clear();
         }
         lastOfThread_.TryEmplace(line.thread, 0).first = line.counter;
+        NoteThread(line.thread);
         last_[lines_++ % last_.size()] = {line.counter, line.thread};
         if (++linesOfOpening_ > 1) {
             openingAtEnd_.reset();
@@ -144,7 +148,7 @@ void RoundDetector::CompareWithFirst(const RawDate& date, const LogLine& line) {
 Rounds RoundDetector::Judge(std::uint64_t size) const {
     Rounds rounds;
     if (!first_ || !IsProven()) {
-        rounds.hidden = first_ && (HoldsARestAtAStep() || MayHaveGoneOn());
+        rounds.hidden = first_ && (HoldsARestAtAStep() || MayHaveGoneOn() || ThreadsChangeAtARest());
         rounds.newest = {0, size};
         return rounds;
     }
@@ -215,6 +219,37 @@ bool RoundDetector::HoldsARestAtAStep() const {
     return std::any_of(torn_.begin(), torn_.end(), [&](const Step& step) {
         return RankOf(step) >= Rank::kUnattached && step.width > std::min(widths_.Common(), kBusyWait);
     });
+}
+
+void RoundDetector::NoteThread(std::uint32_t thread) {
+    if (firstLineOfThread_.size() < CounterClock::kMostThreads) {
+        const auto line = static_cast<std::int64_t>(lines_);
+        firstLineOfThread_.TryEmplace(thread, line);
+        lastLineOfThread_.TryEmplace(thread, line).first = line;
+    }
+}
+
+bool RoundDetector::ThreadsChangeAtARest() const {
+    if (firstOpening_ || firstLineOfThread_.size() >= CounterClock::kMostThreads) {
+        return false;
+    }
+    std::vector<std::pair<std::int64_t, std::int64_t>> lines; // the first and the last of each thread
+    firstLineOfThread_.ForEach([&](std::uint32_t thread, std::int64_t first) {
+        lines.emplace_back(first, *lastLineOfThread_.Find(thread));
+    });
+    std::sort(lines.begin(), lines.end());
+    const auto end = static_cast<std::int64_t>(lines_);
+    std::int64_t last = end; // of those so far; at first there is none
+    for (const auto& [first, lastOfThread] : lines) {
+        const bool anyRest = std::any_of(torn_.begin(), torn_.end(), [line = first](const Step& step) {
+            return static_cast<std::int64_t>(step.line) == line;
+        });
+        if (last < first && anyRest && first >= kFewLines && end - first >= kFewLines) {
+            return true;
+        }
+        last = last == end ? lastOfThread : std::max(last, lastOfThread);
+    }
+    return false;
 }
 
 bool RoundDetector::HoldsACut() const {
@@ -313,6 +348,7 @@ void RoundDetector::Consider(const LogLine& line, std::uint64_t offset) {
     ConsiderDigits(step, *previous_);
     step.offset = headerless_ > 0 ? headerlessOffset_ : offset;
     step.from = previousOffset_;
+    step.line = lines_;
     if (step.torn && (torn_.size() < kMostTorn || cut) && torn_.size() < 2 * kMostTorn) {
         torn_.push_back(step);
     }

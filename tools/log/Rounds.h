@@ -33,6 +33,7 @@ struct Step {
     std::int64_t width = -1;  ///< from one stamp to the next, read as a step forward
     std::uint64_t offset = 0; ///< where the lines after it begin, a torn one included
     std::uint64_t from = 0;   ///< where the line in front of it begins
+    std::uint64_t line = 0;   ///< number of the stamped line after it
     bool torn = false;        ///< a line without header stands between, perhaps the rest of one
     bool unattached = false;  ///< and the line before it was ended by the device, not by its message
     /// And what it begins with.
@@ -89,6 +90,9 @@ class RoundDetector {
     /// What is left of a header. A text that looks so has no step beside it as between no two other lines.
     bool HoldsACut() const;
 
+    /// At the rest of a line all threads change, of which no opening tells.
+    bool ThreadsChangeAtARest() const;
+
     /// A process that opened the log when it was full left a calibration line at its end, and one at the
     /// start with its first line or later. So the one at the end is the earlier one of the same clock.
     bool WasOpenedWhenFull() const;
@@ -127,6 +131,7 @@ class RoundDetector {
     Seam BestBefore(std::uint64_t end) const;
 
     void Calibration(const LogLine& line, std::uint64_t offset);
+    void NoteThread(std::uint32_t thread);
     void CompareWithFirst(const RawDate& date, const LogLine& line);
     void Consider(const LogLine& line, std::uint64_t offset);
     void ConsiderDigits(const Step& step, std::int64_t counter);
@@ -152,6 +157,8 @@ class RoundDetector {
     std::optional<std::int64_t> previous_; ///< the counter of the line before, unless that one calibrates
     std::uint64_t previousOffset_ = 0;
     ThreadTimes lastOfThread_;
+    ThreadTimes firstLineOfThread_;
+    ThreadTimes lastLineOfThread_;
     std::array<LineStamp, kUnbufferedLines> last_;
     std::uint64_t lines_ = 0;
     std::vector<Step> torn_;

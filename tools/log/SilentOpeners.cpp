@@ -45,12 +45,21 @@ bool IsOneProcess(const LogPart& part, const LogPart& other) {
            });
 }
 
+/// Where there is a backup, a log is not written over.
+bool IsAlone(const std::vector<LogPart>& parts) {
+    return std::all_of(parts.begin(), parts.end(),
+                       [&](const LogPart& each) { return each.file == parts.front().file; });
+}
+
 bool MayBeOlder(const std::vector<LogPart>& parts) {
     const LogPart& part = parts.front();
-    // Where there is a backup, a log is not written over.
-    const bool isAlone =
-        std::all_of(parts.begin(), parts.end(), [&](const LogPart& each) { return each.file == part.file; });
-    return part.openerIsSilent && part.begin == 0 && isAlone && !IsFollowedAtOnce(part) && !IsAppended(parts);
+    return part.openerIsSilent && part.begin == 0 && IsAlone(parts) && !IsFollowedAtOnce(part) &&
+           !IsAppended(parts);
+}
+
+/// What stands at the start of a log without backups may be its newest part, with older lines after it.
+bool MayHideOlder(const LogPart& part, const std::vector<LogPart>& parts) {
+    return part.begin == 0 && part.calibration && IsAlone(parts);
 }
 
 } // namespace
@@ -59,6 +68,9 @@ void JudgeSilentOpeners(std::vector<std::vector<LogPart>>& logs) {
     for (std::vector<LogPart>& parts : logs) {
         if (!parts.empty()) {
             parts.front().mayBeOlder = MayBeOlder(parts);
+        }
+        for (LogPart& part : parts) {
+            part.mayHideOlder = MayHideOlder(part, parts);
         }
     }
     for (std::vector<LogPart>& parts : logs) {

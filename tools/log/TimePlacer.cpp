@@ -74,6 +74,8 @@ void TimePlacer::Place(std::vector<LogPart>& parts) {
         if (part.hidesSeam || part.mayBeOlder || part.mayBeQuote) {
             part.certainty = Certainty::Assumed();
         }
+        part.certainty.premise =
+            part.mayHideOlder ? Certainty::Premise::kRoundsAsFound : Certainty::Premise::kClockNotSet;
         if (part.date) {
             PlaceDated(part);
             part.certainty.earlier =
@@ -111,11 +113,12 @@ PartLink TimePlacer::LinkOf(const LogPart& part, std::span<const LogPart> fromHe
 
 /// A roll into a backup leaves no line of its own.
 bool TimePlacer::IsRolled(const LogPart& part, std::span<const LogPart> fromHereOn) const {
+    const bool mayFollow = IsAsLong(*before_, fromHereOn) && FollowsTheBackup(*before_, part, kSlowRollTakes);
     if (part.date && BeganWithTheDevice(*part.date, part.calibration->counter)) {
-        return FollowsTheBackup(*before_, part, kRollTakes); // The dates of any boot fit.
+        // The dates of any boot fit, but hardly ever at once after the backup's last line.
+        return FollowsTheBackup(*before_, part, kRollTakes) || (mayFollow && FitsAtOnce(part));
     }
-    return (ShareAThread(*before_, part) && FitsClosely(part)) ||
-           (IsAsLong(*before_, fromHereOn) && FollowsTheBackup(*before_, part, kSlowRollTakes));
+    return mayFollow || (ShareAThread(*before_, part) && FitsClosely(part));
 }
 
 std::int64_t TimePlacer::StartAfter(const LogPart& part) const {
@@ -123,8 +126,18 @@ std::int64_t TimePlacer::StartAfter(const LogPart& part) const {
 }
 
 bool TimePlacer::FitsClosely(const LogPart& part) const {
-    return part.date && dated_ != nullptr && dated_ == before_ &&
-           runs_[dated_->run].wall->Compare(*part.date, StartAfter(part)).misfit <= kFitsClosely;
+    return FitOf(part).misfit <= kFitsClosely;
+}
+
+/// So it does, with no second between that the counters do not show.
+bool TimePlacer::FitsAtOnce(const LogPart& part) const {
+    return FitsClosely(part) && FitOf(part).unseen == 0;
+}
+
+WallOffset::Fit TimePlacer::FitOf(const LogPart& part) const {
+    return part.date && dated_ != nullptr && dated_ == before_
+               ? runs_[dated_->run].wall->Compare(*part.date, StartAfter(part))
+               : WallOffset::Fit{0, INT64_MAX};
 }
 
 void TimePlacer::PlaceDated(LogPart& part) {
@@ -139,6 +152,7 @@ void TimePlacer::PlaceDated(LogPart& part) {
         part.run = dated_->run;
         part.start += *unseen * kCounterPeriod;
         dated_->certainty.later = *unseen;
+        dated_->certainty.premise = Certainty::Premise::kNone;
         dated_->TakeAsItStands();
         return;
     }
@@ -147,7 +161,8 @@ void TimePlacer::PlaceDated(LogPart& part) {
     const std::size_t oldRun = dated_->run;
     BeginRun(part, LogRun{WallOffset(*part.date, 0)});
     if (!dated_->doubtful && (fit.misfit > kDateTakes || fit.unseen < 0)) {
-        part.mayBeRestart = part.link == PartLink::kRolled;
+        // A line that stands after the calibration line and was stamped just before it was its process's own.
+        part.mayBeRestart = !Fills(part.second, *part.calibration, kRollTakes);
         settings_.push_back({oldRun, dated_->start, part.run, part.mayBeRestart});
         dated_->certainty = Certainty::Assumed();
     }

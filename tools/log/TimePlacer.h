@@ -40,6 +40,8 @@ class TimePlacer {
     PartLink LinkOf(const LogPart& part, std::span<const LogPart> fromHereOn) const;
     bool IsRolled(const LogPart& part, std::span<const LogPart> fromHereOn) const;
     bool FitsClosely(const LogPart& part) const;
+    bool FitsAtOnce(const LogPart& part) const;
+    WallOffset::Fit FitOf(const LogPart& part) const;
     void PlaceDated(LogPart& part);
     void HangBefore(LogPart& dated);
     void HangAfter(LogPart& part);

@@ -265,6 +265,7 @@ Certainty RingSource::CertaintyOf(const PlacedRings& placed, const RingRecord& r
     if (placed.head && ofWriter) {
         certainty.later = std::max<std::int64_t>(*placed.head + kDumpTakes - time, 0) / kSecond + 1;
         certainty.later += placed.headTie->within;
+        certainty.premise = Certainty::Premise::kClockNotSet;
     }
     return certainty;
 }

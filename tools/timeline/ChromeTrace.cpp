@@ -210,9 +210,9 @@ class ChromeWriter {
         text += '"';
         if (!certainty.Exact()) {
             text += ",\"later_by_seconds\":";
-            AppendBound(text, certainty.later);
+            AppendBound(text, certainty.ProvenLater());
             text += ",\"earlier_by_seconds\":";
-            AppendBound(text, certainty.earlier);
+            AppendBound(text, certainty.ProvenEarlier());
             text += ",\"date_cut_ns\":";
             AppendDecimal(text, certainty.originLater);
         }

@@ -177,8 +177,8 @@ class PerfettoWriter {
         annotations.Text("time", digits_);
         annotations.Word("mark", SignsOf(certainty, overwritten));
         if (!certainty.Exact()) {
-            Bound(annotations, "later_by_seconds", certainty.later);
-            Bound(annotations, "earlier_by_seconds", certainty.earlier);
+            Bound(annotations, "later_by_seconds", certainty.ProvenLater());
+            Bound(annotations, "earlier_by_seconds", certainty.ProvenEarlier());
             annotations.Number("date_cut_ns", static_cast<std::uint64_t>(certainty.originLater));
         }
     }

@@ -69,8 +69,8 @@ void CaseTables::Event(const Story& story, const TimelineEvent& event) {
     row_.MaybeText("time", time);
     row_.Number("elapsed_ns", event.time && !hasWall ? event.time : OptionalNumber());
     row_.Text("certainty", MarkOf(event.certainty).code);
-    row_.Number("later_by_seconds", Bound(event.certainty.later));
-    row_.Number("earlier_by_seconds", Bound(event.certainty.earlier));
+    row_.Number("later_by_seconds", Bound(event.certainty.ProvenLater()));
+    row_.Number("earlier_by_seconds", Bound(event.certainty.ProvenEarlier()));
     row_.Number("date_cut_ns", event.certainty.originLater);
     row_.Text("kind", kKinds.at(static_cast<std::size_t>(event.kind)));
     row_.Text("file", story.Files()[event.file].name);
