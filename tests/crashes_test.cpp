@@ -142,6 +142,16 @@ TEST_F(Crashes, AllOfAFolderAreListedInTheOrderThatEvidenceGives) {
     EXPECT_EQ(OrderTold(), "B <date> A");
     WriteFile("b.txt", CrashLogOf({"B", 50, 500'000'000, 0}));
     EXPECT_EQ(OrderTold(), "AB");
+    // Within a second, the counters tell it where they fit what is left of the microseconds, unless the clock
+    // may have begun at that second in both boots.
+    WriteFile("a.txt", CrashLogOf({"A", 50, 720'000'000, 0}));
+    WriteFile("b.txt", CrashLogOf({"B", 50, 720'000'000 - 2 * 65'536'000, 0}));
+    EXPECT_EQ(OrderTold(), "B <date> A");
+    WriteFile("b.txt", CrashLogOf({"B", 50, 720'000'000 - 2 * 65'536'000 - 30'000'000, 0}));
+    EXPECT_EQ(OrderTold(), "AB");
+    WriteFile("a.txt", CrashLogOf({"A", 50, 54'500'000 + 2 * 65'536'000, 0}));
+    WriteFile("b.txt", CrashLogOf({"B", 50, 54'500'000, 0}));
+    EXPECT_EQ(OrderTold(), "AB");
 
     // Each is in what the commands print, on the timeline and on the page.
     const Result timeline = Post({"timeline", ".", "-o", "out.json"});

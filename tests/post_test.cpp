@@ -489,6 +489,13 @@ TEST(Owners, OfRecordsAreTheProcessesThatHaveTheirThreads) {
     EXPECT_EQ(owners.ProcessOf(0x1100), Number(1));
     EXPECT_EQ(owners.BootOf(0x1100), Number(3));
     EXPECT_EQ(owners.ProcessOf(0xA0000000), Number());
+    EXPECT_FALSE(processes[1].recordsProbable);
+    // Where identifiers recur, those that only one process shows may be of another that wrote no such lines.
+    facts.threads = {0x1000, 0x3000};
+    processes.Add(facts);
+    facts.threads = {0x3000};
+    EXPECT_EQ(Owners(processes, facts).ProcessOf(0x3000), Number(2));
+    EXPECT_TRUE(processes[2].recordsProbable);
 }
 
 // A process that takes the rings over starts each one at slot 0.
@@ -521,6 +528,33 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedTheRingsOneAfterTheOther) {
     }
     EXPECT_EQ(seen["ring"], (std::set<std::pair<bool, std::size_t>>{{false, 1}, {true, 2}}));
     EXPECT_EQ(seen["binary"], seen["ring"]);
+}
+
+// The first slots of a process that went round its rings are gone, and with them the step to what stands
+// last.
+TEST_F(PostMortem, FindsTheNewestRecordOfAProcessThatAnotherTookAFullRingFrom) {
+    std::string text = "BEGIN RING BUFFER DUMP\r\n\r\n######## Ring Buffer Panel ########\r\n";
+    const auto add = [&](std::int64_t time, unsigned thread, unsigned number) {
+        std::array<char, 128> line{};
+        std::snprintf(line.data(), line.size(), "%019lld 0x%08x 0x00000005 : 0x%08x 0x%08x 0x%08x 0x%08x\r\n",
+                      static_cast<long long>(time / 1'000'000'000 + time % 1'000'000'000), thread, number, 0U,
+                      0U, 0U);
+        text += line.data();
+    };
+    // 400 records of a process, a record every 2.5 ms, then 64 of another.
+    for (unsigned slot = 0; slot < 256; ++slot) {
+        const unsigned number = slot < 64 ? 400 + slot : slot < 144 ? 256 + slot : slot;
+        add(5'000'000'000 + number * std::int64_t{2'500'000}, (slot < 64 ? 0x90000000U : 0x111U) + slot % 2,
+            number);
+    }
+    WriteFile("rings.txt", text + "\r\nEND RING BUFFER DUMP\r\n");
+    const Result result = Post({"rings", "rings.txt", "--json"});
+    EXPECT_TRUE(result.Finds("process-change") && result.Finds("uncertain-seam")) << result.output;
+    const Json json = result.Parsed();
+    ASSERT_EQ(json["records"].size(), 256U);
+    for (unsigned i = 0; i < 192; ++i) {
+        EXPECT_EQ(json["records"][i]["words"][1], i < 112 ? 144 + i : 208 + i);
+    }
 }
 
 TEST_F(PostMortem, SaysThatADumpThatWasKilledHasSwitchedTracingOff) {

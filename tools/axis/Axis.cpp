@@ -9,9 +9,6 @@ namespace NimaPost {
 
 namespace {
 
-/// A dying process takes longer over its date and ticks than a writer of lines over its own. The limit is
-/// that of `kDateTakes`.
-constexpr std::int64_t kHeadTakes = 8'000'000;
 /// Beyond this one clock in thirty fits by chance.
 constexpr std::int64_t kHeadMostlyTakes = 1'000'000;
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -27,9 +28,14 @@ bool MayHave(const ProcessFacts& process, std::uint32_t thread) {
 } // namespace
 
 Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&processes) {
-    if (facts.threads.empty()) {
-        return;
+    if (!facts.threads.empty()) {
+        Find(facts);
+        DoubtRecurring();
     }
+}
+
+void Owners::Find(const ProcessFacts& facts) {
+    Processes& processes = *processes_;
     const std::vector<std::size_t> known = processes.AllWithAnyOf(facts.threads, facts.bootCycle);
     ofCycle_ = processes.WithAnyOf(facts.threads, facts.bootCycle);
     if (ofCycle_ && ofCycle_ == facts.notOf) {
@@ -69,6 +75,21 @@ Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&pr
         added.proof += "; its number does not tell when it ran";
         added.assumed = true;
         all_ = ofCycle_ = processes.Add(std::move(added));
+    }
+}
+
+/// Of those that the records are told to be of.
+void Owners::DoubtRecurring() {
+    std::set<std::size_t> told;
+    told.insert(all_.value_or(0));
+    for (const auto& [thread, process] : each_) {
+        told.insert(process.value_or(0));
+    }
+    told.erase(0);
+    for (const std::size_t process : told) {
+        if (processes_->SharesThreads(process)) {
+            processes_->DoubtRecords(process, "another process has some of its threads' identifiers");
+        }
     }
 }
 

@@ -24,7 +24,10 @@ class Owners {
     std::optional<std::size_t> WriterOf(std::uint32_t thread) const;
 
   private:
-    const Processes* processes_ = nullptr;
+    void Find(const ProcessFacts& facts);
+    void DoubtRecurring();
+
+    Processes* processes_ = nullptr;
     std::optional<std::size_t> all_;
     std::map<std::uint32_t, std::optional<std::size_t>> each_;
     std::optional<std::size_t> ofCycle_; ///< the only one that may be of their boot cycle

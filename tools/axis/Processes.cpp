@@ -137,6 +137,13 @@ bool Processes::IsOfAnotherCycle(std::size_t number, std::optional<std::uint64_t
     return known && bootCycle && *known != *bootCycle;
 }
 
+bool Processes::SharesThreads(std::size_t number) const {
+    const ProcessFacts& facts = (*this)[number];
+    return std::any_of(all_.begin(), all_.end(), [&](const ProcessFacts& other) {
+        return &other != &facts && ShareAny(other.threads, facts.threads);
+    });
+}
+
 void Processes::DoubtRecords(std::size_t number, const std::string& why) {
     ProcessFacts& facts = all_[number - 1];
     if (!facts.recordsProbable) {

@@ -70,6 +70,8 @@ class Processes {
                                          std::optional<std::uint64_t> bootCycle = {}) const;
     /// Whether both are known and differ.
     bool IsOfAnotherCycle(std::size_t number, std::optional<std::uint64_t> bootCycle) const;
+    /// Whether any other has one of its threads: then identifiers recur, and so may all of them.
+    bool SharesThreads(std::size_t number) const;
     /// Another process may have had the same threads; `why` in words.
     void DoubtRecords(std::size_t number, const std::string& why);
     void TakeBootCycle(std::size_t number, std::optional<std::uint64_t> bootCycle);

@@ -42,6 +42,8 @@ std::string WallTimeIso(std::int64_t nanosecondsSince1970);
 /// A writer reads a line's date and stamp one after the other. On a busy device milliseconds pass in between.
 /// This must stay below half of 16.96 ms, by which an unseen second shifts the cut microseconds.
 inline constexpr std::int64_t kDateTakes = 5'000'000;
+/// A dying process takes longer over the date and ticks of its head. The limit is the same.
+inline constexpr std::int64_t kHeadTakes = 8'000'000;
 /// Dates and counters of two boots fit one clock this closely once in 140 times.
 inline constexpr std::int64_t kFitsClosely = 100'000;
 

@@ -65,8 +65,23 @@ bool EarlierByCounter(const Ranked& a, const Ranked& b) {
            b.traits->ticks && FarBelow(*a.traits->ticks, *b.traits->ticks);
 }
 
+/// Of one second, by their counters and what is left of their microseconds: whether these tell that b was
+/// written after a. A clock that began with the device shows the same second in every boot.
+bool EarlierInSecond(const CrashTraits& a, const CrashTraits& b) {
+    if (!a.ticks || !b.ticks || BeganWithTheDevice(*a.date, *a.ticks) ||
+        BeganWithTheDevice(*b.date, *b.ticks)) {
+        return false;
+    }
+    const std::int64_t step = NearestStep(*a.ticks, *b.ticks);
+    const auto [unseen, misfit] = WallOffset(*a.date, 0).Compare(*b.date, step);
+    return misfit < kHeadTakes && step + unseen * kCounterPeriod > 0;
+}
+
 bool EarlierByDate(const Ranked& a, const Ranked& b) {
-    return a.traits->second && (!b.traits->second || *a.traits->second < *b.traits->second);
+    const auto& date = a.traits->date;
+    const auto& other = b.traits->date;
+    return date && (!other || date->second < other->second ||
+                    (date->second == other->second && EarlierInSecond(*a.traits, *b.traits)));
 }
 
 /// Leaves those that none of the others precedes by its boot cycle.
@@ -96,11 +111,11 @@ void KeepFirstByCounter(std::vector<Family*>& families) {
 
 CrashEvidence EvidenceFor(const Ranked& before, const Family* family, const Family* familyBefore,
                           const Ranked& crash) {
-    return family == familyBefore                                 ? CrashEvidence::kFileNumber
-           : EarlierByCycle(before, crash)                        ? CrashEvidence::kBootCycle
-           : EarlierByCounter(before, crash)                      ? CrashEvidence::kCounter
-           : crash.traits->second && EarlierByDate(before, crash) ? CrashEvidence::kDate
-                                                                  : CrashEvidence::kNothing;
+    return family == familyBefore                               ? CrashEvidence::kFileNumber
+           : EarlierByCycle(before, crash)                      ? CrashEvidence::kBootCycle
+           : EarlierByCounter(before, crash)                    ? CrashEvidence::kCounter
+           : crash.traits->date && EarlierByDate(before, crash) ? CrashEvidence::kDate
+                                                                : CrashEvidence::kNothing;
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tools/base/WallClock.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -27,7 +29,7 @@ struct CrashTraits {
     std::string file;
     std::optional<std::uint64_t> bootCycle; ///< empty where the host has set none
     std::optional<std::int64_t> ticks;
-    std::optional<std::int64_t> second; ///< of its date
+    std::optional<RawDate> date;
 };
 
 struct OrderedCrash {

@@ -128,7 +128,7 @@ std::vector<std::pair<std::size_t, Tie>> CrashSource::TieHeads(Axis& axis) const
 void CrashSource::PutInOrder() {
     std::vector<CrashTraits> traits;
     for (const auto& [file, crash] : All()) {
-        traits.push_back({crash.file, crash.log.BootCycle(), crash.log.ticks, SecondOf(crash)});
+        traits.push_back({crash.file, crash.log.BootCycle(), crash.log.ticks, crash.log.date});
     }
     std::vector<Held> ordered;
     for (const OrderedCrash& each : OrderCrashes(traits)) {

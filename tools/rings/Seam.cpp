@@ -154,6 +154,34 @@ std::size_t PlaceByTicks(Ring& ring, bool full, std::int64_t ticks) {
     return place;
 }
 
+/// Where the oldest process of a full ring went round: its oldest record there, or 0 for none.
+struct Turn {
+    std::size_t place = 0;
+    bool doubtful = false;
+};
+
+/// Later processes have written over its first slots, so that what stands last and first there is no step of
+/// one record to the next.
+Turn TurnOf(const std::vector<RingRecord>& records) {
+    Turn turn;
+    std::vector<std::int64_t> steps;
+    for (std::size_t i = 1; i < records.size(); ++i) {
+        steps.push_back(StepBetween(records[i - 1], records[i]));
+    }
+    if (steps.size() < 2) {
+        return turn;
+    }
+    const auto widest = std::max_element(steps.begin(), steps.end());
+    const std::int64_t width = *widest;
+    turn.place = static_cast<std::size_t>(widest - steps.begin()) + 1;
+    const auto middle = steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 2);
+    std::nth_element(steps.begin(), middle, steps.end());
+    // A step back in time is as narrow as others once in a hundred times.
+    turn.doubtful = width > kStandsOut * std::max<std::int64_t>(*middle, 1);
+    turn.place = turn.doubtful ? turn.place : 0;
+    return turn;
+}
+
 /// Each process starts at slot 0, so the newest stands there and the oldest last.
 void OrderProcesses(Ring& ring, bool full, std::vector<std::size_t> changes) {
     std::vector<RingRecord> ordered;
@@ -164,17 +192,10 @@ void OrderProcesses(Ring& ring, bool full, std::vector<std::size_t> changes) {
     std::for_each(changes.rbegin(), changes.rend(), [&](std::size_t change) {
         const auto first = ring.records.begin() + static_cast<std::ptrdiff_t>(change);
         std::vector<RingRecord> stretch(first, ring.records.begin() + static_cast<std::ptrdiff_t>(end));
-        bool standsOut = false;
-        if (full && ordered.empty()) {
-            // The oldest may have gone round, and begun again in the middle of its records.
-            const std::size_t place = WidestStep(stretch, standsOut);
-            standsOut = standsOut && place != 0;
-            if (standsOut) {
-                std::rotate(stretch.begin(), stretch.begin() + static_cast<std::ptrdiff_t>(place),
-                            stretch.end());
-            }
-        }
-        ring.seam = standsOut || ring.seam == Seam::kUncertain ? Seam::kUncertain : Seam::kLikely;
+        const Turn turn = full && ordered.empty() ? TurnOf(stretch) : Turn();
+        std::rotate(stretch.begin(), stretch.begin() + static_cast<std::ptrdiff_t>(turn.place),
+                    stretch.end());
+        ring.seam = turn.doubtful || ring.seam == Seam::kUncertain ? Seam::kUncertain : Seam::kLikely;
         ring.stretches.push_back(ordered.size());
         ordered.insert(ordered.end(), stretch.begin(), stretch.end());
         end = change;
