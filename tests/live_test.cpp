@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -420,6 +421,14 @@ TEST_F(TerminalTest, FollowedLinesHaveTheTimesThatTheirCountersTell) {
     EXPECT_TRUE(seen.find(".254000000 ") != std::string::npos || seen.find(".25399999") != std::string::npos)
         << seen;
     EXPECT_NE(seen.find(".054000000 + 700000000"), std::string::npos) << seen;
+    // A calibration line in a message tells nothing of the lines after it.
+    std::ofstream("new.log", std::ios::app)
+        << "900000100 <0x00000001:000> <WARN> <Engine> the log began:\r\n"
+           "123456789 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, now=01250101000000.33333, "
+           "type=qpc\r\n910000000 <0x00000001:000> <WARN> <Engine> page 2\r\n";
+    const std::string more = follow.ReadUpTo("page 2\n");
+    EXPECT_TRUE(more.find(".264000000 ") != std::string::npos || more.find(".26399999") != std::string::npos)
+        << more;
     follow.Signal(SIGINT);
     follow.Rest();
     EXPECT_EQ(follow.Status(), 0);

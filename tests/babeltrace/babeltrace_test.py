@@ -113,6 +113,12 @@ def clocks_and_processes():
     assert traces == {"set process 1 clock 1": ["Calibration", "one", "two"],
                       "set process 1 clock 2": ["Calibration", "three"],
                       "set process 2": ["Calibration", "four"]}, traces
+    # What is only probable stands in the traces' environment.
+    run("babeltrace2", "set", "--component=sink.ctf.fs", "--params=path=\"set-ctf\"")
+    doubts = {re.search(r'process = (\d+)', text).group(1): re.findall(r'(boot_doubt|doubts) = "([^"]*)"', text)
+              for text in (path.read_bytes().decode(errors="replace") for path in pathlib.Path("set-ctf").rglob("metadata"))}
+    assert doubts == {"1": [("boot_doubt", "perhaps"), ("doubts", "boot lines")],
+                      "2": [("boot_doubt", "perhaps"), ("doubts", "boot")]}, doubts
 
 
 def dates():

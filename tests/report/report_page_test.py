@@ -224,7 +224,8 @@ class Page:
                 .map((row) => row.textContent);""", name)
             self.check(f"each {name} is in its list, with what tells", len(shown) == len(told) and all(
                 visible(each.get("proof", each.get("after", ""))) in line and
-                visible(each.get("title", each.get("words", ""))) in line for each, line in zip(told, shown)), shown)
+                visible(each.get("title", each.get("words", ""))) in line and
+                visible(each.get("processWords", "")) in line for each, line in zip(told, shown)), shown)
         for index, crash in enumerate(crashes):
             if crash.get("row") is None:
                 continue
@@ -238,8 +239,20 @@ class Page:
                 self.click(f"#{name}-list tbody tr:nth-child({index + 1}) a")
                 expected = sum((row + [0] * 10)[column] == number for row in self.rows)
                 self.check(f"{name} {number} leads to its records", self.count() == expected, (self.count(), expected))
+        self.doubts(processes)
         self.reset()
         self.key("#lanes", Keys.HOME, Keys.ESCAPE)
+
+    def doubts(self, processes):
+        """A record that may be another process's says so, a line beside it does not."""
+        for number, process in enumerate(processes, 1):
+            probable = process.get("probable", {})
+            for kind, sources in (("lines", (0,)), ("records", (1, 2))):
+                of = [index for index, row in enumerate(self.rows) if (row + [0] * 10)[8] == number and row[2] in sources]
+                for index in of[:1] if probable else []:
+                    self.open(f"#row={index + 1}")
+                    shown = f"probably {process['words']}" in self.details()
+                    self.check(f"{kind} of process {number} are told with their doubt", shown == probable[kind], self.details())
 
     def fragment(self):
         return self.run("return location.hash;")

@@ -137,6 +137,7 @@ def failure(moment):
         "activeRings": [{"ring": "PrintEngine", "newest": moment - 400_000, "events": 210},
                         {"ring": "EngineLink", "newest": "15:09:57.100", "events": 2048}],
         "time": moment, "sure": 0, "row": None, "boot": 0, "process": 0, "after": "boot cycle",
+        "processWords": "probably process 7, boot 2",
     }
 
 
@@ -181,7 +182,8 @@ def calm():
         "No calibration line was found: times are seconds since the first record.")}
     page["boots"] = [{"boot": 1, "first": 0, "last": 3 * SECOND, "processes": [1], "proof": "the first in its log"}]
     page["processes"] = [
-        {"words": "process 1, boot 1", "boot": 1, "first": 0, "last": 3 * SECOND, "threads": 2, "proof": "the first in its log"},
+        {"words": "process 1, boot 1", "boot": 1, "first": 0, "last": 3 * SECOND, "threads": 2, "proof": "the first in its log",
+         "probable": {"lines": False, "records": True}},
         {"words": "process 2, boot unknown", "boot": 0, "first": None, "last": None, "threads": 1, "proof": "no text log"}]
     for thread, process in zip(page["threads"], (1, 1, 2, None)):
         thread["process"] = process

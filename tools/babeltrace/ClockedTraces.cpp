@@ -165,7 +165,12 @@ void ClockedTraces::Divide(const Story& story, std::size_t number) {
             ClockedTrace trace;
             if (number != DeviceProcess(story)) {
                 trace.process = number;
-                trace.boot = story.Time().AllProcesses()[number].boot;
+                const ProcessFacts& facts = story.Time().AllProcesses()[number];
+                trace.boot = facts.boot;
+                trace.bootDoubt = DoubtOf(facts);
+                for (const std::string& doubt : facts.Doubts()) {
+                    trace.doubts += (trace.doubts.empty() ? "" : " ") + doubt;
+                }
             }
             trace.events = &events;
             trace.begin = i;

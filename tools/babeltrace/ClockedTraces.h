@@ -73,6 +73,8 @@ class TracedEvents {
 struct ClockedTrace {
     std::optional<std::size_t> process; ///< from 1; empty for what is of no known process
     std::optional<std::size_t> boot;
+    std::string_view bootDoubt;       ///< "probably", "perhaps" or empty
+    std::string doubts;               ///< what else is only probable, as codes
     std::optional<std::size_t> clock; ///< from 1; empty where it was not set
     const TracedEvents* events = nullptr;
     std::size_t begin = 0; ///< its events

@@ -50,6 +50,12 @@ void SetEnvironment(bt_trace* trace, const char* name, const std::optional<std::
     }
 }
 
+void SetEnvironment(bt_trace* trace, const char* name, std::string_view text) {
+    if (!text.empty()) {
+        Check(bt_trace_set_environment_entry_string(trace, name, std::string(text).c_str()));
+    }
+}
+
 bool HoldsAny(const std::string& folder, const std::string& name) {
     // Enough to see what begins there, without unpacking what is no device's.
     InputLimits limits;
@@ -137,7 +143,10 @@ void FolderSource::AddPort(const TracedDevice& device, const ClockedTrace& trace
     Check(bt_trace_set_environment_entry_string(port.made.get(), "device", device.title.c_str()));
     SetEnvironment(port.made.get(), "process", trace.process);
     SetEnvironment(port.made.get(), "boot", trace.boot);
-    SetEnvironment(port.made.get(), "clock", trace.clock);
+    SetEnvironment(port.made.get(), "boot_doubt", trace.bootDoubt);
+    SetEnvironment(port.made.get(), "doubts", trace.doubts);
+    // "clock" is a word of its own where the trace is written as CTF.
+    SetEnvironment(port.made.get(), "wall_clock", trace.clock);
     for (const std::size_t thread : trace.threads) {
         SharedStream stream(Made(bt_stream_create(device.shape.StreamClass(), port.made.get())));
         Check(bt_stream_set_name(stream.get(), device.traces.ThreadTitles()[thread].c_str()));

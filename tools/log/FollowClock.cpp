@@ -21,11 +21,12 @@ FollowClock::FollowClock(const std::string& path) {
     }
 }
 
-/// A process that opens the log anew, or a clock that was set, begins another run of times.
-bool FollowClock::TakeDate(const LogLine& line) {
+/// A process that opens the log anew, or a clock that was set, begins another run of times. An earlier date
+/// than the last line's stands in a message, unless the clock was set back since.
+FollowClock::Reading FollowClock::TakeDate(const LogLine& line, std::int64_t now) {
     const auto date = CalibrationDate(line);
     if (!date) {
-        return false;
+        return Reading::kNoDate;
     }
     if (last_) {
         const std::int64_t middle = date->second * kSecond + kSecond / 2;
@@ -36,24 +37,27 @@ bool FollowClock::TakeDate(const LogLine& line) {
             const std::int64_t time = last_->time + step + k * kCounterPeriod;
             if (time >= date->second * kSecond - kDateTakes && time < (date->second + 1) * kSecond) {
                 last_ = Moment{line.counter, time};
-                return true;
+                return Reading::kDate;
             }
+        }
+        if ((date->second + 2) * kSecond < last_->time && last_->time < now + kSecond) {
+            return Reading::kText;
         }
     }
     last_ = Moment{line.counter, date->Earliest()};
     originLater_ = date->Spread();
-    return true;
+    return Reading::kDate;
 }
 
 void FollowClock::Place(LogEntry& entry, std::int64_t now) {
-    const bool dated = TakeDate(entry.line);
+    const Reading reading = TakeDate(entry.line, now);
     if (!last_) {
         return;
     }
     entry.hasTime = true;
     entry.hasWall = true;
     entry.certainty = {0, 0, false, originLater_};
-    if (entry.line.stamped && !dated) {
+    if (entry.line.stamped && reading == Reading::kNoDate) {
         const std::int64_t step = StepWithFall(last_->counter, entry.line.counter, kDisorder);
         const std::int64_t earliest = last_->time + step;
         const std::int64_t unseen = std::max<std::int64_t>((now - earliest) / kCounterPeriod, 0);

@@ -25,7 +25,8 @@ class FollowClock {
         std::int64_t time = 0;
     };
 
-    bool TakeDate(const LogLine& line);
+    enum class Reading : unsigned char { kNoDate, kDate, kText };
+    Reading TakeDate(const LogLine& line, std::int64_t now);
 
     std::optional<Moment> last_;
     std::int64_t originLater_ = 0;

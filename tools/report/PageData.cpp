@@ -44,6 +44,7 @@ Json PageData::CrashJson(const Crash& crash, const std::optional<std::uint64_t>&
         {"row", row ? Json(*row) : Json()},
         {"boot", crash.boot.value_or(0)},
         {"process", crash.process.value_or(0)},
+        {"processWords", crash.process ? ProcessOfCrash(crash, story_) : std::string()},
         {"after", EvidenceInWords(crash.after)},
         {"perhaps", DoubtInWords(crash, story_)}};
 }
@@ -145,6 +146,7 @@ Json PageData::Processes() const {
              {"last", Moment(facts.last)},
              {"sure", facts.assumed ? Json(static_cast<int>(SurenessOf(Certainty::Assumed()))) : Json()},
              {"threads", facts.threads.size()},
+             {"probable", {{"lines", facts.linesProbable}, {"records", facts.recordsProbable}}},
              {"proof", facts.proof}});
     }
     return json;

@@ -37,7 +37,13 @@ std::string ProcessTitle(const Story& story, std::size_t process) {
     if (process == DeviceProcess(story)) {
         return story.Time().HasWall() ? "device" : "device (no wall clock)";
     }
-    return ProcessInWords(process, story.Time().AllProcesses()[process]);
+    const ProcessFacts& facts = story.Time().AllProcesses()[process];
+    const char* const probable = facts.linesProbable && facts.recordsProbable
+                                     ? ", its lines and records probably"
+                                 : facts.linesProbable   ? ", its lines probably"
+                                 : facts.recordsProbable ? ", its records probably"
+                                                         : "";
+    return ProcessInWords(process, facts) + probable;
 }
 
 std::string ThreadTitle(const Threads::Thread& thread) {

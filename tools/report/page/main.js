@@ -16,6 +16,7 @@
 //      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "events": 12}],
 //      "time": ns | null, "sure": 0 | 1 | 2 | 3,
 //      "row": its record | null, "boot": number, "process": number,
+//      "processWords": "probably process 1, boot 1" | "",
 //      "after": "boot cycle" | ...,         what puts it after the one before
 //      "perhaps": "perhaps one crash with crash.txt" | ""}],
 //   "clock": {"wall": true | false,        true: the times below are local wall-clock time
@@ -30,7 +31,8 @@
 //              "oldest": ns | null, "newest": ns | null}],
 //   "boots": [{"boot": 1, "first": ns | null, "last": ns | null, "processes": [1, 2], "proof": "..."}],
 //   "processes": [{"words": "process 1, boot 1", "boot": number, "first": ns | null, "last": ns | null,
-//                  "sure": 2 | null, "threads": 3, "proof": "..."}],   numbered from 1
+//                  "sure": 2 | null, "threads": 3, "proof": "...",   numbered from 1
+//                  "probable": {"lines": bool, "records": bool}}],   which of them may be another's
 //   "threads": [{"id": "0x979fe6c0", "name": "Engine" | "", "process": number | null}],
 //   "sources": ["device.log", "SysTrace.bin", ...],
 //   "sourceKinds": ["log" | "systrace" | "ring" | any other, drawn as "log", ...],

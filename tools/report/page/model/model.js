@@ -83,8 +83,11 @@ export class Model {
     return this.processes.length > 1;
   }
 
+  // Lines and what has only its thread to tell its process may be another's.
   processName(row) {
-    return this.processWords(this.process[row], this.boot[row]);
+    const {lines, records} = this.data.processes?.[this.process[row] - 1]?.probable ?? {};
+    const isProbable = this.kind[row] === KIND_TEXT ? lines : records;
+    return (isProbable ? "probably " : "") + this.processWords(this.process[row], this.boot[row]);
   }
 
   processWords(process, boot) {

@@ -39,7 +39,7 @@ function crashRow(model, crash, index) {
   const isHere = Number.isInteger(crash.row);
   const title = isHere ? link(crash.title, crashState(crash)) : `${crash.title} (not among the records of this page)`;
   return tableRow(cell(index + 1, "number"), cell(title, "title"), cell(moment, "nowrap"),
-    cell(model.processWords(crash.process ?? 0, crash.boot ?? 0), "nowrap"),
+    cell(crash.processWords || model.processWords(0, crash.boot ?? 0), "nowrap"),
     cell([crash.after, crash.perhaps].filter(Boolean).join("; "), "notes"));
 }
 
