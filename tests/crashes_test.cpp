@@ -321,6 +321,31 @@ TEST_F(Crashes, OfSeveralBootCyclesAreToldAlikeByEveryCommand) {
     }
     const Result none = Post({"show", ".", "--since", "crash=1", "--until", "crash"});
     EXPECT_NE(none.errors.find("ends before it begins"), std::string::npos) << none.errors;
+    EXPECT_EQ(crashes[1]["process_doubt"], Json()) << "the boot cycles part them";
+}
+
+TEST_F(Crashes, OfAProcessThatOnlyItsThreadTellsAreProbablyItsWhereIdentifiersRecur) {
+    // The first one may have had the second's other thread, too.
+    WriteFile("device.log",
+              "500000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024153100.54000, type=qpc\r\n"
+              "500000100 <0x00000001:000> <WARN> <One> first\r\n"
+              "400 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
+              "now=01261024163100.54000, type=qpc\r\n"
+              "500 <0x00000002:000> <WARN> <One> second\r\n");
+    WriteFile("crash.txt", WithRecords(CrashLogOf({"A", 7, 407, 0}), {{"401", "0x00000002"}}));
+    const Json shown = Post({"show", ".", "--json"}).Parsed();
+    EXPECT_EQ(std::pair(shown["crashes"][0]["process"], shown["crashes"][0]["process_doubt"]),
+              std::pair(Json(2), Json("probably")));
+    EXPECT_EQ(shown["processes"][1]["doubts"], Json({"boot", "records"}));
+    const std::string words = "probably process 2, perhaps boot 2";
+    EXPECT_NE(Post({"crash", "."}).output.find("(" + words + ","), std::string::npos);
+    ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
+    EXPECT_NE(ReadFile("out.json").find("process 2, perhaps boot 2, its records probably"),
+              std::string::npos);
+    ASSERT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
+    EXPECT_EQ(PageData()["crashes"][0]["processWords"], words);
+    EXPECT_EQ(PageData()["processes"][1]["probable"], Json({{"lines", false}, {"records", true}}));
 }
 
 TEST_F(Crashes, AreDatedByTheClockOfTheirBootOrByTheirOwnDate) {

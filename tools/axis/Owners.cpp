@@ -28,8 +28,11 @@ bool MayHave(const ProcessFacts& process, std::uint32_t thread) {
 } // namespace
 
 Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&processes) {
+    const std::size_t known = processes.All().size();
     if (!facts.threads.empty()) {
         Find(facts);
+    }
+    if (processes.All().size() == known) {
         DoubtRecurring();
     }
 }
@@ -78,7 +81,7 @@ void Owners::Find(const ProcessFacts& facts) {
     }
 }
 
-/// Of those that the records are told to be of.
+/// Of those that only threads tell the records to be of.
 void Owners::DoubtRecurring() {
     std::set<std::size_t> told;
     told.insert(all_.value_or(0));

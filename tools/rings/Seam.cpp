@@ -161,25 +161,21 @@ struct Turn {
 };
 
 /// Later processes have written over its first slots, so that what stands last and first there is no step of
-/// one record to the next.
+/// one record to the next, and perhaps over its newest record, so that no place may be one.
 Turn TurnOf(const std::vector<RingRecord>& records) {
-    Turn turn;
+    if (records.size() < 3) {
+        return {};
+    }
     std::vector<std::int64_t> steps;
     for (std::size_t i = 1; i < records.size(); ++i) {
         steps.push_back(StepBetween(records[i - 1], records[i]));
     }
-    if (steps.size() < 2) {
-        return turn;
-    }
-    const auto widest = std::max_element(steps.begin(), steps.end());
-    const std::int64_t width = *widest;
-    turn.place = static_cast<std::size_t>(widest - steps.begin()) + 1;
-    const auto middle = steps.begin() + static_cast<std::ptrdiff_t>(steps.size() / 2);
-    std::nth_element(steps.begin(), middle, steps.end());
-    // A step back in time is as narrow as others once in a hundred times.
-    turn.doubtful = width > kStandsOut * std::max<std::int64_t>(*middle, 1);
-    turn.place = turn.doubtful ? turn.place : 0;
-    return turn;
+    const auto place = static_cast<std::size_t>(std::max_element(steps.begin(), steps.end()) - steps.begin());
+    std::sort(steps.rbegin(), steps.rend());
+    const auto standsOut = [&](std::int64_t other) {
+        return steps.front() > kStandsOut * std::max<std::int64_t>(other, 1);
+    };
+    return {standsOut(steps[1]) ? place + 1 : 0, standsOut(steps[steps.size() / 2])};
 }
 
 /// Each process starts at slot 0, so the newest stands there and the oldest last.
