@@ -496,6 +496,13 @@ TEST(Owners, OfRecordsAreTheProcessesThatHaveTheirThreads) {
     facts.threads = {0x3000};
     EXPECT_EQ(Owners(processes, facts).ProcessOf(0x3000), Number(2));
     EXPECT_TRUE(processes[2].recordsProbable);
+    // One that wrote no lines by these threads may be the same as one that wrote lines by others.
+    for (const auto& [thread, isNear] : {std::pair(0x5000U, true), std::pair(0x90000000U, false)}) {
+        facts.threads = {thread};
+        const auto added = Owners(processes, facts).ProcessOf(thread);
+        ASSERT_TRUE(added);
+        EXPECT_EQ(processes[*added].proof.find("may be the same") != std::string::npos, isNear);
+    }
 }
 
 // A process that takes the rings over starts each one at slot 0.

@@ -186,8 +186,12 @@ class Page:
         notes = self.run("return [...document.querySelectorAll('#files-table .notes p')].map((node) => node.textContent);")
         self.check("the notes of all files are shown",
                    notes == [visible(note["sentence"]) for file in self.data["files"] for note in file.get("notes", [])])
-        rings = self.run("return document.querySelectorAll('#rings-table tbody tr').length;")
-        self.check("all rings are in their table", rings == len(self.data["rings"]), rings)
+        rings = self.run("return [...document.querySelectorAll('#rings-table tbody tr')].map((node) => node.textContent);")
+        self.check("all rings are in their table, with the marks of their times", [line.endswith(" ?") for line in rings] == [
+            ring.get("sure") == 3 and ring["newest"] is not None for ring in self.data["rings"]], rings)
+        active = [ring for crash in crashes for ring in crash.get("activeRings", []) if "sure" in ring]
+        self.check("so are those that were active last", sum("newest" in fact and fact.endswith(" ?") for fact in facts) ==
+                   len(active), facts)
 
     def layout(self):
         for width in (1366, 820, 390):

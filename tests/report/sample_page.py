@@ -103,7 +103,8 @@ def base(folder, names, rows):
             {"name": "device.log.1", "kind": "text log", "bytes": 0, "state": "unusable", "notes": findings("The file is empty.")},
         ],
         "rings": [
-            {"name": "PrintEngine", "entries": 512, "used": 210, "wrapped": "no", "oldest": 2 * SECOND, "newest": 31 * SECOND},
+            {"name": "PrintEngine", "entries": 512, "used": 210, "wrapped": "no", "oldest": 2 * SECOND, "newest": 31 * SECOND,
+             "sure": 3},
             {"name": "EngineLink", "entries": 2048, "used": 2048, "wrapped": "perhaps", "oldest": None,
              "newest": 31 * SECOND},
             {"name": "Panel", "entries": 256, "used": 12, "wrapped": "no", "oldest": 3 * SECOND, "newest": 5 * SECOND},
@@ -134,7 +135,7 @@ def failure(moment):
                         "0x563f4c87a6ff: (main+0x6f)", "0x7fe1428461c9: (__libc_start_call_main+0x79)"]},
             {"file": "stacktrace1234-2.txt", "header": [], "frames": ["0x7fe14285b05f: (__sigaction+0x40)",
                                                                       "0x7fe1428a9e2b: (pthread_key_delete+0x14b)"]}],
-        "activeRings": [{"ring": "PrintEngine", "newest": moment - 400_000, "events": 210},
+        "activeRings": [{"ring": "PrintEngine", "newest": moment - 400_000, "sure": 3, "events": 210},
                         {"ring": "EngineLink", "newest": "15:09:57.100", "events": 2048}],
         "time": moment, "sure": 0, "row": None, "boot": 0, "process": 0, "after": "boot cycle",
         "processWords": "probably process 7, boot 2",

@@ -25,6 +25,14 @@ bool MayHave(const ProcessFacts& process, std::uint32_t thread) {
     return MayBeOfOneProcess(after, thread) || MayBeOfOneProcess(before, thread);
 }
 
+/// Whether one of the threads may be of a process that is known.
+bool IsNearAny(const Processes& processes, const std::set<std::uint32_t>& threads) {
+    return std::any_of(processes.All().begin(), processes.All().end(), [&](const ProcessFacts& process) {
+        return std::any_of(threads.begin(), threads.end(),
+                           [&](std::uint32_t thread) { return MayHave(process, thread); });
+    });
+}
+
 } // namespace
 
 Owners::Owners(Processes& processes, const ProcessFacts& facts) : processes_(&processes) {
@@ -74,6 +82,9 @@ void Owners::Find(const ProcessFacts& facts) {
         const bool others = !processes.AllWithAnyOf(facts.threads).empty();
         added.proof =
             others ? "its crash log is of another boot cycle than those with its threads" : kOnlyUndated;
+        if (!others && IsNearAny(processes, facts.threads)) {
+            added.proof += ", but one has threads near them, and may be the same";
+        }
         added.doubtful = true;
         added.proof += "; its number does not tell when it ran";
         added.assumed = true;

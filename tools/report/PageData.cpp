@@ -131,7 +131,8 @@ Json PageData::Rings() const {
                         {"used", ring.records.size()},
                         {"wrapped", SeamName(ring.seam)},
                         {"oldest", empty ? Json() : Json(newest - ring.records.back().elapsed)},
-                        {"newest", empty ? Json() : Json(newest)}});
+                        {"newest", empty ? Json() : Json(newest)},
+                        {"sure", static_cast<int>(SurenessOf(placed.certainty))}});
     }
     return json;
 }
@@ -242,6 +243,7 @@ Json PageData::Active(const Crash& crash) const {
         }
         json.push_back({{"ring", ToUtf8(active.ring->name)},
                         {"newest", crash.time ? Json(*crash.time - origin_ + active.newest) : Json()},
+                        {"sure", static_cast<int>(SurenessOf(Certainty::Assumed()))},
                         {"events", active.ring->records.size()}});
     }
     return json;

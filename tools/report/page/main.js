@@ -13,7 +13,7 @@
 //      "stacks": [{"file": "stacktrace123-1.txt", "header": ["..."], "frames": ["0x7f.. (name+0x1d8)", ...],
 //                  "resolved": [["Run() at scan.cpp:12", ...], ...],   by symbols, for each frame
 //                  "statement": ["...", ...]}],                       what that rests on
-//      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "events": 12}],
+//      "activeRings": [{"ring": "Panel", "newest": "..." | ns | null, "sure": 3, "events": 12}],
 //      "time": ns | null, "sure": 0 | 1 | 2 | 3,
 //      "row": its record | null, "boot": number, "process": number,
 //      "processWords": "probably process 1, boot 1" | "",
@@ -28,7 +28,7 @@
 //   "files": [{"name": "device.log", "kind": "text log", "bytes": 123,
 //              "state": "ok" | "damaged" | "unusable" | "skipped", "notes": [as "statement"]}],
 //   "rings": [{"name": "Panel", "entries": 256, "used": 12, "wrapped": "no" | "probably" | "perhaps",
-//              "oldest": ns | null, "newest": ns | null}],
+//              "oldest": ns | null, "newest": ns | null, "sure": 3}],
 //   "boots": [{"boot": 1, "first": ns | null, "last": ns | null, "processes": [1, 2], "proof": "..."}],
 //   "processes": [{"words": "process 1, boot 1", "boot": number, "first": ns | null, "last": ns | null,
 //                  "sure": 2 | null, "threads": 3, "proof": "...",   numbered from 1

@@ -133,6 +133,12 @@ export class Model {
     return `${this.clock.full(time)} ${this.timeMarks.sign(mark)}`;
   }
 
+  // Of a moment that may be a text or unknown, or whose certainty nobody tells.
+  markedMoment(moment, sure) {
+    const mark = Number.isInteger(sure) && Number.isFinite(moment) ? ` ${this.timeMarks.sign(sure)}` : "";
+    return this.clock.moment(moment) + mark;
+  }
+
   timeLabel(row) {
     return this.hasTime(row)
       ? `${this.clock.short(this.times[row])} ${this.timeMarks.sign(this.mark[row])}` : "not known";

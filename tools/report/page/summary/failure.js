@@ -57,7 +57,7 @@ function stackBlock(stack, open) {
 function activeRings(model, rings) {
   return facts(rings.map((ring) => [
     ring.ring,
-    [plural(ring.events ?? 0, "event"), model.clock.moment(ring.newest)].filter(Boolean).join(", newest "),
+    [plural(ring.events ?? 0, "event"), model.markedMoment(ring.newest, ring.sure)].filter(Boolean).join(", newest "),
   ]));
 }
 

@@ -44,11 +44,7 @@ function crashRow(model, crash, index) {
 }
 
 function times(model, {first, last, sure}) {
-  const mark = Number.isInteger(sure) ? ` ${model.timeMarks.sign(sure)}` : "";
-  return [first, last].map((time, end) => {
-    const moment = model.clock.moment(time);
-    return cell(moment ? moment + mark : end === 0 ? "not known" : "", "nowrap");
-  });
+  return [first, last].map((time, end) => cell(model.markedMoment(time, sure) || (end === 0 ? "not known" : ""), "nowrap"));
 }
 
 function bootRow(model, boot) {

@@ -10,13 +10,13 @@ function fillBar(used, entries) {
   return bar;
 }
 
-function ringRow(clock, ring) {
+function ringRow(model, ring) {
   const row = element("tr", ring.used ? "" : "empty");
   const fill = element("td");
   fill.append(fillBar(ring.used, ring.entries));
   row.append(element("td", "nowrap", ring.name), fill, element("td", "number", formatCount(ring.used)),
     element("td", "number", formatCount(ring.entries)), element("td", "nowrap", ring.used ? ring.wrapped : ""),
-    element("td", "nowrap", clock.moment(ring.oldest)), element("td", "nowrap", clock.moment(ring.newest)));
+    ...[ring.oldest, ring.newest].map((time) => element("td", "nowrap", model.markedMoment(time, ring.sure))));
   return row;
 }
 
@@ -34,7 +34,7 @@ export function showRings(model) {
     byId("rings-table").parentElement.replaceWith(element("p", "muted", "No rings in this folder."));
     return;
   }
-  body.append(...rings.map((ring) => ringRow(model.clock, ring)));
+  body.append(...rings.map((ring) => ringRow(model, ring)));
   const empty = [...body.querySelectorAll("tr.empty")];
   if (!empty.length) {
     return;
