@@ -107,11 +107,26 @@ def loads_and_ranks():
     assert (told["cases"], told["crashes"]) == (fleet["cases"], fleet["crashes"]), (told, fleet)
     for table in ("events", "crashes", "processes", "files"):
         assert [plain(row) for row in rows("export", table)] == [plain(row) for row in rows("csv", table)], table
+    tells_doubts_and_bounds_as_summaries_do()
     wanted = [[each["signature"], each["devices"], each["crashes"]] for each in fleet["signatures"]]
     assert len(wanted) > 3 and on_sqlite() == wanted, (on_sqlite(), wanted)
     on_duck = on_duckdb(told["events"])
     print("DuckDB:", "not run, npm does not answer" if on_duck is None else "the same ranking")
     assert on_duck in (None, wanted), (on_duck, wanted)
+
+
+def tells_doubts_and_bounds_as_summaries_do():
+    def same(told, summed, names):
+        bounded = [{name: None if each[name] == "unbounded" else each[name] for name in names} for each in summed]
+        assert [{name: each[name] for name in names} for each in told] == bounded, (told, bounded)
+
+    for device in sorted({row["device"] for row in rows("export", "crashes")})[:5]:
+        summary = json.loads(run(POST, "summary", f"fleet/{device}", "--json"))
+        crashes, processes = ([row for row in rows("export", table) if row["device"] == device] for table in ("crashes", "processes"))
+        same(crashes, summary["crashes"], ("title", "time", "certainty", "later_by_seconds", "earlier_by_seconds", "date_cut_ns",
+                                           "boot_doubt", "process_doubt"))
+        same(processes, summary["processes"], ("process", "boot", "boot_doubt"))
+        assert [row["doubts"] or "" for row in processes] == [" ".join(each["doubts"]) for each in summary["processes"]]
 
 
 def leaves_what_is_not_its_own():

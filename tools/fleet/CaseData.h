@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/Certainty.h"
 #include "tools/base/Findings.h"
 #include "tools/fleet/Signature.h"
 
@@ -35,8 +36,11 @@ struct CaseCrash {
     std::string title;
     TimeText time;
     bool assumed = false;
+    Certainty certainty;
     OptionalNumber boot;
     OptionalNumber process;
+    std::string bootDoubt; ///< "probably", "perhaps" or empty
+    std::string processDoubt;
     OptionalNumber processId;
     std::optional<std::string> code;
     std::optional<std::string> file;
@@ -62,6 +66,8 @@ struct CaseData {
         TimeText last;
         std::int64_t threads = 0;
         std::string evidence;
+        std::string bootDoubt;
+        std::string doubts; ///< their codes, with spaces between them
     };
     struct Boot {
         TimeText first;

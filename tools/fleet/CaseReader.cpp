@@ -156,8 +156,16 @@ class CaseReading {
 
     void Processes() {
         for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
-            const CaseData::Process process{NumberOf(facts.boot), TimeOf(facts.first), TimeOf(facts.last),
-                                            static_cast<std::int64_t>(facts.threads.size()), facts.evidence};
+            CaseData::Process process{NumberOf(facts.boot),
+                                      TimeOf(facts.first),
+                                      TimeOf(facts.last),
+                                      static_cast<std::int64_t>(facts.threads.size()),
+                                      facts.evidence,
+                                      std::string(DoubtOf(facts)),
+                                      {}};
+            for (const std::string& doubt : facts.Doubts()) {
+                process.doubts += (process.doubts.empty() ? "" : " ") + doubt;
+            }
             data_.processes.push_back(process);
             if (!process.boot) {
                 continue;
@@ -199,8 +207,14 @@ class CaseReading {
         made.title = ToUtf8(crash.title);
         made.time = TimeOf(crash.time);
         made.assumed = crash.certainty.assumed;
+        made.certainty = crash.certainty;
         made.boot = NumberOf(crash.boot);
         made.process = NumberOf(crash.process);
+        if (crash.process) {
+            const ProcessFacts& facts = story_.Time().AllProcesses()[*crash.process];
+            made.bootDoubt = DoubtOf(facts);
+            made.processDoubt = facts.recordsProbable ? "probably" : "";
+        }
         made.processId = NumberOf(crash.processId);
         TakeFailure(crash, made);
         TakeMarks(crash, made);

@@ -62,16 +62,20 @@ void CaseTables::End(std::string_view table, const TimeText& time) {
     partitions_.Add(table, time ? std::string_view(*time).substr(0, kDayWidth) : std::string_view(), row_);
 }
 
+void CaseTables::Bounds(const Certainty& certainty) {
+    row_.Text("certainty", MarkOf(certainty).code);
+    row_.Number("later_by_seconds", Bound(certainty.ProvenLater()));
+    row_.Number("earlier_by_seconds", Bound(certainty.ProvenEarlier()));
+    row_.Number("date_cut_ns", certainty.originLater);
+}
+
 void CaseTables::Event(const Story& story, const TimelineEvent& event) {
     const bool hasWall = story.Time().HasWall();
     const TimeText time = event.time && hasWall ? TimeText(WallTimeIso(*event.time)) : std::nullopt;
     Begin();
     row_.MaybeText("time", time);
     row_.Number("elapsed_ns", event.time && !hasWall ? event.time : OptionalNumber());
-    row_.Text("certainty", MarkOf(event.certainty).code);
-    row_.Number("later_by_seconds", Bound(event.certainty.ProvenLater()));
-    row_.Number("earlier_by_seconds", Bound(event.certainty.ProvenEarlier()));
-    row_.Number("date_cut_ns", event.certainty.originLater);
+    Bounds(event.certainty);
     row_.Text("kind", kKinds.at(static_cast<std::size_t>(event.kind)));
     row_.Text("file", story.Files()[event.file].name);
     row_.Number("boot", NumberOf(event.boot));
@@ -100,6 +104,9 @@ void CaseTables::Crash(const CaseCrash& crash, const std::string& id) {
     row_.MaybeText("code", crash.code);
     row_.MaybeText("file", crash.file);
     row_.MaybeText("line", crash.line);
+    Bounds(crash.certainty);
+    row_.Text("boot_doubt", crash.bootDoubt);
+    row_.Text("process_doubt", crash.processDoubt);
     End("crashes", crash.time);
 }
 
@@ -111,6 +118,8 @@ void CaseTables::Process(const CaseData::Process& process, std::int64_t number) 
     row_.MaybeText("last", process.last);
     row_.Number("threads", process.threads);
     row_.Text("evidence", process.evidence);
+    row_.Text("boot_doubt", process.bootDoubt);
+    row_.Text("doubts", process.doubts);
     End("processes", process.first);
 }
 

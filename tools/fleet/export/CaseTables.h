@@ -25,6 +25,7 @@ class CaseTables {
   private:
     void Begin();
     void End(std::string_view table, const TimeText& time);
+    void Bounds(const Certainty& certainty);
     void Event(const Story& story, const TimelineEvent& event);
     void Crash(const CaseCrash& crash, const std::string& id);
     void Process(const CaseData::Process& process, std::int64_t number);
