@@ -161,6 +161,14 @@ std::string_view DoubtOf(const ProcessFacts& facts) {
     return !facts.boot || !facts.doubtful ? "" : facts.evidence == "clocks-fit" ? "probably" : "perhaps";
 }
 
+std::string DoubtsInCodes(const ProcessFacts& facts) {
+    std::string codes;
+    for (const std::string& doubt : facts.Doubts()) {
+        codes += (codes.empty() ? "" : " ") + doubt;
+    }
+    return codes;
+}
+
 std::string ProcessInWords(std::size_t process, const ProcessFacts& facts) {
     std::string words = "process " + std::to_string(process) + ", ";
     const std::string_view doubt = DoubtOf(facts);

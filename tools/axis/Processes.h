@@ -89,6 +89,9 @@ class Processes {
 /// all.
 std::string_view DoubtOf(const ProcessFacts& facts);
 
+/// The codes of what is only probable, with spaces between them.
+std::string DoubtsInCodes(const ProcessFacts& facts);
+
 /// "process 2, boot 1", "process 2, probably boot 1"; what is not known is said.
 std::string ProcessInWords(std::size_t process, const ProcessFacts& facts);
 

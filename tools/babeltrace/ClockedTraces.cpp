@@ -168,9 +168,7 @@ void ClockedTraces::Divide(const Story& story, std::size_t number) {
                 const ProcessFacts& facts = story.Time().AllProcesses()[number];
                 trace.boot = facts.boot;
                 trace.bootDoubt = DoubtOf(facts);
-                for (const std::string& doubt : facts.Doubts()) {
-                    trace.doubts += (trace.doubts.empty() ? "" : " ") + doubt;
-                }
+                trace.doubts = DoubtsInCodes(facts);
             }
             trace.events = &events;
             trace.begin = i;

@@ -156,16 +156,11 @@ class CaseReading {
 
     void Processes() {
         for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
-            CaseData::Process process{NumberOf(facts.boot),
-                                      TimeOf(facts.first),
-                                      TimeOf(facts.last),
-                                      static_cast<std::int64_t>(facts.threads.size()),
-                                      facts.evidence,
-                                      std::string(DoubtOf(facts)),
-                                      {}};
-            for (const std::string& doubt : facts.Doubts()) {
-                process.doubts += (process.doubts.empty() ? "" : " ") + doubt;
-            }
+            const CaseData::Process process{
+                NumberOf(facts.boot), TimeOf(facts.first),
+                TimeOf(facts.last),   static_cast<std::int64_t>(facts.threads.size()),
+                facts.evidence,       std::string(DoubtOf(facts)),
+                DoubtsInCodes(facts)};
             data_.processes.push_back(process);
             if (!process.boot) {
                 continue;
