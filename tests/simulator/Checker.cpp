@@ -6,6 +6,7 @@
 #include "tools/log/LogSet.h"
 #include "tools/names/Names.h"
 #include "tools/rings/RingSource.h"
+#include "tools/story/Statistics.h"
 #include "tools/story/Story.h"
 
 #include <algorithm>
@@ -140,6 +141,9 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
         }
         return true;
     });
+    for (const NimaPost::Statistics::Gap& gap : NimaPost::StatisticsOf(story).gaps) {
+        claims.AddGap(gap.from, gap.until, gap.length);
+    }
     for (const NimaPost::Crash& crash : story.Crashes()) {
         if (crash.log != nullptr && crash.log->log.ticks) {
             Claim claim = ClaimOf(crash.certainty);
