@@ -597,6 +597,8 @@ TEST_F(LogTimes, OfAFullLogThatProcessesOpenedAreInTheirOrder) {
             EXPECT_EQ(EvidenceCodeOf(logs.set.Processes()[2]),
                       std::string(digitsLost == 0 ? "clocks-fit" : "unknown"));
             EXPECT_FALSE(Has(logs.set.ClockStatement(), "clock-set")) << which;
+            EXPECT_FALSE(Has(logs.set.ClockStatement(), "silence"))
+                << "what was written then is lost " << which;
             EXPECT_TRUE(logs.messages.back().starts_with("new")) << which;
             EXPECT_FALSE(logs.entries.back().part->overwritten) << which;
         }

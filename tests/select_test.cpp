@@ -343,11 +343,6 @@ TEST_F(Select, ASummaryTellsSilencesOnlyBetweenTimesThatAreKnown) {
               "01261024163100.1000 <0x00000001:000> <INFO> <Engine> page 1\r\n"
               "01261024163106.1000 <0x00000001:000> <INFO> <Engine> page 2\r\n");
     EXPECT_EQ(gaps(), "00.001 to 06.001: 6000000000|");
-    // Of a log that went on at its start, what stood between its rounds may be lost.
-    WriteFile("device.log", Calibration(6, 54'000'011) + LineAt(53'000'011, "INFO", "page 3") +
-                                "13> <INFO> <Engine> torn\r\n" + LineAt(300'000'005, "INFO", "page 1") +
-                                Calibration(1, 54'000'006) + LineAt(100'000'006, "INFO", "page 2"));
-    EXPECT_EQ(gaps(), "");
 }
 
 TEST_F(Select, ABareFolderGivesItsSummary) {

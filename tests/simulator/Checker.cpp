@@ -97,6 +97,17 @@ void AddDamage(const NimaPost::Findings& findings, const Truth& truth, Strictnes
     }
 }
 
+/// Where no clock was set, a process ends after it began.
+void CheckLives(const NimaPost::Story& story, const Truth& truth, Verdict& verdict) {
+    const bool anySet = std::any_of(truth.clocks.begin(), truth.clocks.end(),
+                                    [&](const auto& clock) { return truth.clocks.count(clock.first) > 1; });
+    for (const NimaPost::ProcessFacts& process : story.Time().AllProcesses().All()) {
+        if (!anySet && process.first && process.last && *process.last < *process.first) {
+            verdict.Add(Fault::kStatement, "a process ends before it began");
+        }
+    }
+}
+
 void CheckStory(const std::string& folder, const Files& files, const Truth& truth, const Whole& whole,
                 Strictness strictness, Verdict& verdict) {
     const NimaPost::Names names;
@@ -158,6 +169,9 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
             claim.probably = crash.process && facts[*crash.process - 1].recordsProbable;
             claims.AddCrash(claim, *crash.log->log.ticks, crash.after < NimaPost::CrashEvidence::kDate);
         }
+    }
+    if (strictness == Strictness::kEverything) {
+        CheckLives(story, truth, verdict);
     }
     AddEvidence(story, files, claims);
     claims.Finish();
