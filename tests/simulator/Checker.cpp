@@ -97,12 +97,19 @@ void AddDamage(const NimaPost::Findings& findings, const Truth& truth, Strictnes
     }
 }
 
-/// Where no clock was set, a process ends after it began.
-void CheckLives(const NimaPost::Story& story, const Truth& truth, Verdict& verdict) {
+/// Silences, and how long processes ran: where no clock was set, each ends after it began.
+void CheckSummary(const NimaPost::Story& story, const Truth& truth, Strictness strictness, Claims& claims,
+                  Verdict& verdict) {
+    for (const NimaPost::Statistics::Gap& gap : NimaPost::StatisticsOf(story).gaps) {
+        claims.AddGap(gap.from, gap.until, gap.length);
+    }
     const bool anySet = std::any_of(truth.clocks.begin(), truth.clocks.end(),
                                     [&](const auto& clock) { return truth.clocks.count(clock.first) > 1; });
+    if (anySet || strictness != Strictness::kEverything) {
+        return;
+    }
     for (const NimaPost::ProcessFacts& process : story.Time().AllProcesses().All()) {
-        if (!anySet && process.first && process.last && *process.last < *process.first) {
+        if (process.first && process.last && *process.last < *process.first) {
             verdict.Add(Fault::kStatement, "a process ends before it began");
         }
     }
@@ -152,9 +159,7 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
         }
         return true;
     });
-    for (const NimaPost::Statistics::Gap& gap : NimaPost::StatisticsOf(story).gaps) {
-        claims.AddGap(gap.from, gap.until, gap.length);
-    }
+    CheckSummary(story, truth, strictness, claims, verdict);
     for (const NimaPost::Crash& crash : story.Crashes()) {
         if (crash.log != nullptr && crash.log->log.ticks) {
             Claim claim = ClaimOf(crash.certainty);
@@ -169,9 +174,6 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
             claim.probably = crash.process && facts[*crash.process - 1].recordsProbable;
             claims.AddCrash(claim, *crash.log->log.ticks, crash.after < NimaPost::CrashEvidence::kDate);
         }
-    }
-    if (strictness == Strictness::kEverything) {
-        CheckLives(story, truth, verdict);
     }
     AddEvidence(story, files, claims);
     claims.Finish();

@@ -26,7 +26,7 @@ class Silences {
         // Whatever bounds the lines after it, a calibration line has its own date.
         const bool isDate = event.level == Nima::Catalogue::kCalibrationLevel && !event.certainty.assumed;
         const bool isKnown = isDate || (later == 0 && earlier == 0);
-        if (!GoesOn(event) || (!isDate && (later < 0 || earlier < 0))) {
+        if (!GoesOn(event) || (!isKnown && (later <= 0 || earlier < 0))) {
             known_.reset();
         }
         if (isKnown && known_) {
