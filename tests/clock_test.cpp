@@ -587,6 +587,19 @@ TEST_F(LogTimes, OfAFullLogThatProcessesOpenedAreInTheirOrder) {
             const Logs alike({"a.log"});
             EXPECT_FALSE(alike.entries.front().process);
             EXPECT_TRUE(FactsOf(alike.set.Processes().front()).linesProbable);
+            // With a larger maximum, the next one goes on at the end.
+            constexpr std::int64_t kLater = 20 * kSecond;
+            std::string later = Calibration(rewound + kLater, rewound + kLater + offset, 7);
+            for (int i = 1; i <= 6; ++i) {
+                later += Line(rewound + kLater + i * kMillisecond, "<WARN> <A> later", 7);
+            }
+            const std::size_t inThread = old.find('\n', cut) + std::string("\n000000000 <0x0").size();
+            WriteFile("a.log", newer + old.substr(inThread) + opening(second, 2) + later);
+            const Logs grown({"a.log"});
+            EXPECT_TRUE(grown.messages.back().starts_with("later"));
+            EXPECT_FALSE(grown.entries.back().part->overwritten);
+            ASSERT_EQ(grown.set.Processes().size(), 3U);
+            EXPECT_LT(grown.set.Processes()[1].Last(), grown.set.Processes()[2].First());
             WriteFile("a.log",
                       newer + old.substr(cut) + opening(first, 4).substr(digitsLost) + opening(second, 2));
             const Logs logs({"a.log"});
@@ -597,6 +610,8 @@ TEST_F(LogTimes, OfAFullLogThatProcessesOpenedAreInTheirOrder) {
             EXPECT_EQ(EvidenceCodeOf(logs.set.Processes()[2]),
                       std::string(digitsLost == 0 ? "clocks-fit" : "unknown"));
             EXPECT_FALSE(Has(logs.set.ClockStatement(), "clock-set")) << which;
+            EXPECT_FALSE(Has(logs.set.ClockStatement(), "silence"))
+                << "what was written then is lost " << which;
             EXPECT_TRUE(logs.messages.back().starts_with("new")) << which;
             EXPECT_FALSE(logs.entries.back().part->overwritten) << which;
         }

@@ -1072,6 +1072,10 @@ TEST_F(PostMortem, ShowsTimesWithTheSameDigitsAndMarksEverywhere) {
     EXPECT_EQ(instant("third")["mark"], "?");
     EXPECT_EQ(clock["marks"][row("third")["mark"].get<std::size_t>()][0], "?");
     EXPECT_EQ(trace["otherData"]["marks"].size(), 5U);
+    // Where nothing has a date, times count from the first line, which takes no assumption.
+    std::filesystem::remove("device.log");
+    EXPECT_TRUE(Post({"log", "undated.log"}).output.starts_with("+0.000000000 ~ "));
+    EXPECT_TRUE(Post({"show", "."}).output.starts_with("+0.000000000 ~ "));
 }
 
 TEST_F(PostMortem, NeverWritesOverWhatItReads) {

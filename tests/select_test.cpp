@@ -320,6 +320,31 @@ TEST_F(Select, EveryFormatHoldsTheSame) {
     EXPECT_EQ(Post({"crash", "device.log", "--format", "csv"}).code, 2);
 }
 
+TEST_F(Select, ASummaryTellsSilencesOnlyBetweenTimesThatAreKnown) {
+    // Rolled after six seconds, in which lines do not tell where the silence was.
+    WriteFile("device.log.1", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", "page 1") +
+                                  LineAt(50'000'011, "INFO", "page 2"));
+    WriteFile("device.log", Calibration(6, 54'000'011) + LineAt(200'000'011, "INFO", "page 3"));
+    const auto gaps = [] {
+        const Json json = Post({"summary", ".", "--json"}).Parsed();
+        std::string all;
+        for (const Json& gap : json["gaps"]) {
+            all += gap["from"].get<std::string>().substr(17, 6) + " to " +
+                   gap["until"].get<std::string>().substr(17, 6) + ": " + gap["length_ns"].dump() + "|";
+        }
+        return all;
+    };
+    EXPECT_EQ(gaps(), "00.054 to 06.054: 5000000000|");
+    const std::string text = Post({"summary", "."}).output;
+    EXPECT_NE(text.find("  5.000 s in all, between 2026-11-24 16:31:00.054"), std::string::npos) << text;
+    // Between lines that are dated one by one there is nothing.
+    std::filesystem::remove("device.log.1");
+    WriteFile("device.log",
+              "01261024163100.1000 <0x00000001:000> <INFO> <Engine> page 1\r\n"
+              "01261024163106.1000 <0x00000001:000> <INFO> <Engine> page 2\r\n");
+    EXPECT_EQ(gaps(), "00.001 to 06.001: 6000000000|");
+}
+
 TEST_F(Select, ABareFolderGivesItsSummary) {
     WriteTwoBoots();
     WriteFile("crash.txt", CrashLogAt(40));

@@ -6,6 +6,7 @@
 #include "tools/log/LogSet.h"
 #include "tools/names/Names.h"
 #include "tools/rings/RingSource.h"
+#include "tools/story/Statistics.h"
 #include "tools/story/Story.h"
 
 #include <algorithm>
@@ -96,6 +97,24 @@ void AddDamage(const NimaPost::Findings& findings, const Truth& truth, Strictnes
     }
 }
 
+/// Silences, and how long processes ran: where no clock was set, each ends after it began.
+void CheckSummary(const NimaPost::Story& story, const Truth& truth, Strictness strictness, Claims& claims,
+                  Verdict& verdict) {
+    for (const NimaPost::Statistics::Gap& gap : NimaPost::StatisticsOf(story).gaps) {
+        claims.AddGap(gap.from, gap.until, gap.length);
+    }
+    const bool anySet = std::any_of(truth.clocks.begin(), truth.clocks.end(),
+                                    [&](const auto& clock) { return truth.clocks.count(clock.first) > 1; });
+    if (anySet || strictness != Strictness::kEverything) {
+        return;
+    }
+    for (const NimaPost::ProcessFacts& process : story.Time().AllProcesses().All()) {
+        if (process.first && process.last && *process.last < *process.first) {
+            verdict.Add(Fault::kStatement, "a process ends before it began");
+        }
+    }
+}
+
 void CheckStory(const std::string& folder, const Files& files, const Truth& truth, const Whole& whole,
                 Strictness strictness, Verdict& verdict) {
     const NimaPost::Names names;
@@ -140,6 +159,7 @@ void CheckStory(const std::string& folder, const Files& files, const Truth& trut
         }
         return true;
     });
+    CheckSummary(story, truth, strictness, claims, verdict);
     for (const NimaPost::Crash& crash : story.Crashes()) {
         if (crash.log != nullptr && crash.log->log.ticks) {
             Claim claim = ClaimOf(crash.certainty);

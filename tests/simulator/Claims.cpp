@@ -119,6 +119,9 @@ void Claims::Add(const Claim& claim, const std::string& place) {
     }
     if (scope_ == Scope::kFolder) {
         Count(claim, *stamp);
+        if (claim.time && stamp->kind == Kind::kText) {
+            lines_.emplace(*claim.time, stamp);
+        }
     }
     CheckTime(claim, *stamp, where);
     // What may be earlier without bound claims no place among others.
@@ -323,6 +326,25 @@ void Claims::CheckEvidence() {
         } else if ((evidence == "date" || evidence == "clocks") && clocks.size() == 1) {
             verdict_.Add(Fault::kStatement, what);
         }
+    }
+}
+
+void Claims::AddGap(std::int64_t from, std::int64_t until, std::int64_t length) {
+    const auto [before, endOfBefore] = lines_.equal_range(from);
+    const auto [after, endOfAfter] = lines_.equal_range(until);
+    // What is torn bears nothing to know it by.
+    bool isTrue = strictness_ == Strictness::kOnlyExact || before == endOfBefore || after == endOfAfter;
+    for (auto first = before; first != endOfBefore; ++first) {
+        isTrue = isTrue || std::any_of(after, endOfAfter, [&](const auto& next) {
+                     const Stamp& a = *first->second;
+                     const Stamp& b = *next.second;
+                     const std::int64_t passed = std::max(b.monotonic - a.monotonic, b.wall - a.wall);
+                     return a.process == b.process && passed >= length - kStoreDelay;
+                 });
+    }
+    if (!isTrue) {
+        verdict_.Add(Fault::kStatement, "nothing was written for " + std::to_string(length) + " ns from " +
+                                            std::to_string(from));
     }
 }
 

@@ -88,6 +88,9 @@ class Claims {
     }
     /// It is said as a fact that the clock was set while a process wrote a log.
     void ClockWasSet();
+    /// It is said as a fact that for so long no line was written while a process ran, between lines that are
+    /// shown at these times, or that its clock was set forward.
+    void AddGap(std::int64_t from, std::int64_t until, std::int64_t length);
     /// After the last one.
     void Finish();
 
@@ -120,7 +123,8 @@ class Claims {
     std::pair<int, std::int64_t> lastCrash_{0, 0}; ///< boot and moment
     std::set<std::uint64_t> told_;
     std::set<std::string> toldCalibrations_;
-    std::map<std::size_t, std::set<int>> processes_; ///< the true ones of each number
+    std::multimap<std::int64_t, const Stamp*> lines_; ///< by the times that are shown
+    std::map<std::size_t, std::set<int>> processes_;  ///< the true ones of each number
     std::map<std::size_t, std::set<int>> boots_;
     std::map<int, std::set<std::size_t>> numbers_;          ///< of each true process
     std::map<std::size_t, std::set<TrueClock>> trueClocks_; ///< of each process's number

@@ -154,6 +154,7 @@ class Summary {
         Json gaps = Json::array();
         for (const Statistics::Gap& gap : statistics_.gaps) {
             gaps.push_back({{"from", TimeJson(gap.from)},
+                            {"until", TimeJson(gap.until)},
                             {"length_ns", gap.length},
                             {"boot", gap.boot > 0 ? Json(gap.boot) : Json()}});
         }
@@ -320,12 +321,13 @@ class Summary {
         if (statistics_.gaps.empty()) {
             return;
         }
-        Heading("Longest times without a line while a process ran");
+        Heading("Longest times without a line while a process ran, unless its clock was set forward");
         for (std::size_t i = 0; i < std::min(statistics_.gaps.size(), kMostGaps); ++i) {
             const Statistics::Gap& gap = statistics_.gaps[i];
             std::string length = Duration(gap.length);
             length.erase(length.size() - 8, 6);
-            Line("  " + length + " from " + Moment(gap.from) +
+            Line("  " + length + (gap.IsOne() ? " from " : " in all, between ") + Moment(gap.from) +
+                 (gap.IsOne() ? "" : " and " + Moment(gap.until)) +
                  (gap.boot > 0 ? ", boot " + std::to_string(gap.boot) : std::string()));
         }
     }

@@ -71,6 +71,9 @@ void Include(LogProcess& process, const LogPart& part, const LogRun& run) {
         process.mostFirstSecond = std::min(process.mostFirstSecond, part.mostFirstSecond);
         process.leastLastSecond = std::max(process.leastLastSecond, part.leastLastSecond);
     }
+    if (!part.processIsKnown && !process.clocks.empty()) {
+        return; // Lines that may be another's tell nothing of when it ran.
+    }
     if (process.clocks.empty() || process.clocks.back().run != part.run) {
         process.clocks.push_back({.run = part.run, .first = first, .last = first, .date = {}});
     }

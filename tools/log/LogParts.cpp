@@ -259,7 +259,9 @@ class RoundSorter {
             part.processIsKnown = part.calibration || (part.processIsKnown && !sharesThreads_);
         }
         Move(openings_.size());
+        const std::vector<LogPart> later = TakeLater();
         Append(newest_, false);
+        Append(later, false);
     }
 
     std::vector<LogPart> Take() { return std::move(sorted_); }
@@ -283,17 +285,45 @@ class RoundSorter {
         Append(round, true);
     }
 
+    static bool Fit(const LogPart& a, const LogPart& b) {
+        return a.date && b.date &&
+               WallOffset(*a.date, 0).Compare(*b.date, StepForward(a.firstCounter, b.firstCounter)).misfit <=
+                   kFitsClosely;
+    }
+
+    /// Openings after the newest round, which went on at the end, since the maximum had grown: their dates
+    /// are later, and the newest round is on one clock with them or with an opening before them, or it is by
+    /// threads of older rounds.
+    std::vector<LogPart> TakeLater() {
+        std::vector<LogPart> later;
+        const LogPart& first = newest_.front();
+        for (; !sorted_.empty(); sorted_.pop_back()) {
+            const LogPart& opening = sorted_.back();
+            const bool isLater = first.date && opening.date && opening.date->second > first.date->second;
+            if (!isLater || opening.stamped < kAtOnce) {
+                break;
+            }
+            const std::vector<LogPart> before(sorted_.begin(), sorted_.end() - 1);
+            const bool isOfOlder = ShareAThread(before, newest_) && !ShareAThread({opening}, newest_);
+            const bool isOnOneClock = !BeganWithTheDevice(*first.date, first.firstCounter) &&
+                                      std::any_of(sorted_.begin(), sorted_.end(),
+                                                  [&](const LogPart& each) { return Fit(each, first); });
+            if (!isOfOlder && !isOnOneClock) {
+                break;
+            }
+            later.insert(later.begin(), opening);
+        }
+        return later;
+    }
+
+    /// A process that opens a full log goes on at its start after fewer lines.
+    static constexpr std::uint64_t kAtOnce = 4;
+
     /// A round may have ended inside the counter of an opening, which then has fewer digits than nine in ten
     /// have and does not fit the clock of the process that went on.
     bool MayBeCut(const LogPart& opening) const {
-        const auto fits = [&](const LogPart& first) {
-            return first.date &&
-                   WallOffset(*opening.date, 0)
-                           .Compare(*first.date, StepForward(opening.firstCounter, first.firstCounter))
-                           .misfit <= kFitsClosely;
-        };
         return opening.date && opening.firstCounter < kUsualCounter &&
-               !(newest_.size() == 1 && fits(newest_.front()));
+               !(newest_.size() == 1 && Fit(opening, newest_.front()));
     }
 
     /// Whether a round may be by the process that wrote an opening.

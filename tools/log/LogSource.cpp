@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <utility>
 
 namespace NimaPost {
@@ -59,6 +60,7 @@ class LogSource : public Source {
                 undatedRuns_[part.run] =
                     tie->time + NearestStep(tie->counter, part.lastCounter) - part.length;
             } else {
+                origin_ = next == 0 ? std::optional(part.run) : origin_;
                 undatedRuns_[part.run] = next;
                 last = Tie{part.lastCounter, next + part.length};
                 next += part.length + kSecond;
@@ -93,7 +95,7 @@ class LogSource : public Source {
             const auto undated = undatedRuns_.find(entry.part->run);
             if (undated != undatedRuns_.end()) {
                 event.time = entry.time + undated->second;
-                event.certainty = Certainty::Assumed();
+                event.certainty = entry.part->run == origin_ ? event.certainty : Certainty::Assumed();
             }
             goOn = visitor(event);
             return goOn;
@@ -145,6 +147,7 @@ class LogSource : public Source {
     std::vector<FolderFile*> files_;                  ///< of each of the set's files
     std::vector<std::size_t> numbers_;                ///< of each of the set's processes, on the axis
     std::map<std::size_t, std::int64_t> undatedRuns_; ///< where runs without a date were put
+    std::optional<std::size_t> origin_;               ///< the one that all times count from
 };
 
 } // namespace

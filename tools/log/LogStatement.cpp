@@ -26,11 +26,12 @@ void StateProcesses(const std::vector<LogProcess>& processes, std::span<const st
         provenOfLog[process.log] += process.evidence == BootEvidence::kUptime ? 1 : 0;
         proven = std::max(proven, provenOfLog[process.log] + 1);
     }
-    statement.push_back({"several-processes", std::to_string(processes.size()) +
-                                                  " processes wrote the text logs. They are numbered as of " +
-                                                  Counted(boots, "boot") + ", of which " +
-                                                  std::to_string(proven) + (proven == 1 ? " is" : " are") +
-                                                  " proven."});
+    statement.push_back(
+        {"several-processes",
+         "The text logs are told as those of " + std::to_string(processes.size()) +
+             " processes; one that opened a log again counts as two. They are numbered as of " +
+             Counted(boots, "boot") + ", of which " + std::to_string(proven) +
+             (proven == 1 ? " is" : " are") + " proven."});
     for (std::size_t i = 0; i < std::min(processes.size(), kMostTold); ++i) {
         const LogProcess& process = processes[i];
         const ProcessFacts facts = FactsOf(process);
@@ -90,7 +91,8 @@ std::vector<Finding> LogSet::ClockStatement(std::span<const std::size_t> numbers
     bool open = false;
     bool mayHideOlder = false;
     ForEachPart([&](const LogPart& part) {
-        unseen += std::max<std::int64_t>(part.certainty.later, 0);
+        // Of an older round, what was written then may be lost.
+        unseen += part.overwritten ? 0 : std::max<std::int64_t>(part.certainty.later, 0);
         mayHideOlder = mayHideOlder || (part.certainty.premise == Certainty::Premise::kRoundsAsFound &&
                                         part.certainty.earlier != Certainty::kUnbounded);
         open =

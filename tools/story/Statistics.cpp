@@ -1,5 +1,6 @@
 #include "tools/story/Statistics.h"
 
+#include "catalogue/Marks.h"
 #include "tools/base/CounterClock.h"
 #include "tools/story/MergedStory.h"
 #include "tools/story/TimeBound.h"
@@ -14,10 +15,73 @@ constexpr std::size_t kMostGaps = 5;
 /// Shorter ones are the pace of a device at rest.
 constexpr std::int64_t kShortestGap = 2 * kSecond;
 
+/// Finds the longest silences among lines in the order of time.
+class Silences {
+  public:
+    explicit Silences(const Processes& processes) : processes_(processes) {}
+
+    void Take(const TimelineEvent& event) {
+        const std::int64_t later = event.certainty.ProvenLater();
+        const std::int64_t earlier = event.certainty.ProvenEarlier();
+        // Whatever bounds the lines after it, a calibration line has its own date.
+        const bool isDate = event.level == Nima::Catalogue::kCalibrationLevel && !event.certainty.assumed;
+        const bool isKnown = isDate || (later == 0 && earlier == 0);
+        if (!GoesOn(event) || (!isKnown && (later <= 0 || earlier < 0))) {
+            known_.reset();
+        }
+        if (isKnown && known_) {
+            Close(event);
+        }
+        known_ = isKnown ? event.time : known_;
+        unseen_ = isKnown ? 0 : std::max(unseen_, later);
+        process_ = event.process;
+        clock_ = event.clock;
+        isOverwritten_ = event.mark == kOverwritten;
+    }
+
+    std::vector<Statistics::Gap> Result() {
+        std::stable_sort(gaps_.begin(), gaps_.end(),
+                         [](const auto& a, const auto& b) { return a.length > b.length; });
+        return std::move(gaps_);
+    }
+
+  private:
+    /// What lies between two processes is the device's rest, and between two settings of the clock, or an
+    /// older round of a log and its newest lines, are no times that can be compared.
+    bool GoesOn(const TimelineEvent& event) const {
+        return event.process == process_ && event.clock == clock_ &&
+               (event.mark == kOverwritten) == isOverwritten_;
+    }
+
+    void Close(const TimelineEvent& event) {
+        // Of a process with two logs, lines of one may stand in a silence of the other.
+        const bool hasTwoLogs = event.process && processes_.All()[*event.process - 1].probablyOne;
+        const std::int64_t length = unseen_ == 0 ? *event.time - *known_ : hasTwoLogs ? 0 : unseen_ * kSecond;
+        if (length < kShortestGap) {
+            return;
+        }
+        gaps_.push_back({*known_, *event.time, length, event.boot.value_or(0)});
+        if (gaps_.size() > kMostGaps) {
+            gaps_.erase(std::min_element(gaps_.begin(), gaps_.end(),
+                                         [](const auto& a, const auto& b) { return a.length < b.length; }));
+        }
+    }
+
+    const Processes& processes_;
+    std::vector<Statistics::Gap> gaps_;
+    std::optional<std::int64_t> known_; ///< the latest time of which no second is open
+    std::int64_t unseen_ = 0;           ///< seconds since then, of which no line shows where they passed
+    std::optional<std::size_t> process_;
+    std::optional<std::size_t> clock_;
+    bool isOverwritten_ = false;
+};
+
 class Collector {
   public:
     explicit Collector(const Story& story)
-        : crashes_(story.Crashes()), hasOneBoot_(BeginningsOf(story.Time().AllProcesses()).size() < 2) {
+        : crashes_(story.Crashes()),
+          hasOneBoot_(BeginningsOf(story.Time().AllProcesses()).size() < 2),
+          silences_(story.Time().AllProcesses()) {
         result_.firstErrors.resize(crashes_.size());
     }
 
@@ -28,33 +92,17 @@ class Collector {
         }
         result_.Take(event);
         if (event.kind == EventKind::kText && event.time && !event.continued) {
-            TakeGap(event);
+            silences_.Take(event);
             TakeError(event);
         }
     }
 
     Statistics Result() {
-        std::stable_sort(result_.gaps.begin(), result_.gaps.end(),
-                         [](const auto& a, const auto& b) { return a.length > b.length; });
+        result_.gaps = silences_.Result();
         return std::move(result_);
     }
 
   private:
-    /// Between lines of one process; what lies between two is the device's rest.
-    void TakeGap(const TimelineEvent& event) {
-        const auto process = event.process;
-        if (lastLine_ && process == lastProcess_ && *event.time - *lastLine_ >= kShortestGap) {
-            result_.gaps.push_back({*lastLine_, *event.time - *lastLine_, event.boot.value_or(0)});
-            if (result_.gaps.size() > kMostGaps) {
-                result_.gaps.erase(
-                    std::min_element(result_.gaps.begin(), result_.gaps.end(),
-                                     [](const auto& a, const auto& b) { return a.length < b.length; }));
-            }
-        }
-        lastLine_ = event.time;
-        lastProcess_ = process;
-    }
-
     void TakeError(const TimelineEvent& event) {
         if (event.level != "ERROR" && event.level != "FATAL") {
             return;
@@ -93,8 +141,7 @@ class Collector {
     const std::vector<Crash>& crashes_;
     bool hasOneBoot_;
     Statistics result_;
-    std::optional<std::int64_t> lastLine_;
-    std::optional<std::size_t> lastProcess_;
+    Silences silences_;
     Errors errors_;       ///< the first of each process
     Errors errorsOfBoot_; ///< and of each boot
 };

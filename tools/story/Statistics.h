@@ -39,9 +39,13 @@ struct EventCounts {
 struct Statistics : EventCounts {
     /// A time in which nothing was written, though a process ran.
     struct Gap {
-        std::int64_t from = 0;
+        std::int64_t from = 0; ///< lines of which the times are known, apart from what dates cut
+        std::int64_t until = 0;
         std::int64_t length = 0;
         std::size_t boot = 0;
+
+        /// Else there are lines in between, and where the silence was, or how many there were, nothing shows.
+        bool IsOne() const { return length == until - from; }
     };
 
     /// The first line at ERROR or FATAL before each crash, after the one before: of the same process, or
