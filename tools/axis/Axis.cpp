@@ -64,7 +64,10 @@ Tie Axis::TieOf(const Head& head) const {
         if (tie) {
             found = tie;
             found->fitsClosely = close;
-            found->within = close || TieOn(clock, head.counter, date, kHeadMostlyTakes) ? 0 : 1;
+            // Without a thread of the process a close fit may be chance, so that nothing is exact.
+            const bool fits = close ? owner || tie->later > 0
+                                    : TieOn(clock, head.counter, date, kHeadMostlyTakes).has_value();
+            found->within = fits ? 0 : 1;
         }
     }
     if (found) {
