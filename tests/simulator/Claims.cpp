@@ -159,7 +159,8 @@ void Claims::AddCrash(const Claim& claim, std::int64_t counter, bool isLater) {
 void Claims::Count(const Claim& claim, const Stamp& stamp) {
     Verdict::Share& share = stamp.kind == Kind::kText ? verdict_.lines : verdict_.records;
     ++share.all;
-    share.bounded += claim.time && claim.later == 0 && claim.earlier == 0 && claim.premise == Premise::kNone;
+    share.bounded +=
+        claim.time && claim.later == 0 && claim.earlier == 0 && claim.premise == Premise::kNothing;
     if (claim.process) {
         ++share.inProcess;
         trueClocks_[*claim.process].insert(ClockOf(stamp));
@@ -194,10 +195,10 @@ void Claims::CheckTime(const Claim& claim, const Stamp& stamp, const std::string
         const bool byOtherClock = std::any_of(first, end, [&](const auto& clock) {
             return isWithin(stamp.monotonic + clock.second) == std::pair(false, false);
         });
-        verdict_.Add(claim.premise != Premise::kNone && byOtherClock ? Fault::kSetClock
-                     : claim.premise == Premise::kRoundsAsFound      ? Fault::kUnlikely
-                     : early                                         ? Fault::kEarly
-                                                                     : Fault::kLate,
+        verdict_.Add(claim.premise != Premise::kNothing && byOtherClock ? Fault::kSetClock
+                     : claim.premise == Premise::kRoundsAsFound         ? Fault::kUnlikely
+                     : early                                            ? Fault::kEarly
+                                                                        : Fault::kLate,
                      off);
     }
     if (claim.exact && (early || late)) {

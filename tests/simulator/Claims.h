@@ -21,8 +21,8 @@ struct Claim {
     std::optional<std::int64_t> time;
     std::int64_t later = kUnbounded; ///< whole seconds
     std::int64_t earlier = kUnbounded;
-    NimaPost::Certainty::Premise premise = NimaPost::Certainty::Premise::kNone; ///< of both
-    std::int64_t originLater = 0;                                               ///< nanoseconds
+    NimaPost::Certainty::Premise premise = NimaPost::Certainty::Premise::kNothing; ///< of both
+    std::int64_t originLater = 0;                                                  ///< nanoseconds
     bool exact = false;
     bool probably = false; ///< of the process
     bool bootGuessed = false;

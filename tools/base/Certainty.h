@@ -18,14 +18,16 @@ struct Certainty {
     std::int64_t originLater = 0;
     /// What both bounds rest on and nothing proves. If it does not hold, nothing bounds the time.
     enum class Premise : unsigned char {
-        kNone,
+        kNothing,
         kClockNotSet,   ///< between this and the date from which the time counts
         kRoundsAsFound, ///< so, and the log's rounds are as they were found: by one writer, and none unseen
     };
-    Premise premise = Premise::kNone;
+    Premise premise = Premise::kNothing;
 
-    constexpr std::int64_t ProvenLater() const { return premise == Premise::kNone ? later : kUnbounded; }
-    constexpr std::int64_t ProvenEarlier() const { return premise == Premise::kNone ? earlier : kUnbounded; }
+    constexpr std::int64_t ProvenLater() const { return premise == Premise::kNothing ? later : kUnbounded; }
+    constexpr std::int64_t ProvenEarlier() const {
+        return premise == Premise::kNothing ? earlier : kUnbounded;
+    }
 
     constexpr bool Exact() const {
         return ProvenLater() == 0 && ProvenEarlier() == 0 && originLater == 0 && !assumed;

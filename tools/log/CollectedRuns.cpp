@@ -59,7 +59,7 @@ std::size_t PinCollectedRuns(const CollectedMoment& moment, std::vector<std::vec
                 continue;
             }
             if (part.certainty.premise == Certainty::Premise::kClockNotSet) {
-                part.certainty.premise = Certainty::Premise::kNone;
+                part.certainty.premise = Certainty::Premise::kNothing;
             }
             if (part.certainty.later == Certainty::kUnbounded && !part.notAfter) {
                 part.notAfter = moment.local - OriginOf(runs[part.run]);

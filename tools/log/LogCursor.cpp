@@ -78,7 +78,7 @@ void LogCursor::BeginPart(const LogPart& part) {
     entry_.hasWall = file.kind == LogKind::kQueue || run.wall.has_value();
     entry_.certainty.originLater = run.wall ? run.wall->Spread() : 0;
     if (!run.wall) { // No clock's setting changes elapsed time.
-        entry_.certainty.premise = Certainty::Premise::kNone;
+        entry_.certainty.premise = Certainty::Premise::kNothing;
     }
     origin_ = part.start + OriginOf(run);
     queueClock_ = QueueClock();
@@ -119,7 +119,7 @@ void LogCursor::TakeTime(const LogLine& line) {
         const auto& setAfter = entry_.part->setAfter;
         const bool isSet = setAfter && entry_.part->start + elapsed > *setAfter;
         entry_.certainty.earlier = isSet ? Certainty::kUnbounded : entry_.part->certainty.earlier;
-        if (entry_.certainty.premise == Certainty::Premise::kNone && entry_.certainty.earlier >= 0) {
+        if (entry_.certainty.premise == Certainty::Premise::kNothing && entry_.certainty.earlier >= 0) {
             entry_.certainty.earlier += clock_.HeldUp();
         }
         entry_.certainty.later = isSet ? Certainty::kUnbounded : entry_.certainty.later;

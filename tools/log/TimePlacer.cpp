@@ -152,7 +152,7 @@ void TimePlacer::PlaceDated(LogPart& part) {
         part.run = dated_->run;
         part.start += *unseen * kCounterPeriod;
         dated_->certainty.later = *unseen;
-        dated_->certainty.premise = Certainty::Premise::kNone;
+        dated_->certainty.premise = Certainty::Premise::kNothing;
         dated_->TakeAsItStands();
         return;
     }

@@ -44,7 +44,10 @@ function crashRow(model, crash, index) {
 }
 
 function times(model, {first, last, sure}) {
-  return [first, last].map((time, end) => cell(model.markedMoment(time, sure) || (end === 0 ? "not known" : ""), "nowrap"));
+  return [first, last].map((time, end) => {
+    const unknown = end === 0 ? "not known" : "";
+    return cell(model.markedMoment(time, sure) || unknown, "nowrap");
+  });
 }
 
 function bootRow(model, boot) {
