@@ -9,6 +9,7 @@
 #include "tools/log/JoinedLogs.h"
 #include "tools/log/LineReader.h"
 #include "tools/log/LogMerge.h"
+#include "tools/log/LogSurvey.h"
 #include "tools/log/SilentOpeners.h"
 
 #include <algorithm>
