@@ -146,6 +146,17 @@ void WaitForOtherCrashThreads() {
     }
 }
 
+bool AnotherThreadCrashed() {
+    const std::uint64_t caller = Caller();
+    for (const CrashThread& thread : g_Threads) {
+        const std::uint64_t holder = thread.holder.load();
+        if (holder != caller && IsOfThisProcess(holder)) {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::size_t RoomOnAlternateStack() {
     stack_t alternate{};
     if (::sigaltstack(nullptr, &alternate) != 0 || (alternate.ss_flags & SS_ONSTACK) == 0) {

@@ -53,6 +53,9 @@ void NoteCrashActivity();
 /// progress and 3 s in all; up to 30 s longer while one of them waits for the disk.
 void WaitForOtherCrashThreads();
 
+/// Whether another thread of this process has crashed. It ends the process by an abort.
+bool AnotherThreadCrashed();
+
 /// The room that the calling thread has left on its alternate stack. If it is not running on one, this is not
 /// known, and the result is the largest number.
 std::size_t RoomOnAlternateStack();

@@ -246,9 +246,13 @@ void GiveAlternateStack() {
 }
 
 /// An `exit` in one thread does not cut off what another reports. Runs after the host's own exit functions;
-/// on a crash the process ends by the abort of the thread that reports.
+/// on a crash the process ends by an abort, and not with the status of an exit that is faster than the abort
+/// of the thread that has reported.
 [[gnu::destructor]] void WaitForReports() {
     WaitForOtherCrashThreads();
+    if (AnotherThreadCrashed()) {
+        EndByAbort();
+    }
 }
 
 } // namespace
