@@ -31,7 +31,11 @@ std::string Case(const Command& command) {
         const std::string choices = Choices(option);
         for (const std::string& name : option.names) {
             if (!choices.empty()) {
-                values += "                    " + name + ") words='" + choices + "' given=yes ;;\n";
+                values += "                    ";
+                values += name;
+                values += ") words='";
+                values += choices;
+                values += "' given=yes ;;\n";
             }
         }
     }

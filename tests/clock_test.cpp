@@ -594,7 +594,8 @@ TEST_F(LogTimes, OfAFullLogThatProcessesOpenedAreInTheirOrder) {
                 later += Line(rewound + kLater + i * kMillisecond, "<WARN> <A> later", 7);
             }
             const std::size_t inThread = old.find('\n', cut) + std::string("\n000000000 <0x0").size();
-            WriteFile("a.log", newer + old.substr(inThread) + opening(second, 2) + later);
+            std::string log = newer + old.substr(inThread);
+            WriteFile("a.log", log.append(opening(second, 2)).append(later));
             const Logs grown({"a.log"});
             EXPECT_TRUE(grown.messages.back().starts_with("later"));
             EXPECT_FALSE(grown.entries.back().part->overwritten);

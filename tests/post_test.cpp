@@ -541,11 +541,11 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedTheRingsOneAfterTheOther) {
 // last.
 TEST_F(PostMortem, FindsTheNewestRecordOfAProcessThatAnotherTookAFullRingFrom) {
     std::string text = "BEGIN RING BUFFER DUMP\r\n\r\n######## Ring Buffer Panel ########\r\n";
-    const auto add = [&](std::int64_t time, unsigned thread, unsigned number) {
+    const auto add = [&](long long time, unsigned thread, unsigned number) {
+        const long long counter = time / 1'000'000'000 + time % 1'000'000'000;
         std::array<char, 128> line{};
         std::snprintf(line.data(), line.size(), "%019lld 0x%08x 0x00000005 : 0x%08x 0x%08x 0x%08x 0x%08x\r\n",
-                      static_cast<long long>(time / 1'000'000'000 + time % 1'000'000'000), thread, number, 0U,
-                      0U, 0U);
+                      counter, thread, number, 0U, 0U, 0U);
         text += line.data();
     };
     // 400 records of a process, a record every 2.5 ms, then 64 of another.
