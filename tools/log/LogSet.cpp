@@ -321,21 +321,21 @@ void LogSet::ForEachPart(const std::function<void(const LogPart&)>& visitor) con
 }
 
 std::optional<LikelyBound> LogSet::LikelyBoundOf(const LogEntry& entry) const {
-    const auto before = [&](std::int64_t moment) {
-        return LikelyBound{std::max<std::int64_t>(moment - entry.time, 0) / kSecond + 1, "clock-not-set"};
+    const auto before = [&](std::int64_t moment, const char* assuming) {
+        return LikelyBound{std::max<std::int64_t>(moment - entry.time, 0) / kSecond + 1, assuming};
     };
     if (!entry.hasTime || !entry.part->process || entry.certainty.later != Certainty::kUnbounded) {
         return std::nullopt;
     }
     if (const auto& notAfter = entry.part->likelyNotAfter) {
-        return before(OriginOf(runs_[entry.part->run]) + *notAfter);
+        return before(OriginOf(runs_[entry.part->run]) + *notAfter, "rounds-as-found");
     }
     if (entry.certainty.earlier == Certainty::kUnbounded) {
         return std::nullopt;
     }
     const auto& opening = entry.part->nextOpening;
     if (opening && *opening >= entry.time) {
-        return before(*opening);
+        return before(*opening, "clock-not-set");
     }
     return LikelyBound{0, "no-silence-over-1s"};
 }
