@@ -5,10 +5,10 @@
 #include "Diagnostics/TraceFormat.h"
 #include "platform/Handles.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/TraceDevices.h"
 
 #include <algorithm>
 #include <atomic>
-#include <barrier>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -78,17 +78,6 @@ unsigned char* Bytes(const char* text) {
 
 void Write(ITraceDevice& device, const std::string& text) {
     device.WriteData(Bytes(text.c_str()), static_cast<int>(text.size()));
-}
-
-_TraceConfig LogConfig(const wchar_t* file, unsigned size, unsigned rolls, bool append) {
-    _TraceConfig config{};
-    config.type = TRACE_DEVICE_ROLLING_LOG_FILE;
-    config.name = L"log";
-    config.settings.rollingLogFile.maxFileSize = size;
-    config.settings.rollingLogFile.maxRollCount = rolls;
-    config.settings.rollingLogFile.fileName = file;
-    config.settings.rollingLogFile.append = append;
-    return config;
 }
 
 std::string ThreadPart() {
@@ -206,7 +195,7 @@ TEST_F(Devices, TheConsolePrintsWhetherOrNotItIsOpen) {
 
 TEST_F(Devices, ALogHoldsItsCalibrationLineAndEveryLineEnded) {
     CRollingLogFile log;
-    _TraceConfig config = LogConfig(L"log", 1 << 20, 0, true);
+    _TraceConfig config = LogConfig(L"log", L"log");
     log.Init(&config);
     ASSERT_TRUE(log.IsOpen());
     Write(log, "ends by itself\n");
@@ -223,8 +212,7 @@ TEST_F(Devices, ALogHoldsItsCalibrationLineAndEveryLineEnded) {
     ExpectMatch(ReadFile("log"), Header() + kCalibration + Header() + "ends by itself\n" + Header() +
                                      "is ended\r\nraw\r\nhead\nbody\r\n");
     // Opening it again appends, with a record of another type as well as with none.
-    _TraceConfig console{};
-    console.type = TRACE_DEVICE_CONSOLE;
+    _TraceConfig console = DeviceConfig(TRACE_DEVICE_CONSOLE, L"log");
     log.Init(&console);
     EXPECT_TRUE(log.IsOpen());
     log.Init(nullptr);
@@ -237,7 +225,7 @@ TEST_F(Devices, ALogHoldsItsCalibrationLineAndEveryLineEnded) {
 
 TEST_F(Devices, TheOrderOfLinesHoldsAtEveryLengthAroundTheBuffer) {
     CRollingLogFile log;
-    _TraceConfig config = LogConfig(L"log", 1 << 24, 0, true);
+    _TraceConfig config = LogConfig(L"log", L"log");
     log.Init(&config);
     std::string expected;
     for (int length = 4080; length < 4110; ++length) {
@@ -262,7 +250,7 @@ TEST_F(Devices, TheOrderOfLinesHoldsAtEveryLengthAroundTheBuffer) {
 
 TEST_F(Devices, AFinalFlushEndsTheBufferingForGood) {
     CRollingLogFile log;
-    _TraceConfig config = LogConfig(L"log", 1 << 20, 0, true);
+    _TraceConfig config = LogConfig(L"log", L"log");
     log.Init(&config);
     log.WriteDataRaw(Bytes("held back\n"), 10);
     log.Flush(true);
@@ -276,7 +264,7 @@ TEST_F(Devices, AFinalFlushEndsTheBufferingForGood) {
 TEST_F(Devices, AFullLogWithoutBackupsIsOverwrittenFromItsStart) {
     CRollingLogFile log;
     WriteFile("log", std::string(6000, 'o'));
-    _TraceConfig config = LogConfig(L"log", 5000, 0, false);
+    _TraceConfig config = LogConfig(L"log", L"log", 5000, 0, false);
     // Without the append flag the existing file is first rolled: here it is rewound, and never truncated.
     log.Init(&config);
     const std::string content = ReadFile("log");
@@ -299,7 +287,7 @@ TEST_F(Devices, ARollNeedsThePropertyFileName) {
     const std::string line(2000, 'x');
     const std::string output = CapturedOutput([&] {
         CRollingLogFile log;
-        _TraceConfig config = LogConfig(L"log", 3000, 2, true);
+        _TraceConfig config = LogConfig(L"log", L"log", 3000, 1);
         log.Init(&config);
         log.Flush(true);
         for (int i = 0; i < 4; ++i) {
@@ -314,7 +302,7 @@ TEST_F(Devices, ARollNeedsThePropertyFileName) {
 TEST_F(Devices, ALogNamedByItsPropertyRollsIntoOneBackup) {
     CRollingLogFile log;
     log.SetFileName(L"log");
-    _TraceConfig config = LogConfig(L"log", 3000, 5, true);
+    _TraceConfig config = LogConfig(L"log", L"log", 3000, 5, true);
     log.Init(&config);
     log.Flush(true);
     EXPECT_EQ(Listing("."), std::vector<std::string>{"log"});
@@ -346,20 +334,13 @@ constexpr int kLinesOfWriter = 500;
 /// confused with one that was read too early.
 bool WriteFromThreads(ITraceDevice& device) {
     const auto begin = std::chrono::steady_clock::now();
-    std::barrier together(kWriters);
-    std::vector<std::jthread> threads;
-    threads.reserve(kWriters);
     g_HoldUpAtClock = true;
-    for (int t = 0; t < kWriters; ++t) {
-        threads.emplace_back([&] {
-            const std::string part = ThreadPart();
-            together.arrive_and_wait();
-            for (int i = 0; i < kLinesOfWriter; ++i) {
-                Write(device, part + std::to_string(i) + "\n");
-            }
-        });
-    }
-    threads.clear();
+    StartTogether(kWriters, [&](int) {
+        const std::string part = ThreadPart();
+        for (int i = 0; i < kLinesOfWriter; ++i) {
+            Write(device, part + std::to_string(i) + "\n");
+        }
+    });
     g_HoldUpAtClock = false;
     return std::chrono::steady_clock::now() - begin < std::chrono::milliseconds(400);
 }
@@ -391,7 +372,7 @@ TEST_F(Devices, LinesOfSeveralThreadsStayWholeAndInTheOrderOfTheirCounters) {
     while (!quick) {
         ::unlink("log");
         CRollingLogFile log;
-        _TraceConfig config = LogConfig(L"log", 1 << 24, 0, true);
+        _TraceConfig config = LogConfig(L"log", L"log");
         log.Init(&config);
         quick = WriteFromThreads(log);
     }
@@ -409,7 +390,7 @@ TEST_F(Devices, LinesOfSeveralThreadsStayWholeAndInTheOrderOfTheirCounters) {
 
 TEST_F(Devices, AFailedOpenLeavesItsOwnErrorNumber) {
     CRollingLogFile log;
-    _TraceConfig config = LogConfig(L"no/such/folder/log", 1000, 0, true);
+    _TraceConfig config = LogConfig(L"log", L"no/such/folder/log");
     errno = 0;
     log.Init(&config);
     EXPECT_FALSE(log.IsOpen());
@@ -418,7 +399,7 @@ TEST_F(Devices, AFailedOpenLeavesItsOwnErrorNumber) {
     log.Flush();
     ::rmdir("log");
     ASSERT_EQ(::system("mkdir log"), 0);
-    config = LogConfig(L"log", 1000, 0, true);
+    config = LogConfig(L"log", L"log");
     log.Init(&config);
     EXPECT_FALSE(log.IsOpen());
     EXPECT_EQ(errno, EISDIR);
@@ -447,7 +428,7 @@ TEST_F(Devices, AFullDiskCostsTheNewLinesOnly) {
         GTEST_SKIP() << "cannot mount a file system here";
     }
     CRollingLogFile log;
-    _TraceConfig config = LogConfig(L"tiny/log", 1 << 20, 0, true);
+    _TraceConfig config = LogConfig(L"log", L"tiny/log");
     log.Init(&config);
     const std::string line = std::string(99, 'l') + "\n";
     log.WriteDataRaw(Bytes(line.c_str()), 100);
@@ -469,12 +450,8 @@ TEST_F(Devices, AFullDiskCostsTheNewLinesOnly) {
 class MemoryQueues : public Sandbox {
   protected:
     void Configure(const wchar_t* file, int depth, int mode) {
-        _TraceConfig config{};
-        config.type = TRACE_DEVICE_MEMORY_QUEUE;
-        config.name = L"queue";
-        config.settings.memoryQueue.queueDepth = depth;
-        config.settings.memoryQueue.fileName = file;
-        config.settings.memoryQueue.mode = mode;
+        _TraceConfig config = DeviceConfig(TRACE_DEVICE_MEMORY_QUEUE, L"queue");
+        config.settings.memoryQueue = {depth, file, mode};
         queue_.Init(&config);
     }
     void WriteAll(const std::vector<std::string>& lines) {

@@ -1,5 +1,6 @@
 /// Events and their payloads, as the host's callbacks receive them.
 
+#include "tests/support/OwnRing.h"
 #include "tests/support/Sandbox.h"
 
 #include <atomic>
@@ -9,12 +10,13 @@
 #include <sstream>
 #include <stdexcept>
 #include <thread>
+#include <tuple>
 
 #include <pthread.h>
 #include <unistd.h>
 
 #include <Diagnostics/EventLog.h>
-#include <Diagnostics/RingBufferApi.h>
+#include <Diagnostics/TestHooksApi.h>
 
 namespace Nima::Testing {
 
@@ -50,27 +52,10 @@ unsigned long OnVantorEvent(EventTypes /*type*/, unsigned long size, unsigned ch
     return g_Result;
 }
 
-std::uint32_t WordAt(const std::string& bytes, std::size_t offset) {
-    std::uint32_t word = 0;
-    std::memcpy(&word, bytes.data() + offset, sizeof(word));
-    return word;
-}
-
 std::string Xml(const EventLogPayload& payload) {
     std::stringstream out;
     payload.SerializeToXml(out);
     return out.str();
-}
-
-std::vector<RingBufferData> InternalEvents() {
-    TRACE_RING_HANDLE ring = nullptr;
-    GetTraceRingBuffer(RING_PLATFORM, &ring);
-    std::vector<RingBufferData> records(512);
-    unsigned long copied = 0;
-    GetTraceData(ring, reinterpret_cast<unsigned char*>(records.data()),
-                 records.size() * sizeof(RingBufferData), &copied);
-    std::erase_if(records, [](const RingBufferData& record) { return record.timestamp == 0; });
-    return records;
 }
 
 } // namespace
@@ -79,7 +64,7 @@ class Events : public Sandbox {
   protected:
     void SetUp() override {
         Sandbox::SetUp();
-        InternalEvents(); // builds the rings
+        TakeInternalEvents(); // builds the rings
         SetupEventLogCallbacks(OnEvent, OnVantorEvent);
     }
 };
@@ -199,6 +184,23 @@ TEST_F(Events, ARecordIsToTheByte) {
     EXPECT_EQ(errno, 0) << "the callback's result is not errno's here";
 }
 
+TEST_F(Events, TestersHooksLogBothKinds) {
+    EXPECT_EQ(XXX_TestNativeEventLogFeature(1, L"s", 2, L"f", 3), 1);
+    ASSERT_EQ(g_Events.size(), 1U);
+    EXPECT_EQ(g_Events[0].source + g_Events[0].file + g_Events[0].payload, L"sf(null)");
+    EXPECT_EQ(std::tuple(g_Events[0].type, g_Events[0].id, g_Events[0].line), std::tuple(1, 2UL, 3));
+    EXPECT_EQ(XXX_TestNativeEventVantorLogFeature(4, 5, std::wstring(100, L's').c_str(), L"hashed", L"other"),
+              1);
+    EXPECT_EQ(XXX_TestNativeEventVantorLogFeature(4, 5, nullptr, nullptr, nullptr), 1);
+    ASSERT_EQ(g_Records.size(), 2U);
+    EXPECT_EQ(g_Records[0].size(), 56U + 512);
+    EXPECT_EQ(g_Records[0].substr(24, 32), std::string(31, 's') + '\0');
+    EXPECT_EQ(g_Records[0].substr(56 + 12, 15), std::string("Context,hashed") + '\0');
+    EXPECT_EQ(g_Records[0].substr(312 + 12, 14), std::string("Context,other") + '\0');
+    EXPECT_EQ(g_Records[1].size(), 56U + 512);
+    EXPECT_EQ(g_Records[1].substr(56 + 12, 9), std::string("Context,") + '\0');
+}
+
 TEST_F(Events, BothCallbacksHaveToBeInstalled) {
     EventLogPayload payload;
     SetupEventLogCallbacks(nullptr, OnVantorEvent);
@@ -210,7 +212,7 @@ TEST_F(Events, BothCallbacksHaveToBeInstalled) {
     EXPECT_EQ(EventLog::LogEvent(1, "s", 1, payload), 0);
     EXPECT_EQ(EventLog::DoVantorCallback(1, 1, 0, nullptr), 19U);
     EXPECT_TRUE(g_Records.empty());
-    EXPECT_TRUE(InternalEvents().empty()) << "nothing was called";
+    EXPECT_TRUE(TakeInternalEvents().empty()) << "nothing was called";
 }
 
 TEST_F(Events, WhatACallbackThrowsGoesNoFurther) {
@@ -229,7 +231,7 @@ TEST_F(Events, WhatACallbackThrowsGoesNoFurther) {
     EventLogPayload payload;
     EXPECT_EQ(EventLog::LogEvent(8, "s", 3, payload), 1);
     // Before and after each, with type, id and 0 or 1.
-    const auto events = InternalEvents();
+    const auto events = TakeInternalEvents();
     ASSERT_EQ(events.size(), 6U);
     const std::uint32_t expected[][5] = {{9, 1, 1, 0, 0}, {9, 1, 1, 1, 0}, {9, 6, 2, 0, 0},
                                          {9, 6, 2, 1, 0}, {9, 8, 3, 0, 0}, {9, 8, 3, 1, 0}};
@@ -243,37 +245,31 @@ TEST_F(Events, EventsComeOneAtATimeWhileCallbacksAreExchanged) {
     static std::atomic<int> inside{0};
     static std::atomic<int> received{0};
     static std::atomic<bool> overlapped{false};
-    const auto count = [](EventTypes, const wchar_t*, unsigned long, const wchar_t*, int, const wchar_t*) {
+    static const auto receive = [](useconds_t pause) {
         overlapped = overlapped || inside.fetch_add(1) != 0;
         ++received;
+        ::usleep(pause);
         inside.fetch_sub(1);
         return 0UL;
     };
+    const auto count = [](EventTypes, const wchar_t*, unsigned long, const wchar_t*, int, const wchar_t*) {
+        return receive(0);
+    };
     const auto same = [](EventTypes, const wchar_t*, unsigned long, const wchar_t*, int, const wchar_t*) {
-        overlapped = overlapped || inside.fetch_add(1) != 0;
-        ++received;
-        ::usleep(100);
-        inside.fetch_sub(1);
-        return 0UL;
+        return receive(100);
     };
     SetupEventLogCallbacks(count, OnVantorEvent);
     std::atomic<int> logged{0};
-    std::vector<std::thread> threads;
-    threads.reserve(6);
-    for (int t = 0; t < 6; ++t) {
-        threads.emplace_back([&] {
-            for (int i = 0; i < 200; ++i) {
-                logged += LogEvent(1, L"s", i, L"f", 1, nullptr, 0);
-            }
-        });
-    }
+    Threads threads = StartTogether(6, [&](int) {
+        for (int i = 0; i < 200; ++i) {
+            logged += LogEvent(1, L"s", i, L"f", 1, nullptr, 0);
+        }
+    });
     for (int i = 0; i < 100; ++i) {
         SetupEventLogCallbacks(same, OnVantorEvent);
         SetupEventLogCallbacks(count, OnVantorEvent);
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     EXPECT_EQ(logged.load(), 1200);
     EXPECT_EQ(received.load(), 1200);
     EXPECT_FALSE(overlapped.load());

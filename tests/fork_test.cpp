@@ -2,6 +2,7 @@
 /// doing.
 
 #include "tests/support/Sandbox.h"
+#include "tests/support/TraceDevices.h"
 
 #include <atomic>
 #include <csignal>
@@ -65,15 +66,6 @@ unsigned long OnEvent(EventTypes /*type*/, const wchar_t* /*source*/, unsigned l
     return 0;
 }
 
-TRACE_DEVICE_HANDLE CreateQueue(const wchar_t* name) {
-    _TraceConfig config{};
-    config.type = TRACE_DEVICE_MEMORY_QUEUE;
-    config.name = name;
-    TRACE_DEVICE_HANDLE queue = nullptr;
-    TraceDeviceCreate(&config, &queue);
-    return queue;
-}
-
 bool LogAnEvent() {
     return LogEvent(EVENT_TYPE_ERROR, L"source", 1, L"file", 1, nullptr, 0) == 1;
 }
@@ -93,14 +85,16 @@ class Load {
     Load() {
         TraceServices::ConfigureDefaultLog(L"log", 1 << 30, 0, true);
         SetupEventLogCallbacks(OnEvent, nullptr);
-        g_Queue = CreateQueue(L"Queue");
+        g_Queue = CreatedQueue(L"Queue");
         for (int t = 0; t < kWriters; ++t) {
             threads_.emplace_back([this, t] { Write(t); });
         }
         if (kThreadsAllocate) {
             threads_.emplace_back([this] {
                 while (!stop_) {
-                    TraceDeviceRelease(CreateQueue(L"Other"));
+                    TraceDeviceRelease(CreatedQueue(L"Other"));
+                    TraceSetEffectiveLevel(TRACE_THRESHOLD_ERROR);
+                    TraceDeviceFlushAll(false);
                     g_Second.Initialize();
                     NimaTrace("Own").WriteErrorV("own.");
                     LogAnEvent();
@@ -112,9 +106,7 @@ class Load {
     Load& operator=(const Load&) = delete;
     ~Load() {
         stop_ = true;
-        for (std::thread& thread : threads_) {
-            thread.join();
-        }
+        threads_.clear();
         TraceDeviceRelease(g_Queue);
         SetupEventLogCallbacks(nullptr, nullptr);
     }
@@ -141,7 +133,7 @@ class Load {
 
     std::atomic<bool> stop_{false};
     std::atomic<int> written_[kWriters]{};
-    std::vector<std::thread> threads_;
+    Threads threads_;
 };
 
 constexpr int kChildLines = 20;
@@ -155,7 +147,7 @@ void TraceAsChild(int number) {
     g_Second.WriteErrorV("child too.");
     TraceTest(0, "child.");
     NimaTrace("Own").WriteErrorV("child's own.");
-    TraceDeviceRelease(CreateQueue(L"Child's"));
+    TraceDeviceRelease(CreatedQueue(L"Child's"));
     LogAnEvent();
     UseARing();
     TraceDeviceFlushAll(false);
@@ -276,14 +268,10 @@ TEST_F(Forks, AChildDiesItsOwnDeath) {
     std::thread handling([&] {
         LockCrashHandler();
         held = true;
-        while (!done) {
-            ::usleep(1000);
-        }
+        WaitUntil([&] { return done.load(); });
         ReleaseCrashHandler();
     });
-    while (!held) {
-        ::usleep(1000);
-    }
+    WaitUntil([&] { return held.load(); });
     status = StatusOfFork([] { DeviceFatalError(7, "child", 1); });
     done = true;
     handling.join();

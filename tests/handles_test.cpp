@@ -10,6 +10,7 @@
 #include "platform/Text.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/TraceDevices.h"
 
 #include <atomic>
 #include <cerrno>
@@ -102,27 +103,13 @@ TEST_F(Handles, AMappingMakesItsFileOneByteShorterThanTheView) {
     EXPECT_EQ(_create_file_mapping_helper(L"no/such/folder", O_RDWR), nullptr);
 }
 
-TEST_F(Handles, AFullDiskIsAFailedViewAndNoBusError) {
-    const TinyDisk disk("tiny", 64);
-    if (!disk.mounted()) {
-        GTEST_SKIP() << "cannot mount a file system here";
-    }
-    void* mapping = _create_file_mapping_helper(L"tiny/segment", O_RDWR);
-    ASSERT_NE(mapping, nullptr);
-    EXPECT_EQ(_map_view_file_helper(mapping, PROT_READ | PROT_WRITE, 0, 0, 1 << 20), nullptr);
-    EXPECT_EQ(errno, ENOSPC);
-    EXPECT_EQ(_close_handle_helper(mapping), 0);
-}
-
 // Each creation with each of its allocations failing in turn.
 TEST_F(Handles, ACreationThatRunsOutOfMemoryLeavesNothingOpen) {
     static TRACE_DEVICE_HANDLE log = nullptr;
     static void* handle = nullptr;
     const auto createLog = [] {
-        _TraceConfig config{};
-        config.type = TRACE_DEVICE_ROLLING_LOG_FILE;
-        config.name = L"LogFile with a long name";
-        config.settings.rollingLogFile = {1 << 20, 2, L"log file with a long name", false};
+        _TraceConfig config =
+            LogConfig(L"LogFile with a long name", L"log file with a long name", 1 << 20, 2, false);
         TraceDeviceCreate(&config, &log);
     };
     const auto release = [] {
@@ -188,19 +175,14 @@ TEST_F(Handles, HotPathsAllocateNothing) {
 
 TEST_F(Handles, WaitsIgnoreTheirTimeOutAndThreadsHaveTheirPriority) {
     void* event = _create_event_helper(false, false, L"name");
-    std::atomic<bool> passed{false};
-    struct Context {
-        void* event;
-        std::atomic<bool>* passed;
-    } context{event, &passed};
+    static std::atomic<bool> passed{false};
     void* thread = _create_thread_helper(
-        [](void* argument) -> void* {
-            const auto* own = static_cast<Context*>(argument);
-            _wait_handle_helper(own->event, 1);
-            own->passed->store(true);
+        [](void* waitedFor) -> void* {
+            _wait_handle_helper(waitedFor, 1);
+            passed = true;
             return nullptr;
         },
-        &context);
+        event);
     const sched_param real{5};
     const auto* const helper = static_cast<thread_helper*>(static_cast<handle_helper*>(thread));
     EXPECT_EQ(_get_thread_priority_helper(nullptr), 0);
@@ -260,35 +242,6 @@ TEST_F(Handles, IdentifiersAreVersionFour) {
     EXPECT_EQ(std::memcmp(&identifier, &second, sizeof(second)), 0) << "within one second";
     EXPECT_EQ(identifier.words[3] & 0xF000, 0x4000);
     EXPECT_EQ(identifier.words[4] & 0xC000, 0x8000);
-}
-
-TEST_F(Handles, ClocksDeliverRawFields) {
-    _SYSTEMTIME now{};
-    timespec before{};
-    timespec after{};
-    do {
-        ::clock_gettime(CLOCK_REALTIME, &before);
-        _get_local_time_helper(&now);
-        ::clock_gettime(CLOCK_REALTIME, &after);
-    } while (before.tv_sec != after.tv_sec || after.tv_nsec - before.tv_nsec > 50000000);
-    std::tm local{};
-    ::localtime_r(&before.tv_sec, &local);
-    EXPECT_EQ((std::vector<int>{now.wYear, now.wMonth, now.wDayOfWeek, now.wDay, now.wHour, now.wMinute,
-                                now.wSecond}),
-              (std::vector<int>{local.tm_year, local.tm_mon, local.tm_wday, local.tm_mday, local.tm_hour,
-                                local.tm_min, local.tm_sec}));
-    // Microseconds cut to 16 bits, which may wrap between two readings.
-    const auto sinceBefore = static_cast<std::uint16_t>(now.wMilliseconds - before.tv_nsec / 1000);
-    EXPECT_LE(sinceBefore, (after.tv_nsec - before.tv_nsec) / 1000 + 1);
-
-    _LARGE_INTEGER counter{};
-    do {
-        ::clock_gettime(CLOCK_MONOTONIC, &before);
-        _query_performance_counter_helper(&counter);
-        ::clock_gettime(CLOCK_MONOTONIC, &after);
-    } while (before.tv_sec != after.tv_sec);
-    EXPECT_GE(counter.QuadPart, before.tv_sec + before.tv_nsec);
-    EXPECT_LE(counter.QuadPart, after.tv_sec + after.tv_nsec);
 }
 
 TEST_F(Handles, ARollKeepsOneBackup) {

@@ -2,6 +2,7 @@
 /// lines in its files. Every case runs in a child.
 
 #include "tests/support/Sandbox.h"
+#include "tests/support/TraceDevices.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -57,12 +58,7 @@ void WriteForEver(int thread) {
 /// Every creation rebinds all tracers.
 void CreateForEver() {
     for (;;) {
-        _TraceConfig config{};
-        config.type = TRACE_DEVICE_MEMORY_QUEUE;
-        config.name = L"Other";
-        TRACE_DEVICE_HANDLE other = nullptr;
-        TraceDeviceCreate(&config, &other);
-        TraceDeviceRelease(other);
+        TraceDeviceRelease(CreatedQueue(L"Other"));
         ::usleep(100);
     }
 }
@@ -85,10 +81,6 @@ int StatusUnderLoad(int round, const std::function<void()>& action) {
     });
 }
 
-bool EndsWith(const std::string& text, const std::string& end) {
-    return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 /// The log's incomplete lines. Anything after the last line end does not count.
 int TornLines() {
     const std::string log = ReadFile("log");
@@ -98,7 +90,7 @@ int TornLines() {
         char name[24];
         const bool begins =
             std::sscanf(line.c_str(), "%*d <0x%*8x:%*3d> <%7[A-Z]> <%23[^>]> ", level, name) == 2;
-        torn += begins && (EndsWith(line, ".\r") || EndsWith(line, "=qpc\r")) ? 0 : 1;
+        torn += begins && (line.ends_with(".\r") || line.ends_with("=qpc\r")) ? 0 : 1;
     }
     return torn;
 }

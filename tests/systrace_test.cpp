@@ -7,8 +7,8 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/Sandbox.h"
 
+#include <array>
 #include <atomic>
-#include <barrier>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -16,6 +16,7 @@
 #include <fstream>
 #include <map>
 #include <numeric>
+#include <set>
 #include <thread>
 
 #include <fcntl.h>
@@ -58,12 +59,6 @@ Block& LiveBlock() {
 
 std::uint32_t ThisThread() {
     return CurrentThreadId();
-}
-
-std::uint32_t WordAt(const std::string& bytes, std::size_t offset) {
-    std::uint32_t word = 0;
-    std::memcpy(&word, bytes.data() + offset, sizeof(word));
-    return word;
 }
 
 constexpr const char* kSettingUp = "SysTrace (Drel) not setup...setting up\r\n";
@@ -399,20 +394,11 @@ TEST_F(SysTrace, ConcurrentRecordsAreAllThere) {
     static std::vector<std::uint32_t> memory(2 * 262144 + 64);
     void* const start = memory.data();
     SetRTTraceConfig(static_cast<unsigned char*>(start), static_cast<long>(memory.size() * 4));
-    std::barrier together(kThreads);
-    std::vector<std::thread> threads;
-    threads.reserve(kThreads);
-    for (std::uint32_t t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &together] {
-            together.arrive_and_wait();
-            for (std::uint32_t i = 0; i < kRecords; ++i) {
-                RTTrace_2(SYSTRACE_ID(t, 0, i), i, ~i);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    StartTogether(kThreads, [](int t) {
+        for (std::uint32_t i = 0; i < kRecords; ++i) {
+            RTTrace_2(SYSTRACE_ID(static_cast<std::uint32_t>(t), 0, i), i, ~i);
+        }
+    });
     const auto* header = static_cast<const SysTraceHeader*>(start);
     ASSERT_EQ(header->writeIndex, kThreads * kRecords * 4 - 1);
     void* const behind = memory.data() + sizeof(SysTraceHeader) / 4;
@@ -422,12 +408,12 @@ TEST_F(SysTrace, ConcurrentRecordsAreAllThere) {
         records[entries[slot].id & ~SYSTRACE_CONTINUATION].push_back(entries[slot].value);
     }
     EXPECT_EQ(records.size(), kThreads * kRecords);
+    std::size_t whole = 0;
     for (const auto& [id, values] : records) {
         const std::uint32_t i = id & SYSTRACE_EVENT_MASK;
-        ASSERT_EQ(values.size(), 4U);
-        EXPECT_EQ(values[1], i);
-        EXPECT_EQ(values[2], ~i);
+        whole += values.size() == 4 && values[1] == i && values[2] == ~i ? 1 : 0;
     }
+    EXPECT_EQ(whole, kThreads * kRecords);
 }
 
 TEST_F(SysTrace, AnotherProcessAdoptsTheSegment) {
@@ -460,10 +446,13 @@ TEST_F(SysTrace, TheWholeSegmentIsDumpedInBoundedPieces) {
     unsigned char* memory = nullptr;
     GetRTTraceBuffer(&memory);
     void* const start = memory;
-    for (std::uint32_t i = 0; i < (1U << 20); ++i) {
-        RTTrace(i & SYSTRACE_EVENT_MASK);
+    auto* const header = static_cast<SysTraceHeader*>(start);
+    header->writeIndex = header->entryCount - 6; // as if so much had been traced
+    header->wrapCount = 0;
+    for (std::uint32_t i = 0; i < 6; ++i) {
+        RTTrace(i);
     }
-    EXPECT_EQ(static_cast<SysTraceHeader*>(start)->wrapCount, 1);
+    EXPECT_EQ(header->wrapCount, 1);
     const auto openFiles = [] { return Listing("/proc/self/fd").size(); };
     const std::size_t before = openFiles();
     SysTraceSetAllLevel(0, false);
@@ -525,8 +514,13 @@ class SharedCount {
 TEST_F(SysTrace, OfProcessesThatStartAtOnceOneFormats) {
     constexpr int kProcesses = 3;
     constexpr int kRecords = 50;
+#ifdef __arm__
+    constexpr int kRounds = 8; // mapping a block is slow under the emulator
+#else
+    constexpr int kRounds = 30;
+#endif
     const SharedCount waiting;
-    for (int round = 0; round < 30; ++round) {
+    for (int round = 0; round < kRounds; ++round) {
         *waiting = kProcesses;
         if (round % 2 == 1) {
             ConfigureSysTrace();
@@ -574,9 +568,7 @@ TEST_F(SysTrace, AProcessThatDoesNotGetOnHoldsNobodyUp) {
         ++*locked;
         ::pause();
     }
-    while (*locked == 0) {
-        ::usleep(1000);
-    }
+    WaitUntil([&] { return *locked > 0; });
     InGoodChild([] {
         ::alarm(20);
         ::freopen("/dev/null", "w", stdout);
@@ -621,32 +613,18 @@ TEST_F(SysTrace, WithoutASegmentTheCallsSayTwelve) {
 }
 
 TEST_F(SysTrace, ThreadsConfigureOneBuffer) {
-    std::vector<std::thread> threads;
-    std::atomic<unsigned char*> first{nullptr};
-    std::atomic<void*> segment{nullptr};
-    std::barrier together(8);
-    threads.reserve(8);
-    for (int t = 0; t < 8; ++t) {
-        threads.emplace_back([&] {
-            together.arrive_and_wait();
-            void* const mapped = ConfigureSysTrace();
-            void* none = nullptr;
-            if (!segment.compare_exchange_strong(none, mapped)) {
-                EXPECT_EQ(none, mapped);
-            }
-            unsigned char* memory = nullptr;
-            GetRTTraceBuffer(&memory);
-            unsigned char* expected = nullptr;
-            if (!first.compare_exchange_strong(expected, memory)) {
-                EXPECT_EQ(expected, memory);
-            }
-            RTTrace(SYSTRACE_ID(1, 0, 1));
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    void* const start = first.load();
+    constexpr std::size_t kThreads = 8;
+    std::array<void*, kThreads> segments{};
+    std::array<unsigned char*, kThreads> blocks{};
+    StartTogether(kThreads, [&](int t) {
+        const auto own = static_cast<std::size_t>(t);
+        segments[own] = ConfigureSysTrace();
+        GetRTTraceBuffer(&blocks[own]);
+        RTTrace(SYSTRACE_ID(1, 0, 1));
+    });
+    EXPECT_EQ(std::set<void*>(segments.begin(), segments.end()).size(), 1U);
+    EXPECT_EQ(std::set<unsigned char*>(blocks.begin(), blocks.end()).size(), 1U);
+    void* const start = blocks[0];
     EXPECT_EQ(static_cast<SysTraceHeader*>(start)->writeIndex, 15U);
 }
 

@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include <Diagnostics/CrashApi.h>
-#include <Diagnostics/EventLog.h>
 #include <Diagnostics/TestHooksApi.h>
 #include <Diagnostics/TraceApi.h>
 
@@ -33,30 +32,13 @@ namespace Nima::Testing {
 
 using namespace Nima::Common::System::OS::Diagnostics;
 
-namespace {
-
-std::wstring g_LastEvent;
-std::string g_LastRecord;
-
-unsigned long OnEvent(EventTypes type, const wchar_t* source, unsigned long id, const wchar_t* file, int line,
-                      const wchar_t* payload) {
-    g_LastEvent = std::to_wstring(type) + L"|" + source + L"|" + std::to_wstring(id) + L"|" + file + L"|" +
-                  std::to_wstring(line) + L"|" + (payload != nullptr ? payload : L"null");
-    return 0;
-}
-
-unsigned long OnVantorEvent(EventTypes /*type*/, unsigned long size, unsigned char* record) {
-    g_LastRecord.assign(reinterpret_cast<char*>(record), size);
-    return 0;
-}
-
-} // namespace
-
 class Hooks : public Sandbox {};
 
 TEST_F(Hooks, TheAsynchronousFailureNeedsCrashModeOne) {
+    EXPECT_EQ(GetCrashMode(), 0);
     EXPECT_EQ(XXX_TestAsyncFail(true), 0);
     SetCrashMode(7);
+    EXPECT_EQ(GetCrashMode(), 7);
     EXPECT_EQ(XXX_TestAsyncFail(true), 7);
     EXPECT_EQ(XXX_TestWaitForAsyncFail(), 7);
     EXPECT_EQ(g_Slept.load(), 0U);
@@ -99,21 +81,6 @@ TEST_F(Hooks, LargeWritesGoThroughEveryLevel) {
         }
     }
     EXPECT_EQ(CountOf(log, data), 10U);
-}
-
-TEST_F(Hooks, EventsOfBothKindsAreLogged) {
-    SetupEventLogCallbacks(OnEvent, OnVantorEvent);
-    EXPECT_EQ(XXX_TestNativeEventLogFeature(1, L"s", 2, L"f", 3), 1);
-    EXPECT_EQ(g_LastEvent, L"1|s|2|f|3|null");
-    EXPECT_EQ(XXX_TestNativeEventVantorLogFeature(4, 5, std::wstring(100, L's').c_str(), L"hashed", L"other"),
-              1);
-    ASSERT_EQ(g_LastRecord.size(), 56U + 512);
-    EXPECT_EQ(g_LastRecord.substr(24, 32), std::string(31, 's') + '\0');
-    EXPECT_EQ(g_LastRecord.substr(56 + 12, 15), std::string("Context,hashed") + '\0');
-    EXPECT_EQ(g_LastRecord.substr(312 + 12, 14), std::string("Context,other") + '\0');
-    EXPECT_EQ(XXX_TestNativeEventVantorLogFeature(4, 5, nullptr, nullptr, nullptr), 1);
-    EXPECT_EQ(g_LastRecord.size(), 56U + 512);
-    EXPECT_EQ(g_LastRecord.substr(56 + 12, 9), std::string("Context,") + '\0');
 }
 
 TEST_F(Hooks, FaultsAreGenerated) {

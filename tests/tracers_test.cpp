@@ -1,12 +1,14 @@
 /// Tracers, the registry and the services, seen through the public interface.
 
 #include "tests/support/Sandbox.h"
+#include "tests/support/TraceDevices.h"
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdarg>
 #include <cstring>
+#include <deque>
 #include <map>
 #include <memory>
 #include <thread>
@@ -48,41 +50,17 @@ std::vector<std::string> Logged(const std::string& file = "log") {
 
 using Texts = std::vector<std::string>;
 
-_TraceConfig Config(std::int32_t type, const wchar_t* name) {
-    _TraceConfig config{};
-    config.type = type;
-    config.name = name;
-    return config;
-}
-
 const unsigned char* Raw(const char* text) {
     return reinterpret_cast<const unsigned char*>(text);
 }
 
-void WriteWarnList(NimaTrace& trace, const char* format, ...) __attribute__((format(printf, 2, 3)));
-void WriteWarnList(NimaTrace& trace, const char* format, ...) {
+using Writer = void (NimaTrace::*)(const char* format, va_list arguments);
+
+/// Through a pointer, since the compiler refuses formats that it sees are none.
+void WriteList(NimaTrace* trace, Writer writer, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    trace.WriteWarn(format, arguments);
-    va_end(arguments);
-}
-
-/// A format in writable memory, as with a host that composes its formats.
-void WriteOwnFormat(NimaTrace& trace, char* format, ...) {
-    va_list arguments;
-    va_start(arguments, format);
-    // Through a pointer, since the compiler insists on a literal if it can see that a format is expected.
-    void (NimaTrace::*const writer)(const char*, va_list) = &NimaTrace::WriteError;
-    (trace.*writer)(format, arguments);
-    va_end(arguments);
-}
-
-void WriteNullFormat(NimaTrace* trace, ...) {
-    va_list arguments;
-    va_start(arguments, trace);
-    // Through a pointer, since the compiler refuses a null format that it can see.
-    void (NimaTrace::*const writer)(const char*, va_list) = &NimaTrace::WriteDebug;
-    (trace->*writer)(nullptr, arguments);
+    (trace->*writer)(format, arguments);
     va_end(arguments);
 }
 
@@ -126,10 +104,10 @@ TEST_F(Tracers, LinesReadAsDocumented) {
     TraceSetEffectiveLevel(0);
     NimaTrace trace("Scanner");
     trace.WriteWarnV("jam at %d", 3);
-    WriteWarnList(trace, "%s", "list");
+    WriteList(&trace, &NimaTrace::WriteWarn, "%s", "list");
     trace.WritePerf(Raw("raw bytes"), 9);
     trace.WriteInfo("tag", Raw("tagged\n"), 7);
-    WriteNullFormat(&trace, 1);
+    WriteList(&trace, &NimaTrace::WriteDebug, nullptr, 1);
     trace.WriteDebugV("%s", "");
     trace.WriteFatal(nullptr, 5);
     trace.WriteFatal(Raw("x"), 0);
@@ -177,11 +155,11 @@ TEST_F(Tracers, AHostsFormatMayCountWhereverItStands) {
         ASSERT_EQ(ConfigureLog(), 0);
         NimaTrace trace("T");
         int before = 0;
-        char tray[] = "tray%n %d";
-        WriteOwnFormat(trace, tray, &before, 3);
+        char tray[] = "tray%n %d"; // in writable memory, as with a host that composes its formats
+        WriteList(&trace, &NimaTrace::WriteError, tray, &before, 3);
         int beforeTheFailure = 0;
         char sheet[] = "sheet%n %ls";
-        WriteOwnFormat(trace, sheet, &beforeTheFailure, L"\x4e2d");
+        WriteList(&trace, &NimaTrace::WriteError, sheet, &beforeTheFailure, L"\x4e2d");
         EXPECT_EQ(before, 4);
         EXPECT_EQ(beforeTheFailure, 5);
     });
@@ -213,32 +191,10 @@ TEST_F(Tracers, ATracerAloneDoesNotKeepTheLogThroughACreation) {
     NimaTrace trace("T");
     trace.WriteErrorV("one");
     EXPECT_EQ(TraceServices::ReleaseDefaultLog(), 2);
-    _TraceConfig config = Config(TRACE_DEVICE_CONSOLE, L"Other");
-    TRACE_DEVICE_HANDLE other = nullptr;
-    ASSERT_EQ(TraceDeviceCreate(&config, &other), 0);
+    TRACE_DEVICE_HANDLE other = CreatedQueue(L"Other");
     EXPECT_EQ(GetTraceDeviceCount(), 1);
     EXPECT_FALSE(trace.Initialized());
     EXPECT_EQ(TraceDeviceRelease(other), 0);
-}
-
-// A host may ask under the tracer's lock, while other threads use the tracer for the first time and create
-// logs.
-TEST_F(Tracers, AskingUnderTheLockNeverWaitsForGood) {
-    for (int round = 0; round < 200; ++round) {
-        NimaTrace trace("T");
-        std::thread asker([&] {
-            trace.lock();
-            trace.Initialized();
-            trace.unlock();
-        });
-        std::thread writer([&] { trace.WriteErrorV("x"); });
-        ASSERT_EQ(ConfigureLog(), 0);
-        asker.join();
-        writer.join();
-        trace.Initialize();
-        EXPECT_TRUE(trace.Initialized());
-        TraceServices::ReleaseDefaultLog();
-    }
 }
 
 // Longer than a writer keeps looking before it queues up.
@@ -281,83 +237,29 @@ TEST_F(Tracers, TheSelfTestUsesTheLibrarysOwnTracer) {
     EXPECT_EQ(Logged(), expected);
 }
 
-// Concurrent first writes, creations, releases and rebinding; every line of the steady writers is in the
-// file.
-TEST_F(Tracers, ThreadsLoseNoLine) {
-    ASSERT_EQ(ConfigureLog(), 0);
-    constexpr int kThreads = 8;
-    constexpr int kLines = 400;
-    NimaTrace shared("shared");
-    std::atomic<int> running{kThreads};
-    std::vector<std::thread> threads;
-    threads.reserve(kThreads);
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            auto own = std::make_unique<NimaTrace>(("own" + std::to_string(t)).c_str());
-            for (int i = 0; i < kLines; ++i) {
-                own->WriteErrorV("%d", i);
-                shared.WriteErrorV("%d of %d", i, t);
-            }
-            own.reset();
-            --running;
-        });
-    }
-    std::thread churn([&] {
-        for (int i = 0; running.load() > 0; ++i) {
-            _TraceConfig config = Config(TRACE_DEVICE_MEMORY_QUEUE, L"Other");
-            TRACE_DEVICE_HANDLE other = nullptr;
-            EXPECT_EQ(TraceDeviceCreate(&config, &other), 0);
-            NimaTrace late("late");
-            EXPECT_TRUE(late.Initialized());
-            TraceSetEffectiveLevel(i % 2 == 0 ? 60000 : 30000);
-            TraceDeviceFlushAll(false);
-            EXPECT_EQ(TraceDeviceRelease(other), 0);
-        }
-    });
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    churn.join();
-    std::map<std::string, int> next;
-    for (const std::string& line : Logged()) {
-        char tracer[16];
-        int number = 0;
-        int of = -1;
-        ASSERT_GE(std::sscanf(line.c_str(), "<ERROR> <%15[^>]> %d of %d", tracer, &number, &of), 2) << line;
-        const std::string stream = tracer + std::to_string(of);
-        EXPECT_EQ(number, next[stream]++) << stream;
-    }
-    EXPECT_EQ(next.size(), 2U * kThreads);
-    for (const auto& [stream, count] : next) {
-        EXPECT_EQ(count, kLines) << stream;
-    }
-}
-
 // A tracer that first writes while the log is being created is bound by one or the other, whichever comes
 // first.
 TEST_F(Tracers, NoTracerIsForgottenWhenTheLogComesUp) {
     for (int round = 0; round < 50; ++round) {
-        std::vector<std::unique_ptr<NimaTrace>> tracers;
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t) {
-            tracers.push_back(std::make_unique<NimaTrace>("T"));
-            threads.emplace_back([trace = tracers.back().get(), t] {
-                if (t % 2 == 0) {
-                    trace->WriteErrorV("first");
-                } else {
-                    trace->Initialized();
-                }
-            });
+        {
+            std::deque<NimaTrace> tracers;
+            Threads threads;
+            for (int t = 0; t < 4; ++t) {
+                threads.emplace_back([&trace = tracers.emplace_back("T"), t] {
+                    if (t % 2 == 0) {
+                        trace.WriteErrorV("first");
+                    } else {
+                        trace.Initialized();
+                    }
+                });
+            }
+            ASSERT_EQ(ConfigureLog(), 0);
+            threads.clear();
+            for (NimaTrace& trace : tracers) {
+                EXPECT_TRUE(trace.Initialized());
+            }
+            TraceServices::ReleaseDefaultLog();
         }
-        ASSERT_EQ(ConfigureLog(), 0);
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        for (const auto& trace : tracers) {
-            EXPECT_TRUE(trace->Initialized());
-        }
-        TraceServices::ReleaseDefaultLog();
-        tracers.clear();
         EXPECT_EQ(GetTraceDeviceCount(), 0);
     }
 }
@@ -365,13 +267,9 @@ TEST_F(Tracers, NoTracerIsForgottenWhenTheLogComesUp) {
 class Registry : public Sandbox {};
 
 TEST_F(Registry, ReferencesAreCountedAsDocumented) {
-    _TraceConfig config = Config(TRACE_DEVICE_CONSOLE, L"A");
-    TRACE_DEVICE_HANDLE first = nullptr;
-    TRACE_DEVICE_HANDLE second = nullptr;
-    ASSERT_EQ(TraceDeviceCreate(&config, &first), 0);
+    TRACE_DEVICE_HANDLE first = Created(DeviceConfig(TRACE_DEVICE_CONSOLE, L"A"));
     // An existing name keeps its device and its class.
-    config.type = TRACE_DEVICE_ROLLING_LOG_FILE;
-    EXPECT_EQ(TraceDeviceCreate(&config, &second), 0);
+    TRACE_DEVICE_HANDLE second = CreatedQueue(L"A");
     EXPECT_EQ(first, second);
     EXPECT_EQ(GetTraceDeviceCount(), 1);
     EXPECT_EQ(TraceDeviceFind(L"A", &second), 4);
@@ -385,15 +283,14 @@ TEST_F(Registry, ReferencesAreCountedAsDocumented) {
 
 TEST_F(Registry, BadArgumentsAreRefusedAndLeaveNothing) {
     TRACE_DEVICE_HANDLE device = nullptr;
-    _TraceConfig config = Config(2, L"A");
+    _TraceConfig config = DeviceConfig(2, L"A");
     for (const int type : {0, 2, 5, -1, 1 << 30}) {
         config.type = type;
         device = reinterpret_cast<TRACE_DEVICE_HANDLE>(&config);
         EXPECT_EQ(TraceDeviceCreate(&config, &device), 22) << type;
         EXPECT_EQ(device == nullptr, type != 0) << "untouched only if nothing was looked up";
     }
-    config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"A");
-    config.settings.rollingLogFile.fileName = L"no/such/folder/log";
+    config = LogConfig(L"A", L"no/such/folder/log");
     device = reinterpret_cast<TRACE_DEVICE_HANDLE>(&config);
     EXPECT_EQ(TraceDeviceCreate(&config, &device), ENOENT);
     EXPECT_EQ(device, nullptr);
@@ -405,7 +302,7 @@ TEST_F(Registry, BadArgumentsAreRefusedAndLeaveNothing) {
 
 // A caller that passes null gets an error and lives.
 TEST_F(Registry, NullIsNoReasonToDie) {
-    _TraceConfig config = Config(TRACE_DEVICE_CONSOLE, nullptr);
+    _TraceConfig config = DeviceConfig(TRACE_DEVICE_CONSOLE, nullptr);
     TRACE_DEVICE_HANDLE device = nullptr;
     EXPECT_EQ(TraceDeviceCreate(nullptr, &device), 22);
     EXPECT_EQ(TraceDeviceCreate(&config, &device), 22);
@@ -439,10 +336,8 @@ TEST_F(Registry, ShutDownClosesAndACreationOpensAgain) {
 }
 
 TEST_F(Registry, PlainCallsTakeLengthsAsDocumented) {
-    _TraceConfig config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"A");
-    config.settings.rollingLogFile = {1 << 20, 0, L"log", true};
-    TRACE_DEVICE_HANDLE log = nullptr;
-    ASSERT_EQ(TraceDeviceCreate(&config, &log), 0);
+    _TraceConfig config = LogConfig(L"A", L"log");
+    TRACE_DEVICE_HANDLE log = Created(config);
     EXPECT_EQ(TraceDeviceFlush(log), 1);
     const std::size_t start = ReadFile("log").size();
     EXPECT_EQ(TraceDeviceWriteRaw(log, "raw", 3), 1);
@@ -489,6 +384,12 @@ TEST_F(Registry, HeadersAndPerformanceTags) {
     TraceFormatPerfTag(buffer, -5, "a", true, "b", "c", "d", "e", "f");
     EXPECT_EQ(buffer, before);
 
+    std::int64_t frequency = 0;
+    std::int64_t counter = 0;
+    GetRTSCDFrequency(&frequency);
+    GetRTSCDValue(&counter);
+    EXPECT_EQ(frequency, 1000000);
+    EXPECT_NE(counter, 0);
     unsigned char identifier[16] = {};
     EXPECT_EQ(CreateUUID(identifier, 15), 22);
     EXPECT_EQ(CreateUUID(identifier, 16), 0);
@@ -559,10 +460,7 @@ TEST_F(Services, AProcessThatJustReturnsLosesNoLine) {
         static NimaTrace global("global");
         global.WriteErrorV("through a static tracer");
         TraceTest(0, "own");
-        _TraceConfig config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"Other");
-        config.settings.rollingLogFile = {1 << 20, 0, L"other", true};
-        static TRACE_DEVICE_HANDLE other = nullptr;
-        ASSERT_EQ(TraceDeviceCreate(&config, &other), 0);
+        static TRACE_DEVICE_HANDLE other = Created(LogConfig(L"Other", L"other"));
         TraceDeviceWrite(other, "never released", -1);
         static NimaTrace* late = leaked;
         std::atexit([] { late->WriteErrorV("from an exit handler"); });
@@ -582,10 +480,7 @@ TEST_F(Services, CancellingAThreadThatTracesLeavesNoLockHeld) {
                 trace.WriteErrorV("x");
                 NimaTrace own("own"); // its end flushes
                 own.WriteErrorV("x");
-                _TraceConfig config = Config(TRACE_DEVICE_ROLLING_LOG_FILE, L"Other");
-                config.settings.rollingLogFile = {1 << 20, 0, L"other", true};
-                TRACE_DEVICE_HANDLE other = nullptr;
-                TraceDeviceCreate(&config, &other);
+                TRACE_DEVICE_HANDLE other = Created(LogConfig(L"Other", L"other"));
                 TraceDeviceWrite(other, "x", 1);
                 TraceDeviceRelease(other);
             }

@@ -6,20 +6,23 @@
 #include "Diagnostics/Triage/StandardTriageCallback.h"
 #include "Diagnostics/Triage/TriageCapture.h"
 #include "platform/Files.h"
+#include "tests/support/OwnRing.h"
 #include "tests/support/Sandbox.h"
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <map>
-#include <regex>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <Diagnostics/CrashApi.h>
 #include <Diagnostics/RealTimeTraceApi.h>
 #include <Diagnostics/RingBufferApi.h>
 #include <Diagnostics/TraceApi.h>
@@ -86,9 +89,7 @@ std::string TraceOf(const std::function<void()>& action) {
     TraceServices::ConfigureDefaultLog(L"trace.log", 1 << 20, 0, true);
     action();
     TraceDeviceFlushAll(false);
-    const std::string log = ReadFile("trace.log");
-    const std::size_t first = log.find('\n') + 1;
-    return std::regex_replace(log.substr(first), std::regex("-?[0-9]+ <0x[0-9a-f]{8}:000> "), "");
+    return LogTexts("trace.log");
 }
 
 const std::string kTracer = "<FATAL> <Nima.Common.System.OS> ";
@@ -240,19 +241,12 @@ class FakeModules : public ModuleSource {
     int closed = 0;
 };
 
+/// The codes of the events since the last call.
 std::vector<std::uint32_t> InternalEvents() {
-    TRACE_RING_HANDLE ring = nullptr;
-    GetTraceRingBuffer(RING_PLATFORM, &ring);
-    RingBufferData records[16];
-    unsigned long copied = 0;
-    GetTraceData(ring, reinterpret_cast<unsigned char*>(records), sizeof(records), &copied);
     std::vector<std::uint32_t> codes;
-    for (const RingBufferData& record : records) {
-        if (record.timestamp != 0) {
-            codes.push_back(record.words[0]);
-        }
+    for (const RingBufferData& record : TakeInternalEvents()) {
+        codes.push_back(record.words[0]);
     }
-    EmptyRingBuffer(ring);
     return codes;
 }
 
@@ -331,15 +325,24 @@ TEST_F(Triage, WideTextIsWrittenPieceByPiece) {
     EXPECT_EQ(write(7, nullptr) + write(7, L"") + write(0, L"x"), "");
 }
 
-TEST_F(Triage, ASignalEndsTheWaitForADebugger) {
-    WaitForDebug(); // not asked for
-    WaitForDebugSetup(1);
-    std::thread debugger([] {
-        ::usleep(20000);
-        ContinueAfterCrash();
+TEST_F(Triage, ADyingProcessWaitsForItsDebuggerAndGoesOnAfterIt) {
+    const std::string output = CapturedOutput([] {
+        const int status = InChild([] {
+            g_CrashLogFile = L"crash.txt";
+            ::alarm(20);
+            WaitForDebugSetup(1);
+            std::thread([] {
+                WaitUntil([] { return CountOf(ReadFile("crash.txt"), "All Done") > 0; });
+                ::usleep(50000);
+                std::printf("debugged;");
+                std::fflush(stdout);
+                ContinueAfterCrash();
+            }).detach();
+            DeviceFatalError(5, "f", 1);
+        });
+        EXPECT_EQ(WEXITSTATUS(status), 5);
     });
-    WaitForDebug();
-    debugger.join();
+    EXPECT_LT(output.find("debugged;"), output.find("AutoRecover")) << output;
 }
 
 TEST_F(Triage, PathsAreSplitAtTheirLastSeparator) {

@@ -11,29 +11,31 @@ namespace Nima::Testing {
 
 class Unloading : public Sandbox {};
 
+namespace {
+
+template <class Function>
+Function* Found(void* library, const char* name) {
+    void* const function = ::dlsym(library, name);
+    EXPECT_NE(function, nullptr) << name;
+    return reinterpret_cast<Function*>(function);
+}
+
+} // namespace
+
 TEST_F(Unloading, TheLastLinesReachTheFileAndNothingStays) {
     void* const library = ::dlopen(NIMA_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(library, nullptr) << ::dlerror();
-    const auto create = reinterpret_cast<decltype(&TraceDeviceCreate)>(::dlsym(library, "TraceDeviceCreate"));
-    const auto write = reinterpret_cast<decltype(&TraceDeviceWrite)>(::dlsym(library, "TraceDeviceWrite"));
-    const auto release =
-        reinterpret_cast<decltype(&TraceDeviceRelease)>(::dlsym(library, "TraceDeviceRelease"));
-    const auto test = reinterpret_cast<decltype(&TraceTest)>(::dlsym(library, "TraceTest"));
     // TraceServices::ConfigureDefaultLog; nobody ever releases what its holder holds.
-    const auto configure = reinterpret_cast<int (*)(const wchar_t*, unsigned, unsigned, bool)>(::dlsym(
-        library, "_ZN4Nima6Common6System2OS11Diagnostics13TraceServices19ConfigureDefaultLogEPKwjjb"));
-    ASSERT_TRUE(configure != nullptr);
-    ASSERT_TRUE(create != nullptr && write != nullptr && release != nullptr && test != nullptr);
-    _TraceConfig config{};
-    config.type = TRACE_DEVICE_ROLLING_LOG_FILE;
-    config.name = L"LogFile";
-    config.settings.rollingLogFile = {1 << 20, 0, L"log", true};
-    ASSERT_EQ(configure(L"log", 1 << 20, 0, true), 0);
+    ASSERT_EQ(
+        Found<int(const wchar_t*, unsigned, unsigned, bool)>(
+            library, "_ZN4Nima6Common6System2OS11Diagnostics13TraceServices19ConfigureDefaultLogEPKwjjb")(
+            L"log", 1 << 20, 0, true),
+        0);
     TRACE_DEVICE_HANDLE log = nullptr;
-    ASSERT_EQ(create(&config, &log), 0);
-    write(log, "the last line", -1);
-    test(0, "x");
-    release(log);
+    ASSERT_GT(Found<decltype(TraceDeviceFind)>(library, "TraceDeviceFind")(L"LogFile", &log), 0);
+    Found<decltype(TraceDeviceWrite)>(library, "TraceDeviceWrite")(log, "the last line", -1);
+    Found<decltype(TraceTest)>(library, "TraceTest")(0, "x");
+    Found<decltype(TraceDeviceRelease)>(library, "TraceDeviceRelease")(log);
     EXPECT_EQ(CountOf(ReadFile("log"), "the last line"), 0U) << "still in the buffer";
     ASSERT_EQ(::dlclose(library), 0);
     EXPECT_EQ(CountOf(ReadFile("log"), "the last line\r\n"), 1U);

@@ -1,11 +1,15 @@
 #include "tests/support/Sandbox.h"
 
 #include <algorithm>
+#include <barrier>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
+#include <regex>
 #include <sstream>
 
 #include <fcntl.h>
@@ -70,6 +74,18 @@ std::size_t CountOf(const std::string& text, const std::string& part) {
     return count;
 }
 
+std::uint32_t WordAt(const std::string& bytes, std::size_t offset) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes.data() + offset, sizeof(word));
+    return word;
+}
+
+std::string LogTexts(const std::string& path) {
+    const std::string log = ReadFile(path);
+    return std::regex_replace(log.substr(log.find('\n') + 1), std::regex("-?[0-9]+ <0x[0-9a-f]{8}:000> "),
+                              "");
+}
+
 std::string CapturedOutput(const std::function<void()>& action) {
     char name[] = "/tmp/nimaoutXXXXXX";
     const int file = ::mkstemp(name);
@@ -119,6 +135,24 @@ void KilledMidway(const std::function<void(const std::function<void()>& underWay
     ::waitpid(child, &status, 0);
     ::close(ready[0]);
     ::close(ready[1]);
+}
+
+Threads StartTogether(int count, const std::function<void(int number)>& action) {
+    const auto together = std::make_shared<std::barrier<>>(count);
+    Threads threads;
+    for (int number = 0; number < count; ++number) {
+        threads.emplace_back([=] {
+            together->arrive_and_wait();
+            action(number);
+        });
+    }
+    return threads;
+}
+
+void WaitUntil(const std::function<bool()>& holds) {
+    while (!holds()) {
+        ::usleep(1000);
+    }
 }
 
 TinyDisk::TinyDisk(const std::string& path, int kilobytes) : path_(path) {

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -28,6 +31,9 @@ bool Exists(const std::string& path);
 std::vector<std::string> Listing(const std::string& directory);
 std::vector<std::string> Lines(const std::string& text);
 std::size_t CountOf(const std::string& text, const std::string& part);
+std::uint32_t WordAt(const std::string& bytes, std::size_t offset);
+/// The lines of a log without their headers, and without its first one, the calibration line.
+std::string LogTexts(const std::string& path);
 
 /// What the action prints to standard output, down to the file descriptor.
 std::string CapturedOutput(const std::function<void()>& action);
@@ -41,6 +47,11 @@ void InGoodChild(const std::function<void()>& action);
 /// Runs an endless action in a child process, and kills it with signal 9 some time after the action has
 /// called its argument.
 void KilledMidway(const std::function<void(const std::function<void()>& underWay)>& action);
+
+using Threads = std::vector<std::jthread>; ///< joined when they go
+/// So many threads that begin the action together, each with its number, from 0 on.
+Threads StartTogether(int count, const std::function<void(int number)>& action);
+void WaitUntil(const std::function<bool()>& holds);
 
 /// Mounts a small tmpfs on a directory made for it and unmounts it at the end; `mounted()` is false if the
 /// machine does not allow that.

@@ -8,6 +8,8 @@
 /// A run prints its seed; the same seed dies in the same ways again, though not at the same instructions. The
 /// exit status is 0 if every death was as it must be.
 
+#include "tests/support/StackTraces.h"
+
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -27,14 +29,11 @@
 #include <thread>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
-#include <netinet/in.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -46,6 +45,8 @@
 #include <Diagnostics/TraceServices.h>
 
 using namespace Nima::Common::System::OS::Diagnostics;
+using Nima::Testing::IsFrame;
+using Nima::Testing::NotificationPort;
 
 namespace {
 
@@ -209,8 +210,7 @@ void FaultWithoutStandardDescriptors() {
 }
 
 void FaultInFourThreads() {
-    std::vector<std::thread> threads;
-    threads.reserve(4);
+    std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
             while (!g_Go) {
@@ -219,9 +219,6 @@ void FaultInFourThreads() {
         });
     }
     g_Go = true;
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
 }
 
 void ThrowForNobody() {
@@ -287,36 +284,17 @@ constexpr Way kWays[] = {
 
 // ---- who watches it
 
-class NotificationPort {
-  public:
-    NotificationPort() : socket_(::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(65429);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        if (::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) {
-            std::perror("torture: the notification port");
-            std::exit(2);
+/// The numbers of a process's files that were announced, in order.
+std::vector<int> Announced(const NotificationPort& port, pid_t process) {
+    const std::regex name("/stacktrace" + std::to_string(process) + "-([0-9]+)\\.txt\r\n");
+    std::vector<int> numbers;
+    for (const std::string& text : port.Received()) {
+        if (std::smatch match; std::regex_search(text, match, name)) {
+            numbers.push_back(std::stoi(match[1]));
         }
     }
-
-    /// The numbers of a process's files that were announced, in order.
-    std::vector<int> Announced(pid_t process) const {
-        std::vector<int> numbers;
-        char buffer[512];
-        for (ssize_t count = 0; (count = ::recv(socket_, buffer, sizeof(buffer), MSG_DONTWAIT)) >= 0;) {
-            const std::string text(buffer, static_cast<std::size_t>(count));
-            const std::regex name("/stacktrace" + std::to_string(process) + "-([0-9]+)\\.txt\r\n");
-            if (std::smatch match; std::regex_search(text, match, name)) {
-                numbers.push_back(std::stoi(match[1]));
-            }
-        }
-        return numbers;
-    }
-
-  private:
-    int socket_;
-};
+    return numbers;
+}
 
 struct Death {
     pid_t process = 0;
@@ -366,12 +344,10 @@ Death Die(const Way& way, int threads, milliseconds delay) {
 }
 
 std::string FramesProblem(const std::string& path, bool isReport) {
-    static const std::regex frame(
-        "0x[0-9a-f]+:( \\(.*\\+0x[0-9a-f]+\\)| -- error: unable to obtain symbol name for this frame)");
     std::ifstream in(path);
     int frames = 0;
     for (std::string line; std::getline(in, line);) {
-        if (line.rfind("0x", 0) == 0 && (line.size() == 98 || std::regex_match(line, frame))) {
+        if (line.starts_with("0x") && IsFrame(line)) {
             ++frames;
         } else if (!isReport) {
             return std::string(path).append(" contains a line that is not a frame: ").append(line);
@@ -384,7 +360,7 @@ std::string FramesProblem(const std::string& path, bool isReport) {
 }
 
 /// What is wrong with a death, or nothing.
-std::string Problem(const Way& way, const Death& death, NotificationPort& port) {
+std::string Problem(const Way& way, const Death& death, const NotificationPort& port) {
     if (death.hung) {
         return "hangs";
     }
@@ -407,7 +383,7 @@ std::string Problem(const Way& way, const Death& death, NotificationPort& port) 
             }
         }
     }
-    std::vector<int> announced = port.Announced(death.process);
+    const std::vector<int> announced = Announced(port, death.process);
     if (std::strcmp(way.name, "no-folder") == 0) {
         return announced.size() == 2
                    ? ""
@@ -458,7 +434,7 @@ int Torture(int count, char** arguments) {
         return 2;
     }
     std::mt19937_64 random(options.seed);
-    NotificationPort port;
+    const NotificationPort port;
     char home[] = "/tmp/torXXXXXX";
     if (::mkdtemp(home) == nullptr) {
         std::perror("torture");
@@ -505,7 +481,8 @@ int Torture(int count, char** arguments) {
 int main(int count, char** arguments) {
     try {
         return Torture(count, arguments);
-    } catch (...) {
+    } catch (const std::exception& problem) {
+        std::fprintf(stderr, "torture: %s\n", problem.what());
         return 2;
     }
 }
