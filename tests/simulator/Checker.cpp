@@ -10,6 +10,7 @@
 #include "tools/story/Story.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <string>
@@ -225,6 +226,15 @@ Verdict Check(const std::string& folder, const Files& files, const Truth& truth,
         }
     }
     return verdict;
+}
+
+Verdict StoreAndCheck(const std::string& folder, World& world, Strictness strictness) {
+    world.truth.clocks = world.device.Clocks();
+    world.truth.dateDelay = world.device.LongestDateDelay();
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+    world.files.Store(folder);
+    return Check(folder, world.files, world.truth, strictness);
 }
 
 } // namespace Simulator

@@ -64,5 +64,7 @@ enum class Strictness : unsigned char { kEverything, kOnlyExact };
 /// Reads the folder as nima-post does, once as a whole and once log by log, and compares what is said with
 /// the truth. The files are those that were stored there.
 Verdict Check(const std::string& folder, const Files& files, const Truth& truth, Strictness strictness);
+/// Stores a world's files in the folder, which is made anew, and checks it.
+Verdict StoreAndCheck(const std::string& folder, World& world, Strictness strictness);
 
 } // namespace Simulator

@@ -22,8 +22,10 @@
 #include "tests/simulator/Fleet.h"
 #include "tests/simulator/Scenarios.h"
 #include "tests/simulator/World.h"
+#include "tools/base/CommandLine.h"
 
 #include <chrono>
+#include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -32,12 +34,14 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
 namespace {
 
 using namespace Simulator;
 
 struct Options {
-    bool main = true;
+    std::string set = "main";
     std::uint64_t folders = 1000;
     std::int64_t seconds = INT64_MAX;
     std::uint64_t seed = 1;
@@ -45,6 +49,8 @@ struct Options {
     std::string keep;
     std::string fleet;
     std::size_t bytes = std::size_t{1} << 20;
+
+    bool Main() const { return set == "main"; }
 };
 
 struct Tally {
@@ -77,38 +83,25 @@ struct Tally {
 };
 
 [[noreturn]] void Refuse(const std::string& why) {
-    std::fprintf(stderr, "simulator: %s; see the head of tests/simulator/simulator.cpp\n", why.c_str());
+    std::fprintf(stderr, "simulator: %s\n", why.c_str());
     std::exit(2);
 }
 
 Options Parse(int argc, char** argv) {
     Options options;
-    for (int i = 1; i < argc; i += 2) {
-        const std::string name = argv[i];
-        if (i + 1 >= argc) {
-            Refuse(name + " needs a value");
-        }
-        const std::string value = argv[i + 1];
-        const auto number = [&] { return std::strtoull(value.c_str(), nullptr, 10); };
-        if (name == "--set" && (value == "main" || value == "second")) {
-            options.main = value == "main";
-        } else if (name == "--folders") {
-            options.folders = number();
-        } else if (name == "--seconds") {
-            options.seconds = static_cast<std::int64_t>(number());
-        } else if (name == "--seed") {
-            options.seed = number();
-        } else if (name == "--scenario") {
-            options.scenario = value;
-        } else if (name == "--keep") {
-            options.keep = value;
-        } else if (name == "--fleet") {
-            options.fleet = value;
-        } else if (name == "--bytes") {
-            options.bytes = static_cast<std::size_t>(number());
-        } else {
-            Refuse(std::string("not understood: ").append(name).append(" ").append(value));
-        }
+    CLI::App app("What each option means: the head of tests/simulator/simulator.cpp");
+    NimaPost::AddOption(app, "--set", options.set, "").OneOf({"main", "second"});
+    NimaPost::AddOption(app, "--folders", options.folders, "");
+    NimaPost::AddOption(app, "--seconds", options.seconds, "");
+    NimaPost::AddOption(app, "--seed", options.seed, "");
+    NimaPost::AddOption(app, "--scenario", options.scenario, "");
+    NimaPost::AddOption(app, "--keep", options.keep, "");
+    NimaPost::AddOption(app, "--fleet", options.fleet, "");
+    NimaPost::AddOption(app, "--bytes", options.bytes, "");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        std::exit(app.exit(error) == 0 ? 0 : 2);
     }
     return options;
 }
@@ -147,15 +140,10 @@ void StoreTruth(const std::string& path, const Truth& truth, const Verdict& verd
 
 Verdict RunFolder(const Options& options, const Scenario& scenario, std::uint64_t seed,
                   const std::string& folder) {
-    World world(seed, scenario.name, options.main ? Delays::Main() : Delays::Second());
+    World world(seed, scenario.name, options.Main() ? Delays::Main() : Delays::Second());
     scenario.play(world);
-    world.truth.clocks = world.device.Clocks();
-    world.truth.dateDelay = world.device.LongestDateDelay();
-    std::filesystem::remove_all(folder);
-    std::filesystem::create_directories(folder);
-    world.files.Store(folder);
-    Verdict verdict = Check(folder, world.files, world.truth,
-                            options.main ? Strictness::kEverything : Strictness::kOnlyExact);
+    Verdict verdict =
+        StoreAndCheck(folder, world, options.Main() ? Strictness::kEverything : Strictness::kOnlyExact);
     if (verdict.Failed() && !options.keep.empty()) {
         const std::string kept = options.keep + "/" + std::string(scenario.name) + "-" + std::to_string(seed);
         std::filesystem::create_directories(kept);
@@ -191,19 +179,17 @@ bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tall
             tally.failed > tolerated || tally.foldersWith[static_cast<std::size_t>(Fault::kUnlikely)] >
                                             tolerate(scenario.expectedUnlikely);
         fine = fine && !tooMany;
-        std::printf("%-20s %7llu %6llu %9llu", std::string(scenario.name).c_str(),
-                    static_cast<unsigned long long>(tally.folders),
-                    static_cast<unsigned long long>(tally.failed),
-                    static_cast<unsigned long long>(tolerated));
+        std::printf("%-20s %7" PRIu64 " %6" PRIu64 " %9" PRIu64, std::string(scenario.name).c_str(),
+                    tally.folders, tally.failed, tolerated);
         PrintShare(tally.lines.bounded, tally.lines.all);
         PrintShare(tally.records.bounded, tally.records.all);
         PrintShare(tally.crashes.bounded, tally.crashes.all);
         PrintShare(tally.lines.inProcess + tally.records.inProcess, tally.lines.all + tally.records.all);
-        std::printf(" %6llu ", static_cast<unsigned long long>(tally.splits));
+        std::printf(" %6" PRIu64 " ", tally.splits);
         for (std::size_t fault = 0; fault < kFaults; ++fault) {
             if (tally.foldersWith[fault] > 0) {
-                std::printf(" %s %llu", std::string(NameOf(static_cast<Fault>(fault))).c_str(),
-                            static_cast<unsigned long long>(tally.foldersWith[fault]));
+                std::printf(" %s %" PRIu64, std::string(NameOf(static_cast<Fault>(fault))).c_str(),
+                            tally.foldersWith[fault]);
             }
         }
         std::printf("%s\n", tooMany ? "  FAILED" : "");
@@ -242,7 +228,6 @@ int main(int argc, char** argv) {
         }
     }
     std::filesystem::remove_all(folder);
-    std::printf("seed %llu, %s set\n", static_cast<unsigned long long>(options.seed),
-                options.main ? "main" : "second");
-    return Print(scenarios, tallies, options.main) ? 0 : 1;
+    std::printf("seed %" PRIu64 ", %s set\n", options.seed, options.set.c_str());
+    return Print(scenarios, tallies, options.Main()) ? 0 : 1;
 }

@@ -9,6 +9,7 @@
 #include "tests/simulator/Scenarios.h"
 #include "tests/simulator/TraceBlock.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/TraceDevices.h"
 
 #include <algorithm>
 #include <cstring>
@@ -70,12 +71,8 @@ class Twins {
           model_(world, process_, settings),
           wide_(settings.name.begin(), settings.name.end()) {
         real_.SetFileName(wide_);
-        config_.type = TRACE_DEVICE_ROLLING_LOG_FILE;
-        config_.name = L"log";
-        config_.settings.rollingLogFile.maxFileSize = static_cast<unsigned>(settings.maximum);
-        config_.settings.rollingLogFile.maxRollCount = static_cast<unsigned>(settings.backups);
-        config_.settings.rollingLogFile.fileName = wide_.c_str();
-        config_.settings.rollingLogFile.append = settings.append;
+        config_ = LogConfig(L"log", wide_.c_str(), static_cast<unsigned>(settings.maximum),
+                            static_cast<unsigned>(settings.backups), settings.append);
         Open();
     }
     Twins(const Twins&) = delete;
@@ -325,19 +322,6 @@ TEST_F(SimulatedMemory, RingsAreThoseOfTheLibraryByteForByte) {
     EXPECT_EQ(ReadFile("rings.txt"), world.files.Open("rings.txt")->content);
 }
 
-TEST(Simulator, WritesTheSameFolderAgainFromTheSameSeed) {
-    for (const Scenario& scenario : AllScenarios()) {
-        std::map<std::string, std::string> first;
-        for (int go = 0; go < 2; ++go) {
-            World world(7, scenario.name, Delays::Main());
-            scenario.play(world);
-            EXPECT_FALSE(world.truth.stamps.empty()) << scenario.name;
-            EXPECT_TRUE(go == 0 || ContentOf(world.files) == first) << scenario.name;
-            first = ContentOf(world.files);
-        }
-    }
-}
-
 TEST_F(Checked, WhatIsTrueHasNoFault) {
     EXPECT_EQ(Faults(), List{});
     for (Claim& claim : claims) { // true as well, if less
@@ -446,6 +430,26 @@ TEST_F(Checked, ATornLineIsNotExpectedOfAReader) {
 }
 
 class CheckedFolder : public Sandbox {};
+
+// Of some scenarios a few folders in a thousand cannot be told; of these here one at the most.
+TEST_F(CheckedFolder, IsTheSameAgainFromTheSameSeedAndItsTruthIsTold) {
+    std::string failed;
+    Verdict::Share told;
+    for (const Scenario& scenario : AllScenarios()) {
+        World world(7, scenario.name, Delays::Main());
+        World again(7, scenario.name, Delays::Main());
+        scenario.play(world);
+        scenario.play(again);
+        EXPECT_FALSE(world.truth.stamps.empty()) << scenario.name;
+        EXPECT_TRUE(ContentOf(world.files) == ContentOf(again.files)) << scenario.name;
+        const Verdict verdict = StoreAndCheck("folder", world, Strictness::kEverything);
+        failed += verdict.Failed() ? std::string(scenario.name).append(" ") : "";
+        told.all += verdict.lines.all + verdict.records.all;
+        told.inProcess += verdict.lines.inProcess + verdict.records.inProcess;
+    }
+    EXPECT_LE(CountOf(failed, " "), 1U) << failed;
+    EXPECT_GT(told.inProcess * 10, told.all * 9) << "what tells nothing tells nothing false";
+}
 
 TEST_F(CheckedFolder, IsReadAsAWhole) {
     World world(3, "folder", Delays::None());
