@@ -1,4 +1,4 @@
-# Compares the plain names that the library exports with the list beside this file. Allows no C++ symbols except those
+# Compares the plain names that the library exports with cmake/exports.txt. Allows no C++ symbols except those
 # of the exported classes. All have a version, but for the hooks that a host may replace.
 cmake_policy(VERSION 3.25)
 execute_process(COMMAND ${NM} -D --defined-only --format=posix ${LIBRARY} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
