@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -129,8 +130,8 @@ void MustWork(bool worked, const char* what) {
     }
 }
 
-/// Runs a device to its end, in its folder.
-void Run(const std::string& folder, const std::function<void()>& device) {
+/// Lets a device run in its folder.
+pid_t Run(const std::string& folder, const std::function<void()>& device) {
     ::mkdir(folder.c_str(), 0777);
     const pid_t child = ::fork();
     MustWork(child >= 0, "field_cases: fork");
@@ -141,23 +142,28 @@ void Run(const std::string& folder, const std::function<void()>& device) {
         device();
         ::_exit(0);
     }
-    ::waitpid(child, nullptr, 0);
+    return child;
 }
 
 } // namespace
 
 int main() {
-    Run("crashed", Crash);
-    Run("hung", Hang);
-    for (int start = 0; start < 4; ++start) {
-        Run("restarting", FailsToStart);
-        std::this_thread::sleep_for(milliseconds(1200));
-    }
-    Run("slow", Slow);
-    Run("healthy", Healthy);
+    std::vector<pid_t> devices = {Run("crashed", Crash), Run("hung", Hang), Run("slow", Slow),
+                                  Run("healthy", Healthy)};
     ::mkdir("bundle", 0777);
     for (int unit = 1; unit <= 10; ++unit) {
-        Run("bundle/unit-" + std::to_string(unit), unit == 4 ? Crash : unit == 7 ? FailsToStart : Healthy);
+        devices.push_back(Run("bundle/unit-" + std::to_string(unit), unit == 4   ? Crash
+                                                                     : unit == 7 ? FailsToStart
+                                                                                 : Healthy));
+    }
+    for (int start = 0; start < 4; ++start) {
+        if (start > 0) {
+            std::this_thread::sleep_for(milliseconds(1200));
+        }
+        ::waitpid(Run("restarting", FailsToStart), nullptr, 0);
+    }
+    for (const pid_t device : devices) {
+        ::waitpid(device, nullptr, 0);
     }
     return 0;
 }
