@@ -42,6 +42,8 @@ struct LogPart {
     /// Its writer may have gone on at the file's start, or another written it over, without a sign.
     bool mayHideOlder = false;
     bool beginsInside = false; ///< its first line has no header: the message began before it
+    /// It begins a file after a backup; that message is the backup's last one. Else it is lost.
+    bool followsBackup = false;
     std::vector<ClockMark> marks;
     std::optional<LineStamp> calibration; ///< the line that it begins with
     std::optional<RawDate> date;          ///< of that line, if it is of use
