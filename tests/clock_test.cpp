@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -86,11 +87,13 @@ struct Logs {
     LogSet set;
     std::vector<LogEntry> entries; ///< without views into the files
 
-    explicit Logs(const std::vector<std::string>& paths) {
+    explicit Logs(const std::vector<std::string>& paths,
+                  const std::optional<CollectedMoment>& collected = std::nullopt) {
         Evidence evidence = ReadEvidence(paths, InputLimits(), true);
         for (Device& device : evidence.devices) {
             set.Add(device);
         }
+        set.SetCollected(collected);
         set.Arrange();
         set.ForEach([&](const LogEntry& entry) {
             messages.emplace_back(entry.line.message);
@@ -531,6 +534,17 @@ TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShow
     EXPECT_TRUE(Has(logs.set.Sources()[0].findings.remarks, "rewound"));
     EXPECT_EQ(logs.entries.front().part->threads, std::vector<std::uint32_t>{3});
     EXPECT_EQ(logs.set.Processes().size(), 1U);
+    // Where the newest lines end for certain, their date bounds older ones as long as the rounds are what
+    // they seem. A manifest bounds them in any case.
+    log = round(300, 3, 0);
+    const std::string newest = round(40, 1, 0);
+    WriteFile("a.log", newest + log.substr(log.find(":000>", newest.size()) - 3));
+    const std::int64_t moment = time + 49 * kSecond;
+    const Certainty older = Logs({"a.log"}).entries[1].certainty;
+    EXPECT_EQ(older.LikelyLater(), 3);
+    EXPECT_EQ(older.premise, Certainty::Premise::kRoundsAsFound);
+    const Logs collected({"a.log"}, CollectedMoment{CounterAt(moment), moment + offset, offset});
+    EXPECT_EQ(collected.entries[1].certainty.ProvenLater(), 52);
 }
 
 TEST_F(LogTimes, OfARewoundLogThatGoesOnInsideACounterAreInTheirOrder) {

@@ -80,10 +80,8 @@ struct LogPart {
     /// Threads of the process before that write on: two processes share the file.
     std::vector<std::uint32_t> others;
     std::optional<std::size_t> othersProcess;
-    /// On the run's axis: all lines of the part are earlier.
+    /// On the run's axis: all lines of the part are earlier, if the certainty's premise holds.
     std::optional<std::int64_t> notAfter;
-    /// On the run's axis: they are so, unless the clock was set since.
-    std::optional<std::int64_t> likelyNotAfter;
     /// On the run's axis: when another log shows that the wall clock was set. Later lines may be on either
     /// clock.
     std::optional<std::int64_t> setAfter;

@@ -328,9 +328,6 @@ std::optional<LikelyBound> LogSet::LikelyBoundOf(const LogEntry& entry) const {
     if (!entry.hasTime || !entry.part->process || entry.certainty.later != Certainty::kUnbounded) {
         return std::nullopt;
     }
-    if (const auto& notAfter = entry.part->likelyNotAfter) {
-        return before(OriginOf(runs_[entry.part->run]) + *notAfter, "rounds-as-found");
-    }
     if (entry.certainty.earlier == Certainty::kUnbounded) {
         return std::nullopt;
     }
