@@ -781,7 +781,7 @@ TEST_F(LogTimes, OfAFollowedLogAreMovedByNothingThatAMessageHolds) {
     const auto follow = [&](const std::vector<std::string>& pieces) {
         WriteFile("a.log", log);
         LogFollower follower("a.log");
-        FollowClock clock("a.log");
+        FollowClock clock("a.log", follower.Position());
         std::vector<LogEntry> entries;
         for (std::string content = log; const std::string& piece : pieces) {
             WriteFile("a.log", content += piece);

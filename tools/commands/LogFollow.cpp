@@ -100,7 +100,7 @@ int FollowLog(Context& context, const std::string& path, LogFilter& filter) {
         return ReportUnopened(context, problem);
     }
     context.paged = false;
-    FollowClock clock(path);
+    FollowClock clock(path, follower.Position());
     FollowedLines lines(context, path);
     const LogPart nowhere;
     ShownLines shown(filter, [&](const LogEntry& entry) { lines.Print(entry); });

@@ -20,7 +20,7 @@ bool EndsAsADeviceDoes(std::string_view firstLine) {
 
 } // namespace
 
-FollowClock::FollowClock(const std::string& path) {
+FollowClock::FollowClock(const std::string& path, std::uint64_t from) {
     LogSet logs;
     std::string problem;
     auto file = InputFile::Open(path, problem);
@@ -36,7 +36,7 @@ FollowClock::FollowClock(const std::string& path) {
         state_.threads.assign(threads.begin(), threads.end());
     }
     logs.ForEachPart([&](const LogPart& part) {
-        if (part.calibration && openings_.size() < kMostOpenings) {
+        if (part.calibration && part.begin < from && openings_.size() < kMostOpenings) {
             openings_.emplace(part.calibration->counter, part.calibration->thread);
         }
     });

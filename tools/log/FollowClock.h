@@ -19,8 +19,9 @@ namespace NimaPost {
 /// just come. That the machine's clock is the device's is an assumption.
 class FollowClock {
   public:
-    /// Reads what is in the file so far, if there is one.
-    explicit FollowClock(const std::string& path);
+    /// Reads what is in the file so far, if there is one. What stands at `from` and after it is still to
+    /// come.
+    FollowClock(const std::string& path, std::uint64_t from);
 
     /// Sets the time of an entry, the line taken apart, if a calibration line was seen. What stands in a
     /// message loses its header. `now` is local time, as dates of the log are.

@@ -31,7 +31,7 @@ struct LogEntry {
     Certainty certainty;
     std::optional<std::size_t> boot;    ///< from 1
     std::optional<std::size_t> process; ///< from 1
-    /// Has no header: belongs to the line before. At a part's start that is lost.
+    /// Has no header, and belongs to the line before. False at a part's start, where that is lost.
     bool continued = false;
 };
 

@@ -28,6 +28,9 @@ class LogFollower {
     /// Hands over the lines that have come since the last call. True if there were any.
     bool Poll(const Visitor& visitor);
 
+    /// Where the next line begins.
+    std::uint64_t Position() const { return position_; }
+
     /// Why the system refused to read the log as it is now, "Input/output error" for example; empty if it
     /// never did.
     std::string ReadError() const { return file_ ? file_->ReadError() : std::string(); }
