@@ -771,10 +771,10 @@ TEST_F(LogTimes, OfAFollowedLogAreMovedByNothingThatAMessageHolds) {
         Calibration(kBoot, kBoot + offset, 7) + Line(kBoot + 600 * kMillisecond, "<WARN> <A> one", 2);
     const std::int64_t read = kBoot + 40 * kSecond + 605 * kMillisecond;
     const std::string holder = Line(read, "<WARN> <A> read:", 2);
-    // Of another device, half a minute after the last line.
+    // Of another device, after the last line.
     const std::int64_t other = kBoot + 100 * kSecond + 3 * kMillisecond;
-    const std::string quote = Calibration(other, read - 10 * kSecond + offset, 0x80000001) +
-                              Line(other + kMillisecond, "<WARN> <B> quoted", 0x80000001);
+    const std::string quote = Calibration(other, read + 2 * kMillisecond + offset, 0x80000001) +
+                              Line(other + 20 * kMillisecond, "<WARN> <B> quoted", 0x80000001);
     const std::string after = Line(read + 8 * kMillisecond, "<WARN> <A> after", 2);
     const std::int64_t now = read + 9 * kMillisecond + offset;
     /// The log grows by these; what is read at once is told together.
