@@ -4,6 +4,7 @@
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
@@ -196,6 +197,77 @@ TEST_F(Timeline, TellsTheSameAsAPerfettoTrace) {
     }
     const PerfettoReading undated = Compare(0);
     EXPECT_EQ(Sum(undated, "ring events per second: Panel"), 3U);
+}
+
+TEST_F(Timeline, TellsALogThatBeginsInAMessageAsItsLinesStand) {
+    const auto calibration = [](const char* front, const char* date) {
+        return std::string(front) + ":000> <CAL> <Trace> Calibration freq=1000000, now=" + date +
+               ", type=qpc\r\n";
+    };
+    // A round that went on at the file's start, up to the middle of an older one's header.
+    std::string log = calibration("554000002 <0x00000001", "01261024163140.54000") +
+                      "551000002 <0x00000001:000> <WARN> <Engine> filled it\r\n"
+                      "600000002 <0x00000002:000> <WARN> <Engine> new\r\n"
+                      "0001:000> <WARN> <Engine> lost\r\nand its second line\r\n";
+    for (int i = 0; i < 300; ++i) {
+        log += std::to_string(300'000'003 + i * 1'000'000) + " <0x0000000" + std::to_string(1 + i % 2) +
+               ":000> <WARN> <Engine> old\r\n";
+    }
+    std::filesystem::create_directory("unit");
+    WriteFile("unit/device.log", log);
+    WriteFile("unit/other.log", calibration("800000002 <0x40000001", "01261024163135.34464") +
+                                    "900000002 <0x40000001:000> <WARN> <Other> between\r\n");
+    WriteFile("unit/crash.txt", kCrashLog);
+    const auto told = [](const Json& lines, const char* text) {
+        Json all = Json::array();
+        for (const Json& line : lines) {
+            all.push_back({line[text], line["time"], line["certainty"], line["process"], line["overwritten"],
+                           line.value("thread", Json()), line.value("continues", false)});
+        }
+        return all;
+    };
+    Json shown = Post({"show", "unit", "--json"}).Parsed();
+    EXPECT_EQ(shown["events"].back()["kind"], "crash");
+    shown["events"].erase(shown["events"].end() - 1);
+    const Json logged = Post({"log", "unit/device.log", "unit/other.log", "--json"}).Parsed();
+    const Json events = told(shown["events"], "text");
+    EXPECT_EQ(events, told(logged["lines"], "message"));
+    EXPECT_EQ(events[1][0], "between");
+    EXPECT_EQ(events[2],
+              Json::parse(R"(["0001:000> <WARN> <Engine> lost", null, "assumed", 2, true, null, false])"));
+    EXPECT_EQ(events[3], Json::parse(R"(["and its second line", null, "assumed", 2, true, null, true])"));
+    EXPECT_EQ(shown["events"][4]["assuming"], "rounds-as-found");
+    for (const std::vector<std::string>& call :
+         {std::vector<std::string>{"show", "unit"}, {"log", "unit/device.log"}}) {
+        std::vector<std::string> wanted = call;
+        wanted.insert(wanted.end(), {"--format", "short", "--grep", "second"});
+        EXPECT_EQ(Post(wanted).output, "0001:000> <WARN> <Engine> lost\nand its second line\n");
+    }
+    // What has no time is no end of a process; what has one has the same mark everywhere.
+    const Json summary = Post({"summary", "unit", "--json"}).Parsed();
+    std::size_t ends = 0;
+    for (const Json& process : summary["processes"]) {
+        for (const char* const end : {"first", "last"}) {
+            for (const Json& event : shown["events"]) {
+                if (event["process"] == process["process"] && event["time"] == process[end]) {
+                    EXPECT_EQ(process[std::string(end) + "_certainty"], event["certainty"]) << event;
+                    ++ends;
+                }
+            }
+        }
+    }
+    EXPECT_EQ(ends, 4U);
+    EXPECT_NE(Post({"summary", "unit"}).output.find(" ~< to "), std::string::npos);
+
+    const PerfettoReading trace = Compare(kFirstDate + 34'980'464'000);
+    ASSERT_EQ(trace.instants.size(), events.size() + 1);
+    const auto lost = std::find_if(trace.instants.begin(), trace.instants.end(), [](const Json& instant) {
+        return instant["args"]["message"] == "and its second line";
+    });
+    ASSERT_LT(lost, trace.instants.end() - 1);
+    EXPECT_EQ((*lost)["time"], (*(lost + 1))["time"]);
+    EXPECT_EQ((*lost)["thread"], "no thread");
+    EXPECT_EQ((*lost)["args"]["time"], "unknown, put in front of the line after it");
 }
 
 TEST_F(Timeline, WritesOverItsOwnPerfettoTracesAndPassesThemOver) {

@@ -28,6 +28,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -197,14 +198,8 @@ bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tall
     return fine;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    const Options options = Parse(argc, argv);
-    if (!options.fleet.empty()) {
-        MakeFleet({options.fleet, options.folders, options.bytes, options.seed});
-        return 0;
-    }
+/// Returns the exit status.
+int Simulate(const Options& options) {
     const auto scenarios = Chosen(options);
     const char* const temporary = std::getenv("TMPDIR");
     std::string folder = std::string(temporary != nullptr ? temporary : "/tmp") + "/nima-simulator.XXXXXX";
@@ -230,4 +225,19 @@ int main(int argc, char** argv) {
     std::filesystem::remove_all(folder);
     std::printf("seed %" PRIu64 ", %s set\n", options.seed, options.set.c_str());
     return Print(scenarios, tallies, options.Main()) ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        const Options options = Parse(argc, argv);
+        if (options.fleet.empty()) {
+            return Simulate(options);
+        }
+        MakeFleet({options.fleet, options.folders, options.bytes, options.seed});
+        return 0;
+    } catch (const std::exception& error) {
+        Refuse(error.what());
+    }
 }
