@@ -1,10 +1,12 @@
 // How nima-post compares two devices, or two crashes.
 
+#include "tests/support/DeviceFiles.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
 
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace Nima::Testing;
@@ -23,13 +25,13 @@ class Diff : public Sandbox {
 constexpr long long kMillisecond = 1'000'000;
 
 /// As the performance counter shows a time: seconds and nanoseconds added up.
-std::string Counter(long long milliseconds) {
-    return std::to_string(100 + milliseconds / 1000 + milliseconds % 1000 * kMillisecond);
+long long Counter(long long milliseconds) {
+    return 100 + milliseconds / 1000 + milliseconds % 1000 * kMillisecond;
 }
 
 std::string Line(long long milliseconds, const std::string& level, const std::string& tracer,
                  const std::string& message) {
-    return Counter(milliseconds) + " <0x00000001:020> <" + level + "> <" + tracer + "> " + message + "\r\n";
+    return LogLine(Counter(milliseconds), "<" + level + "> <" + tracer + "> " + message);
 }
 
 /// `perSecond` pages for ten seconds.
@@ -40,6 +42,15 @@ std::string Pages(int perSecond) {
             Line(i * 1000LL / perSecond, "INFO", "Scanner", "page " + std::to_string(i) + " of 0x1f, 3.5 mm");
     }
     return text;
+}
+
+std::string PagesWithWarnings() {
+    std::string log = Pages(10);
+    for (const auto& [milliseconds, message] : {std::pair(3000, "early"), {8000, "late"}}) {
+        log.insert(log.find(std::to_string(Counter(milliseconds))),
+                   Line(milliseconds - 1, "WARN", "Scanner", message));
+    }
+    return log;
 }
 
 /// "Scanner/lamp # is cold 3, Fax/* 2": a name's whole is a star.
@@ -83,20 +94,10 @@ TEST_F(Diff, WhatOnlyOneSaysAndOtherRatesAreTold) {
 }
 
 TEST_F(Diff, CrashesAreComparedByWhatCameBeforeThem) {
-    const auto crash = [](long long milliseconds) {
-        const std::string second = std::to_string(30 + milliseconds / 1000);
-        return "Crash Date/Time: 0126-10-24 16:31:" + second + "." +
-               std::to_string(milliseconds % 1000 * 1000 % 32768) + "\r\nTicks: " + Counter(milliseconds) +
-               "\r\nFrequency: 1000000\r\n\r\nError Code: 7\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: "
-               "0\r\n"
-               "Boot Cycle: 0\r\n\r\nLoaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\nRing Buffers "
-               "(unformatted)\r\n"
-               "\r\nBEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER DUMP\r\n\r\nAll Done!!\r\n";
+    const auto crash = [](int milliseconds) {
+        return CrashLogOf({.second = 30 + milliseconds / 1000, .ticks = Counter(milliseconds)});
     };
-    std::string log = Pages(10);
-    log.insert(log.find(Counter(3000)), Line(2999, "WARN", "Scanner", "early"));
-    log.insert(log.find(Counter(8000)), Line(7999, "WARN", "Scanner", "late"));
-    WriteFile("a/device.log", log);
+    WriteFile("a/device.log", PagesWithWarnings());
     WriteFile("a/crash.txt.1", crash(3500));
     WriteFile("a/crash.txt", crash(8500));
     const Json json =
@@ -110,11 +111,8 @@ TEST_F(Diff, CrashesAreComparedByWhatCameBeforeThem) {
 }
 
 TEST_F(Diff, ComparesOnlyWhatIsSelected) {
-    std::string log = Pages(10);
-    WriteFile("b/device.log", log);
-    log.insert(log.find(Counter(3000)), Line(2999, "WARN", "Scanner", "early"));
-    log.insert(log.find(Counter(8000)), Line(7999, "WARN", "Scanner", "late"));
-    WriteFile("a/device.log", log);
+    WriteFile("a/device.log", PagesWithWarnings());
+    WriteFile("b/device.log", Pages(10));
     const auto onlyFirst = [](std::vector<std::string> selection) {
         selection.insert(selection.begin(), {"diff", "a", "b", "--json"});
         return Told(Post(selection).Parsed()["only_first"]);

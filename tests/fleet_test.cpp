@@ -3,6 +3,8 @@
 
 #include "tests/simulator/Fleet.h"
 
+#include "tests/support/DeviceFiles.h"
+#include "tests/support/Page.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
 #include "tools/fleet/Database.h"
@@ -74,13 +76,6 @@ Json Told(const Json& signatures) {
     return told;
 }
 
-Json DataOf(const std::string& page) {
-    const std::string text = ReadFile(page);
-    const std::string begin = "id=\"data\">";
-    const std::size_t at = text.find(begin) + begin.size();
-    return Json::parse(text.substr(at, text.find("</script>", at) - at));
-}
-
 /// Starts nima-post and does not wait for it.
 pid_t StartPost(const std::vector<std::string>& arguments) {
     const pid_t child = fork();
@@ -104,16 +99,8 @@ int StatusOf(pid_t child) {
 }
 
 std::string CrashLog(int second, const std::string& line = "24") {
-    const std::string now = std::to_string(second);
-    return "Crash Date/Time: 0126-10-24 16:31:" + now + ".54000\r\nTicks: 4000000" + now +
-           "\r\nFrequency: 1000000\r\n\r\nError Code: 31AC05\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt "
-           "Code: 0\r\n"
-           " File Name: /src/fuser.cpp\r\nLine Numbr: " +
-           line +
-           "\r\nBoot Cycle: 0\r\n\r\nLoaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\n"
-           "Ring Buffers (unformatted)\r\n\r\nBEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER "
-           "DUMP\r\n\r\nAll "
-           "Done!!\r\n";
+    return CrashLogOf(
+        {.second = second, .ticks = 400'000'000 + second, .file = "/src/fuser.cpp\r\nLine Numbr: " + line});
 }
 
 std::string StackTrace(const std::string& frames) {
@@ -184,7 +171,7 @@ TEST_F(FleetTest, RanksCausesAsTheyStruck) {
     EXPECT_EQ(again["cases"], first.Parsed()["cases"]);
     EXPECT_EQ(Dump("fleet/fleet.db"), before);
 
-    const Json page = DataOf("fleet/page.html");
+    const Json page = PageData("fleet/page.html");
     EXPECT_EQ(Told(page["signatures"]), Told(truth["signatures"]));
     // The struck devices have one thing to say that others have not.
     for (const Json& signature : page["signatures"]) {
@@ -329,10 +316,8 @@ TEST_F(FleetTest, TellsTheSameAgain) {
 // After an update, a crash before it is of the firmware that ran then, though no process is known.
 TEST_F(FleetTest, KnowsTheFirmwareOfTheTime) {
     const std::string updated =
-        "1000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=01261024163100.00100, "
-        "type=qpc\r\n1001 <0x00000001:000> <INFO> <Main> firmware 4.2.0\r\n"
-        "1050 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, now=01261024163150.00100, "
-        "type=qpc\r\n1051 <0x00000002:000> <INFO> <Main> firmware 4.3.0\r\n";
+        Calibration(1000, "1024163100.00100") + LogLine(1001, "<INFO> <Main> firmware 4.2.0") +
+        Calibration(1050, "1024163150.00100", 2) + LogLine(1051, "<INFO> <Main> firmware 4.3.0", 2);
     WriteDevice("updated/unit-1",
                 {{"device.log", updated}, {"crash.txt.1", CrashLog(41)}, {"crash.txt", CrashLog(55, "25")}});
     ASSERT_EQ(Post({"index", "updated", "--db", "updated.db"}).code, 0);

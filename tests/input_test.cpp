@@ -3,6 +3,7 @@
 // by hand.
 
 #include "ctl/Program.h"
+#include "tests/support/DeviceFiles.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
 
@@ -166,8 +167,7 @@ void Compress(const std::string& path, int filter, const std::string& content) {
 std::string LogLines(int first, int count) {
     std::string lines;
     for (int i = first; i < first + count; ++i) {
-        lines += std::to_string(100 + i / 100 + i % 100 * 10'000'000) +
-                 " <0x00000001:000> <WARN> <Feeder> sheet " + std::to_string(i) + "\r\n";
+        lines += LogLine(100 + i / 100 + i % 100 * 10'000'000, "<WARN> <Feeder> sheet " + std::to_string(i));
     }
     return lines;
 }
@@ -248,10 +248,7 @@ TEST_F(Input, ReadsCompressedFilesLikePlainOnesAndKnowsTheirNumbers) {
     WriteFile("plain.log", LogLines(60, 20));
     WriteFile("plain.log.1", LogLines(40, 20));
     WriteFile("plain.log.2", LogLines(20, 20));
-    WriteFile("plain.log.3",
-              "1000000000 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, "
-              "now=01261024163100.100, type=qpc\r\n" +
-                  LogLines(0, 20));
+    WriteFile("plain.log.3", Calibration(1'000'000'000, "1024163100.100") + LogLines(0, 20));
     std::filesystem::create_directory("folder");
     std::filesystem::copy_file("plain.log", "folder/device.log");
     Compress("folder/device.log.1.gz", ARCHIVE_FILTER_GZIP, ReadFile("plain.log.1"));

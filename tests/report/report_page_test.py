@@ -41,14 +41,6 @@ def visible_line(text):
     return visible(text).replace("\n", "↵")
 
 
-def data_of(path):
-    page = path.read_text(encoding="utf-8")
-    data = json.loads(re.search(r'<script type="application/json" id="data">(.*?)</script>', page, re.S)[1])
-    rows = page_rows.unpack(page)
-    assert len(rows) == data["rows"]
-    return {**data, "rows": rows}
-
-
 class Results:
     def __init__(self):
         self.passed = self.failed = 0
@@ -61,7 +53,7 @@ class Results:
 class Page:
     def __init__(self, browser, path, results, data=None):
         self.browser, self.path, self.results = browser, path, results
-        self.data = data or data_of(path)
+        self.data = data or page_rows.data_of(path)
         self.rows = self.data["rows"]
 
     def check(self, name, condition, shown=""):
