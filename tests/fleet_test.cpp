@@ -10,18 +10,14 @@
 #include "tools/fleet/Database.h"
 #include "tools/fleet/Signature.h"
 
-#include <chrono>
-#include <csignal>
 #include <filesystem>
+#include <functional>
 #include <map>
-#include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <archive.h>
 #include <archive_entry.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace Nima::Testing;
@@ -76,26 +72,9 @@ Json Told(const Json& signatures) {
     return told;
 }
 
-/// Starts nima-post and does not wait for it.
-pid_t StartPost(const std::vector<std::string>& arguments) {
-    const pid_t child = fork();
-    if (child == 0) {
-        std::vector<const char*> words{"nima-post"};
-        for (const std::string& argument : arguments) {
-            words.push_back(argument.c_str());
-        }
-        if (std::freopen("/dev/null", "w", stdout) == nullptr) {
-            _exit(99);
-        }
-        _exit(NimaPost::RunProgram(static_cast<int>(words.size()), words.data()));
-    }
-    return child;
-}
-
-int StatusOf(pid_t child) {
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
+/// A nima-post that runs beside the test.
+Child StartPost(const std::vector<std::string>& arguments) {
+    return Child([&] { Become("nima-post", NimaPost::RunProgram, arguments, {.output = "/dev/null"}); });
 }
 
 std::string CrashLog(int second, const std::string& line = "24") {
@@ -197,21 +176,14 @@ TEST_F(FleetTest, GoesOnWhereItWasKilled) {
     ASSERT_EQ(Post({"index", "fleet", "--db", "whole.db"}).code, 0);
     const std::int64_t all = Count("SELECT count(*) FROM cases", "whole.db");
     for (std::int64_t wanted = 1; wanted < all; wanted += all / 6) {
-        const pid_t child = StartPost({"index", "fleet", "--db", "fleet.db"});
-        bool ended = false;
-        for (bool reached = false; !reached && !ended;) {
-            ended = waitpid(child, nullptr, WNOHANG) != 0;
+        const Child killed = StartPost({"index", "fleet", "--db", "fleet.db"});
+        for (bool reached = false; !reached;) {
             try {
                 reached = Count("SELECT count(*) FROM cases") >= wanted;
             } catch (const NimaPost::DatabaseError&) {
                 // It has not begun yet.
             }
         }
-        if (!ended) {
-            kill(child, SIGKILL);
-            waitpid(child, nullptr, 0);
-        }
-        EXPECT_GE(Count("SELECT count(*) FROM cases"), wanted);
     }
     ASSERT_EQ(Post({"index", "fleet", "--db", "fleet.db"}).code, 0);
     EXPECT_EQ(Dump("fleet.db"), Dump("whole.db"));
@@ -219,29 +191,23 @@ TEST_F(FleetTest, GoesOnWhereItWasKilled) {
 
 TEST_F(FleetTest, TwoWritersAndALockAreWaitedFor) {
     WriteFleet(20);
-    const pid_t one = StartPost({"index", "fleet", "--db", "fleet.db"});
-    const pid_t other = StartPost({"index", "fleet", "--db", "fleet.db"});
-    EXPECT_EQ(StatusOf(one), 0);
-    EXPECT_EQ(StatusOf(other), 0);
+    Child one = StartPost({"index", "fleet", "--db", "fleet.db"});
+    Child other = StartPost({"index", "fleet", "--db", "fleet.db"});
+    EXPECT_EQ(one.EndBy(0), 0);
+    EXPECT_EQ(other.EndBy(0), 0);
     EXPECT_EQ(Count("SELECT count(*) FROM devices"), 20);
     EXPECT_EQ(Count("SELECT count(*) FROM cases"),
               Count("SELECT count(*) FROM (SELECT DISTINCT device_id, content FROM cases)"));
     const Json truth = Json::parse(ReadFile("fleet/truth.json"));
     EXPECT_EQ(Told(Post({"fleet", "fleet.db", "--json"}).Parsed()["signatures"]), Told(truth["signatures"]));
 
-    const pid_t holder = fork();
-    if (holder == 0) {
+    const Child holder([](const std::function<void()>& underWay) {
         const Database database = Database::ForWriting("fleet.db");
         const NimaPost::Transaction transaction(database);
-        WriteFile("held", "");
-        std::this_thread::sleep_for(std::chrono::milliseconds(700));
-        _exit(0);
-    }
-    while (!Exists("held")) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+        underWay();
+        usleep(300'000);
+    });
     EXPECT_EQ(Post({"index", "fleet", "--db", "fleet.db"}).code, 0);
-    EXPECT_EQ(StatusOf(holder), 0);
 }
 
 // A bundle counts once in whatever form it comes, and so does a crash in whatever bundle of its device.
