@@ -4,6 +4,7 @@
 #include "tests/simulator/Fleet.h"
 
 #include "tests/support/DeviceFiles.h"
+#include "tests/support/Packed.h"
 #include "tests/support/Page.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
@@ -16,8 +17,6 @@
 #include <string>
 #include <vector>
 
-#include <archive.h>
-#include <archive_entry.h>
 #include <unistd.h>
 
 using namespace Nima::Testing;
@@ -95,22 +94,10 @@ void WriteDevice(const std::string& folder, const std::map<std::string, std::str
 
 /// A compressed archive of files.
 void WriteArchive(const std::string& path, const std::map<std::string, std::string>& files) {
-    archive* const out = archive_write_new();
-    archive_write_set_format_pax_restricted(out);
-    archive_write_add_filter_gzip(out);
-    ASSERT_EQ(archive_write_open_filename(out, path.c_str()), ARCHIVE_OK);
+    Packed packed(path, ARCHIVE_FORMAT_TAR_PAX_RESTRICTED, ARCHIVE_FILTER_GZIP);
     for (const auto& [name, content] : files) {
-        archive_entry* const entry = archive_entry_new();
-        archive_entry_set_pathname(entry, name.c_str());
-        archive_entry_set_size(entry, static_cast<la_int64_t>(content.size()));
-        archive_entry_set_filetype(entry, AE_IFREG);
-        archive_entry_set_perm(entry, 0644);
-        archive_write_header(out, entry);
-        archive_write_data(out, content.data(), content.size());
-        archive_entry_free(entry);
+        packed.Add(name, content);
     }
-    archive_write_close(out);
-    archive_write_free(out);
 }
 
 } // namespace
