@@ -1030,7 +1030,7 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
 
 TEST_F(PostMortem, CompressesATimelineWhoseNameSaysSo) {
     std::string log;
-    for (int i = 0; i < 4'000; ++i) {
+    for (int i = 0; i < 1'000; ++i) {
         log += std::to_string(i) + " <0x00000001:000> <WARN> <\"One\"> caf\xC3\xA9 \xFF \x01 " +
                std::to_string(i * i) + "\r\n";
     }
@@ -1044,8 +1044,8 @@ TEST_F(PostMortem, CompressesATimelineWhoseNameSaysSo) {
     ASSERT_EQ(std::system("gzip -dc unit/out.json.gz > plain.json"), 0);
     const Json timeline = Json::parse(ReadFile("plain.json"));
     EXPECT_EQ(timeline["traceEvents"], Json::parse(ReadFile("out.json"))["traceEvents"]);
-    EXPECT_EQ(timeline["traceEvents"][3'999]["args"]["message"], "caf\xC3\xA9 \xEF\xBF\xBD \x01 15992001");
-    EXPECT_EQ(timeline["traceEvents"][3'999]["name"], "WARN \"One\"");
+    EXPECT_EQ(timeline["traceEvents"][999]["args"]["message"], "caf\xC3\xA9 \xEF\xBF\xBD \x01 998001");
+    EXPECT_EQ(timeline["traceEvents"][999]["name"], "WARN \"One\"");
 
     // What the disk does not take is told of, and an earlier file stays.
     ASSERT_EQ(symlink("/dev/full", "full.gz"), 0);

@@ -8,12 +8,11 @@ import json
 import os
 import pathlib
 import sys
-import tempfile
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
 from devices import (MILLISECOND, SECOND, Program, calibration, crash_log, event_record, line, ring_dump,  # noqa: E402
-                     two_boots, write)
+                     run, two_boots, write)
 
 post = Program(sys.argv[1], sys.argv[2:])
 # 2026-11-24 16:31:00.054, which the first line of `two_boots` gives.
@@ -202,8 +201,4 @@ def writes_over_its_own_traces_and_passes_them_over():
     assert len(trace.counters) == 1001
 
 
-for check in (tells_the_same_as_a_perfetto_trace, writes_over_its_own_traces_and_passes_them_over):
-    with tempfile.TemporaryDirectory() as work:
-        os.chdir(work)
-        check()
-        os.chdir("/")
+run(tells_the_same_as_a_perfetto_trace, writes_over_its_own_traces_and_passes_them_over)

@@ -6,13 +6,13 @@ import json
 import os
 import pathlib
 import sys
-import tempfile
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.dont_write_bytecode = True
 sys.path[:0] = [str(HERE), str(HERE.parent / "support")]
 import page_rows  # noqa: E402
-from devices import MILLISECOND, SECOND, Program, calibration, crash_log, line, ring_dump, two_boots, write  # noqa: E402
+from devices import (MILLISECOND, SECOND, Program, calibration, crash_log, line, ring_dump, run, two_boots,  # noqa: E402
+                     write)
 
 post, simulator = (Program(path, sys.argv[3:]) for path in sys.argv[1:3])
 LONGEST = 2000
@@ -112,9 +112,5 @@ def lists_every_crash_boot_and_process_with_what_tells():
     assert [crash["row"] for crash in fewer["crashes"]] == [None, None]
 
 
-for check in (holds_the_rows_that_show_lists, is_not_broken_by_what_a_device_says,
-              keeps_the_newest_rows_in_the_order_of_boots, lists_every_crash_boot_and_process_with_what_tells):
-    with tempfile.TemporaryDirectory() as work:
-        os.chdir(work)
-        check()
-        os.chdir("/")
+run(holds_the_rows_that_show_lists, is_not_broken_by_what_a_device_says,
+    keeps_the_newest_rows_in_the_order_of_boots, lists_every_crash_boot_and_process_with_what_tells)

@@ -4,6 +4,7 @@ import os
 import pathlib
 import struct
 import subprocess
+import tempfile
 
 MILLISECOND = 10**6
 SECOND = 10**9
@@ -15,9 +16,11 @@ class Program:
     def __init__(self, path, emulator=()):
         self.words = [*emulator, os.path.abspath(path)]
 
-    def __call__(self, *arguments, codes=(0,)):
+    def __call__(self, *arguments, codes=(0,), says=""):
+        """What it prints; `codes`: exit statuses that are right, `says`: a part of what goes to standard error."""
         done = subprocess.run([*self.words, *arguments], capture_output=True, encoding="utf-8", check=False)
-        assert done.returncode in codes, f"{arguments}: {done.returncode}\n{done.stdout[-2000:]}{done.stderr}"
+        assert done.returncode in codes and says in done.stderr, \
+            f"{arguments}: {done.returncode}\n{done.stdout[-2000:]}{done.stderr}"
         return done.stdout
 
 
@@ -75,3 +78,12 @@ def crash_log(time, date):
 def event_record():
     """One that nothing dates."""
     return struct.pack("<6I32s", 56, 1, 6, 2, 32, 0, b"DeviceHost")
+
+
+def run(*checks):
+    """Each in a fresh working directory of its own."""
+    for check in checks:
+        with tempfile.TemporaryDirectory() as work:
+            os.chdir(work)
+            check()
+            os.chdir("/")
