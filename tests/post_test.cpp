@@ -3,7 +3,6 @@
 
 #include "tests/support/Post.h"
 
-#include "catalogue/Rings.h"
 #include "tests/support/DeviceFiles.h"
 #include "tests/support/Sandbox.h"
 #include "tools/axis/Owners.h"
@@ -708,27 +707,17 @@ void WriteRingDump(const std::string& path, const std::vector<std::int64_t>& tim
 }
 
 /// The segment of that ring, to which three records were added after the dump.
-void WriteRingSegment(std::vector<std::int64_t> times) {
-    RingDirectory directory{};
-    std::string records;
-    std::uint32_t size = RING_DIRECTORY_SIZE;
-    for (std::size_t ring = 0; ring < RING_COUNT; ++ring) {
-        directory.entryCounts[ring] = Nima::Catalogue::kRings.at(ring).entries;
-        size += directory.entryCounts[ring] * RING_RECORD_SIZE;
-        for (std::uint32_t slot = 0; slot < directory.entryCounts[ring]; ++slot) {
-            RingBufferData data{};
-            if (Nima::Catalogue::kRings.at(ring).name == "Panel") {
-                const std::uint32_t number = slot >= 100 && slot < 103 ? slot + 156 : (slot + 156) % 256;
-                const std::int64_t time = number < 256 ? times[number] : times.back() + number - 255;
-                data = {CounterAt(time), 0x111, {5, number, 2, 3, 4}};
-            }
-            records.append(reinterpret_cast<const char*>(&data), sizeof(data));
+void WriteRingSegment(const std::vector<std::int64_t>& times) {
+    InGoodChild([&] {
+        TRACE_RING_HANDLE panel = nullptr;
+        GetTraceRingBuffer(10, &panel);
+        for (std::uint32_t i = 0; i < 100 + 259; ++i) {
+            const std::uint32_t number = i < 100 ? i : i - 100; // the first are written over
+            const std::int64_t time = number < 256 ? times[number] : times.back() + number - 255;
+            RingBufferData data{CounterAt(time), 0x111, {5, number, 2, 3, 4}};
+            WriteDataToRingBuffer(panel, &data);
         }
-    }
-    directory.segmentSize = (size + RING_DIRECTORY_SIZE - 1) / RING_DIRECTORY_SIZE * RING_DIRECTORY_SIZE;
-    records.resize(directory.segmentSize - RING_DIRECTORY_SIZE - 1);
-    WriteFile("System Ring Buffers",
-              std::string(reinterpret_cast<const char*>(&directory), sizeof(directory)) + records);
+    });
 }
 
 } // namespace
@@ -776,15 +765,10 @@ TEST_F(PostMortem, FindsARingsNewestRecordByTheHeadOfItsDump) {
 }
 
 TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
-    WriteFile(
-        "a.log.1",
-        "100 <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=01261024150926.46886, type=qpc\r\n"
-        "200 <0x00000001:000> <WARN> <One> first\r\nmore of it\r\n"
-        "300 <0x00000002:-02> <DEBUG> <Two> second\r\n");
-    WriteFile(
-        "a.log",
-        "400 <0x00000002:000> <CAL> <Trace> Calibration freq=1000000, now=01261024150926.46886, type=qpc\r\n"
-        "500 <0x00000002:000> <FATAL> <Two> third\r\n");
+    const std::string date = "1024150926.46886";
+    WriteFile("a.log.1", Calibration(100, date) + LogLine(200, "<WARN> <One> first\r\nmore of it") +
+                             "300 <0x00000002:-02> <DEBUG> <Two> second\r\n");
+    WriteFile("a.log", Calibration(400, date, 2) + LogLine(500, "<FATAL> <Two> third", 2));
     const auto messages = [](const std::vector<std::string>& more) {
         std::vector<std::string> arguments{"log", "a.log", "--json"};
         arguments.insert(arguments.end(), more.begin(), more.end());
@@ -812,14 +796,14 @@ TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     EXPECT_EQ(Post({"log", "a.log", "missing.log"}).code, 1);
     EXPECT_EQ(Post({"log", "missing.log"}).code, 2);
     // A roll that was broken off leaves only the backup.
-    WriteFile("broken.log.1", "1 <0x00000001:000> <WARN> <One> left\r\n");
+    WriteFile("broken.log.1", LogLine(1, "<WARN> <One> left"));
     const Result broken = Post({"log", "broken.log"});
     EXPECT_EQ(broken.code, 1);
     EXPECT_TRUE(broken.output.ends_with("left\n")) << broken.output;
     EXPECT_NE(broken.errors.find("damaged: "), std::string::npos);
-    WriteFile("escape.log", "1 <0x00000001:000> <WARN> <One> \x1b[31m red \xff\r\n");
+    WriteFile("escape.log", LogLine(1, "<WARN> <One> \x1b[31m red \xff"));
     EXPECT_NE(Post({"log", "escape.log"}).output.find("\\x1b[31m red \\xff"), std::string::npos);
-    WriteFile("unseen.log", "1 <0x00000001:000> <WARN> <One> a\u200bb \u202egpj\ufeff, caf\u00e9\r\n");
+    WriteFile("unseen.log", LogLine(1, "<WARN> <One> a\u200bb \u202egpj\ufeff, caf\u00e9"));
     EXPECT_NE(Post({"log", "unseen.log"}).output.find("a\\u200bb \\u202egpj\\ufeff, caf\u00e9\n"),
               std::string::npos);
 }
@@ -1004,7 +988,8 @@ TEST_F(PostMortem, ShowsTimesWithTheSameDigitsAndMarksEverywhere) {
 }
 
 TEST_F(PostMortem, NeverWritesOverWhatItReads) {
-    WriteFile("device.log", "1 <0x00000001:000> <WARN> <One> evidence\r\n");
+    const std::string evidence = LogLine(1, "<WARN> <One> evidence");
+    WriteFile("device.log", evidence);
     WriteFile("unknown", "whatever this is, it came from the device");
     WriteFile("words", "component 3 Engine\n");
     WriteFile("settings.html", "<!doctype html>\n<title>Device settings</title>\n");
@@ -1020,7 +1005,7 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
         }
     }
     EXPECT_EQ(Listing("."), before);
-    EXPECT_EQ(ReadFile("device.log"), "1 <0x00000001:000> <WARN> <One> evidence\r\n");
+    EXPECT_EQ(ReadFile("device.log"), evidence);
     // What the program wrote itself may be overwritten.
     for (int time = 0; time < 2; ++time) {
         EXPECT_EQ(Post({"report", ".", "-o", "report.html"}).code, 0);
@@ -1031,8 +1016,7 @@ TEST_F(PostMortem, NeverWritesOverWhatItReads) {
 TEST_F(PostMortem, CompressesATimelineWhoseNameSaysSo) {
     std::string log;
     for (int i = 0; i < 1'000; ++i) {
-        log += std::to_string(i) + " <0x00000001:000> <WARN> <\"One\"> caf\xC3\xA9 \xFF \x01 " +
-               std::to_string(i * i) + "\r\n";
+        log += LogLine(i, "<WARN> <\"One\"> caf\xC3\xA9 \xFF \x01 " + std::to_string(i * i));
     }
     std::filesystem::create_directory("unit");
     WriteFile("unit/device.log", log);
@@ -1124,7 +1108,7 @@ TEST_F(PostMortem, ReportsWhatCannotBeReadToItsEnd) {
 }
 
 TEST_F(PostMortem, ReportsWhatCannotBeOpened) {
-    WriteFile("device.log", "1 <0x00000001:000> <WARN> <One> line\r\n");
+    WriteFile("device.log", LogLine(1, "<WARN> <One> line"));
     ASSERT_EQ(mkdir("device.log.1", 0700), 0);
     const Result log = Post({"log", "device.log", "--json"});
     EXPECT_EQ(log.code, 1);

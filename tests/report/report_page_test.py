@@ -394,7 +394,7 @@ class Page:
             return
         line = self.find("#grid-rows [data-test]")
         self.run("document.querySelectorAll('[data-test]').forEach((node) => node.removeAttribute('data-test'));")
-        ActionChains(self.browser).move_to_element_with_offset(line, -40, 2).click().perform()
+        ActionChains(self.browser, duration=0).move_to_element_with_offset(line, -40, 2).click().perform()
         self.settle()
         self.check(f"a click on record {index} shows its text and words", self.shows(index), self.details()[:200])
         self.times_of(index)
