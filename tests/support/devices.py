@@ -14,13 +14,14 @@ class Program:
     """One of the build's programs, which an emulator may have to run."""
 
     def __init__(self, path, emulator=()):
-        self.words = [*emulator, os.path.abspath(path)]
+        self.words, self.code = [*emulator, os.path.abspath(path)], 0
 
     def __call__(self, *arguments, codes=(0,), says=""):
         """What it prints; `codes`: exit statuses that are right, `says`: a part of what goes to standard error."""
         done = subprocess.run([*self.words, *arguments], capture_output=True, encoding="utf-8", check=False)
-        assert done.returncode in codes and says in done.stderr, \
-            f"{arguments}: {done.returncode}\n{done.stdout[-2000:]}{done.stderr}"
+        self.code = done.returncode
+        assert self.code in codes and says in done.stderr, \
+            f"{arguments}: {self.code}\n{done.stdout[-2000:]}{done.stderr}"
         return done.stdout
 
 
