@@ -95,6 +95,19 @@ def keeps_the_newest_rows_in_the_order_of_boots():
         assert page["omitted"]["rows"] == len(everything) - most and page["omitted"]["statement"]
 
 
+def marks_what_is_of_an_overwritten_round():
+    def log_round(time, lines, last):
+        return (calibration(5 * SECOND + time, "1024163100", time // 1000 % 65536) +
+                line(5 * SECOND + time - 3 * MILLISECOND, "<WARN> <A> filled") +
+                "".join(line(5 * SECOND + time + i * 7 * MILLISECOND, "<WARN> <A> line", 1 + i % 3 if i + 3 < lines else last)
+                        for i in range(1, lines + 1)))
+
+    newer, older = log_round(774 * MILLISECOND, 40, 2), log_round(54 * MILLISECOND, 60, 3)
+    write("unit/device.log", newer + older[len(newer):])
+    _, told = told_by_page()
+    assert told == told_by_show() and any(row[1].endswith("<") for row in told)
+
+
 def lists_every_crash_boot_and_process_with_what_tells():
     write("unit/device.log", two_boots(SET_BACK))
     for name, second in (("crash.txt", "02"), ("crash.txt.1", "01")):
@@ -113,4 +126,5 @@ def lists_every_crash_boot_and_process_with_what_tells():
 
 
 run(holds_the_rows_that_show_lists, is_not_broken_by_what_a_device_says,
-    keeps_the_newest_rows_in_the_order_of_boots, lists_every_crash_boot_and_process_with_what_tells)
+    keeps_the_newest_rows_in_the_order_of_boots, marks_what_is_of_an_overwritten_round,
+    lists_every_crash_boot_and_process_with_what_tells)
