@@ -14,15 +14,20 @@ class Program:
     """One of the build's programs, which an emulator may have to run."""
 
     def __init__(self, path, emulator=()):
-        self.words, self.code = [*emulator, os.path.abspath(path)], 0
+        self.words, self.code, self.errors = [*emulator, os.path.abspath(path)], 0, ""
 
     def __call__(self, *arguments, codes=(0,), says=""):
         """What it prints; `codes`: exit statuses that are right, `says`: a part of what goes to standard error."""
         done = subprocess.run([*self.words, *arguments], capture_output=True, encoding="utf-8", check=False)
-        self.code = done.returncode
-        assert self.code in codes and says in done.stderr, \
-            f"{arguments}: {self.code}\n{done.stdout[-2000:]}{done.stderr}"
+        self.code, self.errors = done.returncode, done.stderr
+        assert self.code in codes and says in self.errors, \
+            f"{arguments}: {self.code}\n{done.stdout[-2000:]}{self.errors}"
         return done.stdout
+
+
+def codes_of(result):
+    """Of the findings in what a program prints as JSON."""
+    return {finding["code"] for kind in ("damage", "remarks") for finding in result["findings"][kind]}
 
 
 def write(path, content):
@@ -42,9 +47,9 @@ def line(time, text, thread=1):
     return f"{counter(time)} <0x{thread:08x}:000> {text}\r\n"
 
 
-def calibration(time, date, microseconds=54_000):
+def calibration(time, date, microseconds=54_000, thread=1):
     """`date`: month from 0, day, hours, minutes and seconds, two digits each."""
-    return line(time, f"<CAL> <Trace> Calibration freq=1000000, now=0126{date}.{microseconds:05}, type=qpc")
+    return line(time, f"<CAL> <Trace> Calibration freq=1000000, now=0126{date}.{microseconds:05}, type=qpc", thread)
 
 
 def two_boots(second="1024163140"):
@@ -67,11 +72,11 @@ def ring_dump(ring, records):
     return text + "\r\nEND RING BUFFER DUMP\r\n"
 
 
-def crash_log(time, date):
-    """Of an assertion in fuser.cpp, without modules, stacks and rings. The date as for a calibration line."""
+def crash_log(time, date, file="fuser.cpp", place=54):
+    """Of an assertion, without modules, stacks and rings. The date as for a calibration line."""
     when = f"{date[:2]}-{date[2:4]} {date[4:6]}:{date[6:8]}:{date[8:]}"
     return (f"Crash Date/Time: 0126-{when}.54000\r\nTicks: {counter(time)}\r\nFrequency: 1000000\r\n\r\n"
-            "Error Code: 31AC05\r\nFile Name: fuser.cpp\r\nLine Numbr: 54\r\nFault Addr: 0\r\nCrash Type: 2\r\n"
+            f"Error Code: 31AC05\r\nFile Name: {file}\r\nLine Numbr: {place}\r\nFault Addr: 0\r\nCrash Type: 2\r\n"
             "Excpt Code: 0\r\nBoot Cycle: 0\r\n\r\nLoaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\n"
             "Ring Buffers (unformatted)\r\n\r\nBEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER DUMP\r\n\r\nAll Done!!\r\n")
 

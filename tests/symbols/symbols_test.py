@@ -18,7 +18,7 @@ HERE = pathlib.Path(__file__).resolve().parent
 sys.dont_write_bytecode = True
 sys.path[:0] = [str(HERE.parent / "report"), str(HERE.parent / "support")]
 import page_rows  # noqa: E402
-from devices import Program, run, write  # noqa: E402
+from devices import Program, codes_of, run, write  # noqa: E402
 
 post = Program(sys.argv[1])
 HOSTS, LIBRARY, OBJCOPY = sys.argv[2:]
@@ -87,10 +87,6 @@ def crash(file, *folders, codes=(0, 1), finds=()):
     told = json.loads(post("crash", file, *options, "--json", codes=codes))
     assert set(finds) <= codes_of(told), told["findings"]
     return told
-
-
-def codes_of(told):
-    return {each["code"] for kind in ("damage", "remarks") for each in told["findings"][kind]}
 
 
 def called(file, *folders, **wanted):
