@@ -2,7 +2,6 @@
 """How nima-post compares two devices, or two crashes: diff_test.py NIMA-POST [EMULATOR...]."""
 
 import json
-import os
 import pathlib
 import sys
 

@@ -5,13 +5,12 @@ import collections
 import decimal
 import gzip
 import json
-import os
 import pathlib
 import sys
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
-from devices import (MILLISECOND, SECOND, Program, calibration, crash_log, event_record, line, ring_dump,  # noqa: E402
+from devices import (MILLISECOND, SECOND, Program, crash_log, event_record, line, ring_dump,  # noqa: E402
                      run, two_boots, write)
 
 post = Program(sys.argv[1], sys.argv[2:])
