@@ -32,7 +32,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     filter.SetTexts(texts);
     std::string text;
     logs.ForEach([&](const LogEntry& entry) {
-        filter.Judge(entry.line, entry.text);
+        filter.Judge(entry);
         AppendWallTime(text, entry.time);
         text.clear();
         return true;

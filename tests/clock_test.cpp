@@ -2,12 +2,16 @@
 
 #include "tests/support/Sandbox.h"
 #include "tools/base/CounterClock.h"
+#include "tools/base/Text.h"
 #include "tools/base/WallClock.h"
 #include "tools/input/EvidenceReader.h"
+#include "tools/log/FollowClock.h"
 #include "tools/log/LogFollower.h"
 #include "tools/log/LogSet.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -83,11 +87,13 @@ struct Logs {
     LogSet set;
     std::vector<LogEntry> entries; ///< without views into the files
 
-    explicit Logs(const std::vector<std::string>& paths) {
+    explicit Logs(const std::vector<std::string>& paths,
+                  const std::optional<CollectedMoment>& collected = std::nullopt) {
         Evidence evidence = ReadEvidence(paths, InputLimits(), true);
         for (Device& device : evidence.devices) {
             set.Add(device);
         }
+        set.SetCollected(collected);
         set.Arrange();
         set.ForEach([&](const LogEntry& entry) {
             messages.emplace_back(entry.line.message);
@@ -528,6 +534,17 @@ TEST_F(LogTimes, OfARewoundLogAreOfOneProcessWhicheverOfItsThreadsAnOldRoundShow
     EXPECT_TRUE(Has(logs.set.Sources()[0].findings.remarks, "rewound"));
     EXPECT_EQ(logs.entries.front().part->threads, std::vector<std::uint32_t>{3});
     EXPECT_EQ(logs.set.Processes().size(), 1U);
+    // Where the newest lines end for certain, their date bounds older ones as long as the rounds are what
+    // they seem. A manifest bounds them in any case.
+    log = round(300, 3, 0);
+    const std::string newest = round(40, 1, 0);
+    WriteFile("a.log", newest + log.substr(log.find(":000>", newest.size()) - 3));
+    const std::int64_t moment = time + 49 * kSecond;
+    const Certainty older = Logs({"a.log"}).entries[1].certainty;
+    EXPECT_EQ(older.LikelyLater(), 3);
+    EXPECT_EQ(older.premise, Certainty::Premise::kRoundsAsFound);
+    const Logs collected({"a.log"}, CollectedMoment{CounterAt(moment), moment + offset, offset});
+    EXPECT_EQ(collected.entries[1].certainty.ProvenLater(), 52);
 }
 
 TEST_F(LogTimes, OfARewoundLogThatGoesOnInsideACounterAreInTheirOrder) {
@@ -748,12 +765,83 @@ TEST_F(LogTimes, OfAQueueComeFromItsDates) {
     }
 }
 
+TEST_F(LogTimes, OfAFollowedLogAreMovedByNothingThatAMessageHolds) {
+    const std::int64_t offset = kDay + 40'000 * kSecond - kBoot;
+    const std::string log =
+        Calibration(kBoot, kBoot + offset, 7) + Line(kBoot + 600 * kMillisecond, "<WARN> <A> one", 2);
+    const std::int64_t read = kBoot + 40 * kSecond + 605 * kMillisecond;
+    const std::string holder = Line(read, "<WARN> <A> read:", 2);
+    // Of another device, after the last line.
+    const std::int64_t other = kBoot + 100 * kSecond + 3 * kMillisecond;
+    const std::string quote = Calibration(other, read + 2 * kMillisecond + offset, 0x80000001) +
+                              Line(other + 20 * kMillisecond, "<WARN> <B> quoted", 0x80000001);
+    const std::string after = Line(read + 8 * kMillisecond, "<WARN> <A> after", 2);
+    const std::int64_t now = read + 9 * kMillisecond + offset;
+    /// The log grows by these; what is read at once is told together.
+    const auto follow = [&](const std::vector<std::string>& pieces) {
+        WriteFile("a.log", log);
+        LogFollower follower("a.log");
+        FollowClock clock("a.log", follower.Position());
+        std::vector<LogEntry> entries;
+        for (std::string content = log; const std::string& piece : pieces) {
+            WriteFile("a.log", content += piece);
+            follower.Poll([&](const FollowedLine& line) {
+                LogEntry entry;
+                entry.line = ParseLogLine(line.text);
+                entry.continued = !entry.line.hasHeader;
+                clock.Place(entry, line, now);
+                entries.push_back(entry);
+            });
+        }
+        return entries;
+    };
+    const auto isCertain = [](const LogEntry& entry) {
+        return entry.certainty.earlier != Certainty::kUnbounded;
+    };
+    const std::vector<LogEntry> atOnce = follow({holder + quote + after});
+    ASSERT_EQ(atOnce.size(), 4U);
+    for (const std::size_t quoted : {1U, 2U}) {
+        EXPECT_TRUE(atOnce[quoted].continued);
+        EXPECT_FALSE(atOnce[quoted].line.hasHeader);
+        EXPECT_EQ(atOnce[quoted].time, read + offset);
+    }
+    EXPECT_EQ(atOnce[3].time, read + 8 * kMillisecond + offset);
+    EXPECT_TRUE(isCertain(atOnce[3]));
+    // Line by line it is an opening as well as not, until a thread writes on that did before.
+    const std::vector<LogEntry> oneByOne =
+        follow({holder, quote.substr(0, quote.find('\n') + 1), quote.substr(quote.find('\n') + 1), after});
+    EXPECT_FALSE(isCertain(oneByOne[1]));
+    EXPECT_FALSE(isCertain(oneByOne[2]));
+    EXPECT_EQ(oneByOne[3].time, read + 8 * kMillisecond + offset);
+    EXPECT_TRUE(isCertain(oneByOne[3]));
+    // No process writes what is still to come. Its message's next lines move nothing, either.
+    const std::string future = Calibration(other, now + 3600 * kSecond, 0x80000001);
+    const std::vector<LogEntry> early = follow({holder, future, quote.substr(quote.find('\n') + 1), after});
+    EXPECT_TRUE(early[1].continued);
+    EXPECT_FALSE(isCertain(early[2]));
+    EXPECT_EQ(early[3].time, read + 8 * kMillisecond + offset);
+    EXPECT_TRUE(isCertain(early[3]));
+    // A process that opens the log is told on its clock, and without a doubt once enough lines are its own.
+    std::string opened = Calibration(other, read + offset, 0x80000001);
+    for (int i = 0; i < 400; ++i) {
+        opened += Line(other + i * 20'000, "<WARN> <B> own", 0x80000001);
+    }
+    const std::vector<LogEntry> opening =
+        follow({opened.substr(0, opened.find('\n') + 1), opened.substr(opened.find('\n') + 1)});
+    EXPECT_FALSE(isCertain(opening[0]));
+    EXPECT_TRUE(isCertain(opening.back()));
+    const std::int64_t late = read + offset + 399 * 20'000 - opening.back().time;
+    EXPECT_EQ(late % (kCutMicroseconds * 1000), 0);
+    EXPECT_LE(std::abs(late - opening.back().certainty.originLater / 2),
+              opening.back().certainty.originLater / 2);
+}
+
 TEST_F(LogTimes, AFollowerSeesEveryLineOnceWhateverBecomesOfTheFile) {
     const auto text = [](int number) { return "line " + std::to_string(number) + " of a log\r\n"; };
     std::string seen;
     std::string expected;
     const auto look = [](LogFollower& follower, std::string& lines) {
-        follower.Poll([&](std::string_view line) { lines += std::string(line) + "\r\n"; });
+        follower.Poll([&](const FollowedLine& line) { lines += line.text; });
     };
     std::string content = "begin A\r\n";
     WriteFile("a.log", content);

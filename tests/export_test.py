@@ -78,7 +78,9 @@ def on_duckdb(events):
             shutil.move("duckdb", MODULES)
         except (subprocess.SubprocessError, OSError):
             return None
-    count = "SELECT count(*), count(time), count(DISTINCT device), sum(thread), sum(len(text)), sum({}) FROM {}"
+    count = ("SELECT count(*), count(time), count(DISTINCT device), sum(thread), sum(len(text)), sum({}), "
+             "count(assuming), sum(likely_later_by_seconds), count(earlier_assuming), sum(likely_earlier_by_seconds) "
+             "FROM {}")
     lists = [statements("DuckDB") + statements("Ranking"), [count.format("len(arguments)", "events")],
              [count.format("json_array_length(arguments)", "events_csv")]]
     done = subprocess.run(["node", str(pathlib.Path(SOURCES, "tests/export_test.mjs")), MODULES],
@@ -127,6 +129,18 @@ def tells_doubts_and_bounds_as_summaries_do():
                                            "boot_doubt", "process_doubt"))
         same(processes, summary["processes"], ("process", "boot", "boot_doubt"))
         assert [row["doubts"] or "" for row in processes] == [" ".join(each["doubts"]) for each in summary["processes"]]
+        tells_likely_bounds_of_events(device)
+
+
+def tells_likely_bounds_of_events(device):
+    names = ("likely_later_by_seconds", "assuming", "likely_earlier_by_seconds", "earlier_assuming")
+
+    def bounds(events):
+        return sorted(([each.get(name) for name in ("file", "text", *names)] for each in events), key=str)
+
+    shown = json.loads(run(POST, "show", f"fleet/{device}", "--json"))["events"]
+    told = bounds(row for row in rows("export", "events") if row["device"] == device)
+    assert told == bounds(each for each in shown if each["kind"] != "crash") and any(row[3] or row[5] for row in told), told[:9]
 
 
 def leaves_what_is_not_its_own():

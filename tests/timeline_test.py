@@ -10,7 +10,7 @@ import sys
 
 sys.dont_write_bytecode = True
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "support"))
-from devices import (MILLISECOND, SECOND, Program, crash_log, event_record, line, ring_dump,  # noqa: E402
+from devices import (MILLISECOND, SECOND, Program, calibration, crash_log, event_record, line, ring_dump,  # noqa: E402
                      run, two_boots, write)
 
 post = Program(sys.argv[1], sys.argv[2:])
@@ -187,6 +187,43 @@ def tells_the_same_as_a_perfetto_trace():
     assert total(compare(0), "ring events per second: Panel") == 3
 
 
+def tells_a_log_that_begins_in_a_message_as_its_lines_stand():
+    # A round that went on at the file's start, up to the middle of an older one's header.
+    write("unit/device.log", calibration(2554 * MILLISECOND, "1024163140") +
+          line(2551 * MILLISECOND, "<WARN> <Engine> filled it") + line(2600 * MILLISECOND, "<WARN> <Engine> new", 2) +
+          "0001:000> <WARN> <Engine> lost\r\nand its second line\r\n" +
+          "".join(line((3300 + i) * MILLISECOND, "<WARN> <Engine> old", 1 + i % 2) for i in range(300)))
+    write("unit/other.log", calibration(2800 * MILLISECOND, "1024163135", 34_464, 0x40000001) +
+          line(2900 * MILLISECOND, "<WARN> <Other> between", 0x40000001))
+    write("unit/crash.txt", crash_log(2800 * MILLISECOND, "1024163141"))
+
+    def told(lines, text):
+        return [[each[text], *(each[name] for name in ("time", "certainty", "process", "overwritten")),
+                 each.get("thread"), each.get("continues", False)] for each in lines]
+
+    *shown, crash = json.loads(post("show", "unit", "--json"))["events"]
+    assert crash["kind"] == "crash", crash
+    events = told(shown, "text")
+    assert events == told(json.loads(post("log", "unit/device.log", "unit/other.log", "--json"))["lines"], "message")
+    assert events[1][0] == "between" and shown[4]["assuming"] == "rounds-as-found", shown[:5]
+    assert events[2:4] == [["0001:000> <WARN> <Engine> lost", None, "assumed", 2, True, None, False],
+                           ["and its second line", None, "assumed", 2, True, None, True]], events[2:4]
+    for call in (["show", "unit"], ["log", "unit/device.log"]):
+        assert post(*call, "--format", "short", "--grep", "second") == "0001:000> <WARN> <Engine> lost\nand its second line\n"
+    # What has no time is no end of a process; what has one has the same mark everywhere.
+    ends = [(process[f"{end}_certainty"], event["certainty"])
+            for process in json.loads(post("summary", "unit", "--json"))["processes"] for end in ("first", "last")
+            for event in shown if (event["process"], event["time"]) == (process["process"], process[end])]
+    assert len(ends) == 4 and all(marked == known for marked, known in ends), ends
+    assert " ~< to " in post("summary", "unit")
+
+    instants = compare(FIRST_DATE + 34_980_464_000).instants
+    assert len(instants) == len(events) + 1
+    lost = next(i for i, instant in enumerate(instants) if instant["args"].get("message") == "and its second line")
+    assert instants[lost]["time"] == instants[lost + 1]["time"] and instants[lost]["thread"] == "no thread", instants[lost]
+    assert instants[lost]["args"]["time"] == "unknown, put in front of the line after it", instants[lost]
+
+
 def writes_over_its_own_traces_and_passes_them_over():
     events = 17_000
     write("unit/device.log", "".join(line(i, f"<WARN> <Tracer {i}> line") for i in range(events)))
@@ -200,4 +237,5 @@ def writes_over_its_own_traces_and_passes_them_over():
     assert len(trace.counters) == 1001 and max(len(texts) for texts in trace.texts.values()) < events
 
 
-run(tells_the_same_as_a_perfetto_trace, writes_over_its_own_traces_and_passes_them_over)
+run(tells_the_same_as_a_perfetto_trace, tells_a_log_that_begins_in_a_message_as_its_lines_stand,
+    writes_over_its_own_traces_and_passes_them_over)

@@ -57,26 +57,29 @@ make_seeds() {
     rm -rf "$run"
 }
 
-# run_fuzzers BUILD SECONDS: runs every target for its share of the time. An input that crashes stays in
-# BUILD/artifacts.
+# run_fuzzer BUILD SECONDS TARGET: an input that crashes stays in BUILD/artifacts.
+run_fuzzer() {
+    local build=$1 target=$3 log=$1/$3.log
+    # The same seed every time, so that a run judges the change and not chance; FUZZ_SEED=0 takes another one.
+    if "$build/fuzz/${target}_fuzz" -seed="${FUZZ_SEED:-1}" -max_total_time="$2" -rss_limit_mb=1024 -timeout=10 -max_len=16384 \
+        -dict=fuzz/tokens.dict -artifact_prefix="$build/artifacts/$target-" -verbosity=1 \
+        "$build/corpus/$target" >"$log" 2>&1; then
+        printf '%-14s %s\n' "$target" "$(grep -m 1 '^Done' "$log" || true)"
+    else
+        printf '%-14s FAILED, output in %s\n%s\n' "$target" "$log" \
+            "$(grep -E '^(==.*ERROR|SUMMARY)|runtime error|Test unit written' "$log" || tail -n 5 "$log")"
+        return 1
+    fi
+}
+
+# run_fuzzers BUILD SECONDS JOBS: runs every target for its share of the time of one core.
 run_fuzzers() {
-    local build=$1 share=$(($2 / ${#fuzz_targets[@]})) target log result=0
+    local share=$(($2 / ${#fuzz_targets[@]}))
     ((share > 0)) || share=1
-    mkdir -p "$build/artifacts"
-    for target in "${fuzz_targets[@]}"; do
-        log="$build/$target.log"
-        # The same seed every time, so that a run judges the change and not chance; FUZZ_SEED=0 takes another one.
-        if "$build/fuzz/${target}_fuzz" -seed="${FUZZ_SEED:-1}" -max_total_time="$share" -rss_limit_mb=1024 -timeout=10 -max_len=16384 \
-            -dict=fuzz/tokens.dict -artifact_prefix="$build/artifacts/$target-" -verbosity=1 \
-            "$build/corpus/$target" >"$log" 2>&1; then
-            printf '%-14s %s\n' "$target" "$(grep -m 1 '^Done' "$log" || true)"
-        else
-            result=1
-            printf '%-14s FAILED, output in %s\n' "$target" "$log"
-            grep -E '^(==.*ERROR|SUMMARY)|runtime error|Test unit written' "$log" || tail -n 5 "$log"
-        fi
-    done
-    return "$result"
+    mkdir -p "$1/artifacts"
+    export -f run_fuzzer
+    printf '%s\n' "${fuzz_targets[@]}" |
+        xargs -n 1 -P "$3" bash -c "run_fuzzer $1 $share \"\$1\"" run_fuzzer
 }
 
 # simulator_stage PROGRAM: folders as devices write them, read as nima-post reads them, and compared with what was true.

@@ -53,10 +53,13 @@ build_own_code() {
 # does so only for what runs in a device's processes, stays near the surface elsewhere, and follows none in tests, where
 # it would have to look into the assertions.
 tidy_file() {
-    local output checks=nima-own-code-only
+    local output path=${2#"$PWD/"} checks=nima-own-code-only
     local -a paths=()
+    path=${path#build/lint/units/}
     if [[ $1 == library ]]; then
-        case ${2#"$PWD/"} in
+        # Sources that are joined may well include and declare the same.
+        checks+=,-readability-duplicate-include,-readability-redundant-declaration
+        case $path in
             Diagnostics/* | crashHandler/* | ini/* | platform/*) ;;
             tests/*) checks+=',-clang-analyzer-*' ;;
             *) paths=(--extra-arg=-Xclang --extra-arg=-analyzer-config --extra-arg=-Xclang --extra-arg=mode=shallow) ;;
@@ -65,7 +68,7 @@ tidy_file() {
     if ! output=$(clang-tidy-14 --quiet -p build/lint --warnings-as-errors='*' \
         --load="$PWD/build/lint/own_code.so" --checks="$checks" "${paths[@]}" \
         --extra-arg=-Wno-unknown-warning-option --extra-arg=-Wno-ignored-optimization-argument "$2" 2>&1); then
-        printf '%s\n' "$output"
+        python3 scripts/lib/tidy_units.py places <<<"$output"
         return 1
     fi
 }
@@ -79,19 +82,36 @@ lint_layout() {
     source_files | xargs -d '\n' -n 40 -P "$1" clang-format-14 --dry-run --Werror
 }
 
+# Prints each include that a file has twice.
+lint_includes() {
+    local twice
+    twice=$(source_files | xargs -d '\n' grep -nE '^#include' /dev/null | awk -F: 'seen[$1, $3]++')
+    if [[ -n "$twice" ]]; then
+        printf 'Included before:\n%s\n' "$twice"
+        return 1
+    fi
+}
+
+files_to_compile() {
+    sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/lint/compile_commands.json
+}
+
 # tidy_sources JOBS DEPTH: runs clang-tidy on the sources, as deep as tidy_file says. Needs a configured release build.
 tidy_sources() {
     mkdir -p build/lint
     source_files >build/lint/files
     write_compile_commands build/lint/files
+    files_to_compile >build/lint/sources
+    rm -rf build/lint/units
+    [[ $2 == all ]] || python3 scripts/lib/tidy_units.py join build/lint || return 1
     build_own_code || return 1
     export -f tidy_file
-    sed -n 's/^  "file": "\(.*\)",\{0,1\}$/\1/p' build/lint/compile_commands.json |
-        xargs -r -d '\n' -n 1 -P "$1" bash -c "tidy_file $2 \"\$1\"" tidy_file
+    # The biggest first, so that no core waits for one at the end.
+    files_to_compile | xargs -r -d '\n' ls -S | xargs -r -d '\n' -n 1 -P "$1" bash -c "tidy_file $2 \"\$1\"" tidy_file
 }
 
 count_sources() {
-    printf '%d sources\n' "$(grep -c '"file"' build/lint/compile_commands.json)"
+    printf '%d sources\n' "$(wc -l <build/lint/sources)"
 }
 
 # Prints each module of the pages with every module that it imports.

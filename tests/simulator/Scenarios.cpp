@@ -28,7 +28,7 @@ constexpr std::array kScenarios{
     Scenario{"two-files", TwoFiles, 1, 10, 5},
     Scenario{"two-files-boots", TwoFilesBoots, 3},
     Scenario{"two-files-clock-set", TwoFilesClockSet, 5},
-    Scenario{"shared-file", SharedFile, 3, 10, 160},
+    Scenario{"shared-file", SharedFile, 3, 10, 185},
     Scenario{"traces", Traces, 1},
     Scenario{"trace-kills", TraceKills, 10},
     Scenario{"trace-restarts", TraceRestarts, 6},

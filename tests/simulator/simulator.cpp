@@ -26,6 +26,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -211,14 +212,8 @@ bool Print(const std::vector<const Scenario*>& scenarios, const std::vector<Tall
     return fine;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    const Options options = Parse(argc, argv);
-    if (!options.fleet.empty()) {
-        MakeFleet({options.fleet, options.folders, options.bytes, options.seed});
-        return 0;
-    }
+/// Returns the exit status.
+int Simulate(const Options& options) {
     const auto scenarios = Chosen(options);
     const char* const temporary = std::getenv("TMPDIR");
     std::string folder = std::string(temporary != nullptr ? temporary : "/tmp") + "/nima-simulator.XXXXXX";
@@ -245,4 +240,19 @@ int main(int argc, char** argv) {
     std::printf("seed %llu, %s set\n", static_cast<unsigned long long>(options.seed),
                 options.main ? "main" : "second");
     return Print(scenarios, tallies, options.main) ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        const Options options = Parse(argc, argv);
+        if (options.fleet.empty()) {
+            return Simulate(options);
+        }
+        MakeFleet({options.fleet, options.folders, options.bytes, options.seed});
+        return 0;
+    } catch (const std::exception& error) {
+        Refuse(error.what());
+    }
 }

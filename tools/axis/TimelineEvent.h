@@ -22,6 +22,8 @@ inline constexpr std::string_view kOverwritten = "overwritten";
 struct TimelineEvent {
     EventKind kind = EventKind::kText;
     std::optional<std::int64_t> time; ///< on the axis; empty if nothing says when it was
+    /// Then: of what it stands in front of, if that is known.
+    std::optional<std::int64_t> place;
     Certainty certainty;
     std::size_t file = 0; ///< in the folder's files
     std::optional<std::uint32_t> thread;
@@ -38,6 +40,11 @@ struct TimelineEvent {
     std::string_view mark;  ///< `kOverwritten`, or in which state a binary record is; mostly empty
     std::string_view line;  ///< of a text log as it stands there; else empty
     bool continued = false; ///< a line that belongs to the message before
+
+    /// Where it stands on the axis.
+    std::optional<std::int64_t> Place() const { return time ? time : place; }
+    /// Of a text log: what is left of a message whose header is lost.
+    bool IsRest() const { return kind == EventKind::kText && !thread; }
 };
 
 /// Returns false to end the visit.

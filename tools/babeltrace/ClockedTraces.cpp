@@ -2,6 +2,7 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/story/MergedStory.h"
 #include "tools/timeline/Tracks.h"
 
@@ -38,8 +39,8 @@ std::int64_t Nanoseconds(std::int64_t seconds, std::int64_t more) {
 /// The event as it is kept, but for its texts.
 TracedEvent Timed(const TimelineEvent& event) {
     TracedEvent traced;
+    traced.time = event.Place().value_or(0);
     if (event.time) {
-        traced.time = *event.time;
         traced.earlier = Nanoseconds(event.certainty.ProvenEarlier(), 0);
         traced.later = Nanoseconds(event.certainty.ProvenLater(), event.certainty.originLater);
     } else {
@@ -140,7 +141,7 @@ void ClockedTraces::Take(const TimelineEvent& event, std::size_t kind, Threads& 
     const auto thread = threads.NumberOf(event);
     traced.kind = kind;
     traced.thread = thread ? NumberOf(*thread) : kNoThread;
-    if (event.time) {
+    if (event.Place()) {
         traced.time -= utcOffset_;
         end_ = std::max(end_, traced.time);
         base_ = std::min(base_, traced.time);
@@ -153,7 +154,7 @@ void ClockedTraces::Take(const TimelineEvent& event, std::size_t kind, Threads& 
     traced.name = name.c_str();
     traced.text = text.c_str();
     traced.mark = mark.c_str();
-    processes_[event.process.value_or(processes_.size()) - 1].Add(traced, event.time.has_value(),
+    processes_[event.process.value_or(processes_.size()) - 1].Add(traced, event.Place().has_value(),
                                                                   event.clock);
 }
 

@@ -20,12 +20,12 @@ inline void AddBounds(Json& json, const Certainty& certainty) {
     json["later_by_seconds"] = BoundJson(certainty.ProvenLater());
     json["earlier_by_seconds"] = BoundJson(certainty.ProvenEarlier());
     json["date_cut_ns"] = certainty.originLater;
-    if (certainty.later != certainty.ProvenLater()) {
-        json["likely_later_by_seconds"] = certainty.later;
+    if (const auto later = certainty.LikelyLater()) {
+        json["likely_later_by_seconds"] = *later;
         json["assuming"] = CodeOf(certainty.premise);
     }
-    if (certainty.earlier != certainty.ProvenEarlier()) {
-        json["likely_earlier_by_seconds"] = certainty.earlier;
+    if (const auto earlier = certainty.LikelyEarlier()) {
+        json["likely_earlier_by_seconds"] = *earlier;
         json["earlier_assuming"] = CodeOf(certainty.premise);
     }
 }

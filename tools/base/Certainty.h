@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace NimaPost {
 
@@ -27,6 +28,14 @@ struct Certainty {
     constexpr std::int64_t ProvenLater() const { return premise == Premise::kNothing ? later : kUnbounded; }
     constexpr std::int64_t ProvenEarlier() const {
         return premise == Premise::kNothing ? earlier : kUnbounded;
+    }
+
+    /// What holds besides if the premise does; empty where that bounds nothing.
+    constexpr std::optional<std::int64_t> LikelyLater() const {
+        return later == ProvenLater() ? std::nullopt : std::optional(later);
+    }
+    constexpr std::optional<std::int64_t> LikelyEarlier() const {
+        return earlier == ProvenEarlier() ? std::nullopt : std::optional(earlier);
     }
 
     constexpr bool Exact() const {

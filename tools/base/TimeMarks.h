@@ -40,6 +40,12 @@ constexpr const TimeMark& MarkOf(const Certainty& certainty) {
     return kTimeMarks[static_cast<std::size_t>(SurenessOf(certainty))];
 }
 
+/// All that stand with a time.
+inline std::string SignsOf(const Certainty& certainty, bool overwritten) {
+    std::string signs(1, MarkOf(certainty).sign);
+    return overwritten ? signs += kOverwrittenMark.sign : signs;
+}
+
 /// "2026-11-24 15:09:26.046886123 =  exact"
 inline std::string WithMark(std::string moment, const Certainty& certainty) {
     const TimeMark& mark = MarkOf(certainty);

@@ -14,7 +14,7 @@ void LinePrinter::Print(const LogEntry& entry) {
     text += paint.Dim();
     times_.Append(text, entry.hasTime ? std::optional(entry.time) : std::nullopt, entry.hasWall);
     text += ' ';
-    text += MarkOf(entry.certainty).sign;
+    text += entry.hasTime ? MarkOf(entry.certainty).sign : ' ';
     text += entry.part->overwritten ? kOverwrittenMark.sign : ' ';
     text += paint.Plain();
     colour_ = entry.continued ? colour_ : paint.OfLevel(entry.line.level);

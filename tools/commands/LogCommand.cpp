@@ -78,8 +78,8 @@ Json EntryJson(const LogEntry& entry, const LogSet& logs) {
         json["assuming"] = likely->assuming;
     }
     json["overwritten"] = entry.part->overwritten;
-    if (entry.continued) {
-        json["continues"] = true;
+    if (!entry.line.hasHeader) {
+        json["continues"] = entry.continued;
     } else {
         if (!entry.line.date) {
             json["counter"] = entry.line.counter;
@@ -251,7 +251,7 @@ int RunLogView(Context& context, const DeviceInput& input, const Findings& findi
                Selection& selection) {
     return RunView(context, input, findings, selection, [&](const TimelineEvent& event) {
         return event.kind == EventKind::kText &&
-               filter.AdmitsHeader(event.level, event.name, event.thread.value_or(0));
+               (event.IsRest() || filter.AdmitsHeader(event.level, event.name, event.thread.value_or(0)));
     });
 }
 

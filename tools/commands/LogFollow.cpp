@@ -1,9 +1,11 @@
 #include "tools/commands/LogFollow.h"
 
+#include "tools/base/BoundJson.h"
 #include "tools/base/Interrupt.h"
 #include "tools/base/Json.h"
 #include "tools/base/LocalTime.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/commands/EventPrinter.h"
 #include "tools/commands/LinePrinter.h"
 #include "tools/input/ArchiveReader.h"
@@ -27,7 +29,8 @@ Json FollowedJson(const std::string& path, const LogEntry& entry) {
     const LogLine& line = entry.line;
     Json json{{"schema", kJsonSchema}, {"file", ToUtf8(path)}};
     json["time"] = entry.hasTime ? Json(WallTimeIso(entry.time)) : Json();
-    json["earlier_by_seconds"] = entry.certainty.earlier;
+    json["certainty"] = MarkOf(entry.certainty).code;
+    AddBounds(json, entry.certainty);
     if (line.hasHeader) {
         json["counter"] = line.counter;
         json["thread"] = Hex32(line.thread);
@@ -97,19 +100,20 @@ int FollowLog(Context& context, const std::string& path, LogFilter& filter) {
         return ReportUnopened(context, problem);
     }
     context.paged = false;
-    FollowClock clock(path);
+    FollowClock clock(path, follower.Position());
     FollowedLines lines(context, path);
     const LogPart nowhere;
     ShownLines shown(filter, [&](const LogEntry& entry) { lines.Print(entry); });
     std::string told;
     while (!interrupt.Requested()) {
-        const bool any = follower.Poll([&](std::string_view text) {
+        const bool any = follower.Poll([&](const FollowedLine& line) {
             LogEntry entry;
             entry.part = &nowhere;
-            entry.line = ParseLogLine(text);
-            entry.text = text;
+            entry.line = ParseLogLine(line.text);
+            entry.text = WithoutLineEnd(line.text);
+            entry.offset = line.offset;
             entry.continued = !entry.line.hasHeader;
-            clock.Place(entry, LocalTimeNow());
+            clock.Place(entry, line, LocalTimeNow());
             shown.Take(entry);
         });
         if (!any) {

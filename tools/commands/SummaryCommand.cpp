@@ -16,7 +16,7 @@
 #include <array>
 #include <filesystem>
 #include <memory>
-#include <set>
+#include <string>
 #include <utility>
 
 namespace NimaPost {
@@ -142,13 +142,16 @@ class Summary {
         }
         Json processes = Json::array();
         for (const ProcessFacts& facts : story_.Time().AllProcesses().All()) {
+            const Statistics::Ends& ends = statistics_.ends[processes.size()];
             processes.push_back({{"process", processes.size() + 1},
                                  {"boot", facts.boot ? Json(*facts.boot) : Json()},
                                  {"boot_doubt", DoubtJson(facts)},
                                  {"evidence", facts.evidence},
                                  {"doubts", facts.Doubts()},
                                  {"first", TimeJson(facts.first)},
+                                 {"first_certainty", CertaintyJson(facts.first, ends.first)},
                                  {"last", TimeJson(facts.last)},
+                                 {"last_certainty", CertaintyJson(facts.last, ends.last)},
                                  {"threads", facts.threads.size()}});
         }
         Json gaps = Json::array();
@@ -181,10 +184,15 @@ class Summary {
                            : Json(MomentInWords(story_.Time(), *time));
     }
 
+    static Json CertaintyJson(const std::optional<std::int64_t>& time, const Statistics::End& end) {
+        return time ? Json(MarkOf(end.certainty).code) : Json();
+    }
+
     std::string Moment(std::int64_t time) const { return MomentInWords(story_.Time(), time); }
-    std::string Marked(std::int64_t time, const Certainty& certainty) {
-        marks_.insert(SurenessOf(certainty));
-        return Moment(time) + " " + MarkOf(certainty).sign + " ";
+    std::string Marked(std::int64_t time, const Certainty& certainty, bool overwritten = false) {
+        const std::string signs = SignsOf(certainty, overwritten);
+        marks_ += signs;
+        return Moment(time) + " " + signs;
     }
 
     void Line(std::string text) {
@@ -248,8 +256,9 @@ class Summary {
             const ProcessFacts& facts = processes[i];
             std::string line = "  " + ProcessInWords(i + 1, facts);
             if (facts.first && facts.last) {
-                line += ": " + Moment(*facts.first) + " to " + Moment(*facts.last);
-                line += facts.assumed ? " ?" : "";
+                const auto& [first, last] = statistics_.ends[i];
+                line += ": " + Marked(*facts.first, first.certainty, first.overwritten) + " to " +
+                        Marked(*facts.last, last.certainty, last.overwritten);
             }
             Line(line + ", " + Counted(facts.threads.size(), "thread"));
             if (facts.linesProbable || facts.recordsProbable || facts.probablyOne ||
@@ -274,24 +283,31 @@ class Summary {
         for (std::size_t i = skip; i < crashes.size(); ++i) {
             const Crash& crash = crashes[i];
             std::string line = "  " + std::to_string(i + 1) + "  ";
-            line += crash.time ? Marked(*crash.time, crash.certainty) + " " : "";
+            line += crash.time ? Marked(*crash.time, crash.certainty) + "  " : "";
             Line(line + CrashCause(crash).InWords());
             if (!crash.perhapsOf.empty()) {
                 Line("     " + DoubtInWords(crash, story_));
             }
             if (const auto& kept = statistics_.firstErrors[i]) {
                 const TimelineEvent error = kept->Get();
-                Line("     first error before it: " + Marked(*error.time, error.certainty) +
+                Line("     first error before it: " + Marked(*error.time, error.certainty) + " " +
                      std::string(error.level) + " " + Printable(error.name) + ": " + Printable(error.text));
             }
         }
+        Legend();
+    }
+
+    void Legend() {
         std::string legend;
-        for (const Sureness sure : marks_) {
-            const TimeMark& mark = kTimeMarks.at(static_cast<std::size_t>(sure));
-            legend += legend.empty() ? "  " : "; ";
-            legend += mark.sign;
-            (legend += ' ') += mark.meaning;
-        }
+        const auto add = [&](const TimeMark& mark) {
+            if (marks_.find(mark.sign) != std::string::npos) {
+                legend += legend.empty() ? "  " : "; ";
+                legend += mark.sign;
+                (legend += ' ') += mark.meaning;
+            }
+        };
+        std::for_each(kTimeMarks.begin(), kTimeMarks.end(), add);
+        add(kOverwrittenMark);
         if (!legend.empty()) {
             Line(legend);
         }
@@ -413,7 +429,7 @@ class Summary {
     const Findings& inherited_;
     const Story& story_;
     Statistics statistics_;
-    std::set<Sureness> marks_; ///< of the times that are shown
+    std::string marks_; ///< of the times that are shown
 };
 
 int SummariseDevice(Context& context, const DeviceInput& input, Findings& inherited) {

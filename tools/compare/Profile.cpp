@@ -102,7 +102,7 @@ void Profile::Count(const TimelineEvent& event, std::string_view message) {
 void Profile::Take(const TimelineEvent& event) {
     const bool isOutside = (begin_ || end_) && (!event.time || (begin_ && *event.time < *begin_) ||
                                                 (end_ && *event.time >= *end_));
-    if (isOutside) {
+    if (isOutside || event.IsRest()) {
         return;
     }
     ++records_;

@@ -69,7 +69,8 @@ class CaseReading {
     void Run() {
         story_.ForEach([&](const TimelineEvent& event) {
             counts_.Take(event);
-            if (event.kind == EventKind::kText && !event.continued && !event.text.empty()) {
+            if (event.kind == EventKind::kText && !event.continued && !event.IsRest() &&
+                !event.text.empty()) {
                 TakeMessage(event);
             }
             return true;

@@ -58,11 +58,13 @@ std::size_t PinCollectedRuns(const CollectedMoment& moment, std::vector<std::vec
             if (!runs[part.run].collected) {
                 continue;
             }
-            if (part.certainty.premise == Certainty::Premise::kClockNotSet) {
-                part.certainty.premise = Certainty::Premise::kNothing;
-            }
-            if (part.certainty.later == Certainty::kUnbounded && !part.notAfter) {
+            Certainty& certainty = part.certainty;
+            if (certainty.later == Certainty::kUnbounded) {
                 part.notAfter = moment.local - OriginOf(runs[part.run]);
+            }
+            // An older round without a date is bounded by the moment alone, however rounds follow each other.
+            if (certainty.premise == Certainty::Premise::kClockNotSet || !part.date) {
+                certainty.premise = Certainty::Premise::kNothing;
             }
         }
     }

@@ -13,8 +13,6 @@ namespace NimaPost {
 
 namespace {
 
-/// More than the longest message of a tracer, and some lines.
-constexpr std::size_t kLookAhead = 8192;
 /// How soon the next line is expected after a calibration line. Readings of its counter that differ in the
 /// first digits lie further apart.
 constexpr std::int64_t kNextLine = kSecond / 10;
@@ -109,7 +107,7 @@ bool LineReader::NextPiece(std::string_view& line) {
             doubtful_ = mayBeQuote_ = false;
             stamped_ = true;
             if (const auto found = FindCalibration(rest.substr(0, length))) {
-                if (rest.size() - length < kLookAhead && Fill()) {
+                if (rest.size() - length < kQuoteLookAhead && Fill()) {
                     continue;
                 }
                 length = Split(rest, length, *found);
@@ -144,7 +142,7 @@ std::size_t LineReader::Split(std::string_view rest, std::size_t length, const F
         stamped_ = false; // The rest of a counter: a line that is older than the one before it.
         return length;
     }
-    const std::string_view following = rest.substr(length, kLookAhead);
+    const std::string_view following = rest.substr(length, kQuoteLookAhead);
     const Reading reading =
         ReadDigits(rest.substr(found.digits, found.thread - found.digits), following, atLineStart);
     const std::size_t at = found.digits + reading.foreign;

@@ -64,7 +64,7 @@ bool LogCursor::TakeIfWanted() {
         admitted_ = false;
     } else {
         Take();
-        admitted_ = entry_.line.hasHeader ? sieve_->Admits(entry_.line) : admitted_;
+        admitted_ = entry_.continued ? admitted_ : !entry_.line.hasHeader || sieve_->Admits(entry_.line);
     }
     return admitted_;
 }
@@ -74,13 +74,15 @@ void LogCursor::BeginPart(const LogPart& part) {
     const LogRun& run = runs_[part.run];
     entry_ = LogEntry();
     entry_.part = &part;
-    entry_.certainty = part.certainty;
     entry_.hasWall = file.kind == LogKind::kQueue || run.wall.has_value();
-    entry_.certainty.originLater = run.wall ? run.wall->Spread() : 0;
+    certainty_ = part.certainty;
+    certainty_.originLater = run.wall ? run.wall->Spread() : 0;
     if (!run.wall) { // No clock's setting changes elapsed time.
-        entry_.certainty.premise = Certainty::Premise::kNothing;
+        certainty_.premise = Certainty::Premise::kNothing;
     }
     origin_ = part.start + OriginOf(run);
+    entry_.certainty = Certainty::Assumed();
+    entry_.time = origin_;
     queueClock_ = QueueClock();
 }
 
@@ -89,12 +91,13 @@ void LogCursor::Take() {
     if (reader_->Offset() == entry_.part->begin && !entry_.part->calibrationHasStamp) {
         // Times count from the stamp after it.
         entry_.line.stamped = false;
-        entry_.time = origin_;
+        entry_.certainty = certainty_;
         entry_.hasTime = true;
     }
     entry_.text = WithoutLineEnd(text_);
     entry_.offset = reader_->Offset();
-    entry_.continued = !entry_.line.hasHeader;
+    entry_.continued =
+        !entry_.line.hasHeader && (entry_.offset != entry_.part->begin || entry_.part->followsBackup);
     TakeTime(entry_.line);
 }
 
@@ -102,12 +105,14 @@ void LogCursor::Take() {
 void LogCursor::TakeTime(const LogLine& line) {
     if (line.date) {
         entry_.time = queueClock_.Next(*line.date);
+        entry_.certainty = certainty_;
         entry_.certainty.originLater = queueClock_.Later();
         entry_.hasTime = true;
     } else if (line.stamped) {
         const std::int64_t elapsed = clock_.Next(line.counter, OrderedThread(line));
         entry_.time = origin_ + elapsed;
         entry_.hasTime = true;
+        entry_.certainty = certainty_;
         const std::int64_t later = entry_.part->certainty.later;
         entry_.certainty.later = later != Certainty::kUnbounded
                                      ? later + entry_.part->overcounted + (clock_.WasLate() ? 1 : 0)

@@ -55,6 +55,7 @@ class LogCursor {
     std::optional<LineReader> reader_;
     std::string_view text_;
     LogEntry entry_;
+    Certainty certainty_; ///< of the part's lines that have a time
     std::int64_t origin_ = 0;
     CounterClock clock_;
     QueueClock queueClock_;

@@ -23,14 +23,16 @@ struct LogEntry {
     std::string_view text; ///< the whole line without its end
     const LogPart* part = nullptr;
     std::uint64_t offset = 0;
-    /// Nanoseconds since 1970 if `hasWall`, else since the first line of the run.
+    /// Nanoseconds since 1970 if `hasWall`, else since the first line of the run. Of a line without a time
+    /// that of the part's first stamped one, in front of which it stands.
     std::int64_t time = 0;
-    bool hasTime = false; ///< false until the first stamped line
+    bool hasTime = false; ///< false until the part's first stamped line
     bool hasWall = false;
     Certainty certainty;
     std::optional<std::size_t> boot;    ///< from 1
     std::optional<std::size_t> process; ///< from 1
-    bool continued = false;             ///< has no header: belongs to the line before
+    /// Has no header, and belongs to the line before. False at a part's start, where that is lost.
+    bool continued = false;
 };
 
 } // namespace NimaPost

@@ -3,14 +3,15 @@
 namespace NimaPost {
 
 TimelineEvent LogEvents::Of(const LogEntry& entry) {
-    if (entry.line.hasHeader) {
-        thread_ = entry.line.thread;
+    if (!entry.continued) {
+        thread_ = entry.line.hasHeader ? std::optional(entry.line.thread) : std::nullopt;
         level_ = entry.line.level;
         tracer_ = entry.line.tracer;
     }
     TimelineEvent event;
     event.kind = EventKind::kText;
-    event.time = entry.hasTime ? std::optional(entry.time) : std::nullopt;
+    (entry.hasTime ? event.time : event.place) =
+        entry.hasTime || entry.part->stamped > 0 ? std::optional(entry.time) : std::nullopt;
     event.certainty = entry.certainty;
     event.file = entry.part->file;
     event.thread = thread_;

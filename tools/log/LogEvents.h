@@ -10,7 +10,7 @@
 namespace NimaPost {
 
 /// Turns the lines of logs into events. A line without a header is of the thread, level and tracer of the
-/// line before.
+/// line before, if that is not lost.
 class LogEvents {
   public:
     /// Holds until the next call. The file is that of the entry's part.

@@ -41,12 +41,14 @@ void LogFilter::Restart() {
     }
 }
 
-LogFilter::Fate LogFilter::Judge(const LogLine& line, std::string_view text) {
-    if (line.hasHeader) {
-        const bool admitted = AdmitsHeader(line.level, line.tracer, line.thread);
-        message_ = !admitted ? Fate::kHide : texts_ != nullptr ? texts_->Begin(text) : Fate::kShow;
+LogFilter::Fate LogFilter::Judge(const LogEntry& entry) {
+    const LogLine& line = entry.line;
+    if (!entry.continued) {
+        // One of which the header is lost could be any.
+        const bool admitted = !line.hasHeader || AdmitsHeader(line.level, line.tracer, line.thread);
+        message_ = !admitted ? Fate::kHide : texts_ != nullptr ? texts_->Begin(entry.text) : Fate::kShow;
     } else if (message_ != Fate::kHide && texts_ != nullptr) {
-        message_ = texts_->Continue(text);
+        message_ = texts_->Continue(entry.text);
     }
     return message_;
 }

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "tools/base/TextFilter.h"
-#include "tools/log/LogLine.h"
+#include "tools/log/LogEntry.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -29,7 +29,7 @@ class LogFilter {
     void Restart();
     /// What becomes of a line, and of those of its message that were undecided so far.
     using Fate = TextFilter::Fate;
-    Fate Judge(const LogLine& line, std::string_view text);
+    Fate Judge(const LogEntry& entry);
 
     const std::vector<std::string>& Levels() const { return levels_; }
     const std::vector<std::string>& Tracers() const { return tracers_; }

@@ -1,7 +1,5 @@
 #include "tools/log/LogFollower.h"
 
-#include "tools/base/Text.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -106,12 +104,13 @@ bool LogFollower::ReadRewritten(const Visitor& visitor) {
 
 void LogFollower::TakeLines(std::string_view bytes, const Visitor& visitor) {
     for (std::size_t end = bytes.find('\n'); end != std::string_view::npos; end = bytes.find('\n')) {
-        visitor(WithoutLineEnd(bytes.substr(0, end + 1)));
+        const std::string_view line = bytes.substr(0, end + 1);
         bytes.remove_prefix(end + 1);
+        visitor({line, position_, bytes});
         position_ += end + 1;
     }
     if (bytes.size() >= kWindow) { // No line is that long; what is there is not to hold up the rest.
-        visitor(bytes);
+        visitor({bytes, position_, {}});
         position_ += bytes.size();
     }
 }

@@ -10,6 +10,13 @@
 
 namespace NimaPost {
 
+/// A line as it has come. The views hold until the visitor returns.
+struct FollowedLine {
+    std::string_view text; ///< with its end
+    std::uint64_t offset = 0;
+    std::string_view following; ///< what has come after it so far
+};
+
 /// Watches a log that is being written and hands over the lines that come: at its end, in a new file after a
 /// roll, or again from the start, over the old ones.
 class LogFollower {
@@ -17,9 +24,12 @@ class LogFollower {
     /// Begins after what is there now, or at the start when the file is not there yet.
     explicit LogFollower(std::string path);
 
-    using Visitor = std::function<void(std::string_view line)>;
-    /// Hands over the lines, without their ends, that have come since the last call. True if there were any.
+    using Visitor = std::function<void(const FollowedLine& line)>;
+    /// Hands over the lines that have come since the last call. True if there were any.
     bool Poll(const Visitor& visitor);
+
+    /// Where the next line begins.
+    std::uint64_t Position() const { return position_; }
 
     /// Why the system refused to read the log as it is now, "Input/output error" for example; empty if it
     /// never did.

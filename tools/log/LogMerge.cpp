@@ -66,9 +66,10 @@ void LogMerge::Advance(Stream& stream) {
         entry.process = process + 1;
         entry.boot = process == *entry.part->process ? entry.boot : processes_[process].KnownBoot();
     }
-    // What has no time goes with the line before it.
+    // What has no time goes with the line after it, or, where none of its part has a time, with the one
+    // before.
     const Key key{stream.boot != 0 ? stream.boot : kUnknownBoot,
-                  entry.hasTime ? entry.time : stream.key.second};
+                  entry.hasTime || entry.part->stamped > 0 ? entry.time : stream.key.second};
     stream.key = std::max(stream.key, key);
 }
 

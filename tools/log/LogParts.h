@@ -42,6 +42,8 @@ struct LogPart {
     /// Its writer may have gone on at the file's start, or another written it over, without a sign.
     bool mayHideOlder = false;
     bool beginsInside = false; ///< its first line has no header: the message began before it
+    /// It begins a file after a backup; that message is the backup's last one. Else it is lost.
+    bool followsBackup = false;
     std::vector<ClockMark> marks;
     std::optional<LineStamp> calibration; ///< the line that it begins with
     std::optional<RawDate> date;          ///< of that line, if it is of use
@@ -78,10 +80,8 @@ struct LogPart {
     /// Threads of the process before that write on: two processes share the file.
     std::vector<std::uint32_t> others;
     std::optional<std::size_t> othersProcess;
-    /// On the run's axis: all lines of the part are earlier.
+    /// On the run's axis: all lines of the part are earlier, if the certainty's premise holds.
     std::optional<std::int64_t> notAfter;
-    /// On the run's axis: they are so, unless the clock was set since.
-    std::optional<std::int64_t> likelyNotAfter;
     /// On the run's axis: when another log shows that the wall clock was set. Later lines may be on either
     /// clock.
     std::optional<std::int64_t> setAfter;

@@ -76,6 +76,7 @@ void LogSet::Arrange() {
         for (const auto& [number, index] : files) {
             for (LogPart& part : key.second == LogKind::kQueue ? SurveyQueue(index) : Survey(index)) {
                 part.file = index;
+                part.followsBackup = part.begin == 0 && !parts.empty() && parts.back().file != index;
                 parts.push_back(std::move(part));
             }
         }
@@ -327,9 +328,6 @@ std::optional<LikelyBound> LogSet::LikelyBoundOf(const LogEntry& entry) const {
     if (!entry.hasTime || !entry.part->process || entry.certainty.later != Certainty::kUnbounded) {
         return std::nullopt;
     }
-    if (const auto& notAfter = entry.part->likelyNotAfter) {
-        return before(OriginOf(runs_[entry.part->run]) + *notAfter, "rounds-as-found");
-    }
     if (entry.certainty.earlier == Certainty::kUnbounded) {
         return std::nullopt;
     }
@@ -369,7 +367,7 @@ std::optional<LogSet::Anchor> LogSet::LastAnchor() const {
         }
         const std::size_t boot = process.boot;
         if (!anchor || std::pair(boot, wall) >= std::pair(latestBoot, anchor->wall)) {
-            anchor = Anchor{part.lastCounter, wall, *part.process};
+            anchor = Anchor{part.lastCounter, wall, *part.process, part.run};
             latestBoot = boot;
         }
     });

@@ -72,6 +72,7 @@ class LogSet {
         std::int64_t counter;
         std::int64_t wall;
         std::size_t process;
+        std::size_t run;
     };
     std::optional<Anchor> LastAnchor() const;
 

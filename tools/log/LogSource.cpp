@@ -81,9 +81,6 @@ class LogSource : public Source {
         bool goOn = true;
         LogEvents events;
         logs_.ForEach([&](const LogEntry& entry) {
-            if (!entry.hasTime) {
-                return true;
-            }
             TimelineEvent event = events.Of(entry);
             event.file = files_[entry.part->file]->index;
             if (entry.process) {
@@ -94,7 +91,7 @@ class LogSource : public Source {
             }
             const auto undated = undatedRuns_.find(entry.part->run);
             if (undated != undatedRuns_.end()) {
-                event.time = entry.time + undated->second;
+                (event.time ? event.time : event.place) = entry.time + undated->second;
                 event.certainty = entry.part->run == origin_ ? event.certainty : Certainty::Assumed();
             }
             goOn = visitor(event);

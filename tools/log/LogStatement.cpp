@@ -95,8 +95,7 @@ std::vector<Finding> LogSet::ClockStatement(std::span<const std::size_t> numbers
         unseen += part.overwritten ? 0 : std::max<std::int64_t>(part.certainty.later, 0);
         mayHideOlder = mayHideOlder || (part.certainty.premise == Certainty::Premise::kRoundsAsFound &&
                                         part.certainty.earlier != Certainty::kUnbounded);
-        open =
-            open || (part.certainty.later == Certainty::kUnbounded && !part.notAfter && !part.likelyNotAfter);
+        open = open || (part.certainty.later == Certainty::kUnbounded && !part.notAfter);
     });
     if (unseen > 0) {
         statement.push_back({"silence", Counted(unseen, "second") +

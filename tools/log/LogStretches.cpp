@@ -36,15 +36,15 @@ bool LogStretches::PassesSieve() {
     if (isBefore(next_, decided_)) {
         return true;
     }
-    // What stands in front of the first header belongs to a message that is not there.
-    LineSieve::Needs found = next_ == Place() ? sieve_->All() : 0;
+    // What stands in front of the first header may belong to a message that is not there, of any level.
+    LineSieve::Needs found = BeginsInside(next_) ? sieve_->All() : 0;
     Place end = next_;
     do {
         if (found != sieve_->All()) {
             found |= NeedsIn(StretchAt(end));
         }
         end = After(end);
-    } while (end.part < parts_.size() && BeginsInside(end));
+    } while (end.part < parts_.size() && BeginsInside(end) && parts_[end.part].followsBackup);
     const bool wanted = found == sieve_->All();
     decided_ = end;
     next_ = wanted ? next_ : end;

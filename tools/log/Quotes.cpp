@@ -67,17 +67,19 @@ Following FollowingOf(const QuotePlace& place, const LinesBefore& before, std::i
     return following;
 }
 
-/// Where the message ends: in front of the first line that may follow the last one before the quote, or does
-/// not follow what is quoted.
-std::uint64_t EndOf(const Following& following) {
+/// The message ends in front of the first line that may follow the last one before the quote, or does not
+/// follow what is quoted.
+Quote EndAt(Quote quote, const Following& following) {
     const auto isNext = [](const Follower& each) {
         return each.isKnown || each.afterQuoted >= std::min(kSoon, std::abs(each.afterLast));
     };
     const std::vector<Follower>& lines = following.lines;
     const auto next = std::find_if(lines.begin(), lines.end(), isNext);
-    return std::min(following.end, next != lines.end() ? next->offset
-                                   : lines.empty()     ? following.end
-                                                       : lines.front().offset);
+    quote.ended = next != lines.end();
+    quote.end = std::min(following.end, quote.ended     ? next->offset
+                                        : lines.empty() ? following.end
+                                                        : lines.front().offset);
+    return quote;
 }
 
 enum class QuoteReading : unsigned char { kOpening, kDoubtful, kQuote };
@@ -130,8 +132,7 @@ std::optional<Quote> JudgeQuote(const QuotePlace& place, const LinesBefore& befo
     if (reading == QuoteReading::kOpening) {
         return std::nullopt;
     }
-    const std::uint64_t end = EndOf(following);
-    return Quote{place.offset + place.counter, end, reading == QuoteReading::kQuote};
+    return EndAt({place.offset + place.counter, 0, reading == QuoteReading::kQuote}, following);
 }
 
 } // namespace NimaPost

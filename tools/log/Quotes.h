@@ -11,11 +11,16 @@
 
 namespace NimaPost {
 
+/// So many bytes after a calibration line tell of it: more than the longest message of a tracer, and some
+/// lines.
+inline constexpr std::size_t kQuoteLookAhead = 8192;
+
 /// What may be a part of a message, though it begins with a calibration line: a host traced lines of a log.
 struct Quote {
     std::uint64_t begin = 0; ///< offset of the calibration line, after the digits in front of its counter
     std::uint64_t end = 0;   ///< of it and the lines with headers that belong to the same message
     bool proven = false;     ///< else a process may have opened the log there
+    bool ended = false;      ///< a line follows that is not of the message
 };
 
 /// A calibration line after a log's start, and what stands around it.

@@ -19,7 +19,7 @@ void ShownLines::Take(const LogEntry& entry) {
     if (!entry.continued) {
         messages_.Begin();
     }
-    messages_.Decide(filter_.Judge(entry.line, entry.text));
+    messages_.Decide(filter_.Judge(entry));
     messages_.Take(entry);
 }
 

@@ -180,7 +180,8 @@ void TimePlacer::HangBefore(LogPart& dated) {
             next->start - StepWithFall(part.lastCounter, next->firstCounter, kDisorder) - part.length;
         part.certainty = Certainty{Certainty::kUnbounded, Certainty::kUnbounded, !sameProcess};
         if (sameProcess && !dated.hidesSeam && !dated.mayBeQuote) {
-            part.likelyNotAfter = dated.start;
+            part.notAfter = dated.start;
+            part.certainty.premise = Certainty::Premise::kRoundsAsFound;
         }
         next = &part;
     }

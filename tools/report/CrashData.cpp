@@ -75,9 +75,6 @@ Json CrashJson(const Crash& crash, const Story& story) {
               {"time", TimeJson(story.Time(), crash.time)},
               {"certainty", MarkOf(crash.certainty).code},
               {"assumed", crash.certainty.assumed},
-              {"later_by_seconds", BoundJson(crash.certainty.later)},
-              {"earlier_by_seconds", BoundJson(crash.certainty.earlier)},
-              {"date_cut_ns", crash.certainty.originLater},
               {"dated_by", crash.log == nullptr || !crash.time ? Json()
                            : crash.log->byLog                  ? Json("log")
                                                                : Json("head")},
@@ -88,6 +85,7 @@ Json CrashJson(const Crash& crash, const Story& story) {
               {"process_doubt", isProbable ? Json("probably") : Json()},
               {"thread", crash.thread ? Json(Hex32(*crash.thread)) : Json()},
               {"process_id", OrNull(crash.processId)}};
+    AddBounds(json, crash.certainty);
     if (crash.log != nullptr) {
         json["boot_cycle"] = OrNull(crash.log->log.BootCycle());
         json["error_code"] = ToUtf8(crash.log->log.Field(Nima::Catalogue::kErrorCode));

@@ -42,7 +42,7 @@ MergedStory::Place MergedStory::PlaceOf(const TimelineEvent& event) const {
 }
 
 MergedStory::Key MergedStory::KeyOf(const TimelineEvent& event) const {
-    return order_.KeyOf(event.time, event.boot);
+    return order_.KeyOf(event.Place(), event.boot);
 }
 
 void MergedStory::KeepOthers() {
@@ -70,7 +70,7 @@ void MergedStory::ForEach(const std::function<void(const TimelineEvent&)>& visit
     Key reached{0, std::numeric_limits<std::int64_t>::min()};
     SelectedEvents selected(selection_, admits_, [&](const TimelineEvent& event) {
         // The order of a log's lines stands, whatever their times are.
-        reached = std::max(reached, KeyOf(event));
+        reached = event.Place() ? std::max(reached, KeyOf(event)) : reached;
         for (; next != others_.end() && next->first.key < reached; ++next) {
             visitor(next->second.Get());
         }

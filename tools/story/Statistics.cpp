@@ -81,8 +81,10 @@ class Collector {
     explicit Collector(const Story& story)
         : crashes_(story.Crashes()),
           hasOneBoot_(BeginningsOf(story.Time().AllProcesses()).size() < 2),
-          silences_(story.Time().AllProcesses()) {
+          processes_(story.Time().AllProcesses()),
+          silences_(processes_) {
         result_.firstErrors.resize(crashes_.size());
+        result_.ends.resize(processes_.All().size());
     }
 
     void Take(const TimelineEvent& event) {
@@ -91,6 +93,9 @@ class Collector {
             return;
         }
         result_.Take(event);
+        if (event.process && event.time) {
+            TakeEnds(event, processes_[*event.process], result_.ends[*event.process - 1]);
+        }
         if (event.kind == EventKind::kText && event.time && !event.continued) {
             silences_.Take(event);
             TakeError(event);
@@ -103,6 +108,14 @@ class Collector {
     }
 
   private:
+    /// Where nothing proves which lines are a process's, none proves when it began and ended.
+    static void TakeEnds(const TimelineEvent& event, const ProcessFacts& facts, Statistics::Ends& ends) {
+        const Statistics::End end{facts.assumed ? Certainty::Assumed() : event.certainty,
+                                  event.mark == kOverwritten};
+        ends.first = event.time == facts.first ? end : ends.first;
+        ends.last = event.time == facts.last ? end : ends.last;
+    }
+
     void TakeError(const TimelineEvent& event) {
         if (event.level != "ERROR" && event.level != "FATAL") {
             return;
@@ -140,6 +153,7 @@ class Collector {
 
     const std::vector<Crash>& crashes_;
     bool hasOneBoot_;
+    const Processes& processes_;
     Statistics result_;
     Silences silences_;
     Errors errors_;       ///< the first of each process
@@ -154,7 +168,7 @@ void EventCounts::Take(const TimelineEvent& event) {
         first = std::min(first.value_or(*event.time), *event.time);
         last = std::max(last.value_or(*event.time), *event.time);
     }
-    if (event.continued) {
+    if (event.continued || event.IsRest()) {
         return;
     }
     key_.first = event.kind;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/base/Certainty.h"
 #include "tools/story/KeptEvent.h"
 #include "tools/story/Story.h"
 
@@ -47,6 +48,18 @@ struct Statistics : EventCounts {
         /// Else there are lines in between, and where the silence was, or how many there were, nothing shows.
         bool IsOne() const { return length == until - from; }
     };
+
+    /// How certain a process's first or last time is.
+    struct End {
+        Certainty certainty = Certainty::Assumed();
+        bool overwritten = false;
+    };
+    struct Ends {
+        End first;
+        End last;
+    };
+    /// Of each process, from number 1 on.
+    std::vector<Ends> ends;
 
     /// The first line at ERROR or FATAL before each crash, after the one before: of the same process, or
     /// where that is not known of the same boot.

@@ -9,6 +9,7 @@
 #include "tools/base/TimeMarks.h"
 #include "tools/base/TimePrinter.h"
 #include "tools/base/WallClock.h"
+#include "tools/story/MergedStory.h"
 #include "tools/story/SelectedEvents.h"
 #include "tools/story/Threads.h"
 #include "tools/timeline/Tracks.h"
@@ -137,7 +138,7 @@ class ChromeWriter {
     void Instant(const TimelineEvent& event) {
         const auto thread = threads_.NumberOf(event);
         const Track track{ProcessOf(event), thread ? TrackOf(*thread) : kNoThread};
-        const std::int64_t elapsed = event.time.value_or(range_.end) - range_.origin;
+        const std::int64_t elapsed = event.Place().value_or(range_.end) - range_.origin;
         AppendTitle(BeginHead(), event, AppendJsonText);
         EndHead(kTimelineKinds[static_cast<std::size_t>(event.kind)].category, "i", elapsed, track);
         std::string& text = out_.Text();
@@ -146,7 +147,7 @@ class ChromeWriter {
         text += '"';
         AppendProcess(text, event);
         AppendArguments(text, event);
-        AppendTime(text, event.time, event.certainty, event.mark == kOverwritten);
+        AppendTime(text, event);
         text += "}}";
         out_.Pace();
         ++RateAt(elapsed / kSecond)[static_cast<std::size_t>(event.kind)];
@@ -189,32 +190,31 @@ class ChromeWriter {
         out_.Write(",\"s\":\"g\",\"args\":{\"files\":");
         out_.WriteJson(files);
         std::string& text = out_.Text();
-        AppendTime(text, crash.time, crash.certainty, false);
+        AppendTime(text, EventOf(crash));
         AppendProcess(text, crash);
         out_.Write("}}");
     }
 
     /// With the digits and marks that `log` and the page show, and how far the truth may be.
-    void AppendTime(std::string& text, const std::optional<std::int64_t>& time, const Certainty& certainty,
-                    bool overwritten) {
-        if (!time) {
+    void AppendTime(std::string& text, const TimelineEvent& event) {
+        if (!event.time) {
             text += ",\"time\":\"";
-            text += kUnknownTime;
+            text += UnknownTime(event);
             text += '"';
             return;
         }
         text += ",\"time\":\"";
-        times_.Append(text, time, story_.Time().HasWall());
+        times_.Append(text, event.time, story_.Time().HasWall());
         text += "\",\"mark\":\"";
-        text += SignsOf(certainty, overwritten);
+        text += SignsOf(event.certainty, event.mark == kOverwritten);
         text += '"';
-        if (!certainty.Exact()) {
+        if (!event.certainty.Exact()) {
             text += ",\"later_by_seconds\":";
-            AppendBound(text, certainty.ProvenLater());
+            AppendBound(text, event.certainty.ProvenLater());
             text += ",\"earlier_by_seconds\":";
-            AppendBound(text, certainty.ProvenEarlier());
+            AppendBound(text, event.certainty.ProvenEarlier());
             text += ",\"date_cut_ns\":";
-            AppendDecimal(text, certainty.originLater);
+            AppendDecimal(text, event.certainty.originLater);
         }
     }
 

@@ -2,7 +2,9 @@
 
 #include "tools/base/CounterClock.h"
 #include "tools/base/Text.h"
+#include "tools/base/TimeMarks.h"
 #include "tools/base/TimePrinter.h"
+#include "tools/story/MergedStory.h"
 #include "tools/story/SelectedEvents.h"
 #include "tools/story/Threads.h"
 #include "tools/timeline/PerfettoPackets.h"
@@ -112,14 +114,14 @@ class PerfettoWriter {
                                         : TrackOf(TrackKind::kWithoutThread, event.process.value_or(device_));
         title_.clear();
         AppendTitle(title_, event, [](std::string& text, std::string_view bytes) { text += ToUtf8(bytes); });
-        packets_.Instant(track, Place(event.time), kTimelineKinds[kind].category, title_,
+        packets_.Instant(track, Place(event.Place()), kTimelineKinds[kind].category, title_,
                          [&](Annotations& annotations) {
                              annotations.Word("file", ToUtf8(story_.Files()[event.file].name));
                              Process(annotations, event);
                              Arguments(annotations, event);
-                             Time(annotations, event.time, event.certainty, event.mark == kOverwritten);
+                             Time(annotations, event);
                          });
-        CountIn(event, (event.time.value_or(range_.end) - range_.origin) / kSecond);
+        CountIn(event, (event.Place().value_or(range_.end) - range_.origin) / kSecond);
         ++count_;
     }
 
@@ -166,20 +168,19 @@ class PerfettoWriter {
     }
 
     /// With the digits and marks that are shown everywhere, and how far the truth may be.
-    void Time(Annotations& annotations, const std::optional<std::int64_t>& time, const Certainty& certainty,
-              bool overwritten) {
-        if (!time) {
-            annotations.Word("time", kUnknownTime);
+    void Time(Annotations& annotations, const TimelineEvent& event) {
+        if (!event.time) {
+            annotations.Word("time", UnknownTime(event));
             return;
         }
         digits_.clear();
-        times_.Append(digits_, time, story_.Time().HasWall());
+        times_.Append(digits_, event.time, story_.Time().HasWall());
         annotations.Text("time", digits_);
-        annotations.Word("mark", SignsOf(certainty, overwritten));
-        if (!certainty.Exact()) {
-            Bound(annotations, "later_by_seconds", certainty.ProvenLater());
-            Bound(annotations, "earlier_by_seconds", certainty.ProvenEarlier());
-            annotations.Number("date_cut_ns", static_cast<std::uint64_t>(certainty.originLater));
+        annotations.Word("mark", SignsOf(event.certainty, event.mark == kOverwritten));
+        if (!event.certainty.Exact()) {
+            Bound(annotations, "later_by_seconds", event.certainty.ProvenLater());
+            Bound(annotations, "earlier_by_seconds", event.certainty.ProvenEarlier());
+            annotations.Number("date_cut_ns", static_cast<std::uint64_t>(event.certainty.originLater));
         }
     }
 
@@ -197,7 +198,7 @@ class PerfettoWriter {
                              for (const std::size_t file : crash.files) {
                                  annotations.Word("file", ToUtf8(story_.Files()[file].name));
                              }
-                             Time(annotations, crash.time, crash.certainty, false);
+                             Time(annotations, EventOf(crash));
                              Process(annotations, crash);
                          });
     }

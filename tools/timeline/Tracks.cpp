@@ -16,7 +16,7 @@ TimelineRange RangeOf(const Story& story, Selection& selection, const SelectedEv
         range.end = std::max(range.end, time.value_or(INT64_MIN));
     };
     ForEachSelected(story, selection, [&](const TimelineEvent& event) {
-        widen(event.time);
+        widen(event.Place());
         visitor(event);
     });
     for (const Crash& crash : story.Crashes()) {
@@ -51,12 +51,8 @@ std::string ThreadTitle(const Threads::Thread& thread) {
     return thread.name.empty() ? id : thread.name + " " + id;
 }
 
-std::string SignsOf(const Certainty& certainty, bool overwritten) {
-    std::string signs(1, MarkOf(certainty).sign);
-    if (overwritten) {
-        signs += kOverwrittenMark.sign;
-    }
-    return signs;
+std::string_view UnknownTime(const TimelineEvent& event) {
+    return event.place ? "unknown, put in front of the line after it" : "unknown, put at the end";
 }
 
 Json AboutTimeline(const Story& story, const TimelineRange& range) {

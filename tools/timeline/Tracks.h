@@ -26,10 +26,9 @@ inline constexpr std::array kTimelineKinds{
 static_assert(kTimelineKinds.size() == kEventKinds, "one for each kind");
 inline constexpr std::string_view kCrashCategory = "crash";
 inline constexpr std::string_view kNoThreadTitle = "no thread";
-inline constexpr std::string_view kUnknownTime = "unknown, put at the end";
 inline constexpr std::string_view kUnboundedInWords = "unbounded";
 
-/// The part of the axis that a timeline shows. What has no time stands at its end.
+/// The part of the axis that a timeline shows. What has neither time nor place stands at its end.
 struct TimelineRange {
     std::int64_t origin = 0;
     std::int64_t end = 0;
@@ -42,8 +41,8 @@ TimelineRange RangeOf(const Story& story, Selection& selection, const SelectedEv
 std::size_t DeviceProcess(const Story& story);
 std::string ProcessTitle(const Story& story, std::size_t process);
 std::string ThreadTitle(const Threads::Thread& thread);
-/// The marks that stand with a time.
-std::string SignsOf(const Certainty& certainty, bool overwritten);
+/// In words, of an event without a time.
+std::string_view UnknownTime(const TimelineEvent& event);
 
 /// An event's name; `append` adds each part of it.
 template <class Append>

@@ -1,5 +1,6 @@
 #include "tools/fleet/export/CaseTables.h"
 
+#include "tools/base/BoundJson.h"
 #include "tools/base/Certainty.h"
 #include "tools/base/Text.h"
 #include "tools/base/TimeMarks.h"
@@ -69,6 +70,14 @@ void CaseTables::Bounds(const Certainty& certainty) {
     row_.Number("date_cut_ns", certainty.originLater);
 }
 
+void CaseTables::LikelyBounds(const Certainty& certainty) {
+    const char* const premise = CodeOf(certainty.premise);
+    row_.Number("likely_later_by_seconds", certainty.LikelyLater());
+    row_.Text("assuming", certainty.LikelyLater() ? premise : "");
+    row_.Number("likely_earlier_by_seconds", certainty.LikelyEarlier());
+    row_.Text("earlier_assuming", certainty.LikelyEarlier() ? premise : "");
+}
+
 void CaseTables::Event(const Story& story, const TimelineEvent& event) {
     const bool hasWall = story.Time().HasWall();
     const TimeText time = event.time && hasWall ? TimeText(WallTimeIso(*event.time)) : std::nullopt;
@@ -76,6 +85,7 @@ void CaseTables::Event(const Story& story, const TimelineEvent& event) {
     row_.MaybeText("time", time);
     row_.Number("elapsed_ns", event.time && !hasWall ? event.time : OptionalNumber());
     Bounds(event.certainty);
+    LikelyBounds(event.certainty);
     row_.Text("kind", kKinds.at(static_cast<std::size_t>(event.kind)));
     row_.Text("file", story.Files()[event.file].name);
     row_.Number("boot", NumberOf(event.boot));

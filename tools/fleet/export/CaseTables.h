@@ -26,6 +26,7 @@ class CaseTables {
     void Begin();
     void End(std::string_view table, const TimeText& time);
     void Bounds(const Certainty& certainty);
+    void LikelyBounds(const Certainty& certainty);
     void Event(const Story& story, const TimelineEvent& event);
     void Crash(const CaseCrash& crash, const std::string& id);
     void Process(const CaseData::Process& process, std::int64_t number);
