@@ -133,10 +133,10 @@ TEST_F(CtlRecordTest, CountsAcrossAClearAndTheEndOfTheIndex) {
     {
         const Meanwhile clears([&] {
             Await([&] { return header->liveFilter[WordOf(2)] != 0; });
-            ::usleep(100000);
+            ::usleep(300000);
             EXPECT_EQ(Ctl({"clear"}).code, 0);
         });
-        const Result record = Ctl({"record", "--for", "400ms", "--level", "6:2", "-o", "cleared", "--json"});
+        const Result record = Ctl({"record", "--for", "1s", "--level", "6:2", "-o", "cleared", "--json"});
         EXPECT_EQ(record.code, 0) << record.errors;
         EXPECT_TRUE(record.Finds("trace-cleared")) << record.output;
         EXPECT_EQ(record.Parsed()["cleared"], true);
