@@ -118,11 +118,12 @@ def goes_on_where_it_was_killed():
     for wanted in range(1, cases, cases // 6):
         with subprocess.Popen([*post.words, "index", "fleet", "--db", "fleet.db"], stdout=subprocess.DEVNULL) as child:
             reached = False
-            while not reached:
+            while not reached and child.poll() is None:
                 # Unless it has not begun yet.
                 with contextlib.suppress(sqlite3.OperationalError):
                     reached = count("cases") >= wanted
             child.kill()
+            assert reached or count("cases") >= wanted, child.returncode
     post("index", "fleet", "--db", "fleet.db")
     assert everything("fleet.db") == everything("whole.db")
 
