@@ -2,6 +2,7 @@
 
 #include "catalogue/Marks.h"
 #include "catalogue/OwnEvents.h"
+#include "tests/support/DeviceFiles.h"
 #include "tests/support/Page.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
@@ -89,24 +90,6 @@ TEST_F(Crashes, AStrippedLibrarysHandlersAreToldApart) {
 }
 
 namespace {
-
-struct LogText {
-    std::string code = "31AC05";
-    int second = 0; ///< of the minute in which all dates lie
-    long long ticks = 500'000'000;
-    int cycle = 0;
-    std::string type = "2";
-};
-
-std::string CrashLogOf(const LogText& log) {
-    const std::string second = (log.second < 10 ? "0" : "") + std::to_string(log.second);
-    return "Crash Date/Time: 0126-10-24 16:31:" + second + ".54000\r\nTicks: " + std::to_string(log.ticks) +
-           "\r\nFrequency: 1000000\r\n\r\nError Code: " + log.code +
-           "\r\nFault Addr: 0\r\nCrash Type: " + log.type +
-           "\r\nExcpt Code: 0\r\nBoot Cycle: " + std::to_string(log.cycle) +
-           "\r\n\r\nLoaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\nRing Buffers (unformatted)\r\n"
-           "\r\nBEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER DUMP\r\n\r\nAll Done!!\r\n";
-}
 
 /// Codes of the crashes that `report --json` lists, and what each is put after the one before by.
 std::string OrderTold() {

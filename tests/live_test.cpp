@@ -2,6 +2,7 @@
 
 #include "tests/support/Sandbox.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -9,12 +10,15 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <optional>
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -78,13 +82,7 @@ class Program {
 
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
-    ~Program() {
-        if (child_ > 0) {
-            ::kill(child_, SIGKILL);
-            ::waitpid(child_, nullptr, 0);
-        }
-        ::close(from_);
-    }
+    ~Program() { ::close(from_); }
 
     std::string Line() {
         ReadUpTo("\n");
@@ -111,19 +109,14 @@ class Program {
 
     void Forget() { read_.clear(); }
     void Type(char key) const { EXPECT_EQ(::write(from_, &key, 1), 1); }
-    void Signal(int number) const { ::kill(child_, number); }
+    void Signal(int number) const { child_->Signal(number); }
     void SetColumns(unsigned short columns, unsigned short rows = 10) const {
         const winsize size{rows, columns, 0, 0};
         EXPECT_EQ(::ioctl(from_, TIOCSWINSZ, &size), 0);
     }
 
     /// The exit status, or -1 if a signal ended it.
-    int Status() {
-        int status = 0;
-        ::waitpid(child_, &status, 0);
-        child_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
+    int Status() { return child_->EndBy(0); }
 
   private:
     /// Returns in the job.
@@ -156,12 +149,11 @@ class Program {
             pointers.push_back(word.data());
         }
         pointers.push_back(nullptr);
-        child_ = ::fork();
-        if (child_ == 0) {
+        child_.emplace([&] {
             prepare();
             ::execv(pointers[0], pointers.data());
             ::_exit(127);
-        }
+        });
     }
 
     bool More() {
@@ -173,7 +165,7 @@ class Program {
         return got > 0 || (got < 0 && errno == EINTR);
     }
 
-    pid_t child_ = -1;
+    std::optional<Child> child_;
     int from_ = -1;
     std::string read_;
 };
@@ -181,68 +173,41 @@ class Program {
 /// A process that traces on demand, in the working directory.
 class Device {
   public:
-    Device() {
-        int orders[2];
-        int answers[2];
-        EXPECT_EQ(::pipe2(orders, O_CLOEXEC), 0);
-        EXPECT_EQ(::pipe2(answers, O_CLOEXEC), 0);
-        std::fflush(nullptr);
-        child_ = ::fork();
-        if (child_ == 0) {
-            ::close(orders[1]);
-            Obey(orders[0], answers[1]);
-        }
-        ::close(orders[0]);
-        ::close(answers[1]);
-        orders_ = orders[1];
-        answers_ = answers[0];
-        Write(0);
-    }
-    Device(const Device&) = delete;
-    Device& operator=(const Device&) = delete;
-    ~Device() {
-        End();
-        ::close(answers_);
-    }
-
-    pid_t Process() const { return child_; }
+    pid_t Process() const { return child_.Process(); }
 
     /// Writes that many records of component 5 and as many ring events, and returns when they are written.
-    void Write(unsigned char count) const {
-        char done = 0;
-        EXPECT_EQ(::write(orders_, &count, 1), 1);
-        EXPECT_EQ(::read(answers_, &done, 1), 1);
-    }
-
-    void End() {
-        if (child_ > 0) {
-            ::close(orders_);
-            ::waitpid(child_, nullptr, 0);
-            child_ = -1;
+    void Write(unsigned count) const {
+        orders_->wanted += count;
+        while (orders_->written != orders_->wanted) {
+            ::usleep(1000);
         }
     }
+    void End() { child_.EndBy(SIGKILL); }
 
   private:
-    [[noreturn]] static void Obey(int orders, int answers) {
+    /// In memory that both processes share.
+    struct Orders {
+        std::atomic<unsigned> wanted;
+        std::atomic<unsigned> written;
+    };
+
+    void Obey(const std::function<void()>& underWay) const {
         TRACE_RING_HANDLE ring = nullptr;
         SysTraceConfigure();
         GetTraceRingBuffer(RING_SCAN_ENGINE, &ring);
-        unsigned number = 0;
-        for (unsigned char count = 0; ::read(orders, &count, 1) == 1;) {
-            for (; count > 0; --count, ++number) {
+        underWay();
+        for (;; ::usleep(1000)) {
+            for (; orders_->written != orders_->wanted; ++orders_->written) {
+                const unsigned number = orders_->written;
                 RTTrace_2(SYSTRACE_ID(5, 1, 77), number, 1000 + number);
                 WriteEventToRingBuffer(ring, 0, 4, number, 0, 0, 0);
             }
-            if (::write(answers, "x", 1) != 1) {
-                break;
-            }
         }
-        ::_exit(0);
     }
 
-    pid_t child_ = -1;
-    int orders_ = -1;
-    int answers_ = -1;
+    Orders* orders_ = static_cast<Orders*>(
+        ::mmap(nullptr, sizeof(Orders), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    Child child_{[this](const std::function<void()>& underWay) { Obey(underWay); }};
 };
 
 /// The value at a place in a tick, or null if the tick has no such place: a look that finds no segment shows
@@ -361,7 +326,7 @@ TEST_F(WatchTest, LeavesTheFilesAsTheyAre) {
 }
 
 // Reading a process's memory at address 0 fails as a bad disk does.
-TEST_F(WatchTest, SaysThatReadingFails) {
+TEST_F(WatchTest, SaysWhatItCannotRead) {
     std::filesystem::create_symlink("/proc/self/mem", kTrace);
     std::filesystem::create_symlink("/proc/self/mem", kRings);
     Program watch({"watch", "--json", "--count", "1"});
@@ -374,12 +339,10 @@ TEST_F(WatchTest, SaysThatReadingFails) {
     follow.Signal(SIGINT);
     follow.Rest();
     EXPECT_EQ(follow.Status(), 1);
-}
 
-TEST_F(WatchTest, RefusesWhatIsNoFolder) {
-    Program watch({"watch", "nowhere"});
-    EXPECT_NE(watch.Rest().find("nowhere"), std::string::npos);
-    EXPECT_EQ(watch.Status(), 2);
+    Program nowhere({"watch", "nowhere"});
+    EXPECT_NE(nowhere.Rest().find("nowhere"), std::string::npos);
+    EXPECT_EQ(nowhere.Status(), 2);
 }
 
 TEST_F(WatchTest, GivesTheTerminalBack) {

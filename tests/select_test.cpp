@@ -1,5 +1,6 @@
 // Which part nima-post shows, how it prints it, and what it makes of a whole folder.
 
+#include "tests/support/DeviceFiles.h"
 #include "tests/support/Post.h"
 #include "tests/support/Sandbox.h"
 #include "tools/base/Pattern.h"
@@ -39,35 +40,27 @@ std::vector<std::string> Texts(std::vector<std::string> arguments) {
 
 using List = std::vector<std::string>;
 
-std::string Calibration(int second, long long counter) {
-    const std::string digits = (second < 10 ? "0" : "") + std::to_string(second);
-    return std::to_string(counter) +
-           " <0x00000001:000> <CAL> <Trace> Calibration freq=1000000, now=012610241631" + digits +
-           ".54000, type=qpc\r\n";
+/// In the minute 16:31.
+std::string CalibrationAt(int second, long long counter) {
+    return Calibration(counter, "10241631" + TwoDigits(second) + ".54000");
 }
 
 std::string LineAt(long long counter, const std::string& level, const std::string& message) {
-    return std::to_string(counter) + " <0x00000001:000> <" + level + "> <Engine> " + message + "\r\n";
+    return LogLine(counter, "<" + level + "> <Engine> " + message);
 }
 
 /// Two boots, whose dates fit no one clock: lines at 16:31:00.1, .2 and .3 in the first; at 16:31:40.1 and .2
 /// in the second.
 void WriteTwoBoots() {
-    WriteFile("device.log", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", "warm up") +
+    WriteFile("device.log", CalibrationAt(0, 54'000'005) + LineAt(100'000'005, "INFO", "warm up") +
                                 LineAt(200'000'005, "ERROR", "lamp\r\nof the scanner") +
-                                LineAt(300'000'005, "WARN", "page 1 of 2") + Calibration(40, 554'000'002) +
+                                LineAt(300'000'005, "WARN", "page 1 of 2") + CalibrationAt(40, 554'000'002) +
                                 LineAt(600'000'002, "INFO", "Lamp again") +
                                 LineAt(700'000'002, "WARN", "page 2 of 2"));
 }
 
 std::string CrashLogAt(int second) {
-    const std::string digits = (second < 10 ? "0" : "") + std::to_string(second);
-    return "Crash Date/Time: 0126-10-24 16:31:" + digits +
-           ".54000\r\nTicks: 800000002\r\nFrequency: 1000000\r\n\r\nError Code: 31AC05\r\nFile Name: "
-           "fuser.cpp\r\n"
-           "Line Numbr: 54\r\nFault Addr: 0\r\nCrash Type: 2\r\nExcpt Code: 0\r\nBoot Cycle: 0\r\n\r\n"
-           "Loaded Modules\r\n\r\n\r\nCall Stacks\r\n\r\n\r\nRing Buffers (unformatted)\r\n\r\n"
-           "BEGIN RING BUFFER DUMP\r\n\r\n\r\nEND RING BUFFER DUMP\r\n\r\nAll Done!!\r\n";
+    return CrashLogOf({.second = second, .ticks = 800'000'002, .file = "fuser.cpp\r\nLine Numbr: 54"});
 }
 
 const List kFirstBoot{"warm up", "lamp", "of the scanner", "page 1 of 2"};
@@ -93,7 +86,7 @@ TEST_F(Select, ExpressionsTakeOrLeaveWholeMessages) {
 
     // Searches that would take for ever end, and are told of.
     WriteFile("evil.log",
-              Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", std::string(5000, 'a') + "b"));
+              CalibrationAt(0, 54'000'005) + LineAt(100'000'005, "INFO", std::string(5000, 'a') + "b"));
     const Result evil = Post({"log", "evil.log", "--grep", "(a+)+$", "--json"});
     EXPECT_EQ(evil.code, 0);
     EXPECT_EQ(evil.Parsed()["late_findings"]["remarks"][0]["code"], "pattern-limit") << evil.output;
@@ -172,7 +165,7 @@ TEST_F(Select, ARangeComparesTheTimesThatAreShown) {
 TEST_F(Select, ALargeLogIsSearchedForWholeMessagesWithTheirTimes) {
     // Large enough for most of it to be passed over. Stamps fall, threads are late, a message goes on in the
     // next file, and the first lines continue one that is lost.
-    std::string log = "needle of a lost message\r\n" + Calibration(0, 54'000'005);
+    std::string log = "needle of a lost message\r\n" + CalibrationAt(0, 54'000'005);
     std::uint64_t noise = 1;
     for (int i = 0; i < 30'000; ++i) {
         noise = noise * 6364136223846793005U + 1442695040888963407U;
@@ -314,7 +307,7 @@ TEST_F(Select, EveryFormatHoldsTheSame) {
     EXPECT_EQ(Post({"log", "device.log", "--json"}).output,
               Post({"log", "device.log", "--format", "json"}).output);
     // A field with what divides fields is quoted.
-    WriteFile("device.log", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", R"(a "b", c)"));
+    WriteFile("device.log", CalibrationAt(0, 54'000'005) + LineAt(100'000'005, "INFO", R"(a "b", c)"));
     EXPECT_NE(Post({"log", "device.log", "--format", "csv"}).output.find(R"(,Engine,"a ""b"", c")"),
               std::string::npos);
     EXPECT_EQ(Post({"crash", "device.log", "--format", "csv"}).code, 2);
@@ -322,9 +315,9 @@ TEST_F(Select, EveryFormatHoldsTheSame) {
 
 TEST_F(Select, ASummaryTellsSilencesOnlyBetweenTimesThatAreKnown) {
     // Rolled after six seconds, in which lines do not tell where the silence was.
-    WriteFile("device.log.1", Calibration(0, 54'000'005) + LineAt(100'000'005, "INFO", "page 1") +
+    WriteFile("device.log.1", CalibrationAt(0, 54'000'005) + LineAt(100'000'005, "INFO", "page 1") +
                                   LineAt(50'000'011, "INFO", "page 2"));
-    WriteFile("device.log", Calibration(6, 54'000'011) + LineAt(200'000'011, "INFO", "page 3"));
+    WriteFile("device.log", CalibrationAt(6, 54'000'011) + LineAt(200'000'011, "INFO", "page 3"));
     const auto gaps = [] {
         const Json json = Post({"summary", ".", "--json"}).Parsed();
         std::string all;
@@ -370,7 +363,7 @@ TEST_F(Select, ABareFolderGivesItsSummary) {
     std::string much;
     for (int i = 0; i < 40; ++i) {
         WriteFile("crash.txt." + std::to_string(i), CrashLogAt(i));
-        much += Calibration(i, 54'000'100 - i) + std::to_string(100'000'100 - i) +
+        much += CalibrationAt(i, 54'000'100 - i) + std::to_string(100'000'100 - i) +
                 " <0x00000001:000> <ERROR> <T" + std::to_string(i) + "> " + std::string(500, 'x') + "\r\n";
     }
     WriteFile("much.log", much);

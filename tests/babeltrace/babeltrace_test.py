@@ -15,8 +15,11 @@ import subprocess
 import sys
 import tempfile
 
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+from devices import SECOND, calibration, line, write  # noqa: E402
+
 PLUGINS, POST, HOST, TEXT = (os.path.abspath(each) for each in sys.argv[1:])
-SECOND = 10**9
 EVENT = re.compile(r"^\[(-?\d+)\.(\d{9})\] (.*?)(text|binary|ring|record|crash): (\{ .*earlier_ns = (-?\d+), "
                    r"later_ns = (-?\d+) \}, .*)$")
 Event = collections.namedtuple("Event", "time trace kind fields earlier later")
@@ -62,21 +65,6 @@ def timeline(folder):
     return sorted(told)
 
 
-def line(time, text, thread=1):
-    """A line of a text log, stamped as the library does."""
-    return f"{time // SECOND + time % SECOND} <0x{thread:08x}:000> {text}\r\n"
-
-
-def calibration(time, date, microseconds):
-    return line(time, f"<CAL> <Trace> Calibration freq=1000000, now=0126{date}.{microseconds:05}, type=qpc")
-
-
-def write(path, text):
-    path = pathlib.Path(path)
-    path.parent.mkdir(exist_ok=True)
-    path.write_text(text, encoding="utf-8", newline="")
-
-
 def a_device():
     """The example device: all kinds of files, and a crash."""
     os.mkdir("unit")
@@ -102,7 +90,7 @@ def a_device():
 def clocks_and_processes():
     """A process whose clock was set back, before a roll of its log, and one that came later."""
     boot = 1_000 * SECOND
-    write("set/device.log.1", calibration(boot, "1024163100", 54_000) + line(boot + 10**6, "<WARN> <A> one") +
+    write("set/device.log.1", calibration(boot, "1024163100") + line(boot + 10**6, "<WARN> <A> one") +
           line(boot + 300 * 10**6, "<WARN> <A> two, and so much that the log was full after it" + 80 * "."))
     write("set/device.log", calibration(boot + 340 * 10**6, "1024153000", 21_000) +
           line(boot + 341 * 10**6, "<WARN> <A> three") +

@@ -10,9 +10,10 @@ import shutil
 import subprocess
 import sys
 
-from selenium import webdriver
-from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
+
+sys.dont_write_bytecode = True
+from report_page_test import start_browser  # noqa: E402
 
 simulator, nima_post, work = map(pathlib.Path, sys.argv[1:])
 
@@ -50,12 +51,7 @@ def check(driver, truth):
 
 def main():
     truth = make_page()
-    options = webdriver.ChromeOptions()
-    for flag in ("--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
-                 "--disable-background-networking", "--disable-component-update", "--disable-sync"):
-        options.add_argument(flag)
-    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    driver = start_browser(work.resolve() / "profile")
     try:
         check(driver, truth)
     finally:

@@ -4,6 +4,7 @@ A row is [time, mark, source, thread, level, name, text, words, process, boot], 
 """
 
 import base64
+import json
 import re
 import struct
 import zlib
@@ -95,11 +96,10 @@ def unpack_block(columns, texts):
     assert columns.at == len(columns.data)
     lengths = [texts.number() for _ in range(count)]
     words = [[hex(texts.number()) for _ in range(many)] for many in list(texts.take(count))]
-    rest = texts.data[texts.at:].decode().encode("utf-16-le", "surrogatepass")
+    units = Reader(texts.data[texts.at:].decode().encode("utf-16-le", "surrogatepass"))
     for index, length in enumerate(lengths):
-        text, rest = rest[:2 * length].decode("utf-16-le"), rest[2 * length:]
-        assert rest[:2] == b"\n\0"
-        rest = rest[2:]
+        text = units.take(2 * length).decode("utf-16-le")
+        assert units.take(2) == b"\n\0"
         yield [None if marks[index] & WITHOUT_TIME else times[index], marks[index] & ~WITHOUT_TIME, source[index],
                thread[index] - 1, level[index] - 1, name[index] - 1, text, words[index], process[index], boot[index]]
 
@@ -107,3 +107,12 @@ def unpack_block(columns, texts):
 def unpack(page):
     return [row for columns, texts in zip(elements(page, "columns"), elements(page, "texts"))
             for row in unpack_block(columns, texts)]
+
+
+def data_of(path):
+    """What a page holds, with its rows."""
+    page = path.read_text(encoding="utf-8")
+    data = json.loads(re.search(r'<script type="application/json" id="data">(.*?)</script>', page, re.S)[1])
+    rows = unpack(page)
+    assert len(rows) == data["rows"]
+    return {**data, "rows": rows}

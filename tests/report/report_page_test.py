@@ -41,14 +41,6 @@ def visible_line(text):
     return visible(text).replace("\n", "↵")
 
 
-def data_of(path):
-    page = path.read_text(encoding="utf-8")
-    data = json.loads(re.search(r'<script type="application/json" id="data">(.*?)</script>', page, re.S)[1])
-    rows = page_rows.unpack(page)
-    assert len(rows) == data["rows"]
-    return {**data, "rows": rows}
-
-
 class Results:
     def __init__(self):
         self.passed = self.failed = 0
@@ -61,7 +53,7 @@ class Results:
 class Page:
     def __init__(self, browser, path, results, data=None):
         self.browser, self.path, self.results = browser, path, results
-        self.data = data or data_of(path)
+        self.data = data or page_rows.data_of(path)
         self.rows = self.data["rows"]
 
     def check(self, name, condition, shown=""):
@@ -72,6 +64,9 @@ class Page:
 
     def run(self, script, *args):
         return self.browser.execute_script(script, *args)
+
+    def all_texts(self, selector):
+        return self.run("return [...document.querySelectorAll(arguments[0])].map((node) => node.textContent);", selector)
 
     def settle(self):
         """Waits until everything requested has been found and drawn."""
@@ -93,12 +88,6 @@ class Page:
         self.browser.get(self.path.as_uri() + fragment)
         WebDriverWait(self.browser, 60).until(lambda b: "loading" not in (self.find("body").get_attribute("class") or ""))
         self.settle()
-        self.opening = self.spent()
-
-    def spent(self):
-        """Seconds of processor time that the page's thread has taken so far."""
-        metrics = self.browser.execute_cdp_cmd("Performance.getMetrics", {})["metrics"]
-        return next(metric["value"] for metric in metrics if metric["name"] == "TaskDuration")
 
     def view(self):
         return self.run("const {from, to} = document.getElementById('range').dataset; return [Number(from), Number(to)];")
@@ -169,24 +158,24 @@ class Page:
         titles = self.run("return [...document.querySelectorAll('#failure .crash > summary')].map((n) => n.firstChild.textContent);")
         self.check("the earlier ones are listed below, the newest first", titles == [
             f"{len(crashes) - 1 - index}. {visible(crash['title'])}" for index, crash in enumerate(crashes[1:])], titles)
-        facts = self.run("return [...document.querySelectorAll('#failure dd, #failure li')].map((node) => node.textContent);")
+        facts = self.all_texts("#failure dd, #failure li")
         wanted = [value for crash in crashes for _, value in crash.get("summary", [])]
         self.check("every fact of the crashes is shown", all(visible(str(value)) in facts for value in wanted))
-        frames = self.run("return [...document.querySelectorAll('.frames .frame')].map((node) => node.textContent);")
+        frames = self.all_texts(".frames .frame")
         expected = [visible(frame) for crash in crashes for stack in crash.get("stacks", []) for frame in stack["frames"]]
         self.check("every frame is shown", frames == expected)
-        resolved = self.run("return [...document.querySelectorAll('.frames .resolved')].map((node) => node.textContent);")
+        resolved = self.all_texts(".frames .resolved")
         lines = [line for crash in crashes for stack in crash.get("stacks", [])
                  for frame in stack.get("resolved", []) for line in frame]
         self.check("and what symbols say about it", resolved == [visible(line) for line in lines])
-        statements = self.run("return [...document.querySelectorAll('#clock li')].map((node) => node.textContent);")
+        statements = self.all_texts("#clock li")
         self.check("the statements about time are shown",
                    not self.data["clock"].get("statement") or
                    statements == [visible(line["sentence"]) for line in self.data["clock"]["statement"]])
-        notes = self.run("return [...document.querySelectorAll('#files-table .notes p')].map((node) => node.textContent);")
+        notes = self.all_texts("#files-table .notes p")
         self.check("the notes of all files are shown",
                    notes == [visible(note["sentence"]) for file in self.data["files"] for note in file.get("notes", [])])
-        rings = self.run("return [...document.querySelectorAll('#rings-table tbody tr')].map((node) => node.textContent);")
+        rings = self.all_texts("#rings-table tbody tr")
         self.check("all rings are in their table, with the marks of their times", [line.endswith(" ?") for line in rings] == [
             ring.get("sure") == 3 and ring["newest"] is not None for ring in self.data["rings"]], rings)
         active = [ring for crash in crashes for ring in crash.get("activeRings", []) if "sure" in ring]
@@ -224,8 +213,7 @@ class Page:
         """Every crash, boot and process leads to its records."""
         crashes, boots, processes = (self.data.get(each, []) for each in ("crashes", "boots", "processes"))
         for name, told in (("crash", crashes), ("boot", boots), ("process", processes)):
-            shown = self.run("""return [...document.querySelectorAll(`#${arguments[0]}-list tbody tr`)]
-                .map((row) => row.textContent);""", name)
+            shown = self.all_texts(f"#{name}-list tbody tr")
             self.check(f"each {name} is in its list, with what tells", len(shown) == len(told) and all(
                 visible(each.get("proof", each.get("after", ""))) in line and
                 visible(each.get("title", each.get("words", ""))) in line and
@@ -307,13 +295,17 @@ class Page:
             again = self.picture()
             self.check("a link shows the same picture", again == chosen,
                        (fragment, [pair for pair in zip(again[:-1], chosen[:-1]) if pair[0] != pair[1]]))
+
+    def odd_addresses(self):
+        """What means nothing shows what no address shows."""
+        self.open()
+        first = self.picture()
         for odd in ("#records", "#", "#=&=&&", "#q=", "#row=0&top=0", "#row=99999999&top=99999999&from=5&to=1",
                     "#from=1&to=1&row=-1&lanes=-7", "#from=-999999999999999999&to=999999999999999999",
                     "#level=none+such&thread=%FF%00&process=1e9&boot=__proto__&visible=maybe", "#%E0%A4%A&constructor=1&row=1.5",
                     "#top=NaN&from=Infinity&to=0x10", "#name=" + "x" * 5000):
             self.open(odd)
             self.check(f"nothing comes of {odd[:60]}", self.picture() == first)
-        self.open()
 
     def choose(self):
         """Something of each kind: a text, a level, a part of the time, a record, a place in the list."""
@@ -402,7 +394,7 @@ class Page:
             return
         line = self.find("#grid-rows [data-test]")
         self.run("document.querySelectorAll('[data-test]').forEach((node) => node.removeAttribute('data-test'));")
-        ActionChains(self.browser).move_to_element_with_offset(line, -40, 2).click().perform()
+        ActionChains(self.browser, duration=0).move_to_element_with_offset(line, -40, 2).click().perform()
         self.settle()
         self.check(f"a click on record {index} shows its text and words", self.shows(index), self.details()[:200])
         self.times_of(index)
@@ -466,7 +458,7 @@ class Page:
     def legend(self):
         used = {mark for row in self.rows if row[0] is not None for mark in self.mark(row[1])}
         used |= {mark for crash in self.data["crashes"] for mark in self.mark(crash["sure"])}
-        shown = self.run("return [...document.querySelectorAll('#legend .time-mark')].map((n) => n.textContent);")
+        shown = self.all_texts("#legend .time-mark")
         self.check("one legend explains the marks of the times", shown == [
             f"{sign} {meaning}" for sign, meaning in self.data["clock"].get("marks", []) if sign in used], shown)
 
@@ -474,7 +466,7 @@ class Page:
         """The selected line of the table holds only the text, the details also each value."""
         row = self.rows[index]
         text = self.detail_text()
-        words = self.run("return [...document.querySelectorAll('.argument-table td:nth-child(2)')].map((n) => n.textContent);")
+        words = self.all_texts(".argument-table td:nth-child(2)")
         if self.selected_line() != visible_line(row[6]):
             return False
         return text == (visible(row[6]) or "(no text)") and words == [visible(a) for a in (row[7] if len(row) > 7 else [])]
@@ -626,21 +618,6 @@ class Page:
                 return True
         return False
 
-    def speed(self):
-        """Shown but not checked, since it depends on the machine. Counted in the page's own thread."""
-        before = self.spent()
-        self.browser.execute_async_script("""
-            const done = arguments[0]; let left = 30;
-            const step = () => {
-                if (left-- === 0) { done(); return; }
-                document.getElementById(left % 2 ? 'zoom-in' : 'zoom-out').click();
-                requestAnimationFrame(step);
-            };
-            requestAnimationFrame(step);""")
-        mean = (self.spent() - before) / 30 * 1000
-        print(f"     {len(self.rows)} records opened in {self.opening:.1f} s, {mean:.0f} ms a frame")
-        self.click("#zoom-fit")
-
     def shown_time(self):
         """The filter for the visible time follows the timeline."""
         self.click("#filter-range")
@@ -663,7 +640,6 @@ class Page:
 
     def generic(self):
         self.open()
-        self.speed()
         self.texts()
         self.lists()
         self.table()
@@ -673,6 +649,7 @@ class Page:
         self.theme()
         self.layout()
         self.paper()
+        self.quiet()
         self.address()
         self.quiet()
 
@@ -746,6 +723,9 @@ def samples(browser, folder, program, results):
         path.write_bytes(sample_page.assemble(make(), program))
         page = Page(browser, path, results)
         page.generic()
+        page.open()
+        if name in ("crash", "empty"):
+            page.odd_addresses()
         if name == "hostile":
             page.every_row()
         if name == "large":
@@ -766,7 +746,6 @@ def start_browser(profile):
     browser = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
     # The browser's own first page makes requests too.
     browser.get("about:blank")
-    browser.execute_cdp_cmd("Performance.enable", {"timeDomain": "threadTicks"})
     return browser
 
 

@@ -5,17 +5,13 @@
 #include "ctl/Program.h"
 #include "tests/support/Post.h"
 
-#include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <Diagnostics/Formats.h>
@@ -33,45 +29,17 @@ inline Result Ctl(const std::vector<std::string>& arguments) {
 }
 
 /// A process of the device, which does something in the working directory until it is told to end.
-class Host {
+class Host : public Child {
   public:
     /// `step` is done over and over; the constructor returns after the first time.
-    explicit Host(const std::function<void()>& step) {
-        int ready[2];
-        EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
-        std::fflush(nullptr);
-        child_ = ::fork();
-        if (child_ == 0) {
-            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-            step();
-            if (::write(ready[1], "x", 1) != 1) {
-                ::_exit(1);
-            }
-            for (;;) {
-                step();
-            }
-        }
-        char byte = 0;
-        ::close(ready[1]);
-        EXPECT_EQ(::read(ready[0], &byte, 1), 1);
-        ::close(ready[0]);
-    }
-    Host(const Host&) = delete;
-    Host& operator=(const Host&) = delete;
-    ~Host() { Kill(); }
-
-    pid_t Process() const { return child_; }
-    void Signal(int number) const { ::kill(child_, number); }
-    void Kill() {
-        if (child_ > 0) {
-            ::kill(child_, SIGKILL);
-            ::waitpid(child_, nullptr, 0);
-            child_ = -1;
-        }
-    }
-
-  private:
-    pid_t child_ = -1;
+    explicit Host(const std::function<void()>& step)
+        : Child([&step](const std::function<void()>& underWay) {
+              step();
+              underWay();
+              for (;;) {
+                  step();
+              }
+          }) {}
 };
 
 /// Two records of components 5 and 6 and a ring event; a burst of them now and then, as a device under load
@@ -126,66 +94,29 @@ class Header {
 };
 
 /// Does something in a process of its own at the same time, and waits for its end.
-class Meanwhile {
+class Meanwhile : public Child {
   public:
-    explicit Meanwhile(const std::function<void()>& action) {
-        std::fflush(nullptr);
-        child_ = ::fork();
-        if (child_ == 0) {
-            action();
-            std::fflush(nullptr);
-            ::_exit(::testing::Test::HasFailure() ? 1 : 0);
-        }
-    }
+    using Child::Child;
     Meanwhile(const Meanwhile&) = delete;
     Meanwhile& operator=(const Meanwhile&) = delete;
-    ~Meanwhile() {
-        int status = 0;
-        ::waitpid(child_, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
-
-  private:
-    pid_t child_ = -1;
+    ~Meanwhile() { EXPECT_EQ(EndBy(0), 0); }
 };
 
 /// A nima-ctl that runs beside the test.
-class Running {
+class Running : public Child {
   public:
-    explicit Running(const std::vector<std::string>& arguments, const char* errors = "/dev/null") {
-        std::fflush(nullptr);
-        child_ = ::fork();
-        if (child_ == 0) {
-            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-            std::vector<const char*> words{"nima-ctl"};
-            for (const std::string& argument : arguments) {
-                words.push_back(argument.c_str());
-            }
-            if (std::freopen("/dev/null", "w", stdout) == nullptr ||
-                std::freopen(errors, "w", stderr) == nullptr) {
-                ::_exit(99);
-            }
-            ::_exit(NimaCtl::RunProgram(static_cast<int>(words.size()), words.data()));
-        }
-    }
-    Running(const Running&) = delete;
-    Running& operator=(const Running&) = delete;
-    ~Running() { EndBy(SIGKILL); }
-
-    /// Sends a signal, or none, and returns the exit status, or -1 if a signal ended it.
-    int EndBy(int signal) {
-        int status = -1;
-        if (child_ > 0) {
-            ::kill(child_, signal);
-            ::waitpid(child_, &status, 0);
-            child_ = -1;
-        }
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-  private:
-    pid_t child_ = -1;
+    explicit Running(const std::vector<std::string>& arguments, const char* errors = "/dev/null")
+        : Child([&] {
+              Become("nima-ctl", NimaCtl::RunProgram, arguments, {.output = "/dev/null", .errors = errors});
+          }) {}
 };
+
+/// Looks every millisecond.
+inline void Await(const std::function<bool()>& condition) {
+    while (!condition()) {
+        ::usleep(1000);
+    }
+}
 
 constexpr std::uint32_t Bit(unsigned component) {
     return 0x80000000U >> component;
@@ -195,17 +126,15 @@ constexpr int WordOf(unsigned level) {
     return static_cast<int>(level) * 4;
 }
 
-/// How many records of a component nima-post finds in the segment.
-inline std::size_t RecordsOf(unsigned component) {
-    return Post({"systrace", kTrace, "--json", "--component", std::to_string(component)})
-        .Parsed()["records"]
-        .size();
+/// Whether nima-post finds a record of a component in the segment, or a dump of it.
+inline bool HasRecordOf(unsigned component, const char* trace = kTrace) {
+    const Result result =
+        Post({"systrace", trace, "--json", "--last", "1", "--component", std::to_string(component)});
+    return !result.Parsed()["records"].empty();
 }
 
 inline void AwaitRecordOf(unsigned component) {
-    while (RecordsOf(component) == 0) {
-        ::usleep(1000);
-    }
+    Await([component] { return HasRecordOf(component); });
 }
 
 } // namespace Nima::Testing

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -38,6 +39,30 @@ struct Result {
     }
 };
 
+/// The files of a program's standard streams; those without a name stay as they are.
+struct Streams {
+    const char* input = "/dev/null"; ///< no terminal that could be asked
+    const char* output = nullptr;
+    const char* errors = nullptr;
+};
+
+/// Goes on as a whole program, with whose end this process ends.
+[[noreturn]] inline void Become(const char* name, int (*program)(int, const char* const*),
+                                const std::vector<std::string>& arguments, const Streams& streams) {
+    std::vector<const char*> words{name};
+    for (const std::string& argument : arguments) {
+        words.push_back(argument.c_str());
+    }
+    for (const auto& [path, mode, stream] : {std::tuple(streams.input, "r", stdin),
+                                             {streams.output, "w", stdout},
+                                             {streams.errors, "w", stderr}}) {
+        if (path != nullptr && std::freopen(path, mode, stream) == nullptr) {
+            std::exit(99);
+        }
+    }
+    std::exit(program(static_cast<int>(words.size()), words.data()));
+}
+
 /// Calls a whole program in a child process, with a file as its standard input.
 inline Result Call(const char* name, int (*program)(int, const char* const*),
                    const std::vector<std::string>& arguments, const char* input = "/dev/null") {
@@ -47,17 +72,7 @@ inline Result Call(const char* name, int (*program)(int, const char* const*),
         std::filesystem::current_path().string() + "." + std::to_string(getpid()) + ".errors";
     result.output = CapturedOutput([&] {
         const int status = InChild([&] {
-            std::vector<const char*> words{name};
-            for (const std::string& argument : arguments) {
-                words.push_back(argument.c_str());
-            }
-            // No terminal that could be asked.
-            if (std::freopen(errors.c_str(), "w", stderr) == nullptr ||
-                std::freopen(input, "r", stdin) == nullptr) {
-                std::exit(99);
-            }
-            const int code = program(static_cast<int>(words.size()), words.data());
-            std::exit(code);
+            Become(name, program, arguments, {input, nullptr, errors.c_str()});
         });
         result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + status;
     });

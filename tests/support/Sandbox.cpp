@@ -14,6 +14,7 @@
 
 #include <fcntl.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -120,21 +121,53 @@ void InGoodChild(const std::function<void()>& action) {
     ASSERT_EQ(WEXITSTATUS(status), 0);
 }
 
-void KilledMidway(const std::function<void(const std::function<void()>& underWay)>& action) {
+Child::Child(const std::function<void()>& action) {
+    std::fflush(nullptr);
+    process_ = ::fork();
+    if (process_ == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        action();
+        std::fflush(nullptr);
+        ::_exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+}
+
+Child::Child(const std::function<void(const std::function<void()>& underWay)>& action) {
     int ready[2];
-    ASSERT_EQ(::pipe(ready), 0);
-    const pid_t child = ::fork();
-    if (child == 0) {
+    EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
+    std::fflush(nullptr);
+    process_ = ::fork();
+    if (process_ == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         action([&ready] { [[maybe_unused]] const auto count = ::write(ready[1], "x", 1); });
         ::_exit(1);
     }
     char byte = 0;
-    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
-    ::kill(child, SIGKILL);
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ::close(ready[0]);
     ::close(ready[1]);
+    EXPECT_EQ(::read(ready[0], &byte, 1), 1);
+    ::close(ready[0]);
+}
+
+Child::~Child() {
+    EndBy(SIGKILL);
+}
+
+void Child::Signal(int number) const {
+    ::kill(process_, number);
+}
+
+int Child::EndBy(int signal) {
+    int status = -1;
+    if (process_ > 0) {
+        Signal(signal);
+        ::waitpid(process_, &status, 0);
+        process_ = -1;
+    }
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void KilledMidway(const std::function<void(const std::function<void()>& underWay)>& action) {
+    const Child killed(action);
 }
 
 Threads StartTogether(int count, const std::function<void(int number)>& action) {

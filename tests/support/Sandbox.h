@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <sys/types.h>
+
 #include <gtest/gtest.h>
 
 namespace Nima::Testing {
@@ -43,6 +45,26 @@ std::string CapturedOutput(const std::function<void()>& action);
 int InChild(const std::function<void()>& action);
 /// The same, and asserts that the child ended with status 0.
 void InGoodChild(const std::function<void()>& action);
+
+/// A process beside the test, which is killed at the end if it still runs.
+class Child {
+  public:
+    /// Runs the action, which need not return.
+    explicit Child(const std::function<void()>& action);
+    /// The same; the constructor returns once the action has called its argument.
+    explicit Child(const std::function<void(const std::function<void()>& underWay)>& action);
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+    ~Child();
+
+    pid_t Process() const { return process_; }
+    void Signal(int number) const;
+    /// Sends a signal, or none, waits for the end and returns the exit status, or -1 if a signal ended it.
+    int EndBy(int signal);
+
+  private:
+    pid_t process_ = -1;
+};
 
 /// Runs an endless action in a child process, and kills it with signal 9 some time after the action has
 /// called its argument.
