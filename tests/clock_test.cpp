@@ -782,14 +782,15 @@ TEST_F(LogTimes, OfAFollowedLogAreMovedByNothingThatAMessageHolds) {
     EXPECT_TRUE(isCertain(early[3]));
     // A process that opens the log is told on its clock, and without a doubt once enough lines are its own.
     std::string opened = Calibration(other, read + kOffset, 0x80000001);
+    constexpr std::int64_t kApart = 20'000;
     for (int i = 0; i < 400; ++i) {
-        opened += Line(other + i * 20'000, "<WARN> <B> own", 0x80000001);
+        opened += Line(other + i * kApart, "<WARN> <B> own", 0x80000001);
     }
     const std::vector<LogEntry> opening =
         follow({opened.substr(0, opened.find('\n') + 1), opened.substr(opened.find('\n') + 1)});
     EXPECT_FALSE(isCertain(opening[0]));
     EXPECT_TRUE(isCertain(opening.back()));
-    const std::int64_t late = read + kOffset + 399 * 20'000 - opening.back().time;
+    const std::int64_t late = read + kOffset + 399 * kApart - opening.back().time;
     EXPECT_EQ(late % (kCutMicroseconds * 1000), 0);
     EXPECT_LE(std::abs(late - opening.back().certainty.originLater / 2),
               opening.back().certainty.originLater / 2);

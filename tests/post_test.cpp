@@ -437,7 +437,8 @@ void TraceInTurns(std::size_t shift, std::uint32_t first, std::uint32_t count) {
 TEST_F(PostMortem, TellsProcessesApartThatUsedTheSegmentsOneAfterTheOther) {
     TraceInTurns(std::size_t{1} << 20, 0, 100);
     TraceInTurns(std::size_t{700} << 20, 1000, 40);
-    const auto check = [](const std::vector<std::string>& call, std::size_t argument, std::uint32_t first) {
+    const auto check = [](const std::vector<std::string>& call, const char* words, std::size_t argument,
+                          std::uint32_t first) {
         std::vector<std::string> asJson = call;
         asJson.emplace_back("--json");
         const Result result = Post(asJson);
@@ -449,12 +450,12 @@ TEST_F(PostMortem, TellsProcessesApartThatUsedTheSegmentsOneAfterTheOther) {
         for (std::uint32_t i = first; i < 140; ++i) {
             const Json& record = json["records"][i - first];
             EXPECT_EQ(record["process"], i < 100 ? 1 : 2);
-            EXPECT_EQ(record.value("words", record["arguments"])[argument], i < 100 ? i : 900 + i);
+            EXPECT_EQ(record.at(words)[argument], i < 100 ? i : 900 + i);
         }
         EXPECT_NE(Post(call).output.find("\nprocess 2, boot unknown\n"), std::string::npos);
     };
-    check({"systrace", "SysTrace Buffer", "--component", "9"}, 0, 0);
-    check({"rings", "System Ring Buffers"}, 1, 40);
+    check({"systrace", "SysTrace Buffer", "--component", "9"}, "arguments", 0, 0);
+    check({"rings", "System Ring Buffers"}, "words", 1, 40);
 
     // In the folder, both have the same numbers in the trace as in the rings.
     ASSERT_EQ(Post({"timeline", ".", "-o", "out.json"}).code, 0);
@@ -803,7 +804,7 @@ TEST_F(PostMortem, FiltersLinesAndReadsBackupsFirst) {
     EXPECT_NE(broken.errors.find("damaged: "), std::string::npos);
     WriteFile("escape.log", LogLine(1, "<WARN> <One> \x1b[31m red \xff"));
     EXPECT_NE(Post({"log", "escape.log"}).output.find("\\x1b[31m red \\xff"), std::string::npos);
-    WriteFile("unseen.log", LogLine(1, "<WARN> <One> a\u200bb \u202egpj\ufeff, caf\u00e9"));
+    WriteFile("unseen.log", "1 <0x00000001:000> <WARN> <One> a\u200bb \u202egpj\ufeff, caf\u00e9\r\n");
     EXPECT_NE(Post({"log", "unseen.log"}).output.find("a\\u200bb \\u202egpj\\ufeff, caf\u00e9\n"),
               std::string::npos);
 }

@@ -211,6 +211,7 @@ void FaultWithoutStandardDescriptors() {
 
 void FaultInFourThreads() {
     std::vector<std::jthread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
             while (!g_Go) {
