@@ -356,6 +356,7 @@ TEST_F(CrashHandler, ThreadsMayCrashTogether) {
         StartTogether(kThreads, [&ready](int t) {
             ++ready;
             while (ready < kThreads) {
+                std::this_thread::yield();
             }
             WriteToNowhere(Nowhere(t + 1));
         });
